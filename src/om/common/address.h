@@ -1,0 +1,72 @@
+#ifndef SRC_OM_COMMON_ADDRESS_H_
+#define SRC_OM_COMMON_ADDRESS_H_
+
+#include <arpa/inet.h>
+
+#include <cstdint>
+#include <cstring>
+
+#include "src/om/common/digits.h"
+
+namespace qdt {
+
+// Addresses as text, and texts as addresses. The engine keeps most addresses as 32-bit words in host order;
+// what is in network order says so.
+
+struct Ipv4Text {
+  char text[INET_ADDRSTRLEN];
+  const char *c_str() const { return text; }
+};
+
+struct Ipv6Text {
+  char text[INET6_ADDRSTRLEN];
+  const char *c_str() const { return text; }
+};
+
+// Dotted text of a host-order address.
+inline Ipv4Text ToText(uint32_t address) {
+  Ipv4Text result{};
+  char *at = PutUnsigned(result.text, address >> 24);
+  for (int shift = 16; shift >= 0; shift -= 8) {
+    *at++ = '.';
+    at = PutUnsigned(at, address >> shift & 0xFF);
+  }
+  return result;
+}
+
+// Text of 16 bytes in network order.
+inline Ipv6Text ToText(const uint8_t (&address)[16]) {
+  Ipv6Text result{};
+  inet_ntop(AF_INET6, address, result.text, sizeof(result.text));
+  return result;
+}
+
+// Text of four host-order words.
+inline Ipv6Text ToText(const uint32_t (&words)[4]) {
+  uint8_t address[16];
+  for (int i = 0; i < 4; ++i) {
+    const uint32_t network = htonl(words[i]);
+    std::memcpy(address + 4 * i, &network, sizeof(network));
+  }
+  return ToText(address);
+}
+
+// The 16 bytes of an IPv6 text in network order; zero for a text that is none.
+struct Ipv6Bytes {
+  uint8_t bytes[16];
+};
+inline Ipv6Bytes ParseIpv6(const char *text) {
+  Ipv6Bytes address{};
+  if (inet_pton(AF_INET6, text, address.bytes) != 1) address = {};
+  return address;
+}
+
+// Splits network-order bytes into four host-order words.
+inline void ToHostWords(const Ipv6Bytes &address, uint32_t (&words)[4]) {
+  std::memcpy(words, address.bytes, sizeof(words));
+  for (uint32_t &word : words) word = ntohl(word);
+}
+
+}  // namespace qdt
+
+#endif  // SRC_OM_COMMON_ADDRESS_H_

@@ -1,0 +1,34 @@
+#ifndef SRC_OM_ENGINE_ARP_SIMULATOR_H_
+#define SRC_OM_ENGINE_ARP_SIMULATOR_H_
+
+#include "src/om/engine/layout.h"
+
+namespace qdt {
+
+// A test of the ARP simulator: the request that it sends and how far it has come. Addresses in host order.
+struct ArpSimulatorEntry {
+  uint32_t sourceAddress, destinationAddress;
+  uint16_t vlanId;
+  MacAddress destinationMac;
+  uint16_t type;
+  MacAddress sourceMac;
+  uint32_t interval;
+  uint32_t testTimes, sentTimes;
+  uint32_t testing : 1, : 31;
+  uint64_t sendTimeMs, replyTimeMs;
+};
+QDT_RECORD_SIZE(ArpSimulatorEntry, 56);
+QDT_FIELD_AT(ArpSimulatorEntry, destinationAddress, 4);
+QDT_FIELD_AT(ArpSimulatorEntry, vlanId, 8);
+QDT_FIELD_AT(ArpSimulatorEntry, destinationMac, 10);
+QDT_FIELD_AT(ArpSimulatorEntry, type, 16);
+QDT_FIELD_AT(ArpSimulatorEntry, sourceMac, 18);
+QDT_FIELD_AT(ArpSimulatorEntry, interval, 24);
+QDT_FIELD_AT(ArpSimulatorEntry, testTimes, 28);
+QDT_FIELD_AT(ArpSimulatorEntry, sentTimes, 32);
+QDT_FIELD_AT(ArpSimulatorEntry, sendTimeMs, 40);
+QDT_FIELD_AT(ArpSimulatorEntry, replyTimeMs, 48);
+
+}  // namespace qdt
+
+#endif  // SRC_OM_ENGINE_ARP_SIMULATOR_H_

@@ -1,0 +1,53 @@
+#ifndef SRC_OM_ENGINE_BRIDGE_H_
+#define SRC_OM_ENGINE_BRIDGE_H_
+
+#include "src/om/engine/layout.h"
+
+// Bridges, trunks, and MAC addresses that were seen on more than one interface.
+namespace qdt {
+
+struct BridgeEntry {
+  uint32_t bridgeId;
+  uint32_t ifIndex;
+  uint8_t vlanFilter;
+  uint8_t macLimitEnable;
+  uint8_t reserved10[2];
+  uint32_t macAgingTime;  // seconds
+  uint32_t macLimitNum;
+  uint32_t currentMacNum;
+};
+QDT_RECORD_SIZE(BridgeEntry, 24);
+QDT_FIELD_AT(BridgeEntry, vlanFilter, 8);
+QDT_FIELD_AT(BridgeEntry, macLimitEnable, 9);
+QDT_FIELD_AT(BridgeEntry, macAgingTime, 12);
+QDT_FIELD_AT(BridgeEntry, currentMacNum, 20);
+
+constexpr int kMaxTrunkMembers = 256;
+
+struct TrunkEntry {
+  uint16_t activePorts;
+  uint8_t hashType;
+  uint8_t reserved3;
+  uint32_t trunkIfIndex;
+  uint32_t member[kMaxTrunkMembers];  // forwarding-interface indexes
+};
+QDT_RECORD_SIZE(TrunkEntry, 1032);
+QDT_FIELD_AT(TrunkEntry, hashType, 2);
+QDT_FIELD_AT(TrunkEntry, trunkIfIndex, 4);
+QDT_FIELD_AT(TrunkEntry, member, 8);
+
+// An ARP sender whose MAC address is in use on another interface.
+struct DuplicateMacEntry {
+  uint32_t ifIndex;
+  uint32_t bridgeId;
+  MacAddress sourceMac;
+  uint16_t vlanId;
+  uint32_t reserved16;
+};
+QDT_RECORD_SIZE(DuplicateMacEntry, 20);
+QDT_FIELD_AT(DuplicateMacEntry, sourceMac, 8);
+QDT_FIELD_AT(DuplicateMacEntry, vlanId, 14);
+
+}  // namespace qdt
+
+#endif  // SRC_OM_ENGINE_BRIDGE_H_

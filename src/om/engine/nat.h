@@ -1,0 +1,30 @@
+#ifndef SRC_OM_ENGINE_NAT_H_
+#define SRC_OM_ENGINE_NAT_H_
+
+#include "src/om/engine/layout.h"
+
+namespace qdt {
+
+// Key of the tables of addresses for which the engine answers ARP on behalf of NAT; the address in host
+// order.
+struct NatArpKey {
+  uint32_t kind;
+  uint32_t startAddress;
+};
+QDT_RECORD_SIZE(NatArpKey, 8);
+
+// The kinds that the tables' keys begin with.
+constexpr uint32_t kNatArpPool = 0x50000;  // pool sections and excluded ranges
+constexpr uint32_t kNatArpHost = 0x20000;
+
+struct NatArpEntry {
+  NatArpKey key;
+  uint32_t addressCount;
+  uint32_t reserved12[3];
+};
+QDT_RECORD_SIZE(NatArpEntry, 24);
+QDT_FIELD_AT(NatArpEntry, addressCount, 8);
+
+}  // namespace qdt
+
+#endif  // SRC_OM_ENGINE_NAT_H_

@@ -1,0 +1,121 @@
+#ifndef SRC_OM_ENGINE_PACKET_TRACE_H_
+#define SRC_OM_ENGINE_PACKET_TRACE_H_
+
+#include "src/om/engine/layout.h"
+
+// The shared block by which packets and stations are traced: the engine reads it on its fast path, prints
+// what matches, and counts. Its creator is the engine; whoever sets conditions writes them in place.
+namespace qdt {
+
+constexpr char kPacketTraceRegion[] = "PKT_TRACE_CTX_PTR";
+
+// Which packets are printed. The engine tests only the fields whose bit is set in `mask`.
+struct PacketTraceConditions {
+  uint64_t mask;
+  uint16_t minLength, maxLength;
+  uint8_t notFlag : 1, inner : 1, fromControlPlane : 1, eapKey : 1, capwapKeepalive : 1, pppoeKeepalive : 1,
+      capwapFragment : 1, : 1;
+  uint8_t tcpFlags;
+  uint16_t vlanId;
+  uint32_t sourceFwdIf, destinationFwdIf;
+  uint32_t timeout;
+  uint32_t reserved28;
+  uint32_t sourceAddress, destinationAddress;  // network order
+  MacAddress sourceMac, destinationMac;
+  uint8_t protocol, reserved53;
+  uint16_t etherType;
+  uint8_t sourceAddressV6[16], destinationAddressV6[16];
+  uint16_t sourcePort, destinationPort;
+  uint16_t discardType;  // index of the discard statistic
+  uint16_t causeId;
+  uint8_t ipType;  // 0 IPv4, 1 IPv6
+  uint8_t icmpType;
+  uint8_t reserved98[6];
+};
+QDT_RECORD_SIZE(PacketTraceConditions, 104);
+QDT_FIELD_AT(PacketTraceConditions, minLength, 8);
+QDT_FIELD_AT(PacketTraceConditions, maxLength, 10);
+QDT_FIELD_AT(PacketTraceConditions, tcpFlags, 13);
+QDT_FIELD_AT(PacketTraceConditions, vlanId, 14);
+QDT_FIELD_AT(PacketTraceConditions, sourceFwdIf, 16);
+QDT_FIELD_AT(PacketTraceConditions, destinationFwdIf, 20);
+QDT_FIELD_AT(PacketTraceConditions, timeout, 24);
+QDT_FIELD_AT(PacketTraceConditions, sourceAddress, 32);
+QDT_FIELD_AT(PacketTraceConditions, destinationAddress, 36);
+QDT_FIELD_AT(PacketTraceConditions, sourceMac, 40);
+QDT_FIELD_AT(PacketTraceConditions, destinationMac, 46);
+QDT_FIELD_AT(PacketTraceConditions, protocol, 52);
+QDT_FIELD_AT(PacketTraceConditions, etherType, 54);
+QDT_FIELD_AT(PacketTraceConditions, sourceAddressV6, 56);
+QDT_FIELD_AT(PacketTraceConditions, destinationAddressV6, 72);
+QDT_FIELD_AT(PacketTraceConditions, sourcePort, 88);
+QDT_FIELD_AT(PacketTraceConditions, destinationPort, 90);
+QDT_FIELD_AT(PacketTraceConditions, discardType, 92);
+QDT_FIELD_AT(PacketTraceConditions, causeId, 94);
+QDT_FIELD_AT(PacketTraceConditions, ipType, 96);
+QDT_FIELD_AT(PacketTraceConditions, icmpType, 97);
+
+// Where and how matching packets are printed.
+struct PacketTracePrint {
+  uint8_t reserved0;
+  uint8_t reserved1;  // cleared with every new number of packets to print
+  uint8_t toolCheck;
+  uint8_t toConsole;
+  uint8_t toLog;
+  uint8_t reserved5;
+  uint16_t length;
+};
+QDT_RECORD_SIZE(PacketTracePrint, 8);
+QDT_FIELD_AT(PacketTracePrint, reserved1, 1);
+QDT_FIELD_AT(PacketTracePrint, toolCheck, 2);
+QDT_FIELD_AT(PacketTracePrint, toConsole, 3);
+QDT_FIELD_AT(PacketTracePrint, toLog, 4);
+QDT_FIELD_AT(PacketTracePrint, length, 6);
+
+struct TracedStation {
+  uint16_t reserved0;
+  MacAddress mac;
+};
+QDT_RECORD_SIZE(TracedStation, 8);
+QDT_FIELD_AT(TracedStation, mac, 2);
+
+constexpr int kMaxTracedStations = 11;
+
+// Which traces are on. They stand in the bytes of the last station.
+struct TraceSwitches {
+  TracedStation reserved0[kMaxTracedStations - 1];
+  uint8_t reserved80[4];
+  uint8_t packets : 1, : 1, stations : 1, : 5;
+  uint8_t reserved85[3];
+};
+QDT_RECORD_SIZE(TraceSwitches, 88);
+
+struct PacketTraceBlock {
+  PacketTraceConditions conditions;
+  PacketTracePrint print;
+  uint32_t leftPrints;  // packets still to print
+  uint32_t fromDriver, toDriver;
+  uint32_t toSlowPath, fromSlowPath;
+  uint8_t allStations;
+  uint8_t stationCount;
+  uint16_t reserved134;
+  union {
+    TracedStation stations[kMaxTracedStations];
+    TraceSwitches on;
+  };
+};
+QDT_RECORD_SIZE(PacketTraceBlock, 224);
+QDT_FIELD_AT(PacketTraceBlock, print, 104);
+QDT_FIELD_AT(PacketTraceBlock, leftPrints, 112);
+QDT_FIELD_AT(PacketTraceBlock, fromDriver, 116);
+QDT_FIELD_AT(PacketTraceBlock, toDriver, 120);
+QDT_FIELD_AT(PacketTraceBlock, toSlowPath, 124);
+QDT_FIELD_AT(PacketTraceBlock, fromSlowPath, 128);
+QDT_FIELD_AT(PacketTraceBlock, allStations, 132);
+QDT_FIELD_AT(PacketTraceBlock, stationCount, 133);
+QDT_FIELD_AT(PacketTraceBlock, stations, 136);
+QDT_FIELD_AT(PacketTraceBlock, on, 136);
+
+}  // namespace qdt
+
+#endif  // SRC_OM_ENGINE_PACKET_TRACE_H_

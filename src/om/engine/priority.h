@@ -1,0 +1,29 @@
+#ifndef SRC_OM_ENGINE_PRIORITY_H_
+#define SRC_OM_ENGINE_PRIORITY_H_
+
+#include "src/om/engine/layout.h"
+
+namespace qdt {
+
+// The QoS maps of one VAP between the 802.11 user priority (UP), the 802.1p priority, the DSCP and the DSCP
+// of the tunnel header. Each is indexed by the value that it maps.
+struct PriorityMaps {
+  uint8_t upToDscp[8];
+  uint8_t upTo8021p[8];
+  uint8_t dscpTo8021p[64];
+  uint8_t dscpToUp[64];
+  uint8_t p8021pToUp[8];
+  uint8_t dscpToTunnelDscp[64];
+  uint8_t upToTunnelDscp[8];
+};
+QDT_RECORD_SIZE(PriorityMaps, 224);
+QDT_FIELD_AT(PriorityMaps, upTo8021p, 8);
+QDT_FIELD_AT(PriorityMaps, dscpTo8021p, 16);
+QDT_FIELD_AT(PriorityMaps, dscpToUp, 80);
+QDT_FIELD_AT(PriorityMaps, p8021pToUp, 144);
+QDT_FIELD_AT(PriorityMaps, dscpToTunnelDscp, 152);
+QDT_FIELD_AT(PriorityMaps, upToTunnelDscp, 216);
+
+}  // namespace qdt
+
+#endif  // SRC_OM_ENGINE_PRIORITY_H_

@@ -1,0 +1,328 @@
+#ifndef SRC_OM_ENGINE_USER_H_
+#define SRC_OM_ENGINE_USER_H_
+
+#include "src/om/engine/layout.h"
+
+// Wireless users: what the engine keeps of a station, of its addresses, of where it roams and of how it
+// authenticated itself, and the portals that unknown stations are sent to. Addresses in host order unless
+// they say otherwise. Flags are 1 for yes.
+namespace qdt {
+
+// Key of the tables that know a station by its MAC address.
+struct StationKey {
+  MacAddress mac;
+  uint16_t reserved6;
+};
+QDT_RECORD_SIZE(StationKey, 8);
+
+struct UserAuthentication {
+  uint32_t authenticated : 1, preAuthenticated : 1, denyAll : 1, httpSendToL4 : 1, portalEscape : 1,
+      ipv4PreAuthAcl : 1, ipv6PreAuthAcl : 1, checkUserIp : 1, denyArp : 1, parseEapLog : 1,
+      eapLogReported : 1, : 21;
+  uint16_t ipv4PreAuthAclGroup;
+  uint16_t ipv6PreAuthAclGroup;
+  uint32_t address;
+  uint32_t managementAddress;
+};
+QDT_RECORD_SIZE(UserAuthentication, 16);
+QDT_FIELD_AT(UserAuthentication, ipv4PreAuthAclGroup, 4);
+QDT_FIELD_AT(UserAuthentication, ipv6PreAuthAclGroup, 6);
+QDT_FIELD_AT(UserAuthentication, address, 8);
+QDT_FIELD_AT(UserAuthentication, managementAddress, 12);
+
+// What is done with the packets of a station, and with those that it is sent.
+struct UserIngressServices {
+  uint32_t car : 1, stat : 1, portalPush : 1, ipv4AuthAcl : 1, ipv6AuthAcl : 1, ipv4RedirectAcl : 1,
+      ipv6RedirectAcl : 1, remarkDscp : 1, remark8021p : 1, remarkLp : 1, stationFloodBlacklist : 8,
+      multicastFlood : 8, sac : 1, : 5;
+};
+QDT_RECORD_SIZE(UserIngressServices, 4);
+
+struct UserEgressServices {
+  uint32_t car : 1, stat : 1, ipv4AuthAcl : 1, ipv6AuthAcl : 1, innerIsolate : 1, interIsolate : 1,
+      remarkDscp : 1, remark8021p : 1, remarkLp : 1, sac : 1, : 22;
+};
+QDT_RECORD_SIZE(UserEgressServices, 4);
+
+// Ids of the rate limits of the broadcasts and multicasts that a station sends, by their class.
+struct UserFloodCars {
+  uint16_t otherBroadcast, otherMulticast, arp, igmp, nd, dhcp, dhcpv6, mdns;
+};
+QDT_RECORD_SIZE(UserFloodCars, 16);
+
+// What a station has sent ("in") and received ("out") of one address family. Counters wrap.
+struct UserTraffic {
+  uint64_t inPackets, inBytes, outPackets, outBytes;
+  uint32_t inUnicast, inMulticast, inBroadcast, outUnicast, outMulticast, outBroadcast;
+
+  UserTraffic &operator+=(const UserTraffic &other) {
+    inPackets += other.inPackets;
+    inBytes += other.inBytes;
+    outPackets += other.outPackets;
+    outBytes += other.outBytes;
+    inUnicast += other.inUnicast;
+    inMulticast += other.inMulticast;
+    inBroadcast += other.inBroadcast;
+    outUnicast += other.outUnicast;
+    outMulticast += other.outMulticast;
+    outBroadcast += other.outBroadcast;
+    return *this;
+  }
+};
+QDT_RECORD_SIZE(UserTraffic, 56);
+QDT_FIELD_AT(UserTraffic, inUnicast, 32);
+
+struct UserCounters {
+  UserTraffic ipv4, ipv6;
+
+  UserCounters &operator+=(const UserCounters &other) {
+    ipv4 += other.ipv4;
+    ipv6 += other.ipv6;
+    return *this;
+  }
+};
+QDT_RECORD_SIZE(UserCounters, 112);
+
+// Entry of a station in the user-service table.
+struct UsfUserRecord {
+  StationKey station;
+  UserAuthentication auth;
+  UserIngressServices ingress;
+  UserEgressServices egress;
+  uint32_t authVlanEnable : 1, denyPush : 1, userGroup : 1, vip : 1, roamed : 1, needSendUp : 1,
+      shrinkUpQueue : 1, tid6Downgrade : 1, wifiUserGlobalId : 16, pqm : 1, sacRemarkDefault : 1,
+      sacStat : 1, : 5;
+  uint32_t ingressCarId;
+  uint32_t egressCarId;
+  uint16_t statId;
+  uint16_t ingressIpv4AuthAclGroup, ingressIpv6AuthAclGroup;
+  uint16_t egressIpv4AuthAclGroup, egressIpv6AuthAclGroup;
+  uint16_t ipv4RedirectAclGroup, ipv6RedirectAclGroup;
+  uint8_t ingressNewDscp, ingressNew8021p, ingressNewLp;
+  uint8_t egressNewDscp, egressNew8021p, egressNewLp;
+  uint32_t addressBeforeRoaming;
+  uint16_t authVlan;
+  uint16_t userGroupId;
+  uint8_t packetCacheType;
+  uint8_t vapIndex;
+  uint16_t peerId;
+  UserFloodCars floodCar;
+  uint16_t sessionInfo;
+  uint16_t reserved94;
+  uint32_t sacId;
+  uint32_t reserved100[7];
+  uint64_t normalSendTime;
+  uint64_t reserved136[19];
+  UserCounters counters[4];  // to be added up
+  uint32_t learntAddress;
+  uint8_t tcpWindowTurn[8];
+  uint32_t reserved748[3];
+};
+QDT_RECORD_SIZE(UsfUserRecord, 760);
+QDT_FIELD_AT(UsfUserRecord, auth, 8);
+QDT_FIELD_AT(UsfUserRecord, ingress, 24);
+QDT_FIELD_AT(UsfUserRecord, egress, 28);
+QDT_FIELD_AT(UsfUserRecord, ingressCarId, 36);
+QDT_FIELD_AT(UsfUserRecord, egressCarId, 40);
+QDT_FIELD_AT(UsfUserRecord, statId, 44);
+QDT_FIELD_AT(UsfUserRecord, ingressIpv4AuthAclGroup, 46);
+QDT_FIELD_AT(UsfUserRecord, ingressIpv6AuthAclGroup, 48);
+QDT_FIELD_AT(UsfUserRecord, egressIpv4AuthAclGroup, 50);
+QDT_FIELD_AT(UsfUserRecord, egressIpv6AuthAclGroup, 52);
+QDT_FIELD_AT(UsfUserRecord, ipv4RedirectAclGroup, 54);
+QDT_FIELD_AT(UsfUserRecord, ipv6RedirectAclGroup, 56);
+QDT_FIELD_AT(UsfUserRecord, ingressNewDscp, 58);
+QDT_FIELD_AT(UsfUserRecord, egressNewDscp, 61);
+QDT_FIELD_AT(UsfUserRecord, egressNewLp, 63);
+QDT_FIELD_AT(UsfUserRecord, addressBeforeRoaming, 64);
+QDT_FIELD_AT(UsfUserRecord, authVlan, 68);
+QDT_FIELD_AT(UsfUserRecord, userGroupId, 70);
+QDT_FIELD_AT(UsfUserRecord, packetCacheType, 72);
+QDT_FIELD_AT(UsfUserRecord, vapIndex, 73);
+QDT_FIELD_AT(UsfUserRecord, peerId, 74);
+QDT_FIELD_AT(UsfUserRecord, floodCar, 76);
+QDT_FIELD_AT(UsfUserRecord, sessionInfo, 92);
+QDT_FIELD_AT(UsfUserRecord, sacId, 96);
+QDT_FIELD_AT(UsfUserRecord, normalSendTime, 128);
+QDT_FIELD_AT(UsfUserRecord, counters, 288);
+QDT_FIELD_AT(UsfUserRecord, learntAddress, 736);
+QDT_FIELD_AT(UsfUserRecord, tcpWindowTurn, 740);
+
+// Which station a statistics id counts.
+struct UsfStatEntry {
+  MacAddress mac;
+  uint16_t reserved6;
+};
+QDT_RECORD_SIZE(UsfStatEntry, 8);
+
+// Kinds of address in UsfMacIpKey. Keys of MAC addresses carry further types.
+enum UsfAddressType : uint16_t {
+  kUsfIpv4 = 0,  // a word in host order
+  kUsfIpv6 = 1,  // 16 bytes in network order
+};
+
+struct UsfMacIpKey {
+  uint8_t address[16];
+  uint16_t type;
+};
+QDT_RECORD_SIZE(UsfMacIpKey, 18);
+QDT_FIELD_AT(UsfMacIpKey, type, 16);
+
+// Binding between the addresses of a station.
+struct UsfMacIpEntry {
+  UsfMacIpKey key;
+  uint16_t reserved18;
+  uint8_t ipType;
+  uint8_t learnMode;
+  MacAddress mac;
+  uint32_t ipv4Address;
+  uint8_t ipv6Address[16];  // in network order
+};
+QDT_RECORD_SIZE(UsfMacIpEntry, 48);
+QDT_FIELD_AT(UsfMacIpEntry, ipType, 20);
+QDT_FIELD_AT(UsfMacIpEntry, learnMode, 21);
+QDT_FIELD_AT(UsfMacIpEntry, mac, 22);
+QDT_FIELD_AT(UsfMacIpEntry, ipv4Address, 28);
+QDT_FIELD_AT(UsfMacIpEntry, ipv6Address, 32);
+
+// A station from which the device itself may be managed.
+struct LocalManagementUser {
+  uint32_t reserved0;
+  MacAddress sourceMac;
+  MacAddress destinationMac;
+  uint32_t address;
+  uint32_t fwdIfIndex;
+  uint32_t vlanId;
+};
+QDT_RECORD_SIZE(LocalManagementUser, 28);
+QDT_FIELD_AT(LocalManagementUser, sourceMac, 4);
+QDT_FIELD_AT(LocalManagementUser, destinationMac, 10);
+QDT_FIELD_AT(LocalManagementUser, address, 16);
+QDT_FIELD_AT(LocalManagementUser, fwdIfIndex, 20);
+QDT_FIELD_AT(LocalManagementUser, vlanId, 24);
+
+// Where the packets of a roaming station go.
+struct UsfRoamEntry {
+  StationKey station;
+  uint16_t role : 3, interIsolate : 1, innerIsolate : 1, userIsolate : 1, tunnelPeerRole : 3, : 7;
+  uint16_t userGroupId;
+  uint32_t homeVapFwdIf;
+  uint32_t tunnelId;
+  uint32_t reserved20[3];
+};
+QDT_RECORD_SIZE(UsfRoamEntry, 32);
+QDT_FIELD_AT(UsfRoamEntry, userGroupId, 10);
+QDT_FIELD_AT(UsfRoamEntry, homeVapFwdIf, 12);
+QDT_FIELD_AT(UsfRoamEntry, tunnelId, 16);
+
+// A station that broadcasts are replicated to at the access point that it roamed to.
+struct UsfRoamStation {
+  uint16_t vlanId;
+  uint16_t reserved2;
+  uint32_t ipv4Address;
+  uint32_t reserved8[3];  // the rest of an IPv6 address
+  MacAddress user;
+  MacAddress homeAccessPoint;
+  uint32_t userIsolate : 8, hasIpv4 : 1, : 23;
+};
+QDT_RECORD_SIZE(UsfRoamStation, 36);
+QDT_FIELD_AT(UsfRoamStation, ipv4Address, 4);
+QDT_FIELD_AT(UsfRoamStation, user, 20);
+QDT_FIELD_AT(UsfRoamStation, homeAccessPoint, 26);
+
+// A web proxy's port, and the portal that users behind it are sent to.
+struct ProxyPortalEntry {
+  uint16_t proxyPort;
+  uint16_t reserved2;
+  char url[204];
+};
+QDT_RECORD_SIZE(ProxyPortalEntry, 208);
+QDT_FIELD_AT(ProxyPortalEntry, url, 4);
+
+struct VapStationKey {
+  uint32_t fwdIfIndex;
+  uint16_t vlanId;
+  uint16_t reserved6;
+};
+QDT_RECORD_SIZE(VapStationKey, 8);
+
+// One of the stations of a virtual access point.
+struct VapStation {
+  VapStationKey key;
+  MacAddress mac;
+  uint16_t reserved14;
+};
+QDT_RECORD_SIZE(VapStation, 16);
+QDT_FIELD_AT(VapStation, mac, 8);
+
+// The last EAP packet (RFC 3748) of one direction that carried TLS, and what the engine made of it.
+struct EapExtension {
+  uint8_t code, id, type, reserved3;
+  uint16_t length;
+  uint8_t sslFlags, isFragmentError, isEncrypted, reserved9;
+  uint16_t tlsOffset;
+  uint32_t handshakeOffset;
+  uint32_t tlsFlags;
+  uint32_t handshakeFlags;
+  uint8_t tlsHeader[5];
+  uint8_t handshakeHeader[4];
+  uint8_t reserved33[3];
+};
+QDT_RECORD_SIZE(EapExtension, 36);
+QDT_FIELD_AT(EapExtension, length, 4);
+QDT_FIELD_AT(EapExtension, sslFlags, 6);
+QDT_FIELD_AT(EapExtension, isEncrypted, 8);
+QDT_FIELD_AT(EapExtension, tlsOffset, 10);
+QDT_FIELD_AT(EapExtension, handshakeOffset, 12);
+QDT_FIELD_AT(EapExtension, tlsFlags, 16);
+QDT_FIELD_AT(EapExtension, handshakeFlags, 20);
+QDT_FIELD_AT(EapExtension, tlsHeader, 24);
+QDT_FIELD_AT(EapExtension, handshakeHeader, 29);
+
+struct EapLogItem {
+  uint8_t packetType;
+  uint8_t reserved1;
+  uint16_t packetSize;
+  uint32_t timeCost;
+  uint8_t eapolType;
+  uint8_t eapCode, eapType, eapId;
+  uint32_t tlsFlags;
+  uint32_t handshakeFlags;
+};
+QDT_RECORD_SIZE(EapLogItem, 20);
+QDT_FIELD_AT(EapLogItem, packetSize, 2);
+QDT_FIELD_AT(EapLogItem, timeCost, 4);
+QDT_FIELD_AT(EapLogItem, eapolType, 8);
+QDT_FIELD_AT(EapLogItem, tlsFlags, 12);
+QDT_FIELD_AT(EapLogItem, handshakeFlags, 16);
+
+constexpr uint32_t kMaxEapLogItems = 64;
+
+// The packets that a station authenticated itself with.
+struct EapLogEntry {
+  StationKey station;
+  uint32_t radioId;
+  uint32_t vapIndex;
+  uint32_t authId;
+  uint8_t authStatus;
+  uint8_t itemCount;
+  uint16_t reserved22;
+  char identity[256];
+  EapLogItem item[kMaxEapLogItems];
+  EapExtension lastUp;
+  EapExtension lastDown;
+};
+QDT_RECORD_SIZE(EapLogEntry, 1632);
+QDT_FIELD_AT(EapLogEntry, radioId, 8);
+QDT_FIELD_AT(EapLogEntry, vapIndex, 12);
+QDT_FIELD_AT(EapLogEntry, authId, 16);
+QDT_FIELD_AT(EapLogEntry, authStatus, 20);
+QDT_FIELD_AT(EapLogEntry, itemCount, 21);
+QDT_FIELD_AT(EapLogEntry, identity, 24);
+QDT_FIELD_AT(EapLogEntry, item, 280);
+QDT_FIELD_AT(EapLogEntry, lastUp, 1560);
+QDT_FIELD_AT(EapLogEntry, lastDown, 1596);
+
+}  // namespace qdt
+
+#endif  // SRC_OM_ENGINE_USER_H_

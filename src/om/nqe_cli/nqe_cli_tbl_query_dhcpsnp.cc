@@ -1,0 +1,38 @@
+#include "qdt/tables.h"
+#include "src/om/common/address.h"
+#include "src/om/engine/dhcp_snooping.h"
+#include "src/om/nqe_cli/table_view.h"
+
+// View of the DHCP-snooping bindings.
+using qdt::DhcpSnoopingBinding;
+using qdt::ToText;
+
+static const char *ProtocolName(uint8_t protocol) {
+  switch (protocol) {
+    case qdt::kBoundByDhcp:
+      return "Dhcp";
+    case qdt::kBoundByDhcpv6:
+      return "Dhcpv6";
+    default:
+      return "Nd";
+  }
+}
+
+NQE_TABLE_SEARCH(DhcpSnpBind) { return search.NextOf<DhcpSnoopingBinding>(qdt::kTableDhcpSnooping); }
+
+NQE_TABLE_FORMAT_EACH(DhcpSnpBind, DhcpSnoopingBinding) {
+  text.Print<
+      "  FwdIfIndex    :  %d\n"
+      "  Vlan          :  %u\n"
+      "  Ipv4Addr      :  %s\n"
+      "  Ipv6Addr      :  %s\n"
+      "  IsPrefix      :  %d\n"
+      "  PrefixLen     :  %d\n"
+      "  Mac           :  %02x:%02x:%02x:%02x:%02x:%02x\n"
+      "  BindType      :  %s\n"
+      "  ClientReqTime :  %u\n"
+      "  ProtoType     :  %s\n\n">(
+      e.fwdIfIndex, e.vlanId, ToText(e.ipv4Address).c_str(), ToText(e.ipv6Address).c_str(), e.isPrefix,
+      e.prefixLength, e.mac[0], e.mac[1], e.mac[2], e.mac[3], e.mac[4], e.mac[5],
+      e.type == qdt::kStaticBinding ? "Static" : "Dynamic", e.requestTime, ProtocolName(e.protocol));
+}

@@ -1,0 +1,214 @@
+#include <arpa/inet.h>
+
+#include <cstring>
+#include <string_view>
+
+#include "qdt/cli.h"
+#include "qdt/tables.h"
+#include "src/om/common/address.h"
+#include "src/om/engine/user.h"
+#include "src/om/nqe_cli/table_view.h"
+#include "src/om/nqe_cli/usf_eap_text.h"
+#include "src/om/nqe_cli/usf_user_text.h"
+
+// Views of the wireless users: their services, addresses, roaming, portals and EAP exchanges.
+using qdt::EapLogEntry;
+using qdt::LocalManagementUser;
+using qdt::ProxyPortalEntry;
+using qdt::StationKey;
+using qdt::ToText;
+using qdt::UserCounters;
+using qdt::UserTraffic;
+using qdt::UsfMacIpEntry;
+using qdt::UsfMacIpKey;
+using qdt::UsfRoamEntry;
+using qdt::UsfRoamStation;
+using qdt::UsfStatEntry;
+using qdt::UsfUserRecord;
+using qdt::VapStation;
+using qdt::VapStationKey;
+
+// Fetches the entry of the station whose MAC address key1 is.
+template <typename Record>
+static int32_t FindStation(const qdt::Search &search, uint32_t table) {
+  StationKey key{};
+  if (QdtCliStr2Mac(search.key1, key.mac, sizeof(key.mac)) != 0) return QDT_TBL_UNSUPPORTED;
+  return search.FindOne<Record>(table, key);
+}
+
+NQE_TABLE_SEARCH(UsfUser) { return FindStation<UsfUserRecord>(search, qdt::kTableUsfUser); }
+
+NQE_TABLE_FORMAT_ONE(UsfUser, UsfUserRecord) {
+  qdt::PrintUserServices(text, e);
+  qdt::PrintUserParameters(text, e);
+  qdt::PrintUserFloodCars(text, e);
+  qdt::PrintUserAuthentication(text, e);
+  qdt::PrintUserCounters(text, e);
+  qdt::PrintLearntAddress(text, e);
+}
+
+QDT_TABLE_PIECE_AT(NqeTableFormatUsfUserSvc) {
+  return qdt::FormatPieceAt(out, room, offset, entry, qdt::PrintUserServices);
+}
+
+QDT_TABLE_PIECE_AT(NqeTableFormatUsfUserSvcParam1) {
+  return qdt::FormatPieceAt(out, room, offset, entry, qdt::PrintUserParameters);
+}
+
+QDT_TABLE_PIECE_AT(NqeTableFormatUsfUserSvcParam2) {
+  return qdt::FormatPieceAt(out, room, offset, entry, qdt::PrintUserFloodCars);
+}
+
+QDT_TABLE_PIECE_AT(NqeTableFormatUsfUserAuth) {
+  return qdt::FormatPieceAt(out, room, offset, entry, qdt::PrintUserAuthentication);
+}
+
+QDT_TABLE_PIECE_AT(NqeTableFormatUsfUserStat) {
+  return qdt::FormatPieceAt(out, room, offset, entry, qdt::PrintUserCounters);
+}
+
+QDT_TABLE_PIECE_AT(NqeTableFormmatUsfUserIpLearn) {
+  return qdt::FormatPieceAt(out, room, offset, entry, qdt::PrintLearntAddress);
+}
+
+QDT_TABLE_PIECE_AT(NqeTableShowFormatUsfStat) {
+  return qdt::FormatPieceAt(out, room, offset, entry, qdt::PrintUserTraffic);
+}
+
+void NqeTableAddUsfStat(void *sum, const void *block) {
+  UserCounters total, more;  // neither needs to be aligned
+  std::memcpy(&total, sum, sizeof(total));
+  std::memcpy(&more, block, sizeof(more));
+  total += more;
+  std::memcpy(sum, &total, sizeof(total));
+}
+
+NQE_TABLE_SEARCH(UsfStat) { return search.FindOne<UsfStatEntry>(qdt::kTableUsfStat, search.key2); }
+
+static void PrintStation(qdt::Text &text, const qdt::MacAddress &mac) {
+  text.Print<"  StaMac   :  %02x:%02x:%02x:%02x:%02x:%02x\n">(mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+}
+
+NQE_TABLE_FORMAT_ONE(UsfStat, UsfStatEntry) { PrintStation(text, e.mac); }
+
+// What key2 says of key1 in a query of addresses.
+enum MacIpQuery : uint32_t { kByIpv4 = qdt::kUsfIpv4, kByIpv6 = qdt::kUsfIpv6, kByMac = 2 };
+
+NQE_TABLE_SEARCH(UsfMacIp) {
+  UsfMacIpKey key = {{}, static_cast<uint16_t>(search.key2)};
+  switch (search.key2) {
+    case kByIpv4: {
+      const uint32_t address = ntohl(inet_addr(search.key1));
+      std::memcpy(key.address, &address, sizeof(address));
+      break;
+    }
+    case kByIpv6: {
+      const qdt::Ipv6Bytes address = qdt::ParseIpv6(search.key1);
+      std::memcpy(key.address, address.bytes, sizeof(key.address));
+      break;
+    }
+    case kByMac:
+      if (QdtCliStr2Mac(search.key1, key.address, sizeof(qdt::MacAddress)) != 0) return QDT_TBL_UNSUPPORTED;
+      key.type = static_cast<uint16_t>(search.key3);
+      break;
+    default:
+      return QDT_TBL_INVALID_INPUT;
+  }
+  return search.FindOne<UsfMacIpEntry>(qdt::kTableUsfMacIp, key);
+}
+
+NQE_TABLE_FORMAT_ONE(UsfMacIp, UsfMacIpEntry) {
+  text.Print<
+      "  IpType     :  %u\n"
+      "  LearnMode  :  %u\n"
+      "  MacData    :  %02x%02x-%02x%02x-%02x%02x\n"
+      "  Ipv4Data   :  %s\n"
+      "  Ipv6Data   :  %s\n">(e.ipType, e.learnMode, e.mac[0], e.mac[1], e.mac[2], e.mac[3], e.mac[4],
+                              e.mac[5], ToText(e.ipv4Address).c_str(), ToText(e.ipv6Address).c_str());
+}
+
+NQE_TABLE_SEARCH(UsfLocalMngUser) {
+  const uint32_t address = ntohl(inet_addr(search.key1));
+  return search.FindOne<LocalManagementUser>(qdt::kTableLocalManagementUser, address);
+}
+
+NQE_TABLE_FORMAT_ONE(UsfLocalMngUser, LocalManagementUser) {
+  const auto &source = e.sourceMac, &destination = e.destinationMac;
+  text.Print<
+      "  MngUserIpv4Addr  :  %s\n"
+      "  FwdIfIndex       :  %u\n"
+      "  VlanId           :  %u\n"
+      "  LocalMngSrcMac   :  %02x:%02x:%02x:%02x:%02x:%02x\n"
+      "  LocalMngDstMac   :  %02x:%02x:%02x:%02x:%02x:%02x\n">(
+      ToText(e.address).c_str(), e.fwdIfIndex, e.vlanId, source[0], source[1], source[2], source[3],
+      source[4], source[5], destination[0], destination[1], destination[2], destination[3], destination[4],
+      destination[5]);
+}
+
+NQE_TABLE_SEARCH(UsfRoam) { return FindStation<UsfRoamEntry>(search, qdt::kTableUsfRoam); }
+
+NQE_TABLE_FORMAT_ONE(UsfRoam, UsfRoamEntry) {
+  text.Print<
+      "  RoamRole         :  %u\n"
+      "  InterIsolate     :  %u\n"
+      "  InnerIsolate     :  %u\n"
+      "  UserIsolate      :  %u\n"
+      "  TunnelDstRole    :  %u\n"
+      "  UsrGroupId       :  %u\n"
+      "  HomeVapFwdif     :  %u\n"
+      "  TunnelId         :  %u\n">(e.role, e.interIsolate, e.innerIsolate, e.userIsolate, e.tunnelPeerRole,
+                                    e.userGroupId, e.homeVapFwdIf, e.tunnelId);
+}
+
+NQE_TABLE_SEARCH(UsfRoamAp2StaElb) { return search.NextOf<UsfRoamStation>(qdt::kTableUsfRoamStation); }
+
+// The address stands behind the empty line that ends a station's lines.
+NQE_TABLE_FORMAT_EACH(UsfRoamAp2StaElb, UsfRoamStation) {
+  const auto &user = e.user, &home = e.homeAccessPoint;
+  text.Print<
+      "  VlanId       : %u\n"
+      "  IPType       : %u\n"
+      "  UserMac      : %02x:%02x:%02x:%02x:%02x:%02x\n"
+      "  HapMac       : %02x:%02x:%02x:%02x:%02x:%02x\n"
+      "  UserIsolate  : %u\n\n">(e.vlanId, e.hasIpv4, user[0], user[1], user[2], user[3], user[4], user[5],
+                                 home[0], home[1], home[2], home[3], home[4], home[5], e.userIsolate);
+  if (e.hasIpv4) text.Print<"  Ipv4         : 0x%x\n">(e.ipv4Address);
+}
+
+// One batch is all that is ever shown of the ports, whatever is asked for.
+NQE_TABLE_SEARCH(UsfPortalHttpPort) {
+  constexpr uint32_t kMaxPorts = 8;
+  uint32_t bytes = kMaxPorts * sizeof(uint32_t);
+  *search.record =
+      calloc_ex(g_mallocHandle, search.where.path, search.where.line, kMaxPorts, sizeof(uint32_t));
+  if (*search.record == nullptr) return QDT_TBL_NO_MEMORY;
+  const int32_t code =
+      TbmTblTravNext(qdt::kEngineInstance, qdt::kTablePortalPort, search.ctx, *search.record, &bytes);
+  if (code != 0 && code != 1) return code;
+  *search.recordLen = TbmTblTravContextCnt(search.ctx) * sizeof(uint32_t);
+  return 0;
+}
+
+NQE_TABLE_FORMAT_EACH(UsfPortalHttpPort, uint32_t) { text.Print<"  Port    :  %u\n">(e); }
+
+NQE_TABLE_SEARCH(ProxyPortal) {
+  return search.FindOne<ProxyPortalEntry>(qdt::kTableProxyPortal, search.key2);
+}
+
+NQE_TABLE_FORMAT_ONE(ProxyPortal, ProxyPortalEntry) {
+  const std::string_view url(e.url, strnlen(e.url, sizeof(e.url)));
+  text.Print<"  ProxyPort  :  %u\n  Url        :  %s\n">(e.proxyPort, url);
+}
+
+// An interface that is not mapped is no failure: nothing is found under the code that takes its index' place.
+NQE_TABLE_SEARCH(Vap2Sta) {
+  const VapStationKey key = {QdtCliGetFwdifIndexByCtrlIndex(search.key2), static_cast<uint16_t>(search.key3),
+                             0};
+  return search.NextOfKey<VapStation>(qdt::kTableVapStation, key);
+}
+
+NQE_TABLE_FORMAT_EACH(Vap2Sta, VapStation) { PrintStation(text, e.mac); }
+
+NQE_TABLE_SEARCH(EapLogInfo) { return FindStation<EapLogEntry>(search, qdt::kTableEapLog); }
+
+NQE_TABLE_FORMAT_ONE(EapLogInfo, EapLogEntry) { qdt::PrintEapLog(text, e); }

@@ -1,0 +1,18 @@
+#ifndef SRC_OM_NQE_CLI_TABLE_USAGE_H_
+#define SRC_OM_NQE_CLI_TABLE_USAGE_H_
+
+namespace qdt {
+
+// One line of the diag command's usage list: a table's name, and the words that follow "diag search
+// nqpTable".
+struct TableUsage {
+  const char *name;
+  const char *keys;
+};
+
+constexpr int kTableUsageCount = 100;
+extern const TableUsage g_nqeTblUsage[kTableUsageCount];
+
+}  // namespace qdt
+
+#endif  // SRC_OM_NQE_CLI_TABLE_USAGE_H_
