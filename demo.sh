@@ -1,0 +1,125 @@
+#!/usr/bin/env bash
+# A tour on any Debian 12 machine: builds the library, the lab engine and the command-line tool, starts the engine on a
+# small campus site, asks it, and cleans up.
+set -euo pipefail
+cd "$(dirname "$0")"
+. scripts/common.sh
+
+need_packages g++ cmake ninja-build libyaml-cpp-dev
+echo "building (once; the first time takes a minute or two) ..."
+configure build
+ninja -C build nqed nqecli qdt_util >build/demo.log 2>&1 || { tail -n 40 build/demo.log; exit 1; }
+
+work=$(mktemp -d)
+engine=
+clean_up() {
+  [ -z "$engine" ] || kill "$engine" 2>/dev/null || true
+  [ -z "$engine" ] || wait "$engine" 2>/dev/null || true
+  rm -rf "$work"
+}
+trap clean_up EXIT
+arena=$work/nqe.arena
+
+bold='' plain=''
+[ ! -t 1 ] || bold=$'\033[1m' plain=$'\033[0m'
+heading() { printf '\n%s%s%s\n' "$bold" "$1" "$plain"; }
+
+# Shows a command as it would be typed, then runs it. The tour goes on when the command fails: that is shown as well.
+show() {
+  printf '\n$ nqecli %s\n' "$*"
+  local code=0
+  build/bin/nqecli --arena "$arena" "$@" || code=$?
+  [ "$code" -eq 0 ] || printf '(exit code %d)\n' "$code"
+}
+
+# The first LINES lines of a long answer.
+show_head() {
+  local lines=$1 answer
+  shift
+  printf '\n$ nqecli %s | head -n %d\n' "$*" "$lines"
+  answer=$(build/bin/nqecli --arena "$arena" "$@")
+  head -n "$lines" <<<"$answer"
+}
+
+heading "A lab engine on the site of examples/campus.yaml"
+printf '$ nqed --scenario examples/campus.yaml\n'
+build/bin/nqed --scenario examples/campus.yaml --arena "$arena" >"$work/engine.log" 2>&1 &
+engine=$!
+for _ in $(seq 100); do
+  grep -q '^nqed: ready' "$work/engine.log" && break
+  kill -0 "$engine" 2>/dev/null || { cat "$work/engine.log"; exit 1; }
+  sleep 0.05
+done
+cat "$work/engine.log"
+echo "(The tour's arena is a temporary file; the commands below are shown without their --arena.)"
+
+heading "From the control plane's, the flow engine's and a station's number to the forwarding interface"
+show diag search nqpTable 1 0 2001 0 0
+show show flowif_map_fwdif 1
+show show usf_map_fwdif 7
+
+heading "A forwarding interface: everything the engine knows of it (300 lines, the first of them)"
+show_head 60 show fwdif 2001
+
+heading "A packet's way out: route, group of next hops, next hop, neighbour"
+show show fib 0.0.0.0
+show show nhp_group 1
+show show nhp 1
+show show arp 198.51.100.1
+
+heading "Bindings that have gone out of date: the views mark them"
+show show fib 203.0.113.128 25
+show show nhp_group 2
+
+heading "IPv6, and packets that wait for a neighbour"
+show show ipv6_fib ::
+show show nd 2001:db8:0:10::a1
+show show arp_miss_cache 192.0.2.180
+
+heading "Access lists: a group, and a rule that counts at the wrong place"
+show show acl_group 0 3002
+show show acl_rule 0 3002 1
+
+heading "What the control plane has taken and refused; the counters are cleared while the engine runs"
+show show cpcar_pro arp-request 0 1
+show diag clear cpcar status
+show show cpcar_pro arp-request 0 1
+
+heading "A CAPWAP tunnel whose route has been replaced"
+show show capwap_tunnel 2
+
+heading "Layer 2: a VLAN, a station's MAC address, who plays to whom"
+show show vlaninfo 1 20
+show show ssw_macinfo 02:00:5e:30:00:01 1 10
+show show mc_elb 233.252.0.1:192.0.2.178 10
+
+heading "A wireless user: its services and counters, its addresses, how it signed in"
+show_head 30 show usf_user 02:00:5e:30:00:01
+show show usf_macip 2001:db8:0:10::a1 1
+show_head 30 show eaplog_info 02:00:5e:30:00:01
+
+heading "DHCP bindings, and the buffers that the engine holds back"
+show show dhcp_snooping_bind num3
+show show buf_cache_stat 0
+
+heading "Aging times, changed while the engine runs"
+aging() { printf '\n$ nqecli show global | grep aging\n'; build/bin/nqecli --arena "$arena" show global | grep aging; }
+aging
+show engine region IPP_SESSION_AGING_TIME tcp 300
+aging
+
+heading "What a wrong key answers"
+show diag search nqpTable 1 0 4711 0 0
+show show fwdfi 2001
+
+heading "A snapshot answers when the engine is gone"
+printf '\n$ nqecli snapshot site.snapshot\n'
+build/bin/nqecli --arena "$arena" snapshot "$work/site.snapshot"
+kill "$engine"
+wait "$engine" || true
+engine=
+show show ctrlif_map_fwdif 2001
+printf '\n$ nqecli --snapshot site.snapshot show ctrlif_map_fwdif 2001\n'
+build/bin/nqecli --snapshot "$work/site.snapshot" show ctrlif_map_fwdif 2001
+
+heading "That was the tour. README.md tells more; ./test.sh runs every check."

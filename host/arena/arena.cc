@@ -1,0 +1,125 @@
+#include "host/arena/arena.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "host/arena/arena_impl.h"
+#include "host/arena/mix.h"
+#include "host/tbm/table_layout.h"
+#include "host/tbm/table_view.h"
+#include "platform/tbm.h"
+
+namespace qdt::host {
+
+namespace {
+
+Arena *g_current = nullptr;
+
+}  // namespace
+
+uint64_t HeaderSum(const ArenaHeader &header) {
+  ArenaHeader copy = header;
+  copy.headerSum = 0;
+  copy.state = 0;
+  return MixBytes(&copy, sizeof(copy));
+}
+
+Arena::Impl::~Impl() {
+  if (header != nullptr) munmap(header, size);
+  // A forked child has a copy of this object, but the file is the engine's.
+  if (!buildPath.empty() && owner == getpid()) unlink(buildPath.c_str());
+}
+
+bool Arena::Impl::Map(uint64_t base, uint64_t bytes, int protection, int flags) {
+  void *wanted = reinterpret_cast<void *>(base);
+  void *got = mmap(wanted, bytes, protection, flags | MAP_FIXED_NOREPLACE | MAP_NORESERVE, file.get(), 0);
+  if (got == MAP_FAILED) return false;
+  if (got != wanted) {  // a kernel that does not know MAP_FIXED_NOREPLACE takes the address as a wish
+    munmap(got, bytes);
+    errno = EEXIST;
+    return false;
+  }
+  header = static_cast<ArenaHeader *>(got);
+  size = bytes;
+  return true;
+}
+
+ArenaState Arena::Impl::State() const {
+  return static_cast<ArenaState>(std::atomic_ref<uint32_t>(header->state).load(std::memory_order_acquire));
+}
+
+void Arena::Impl::SetState(ArenaState state) {
+  std::atomic_ref<uint32_t>(header->state).store(static_cast<uint32_t>(state), std::memory_order_release);
+}
+
+Arena::Arena(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
+
+Arena::~Arena() {
+  if (g_current == this) SetCurrent(nullptr);
+}
+
+bool Arena::EngineAlive() const {
+  if (impl_->State() == ArenaState::kEnded) return false;
+  return impl_->owner == getpid() || impl_->file.Locked();
+}
+
+void Arena::CopyTo(int fd) const {
+  const std::string what = "cannot write the snapshot";
+  if (!FitsFileSizeLimit(impl_->size)) {
+    throw HostError(what + ": " + SystemText(EFBIG) + " (raise the limit on file sizes)");
+  }
+  CopySparse(impl_->file.get(), fd, what, [] { return false; });
+}
+
+const std::string &Arena::path() const { return impl_->path; }
+ArenaHeader *Arena::header() const { return impl_->header; }
+const std::string Arena::socketPath() const { return impl_->header->socketPath; }
+uint32_t Arena::enginePid() const { return static_cast<uint32_t>(impl_->header->enginePid); }
+bool Arena::Writable() const { return impl_->writable; }
+
+bool Arena::Contains(const void *address, size_t size) const {
+  const uint64_t offset = reinterpret_cast<uint64_t>(address) - impl_->header->base;
+  return offset <= impl_->size && size <= impl_->size - offset;
+}
+
+void *Arena::FindRegion(std::string_view name, uint32_t *size) const {
+  const ArenaHeader &header = *impl_->header;
+  const auto *region = reinterpret_cast<const RegionEntry *>(impl_->Base() + header.directoryOffset +
+                                                             header.tableCount * sizeof(tbm::TableShape));
+  for (uint32_t i = 0; i < header.regionCount; ++i, ++region) {
+    if (name != region->name) continue;
+    if (size != nullptr) *size = region->size;
+    return impl_->Base() + region->offset;
+  }
+  return nullptr;
+}
+
+uint64_t Arena::StorageBytes() const {
+  uint64_t bytes = impl_->header->fixedBytes;
+  for (uint32_t id = 0; id < impl_->header->tableCount; ++id) {
+    tbm::TableView view;
+    if (tbm::TableView::Open(impl_->header, id, &view) == 0) bytes += view.StorageBytes();
+  }
+  return bytes;
+}
+
+bool Arena::Reserve(void *address, size_t size) {
+  if (impl_->owner == 0 || !Contains(address, size)) return false;
+  const off_t offset = static_cast<char *>(address) - impl_->Base();
+  return ReserveStorage(impl_->file.get(), offset, static_cast<off_t>(size)) == 0;
+}
+
+void Arena::SetCurrent(Arena *arena) {
+  g_current = arena;
+  g_tbmGlobalInfo =
+      arena == nullptr
+          ? nullptr
+          : reinterpret_cast<TbmGlobalInfo *>(arena->impl_->Base() + arena->header()->infoOffset);
+}
+
+Arena *Arena::Current() { return g_current; }
+
+}  // namespace qdt::host

@@ -1,0 +1,113 @@
+#ifndef HOST_ARENA_ARENA_H_
+#define HOST_ARENA_ARENA_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/arena/host_error.h"
+#include "host/tbm/table_spec.h"
+
+namespace qdt::host {
+
+// One named shared-memory region that the engine publishes (VRX_Smmap finds it by name), zeroed at creation.
+struct RegionSpec {
+  std::string name;
+  uint32_t size = 0;
+};
+
+// What an engine wants its arena to hold. Everything is laid out when the arena is created; nothing moves
+// later.
+struct ArenaPlan {
+  std::vector<TableSpec> tables;    // one for each of the 109 ids, in order of id
+  std::vector<RegionSpec> regions;  // in any order, names unique
+  std::string socketPath;           // where the engine listens; clients find the engine through it
+};
+
+struct ArenaHeader;
+
+// The one shared file that carries everything an engine publishes, mapped in every process at the base
+// address that its header records, so that records can hold real addresses. See docs/arena.md for the file's
+// layout.
+//
+// An Arena object owns the mapping and, in the engine, the lock that says "this engine lives". The kernel
+// drops the lock with the process, however it ends. Not thread-safe; one engine thread writes.
+class Arena {
+ public:
+  enum class Access {
+    kLive,      // the shared file of a running engine: tables read-only, regions and session records writable
+    kSnapshot,  // any arena file, also one without an engine, mapped privately: writes stay in this process
+  };
+
+  // Lays out a new arena beside `path` under a temporary name; nobody sees it until Publish. Throws HostError
+  // when the place cannot be written, has too little room, or no base address is free.
+  static std::unique_ptr<Arena> Create(const std::string &path, const ArenaPlan &plan);
+
+  // Maps the arena at `path`. Throws HostError when it is missing, not readable, not an arena, of another
+  // version or byte order, truncated or damaged, when its base is taken in this process, and for kLive also
+  // when no engine holds it ("the engine is gone").
+  static std::unique_ptr<Arena> Attach(const std::string &path, Access access);
+
+  // The destructor unmaps. An arena created but not published leaves no file behind.
+  ~Arena();
+  Arena(const Arena &) = delete;
+  Arena &operator=(const Arena &) = delete;
+
+  // Throws the HostError that Publish would throw now, so that an engine can refuse before it loads anything.
+  static void CheckFree(const std::string &path);
+
+  // Moves the finished arena to its path in one step. Takes the place of a dead engine's arena; throws
+  // HostError when a live engine holds the path or when the file there is not an arena (it is left alone).
+  void Publish();
+
+  // Marks the arena as ended and removes its file, if the path still names this arena.
+  void Retire();
+
+  // Whether the engine that published this arena still runs. False for an arena that it has retired.
+  bool EngineAlive() const;
+
+  // Writes a copy of the arena to `fd` (a new, empty regular file), holes kept as holes. The caller sees to
+  // it that the writer stands still (the engine calls it between two changes). Throws HostError.
+  void CopyTo(int fd) const;
+
+  const std::string &path() const;
+  ArenaHeader *header() const;
+  const std::string socketPath() const;
+  uint32_t enginePid() const;
+
+  // Whether this process may write to regions and session records: the engine, clients with write permission,
+  // and readers of a snapshot (whose writes stay in their process). Where a live arena may only be read,
+  // writes do not fault either, but reach nobody: ask first. VRX_Smmap refuses there.
+  bool Writable() const;
+
+  // Bytes of storage that the arena occupies so far.
+  uint64_t StorageBytes() const;
+
+  // Whether `[address, address + size)` lies inside the mapping: what a pointer found in a record is checked
+  // with before the host platform follows it.
+  bool Contains(const void *address, size_t size) const;
+
+  // The region, or null. `size` may be null.
+  void *FindRegion(std::string_view name, uint32_t *size) const;
+
+  // Backs `[address, address + size)` of the mapping with storage; false when the file system is full. Pages
+  // of the arena are reserved before they are touched, so a full disk is an error code and never a signal.
+  bool Reserve(void *address, size_t size);
+
+  // The arena that this process works on: what the platform's table and shared-memory functions use. Also
+  // sets g_tbmGlobalInfo. Null detaches.
+  static void SetCurrent(Arena *arena);
+  static Arena *Current();
+
+ private:
+  struct Impl;
+  explicit Arena(std::unique_ptr<Impl> impl);
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace qdt::host
+
+#endif  // HOST_ARENA_ARENA_H_

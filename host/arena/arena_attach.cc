@@ -1,0 +1,206 @@
+#include <fcntl.h>
+#include <sys/mman.h>
+
+#include <bit>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "host/arena/arena_impl.h"
+#include "host/arena/mix.h"
+#include "host/tbm/table_layout.h"
+#include "platform/tbm.h"
+
+// Attaching: every byte of the header and of the directories is checked before anything follows an offset in
+// it.
+namespace qdt::host {
+
+namespace {
+
+constexpr char kLiveHint[] = " (start nqed, or name its arena with --arena)";
+constexpr char kOtherHint[] = " (name another file)";
+constexpr char kAgainHint[] = " (let nqed write it again)";
+
+bool IsLive(Arena::Access access) { return access == Arena::Access::kLive; }
+
+ArenaFile Open(const std::string &path, Arena::Access access) {
+  ArenaFile file;
+  if (IsLive(access)) file = ArenaFile(path, O_RDWR);
+  // Tables may be read by who must not write to the regions.
+  if (!file.ok()) file = ArenaFile(path, O_RDONLY);
+  if (file.ok()) return file;
+  if (errno == ENOENT || errno == ENOTDIR) {
+    if (IsLive(access)) throw HostError("no engine runs: there is no arena at " + path + kLiveHint);
+    throw HostError("there is no snapshot at " + path + " (write one with nqecli snapshot FILE)");
+  }
+  if (errno == EACCES || errno == EPERM) {
+    throw HostError("no permission to read the arena at " + path + " (ask its owner, or run as that user)");
+  }
+  throw HostError("cannot open the arena at " + path + ": " + SystemText(errno) + kOtherHint);
+}
+
+bool SizesFit(const ArenaHeader &header) {
+  const uint64_t total = header.totalSize;
+  const uint64_t directory =
+      header.tableCount * sizeof(tbm::TableShape) + header.regionCount * sizeof(RegionEntry);
+  const uint64_t info = sizeof(TbmGlobalInfo) + header.tableCount * sizeof(TbmTableDesc);
+  const auto holds = [total](uint64_t offset, uint64_t size) {
+    return offset % 8 == 0 && offset <= total && size <= total - offset;
+  };
+  return header.tableCount == kTableCount && header.regionCount <= kMaxRegions &&
+         header.base % kTailAlignment == 0 && holds(header.directoryOffset, header.directorySize) &&
+         directory < header.directorySize && holds(header.infoOffset, info) && holds(header.tailOffset, 0) &&
+         header.tailOffset % kTailAlignment == 0 &&
+         holds(header.stateOffset, header.tableCount * sizeof(tbm::TableState)) &&
+         header.socketPath[kSocketPathRoom - 1] == 0;
+}
+
+bool StateIsKnown(uint32_t state) {
+  return state == static_cast<uint32_t>(ArenaState::kBuilding) ||
+         state == static_cast<uint32_t>(ArenaState::kReady) ||
+         state == static_cast<uint32_t>(ArenaState::kEnded);
+}
+
+// Reads the header from the file, before anything is mapped.
+ArenaHeader ReadHeader(const ArenaFile &file, const std::string &path) {
+  const struct stat info = file.Stat();
+  ArenaHeader header = {};
+  const size_t got = S_ISREG(info.st_mode) ? file.ReadHeader(&header) : 0;
+  if (got < sizeof(kArenaMagic) || std::memcmp(header.magic, kArenaMagic, sizeof(kArenaMagic)) != 0) {
+    throw HostError(path + " is not an arena" + kOtherHint);
+  }
+  if (header.byteOrder == kByteOrderSwapped) {
+    throw HostError("the arena at " + path +
+                    " is in the other byte order (read it on a machine like its engine's)");
+  }
+  if (got >= offsetof(ArenaHeader, byteOrder) && header.version != kArenaVersion) {
+    throw HostError("the arena at " + path + " was written by version " + std::to_string(header.version) +
+                    ", this program reads version " + std::to_string(kArenaVersion) +
+                    " (use tools and engine of one version)");
+  }
+  if (got < sizeof(header)) {
+    throw HostError("the arena at " + path + " is truncated: " + std::to_string(info.st_size) +
+                    " bytes are less than its header" + kAgainHint);
+  }
+  if (header.byteOrder != kByteOrderMark || header.pointerSize != sizeof(void *) ||
+      header.headerSize != sizeof(header) || header.headerSum != HeaderSum(header) || !SizesFit(header) ||
+      !StateIsKnown(header.state)) {
+    throw HostError("the arena at " + path + " has a damaged header" + kAgainHint);
+  }
+  if (static_cast<uint64_t>(info.st_size) != header.totalSize) {
+    throw HostError("the arena at " + path + " is truncated: " + std::to_string(info.st_size) +
+                    " bytes instead of " + std::to_string(header.totalSize) + kAgainHint);
+  }
+  return header;
+}
+
+// Whether everything that the constant directories say about the file is possible.
+class DirectoryCheck {
+ public:
+  // `header` is that of the mapping.
+  explicit DirectoryCheck(ArenaHeader *header)
+      : header_(*header),
+        base_(reinterpret_cast<char *>(header)),
+        shapes_(reinterpret_cast<tbm::TableShape *>(base_ + header->directoryOffset)),
+        regions_(reinterpret_cast<const RegionEntry *>(shapes_ + header->tableCount)) {}
+
+  bool TablesAreGood() const {
+    const char *directory = base_ + header_.directoryOffset;
+    if (MixBytes(directory, header_.directorySize) != header_.directorySum) return false;
+    if (directory[header_.directorySize - 1] != 0) return false;  // the last name ends
+    for (uint32_t i = 0; i < header_.tableCount; ++i) {
+      if (!ShapeIsGood(shapes_[i])) return false;
+    }
+    for (uint32_t i = 0; i < header_.regionCount; ++i) {
+      const RegionEntry &region = regions_[i];
+      if (region.name[kRegionNameRoom - 1] != 0 || !Holds(region.offset, region.size)) return false;
+    }
+    return true;
+  }
+
+  // The table manager's own description of the tables, which programs read in place.
+  bool InfoIsGood() const {
+    const auto *info = reinterpret_cast<const TbmGlobalInfo *>(base_ + header_.infoOffset);
+    const auto *descriptors = reinterpret_cast<const TbmTableDesc *>(info + 1);
+    if (info->tableCount != header_.tableCount || info->tables != descriptors) return false;
+    for (uint32_t i = 0; i < header_.tableCount; ++i) {
+      const TbmTableDesc &is = descriptors[i];
+      const tbm::TableShape &should = shapes_[i];
+      if (is.name != base_ + should.nameOffset || is.keySize != should.keySize ||
+          is.dataSize != should.dataSize || is.spec != should.capacity ||
+          is.groupRuleSpec != should.groupRuleSpec) {
+        return false;
+      }
+    }
+    return PointerIsGood(info->serverMaps) && PointerIsGood(info->flowPartition);
+  }
+
+ private:
+  bool Holds(uint64_t offset, uint64_t size) const {
+    return offset <= header_.totalSize && size <= header_.totalSize - offset;
+  }
+
+  bool PointerIsGood(const void *pointer) const {
+    return pointer == nullptr || Holds(reinterpret_cast<uint64_t>(pointer) - header_.base, sizeof(void *));
+  }
+
+  bool ShapeIsGood(const tbm::TableShape &shape) const {
+    const uint64_t names = header_.directoryOffset + header_.directorySize;
+    if (shape.nameOffset < header_.directoryOffset || shape.nameOffset >= names) return false;
+    if (shape.dataSize == 0) return true;
+    return shape.keySize <= tbm::kMaxKeySize && shape.groupKeySize <= shape.keySize &&
+           shape.recordSize != 0 && shape.searchOffset < shape.recordSize &&
+           shape.recordOffset >= sizeof(tbm::Slot) + shape.keySize &&
+           uint64_t{shape.recordOffset} + shape.recordSize <= shape.slotSize && shape.slotSize % 8 == 0 &&
+           shape.recordOffset % 8 == 0 && shape.indexOffset % 8 == 0 && shape.slabOffset % 8 == 0 &&
+           std::has_single_bit(shape.bucketCount) && shape.lookup <= static_cast<uint8_t>(Lookup::kPrefix6) &&
+           Holds(shape.indexOffset, tbm::IndexSize(shape)) &&
+           Holds(shape.slabOffset, uint64_t{shape.slotSize} * shape.capacity);
+  }
+
+  const ArenaHeader &header_;
+  char *const base_;
+  const tbm::TableShape *const shapes_;
+  const RegionEntry *const regions_;
+};
+
+}  // namespace
+
+std::unique_ptr<Arena> Arena::Attach(const std::string &path, Access access) {
+  auto impl = std::make_unique<Impl>();
+  impl->path = path;
+  impl->file = Open(path, access);
+  const ArenaHeader header = ReadHeader(impl->file, path);
+  if (header.state == static_cast<uint32_t>(ArenaState::kBuilding)) {
+    throw HostError("the arena at " + path + " is not finished (wait until nqed has published it)");
+  }
+  if (IsLive(access) && !impl->file.Locked()) {
+    throw HostError(
+        "the engine is gone: the arena at " + path +
+        " was left by a process that has ended (start nqed; to look into what it left use --snapshot " +
+        path + ")");
+  }
+  const bool shared = IsLive(access) && (fcntl(impl->file.get(), F_GETFL) & O_ACCMODE) == O_RDWR;
+  impl->writable = shared || !IsLive(access);
+  if (!impl->Map(header.base, header.totalSize, PROT_READ, shared ? MAP_SHARED : MAP_PRIVATE)) {
+    char address[32];
+    std::snprintf(address, sizeof(address), "0x%llx", static_cast<unsigned long long>(header.base));
+    throw HostError("cannot map the arena at " + path + " at its address " + address + ": " +
+                    (errno == EEXIST ? "in use in this process (start the tool again)" : SystemText(errno)));
+  }
+  const DirectoryCheck check(impl->header);
+  if (std::memcmp(impl->header, &header, offsetof(ArenaHeader, state)) != 0 || !check.TablesAreGood()) {
+    throw HostError("the arena at " + path + " has a damaged table directory" + kAgainHint);
+  }
+  if (!check.InfoIsGood()) {
+    throw HostError("the arena at " + path + " has damaged table descriptors" + kAgainHint);
+  }
+  // A private mapping takes writes as well, so that nothing faults; they stay in this process.
+  if (mprotect(impl->Base() + header.tailOffset, header.totalSize - header.tailOffset,
+               PROT_READ | PROT_WRITE) != 0) {
+    throw HostError("cannot map the arena at " + path + ": " + SystemText(errno));
+  }
+  return std::unique_ptr<Arena>(new Arena(std::move(impl)));
+}
+
+}  // namespace qdt::host

@@ -1,0 +1,205 @@
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "host/arena/arena_impl.h"
+#include "host/arena/arena_plan.h"
+
+// Making, publishing and taking back an arena: the engine's side.
+namespace qdt::host {
+
+namespace {
+
+// Places for the mapping, the best one first: above the program and its heap, below the stacks and libraries,
+// and where AddressSanitizer and ThreadSanitizer let programs map memory. The kernel refuses those beyond its
+// address size.
+constexpr uint64_t kBases[] = {
+#if defined(__aarch64__)
+    0xaaae00000000, 0x560000000000, 0x300000000000,  // 48 bits
+    0x018000000000,                                  // 42 bits
+    0x006800000000, 0x003000000000, 0x002800000000,  // 39 bits
+#else
+    0x566800000000, 0x567000000000, 0x590000000000, 0x200000000000, 0x300000000000, 0x400000000000,
+#endif
+};
+
+// How often, and with which pause, something is tried that another engine may be in the middle of.
+constexpr int kAttempts = 50;
+constexpr timespec kPause = {0, 2000000};
+
+[[noreturn]] void RefuseToCreate(const std::string &path, int error) {
+  const char *mend = error == ENOSPC || error == EDQUOT || error == EFBIG
+                         ? "make room, or choose another place with --arena"
+                         : "choose another place with --arena";
+  throw HostError("cannot create the arena " + path + ": " + SystemText(error) + " (" + mend + ")");
+}
+
+uint64_t NanosecondsSince1970() {
+  timespec now = {};
+  clock_gettime(CLOCK_REALTIME, &now);
+  return static_cast<uint64_t>(now.tv_sec) * 1000000000 + static_cast<uint64_t>(now.tv_nsec);
+}
+
+uint64_t RandomIdentity() {
+  uint64_t identity = NanosecondsSince1970();
+  ArenaFile random("/dev/urandom", O_RDONLY);
+  if (random.ok() && read(random.get(), &identity, sizeof(identity)) < 0)
+    identity ^= uint64_t(getpid()) << 32;
+  return identity;
+}
+
+bool StartsLikeArena(const ArenaFile &file) {
+  ArenaHeader header = {};
+  return file.ReadHeader(&header) >= sizeof(kArenaMagic) &&
+         std::memcmp(header.magic, kArenaMagic, sizeof(kArenaMagic)) == 0;
+}
+
+// Whether an engine was killed before it wrote the header: the file is empty, or zeros where the magic goes.
+bool StartsUnwritten(const ArenaFile &file) {
+  ArenaHeader header = {};
+  file.ReadHeader(&header);
+  constexpr char kUnwritten[sizeof(kArenaMagic)] = {};
+  return std::memcmp(header.magic, kUnwritten, sizeof(kUnwritten)) == 0;
+}
+
+// Removes `path` when it is an arena that an engine left half-built.
+void RemoveAbandoned(const std::string &path) {
+  const ArenaFile file(path, O_RDWR | O_NOFOLLOW);
+  if (!file.ok() || !S_ISREG(file.Stat().st_mode)) return;
+  if (!StartsLikeArena(file) && !StartsUnwritten(file)) return;
+  if (file.Lock() && file.IsAt(path)) unlink(path.c_str());
+}
+
+// Engines that were killed while they built an arena for `path` leave PATH.<pid>.new behind.
+void RemoveAbandonedBuilds(const std::string &path) {
+  const size_t slash = path.rfind('/');
+  const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+  const std::string prefix = path.substr(slash == std::string::npos ? 0 : slash + 1) + ".";
+  constexpr char kSuffix[] = ".new";
+  DIR *entries = opendir(directory.c_str());
+  if (entries == nullptr) return;
+  while (const dirent *entry = readdir(entries)) {
+    const std::string name = entry->d_name;
+    if (name.size() <= prefix.size() + std::strlen(kSuffix) || name.compare(0, prefix.size(), prefix) != 0)
+      continue;
+    const std::string middle = name.substr(prefix.size(), name.size() - prefix.size() - std::strlen(kSuffix));
+    if (name != prefix + middle + kSuffix || middle.find_first_not_of("0123456789") != std::string::npos)
+      continue;
+    RemoveAbandoned(directory + "/" + name);
+  }
+  closedir(entries);
+}
+
+// A new file with the engine's lock on it.
+ArenaFile CreateLocked(const std::string &buildPath, const std::string &path) {
+  // Another engine that cleans up may take a file that is not locked yet for an abandoned one and remove it.
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    ArenaFile file(buildPath, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW);
+    if (file.ok() && file.Lock()) {
+      if (file.Stat().st_nlink != 0) return file;
+    } else if (errno != EEXIST && errno != EAGAIN && errno != EACCES) {
+      RefuseToCreate(path, errno);
+    } else if (!file.ok() && errno == EACCES) {
+      RefuseToCreate(path, errno);
+    }
+    nanosleep(&kPause, nullptr);
+  }
+  RefuseToCreate(path, EEXIST);
+}
+
+// The file at the path of an arena that is to be published: an arena without an engine, whose lock is ours
+// now, or no file at all. Throws when it is anything else.
+ArenaFile TakeOver(const std::string &path) {
+  ArenaFile file;
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    file = ArenaFile(path, O_RDWR);
+    if (!file.ok() && errno == ENOENT) return file;
+    if (!file.ok()) RefuseToCreate(path, errno);
+    if (!S_ISREG(file.Stat().st_mode) || !StartsLikeArena(file)) {
+      throw HostError(path + " is not an arena and is left alone (choose another place with --arena)");
+    }
+    if (file.Lock() && file.IsAt(path)) return file;
+    if (file.IsAt(path) && attempt > 5)
+      break;  // an engine that takes the path over has the lock for a moment only
+    nanosleep(&kPause, nullptr);
+  }
+  ArenaHeader header = {};
+  file.ReadHeader(&header);
+  const std::string pid = std::to_string(header.enginePid);
+  throw HostError("an engine runs already on the arena " + path + ": process " + pid +
+                  " (stop it with kill " + pid + ", or use another --arena)");
+}
+
+}  // namespace
+
+std::unique_ptr<Arena> Arena::Create(const std::string &path, const ArenaPlan &plan) {
+  const PlanLayout layout(plan);
+  const ArenaHeader &shape = layout.header();
+  if (!FitsFileSizeLimit(shape.totalSize)) RefuseToCreate(path, EFBIG);
+  RemoveAbandonedBuilds(path);
+
+  auto impl = std::make_unique<Impl>();
+  const std::string buildPath = path + "." + std::to_string(getpid()) + ".new";
+  impl->path = path;
+  impl->file = CreateLocked(buildPath, path);
+  impl->buildPath = buildPath;
+  impl->owner = getpid();
+  impl->writable = true;
+  const int fd = impl->file.get();
+  if (ftruncate(fd, static_cast<off_t>(shape.totalSize)) != 0) RefuseToCreate(path, errno);
+  int error = ReserveStorage(fd, 0, static_cast<off_t>(layout.FixedEnd()));
+  if (error == 0 && layout.RegionsEnd() > shape.tailOffset) {
+    error = ReserveStorage(fd, static_cast<off_t>(shape.tailOffset),
+                           static_cast<off_t>(layout.RegionsEnd() - shape.tailOffset));
+  }
+  if (error != 0) RefuseToCreate(path, error);
+
+  for (const uint64_t base : kBases) {
+    if (impl->Map(base, shape.totalSize, PROT_READ | PROT_WRITE, MAP_SHARED)) break;
+  }
+  if (impl->header == nullptr) {
+    throw HostError("cannot map the arena " + path + ": no address is free for its " +
+                    std::to_string(shape.totalSize >> 20) +
+                    " MiB (raise the address space limit, or start again)");
+  }
+  layout.Write(impl->Base());
+  ArenaHeader *header = impl->header;
+  header->base = reinterpret_cast<uint64_t>(header);
+  header->enginePid = static_cast<uint64_t>(getpid());
+  header->startTime = NanosecondsSince1970();
+  header->identity = RandomIdentity();
+  header->headerSum = HeaderSum(*header);
+  impl->SetState(ArenaState::kBuilding);
+  return std::unique_ptr<Arena>(new Arena(std::move(impl)));
+}
+
+void Arena::CheckFree(const std::string &path) { TakeOver(path); }
+
+void Arena::Publish() {
+  impl_->SetState(ArenaState::kReady);
+  const char *from = impl_->buildPath.c_str();
+  const char *to = impl_->path.c_str();
+  for (int attempt = 0; renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) != 0; ++attempt) {
+    if (errno != EEXIST || attempt == kAttempts) RefuseToCreate(impl_->path, errno);
+    // Whoever holds the lock of the file there may replace it. When that file is gone by now, try again.
+    const ArenaFile old = TakeOver(impl_->path);
+    if (!old.ok()) continue;
+    if (rename(from, to) != 0) RefuseToCreate(impl_->path, errno);
+    break;
+  }
+  impl_->buildPath.clear();
+}
+
+void Arena::Retire() {
+  impl_->SetState(ArenaState::kEnded);
+  // While this process holds its file's lock no other engine replaces it.
+  if (impl_->buildPath.empty() && impl_->file.IsAt(impl_->path)) unlink(impl_->path.c_str());
+}
+
+}  // namespace qdt::host

@@ -1,0 +1,81 @@
+#include "host/engine/engine.h"
+
+#include "platform/tbm.h"
+
+namespace qdt::host {
+namespace {
+
+// Clears some values of the entries of one table.
+struct TableClearing {
+  const TableLayout &table;
+  const std::vector<FieldRef> cleared;
+  TableWriter &writer;
+  uint32_t entries = 0;
+};
+
+int32_t ClearEntry(void *entry, void *context) {
+  constexpr int32_t kGoOn = -9;
+  auto &clearing = *static_cast<TableClearing *>(context);
+  const TableSpec &spec = clearing.table.spec;
+  auto *bytes = static_cast<uint8_t *>(entry);
+  std::vector<uint8_t> record(bytes, bytes + spec.recordSize);
+  for (const FieldRef &field : clearing.cleared) field.Set(record.data(), 0);
+  clearing.writer.Update(spec.id, bytes + spec.searchOffset, record.data());
+  ++clearing.entries;
+  return kGoOn;
+}
+
+}  // namespace
+
+Engine::Engine(const EngineOptions &options, const Layout &layout, const Scenario &scenario)
+    : options_(options),
+      layout_(layout),
+      natPolicy_(scenario.natPolicy()),
+      arena_(Arena::Create(options.arena, layout.Plan(options.socket))),
+      writer_(arena_.get()) {
+  Arena::SetCurrent(arena_.get());
+  scenario.Fill(arena_.get(), &writer_);
+}
+
+Engine::~Engine() {
+  Retire();
+  Arena::SetCurrent(nullptr);
+}
+
+void Engine::Publish() {
+  arena_->Publish();
+  published_ = true;
+}
+
+void Engine::Retire() {
+  if (published_) arena_->Retire();
+  published_ = false;
+}
+
+uint32_t Engine::Clear(std::string_view word) {
+  uint32_t entries = 0;
+  for (const TableLayout &table : layout_.tables()) {
+    TableClearing clearing{table, table.ClearedBy(word), writer_};
+    if (clearing.cleared.empty()) continue;
+    TbmTblTrav(0, table.spec.id, ClearEntry, &clearing);
+    entries += clearing.entries;
+  }
+  return entries;
+}
+
+std::chrono::seconds Engine::Uptime() const {
+  return std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - started_);
+}
+
+TableUse CountEntries() {
+  TableUse use;
+  for (uint32_t id = 0; id < g_tbmGlobalInfo->tableCount; ++id) {
+    uint32_t count = 0;
+    if (TbmTblEntryNum(0, id, &count) != 0 || count == 0) continue;
+    ++use.tables;
+    use.entries += count;
+  }
+  return use;
+}
+
+}  // namespace qdt::host

@@ -1,0 +1,58 @@
+#ifndef HOST_ENGINE_SERVER_H_
+#define HOST_ENGINE_SERVER_H_
+
+#include <chrono>
+#include <cstddef>
+#include <list>
+#include <string>
+#include <vector>
+
+#include "host/engine/protocol.h"
+
+namespace qdt::host {
+
+struct ServerLimits {
+  size_t clients = 128;
+  // A client that leaves a request half sent or a reply unread for this long is dropped. One that rests
+  // between two requests may stay for ever.
+  std::chrono::milliseconds patience{30'000};
+};
+
+// Answers command lines on a listening socket. One thread, one poll loop, nothing in it blocks: requests and
+// replies wait in per-client buffers. A client's next request is looked at only when its last reply is out,
+// so that what the engine holds for one client is bounded by one request and one reply; and clients take
+// turns, one request each.
+class Server {
+ public:
+  // `listener` is a listening stream socket that does not block and outlives the server; `run` is called on
+  // the serving thread and does not throw anything but HostError.
+  Server(int listener, EngineChannel run, ServerLimits limits = {});
+  ~Server();
+
+  // Serves until `stop` is readable (a signalfd, a pipe). Throws HostError when the system cannot wait.
+  void Serve(int stop);
+
+ private:
+  struct Connection;
+
+  void Accept();
+  void Read(Connection *client);
+  // Runs the client's next request if it is complete and the last reply is out.
+  void Advance(Connection *client);
+  void Reply(Connection *client, EngineReply reply);
+  void Flush(Connection *client);
+  EngineReply RunOne(const Frame &request);
+  int PollTimeout() const;
+  void DropStalled();
+
+  int listener_;
+  EngineChannel run_;
+  ServerLimits limits_;
+  std::list<Connection> clients_;
+  std::chrono::steady_clock::time_point
+      acceptAgain_{};  // not before, when the process had no descriptor left
+};
+
+}  // namespace qdt::host
+
+#endif  // HOST_ENGINE_SERVER_H_

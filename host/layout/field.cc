@@ -1,0 +1,278 @@
+#include "host/layout/field.h"
+
+#include <arpa/inet.h>
+
+#include <algorithm>
+#include <atomic>
+#include <bit>
+#include <charconv>
+#include <cstdio>
+#include <cstring>
+
+#include "host/arena/host_error.h"
+#include "host/layout/near_name.h"
+
+namespace qdt::host {
+namespace {
+
+static_assert(std::endian::native == std::endian::little, "records are little-endian");
+
+WideValue Mask(uint32_t bits) { return bits >= 128 ? ~WideValue{0} : (WideValue{1} << bits) - 1; }
+
+// Whether the bytes of the value stand with the most significant one first.
+bool IsNetworkOrder(FieldKind kind) {
+  return kind == FieldKind::kIpv4Net || kind == FieldKind::kIpv6 || kind == FieldKind::kMac;
+}
+
+// Stored bytes to number and back, the whole word or area of the field.
+WideValue Load(const FieldRef &field, const uint8_t *bytes) {
+  WideValue value = 0;
+  for (uint32_t i = 0; i < field.size; ++i) {
+    if (IsNetworkOrder(field.kind)) {
+      value = value << 8 | bytes[i];
+    } else if (field.kind == FieldKind::kIpv6Words) {
+      value |= WideValue{bytes[i]} << (96 - 32 * (i / 4) + 8 * (i % 4));
+    } else {
+      value |= WideValue{bytes[i]} << (8 * i);
+    }
+  }
+  return value;
+}
+
+void Store(const FieldRef &field, uint8_t *bytes, WideValue value) {
+  for (uint32_t i = 0; i < field.size; ++i) {
+    uint32_t shift = 8 * i;
+    if (IsNetworkOrder(field.kind)) shift = 8 * (field.size - 1 - i);
+    if (field.kind == FieldKind::kIpv6Words) shift = 96 - 32 * (i / 4) + 8 * (i % 4);
+    bytes[i] = static_cast<uint8_t>(value >> shift);
+  }
+}
+
+template <typename Word>
+bool StoreWhole(uint8_t *place, const uint8_t *bytes, size_t size) {
+  if (size != sizeof(Word) || reinterpret_cast<uintptr_t>(place) % sizeof(Word) != 0) return false;
+  Word word;
+  std::memcpy(&word, bytes, sizeof word);
+  std::atomic_ref<Word>(*reinterpret_cast<Word *>(place)).store(word, std::memory_order_relaxed);
+  return true;
+}
+
+WideValue SignExtend(WideValue value, uint32_t bits) {
+  const bool negative = (value >> (bits - 1) & 1) != 0;
+  return negative ? value | ~Mask(bits) : value;
+}
+
+std::optional<WideValue> ParseNumber(std::string_view text) {
+  const bool negative = text.starts_with('-');
+  if (negative) text.remove_prefix(1);
+  int base = 10;
+  if (text.starts_with("0x") || text.starts_with("0X")) {
+    base = 16;
+    text.remove_prefix(2);
+  }
+  uint64_t number = 0;
+  const char *end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, number, base);
+  if (error == std::errc::result_out_of_range && stop == end) return ~WideValue{0} >> 1;  // fits no field
+  if (error != std::errc() || stop != end) return std::nullopt;
+  return negative ? WideValue{0} - number : WideValue{number};
+}
+
+std::optional<WideValue> ParseIp(int family, std::string_view text, uint32_t size) {
+  uint8_t bytes[16];
+  if (inet_pton(family, std::string(text).c_str(), bytes) != 1) return std::nullopt;
+  WideValue value = 0;
+  for (uint32_t i = 0; i < size; ++i) value = value << 8 | bytes[i];
+  return value;
+}
+
+// Six bytes of one or two hexadecimal digits, joined by ':' or '-'.
+std::optional<WideValue> ParseMac(std::string_view text) {
+  WideValue value = 0;
+  const char *at = text.data();
+  const char *end = at + text.size();
+  for (int i = 0; i < 6; ++i) {
+    if (i > 0 && (at == end || (*at != ':' && *at != '-'))) return std::nullopt;
+    if (i > 0) ++at;
+    uint8_t byte = 0;
+    const auto [stop, error] = std::from_chars(at, std::min(at + 2, end), byte, 16);
+    if (error != std::errc()) return std::nullopt;
+    at = stop;
+    value = value << 8 | byte;
+  }
+  if (at != end) return std::nullopt;
+  return value;
+}
+
+std::string Decimal(WideValue value, bool isSigned) {
+  return isSigned ? std::to_string(static_cast<int64_t>(value))
+                  : std::to_string(static_cast<uint64_t>(value));
+}
+
+std::string IpText(int family, WideValue value, uint32_t size) {
+  uint8_t bytes[16];
+  for (uint32_t i = 0; i < size; ++i) bytes[i] = static_cast<uint8_t>(value >> (8 * (size - 1 - i)));
+  char text[INET6_ADDRSTRLEN] = "";
+  inet_ntop(family, bytes, text, sizeof text);
+  return text;
+}
+
+}  // namespace
+
+WideValue FieldRef::Read(const void *record) const {
+  WideValue value = Load(*this, static_cast<const uint8_t *>(record) + offset);
+  if (bits != 0) value = value >> shift & Mask(bits);
+  return kind == FieldKind::kSigned ? SignExtend(value, Width()) : value;
+}
+
+void FieldRef::Write(void *record, WideValue value) const {
+  uint8_t *bytes = static_cast<uint8_t *>(record) + offset;
+  if (bits != 0) {
+    const WideValue mask = Mask(bits) << shift;
+    value = (Load(*this, bytes) & ~mask) | (value << shift & mask);
+  }
+  Store(*this, bytes, value);
+}
+
+void FieldRef::WriteShared(void *record, WideValue value) const {
+  auto *place = static_cast<uint8_t *>(record) + offset;
+  uint8_t word[16];
+  std::memcpy(word, place, size);
+  At(-offset).Write(word, value);
+  if (!StoreWhole<uint16_t>(place, word, size) && !StoreWhole<uint32_t>(place, word, size) &&
+      !StoreWhole<uint64_t>(place, word, size)) {
+    std::memcpy(place, word, size);
+  }
+}
+
+bool FieldRef::Fits(WideValue value) const {
+  if (kind == FieldKind::kSigned) return SignExtend(value & Mask(Width()), Width()) == value;
+  return (value & ~Mask(Width())) == 0;
+}
+
+std::string_view FieldRef::GetText(const void *record) const {
+  const char *text = static_cast<const char *>(record) + offset;
+  return {text, strnlen(text, size)};
+}
+
+void FieldRef::SetText(void *record, std::string_view text) const {
+  char *field = static_cast<char *>(record) + offset;
+  std::memset(field, 0, size);
+  std::memcpy(field, text.data(), std::min<size_t>(text.size(), size));
+}
+
+bool FieldSet::Add(Field field) {
+  const auto at =
+      std::lower_bound(byName_.begin(), byName_.end(), field.name,
+                       [this](uint32_t i, const std::string &name) { return fields_[i].name < name; });
+  if (at != byName_.end() && fields_[*at].name == field.name) return false;
+  byName_.insert(at, static_cast<uint32_t>(fields_.size()));
+  fields_.push_back(std::move(field));
+  return true;
+}
+
+const Field *FieldSet::Find(std::string_view name) const {
+  const auto at =
+      std::lower_bound(byName_.begin(), byName_.end(), name,
+                       [this](uint32_t i, std::string_view wanted) { return fields_[i].name < wanted; });
+  return at != byName_.end() && fields_[*at].name == name ? &fields_[*at] : nullptr;
+}
+
+const Field *FieldSet::Nearest(std::string_view name) const {
+  NearName near(name);
+  const Field *nearest = nullptr;
+  for (const Field &field : fields_) {
+    if (near.Offer(field.name)) nearest = &field;
+  }
+  return nearest;
+}
+
+ValueForm FormOf(FieldKind kind) {
+  switch (kind) {
+    case FieldKind::kIpv4:
+    case FieldKind::kIpv4Net:
+      return ValueForm::kIpv4;
+    case FieldKind::kIpv6:
+    case FieldKind::kIpv6Words:
+      return ValueForm::kIpv6;
+    case FieldKind::kMac:
+      return ValueForm::kMac;
+    case FieldKind::kText:
+      return ValueForm::kText;
+    case FieldKind::kReference:
+      return ValueForm::kReference;
+    case FieldKind::kAddress:
+      return ValueForm::kAddress;
+    default:
+      return ValueForm::kNumber;
+  }
+}
+
+std::optional<WideValue> ParseValue(const FieldRef &field, std::string_view text, std::string *problem) {
+  std::optional<WideValue> value;
+  const char *wanted = "a number (decimal or 0x...)";
+  switch (FormOf(field.kind)) {
+    case ValueForm::kIpv4:
+      value = ParseIp(AF_INET, text, 4);
+      wanted = "an IPv4 address (such as 192.0.2.1)";
+      break;
+    case ValueForm::kIpv6:
+      value = ParseIp(AF_INET6, text, 16);
+      wanted = "an IPv6 address (such as 2001:db8::1)";
+      break;
+    case ValueForm::kMac:
+      value = ParseMac(text);
+      wanted = "a MAC address (such as 02:00:5e:00:53:01)";
+      break;
+    default:
+      value = ParseNumber(text);
+      if (field.Width() == 1 && (text == "true" || text == "false")) value = text == "true";
+      break;
+  }
+  if (!value) {
+    *problem = Quoted(text) + " is not " + wanted;
+  } else if (!field.Fits(*value)) {
+    *problem = RangeProblem(field, std::string(text.substr(0, 40)));
+    value.reset();
+  }
+  return value;
+}
+
+std::optional<FieldRef> NarrowAddress(const FieldRef &field, std::string_view text) {
+  if (ParseIp(AF_INET, text, 4)) return FieldRef{field.offset, 4, FieldKind::kIpv4, 0, 0};
+  if (ParseIp(AF_INET6, text, 16)) return FieldRef{field.offset, 16, FieldKind::kIpv6, 0, 0};
+  if (ParseMac(text)) return FieldRef{field.offset, 6, FieldKind::kMac, 0, 0};
+  return std::nullopt;
+}
+
+std::string RangeProblem(const FieldRef &field, const std::string &shown) {
+  const uint32_t width = field.Width();
+  const bool isSigned = field.kind == FieldKind::kSigned;
+  const std::string low = isSigned ? Decimal(~Mask(width - 1), true) : "0";
+  const std::string high = Decimal(Mask(isSigned ? width - 1 : std::min(width, 64u)), isSigned);
+  return shown + " does not fit " + std::to_string(width) + (width == 1 ? " bit (" : " bits (") +
+         (FormOf(field.kind) == ValueForm::kNumber ? low + " to " + high : "count less far") + ")";
+}
+
+std::string ValueText(const FieldRef &field, WideValue value) {
+  switch (FormOf(field.kind)) {
+    case ValueForm::kIpv4:
+      return IpText(AF_INET, value, 4);
+    case ValueForm::kIpv6:
+      return IpText(AF_INET6, value, 16);
+    case ValueForm::kMac: {
+      std::string text;
+      char byte[8];
+      for (int shift = 40; shift >= 0; shift -= 8) {
+        snprintf(byte, sizeof byte, "%02x%s", static_cast<unsigned>(value >> shift & 0xff),
+                 shift > 0 ? ":" : "");
+        text += byte;
+      }
+      return text;
+    }
+    default:
+      return Decimal(value, field.kind == FieldKind::kSigned);
+  }
+}
+
+}  // namespace qdt::host

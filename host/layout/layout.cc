@@ -1,0 +1,137 @@
+#include "host/layout/layout.h"
+
+#include <algorithm>
+#include <charconv>
+#include <filesystem>
+
+#include "host/arena/host_error.h"
+#include "host/layout/layout_reader.h"
+#include "host/layout/near_name.h"
+#include "host/layout/text_file.h"
+
+namespace qdt::host {
+namespace {
+
+constexpr uint64_t kMaxLayoutFile = 4u << 20;
+
+// Follows one step of a path, "name" or "name[index]", and takes it off the path.
+const Field *Step(const FieldSet &fields, std::string_view *path, uint32_t *base) {
+  const std::string_view step = path->substr(0, path->find('.'));
+  path->remove_prefix(std::min(step.size() + 1, path->size()));
+  const size_t bracket = std::min(step.find('['), step.size());
+  const Field *field = fields.Find(step.substr(0, bracket));
+  if (field == nullptr || (field->count != 0) != (bracket < step.size())) return nullptr;
+  if (field->count != 0) {
+    uint32_t index = 0;
+    const char *end = step.data() + step.size();
+    const auto [stop, error] = std::from_chars(step.data() + bracket + 1, end, index);
+    if (error != std::errc() || stop + 1 != end || *stop != ']' || index >= field->count) return nullptr;
+    *base += index * field->stride;
+  }
+  return field;
+}
+
+FieldRef Resolve(const std::string &owner, const FieldSet &fields, std::string_view path) {
+  const std::string whole(path);
+  const FieldSet *set = &fields;
+  uint32_t base = 0;
+  while (const Field *field = Step(*set, &path, &base)) {
+    if (path.empty() && field->fields.empty()) return field->ref.At(base);
+    if (path.empty() || field->fields.empty()) break;
+    base += field->ref.offset;
+    set = &field->fields;
+  }
+  throw HostError(owner + "." + whole + ": the layout has no such value");
+}
+
+using ValueVisitor = std::function<void(const std::string &path, const FieldRef &)>;
+
+void Visit(const FieldSet &fields, const std::string &prefix, uint32_t base, const ValueVisitor &visit) {
+  for (const Field &field : fields.all()) {
+    for (uint32_t i = 0; i < std::max(field.count, 1u); ++i) {
+      std::string path = prefix + field.name;
+      if (field.count != 0) path += "[" + std::to_string(i) + "]";
+      const uint32_t at = base + i * field.stride;
+      if (field.fields.empty()) {
+        visit(path, field.ref.At(at));
+      } else {
+        Visit(field.fields, path + ".", at + field.ref.offset, visit);
+      }
+    }
+  }
+}
+
+}  // namespace
+
+std::vector<FieldRef> TableLayout::ClearedBy(std::string_view word) const {
+  std::vector<FieldRef> cleared;
+  for (const Field &field : fields.all()) {
+    if (field.clearedBy != word) continue;
+    for (uint32_t i = 0; i < std::max(field.count, 1u); ++i)
+      cleared.push_back(field.ref.At(i * field.stride));
+  }
+  return cleared;
+}
+
+FieldRef TableLayout::At(std::string_view path) const { return Resolve(shortName, fields, path); }
+FieldRef RegionLayout::At(std::string_view path) const { return Resolve(spec.name, fields, path); }
+
+void RegionLayout::ForEachValue(const ValueVisitor &visit) const { Visit(fields, "", 0, visit); }
+
+const Layout &Layout::BuiltIn() {
+  static const Layout layout = FromTexts(EmbeddedLayouts());
+  return layout;
+}
+
+Layout Layout::FromTexts(const std::vector<LayoutText> &files) {
+  LayoutReader reader;
+  for (const LayoutText &file : files) reader.ReadFile(YamlTree(std::string(file.file), file.text));
+  return reader.Finish();
+}
+
+Layout Layout::FromDirectory(const std::string &directory) {
+  std::vector<std::string> paths;
+  std::error_code error;
+  for (const auto &entry : std::filesystem::directory_iterator(directory, error)) {
+    if (entry.path().extension() == ".yaml") paths.push_back(entry.path().string());
+  }
+  if (error)
+    throw HostError(directory + ": " + error.message() + " (name a readable directory of layout files)");
+  std::sort(paths.begin(), paths.end());
+  LayoutReader reader;
+  for (const std::string &path : paths) reader.ReadFile(YamlTree(path, ReadTextFile(path, kMaxLayoutFile)));
+  return reader.Finish();
+}
+
+ArenaPlan Layout::Plan(const std::string &socketPath) const {
+  ArenaPlan plan;
+  for (const TableLayout &table : tables_) plan.tables.push_back(table.spec);
+  for (const RegionLayout &region : regions_) plan.regions.push_back(region.spec);
+  plan.socketPath = socketPath;
+  return plan;
+}
+
+const TableLayout *Layout::FindTable(std::string_view shortName) const {
+  const auto at =
+      std::lower_bound(byName_.begin(), byName_.end(), shortName,
+                       [this](uint32_t id, std::string_view name) { return tables_[id].shortName < name; });
+  return at != byName_.end() && tables_[*at].shortName == shortName ? &tables_[*at] : nullptr;
+}
+
+const RegionLayout *Layout::FindRegion(std::string_view name) const {
+  for (const RegionLayout &region : regions_) {
+    if (region.spec.name == name) return &region;
+  }
+  return nullptr;
+}
+
+std::string_view Layout::NearestRegion(std::string_view name) const {
+  NearName near(name);
+  std::string_view nearest;
+  for (const RegionLayout &region : regions_) {
+    if (near.Offer(region.spec.name)) nearest = region.spec.name;
+  }
+  return nearest;
+}
+
+}  // namespace qdt::host

@@ -1,0 +1,367 @@
+#include "host/layout/layout_reader.h"
+
+#include <algorithm>
+#include <charconv>
+#include <limits>
+#include <sstream>
+#include <utility>
+
+#include "host/arena/host_error.h"
+#include "host/layout/field_line.h"
+#include "host/layout/near_name.h"
+#include "host/tbm/route_key.h"
+
+namespace qdt::host {
+namespace {
+
+// Marks the bits of a record that fields take, and so finds two that share one. Only variants that one key
+// field selects may.
+class BitMap {
+ public:
+  explicit BitMap(uint32_t bytes) : owner_(size_t{bytes} * 8) {}
+
+  enum class Result { kFree, kTaken, kOutside };
+
+  Result Take(const Field &field) {
+    taking_ = field.selector.empty() ? kAlone : OwnerNamed(field.selector);
+    return Take(field, 0);
+  }
+
+ private:
+  static constexpr uint32_t kNobody = 0;
+  static constexpr uint32_t kAlone = 1;
+
+  uint32_t OwnerNamed(const std::string &selector) {
+    const auto at = std::find(selectors_.begin(), selectors_.end(), selector);
+    const auto owner = static_cast<uint32_t>(kAlone + 1 + (at - selectors_.begin()));
+    if (at == selectors_.end()) selectors_.push_back(selector);
+    return owner;
+  }
+
+  Result Take(const Field &field, uint32_t base) {
+    for (uint32_t i = 0; i < std::max(field.count, 1u); ++i) {
+      const uint32_t at = base + field.ref.offset + i * field.stride;
+      const Result result = field.fields.empty() ? TakeValue(field.ref, at) : TakeStructure(field, at);
+      if (result != Result::kFree) return result;
+    }
+    return Result::kFree;
+  }
+
+  Result TakeStructure(const Field &field, uint32_t at) {
+    for (const Field &inner : field.fields.all()) {
+      const Result result = Take(inner, at);
+      if (result != Result::kFree) return result;
+    }
+    return Result::kFree;
+  }
+
+  Result TakeValue(const FieldRef &ref, uint32_t at) {
+    const size_t first = size_t{at} * 8 + ref.shift;
+    const size_t last = first + ref.Width();
+    if ((size_t{at} + ref.size) * 8 > owner_.size()) return Result::kOutside;
+    for (size_t bit = first; bit < last; ++bit) {
+      if (owner_[bit] != kNobody && (owner_[bit] != taking_ || taking_ == kAlone)) return Result::kTaken;
+      owner_[bit] = taking_;
+    }
+    return Result::kFree;
+  }
+
+  std::vector<uint32_t> owner_;  // of each bit
+  std::vector<std::string> selectors_;
+  uint32_t taking_ = kAlone;
+};
+
+}  // namespace
+
+LayoutReader::LayoutReader() { layout_.tables_.resize(kTableCount); }
+
+void LayoutReader::ReadFile(const YamlTree &tree) {
+  tree_ = &tree;
+  const YamlNode &root = tree.root();
+  for (size_t i = 0; i < root.items.size(); i += 2) {
+    const YamlNode &section = *root.items[i];
+    const YamlNode &entries = *root.items[i + 1];
+    if (section.text != "tables" && section.text != "regions") {
+      tree.Fail(section.line, section.text + ": not a section of a layout (tables or regions)");
+    }
+    if (!entries.IsMap())
+      tree.Fail(section.line, section.text + ": not a mapping (write NAME: and its properties)");
+    for (size_t j = 0; j < entries.items.size(); j += 2) {
+      where_ = entries.items[j]->text;
+      if (!entries.items[j + 1]->IsMap())
+        Fail(*entries.items[j], "", "not a mapping (write PROPERTY: VALUE)");
+      section.text == "tables" ? ReadTable(*entries.items[j], *entries.items[j + 1])
+                               : ReadRegion(*entries.items[j], *entries.items[j + 1]);
+    }
+  }
+}
+
+void LayoutReader::Fail(const YamlNode &node, const std::string &where, const std::string &what) const {
+  tree_->Fail(node.line, where_ + (where.empty() ? "" : "." + where) + ": " + what);
+}
+
+void LayoutReader::CheckProperties(const YamlNode &node, std::initializer_list<std::string_view> known) {
+  for (size_t i = 0; i < node.items.size(); i += 2) {
+    const YamlNode &property = *node.items[i];
+    if (std::find(known.begin(), known.end(), property.text) != known.end()) continue;
+    NearName near(property.text);
+    std::string_view nearest;
+    for (const std::string_view name : known) {
+      if (near.Offer(name)) nearest = name;
+    }
+    Fail(property, property.text, "no such property" + DidYouMean(nearest, "remove it"));
+  }
+}
+
+uint32_t LayoutReader::ReadNumber(const YamlNode &node, std::string_view property, uint32_t least,
+                                  uint32_t most) {
+  const YamlNode *given = node.Get(property);
+  uint32_t number = 0;
+  if (given != nullptr && given->IsScalar()) {
+    const char *end = given->text.data() + given->text.size();
+    const auto [stop, error] = std::from_chars(given->text.data(), end, number);
+    if (error == std::errc() && stop == end && number >= least && number <= most) return number;
+  }
+  Fail(given != nullptr ? *given : node, std::string(property),
+       std::string(given != nullptr ? "not" : "missing,") + " a number from " + std::to_string(least) +
+           " to " + std::to_string(most));
+}
+
+uint32_t LayoutReader::ReadNumberOr(uint32_t otherwise, const YamlNode &node, std::string_view property,
+                                    uint32_t most) {
+  return node.Get(property) != nullptr ? ReadNumber(node, property, 0, most) : otherwise;
+}
+
+bool LayoutReader::ReadFlag(const YamlNode &node, std::string_view property) {
+  const YamlNode *given = node.Get(property);
+  if (given == nullptr) return false;
+  if (given->text != "true" && given->text != "false")
+    Fail(*given, std::string(property), "not true or false");
+  return given->text == "true";
+}
+
+Lookup LayoutReader::ReadLookup(const YamlNode &node) {
+  const YamlNode *given = node.Get("lookup");
+  if (given == nullptr || given->text == "unique") return Lookup::kUnique;
+  if (given->text == "many") return Lookup::kMany;
+  if (given->text == "prefix4") return Lookup::kPrefix4;
+  if (given->text == "prefix6") return Lookup::kPrefix6;
+  Fail(*given, "lookup",
+       Quoted(given->text) + " is no way to find entries (unique, many, prefix4 or prefix6)");
+}
+
+void LayoutReader::ReadTable(const YamlNode &name, const YamlNode &node) {
+  CheckProperties(node, {"id", "name", "key_size", "record_size", "data_size", "search_offset", "capacity",
+                         "group_rules", "lookup", "part_of", "client_writable", "key", "fields"});
+  TableLayout table;
+  table.shortName = name.text;
+  const uint32_t id = table.spec.id = ReadNumber(node, "id", 0, kTableCount - 1);
+  if (lines_[id] != 0)
+    Fail(name, "id", std::to_string(id) + " is " + layout_.tables_[id].shortName + " already");
+  lines_[id] = name.line;
+
+  const YamlNode *full = node.Get("name");
+  if (full == nullptr || !full->text.starts_with("CAP_TABLE_")) {
+    Fail(full != nullptr ? *full : node, "name", "not a table's name (CAP_TABLE_...)");
+  }
+  table.spec.name = full->text;
+  table.spec.enabled = node.Get("record_size") != nullptr;
+  if (table.spec.enabled) {
+    ReadShape(node, &table.spec);
+    table.key = ReadFields(node.Get("key"), "key.", table.spec.keySize);
+    table.fields = ReadFields(node.Get("fields"), "", table.spec.recordSize);
+    CheckKey(table);
+    CheckRecordWide(table.fields, table.key);
+    if (const YamlNode *owner = node.Get("part_of")) table.partOf = owner->text;
+  } else if (node.items.size() != 4) {
+    Fail(node, "record_size", "missing (a table without it has an id and a name only)");
+  }
+  layout_.tables_[id] = std::move(table);
+}
+
+void LayoutReader::ReadShape(const YamlNode &node, TableSpec *spec) {
+  constexpr uint32_t kMost16 = std::numeric_limits<uint16_t>::max();
+  constexpr uint32_t kMostEntries = 1u << 24;
+  spec->keySize = ReadNumber(node, "key_size", 4, 256);
+  spec->recordSize = ReadNumber(node, "record_size", 1, kMost16);
+  spec->capacity = ReadNumber(node, "capacity", 1, kMostEntries);
+  spec->dataSize = ReadNumberOr(spec->recordSize, node, "data_size", kMost16);
+  spec->searchOffset = ReadNumberOr(0, node, "search_offset", spec->recordSize - 1);
+  spec->groupRuleSpec = ReadNumberOr(0, node, "group_rules", kMostEntries);
+  spec->lookup = ReadLookup(node);
+  if (const uint32_t address = PrefixAddressSize(spec->lookup);
+      address != 0 && spec->keySize < kPrefixAddressOffset + address) {
+    Fail(*node.Get("key_size"), "key_size",
+         "too small for routes (" + std::to_string(kPrefixAddressOffset + address) + " at least)");
+  }
+  spec->clientWritable = ReadFlag(node, "client_writable");
+}
+
+// One text of a scenario fills the key's field and the record's field of the same name.
+void LayoutReader::CheckKey(const TableLayout &table) {
+  YamlNode at;
+  at.line = lines_[table.spec.id];
+  if (table.key.empty() != table.fields.empty())
+    Fail(at, "", "key and fields belong together (give both or none)");
+  for (const Field &field : table.key.all()) {
+    at.line = field.line;
+    if (field.count != 0 || !field.fields.empty() || field.ref.kind == FieldKind::kReference) {
+      Fail(at, "key." + field.name, "not a single value (keys have no arrays, structures or references)");
+    }
+    const Field *twin = table.fields.Find(field.name);
+    if (twin == nullptr) continue;
+    if (twin->count != 0 || !twin->fields.empty() || FormOf(twin->ref.kind) != FormOf(field.ref.kind)) {
+      Fail(at, "key." + field.name,
+           "another kind of value than the record's field of this name (rename one)");
+    }
+  }
+}
+
+// What concerns a record as a whole: structures are chosen by fields of the key.
+void LayoutReader::CheckRecordWide(const FieldSet &fields, const FieldSet &key) {
+  YamlNode at;
+  for (const Field &field : fields.all()) {
+    at.line = field.line;
+    if (!field.selector.empty() && key.Find(field.selector) == nullptr) {
+      Fail(at, field.name, Quoted(field.selector) + " is not a field of the key that could select a variant");
+    }
+    if (field.ref.kind == FieldKind::kAddress)
+      Fail(at, field.name, "address is for keys (a record tells which kind it holds)");
+    for (const Field &inner : field.fields.all()) {
+      at.line = inner.line;
+      if (!inner.selector.empty() || !inner.clearedBy.empty())
+        Fail(at, field.name + "." + inner.name,
+             "variant and cleared_by are not for fields inside a structure");
+    }
+  }
+}
+
+void LayoutReader::ReadRegion(const YamlNode &name, const YamlNode &node) {
+  CheckProperties(node, {"size", "fields"});
+  RegionLayout region;
+  region.spec.name = name.text;
+  if (layout_.FindRegion(name.text) != nullptr) Fail(name, "", "this region is given already (remove one)");
+  region.spec.size = ReadNumber(node, "size", 1, 1u << 24);
+  region.fields = ReadFields(node.Get("fields"), "", region.spec.size);
+  CheckRecordWide(region.fields, FieldSet());
+  layout_.regions_.push_back(std::move(region));
+}
+
+FieldSet LayoutReader::ReadFields(const YamlNode *node, const std::string &where, uint32_t size) {
+  FieldSet fields;
+  if (node == nullptr) return fields;
+  if (!node->IsMap())
+    Fail(*node, where.empty() ? "fields" : where + "fields", "not a mapping (write NAME: OFFSET TYPE)");
+  BitMap bits(size);
+  for (size_t i = 0; i < node->items.size(); i += 2) {
+    const YamlNode &name = *node->items[i];
+    if (name.text == "repeat" || name.text == "stale")
+      Fail(name, where + name.text, "a word that scenarios keep (rename it)");
+    Field field = ReadField(name.text, *node->items[i + 1], where);
+    switch (bits.Take(field)) {
+      case BitMap::Result::kOutside:
+        Fail(name, where + name.text, "lies outside its " + std::to_string(size) + " bytes");
+      case BitMap::Result::kTaken:
+        Fail(name, where + name.text, "shares bits with a field before it");
+      case BitMap::Result::kFree:
+        fields.Add(std::move(field));  // the mapping's keys are unique
+    }
+  }
+  return fields;
+}
+
+Field LayoutReader::ReadField(const std::string &name, const YamlNode &node, const std::string &where) {
+  Field field = node.IsMap() ? ReadStructure(node, where + name) : ReadLine(node, where + name);
+  field.name = name;
+  field.line = node.line;
+  for (const std::string &target : field.targets) {
+    references_.push_back({tree_->file(), node.line, where_ + "." + where + name, target});
+  }
+  return field;
+}
+
+Field LayoutReader::ReadLine(const YamlNode &node, const std::string &where) {
+  Field field;
+  std::string problem = "not a field (write OFFSET TYPE)";
+  if (!node.IsScalar() || !ParseFieldLine(node.text, &field, &problem)) Fail(node, where, problem);
+  return field;
+}
+
+Field LayoutReader::ReadStructure(const YamlNode &node, const std::string &where) {
+  const std::string outer = std::exchange(where_, where_ + "." + where);
+  CheckProperties(node, {"at", "count", "stride", "variant", "fields"});
+  constexpr uint32_t kMost = 1u << 24;
+  Field field;
+  field.ref.offset = ReadNumber(node, "at", 0, kMost);
+  if (node.Get("count") != nullptr) {
+    field.count = ReadNumber(node, "count", 1, kMost);
+    field.stride = ReadNumber(node, "stride", 1, kMost);
+  }
+  field.elementSize = field.stride != 0 ? field.stride : std::numeric_limits<uint16_t>::max();
+  if (uint64_t{field.count} * field.stride > kMost) Fail(node, "count", "an array that no record holds");
+  field.fields = ReadFields(node.Get("fields"), "", field.elementSize);
+  if (field.fields.empty()) Fail(node, "fields", "missing (a structure without fields)");
+  if (node.Get("variant") != nullptr) ReadVariant(*node.Get("variant"), &field);
+  where_ = outer;
+  return field;
+}
+
+// KEYFIELD VALUE [VALUE ...]
+void LayoutReader::ReadVariant(const YamlNode &node, Field *field) {
+  std::istringstream words(node.text);
+  words >> field->selector;
+  for (uint32_t value; words >> value;) field->selectedBy.push_back(value);
+  if (field->selectedBy.empty() || !words.eof()) {
+    Fail(node, "variant", "not a choice (write KEYFIELD VALUE, with one value or several)");
+  }
+}
+
+// Entries of one owner begin with its key, and so can be walked together.
+void LayoutReader::JoinToOwner(TableLayout *table) {
+  const TableLayout *owner = layout_.FindTable(table->partOf);
+  const auto fail = [&](const std::string &what) {
+    throw HostError("layouts: " + table->shortName + ".part_of: " + Quoted(table->partOf) + " " + what);
+  };
+  if (owner == nullptr || owner->spec.dataSize == 0 || owner->spec.lookup != Lookup::kUnique)
+    fail("is not a table with one entry a key");
+  if (owner->spec.keySize % 8 != 0 || owner->spec.keySize >= table->spec.keySize)
+    fail("has a key that cannot begin this table's (8 bytes or a multiple, and shorter)");
+  for (const Field &field : owner->key.all()) {
+    const Field *own = table->key.Find(field.name);
+    if (own == nullptr || own->ref.offset != field.ref.offset || own->ref.kind != field.ref.kind ||
+        own->ref.size != field.ref.size) {
+      fail("has the key field " + field.name + ", which this table's key must have in the same place");
+    }
+  }
+  table->spec.groupKeySize = static_cast<uint8_t>(owner->spec.keySize);
+}
+
+Layout LayoutReader::Finish() {
+  for (uint32_t id = 0; id < kTableCount; ++id) {
+    if (lines_[id] == 0)
+      throw HostError("layouts: table " + std::to_string(id) + " is missing (give all 109 ids)");
+    layout_.byName_.push_back(id);
+  }
+  std::sort(layout_.byName_.begin(), layout_.byName_.end(), [this](uint32_t a, uint32_t b) {
+    return layout_.tables_[a].shortName < layout_.tables_[b].shortName;
+  });
+  for (size_t i = 1; i < layout_.byName_.size(); ++i) {
+    const TableLayout &table = layout_.tables_[layout_.byName_[i]];
+    if (table.shortName == layout_.tables_[layout_.byName_[i - 1]].shortName) {
+      throw HostError("layouts: two tables are called " + table.shortName + " (rename one)");
+    }
+  }
+  for (TableLayout &table : layout_.tables_) {
+    if (!table.partOf.empty()) JoinToOwner(&table);
+  }
+  for (const Reference &reference : references_) {
+    const TableLayout *table = layout_.FindTable(reference.target);
+    if (table == nullptr || table->spec.dataSize == 0 || table->spec.lookup == Lookup::kMany) {
+      throw HostError(reference.file + ":" + std::to_string(reference.line) + ": " + reference.where + ": " +
+                      Quoted(reference.target) + " is not a table with one entry a key");
+    }
+  }
+  return std::move(layout_);
+}
+
+}  // namespace qdt::host

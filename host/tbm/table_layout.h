@@ -1,0 +1,95 @@
+#ifndef HOST_TBM_TABLE_LAYOUT_H_
+#define HOST_TBM_TABLE_LAYOUT_H_
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+
+#include "host/tbm/route_key.h"
+#include "host/tbm/table_spec.h"
+
+// The bytes of a table in the arena: its constant shape, its changing state, its hash index and its slab of
+// slots.
+//
+// Slots are named by numbers from 1 on; 0 says "none", so zeroed storage is an empty table. Serials count the
+// entries ever inserted into a table from 1 on; a slot with serial 0 holds no entry. As no two entries share
+// a serial, a reader that finds the same serial in a slot before and after reading from it knows that
+// everything in between belonged to one and the same entry.
+namespace qdt::host::tbm {
+
+constexpr uint32_t kMaxKeySize = 128;
+
+// Constant, in the arena's directory; covered by its sum.
+struct TableShape {
+  uint16_t keySize;
+  uint16_t dataSize;  // 0: the table is not defined
+  uint32_t recordSize;
+  uint32_t searchOffset;
+  uint32_t capacity;
+  uint32_t groupRuleSpec;
+  uint8_t lookup;  // Lookup
+  uint8_t enabled;
+  uint8_t clientWritable;
+  uint8_t groupKeySize;   // 0, or whole words of the key that alone are hashed
+  uint32_t nameOffset;    // from the file's start
+  uint32_t slotSize;      // slot header, key and record, each filled up to 8 bytes
+  uint32_t recordOffset;  // of the record in its slot
+  uint32_t bucketCount;   // a power of two
+  uint64_t indexOffset;   // IndexSize bytes
+  uint64_t slabOffset;    // capacity slots
+};
+static_assert(sizeof(TableShape) == 56 && offsetof(TableShape, indexOffset) == 40);
+
+// One chain of the hash index, in order of insertion. `removals` counts the entries ever taken out of the
+// chain: a reader that finds it unchanged has not strayed into another chain through a slot that was used
+// again.
+struct Bucket {
+  std::atomic<uint32_t> head;
+  std::atomic<uint32_t> removals;
+};
+static_assert(sizeof(Bucket) == 8);
+
+constexpr uint32_t PrefixAddressSize(const TableShape &shape) {
+  return host::PrefixAddressSize(static_cast<Lookup>(shape.lookup));
+}
+
+// Bytes of the buckets, and for route tables of a counter of each prefix length behind them.
+constexpr uint64_t IndexSize(const TableShape &shape) {
+  const uint64_t lengths = PrefixAddressSize(shape) == 0 ? 0 : PrefixAddressSize(shape) * 8 + 1;
+  return shape.bucketCount * sizeof(Bucket) + lengths * sizeof(uint32_t);
+}
+
+// Head of a slot; the key follows, the record stands at TableShape::recordOffset.
+struct Slot {
+  std::atomic<uint64_t> serial;  // 0 while the slot holds no entry
+  std::atomic<uint32_t>
+      orderNext;       // next entry of the table in order of insertion; of a free slot: next free slot
+  uint32_t orderPrev;  // the writer's
+  std::atomic<uint32_t> chainNext;  // next entry of the bucket
+  uint32_t chainPrev;               // the writer's; the first entry of a bucket names the last one
+  std::atomic<uint32_t> hash;
+  std::atomic<uint32_t> version;  // odd while the writer overwrites the record in place
+};
+static_assert(sizeof(Slot) == 32 && offsetof(Slot, version) == 28);
+
+// Changing; written by the engine alone.
+struct TableState {
+  std::atomic<uint64_t> lastSerial;  // of the entry inserted last
+  std::atomic<uint64_t> slabBytes;   // storage reserved for the slab so far
+  std::atomic<uint32_t> usedSlots;   // slots that ever held an entry; readers touch no others
+  std::atomic<uint32_t> indexReady;  // non-zero when the index has its storage
+  std::atomic<uint32_t> orderHead;
+  uint32_t orderTail;  // from here on the writer's
+  uint32_t freeHead;
+  uint32_t freeTail;
+  uint32_t freeCount;
+  uint32_t fullSaid;  // that the table is full is in the system log
+  uint64_t reserved[2];
+};
+static_assert(sizeof(TableState) == 64);
+
+static_assert(std::atomic<uint64_t>::is_always_lock_free && std::atomic<uint32_t>::is_always_lock_free);
+
+}  // namespace qdt::host::tbm
+
+#endif  // HOST_TBM_TABLE_LAYOUT_H_

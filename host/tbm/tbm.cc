@@ -1,0 +1,209 @@
+#include "platform/tbm.h"
+
+#include <time.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "host/arena/arena.h"
+#include "host/tbm/status.h"
+#include "host/tbm/walk.h"
+
+TbmGlobalInfo *g_tbmGlobalInfo = nullptr;
+
+namespace qdt::host::tbm {
+
+namespace {
+
+int32_t SearchFor(const TableView &view, const TableKey &key, void **entry) {
+  Slot *slot;
+  const int32_t status = view.Find(key, &slot);
+  if (status == kTbmOk) *entry = view.Address(slot);
+  return status;
+}
+
+// Waits for a change of the record that the engine is in the middle of. kTorn: the engine was killed there,
+// and the record has no whole state to show.
+TableView::Copied CopyPatiently(const TableView &view, const Place &place, void *record) {
+  constexpr int kWaits = 1000;
+  constexpr timespec kMillisecond = {0, 1000000};
+  TableView::Copied copied = view.Copy(place, record);
+  for (int i = 0; i < kWaits && copied == TableView::Copied::kTorn; ++i) {
+    if (!Arena::Current()->EngineAlive()) break;
+    nanosleep(&kMillisecond, nullptr);
+    copied = view.Copy(place, record);
+  }
+  return copied;
+}
+
+// Distinguishes the walks of one arena: a context that began one cannot go on with another.
+uint64_t MakeWalkId(uint32_t table, const TableKey *key) {
+  return uint64_t{table} << 33 | (key == nullptr ? 0 : uint64_t{1} << 32 | key->hash);
+}
+
+// Puts a fresh cursor before the first entry; false when the cursor belongs to another walk.
+bool Resume(Cursor *cursor, const TableView &view, uint64_t walk) {
+  const uint64_t arena = Arena::Current()->header()->identity;
+  if (cursor->begun) return cursor->arena == arena && cursor->walk == walk;
+  *cursor = {};
+  cursor->begun = true;
+  cursor->arena = arena;
+  cursor->walk = walk;
+  cursor->endSerial = view.state().lastSerial.load(std::memory_order_acquire);
+  return true;
+}
+
+// Fills `buffer` with the next `room` entries at most. kTbmMore when a further entry lives behind them.
+template <typename Order>
+int32_t FillBatch(const TableView &view, const Order &order, Cursor *cursor, char *buffer, uint32_t room) {
+  for (;;) {
+    Place place = cursor->last;
+    const Step step = order.Next(&place);
+    if (step == Step::kLost) return kTbmWalkLost;
+    if (step == Step::kEnd || place.serial > cursor->endSerial) {
+      cursor->finished = true;
+      return kTbmOk;
+    }
+    if (cursor->count == room) return kTbmMore;
+    const TableView::Copied copied = CopyPatiently(view, place, buffer);
+    if (copied == TableView::Copied::kGone) continue;
+    cursor->last = place;
+    cursor->deletionTold = false;
+    if (copied == TableView::Copied::kTorn) continue;
+    buffer += view.shape().recordSize;
+    ++cursor->count;
+  }
+}
+
+template <typename Order>
+int32_t NextBatch(const TableView &view, const Order &order, uint64_t walk, TbmTravContext *ctx, void *buffer,
+                  uint32_t *bytes) {
+  const uint32_t room = *bytes / view.shape().recordSize;
+  if (room == 0) return kTbmBadParam;
+  *bytes = 0;
+  // By value: the context is the caller's array of words.
+  Cursor cursor;
+  std::memcpy(&cursor, ctx->opaque, sizeof(cursor));
+  cursor.count = 0;
+  int32_t status = kTbmOk;
+  if (!Resume(&cursor, view, walk)) {
+    status = kTbmWalkLost;
+  } else if (!cursor.finished) {
+    if (cursor.last.serial != 0 && !cursor.deletionTold && !view.Lives(cursor.last)) {
+      cursor.deletionTold = true;
+      status = kTbmCursorDeleted;
+    } else {
+      status = FillBatch(view, order, &cursor, static_cast<char *>(buffer), room);
+      if (status == kTbmWalkLost) cursor.count = 0;
+    }
+  }
+  *bytes = cursor.count * view.shape().recordSize;
+  std::memcpy(ctx->opaque, &cursor, sizeof(cursor));
+  return status;
+}
+
+}  // namespace
+
+}  // namespace qdt::host::tbm
+
+using namespace qdt::host::tbm;  // the table manager's C interface follows
+using qdt::host::KeepPrefix;
+using qdt::host::kPrefixAddressOffset;
+
+int32_t TbmTblSearch(uint32_t instance, uint32_t table, const void *key, void **entry) {
+  TableView view;
+  const int32_t status = TableView::OpenCurrent(instance, table, &view);
+  if (status != kTbmOk) return status;
+  if (key == nullptr || entry == nullptr) return kTbmBadParam;
+  return SearchFor(view, view.KeyOf(key), entry);
+}
+
+int32_t TbmTblMatch(uint32_t instance, uint32_t table, const void *key, void **entry) {
+  TableView view;
+  const int32_t status = TableView::OpenCurrent(instance, table, &view);
+  if (status != kTbmOk) return status;
+  const uint32_t addressSize = PrefixAddressSize(view.shape());
+  if (addressSize == 0) return kTbmNotSupported;
+  if (key == nullptr || entry == nullptr) return kTbmBadParam;
+  if (!view.HasIndex()) return kTbmNotFound;
+  uint8_t bytes[kMaxKeySize];
+  std::memcpy(bytes, key, view.shape().keySize);
+  for (uint32_t length = addressSize * 8 + 1; length-- > 0;) {
+    KeepPrefix(bytes + kPrefixAddressOffset, addressSize, length);
+    if (view.PrefixCounts()[length].load(std::memory_order_acquire) == 0) continue;
+    const uint16_t prefixLength = static_cast<uint16_t>(length);
+    std::memcpy(bytes, &prefixLength, sizeof(prefixLength));
+    const int32_t found = SearchFor(view, view.KeyOf(bytes), entry);
+    if (found != kTbmNotFound) return found;
+  }
+  return kTbmNotFound;
+}
+
+int32_t TbmTblTrav(uint32_t instance, uint32_t table, TbmTravCallback callback, void *context) {
+  TableView view;
+  const int32_t status = TableView::OpenCurrent(instance, table, &view);
+  if (status != kTbmOk) return status;
+  if (callback == nullptr) return kTbmBadParam;
+  const uint64_t end = view.state().lastSerial.load(std::memory_order_acquire);
+  const TableOrder order(view);
+  Place place;
+  for (;;) {
+    const Step step = order.Next(&place);
+    if (step == Step::kLost) return kTbmWalkLost;
+    if (step == Step::kEnd || place.serial > end) return kTbmOk;
+    if (callback(view.Record(view.SlotAt(place.ref)), context) == kTbmStop) return kTbmOk;
+  }
+}
+
+void TbmTblTravContextInit(TbmTravContext *ctx) {
+  if (ctx != nullptr) *ctx = {};
+}
+
+int32_t TbmTblTravNext(uint32_t instance, uint32_t table, TbmTravContext *ctx, void *buffer,
+                       uint32_t *bytes) {
+  TableView view;
+  const int32_t status = TableView::OpenCurrent(instance, table, &view);
+  if (status != kTbmOk) return status;
+  if (ctx == nullptr || buffer == nullptr || bytes == nullptr) return kTbmBadParam;
+  return NextBatch(view, TableOrder(view), MakeWalkId(table, nullptr), ctx, buffer, bytes);
+}
+
+int32_t TbmTblTravNextByKey(uint32_t instance, uint32_t table, const void *key, TbmTravContext *ctx,
+                            void *buffer, uint32_t *bytes) {
+  TableView view;
+  const int32_t status = TableView::OpenCurrent(instance, table, &view);
+  if (status != kTbmOk) return status;
+  if (key == nullptr || ctx == nullptr || buffer == nullptr || bytes == nullptr) return kTbmBadParam;
+  const TableKey tableKey = view.KeyOf(key);
+  return NextBatch(view, KeyOrder(view, tableKey), MakeWalkId(table, &tableKey), ctx, buffer, bytes);
+}
+
+uint32_t TbmTblTravContextCnt(const TbmTravContext *ctx) {
+  if (ctx == nullptr) return 0;
+  Cursor cursor;
+  std::memcpy(&cursor, ctx->opaque, sizeof(cursor));
+  return cursor.count;
+}
+
+int32_t TbmTblEntryNum(uint32_t instance, uint32_t table, uint32_t *count) {
+  TableView view;
+  const int32_t status = TableView::OpenCurrent(instance, table, &view);
+  if (status != kTbmOk) return status;
+  if (count == nullptr) return kTbmBadParam;
+  *count = view.EntryNum();
+  return kTbmOk;
+}
+
+uint32_t TbmTblGetSpec(uint32_t instance, uint32_t table) {
+  TableView view;
+  return TableView::OpenCurrent(instance, table, &view) == kTbmOk ? view.shape().capacity : 0;
+}
+
+int32_t TbmTblMemStat(uint32_t instance, uint32_t table, uint32_t *bytes) {
+  TableView view;
+  const int32_t status = TableView::OpenCurrent(instance, table, &view);
+  if (status != kTbmOk) return status;
+  if (bytes == nullptr) return kTbmBadParam;
+  *bytes = static_cast<uint32_t>(std::min<uint64_t>(view.StorageBytes(), UINT32_MAX));
+  return kTbmOk;
+}

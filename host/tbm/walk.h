@@ -1,0 +1,60 @@
+#ifndef HOST_TBM_WALK_H_
+#define HOST_TBM_WALK_H_
+
+#include <cstdint>
+
+#include "host/tbm/table_view.h"
+
+namespace qdt::host::tbm {
+
+enum class Step {
+  kEntry,  // the place is now that of the next entry
+  kEnd,    // there is none
+  kLost,   // the writer changes the table faster than it can be followed, or the table is damaged
+};
+
+// The two orders in which the entries of a table are walked, both of rising serials. Next moves *place to the
+// entry that follows it, also when the entry of *place itself has been removed since; no entry that lives
+// meanwhile is passed over.
+
+// All entries, by insertion.
+class TableOrder {
+ public:
+  explicit TableOrder(const TableView &table) : table_(table) {}
+  Step Next(Place *place) const;
+
+ private:
+  Step Follow(Place *place) const;
+
+  const TableView &table_;
+};
+
+// The entries that share a key, by insertion.
+class KeyOrder {
+ public:
+  KeyOrder(const TableView &table, const TableKey &key) : table_(table), key_(key) {}
+  Step Next(Place *place) const;
+
+ private:
+  Step FollowChain(const Bucket &bucket, Place *place) const;
+
+  const TableView &table_;
+  const TableKey &key_;
+};
+
+// What a TbmTravContext holds. All zero: no walk has begun.
+struct Cursor {
+  uint64_t arena;      // identity of the arena that is walked
+  uint64_t walk;       // table and order, see MakeWalkId
+  Place last;          // the entry delivered last
+  uint64_t endSerial;  // the walk ends with it: entries inserted after the walk began are not shown
+  uint32_t count;      // entries of the last batch
+  bool begun;
+  bool finished;
+  bool deletionTold;  // the caller knows that the entry of `last` is gone
+};
+static_assert(sizeof(Cursor) <= sizeof(TbmTravContext));
+
+}  // namespace qdt::host::tbm
+
+#endif  // HOST_TBM_WALK_H_

@@ -1,0 +1,177 @@
+"""nqecli as a process: words, exit codes, output."""
+
+import os
+import re
+import resource
+import subprocess
+
+import pytest
+
+from conftest import BIN, PATIENCE, map_answer, nqecli, run
+
+
+def test_diag_hands_its_words_over(engine):
+    engine.cli("diag", "search", "nqpTable", "1", "0", "1005", "0", "0").answered(map_answer(5))
+    engine.cli("diag", "search", "nqpTable", "0x1", "0", "01755", "0", "0").answered(map_answer(5))
+
+
+def test_failed_query_is_the_answer_and_exit_code_1(engine):
+    result = engine.cli("diag", "search", "nqpTable", "1", "0", "5", "0", "0")
+    assert (result.code, result.out, result.err) == (1, "search result not found\n", ""), result
+    result = engine.cli("diag", "search", "nqpTable", "24", "0", "5", "0", "0")
+    assert (result.code, result.out, result.err) == (1, "invalid input param\n", ""), result
+
+
+@pytest.mark.parametrize("words", [
+    ["search"],
+    ["clear", "cpcar"],
+    ["search", "nqpTable", "-1", "0", "0", "0", "0"],
+    ["search", "nqpTable", "1", "0", "08", "0", "0"],
+    ["search", "nqpTable", "1", "0", "4294967296", "0", "0"],
+    ["search", "nqptable", "1", "0", "1", "0", "0"],
+    ["", "", "", "", "", "", ""],
+    ["\xe4\xf6\xfc"],
+])
+def test_words_that_are_no_command_print_the_usage_list(engine, words):
+    result = engine.cli("diag", *words)
+    assert result.code == 2 and result.err == "", result
+    lines = result.out.splitlines()
+    assert len(lines) == 101 and lines[0] == "diag clear cpcar status", result
+    assert lines[1] == " 0. fwdif" + " " * 20 + "diag search nqpTable 0 0 ctrl-if-Index 0 0", result
+
+
+def test_usage_list_takes_no_engine(place):
+    result = place.cli("diag")
+    assert result.code == 2 and result.err == "" and result.out.startswith("diag clear cpcar status\n"), result
+
+
+@pytest.mark.parametrize("family", ["pkt_trace", "pmc", "perf"])
+def test_families_to_come_say_so(place, family):
+    place.cli(family, "show").failed(family, "not part of this build")
+
+
+def test_long_words(engine):
+    long = "k" * 131000  # the longest word that the system lets through
+    result = engine.cli("diag", "search", "nqpTable", "1", long, "1005", "0", "0")
+    assert result.code in (0, 1) and result.err == "", (result.code, result.err)
+    result = engine.cli("diag", "search", "nqpTable", "1", "0", "1" * 131000, "0", "0")
+    assert result.code == 2 and result.err == "", (result.code, result.err)
+    engine.cli("show", long).failed("unknown table", "...")
+    engine.cli("show", "ctrlif_map_fwdif", "0", long).failed("key 2", "...")
+    engine.cli(long).failed("unknown command", "...")
+    engine.cli("diag", *["w"] * 20000)
+
+
+def test_tables():
+    result = nqecli("tables")
+    assert result.code == 0 and result.err == "", result
+    lines = result.out.splitlines()
+    assert lines[0] == "id  name                    flag  keys", result
+    assert lines[1] == "0   fwdif                   0     0 ctrl-if-Index 0 0", result
+    assert "7   arp_miss_cache          1     all|nexthop vpn 0 0" in lines, result
+    heads = [line.split()[:3] for line in lines[1:] if not line.startswith(" ")]
+    assert [int(head[0]) for head in heads] == [i for i in range(89) if i not in (14, 24)], result
+    assert [int(head[0]) for head in heads if head[2] == "1"] == [7, 8, 27, 52, 54, 72, 73], result
+    at = lines.index("23  ssw_macinfo             0     mac br-id vlan-id 0")
+    assert lines[at + 1] == " " * 34 + "all|num(eg:num5) 0 0 0", result
+    assert lines[at + 2].startswith("25  port_isolate"), result
+    nqecli("tables", "x").failed("tables takes no words")
+
+
+def test_show_fills_in_the_keys(engine):
+    for words in (["1005"], ["0", "1005"], ["0", "1005", "0", "0"], ["0x3ed"]):
+        engine.cli("show", "ctrlif_map_fwdif", *words).answered(map_answer(5))
+        engine.cli("show", "1", *words).answered(map_answer(5))
+
+
+def test_show_explains_a_failed_query(engine):
+    result = engine.cli("show", "ctrlif_map_fwdif", "9")
+    assert result.code == 1 and result.out == "search result not found\n", result
+    assert result.err == "nqecli: the keys of table ctrlif_map_fwdif are:\n  0 ctrl-if-index 0 0\n", result
+
+
+def test_show_refuses_what_is_no_table_or_key(place):
+    # All of it without an engine: the words are looked at first.
+    place.cli("show").failed("Name a table")
+    place.cli("show", "fwdiff").failed("did you mean fwdif?")
+    place.cli("show", "CTRLIF-MAP-FWDIF").failed("did you mean ctrlif_map_fwdif?")
+    place.cli("show", "quite_something_else").failed("nqecli tables")
+    place.cli("show", "14").failed("unknown table")
+    place.cli("show", "89").failed("unknown table")
+    place.cli("show", "").failed("unknown table")
+    place.cli("show", "fib", "10.0.0.0", "eight").failed("key 2", '"eight"')
+    place.cli("show", "fib", "1", "2", "3", "4", "5").failed("at most 4 keys")
+    # A table whose first place is not open takes numbers only: anything else would be asked as another query.
+    for word in ("-1", "99999999999999999999", "all", "--help"):
+        place.cli("show", "fwdif", word).failed("key 1 of table fwdif", f'"{word}"')
+    place.cli("show", "acl_stat", "x", "1", "2").failed("key 1 of table acl_stat")
+    place.cli("show", "cpcar_pro", "arp-request", "x").failed("key 2 of table cpcar_pro")
+
+
+@pytest.mark.parametrize("words, part", [
+    ([], "no command"),
+    (["--arena"], "--arena needs a value"),
+    (["--arena="], "--arena needs a value"),
+    (["--snapshot"], "--snapshot needs a value"),
+    (["--arena", "a", "--snapshot", "b", "tables"], "exclude each other"),
+    (["--nonsense"], '"--nonsense"'),
+    (["nonsense"], '"nonsense"'),
+    (["snapshot"], "name of the file"),
+    (["snapshot", ""], "name of the file"),
+    (["--snapshot", "a", "snapshot", "b"], "running engine"),
+])
+def test_bad_usage(words, part):
+    nqecli(*words).failed(part)
+
+
+def test_help_and_version():
+    text = nqecli("--help")
+    assert text.code == 0 and text.err == "" and text.out.startswith("usage: nqecli "), text
+    for word in ("diag", "pkt_trace", "pmc", "perf", "tables", "show", "snapshot", "engine", "--arena", "--snapshot"):
+        assert re.search(rf"^  {word}\b", text.out, re.M), text
+    version = nqecli("--version")
+    assert re.fullmatch(r"nqecli \d+\.\d+\.\d+ \(.+\)\n", version.out) and version.code == 0, version
+
+
+def test_full_standard_output(engine):
+    with open("/dev/full", "wb") as full:
+        done = subprocess.run([BIN / "nqecli", "--arena", engine.arena, "show", "1", "1005"], stdout=full,
+                              stderr=subprocess.PIPE, timeout=PATIENCE)
+    assert (done.returncode, done.stderr) == (2, b"nqecli: cannot write the answer: No space left on device\n")
+
+
+def test_closed_pipe_is_quiet(engine):
+    read, write = os.pipe()
+    os.close(read)
+    done = subprocess.run([BIN / "nqecli", "--arena", engine.arena, "show", "1", "1005"], stdout=write,
+                          stderr=subprocess.PIPE, timeout=PATIENCE)
+    os.close(write)
+    assert (done.returncode, done.stderr) == (2, b"")
+
+
+def test_closed_standard_output_does_not_write_into_the_arena(engine):
+    before = engine.arena.read_bytes()
+    result = run("sh", "-c", f"exec {BIN}/nqecli --arena {engine.arena} show 1 1005 >&-")
+    result.failed("cannot write the answer")
+    assert engine.arena.read_bytes() == before
+    engine.cli("show", "1", "1005").answered(map_answer(5))
+
+
+def test_nonblocking_output_is_written_whole():
+    read, write = os.pipe()
+    os.set_blocking(write, False)
+    process = subprocess.Popen(["sh", "-c", f"for i in 1 2 3 4 5 6 7 8 9 10; do {BIN}/nqecli tables || exit 1; done"],
+                               stdout=write, stderr=subprocess.PIPE)
+    os.close(write)
+    with os.fdopen(read, "rb") as pipe:
+        data = pipe.read()
+    assert process.wait(PATIENCE) == 0, process.stderr.read()
+    assert data.decode() == nqecli("tables").out * 10
+    process.stderr.close()
+
+
+def test_snapshot_past_the_file_size_limit(engine, directory):
+    copy = directory / "copy"
+    limit = lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (65536, 65536))
+    engine.cli("snapshot", copy, preexec_fn=limit).failed(f"cannot write {copy}: File too large")
+    assert list(directory.iterdir()) == []

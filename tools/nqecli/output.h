@@ -1,0 +1,25 @@
+#ifndef TOOLS_NQECLI_OUTPUT_H_
+#define TOOLS_NQECLI_OUTPUT_H_
+
+#include <string_view>
+
+namespace qdt::nqecli {
+
+// The tool's exit codes.
+enum ExitCode : int {
+  kAnswered = 0,  // an answer stands on standard output
+  kFailed = 1,    // the query failed: the answer is one of the error messages
+  kUnusable = 2,  // bad usage, no engine, or the answer could not be written
+};
+
+// Writes the answer as it is, with one newline behind it when it lacks one; nothing for an empty answer.
+// False when standard output does not take it; that has been said on standard error then, except for a closed
+// pipe.
+bool WriteAnswer(std::string_view text);
+
+// One line on standard error: "nqecli: TEXT".
+void WriteError(std::string_view text);
+
+}  // namespace qdt::nqecli
+
+#endif  // TOOLS_NQECLI_OUTPUT_H_

@@ -1,0 +1,23 @@
+#ifndef TOOLS_NQECLI_QUERY_H_
+#define TOOLS_NQECLI_QUERY_H_
+
+#include <span>
+
+#include "host/engine/entry_points.h"
+#include "tools/nqecli/output.h"
+
+namespace qdt::nqecli {
+
+// Runs one of the library's command families on the current arena and writes its answer. words[0] is its
+// name.
+ExitCode RunFamily(const host::EntryPoint &entry, std::span<char *const> words);
+
+// The message of a return code.
+const char *CodeMessage(int32_t code);
+
+// Whether an answer is nothing but the message of a failed query.
+bool IsErrorMessage(std::string_view answer);
+
+}  // namespace qdt::nqecli
+
+#endif  // TOOLS_NQECLI_QUERY_H_
