@@ -1,0 +1,33 @@
+#!/bin/sh
+# Builds and runs all benchmarks and prints the tables of docs/benchmarks.md.
+#
+# usage: bench/run.sh [BUILD_DIRECTORY]
+#
+# QDT_BENCH_REPETITIONS and QDT_BENCH_RUNS make a shorter or longer run. Exit code 1: a goal is missed, or a view
+# prints other text than snprintf.
+set -eu
+
+root=$(cd "$(dirname "$0")/.." && pwd)
+build=${1:-$root/build-bench}
+repetitions=${QDT_BENCH_REPETITIONS:-25}
+runs=${QDT_BENCH_RUNS:-500}
+
+# Runs a command silently; what it said is shown when it fails.
+quietly() {
+  "$@" >"$build.log" 2>&1 || {
+    cat "$build.log" >&2
+    echo "bench/run.sh: failed: $*" >&2
+    exit 1
+  }
+}
+
+quietly cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release -DQDT_BUILD_BENCH=ON -DQDT_BUILD_TESTS=OFF
+quietly cmake --build "$build" --parallel 2 --target views_bench table_bench nqecli nqed
+for bench in views table; do
+  quietly "$build/bin/${bench}_bench" --benchmark_repetitions="$repetitions" \
+    --benchmark_report_aggregates_only=true --benchmark_out="$build/$bench.json" --benchmark_out_format=json
+done
+rm -f "$build.log"
+/usr/bin/python3 "$root/bench/cli_bench.py" "$build/bin" "$runs" >"$build/cli.json"
+
+/usr/bin/python3 "$root/bench/report.py" "$build/views.json" "$build/table.json" "$build/cli.json"
