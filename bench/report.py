@@ -35,7 +35,7 @@ def nanoseconds(value):
 
 def view_row(words, result):
     return [words[0], words[1], nanoseconds(result["print_ns"]), nanoseconds(result["snprintf_ns"]),
-            f"{result['speedup']:.1f}"], result["speedup"] >= VIEW_SPEEDUPS.get(words[0], VIEW_SPEEDUP)
+            f"{result['speedup']:.1f}"], result["speedup"] >= VIEW_SPEEDUPS.get(words[0].split(",")[0], VIEW_SPEEDUP)
 
 
 def table_row(words, result):
