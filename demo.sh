@@ -8,7 +8,7 @@ cd "$(dirname "$0")"
 need_packages g++ cmake ninja-build libyaml-cpp-dev
 echo "building (once; the first time takes a minute or two) ..."
 configure build
-ninja -C build nqed nqecli qdt_util >build/demo.log 2>&1 || { tail -n 40 build/demo.log; exit 1; }
+compile build nqed nqecli qdt_util >build/demo.log 2>&1 || { tail -n 40 build/demo.log; exit 1; }
 
 work=$(mktemp -d)
 engine=

@@ -43,7 +43,7 @@ step() {
 build() {
   local directory=$1
   shift
-  configure "$directory" "$@" && ninja -C "$directory"
+  configure "$directory" "$@" && compile "$directory"
 }
 
 # Runs each GoogleTest program of a build.

@@ -15,10 +15,19 @@ need_packages() {
     >/dev/null
 }
 
-# configure DIRECTORY [CMAKE_OPTION...]; ccache is used where it is installed.
+# configure DIRECTORY [CMAKE_OPTION...]; ccache is used where it is installed. A directory that was configured before keeps
+# its generator.
 configure() {
-  local directory=$1 launcher=()
+  local directory=$1 settings=()
   shift
-  command -v ccache >/dev/null && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
-  cmake -G Ninja -S . -B "$directory" "${launcher[@]}" "$@" >/dev/null
+  [ -f "$directory/CMakeCache.txt" ] || settings+=(-G Ninja)
+  command -v ccache >/dev/null && settings+=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+  cmake -S . -B "$directory" "${settings[@]}" "$@" >/dev/null
+}
+
+# compile DIRECTORY [TARGET...]
+compile() {
+  local directory=$1
+  shift
+  cmake --build "$directory" --parallel "$(nproc)" ${1:+--target "$@"}
 }
