@@ -78,6 +78,23 @@ QDT_API uint32_t QdtCliGetFwdifIndexByCtrlIndex(uint32_t ctrlIfIndex);
  */
 QDT_API int32_t VrxDiagCmdRun(OutputBuffer *out, int32_t wordCount, char **words);
 
+/*
+ * The "pmc" command (qdt/pmu.h): a mode's number starts the fast statistics, "stop" stops and shows them, no
+ * word shows the usage. 0; a negative code when the engine's region cannot be attached, the mode does not
+ * start or stop, or the word is neither, which the answer says. `out` is emptied first.
+ */
+QDT_API int32_t VrxFastStatCmdRun(OutputBuffer *out, int32_t wordCount, char **words);
+
+/*
+ * The "perf" command (qdt/sched_trace.h), whose words begin with "task":
+ *   set time|icache|dcache|task_path|snapshot      what the scheduler traces
+ *   show, topdown avg|total, show_graph, show_active_node
+ *   clear, disable
+ * and the usage for anything else. 0, or -1 after the usage or when the engine's region cannot be attached,
+ * which is logged. `out` is emptied first.
+ */
+QDT_API int32_t VrxSchedTraceCmdRun(OutputBuffer *out, int32_t wordCount, char **words);
+
 #ifdef __cplusplus
 }
 #endif

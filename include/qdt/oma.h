@@ -136,12 +136,240 @@ QDT_API int32_t QdtOmaSysStatQueryProc(AgentRequest request);
  */
 QDT_API int32_t QdtOmaSysStatResetProc(AgentRequest request);
 
+/* How full the engine is. */
+
+/*
+ * Lists the engine's tables that are defined, in use and have a capacity: name, capacity, entries in use, use
+ * in percent (rounded down), trap state. No parameters. A table whose entries cannot be counted is left out
+ * when it reports QDT_TBL_EMPTY and else ends the list; what was listed before is sent. -1 with a log line
+ * when memory is short or the list does not fit into 20480 bytes, and when it cannot be sent.
+ */
+QDT_API int32_t QdtOmaTblUsageProc(AgentRequest request);
+
+/*
+ * The row of one table of that list. Bytes written into `room` bytes at `text` (the terminating NUL not
+ * counted); 0 for a table that is not listed, and then nothing is written; -1 with a log line when the
+ * entries cannot be counted or the row does not fit.
+ */
+QDT_API int32_t TblUsagePrintUsageInfo(char *text, uint32_t room, uint32_t table);
+
+/*
+ * Management documents with one figure. 0: *document is the text, which the caller releases with free_ex.
+ * -1: *document is untouched.
+ */
+
+/* Packets dropped because buffers ran short: the discard counters of the four water lines, on all cores. */
+QDT_API int32_t QdtOmaPacketDropNobuffProc(char **document);
+
+/* Use of the engine's shared memory in percent, rounded down; 0 for a partition without memory. */
+QDT_API int32_t QdtOmaMemoryUsage(char **document);
+
+/*
+ * Engine switches: requests that the engine answers to a command line. Words are compared exactly.
+ *
+ * The "egn" handlers set and show the application-identification engine. They return QdtOmSendMsg's result as
+ * it came, or -1 when there is no memory or no reply, or a line gets too long. Without its parameters each of
+ * them asks for "egn help".
+ */
+
+/* "info-type": what to display. */
+QDT_API int32_t QdtOmaEgnInfoQueryProc(AgentRequest request);
+
+/* "level" and "switch": turns debugging of that level on or off. */
+QDT_API int32_t QdtOmaEgnDbgSwitchSetProc(AgentRequest request);
+
+/* "switch": turns the statistics on or off. */
+QDT_API int32_t QdtOmaEgnStatSwitchSetProc(AgentRequest request);
+
+/* "threshold-value", 32 bits: the detection threshold. */
+QDT_API int32_t QdtOmaEgnDetectThresholdSetProc(AgentRequest request);
+
+/* "stat-type": the statistics to reset. */
+QDT_API int32_t QdtOmaEgnStatResetProc(AgentRequest request);
+
+/* The others return 0, or -1 when there is no reply or it cannot be sent. */
+
+/*
+ * Tasks of the scheduler trace. "sort-by-cycles": "average" or "total"; without it the recorded tasks are
+ * shown, with another word the engine's usage.
+ */
+QDT_API int32_t QdtOmaPerfTaskQueryProc(AgentRequest request);
+
+/* Clears what was recorded of the tasks. No parameters. */
+QDT_API int32_t QdtOmaPerfTaskResetProc(AgentRequest request);
+
+/* "trace-mode": "cycle", "icache" or "dcache" is what to record; else the engine's usage is shown. */
+QDT_API int32_t QdtOmaPerfTaskSetProc(AgentRequest request);
+
+/* "enable": turns the performance mode on; off when it is false or absent. */
+QDT_API int32_t QdtOmaPerfModeSetProc(AgentRequest request);
+
+/* Use of the NAT address groups; with "id", 32 bits, of that one. Goes over the message channel. */
+QDT_API int32_t QdtOmaNatGroupUsageProc(AgentRequest request);
+
+/*
+ * Packets that wait for their next hop to be resolved, in the engine's ARP-miss and ND-miss caches. Entries
+ * are as in the tables, 32 and 72 bytes; times are seconds of the monotonic clock.
+ */
+
+/*
+ * Lists the cached packets by next hop, with their time to live and what is left of it. Parameter "next-hop":
+ * an address; all next hops without it. An empty cache is not answered, and is success (0). The ND handler
+ * does not answer (-1) when more entries came than the table's capacity allows, and when it is to show all
+ * next hops and the table manager fails, it does not release its snapshot.
+ */
+QDT_API int32_t QdtOmaArpmissProc(AgentRequest request);
+QDT_API int32_t QdtOmaNdmissProc(AgentRequest request);
+
+/*
+ * Copies the entries of a next hop given as a text, or of all with "0.0.0.0" and "::". 0: *snapshot is
+ * released by the caller with free_ex, *bytes is what is used of it. A text that is no address asks for
+ * 255.255.255.255, or for the zero address. Failures are logged: -1, or the table manager's code when all
+ * next hops were asked for; *bytes is untouched and *snapshot null.
+ *
+ * The ND cache asked for all next hops differs: 1 when entries were left behind, with *snapshot and *bytes as
+ * for 0; and after the table manager's failure *snapshot is a buffer that the caller releases.
+ */
+QDT_API int32_t QdtGetArpMissData(void **snapshot, uint32_t *bytes, const char *nextHop);
+QDT_API int32_t QdtGetNdMissData(void **snapshot, uint32_t *bytes, const char *nextHop);
+
+/*
+ * Write a block for each run of entries with the same next hop into `capacity` bytes at `text`, which must be
+ * zeroed when `count` may be 0. 0, not a length; -1 when it does not fit.
+ */
+QDT_API int32_t QdtPrintArpMissInfo(char *text, uint32_t capacity, const void *entries, uint32_t count);
+QDT_API int32_t QdtPrintNdMissInfo(char *text, uint32_t capacity, const void *entries, uint32_t count);
+
+/* Write the header of one block, whose number counts from 1. Its length, or -1 when it does not fit. */
+QDT_API int32_t QdtPrintArpMissHdr(char *text, uint32_t capacity, const void *first, uint32_t groupNumber,
+                                   uint32_t groupSize);
+QDT_API int32_t QdtPrintNdMissHdr(char *text, uint32_t capacity, const void *first, uint32_t groupNumber,
+                                  uint32_t groupSize);
+
+/*
+ * Write the lines of the `groupSize` entries from `first` on, and the line that ends the block. Their length,
+ * or -1 with a log line when they do not fit.
+ */
+QDT_API int32_t QdtPrintSingleNhpArpMissInfo(char *text, uint32_t capacity, const void *first,
+                                             uint32_t groupSize);
+QDT_API int32_t QdtPrintSingleNhpNdMissInfo(char *text, uint32_t capacity, const void *first,
+                                            uint32_t groupSize);
+
+/*
+ * Packets that wait for fragments, in the engine's regions "IP_REASS_CTX_PTR" and "IP6_REASS_CTX_PTR". The
+ * engine changes their lists while they are read: a link that leads nowhere ends a listing without failure.
+ */
+
+/* Parameter "type": "ipv6" runs the IPv6 handler; anything else, or nothing, the IPv4 handler. */
+QDT_API int32_t QdtOmaFragReassProc(AgentRequest request);
+
+/*
+ * List the waiting packets. Parameters "source-ip" and "destination-ip", both optional: only the packets
+ * between these addresses. An address of the other version is answered by the text of QdtOmaFragVerifyParam,
+ * which counts as an answer (0). The IPv4 handler needs the engine's global table: it returns the table
+ * manager's code when that cannot be searched.
+ */
+QDT_API int32_t QdtOmaIpv4FragReassProc(AgentRequest request);
+QDT_API int32_t QdtOmaIpv6FragReassProc(AgentRequest request);
+
+/*
+ * 0 when the texts, each of which may be null, are of version `ipType` (4 or 6) as QdtOmaGetIpVer sees it.
+ * -1: a line that names the first that is not stands in `buffer`, `size` bytes.
+ */
+QDT_API int32_t QdtOmaFragVerifyParam(char *buffer, uint32_t size, int32_t ipType, const char *sourceText,
+                                      const char *destinationText);
+
+/*
+ * Write a block for each packet that passes the filters, addresses in host order (IPv6: four words, most
+ * significant first) of which zero passes all. The length written, or -1 when a block cannot be written.
+ */
+QDT_API int32_t QdtOmaFragReassGetTbl(const void *region, char *buffer, uint32_t size, uint32_t source,
+                                      uint32_t destination);
+QDT_API int32_t QdtOmaIpv6FragReassGetTbl(const void *region, char *buffer, uint32_t size,
+                                          const uint32_t *source, const uint32_t *destination);
+
+/*
+ * Write the block of one entry (104 bytes; IPv6: 128) behind the `offset` bytes of the buffer that are in
+ * use. Its length, or -1 with a log line when it does not fit. The IPv4 operation also fails, with the table
+ * manager's code, when the engine's global table cannot be searched.
+ */
+QDT_API int32_t QdtOmaFragReassPrintTblInfo(char *buffer, uint32_t size, uint32_t offset, const void *entry);
+QDT_API int32_t QdtOmaIpv6FragReassPrintTblInfo(char *buffer, uint32_t size, uint32_t offset,
+                                                const void *entry);
+
 /*
  * Asks the engine for the NAT policy rule of this name. 0: *reply is the engine's text, which the caller
  * releases with free_ex, and *length its length, the terminating NUL counted. -1: there is no rule text;
  * *reply is what the engine may have left (or null) and still the caller's.
  */
 QDT_API int32_t PolicyRuleDataSearchByName(const char *ruleName, char **reply, int32_t *length);
+
+/*
+ * Packet trace (qdt/trace.h). A parameter that is there and cannot be used, such as an unknown word or an
+ * address that is none, is passed over as if it were absent.
+ */
+
+/*
+ * Replaces all conditions of the packet-trace block by those of the request and switches the trace: "enable",
+ * "packet-number" (packets to print, 5 unless given), "time-out" (300), "invert", "inner", "chip-tx-trace",
+ * and the conditions "packet-from-cp", "ingress-ifindex", "max-packet-len", "min-packet-len", "cause-id",
+ * "discard-type" (a name or "all"; an unknown one is logged), "source-mac", "destination-mac", "eth-type"
+ * (hexadecimal), "vlan-id", "source-ip" and "destination-ip" (either version), "protocol", "ip-type",
+ * "source-port", "destination-port", "tcp-flag-value", "icmp-type", "packet-type", "fragment-type" and
+ * "fragment-protocol". The packet counters start again at 0. Sends no reply. -1 with a log line when the
+ * engine does not offer the block, which is kept for the life of the process; nothing else fails. The engine
+ * reads the block while it is written; no lock is taken.
+ */
+QDT_API int32_t QdtOmaDebugPktProc(AgentRequest request);
+
+/*
+ * Zeroes conditions, print controls and packet counters of the block and ends the trace. Traced stations and
+ * other switches stay. Does nothing before QdtOmaDebugPktProc has attached the block.
+ */
+QDT_API void DebugPktClear(void);
+
+/*
+ * Sets the engine's own trace with a line "trace-pkt-nqe set " and the options that the builders below write,
+ * in their order, and sends its reply. -1 with a log line when memory is short, the options do not fit into
+ * 400 bytes, there is no reply, or sending it returns -1.
+ */
+QDT_API int32_t QdtOmaTracePktSetProc(AgentRequest request);
+
+/*
+ * Sends what the engine's own trace recorded under "index", 0 to 3. -1 when there is no reply or sending it
+ * returns -1, without "index", and for any other index, for which the engine's usage is sent.
+ */
+QDT_API int32_t QdtOmaTracePktQueryProc(AgentRequest request);
+
+/*
+ * Builders: write options such as "--source-port=80 " for the parameters of the request into the `room` bytes
+ * at `text`. The characters written, 0 when there are none to write, -1 when they do not fit.
+ */
+
+/*
+ * "destination-ip", "source-ip": IPv4 only. With a source that is no IPv4 address the length of the
+ * destination's option counts twice, so that what is written behind it never reaches the engine.
+ */
+QDT_API int32_t FormatTypeIp(char *text, uint32_t room, AgentRequest request);
+
+/* "destination-mac", "source-mac": passed on with colons between the bytes. */
+QDT_API int32_t FormatTypeMac(char *text, uint32_t room, AgentRequest request);
+
+/* "destination-port", "source-port", 32 bits. */
+QDT_API int32_t FormatTypePort(char *text, uint32_t room, AgentRequest request);
+
+/* "eth-type": hexadecimal digits, kept to 16 bits. */
+QDT_API int32_t FormatTypeEthType(char *text, uint32_t room, AgentRequest request);
+
+/* "protocol" and "time-out", 32 bits. */
+QDT_API int32_t FormatTypeProto(char *text, uint32_t room, AgentRequest request);
+QDT_API int32_t FormatTypeTimeOut(char *text, uint32_t room, AgentRequest request);
+
+/* "enable", as 1 or 0; 0 when it is absent. */
+QDT_API int32_t FormatTypeEnable(char *text, uint32_t room, AgentRequest request);
+
+/* "index", 16 bits. */
+QDT_API int32_t FormatTypeIndex(char *text, uint32_t room, AgentRequest request);
 
 #ifdef __cplusplus
 }

@@ -430,6 +430,14 @@ QDT_TABLE_FORMAT(NqeTableFormatArpSimulator);   /* 56-byte records */
 /* View 58 of a record whose length is known. */
 QDT_TABLE_PIECE(NqeTableStationTraceParseFormat);
 
+/*
+ * Sessions; their view's pieces are in qdt/session.h. The search collects all of its records in one walk,
+ * whatever loopNum says: at most 682, or as many as "numN" says.
+ */
+QDT_TABLE_SEARCH(NqeTableSearchSession); /* 50 session: key1 = "all", "numN" or addresses, key2 and key3 =
+                                            source and destination port, key4 = protocol */
+QDT_TABLE_FORMAT(NqeTableFormatSession); /* 192-byte records; reads the records that they lead to */
+
 #ifdef __cplusplus
 }
 #endif

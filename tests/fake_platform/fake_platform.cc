@@ -1,6 +1,7 @@
 #include "tests/fake_platform/fake_platform.h"
 
 #include <syslog.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdarg>
@@ -140,6 +141,19 @@ int32_t FakePlatform::Walk(uint32_t instance, uint32_t id, const void *key, TbmT
   return 0;
 }
 
+int32_t FakePlatform::Visit(uint32_t instance, uint32_t id, TbmTravCallback callback, void *context) {
+  EXPECT_EQ(instance, 0u);
+  walks.push_back("visit " + std::to_string(id));
+  const Table &table = tables_[id];
+  if (table.code != 0) return table.code;
+  for (const Entry &entry : table.entries) {
+    const int32_t code = callback(entry.storage.get(), context);
+    if (code == QDT_TBL_STOP) break;
+    EXPECT_EQ(code, QDT_TBL_CONTINUE);
+  }
+  return 0;
+}
+
 void *FakePlatform::Allocate(const char *path, uint32_t line, size_t size) {
   allocations.push_back({path, line, size});
   if (failAllocation_ >= 0 && failAllocation_-- == 0) return nullptr;
@@ -168,6 +182,7 @@ char *FakePlatform::NewText(const std::string &text) {
 void *FakePlatform::Attach(const char *name, uint32_t size, uint32_t flags) {
   EXPECT_EQ(flags, 0u);
   attaches.push_back(std::string(name) + " " + std::to_string(size));
+  if (const auto lent = lentRegions.find(name); lent != lentRegions.end()) return lent->second;
   const auto region = regions_.find(name);
   return region == regions_.end() ? nullptr : region->second.data();
 }
@@ -286,6 +301,10 @@ int32_t TbmTblMatch(uint32_t instance, uint32_t table, const void *key, void **e
   return FakePlatform::Get().Find("match", instance, table, key, entry);
 }
 
+int32_t TbmTblTrav(uint32_t instance, uint32_t table, TbmTravCallback callback, void *context) {
+  return FakePlatform::Get().Visit(instance, table, callback, context);
+}
+
 void TbmTblTravContextInit(TbmTravContext *ctx) { *ctx = {}; }
 
 int32_t TbmTblTravNext(uint32_t instance, uint32_t table, TbmTravContext *ctx, void *buffer,
@@ -322,6 +341,11 @@ int32_t TbmTblAclEntryNum(uint32_t instance, uint32_t table, uint32_t *groups, u
   *groups = use.groups;
   *rules = use.rules;
   return use.code;
+}
+
+uint32_t TbmTblGetSpec(uint32_t instance, uint32_t table) {
+  EXPECT_EQ(instance, 0u);
+  return FakePlatform::Get().capacities[table];
 }
 
 int32_t TbmTblMemStat(uint32_t instance, uint32_t table, uint32_t *bytes) {
@@ -366,6 +390,59 @@ void QdtSysStatAccumulate(uint32_t mask, uint64_t *vector) {
   FakePlatform::Get().AddStatistics(mask, vector);
 }
 
+int32_t QdtSysStatGetNumRuncs() {
+  const FakePlatform &platform = FakePlatform::Get();
+  return platform.runContextCount.value_or(static_cast<int32_t>(platform.runContexts.size()));
+}
+
+uint64_t *QdtSysStatGetRuncStat(uint32_t core) {
+  auto &counters = FakePlatform::Get().runContexts.at(core);
+  return counters.empty() ? nullptr : counters.data();
+}
+
+int32_t DHF_ShmPtAttach(const char *name, uint16_t *handle) {
+  auto &partition = FakePlatform::Get().partition;
+  partition.attaches.push_back(name);
+  if (partition.code == 0) *handle = partition.handle;
+  return partition.code;
+}
+
+uint32_t DHF_ShmPtTotalSizeGet(uint16_t handle) {
+  EXPECT_EQ(handle, FakePlatform::Get().partition.handle);
+  return FakePlatform::Get().partition.total;
+}
+
+uint32_t DHF_ShmPtAllocedSizeGet(uint16_t handle) {
+  EXPECT_EQ(handle, FakePlatform::Get().partition.handle);
+  return FakePlatform::Get().partition.allocated;
+}
+
+int32_t TbmHashMapEntryNum(TbmHashMap *map, uint32_t *count) {
+  const auto &nodes = FakePlatform::Get().serverMaps;
+  EXPECT_EQ(map, FakePlatform::Get().serverMaps.Map());
+  if (nodes.countCode != 0) return nodes.countCode;
+  *count = 0;
+  for (const auto &bucket : nodes.buckets) *count += static_cast<uint32_t>(bucket.size());
+  return 0;
+}
+
+int32_t TbmHashMapTravBuckets(TbmHashMap *map, TbmTravCallback callback, void *context, uint32_t first,
+                              uint32_t count, uint32_t *next, uint32_t flag) {
+  auto &nodes = FakePlatform::Get().serverMaps;
+  EXPECT_EQ(map, nodes.Map());
+  const auto call = static_cast<int>(nodes.walks.size());
+  nodes.walks.push_back(std::to_string(first) + " " + std::to_string(count) + " " + std::to_string(flag));
+  if (call == nodes.failWalkAt) return nodes.walkCode;
+  const auto end = static_cast<uint32_t>(std::min<size_t>(nodes.buckets.size(), size_t{first} + count));
+  for (uint32_t bucket = first; bucket < end; ++bucket) {
+    for (void *node : nodes.buckets[bucket]) {
+      if (callback(node, context) == QDT_TBL_STOP) return 0;
+    }
+  }
+  *next = end;
+  return end < nodes.buckets.size() ? 1 : 0;
+}
+
 int32_t TbmTblEntryNum(uint32_t instance, uint32_t table, uint32_t *count) {
   return FakePlatform::Get().Count(instance, table, count);
 }
@@ -383,12 +460,24 @@ uint32_t QdtGetProIdByName(const char *name) {
   return 254;
 }
 
+int32_t QdtPrintSessStat(char *buffer, uint32_t size) {
+  auto &statistics = FakePlatform::Get().sessionStatistics;
+  statistics.rooms.push_back(size);
+  std::snprintf(buffer, size, "%s", statistics.text.c_str());
+  return statistics.result;
+}
+
 int32_t QdtCpCarStatClearAll() {
   ++FakePlatform::Get().clearCpcarCalls;
   return FakePlatform::Get().clearCpcarResult;
 }
 
-// Stands in for the C library's, which the library under test calls.
+// These stand in for the C library's, which the library under test calls.
+int usleep(useconds_t microseconds) {
+  FakePlatform::Get().pauses.push_back(microseconds);
+  return 0;
+}
+
 void syslog(int priority, const char *format, ...) {
   char text[4096];
   va_list args;

@@ -8,6 +8,7 @@
 #include <deque>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -130,11 +131,16 @@ class FakePlatform {
   };
   std::map<uint32_t, TableMemory> tableMemory;
 
+  // Capacities of tables, by table id; a table that is not listed is not defined.
+  std::map<uint32_t, uint32_t> capacities;
+
   // Shared regions that VRX_Smmap finds; the sizes and names it was asked for stand in `attaches`.
   void AddRegion(const std::string &name, size_t size);
   void *Region(const std::string &name);
   void RemoveRegion(const std::string &name);
   std::vector<std::string> attaches;
+  // Regions in memory that the test lends: what keeps its attachment needs one that outlives the platform.
+  std::map<std::string, void *> lentRegions;
 
   // The n-th allocation from now (0 for the next) fails; negative: none does.
   void FailAllocation(int n) { failAllocation_ = n; }
@@ -171,8 +177,54 @@ class FakePlatform {
   std::vector<uint64_t> statistics = std::vector<uint64_t>(831);
   std::vector<uint32_t> statisticsMasks;
 
+  // Run contexts (cores) and their counters; a vector that is empty is a core without any. A count that is
+  // set stands in place of theirs.
+  std::vector<std::vector<uint64_t>> runContexts;
+  std::optional<int32_t> runContextCount;
+
+  // Management documents: what was done to them, a line a call, the call that fails (0 for the first), and
+  // those that were not released.
+  struct Documents {
+    std::vector<std::string> calls;
+    int failAt = -1;
+    int live = 0;
+  };
+  Documents documents;
+
+  // The shared-memory partition: what attaching it returns and stores, its figures, and the names asked for.
+  struct Partition {
+    int32_t code = 0;
+    uint16_t handle = 0xBEEF;
+    uint32_t total = 0, allocated = 0;
+    std::vector<std::string> attaches;
+  };
+  Partition partition;
+
   // Names of host protocols, by number; there are no others.
   std::map<uint32_t, std::string> protocols;
+
+  // The engine's session statistics: its text, and what asking for it returns.
+  struct SessionStatistics {
+    int32_t result = 0;
+    std::string text;
+    std::vector<uint32_t> rooms;  // that it was given
+  };
+  SessionStatistics sessionStatistics;
+
+  // The server maps' hash map: the nodes of its buckets, what counting them returns, the walk that fails (0
+  // for the first) and with what, and the walks asked for, "FIRST COUNT FLAG" each. Map() is its handle.
+  struct HashMap {
+    std::vector<std::vector<void *>> buckets;
+    int32_t countCode = 0;
+    int failWalkAt = -1;
+    int32_t walkCode = 0;
+    std::vector<std::string> walks;
+    TbmHashMap *Map() { return reinterpret_cast<TbmHashMap *>(this); }
+  };
+  HashMap serverMaps;
+
+  // Pauses that the library asked for, in microseconds; none of them takes time.
+  std::vector<uint32_t> pauses;
 
   int32_t clearCpcarResult = 0;
   int clearCpcarCalls = 0;
@@ -182,6 +234,7 @@ class FakePlatform {
   int32_t Find(const char *kind, uint32_t instance, uint32_t table, const void *key, void **entry);
   int32_t Walk(uint32_t instance, uint32_t table, const void *key, TbmTravContext *ctx, void *buffer,
                uint32_t *bytes);
+  int32_t Visit(uint32_t instance, uint32_t table, TbmTravCallback callback, void *context);
   void *Allocate(const char *path, uint32_t line, size_t size);
   void Free(void *pointer);
   void *Attach(const char *name, uint32_t size, uint32_t flags);
@@ -216,6 +269,7 @@ class PlatformTest : public ::testing::Test {
   void TearDown() override {
     EXPECT_EQ(platform.liveAllocations(), 0u) << "memory was not released";
     EXPECT_EQ(platform.foreignFrees, 0) << "memory was released that is not the allocator's";
+    EXPECT_EQ(platform.documents.live, 0) << "a document was not released";
   }
 
   // The answer of `diag search nqpTable ID KEY1 KEY2 KEY3 KEY4`.

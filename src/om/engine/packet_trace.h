@@ -9,6 +9,46 @@ namespace qdt {
 
 constexpr char kPacketTraceRegion[] = "PKT_TRACE_CTX_PTR";
 
+// Bits of a condition mask.
+enum TraceMask : uint64_t {
+  kTraceLength = 1u << 1,
+  kTraceSourceFwdIf = 1u << 2,
+  kTraceDestinationFwdIf = 1u << 3,
+  kTraceFromControlPlane = 1u << 4,
+  kTraceDiscardType = 1u << 5,
+  kTraceVlan = 1u << 6,
+  kTraceSourceMac = 1u << 7,
+  kTraceDestinationMac = 1u << 8,
+  kTraceEtherType = 1u << 9,
+  kTraceEapKey = 1u << 10,
+  kTraceSourceAddress = 1u << 11,
+  kTraceDestinationAddress = 1u << 12,
+  kTraceProtocol = 1u << 13,
+  kTraceCapwap = 1u << 14,
+  kTraceSourcePort = 1u << 17,
+  kTraceDestinationPort = 1u << 18,
+  kTraceIpFragment = 1u << 19,
+  kTraceWirelessFragment = 1u << 20,
+  kTraceNotFragment = 1u << 21,
+  kTraceFirstFragment = 1u << 22,
+  kTraceNotFirstFragment = 1u << 23,
+  kTraceLastFragment = 1u << 24,
+  kTraceTcpFlags = 1u << 25,
+  kTraceSourceAddressV6 = 1u << 26,
+  kTraceDestinationAddressV6 = 1u << 27,
+  kTraceIpType = 1u << 28,
+  kTraceIcmpType = 1u << 29,
+  kTracePppoeKeepalive = 1u << 30,
+  kTraceCauseId = 1u << 31,
+};
+
+// The discard type that stands for all of them.
+constexpr uint16_t kAllDiscardTypes = 274;
+
+// Values of ipType.
+constexpr uint8_t kTraceIpv4 = 0;
+constexpr uint8_t kTraceIpv6 = 1;
+
 // Which packets are printed. The engine tests only the fields whose bit is set in `mask`.
 struct PacketTraceConditions {
   uint64_t mask;
@@ -26,9 +66,9 @@ struct PacketTraceConditions {
   uint16_t etherType;
   uint8_t sourceAddressV6[16], destinationAddressV6[16];
   uint16_t sourcePort, destinationPort;
-  uint16_t discardType;  // index of the discard statistic
+  uint16_t discardType;  // index of the discard statistic, or kAllDiscardTypes
   uint16_t causeId;
-  uint8_t ipType;  // 0 IPv4, 1 IPv6
+  uint8_t ipType;
   uint8_t icmpType;
   uint8_t reserved98[6];
 };
@@ -86,7 +126,8 @@ struct TraceSwitches {
   TracedStation reserved0[kMaxTracedStations - 1];
   uint8_t reserved80[4];
   uint8_t packets : 1, : 1, stations : 1, : 5;
-  uint8_t reserved85[3];
+  uint8_t chipTransmit : 1, : 7;
+  uint8_t reserved86[2];
 };
 QDT_RECORD_SIZE(TraceSwitches, 88);
 

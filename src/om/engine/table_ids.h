@@ -60,6 +60,7 @@ enum EngineTable : uint32_t {
   kTableArpMiss = 57,              // ArpKey -> several ArpMissEntry
   kTablePacketCache = 61,          // statistics key -> PacketCacheStat
   kTableCpcar = 62,                // CpcarKey -> CpcarEntry
+  kTableSession = 65,              // session index -> SessionRecord
   kTableHsecGlobalCfg = 68,        // the one HsecGlobalCfg
   kTablePriority = 69,             // VAP index -> PriorityMaps
   kTableLocalManagementUser = 70,  // IPv4 address -> LocalManagementUser

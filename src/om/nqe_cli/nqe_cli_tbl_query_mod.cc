@@ -3,6 +3,7 @@
 
 #include "qdt/tables.h"
 #include "src/om/common/log.h"
+#include "src/om/common/table_descriptor.h"
 #include "src/om/nqe_cli/table_view.h"
 
 // View of the engine's modules. An entry is a 32-bit id and a name whose length the table manager's
@@ -12,17 +13,12 @@ namespace {
 constexpr uint32_t kHeader = sizeof(uint32_t);    // the name length
 constexpr uint32_t kModuleId = sizeof(uint32_t);  // ahead of each name
 
-const TbmTableDesc *ModuleTable() {
-  if (g_tbmGlobalInfo == nullptr || g_tbmGlobalInfo->tables == nullptr) return nullptr;
-  return &g_tbmGlobalInfo->tables[qdt::kTableModule];
-}
-
 }  // namespace
 
 // Reports its first batch as the last: the list is meant to show 50 modules at most.
 NQE_TABLE_SEARCH(ModInfo) {
   if (search.loopNum == 0) return QDT_TBL_INVALID_INPUT;
-  const TbmTableDesc *const table = ModuleTable();
+  const TbmTableDesc *const table = qdt::FindTableDescriptor(qdt::kTableModule);
   if (table == nullptr) {
     QDT_LOG_ERROR("Failed to get table MODINFO\n");
     return QDT_TBL_FAIL;

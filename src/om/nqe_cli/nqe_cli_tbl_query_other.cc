@@ -2,12 +2,12 @@
 #include <cstring>
 #include <string_view>
 
-#include "platform/shm.h"
 #include "qdt/aging.h"
 #include "qdt/stats.h"
 #include "qdt/tables.h"
 #include "src/om/common/address.h"
 #include "src/om/common/section.h"
+#include "src/om/common/trace_block.h"
 #include "src/om/engine/arp_simulator.h"
 #include "src/om/engine/global.h"
 #include "src/om/engine/packet_socket.h"
@@ -205,12 +205,7 @@ struct DropReason {
   char name[128];
 };
 
-// The block stays mapped for the life of the process; a failed attach is tried again with the next query.
-const void *TraceBlock() {
-  static const void *block = nullptr;
-  if (block == nullptr) block = VRX_Smmap(kPacketTraceRegion, sizeof(PacketTraceBlock), 0);
-  return block;
-}
+TraceBlock g_traceBlock;
 
 }  // namespace
 }  // namespace qdt
@@ -279,8 +274,8 @@ int32_t NqeTableFormatTbmMemStat(char *out, uint32_t room, const void *, int32_t
 }
 
 NQE_TABLE_SEARCH(StationTrace) {
-  const void *const block = qdt::TraceBlock();
-  return block == nullptr ? int32_t{QDT_TBL_INTERNAL} : search.Deliver(block, sizeof(PacketTraceBlock));
+  if (!qdt::g_traceBlock.Attach()) return QDT_TBL_INTERNAL;
+  return search.Deliver(qdt::g_traceBlock.get(), sizeof(PacketTraceBlock));
 }
 
 QDT_TABLE_PIECE(NqeTableStationTraceParseFormat) {

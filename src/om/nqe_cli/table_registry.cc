@@ -58,7 +58,7 @@ const TableOps g_nqeTblOps[QDT_DIAG_TABLE_COUNT] = {
     {NqeTableSearchTbmMemStat, NqeTableFormatTbmMemStat},                  // 47 tbm_memory_stat
     {NqeTableSearchMacCarId, NqeTableFormatMacCarId},                      // 48 mac_carId
     {NqeTableSearchSswGlobalBoardcast, NqeTableFormatSswGlobalBoardcast},  // 49 ssw_global_boardcast
-    kNoView,                                                               // 50 session
+    {NqeTableSearchSession, NqeTableFormatSession},                        // 50 session
     {NqeTableSearchSswMcRoutePortElb, NqeTableFormatSswMcRoutePortElb},    // 51 mc_route_port
     {NqeTableSearchSswMcElb, NqeTableFormatSswMcElb},                      // 52 mc_elb
     {NqeTableSearchSswExcludeMcElb, NqeTableFormatSswExcludeMcElb},        // 53 exclude_mc_elb

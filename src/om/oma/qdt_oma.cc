@@ -12,6 +12,7 @@
 #include "src/om/common/log.h"
 #include "src/om/common/owned.h"
 #include "src/om/oma/command_line.h"
+#include "src/om/oma/request.h"
 
 namespace qdt {
 namespace {
@@ -27,12 +28,6 @@ int32_t ParseNarrow(AgentRequest request, const char *name, T *value) {
   if (omcc_parse_uint(request, name, &wide) != 0) return kFailed;
   *value = static_cast<T>(wide);
   return kDone;
-}
-
-// The parameter's text, or null.
-const char *FindText(AgentRequest request, const char *name) {
-  const char *text = nullptr;
-  return QdtOmaParseStr(request, name, &text) == kDone ? text : nullptr;
 }
 
 // What the engine runs for a line typed at the agent.

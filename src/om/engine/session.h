@@ -1,0 +1,183 @@
+#ifndef SRC_OM_ENGINE_SESSION_H_
+#define SRC_OM_ENGINE_SESSION_H_
+
+#include "src/om/engine/layout.h"
+
+// Sessions: flows that the engine has admitted, each with the key of its initiating ("positive") and of its
+// reply ("negative") direction. IPv4 addresses and ports in host order.
+namespace qdt {
+
+// Key of one direction of an IPv4 session.
+struct SessionKey {
+  uint32_t source;
+  uint32_t destination;
+  uint16_t sourcePort;
+  uint16_t destinationPort;
+  uint8_t protocol;  // IP protocol number
+  uint8_t reserved13;
+  uint16_t vpn;
+};
+QDT_RECORD_SIZE(SessionKey, 16);
+QDT_FIELD_AT(SessionKey, destination, 4);
+QDT_FIELD_AT(SessionKey, sourcePort, 8);
+QDT_FIELD_AT(SessionKey, destinationPort, 10);
+QDT_FIELD_AT(SessionKey, protocol, 12);
+QDT_FIELD_AT(SessionKey, vpn, 14);
+
+// Key of one direction of an IPv6 session; addresses as four host-order words.
+struct Ipv6SessionKey {
+  uint32_t source[4];
+  uint32_t destination[4];
+  uint16_t sourcePort;
+  uint16_t destinationPort;
+  uint8_t protocol;
+  uint8_t reserved37;
+  uint16_t vpn;
+};
+QDT_RECORD_SIZE(Ipv6SessionKey, 40);
+QDT_FIELD_AT(Ipv6SessionKey, destination, 16);
+QDT_FIELD_AT(Ipv6SessionKey, sourcePort, 32);
+QDT_FIELD_AT(Ipv6SessionKey, destinationPort, 34);
+QDT_FIELD_AT(Ipv6SessionKey, protocol, 36);
+QDT_FIELD_AT(Ipv6SessionKey, vpn, 38);
+
+// What address translation makes of one direction; a field counts where its bit of the session is set.
+struct SessionTranslation {
+  uint32_t source;
+  uint32_t destination;
+  uint16_t sourcePort;
+  uint16_t destinationPort;
+};
+QDT_RECORD_SIZE(SessionTranslation, 12);
+QDT_FIELD_AT(SessionTranslation, destination, 4);
+QDT_FIELD_AT(SessionTranslation, sourcePort, 8);
+QDT_FIELD_AT(SessionTranslation, destinationPort, 10);
+
+// Bridging data of a session that HTTPS traffic is redirected on.
+struct HttpsSubSession {
+  uint32_t index;
+  uint32_t fwdIfIndex;
+  MacAddress smac;
+  MacAddress dmac;
+  uint16_t vlanId;
+  uint16_t ethType;
+};
+QDT_RECORD_SIZE(HttpsSubSession, 24);
+QDT_FIELD_AT(HttpsSubSession, fwdIfIndex, 4);
+QDT_FIELD_AT(HttpsSubSession, smac, 8);
+QDT_FIELD_AT(HttpsSubSession, dmac, 14);
+QDT_FIELD_AT(HttpsSubSession, vlanId, 20);
+QDT_FIELD_AT(HttpsSubSession, ethType, 22);
+
+struct IptablesSubSession {
+  uint32_t index;
+  uint32_t destination;
+  uint16_t destinationPort;
+  uint16_t reserved10;  // shown, although the engine gives it no meaning
+};
+QDT_RECORD_SIZE(IptablesSubSession, 12);
+QDT_FIELD_AT(IptablesSubSession, destination, 4);
+QDT_FIELD_AT(IptablesSubSession, destinationPort, 8);
+QDT_FIELD_AT(IptablesSubSession, reserved10, 10);
+
+// What application control has found the session to be.
+struct SacSubSession {
+  uint32_t reserved0[2];
+  uint32_t appId;
+  uint32_t classId;
+  uint32_t protocolId;
+};
+QDT_RECORD_SIZE(SacSubSession, 20);
+QDT_FIELD_AT(SacSubSession, appId, 8);
+QDT_FIELD_AT(SacSubSession, classId, 12);
+QDT_FIELD_AT(SacSubSession, protocolId, 16);
+
+// Flow control of a TCP session.
+struct TcpFlow {
+  uint32_t reserved0;
+  uint32_t congestionWindow;
+  uint32_t receiveWindow;
+  uint32_t receiveWindowMin;
+  uint32_t ack;
+  uint32_t sequence;
+  uint16_t : 3, up : 4, action : 2, : 7;
+  uint8_t windowScale;
+  uint8_t reserved27;
+  uint16_t reserved28;
+  uint16_t brakeCount;
+  uint16_t accelerateCount;
+  uint16_t holdCount;
+};
+QDT_RECORD_SIZE(TcpFlow, 36);
+QDT_FIELD_AT(TcpFlow, congestionWindow, 4);
+QDT_FIELD_AT(TcpFlow, receiveWindow, 8);
+QDT_FIELD_AT(TcpFlow, receiveWindowMin, 12);
+QDT_FIELD_AT(TcpFlow, ack, 16);
+QDT_FIELD_AT(TcpFlow, sequence, 20);
+QDT_FIELD_AT(TcpFlow, windowScale, 26);
+QDT_FIELD_AT(TcpFlow, brakeCount, 30);
+QDT_FIELD_AT(TcpFlow, accelerateCount, 32);
+QDT_FIELD_AT(TcpFlow, holdCount, 34);
+
+// A session being set up or torn down, which queries pass over.
+constexpr uint8_t kSessionInTransition = 1;
+// Aging time of a session that never ages.
+constexpr uint16_t kSessionNeverAges = 65535;
+// Aging time that makes the engine remove a session.
+constexpr uint16_t kSessionAgeOut = 0;
+
+// Entry of the session table. Addresses of other records are 0 where the session has none; they lead into the
+// engine's memory and are followed with ReadEngineMemory only.
+struct SessionRecord {
+  uint32_t index;
+  uint32_t timeStamp;  // of the last refresh, seconds of the monotonic clock
+  uint8_t isIpv6 : 1, : 4, valid : 1, : 2;
+  uint8_t state;
+  uint16_t agingTime;  // seconds
+  uint32_t natIndex;
+  uint32_t sourceTranslated : 1, destinationTranslated : 1, sourcePortTranslated : 1,
+      destinationPortTranslated : 1, : 3, natPolicyId : 1, natAgingTime : 1, : 23;
+  uint16_t ingressIfIndex;
+  uint16_t egressIfIndex;
+  uint32_t reserved24;
+  SessionTranslation positive;
+  SessionTranslation negative;
+  uint8_t serviceId;
+  uint8_t reserved53;
+  uint8_t parentSessionIndex;
+  uint8_t serverMapIndex;
+  uint64_t reserved56[7];
+  uint64_t positiveKey;  // of a SessionKey, or of an Ipv6SessionKey when isIpv6 is set
+  uint64_t negativeKey;
+  uint32_t createTime;  // seconds of the real-time clock
+  uint32_t reserved132;
+  uint64_t reserved136[2];
+  uint64_t https;     // of an HttpsSubSession
+  uint64_t iptables;  // of an IptablesSubSession
+  uint64_t sac;       // of a SacSubSession
+  uint64_t tcpFlow;   // of a TcpFlow
+  uint64_t reserved184;
+};
+QDT_RECORD_SIZE(SessionRecord, 192);
+QDT_FIELD_AT(SessionRecord, timeStamp, 4);
+QDT_FIELD_AT(SessionRecord, state, 9);
+QDT_FIELD_AT(SessionRecord, agingTime, 10);
+QDT_FIELD_AT(SessionRecord, natIndex, 12);
+QDT_FIELD_AT(SessionRecord, ingressIfIndex, 20);
+QDT_FIELD_AT(SessionRecord, egressIfIndex, 22);
+QDT_FIELD_AT(SessionRecord, positive, 28);
+QDT_FIELD_AT(SessionRecord, negative, 40);
+QDT_FIELD_AT(SessionRecord, serviceId, 52);
+QDT_FIELD_AT(SessionRecord, parentSessionIndex, 54);
+QDT_FIELD_AT(SessionRecord, serverMapIndex, 55);
+QDT_FIELD_AT(SessionRecord, positiveKey, 112);
+QDT_FIELD_AT(SessionRecord, negativeKey, 120);
+QDT_FIELD_AT(SessionRecord, createTime, 128);
+QDT_FIELD_AT(SessionRecord, https, 152);
+QDT_FIELD_AT(SessionRecord, iptables, 160);
+QDT_FIELD_AT(SessionRecord, sac, 168);
+QDT_FIELD_AT(SessionRecord, tcpFlow, 176);
+
+}  // namespace qdt
+
+#endif  // SRC_OM_ENGINE_SESSION_H_

@@ -1,0 +1,203 @@
+#include <arpa/inet.h>
+
+#include <cstdlib>
+#include <cstring>
+
+#include "qdt/cli.h"
+#include "qdt/session.h"
+#include "qdt/tables.h"
+#include "src/om/common/memory_probe.h"
+#include "src/om/common/section.h"
+#include "src/om/engine/session.h"
+#include "src/om/nqe_cli/table_view.h"
+
+// View of the sessions. Unlike the other views it collects all of its records in one walk.
+using qdt::ReadEngineMemory;
+using qdt::SessionKey;
+using qdt::SessionRecord;
+using qdt::Text;
+
+namespace {
+
+constexpr int32_t kMatch = 0;
+constexpr int32_t kNoMatch = QDT_TBL_FAIL;
+
+constexpr uint32_t kDefaultLimit = 682;
+// More records than this have no length that a format operation could be given.
+constexpr uint32_t kLargestLimit = INT32_MAX / sizeof(SessionRecord);
+
+bool HasPrefix(const char *text, const char *word) { return std::strncmp(text, word, 3) == 0; }
+
+// Reads the limit behind "num", of which the low 32 bits count; 0 or a code.
+int32_t ReadLimit(const char *key1, uint32_t *limit) {
+  const size_t room = std::strlen(key1) - 2;
+  const qdt::OwnedText number = qdt::AllocateText(QDT_HERE, room);
+  if (number == nullptr) return QDT_TBL_NO_MEMORY;
+  if (qdt::strcpy_s(number.get(), room, key1 + 3) != 0) return QDT_TBL_INTERNAL;
+  *limit = static_cast<uint32_t>(std::strtol(number.get(), nullptr, 10));
+  return *limit <= kLargestLimit ? 0 : int32_t{QDT_TBL_NO_MEMORY};
+}
+
+int32_t ToResult(bool matches) { return matches ? kMatch : kNoMatch; }
+
+bool Matches(const SessionSearchKey &search, uint64_t key) {
+  SessionKey copy;
+  return ReadEngineMemory(key, &copy, sizeof(copy)) && SessionNodeMatchHashNode(&search, &copy) == kMatch;
+}
+
+// A search matches a session in either direction.
+bool Matches(const SessionSearchKey &search, const SessionRecord &session) {
+  if (HasPrefix(search.Text, "all") || HasPrefix(search.Text, "num")) return true;
+  return Matches(search, session.positiveKey) || Matches(search, session.negativeKey);
+}
+
+void PrintKeys(Text &text, const SessionRecord &e) {
+  SessionKey positive, negative;
+  if (!ReadEngineMemory(e.positiveKey, &positive, sizeof(positive)) ||
+      !ReadEngineMemory(e.negativeKey, &negative, sizeof(negative))) {
+    return;
+  }
+  text.Print<"Session POS key:\n  PosSrcIp     :  0x%08x\n  PosDstIp     :  0x%08x\n">(positive.source,
+                                                                                       positive.destination);
+  text.Print<"  PosSrcPort   :  %hu\n  PosDstPort   :  %hu\n  PosProtocol  :  %hhu\n">(
+      positive.sourcePort, positive.destinationPort, positive.protocol);
+  text.Print<
+      "Session NEG key:\n  NegSrcIp     :  0x%08x\n  NegDstIp     :  0x%08x\n  NegSrcPort   :  %hu\n"
+      "  NegDstPort   :  %hu\n  NegProtocol  :  %hhu\n">(negative.source, negative.destination,
+                                                         negative.sourcePort, negative.destinationPort,
+                                                         negative.protocol);
+}
+
+void PrintNode(Text &text, const SessionRecord &e) {
+  text.Print<
+      "SessionNode:\n  Valid      :  %u\n  SessIdx    :  %u\n  TimeStamp  :  %u\n  AgingTime  :  %u\n"
+      "  IsIpv6     :  %u\n">(e.valid, e.index, e.timeStamp, e.agingTime, e.isIpv6);
+}
+
+void PrintHttps(Text &text, const SessionRecord &e) {
+  qdt::HttpsSubSession https;
+  if (!ReadEngineMemory(e.https, &https, sizeof(https))) return;
+  const auto &d = https.dmac;
+  const auto &s = https.smac;
+  text.Print<
+      "HttpsSession:\n  SessIdx   :  %u\n  FwdIfIdx  :  %u\n  DstMac    :  %02x:%02x:%02x:%02x:%02x:%02x\n"
+      "  SrcMac    :  %02x:%02x:%02x:%02x:%02x:%02x\n  VlanId    :  %u\n  EthType   :  %u\n">(
+      https.index, https.fwdIfIndex, d[0], d[1], d[2], d[3], d[4], d[5], s[0], s[1], s[2], s[3], s[4], s[5],
+      https.vlanId, https.ethType);
+}
+
+void PrintNat(Text &text, const SessionRecord &e) {
+  text.Print<"NatSession:\n">();
+  qdt::Section<20> nat(text);
+  nat.Line<"SessIdx">(e.natIndex);
+  nat.Line<"ParentSessionIndex">(e.parentSessionIndex);
+  nat.Line<"ServerMapIndex">(e.serverMapIndex);
+  nat.Line<"PolicyId">(e.natPolicyId);
+  nat.Line<"AgingTime">(e.natAgingTime);
+  nat.Line<"PosNewSip", "0x%08x">(e.positive.source);
+  nat.Line<"PosNewDip", "0x%08x">(e.positive.destination);
+  nat.Line<"PosNewSport">(e.positive.sourcePort);
+  nat.Line<"PosNewDport">(e.positive.destinationPort);
+  nat.Line<"NegNewSip", "0x%08x">(e.negative.source);
+  nat.Line<"NegNewDip", "0x%08x">(e.negative.destination);
+  nat.Line<"NegNewSport">(e.negative.sourcePort);
+  nat.Line<"NegNewDport">(e.negative.destinationPort);
+}
+
+void PrintIptables(Text &text, const SessionRecord &e) {
+  qdt::IptablesSubSession iptables;
+  if (!ReadEngineMemory(e.iptables, &iptables, sizeof(iptables))) return;
+  text.Print<
+      "IptablesSession:\n  SessIdx             :  %u\n  DstIp               :  0x%08x\n"
+      "  DstPort             :  %u\n  Rsv1                :  %u\n">(
+      iptables.index, iptables.destination, iptables.destinationPort, iptables.reserved10);
+}
+
+}  // namespace
+
+int32_t SessionNodeParamMultiIp(const SessionSearchKey *search, uint32_t source, uint32_t destination,
+                                const void *sessionKey) {
+  const auto &key = *static_cast<const SessionKey *>(sessionKey);
+  const bool addresses = source == htonl(key.source) && destination == htonl(key.destination);
+  const bool protocol = search->Protocol == key.protocol;
+  if (search->SrcPort != 0) {
+    return ToResult(addresses && protocol && search->SrcPort == key.sourcePort && search->DstPort != 0 &&
+                    search->DstPort == key.destinationPort && search->Protocol != 0);
+  }
+  return ToResult(addresses && search->DstPort == 0 && (search->Protocol == 0 || protocol));
+}
+
+int32_t SessionNodeParamSingleIp(const SessionSearchKey *search, const char *word, const char *,
+                                 uint32_t address, const void *sessionKey) {
+  const auto &key = *static_cast<const SessionKey *>(sessionKey);
+  if (address == INADDR_NONE || search->SrcPort != 0 || search->DstPort != 0 || search->Protocol != 0)
+    return kNoMatch;
+  if (std::strcmp(word, "sip") == 0) return ToResult(address == htonl(key.source));
+  if (std::strcmp(word, "dip") == 0) return ToResult(address == htonl(key.destination));
+  return kNoMatch;
+}
+
+int32_t SessionNodeMatchHashNode(const SessionSearchKey *search, const void *sessionKey) {
+  char first[INET_ADDRSTRLEN], second[INET_ADDRSTRLEN];
+  if (QdtCliGetIpsSeparatedByColon(search->Text, first, second, sizeof(first)) != 0)
+    return QDT_TBL_UNSUPPORTED;
+  const uint32_t source = inet_addr(first);
+  const uint32_t destination = inet_addr(second);
+  if (source != INADDR_NONE && destination != INADDR_NONE)
+    return SessionNodeParamMultiIp(search, source, destination, sessionKey);
+  return SessionNodeParamSingleIp(search, first, second, destination, sessionKey);
+}
+
+int32_t SessionNodeSearchMatch(void *record, void *context) {
+  auto *const collect = static_cast<SessionCollect *>(context);
+  const auto &session = *static_cast<const SessionRecord *>(record);
+  if (collect->Count > collect->Limit) return QDT_TBL_STOP;
+  if (session.positiveKey == 0 || session.negativeKey == 0) return QDT_TBL_CONTINUE;
+  if (!Matches(collect->Key, session)) return QDT_TBL_CONTINUE;
+  const size_t room = size_t{collect->Limit - collect->Count} * sizeof(SessionRecord);
+  auto *const end = static_cast<char *>(collect->Records) + size_t{collect->Count} * sizeof(SessionRecord);
+  if (qdt::memcpy_s(end, room, record, sizeof(SessionRecord)) != 0) return QDT_TBL_STOP;
+  collect->Bytes += sizeof(SessionRecord);
+  ++collect->Count;
+  return QDT_TBL_CONTINUE;
+}
+
+NQE_TABLE_SEARCH(Session) {
+  SessionCollect collect{};
+  if (qdt::strcpy_s(collect.Key.Text, sizeof(collect.Key.Text) - 1, search.key1) != 0) return QDT_TBL_FORMAT;
+  collect.Key.SrcPort = search.key2;
+  collect.Key.DstPort = search.key3;
+  collect.Key.Protocol = search.key4;
+  collect.Limit = kDefaultLimit;
+  if (HasPrefix(search.key1, "num")) {
+    if (const int32_t code = ReadLimit(search.key1, &collect.Limit); code != 0) return code;
+  }
+  if (!search.Allocate(size_t{collect.Limit} * sizeof(SessionRecord))) return QDT_TBL_NO_MEMORY;
+  collect.Records = *search.record;
+  if (TbmTblTrav(qdt::kEngineInstance, qdt::kTableSession, SessionNodeSearchMatch, &collect) != 0) {
+    search.Release();
+    return QDT_TBL_FAIL;
+  }
+  *search.recordLen = collect.Bytes;
+  return 0;
+}
+
+NQE_TABLE_FORMAT_EACH(Session, SessionRecord) {
+  PrintKeys(text, e);
+  PrintNode(text, e);
+  PrintHttps(text, e);
+  PrintNat(text, e);
+  PrintIptables(text, e);
+  if (text.failed()) return text.Fail(QDT_TBL_FAIL);
+  text.Print<"\n">();
+}
+
+QDT_TABLE_PIECE(NqeTableParseSessKey) { return qdt::FormatPiece(out, room, entry, PrintKeys); }
+
+QDT_TABLE_PIECE(NqeTableParseSessNode) { return qdt::FormatPiece(out, room, entry, PrintNode); }
+
+QDT_TABLE_PIECE(NqeTableParseHttpsSess) { return qdt::FormatPiece(out, room, entry, PrintHttps); }
+
+QDT_TABLE_PIECE(NqeTableParseNatSess) { return qdt::FormatPiece(out, room, entry, PrintNat); }
+
+QDT_TABLE_PIECE(NqeTableParseIptablesSess) { return qdt::FormatPiece(out, room, entry, PrintIptables); }

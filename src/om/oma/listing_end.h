@@ -1,0 +1,55 @@
+#ifndef SRC_OM_OMA_LISTING_END_H_
+#define SRC_OM_OMA_LISTING_END_H_
+
+#include <cstdint>
+
+#include "src/om/common/log.h"
+#include "src/om/common/text.h"
+
+namespace qdt {
+
+// Room of an answer that lists sessions or server maps.
+constexpr uint32_t kListingRoom = 20480;
+
+// The end of a listing, where a printer adds its text. A listing is a structure with the fields `text`,
+// `capacity` and `length`, as exported printers are handed it.
+template <typename Listing>
+class ListingEnd {
+ public:
+  explicit ListingEnd(Listing *listing) : listing_(*listing), begin_(listing->length) {}
+  ListingEnd(const ListingEnd &) = delete;
+  ListingEnd &operator=(const ListingEnd &) = delete;
+
+  // Adds all of the text or nothing. False, with a log line, when there is no room.
+  template <format::Format F, typename... Args>
+  bool Print(Args... args) {
+    Text text(listing_.text + listing_.length, Room());
+    if (!text.Print<F>(args...)) {
+      QDT_LOG_ERROR("Sprintf failed, ret=%d\n", -1);
+      return false;
+    }
+    listing_.length += text.size();
+    return true;
+  }
+
+  // What a printer returns whose prints all went well, or did not: the bytes that it has added, or -1. What
+  // it added before the failure is taken back, so that a full listing ends with a whole line.
+  int32_t Result(bool printed) {
+    if (printed) return static_cast<int32_t>(listing_.length - begin_);
+    listing_.length = begin_;
+    if (Room() != 0) listing_.text[begin_] = '\0';
+    return -1;
+  }
+
+ private:
+  uint32_t Room() const {
+    return listing_.length < listing_.capacity ? listing_.capacity - listing_.length : 0;
+  }
+
+  Listing &listing_;
+  uint32_t begin_;
+};
+
+}  // namespace qdt
+
+#endif  // SRC_OM_OMA_LISTING_END_H_

@@ -1,0 +1,16 @@
+#ifndef SRC_OM_OMA_REQUEST_H_
+#define SRC_OM_OMA_REQUEST_H_
+
+#include "qdt/oma.h"
+
+namespace qdt {
+
+// The text of a request's parameter, or null: a parameter without a text is as good as none.
+inline const char *FindText(AgentRequest request, const char *name) {
+  const char *text = nullptr;
+  return QdtOmaParseStr(request, name, &text) == 0 ? text : nullptr;
+}
+
+}  // namespace qdt
+
+#endif  // SRC_OM_OMA_REQUEST_H_

@@ -1,0 +1,258 @@
+#include "src/om/oma/session_filter.h"
+
+#include <arpa/inet.h>
+
+#include <algorithm>
+#include <ctime>
+#include <iterator>
+#include <string_view>
+
+#include "src/om/common/address.h"
+#include "src/om/common/log.h"
+#include "src/om/oma/request.h"
+
+namespace qdt {
+namespace {
+
+constexpr uint32_t kDefaultLimit = 10;
+constexpr int32_t kQueryMode = 1;
+
+struct Service {
+  std::string_view name;
+  uint32_t id;
+};
+constexpr Service kServices[] = {{"http", 1},   {"dns", 2},  {"ftp", 3},     {"ras", 4},
+                                 {"telnet", 5}, {"rtsp", 6}, {"sip", 9},     {"pptp", 15},
+                                 {"https", 47}, {"ssh", 48}, {"dns-tcp", 49}};
+
+// Readers.
+
+FilterValue Number(uint32_t number) { return {{number, 0, 0, 0}}; }
+
+template <auto kParse, typename T>
+FilterValue ReadNumber(AgentRequest request, const char *name) {
+  T number = 0;
+  return Number(kParse(request, name, &number) == 0 ? number : T{0});
+}
+constexpr auto ReadU8 = ReadNumber<QdtOmaParseU8, uint8_t>;
+constexpr auto ReadU16 = ReadNumber<QdtOmaParseU16, uint16_t>;
+constexpr auto ReadU32 = ReadNumber<QdtOmaParseU32, uint32_t>;
+
+// The parameter's text; empty when it is absent.
+const char *ReadText(AgentRequest request, const char *name) {
+  const char *const text = FindText(request, name);
+  return text == nullptr ? "" : text;
+}
+
+FilterValue ReadAddress(AgentRequest request, const char *name) {
+  const char *const text = ReadText(request, name);
+  if (QdtOmaGetIpVer(text) == 4) {
+    in_addr address{};  // inet_aton reads what inet_addr reads, and tells a broadcast address from no address
+    return Number(inet_aton(text, &address) != 0 ? ntohl(address.s_addr) : 0);
+  }
+  FilterValue value{};
+  Ipv6Bytes address;
+  if (QdtOmaStrToIp6(text, address.bytes) == 0) ToHostWords(address, value.words);
+  return value;
+}
+
+FilterValue ReadService(AgentRequest request, const char *name) {
+  const std::string_view text = ReadText(request, name);
+  const auto *const service = std::find_if(std::begin(kServices), std::end(kServices),
+                                           [&](const Service &s) { return s.name == text; });
+  return Number(service != std::end(kServices) ? service->id : 0);
+}
+
+FilterValue ReadLimit(AgentRequest request, const char *name) {
+  uint8_t limit = 0;
+  return Number(QdtOmaParseU8(request, name, &limit) == 0 ? limit : kDefaultLimit);
+}
+
+FilterValue ReadFlag(AgentRequest request, const char *name) { return Number(QdtOmaGetBool(request, name)); }
+
+FilterValue ReadFeature(AgentRequest request, const char *name) {
+  return Number(ReadText(request, name) == std::string_view("sac"));
+}
+
+FilterValue ReadType(AgentRequest request, const char *name) {
+  return Number(ReadText(request, name) == std::string_view("ipv6") ? kSessionIpv6 : kSessionIpv4);
+}
+
+// Comparators.
+
+int32_t ToResult(bool passes) { return passes ? kPasses : kFails; }
+
+// Compares by the session's key; a session without one fails.
+template <typename Compare>
+int32_t CompareFlow(Candidate &candidate, Compare compare) {
+  switch (candidate.Read()) {
+    case FlowState::kRead:
+      return ToResult(compare(candidate.flow()));
+    case FlowState::kAbsent:
+      return kFails;
+    default:
+      return kCannotCompare;
+  }
+}
+
+// As CompareFlow for ports that count as 0 when the session has no key.
+int32_t ComparePortOrZero(Candidate &candidate, uint16_t SessionFlow::*port, uint32_t value) {
+  if (candidate.Read() == FlowState::kDamaged) return kCannotCompare;
+  return ToResult(candidate.flow().*port == value);
+}
+
+// An IPv4 session by what kIpv4 finds, an IPv6 session by its key's address.
+template <uint32_t (*kIpv4)(const SessionRecord &, const SessionFlow &), uint32_t (SessionFlow::*kIpv6)[4]>
+int32_t CompareAddress(Candidate &candidate, const FilterValue &value) {
+  return CompareFlow(candidate, [&](const SessionFlow &flow) {
+    if (!candidate.session.isIpv6) return kIpv4(candidate.session, flow) == value.words[0];
+    return std::equal(std::begin(flow.*kIpv6), std::end(flow.*kIpv6), value.words);
+  });
+}
+
+// The same for ports.
+template <uint16_t (*kIpv4)(const SessionRecord &, const SessionFlow &), uint16_t SessionFlow::*kIpv6>
+int32_t ComparePort(Candidate &candidate, const FilterValue &value) {
+  if (candidate.session.isIpv6) return ComparePortOrZero(candidate, kIpv6, value.words[0]);
+  return CompareFlow(
+      candidate, [&](const SessionFlow &flow) { return kIpv4(candidate.session, flow) == value.words[0]; });
+}
+
+// "Global" is what the outside sees of an IPv4 session, "inside" what the inside does. Behind a loopback
+// address stands a service of the device itself, which the inside knows by the other address.
+
+bool IsLoopback(uint32_t address) { return address >> 24 == 127; }
+
+uint32_t GlobalDestination(const SessionRecord &, const SessionFlow &flow) { return flow.destination[0]; }
+
+uint16_t GlobalDestinationPort(const SessionRecord &, const SessionFlow &flow) {
+  return flow.destinationPort;
+}
+
+uint32_t InsideDestination(const SessionRecord &session, const SessionFlow &flow) {
+  const uint32_t translated = TranslatedDestination(session, flow);
+  return IsLoopback(translated) ? flow.destination[0] : translated;
+}
+
+uint32_t InsideSource(const SessionRecord &session, const SessionFlow &flow) {
+  return IsLoopback(flow.source[0]) ? TranslatedSource(session, flow) : flow.source[0];
+}
+
+int32_t CompareInsideSourcePort(Candidate &candidate, const FilterValue &value) {
+  return ComparePortOrZero(candidate, &SessionFlow::sourcePort, value.words[0]);
+}
+
+int32_t CompareCreateTime(Candidate &candidate, const FilterValue &value) {
+  const uint64_t end = uint64_t{candidate.session.createTime} + uint64_t{value.words[0]} * 60;
+  return ToResult(end > static_cast<uint64_t>(std::time(nullptr)));
+}
+
+int32_t CompareEgress(Candidate &candidate, const FilterValue &value) {
+  return ToResult(candidate.session.egressIfIndex == value.words[0]);
+}
+
+int32_t CompareIngress(Candidate &candidate, const FilterValue &value) {
+  return ToResult(candidate.session.ingressIfIndex == value.words[0]);
+}
+
+int32_t CompareProtocol(Candidate &candidate, const FilterValue &value) {
+  return CompareFlow(candidate, [&](const SessionFlow &flow) { return flow.protocol == value.words[0]; });
+}
+
+int32_t CompareVpn(Candidate &candidate, const FilterValue &value) {
+  return CompareFlow(candidate, [&](const SessionFlow &flow) { return flow.vpn == value.words[0]; });
+}
+
+int32_t CompareService(Candidate &candidate, const FilterValue &value) {
+  return ToResult(value.words[0] == 0 || candidate.session.serviceId == value.words[0]);
+}
+
+int32_t CompareFeature(Candidate &candidate, const FilterValue &) {
+  return ToResult(candidate.session.sac != 0);
+}
+
+int32_t CompareType(Candidate &candidate, const FilterValue &value) {
+  return ToResult(value.words[0] == (candidate.session.isIpv6 ? kSessionIpv6 : kSessionIpv4));
+}
+
+int32_t PassAll(Candidate &, const FilterValue &) { return kPasses; }
+
+int32_t PassNextHop(Candidate &, const FilterValue &) {
+  QDT_LOG_INFO("Does not support match session by NextHop\n");
+  return kPasses;
+}
+
+int32_t PassVlanId(Candidate &, const FilterValue &) {
+  QDT_LOG_INFO("Does not support match session by VlanId\n");
+  return kPasses;
+}
+
+constexpr auto kCompareGlobalDestination = CompareAddress<GlobalDestination, &SessionFlow::destination>;
+constexpr auto kCompareGlobalSource = CompareAddress<TranslatedSource, &SessionFlow::source>;
+constexpr auto kCompareInsideDestination = CompareAddress<InsideDestination, &SessionFlow::destination>;
+constexpr auto kCompareInsideSource = CompareAddress<InsideSource, &SessionFlow::source>;
+constexpr auto kCompareGlobalDestinationPort =
+    ComparePort<GlobalDestinationPort, &SessionFlow::destinationPort>;
+constexpr auto kCompareGlobalSourcePort = ComparePort<TranslatedSourcePort, &SessionFlow::sourcePort>;
+constexpr auto kCompareInsideDestinationPort =
+    ComparePort<TranslatedDestinationPort, &SessionFlow::destinationPort>;
+
+}  // namespace
+
+// In the order in which a session is held against them.
+SessionFilterRow g_sessionFilter[kSessionFilterRows] = {
+    {"create-in", ReadU8, CompareCreateTime, false, {}},
+    {"egress-ifindex", ReadU32, CompareEgress, false, {}},
+    {"global-destination-ip", ReadAddress, kCompareGlobalDestination, false, {}},
+    {"global-destination-port", ReadU16, kCompareGlobalDestinationPort, false, {}},
+    {"global-source-ip", ReadAddress, kCompareGlobalSource, false, {}},
+    {"global-source-port", ReadU16, kCompareGlobalSourcePort, false, {}},
+    {"ingress-ifindex", ReadU32, CompareIngress, false, {}},
+    {"inside-destination-ip", ReadAddress, kCompareInsideDestination, false, {}},
+    {"inside-destination-port", ReadU16, kCompareInsideDestinationPort, false, {}},
+    {"inside-source-ip", ReadAddress, kCompareInsideSource, false, {}},
+    {"inside-source-port", ReadU16, CompareInsideSourcePort, false, {}},
+    {"next-hop", nullptr, PassNextHop, false, {}},
+    {"protocol", ReadU8, CompareProtocol, false, {}},
+    {"service-id", ReadService, CompareService, false, {}},
+    {"session-number", ReadLimit, PassAll, true, {}},
+    {"verbose", ReadFlag, PassAll, true, {}},
+    {"vlan-id", nullptr, PassVlanId, false, {}},
+    {"vpn-id", ReadU16, CompareVpn, false, {}},
+    {"feature", ReadFeature, CompareFeature, false, {}},
+    {"type", ReadType, CompareType, false, {}},
+};
+
+}  // namespace qdt
+
+int32_t SessionParamValuelClear() {
+  for (qdt::SessionFilterRow &row : qdt::g_sessionFilter) row.value = {};
+  qdt::g_sessionFilter[qdt::kFilterType].value = qdt::Number(qdt::kSessionIpv4);
+  return 1;
+}
+
+int32_t QuerySessionGetParam(AgentRequest request, int32_t queryMode) {
+  for (qdt::SessionFilterRow &row : qdt::g_sessionFilter) {
+    if (row.read == nullptr || (row.queryOnly && queryMode != qdt::kQueryMode)) continue;
+    row.value = row.read(request, row.name);
+  }
+  return 0;
+}
+
+int32_t QuerySessionNodeMatch(const void *record) {
+  const auto &session = *static_cast<const qdt::SessionRecord *>(record);
+  if (!session.valid || session.state == qdt::kSessionInTransition ||
+      session.agingTime == qdt::kSessionAgeOut) {
+    return qdt::kFails;
+  }
+  qdt::Candidate candidate(session);
+  for (const qdt::SessionFilterRow &row : qdt::g_sessionFilter) {
+    if (row.value.IsZero()) continue;
+    const int32_t compared = row.compare(candidate, row.value);
+    if (compared == qdt::kPasses) continue;
+    if (compared == qdt::kFails) return qdt::kFails;
+    QDT_LOG_ERROR("Query session compare %s failed, ret: %d\n", row.name, compared);
+    return -1;
+  }
+  return 0;
+}
