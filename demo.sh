@@ -5,16 +5,20 @@ set -euo pipefail
 cd "$(dirname "$0")"
 . scripts/common.sh
 
-need_packages g++ cmake ninja-build libyaml-cpp-dev
+need_packages g++ cmake ninja-build pkg-config libyaml-cpp-dev libyang2-dev libnetconf2-dev libssh-dev libyuma-base \
+  openssh-client python3 python3-ncclient
 echo "building (once; the first time takes a minute or two) ..."
 configure build
-compile build nqed nqecli qdt_util >build/demo.log 2>&1 || { tail -n 40 build/demo.log; exit 1; }
+compile build nqed nqecli nqecli-agent omad qdt_util >build/demo.log 2>&1 || { tail -n 40 build/demo.log; exit 1; }
 
 work=$(mktemp -d)
-engine=
+engine= agent=
 clean_up() {
-  [ -z "$engine" ] || kill "$engine" 2>/dev/null || true
-  [ -z "$engine" ] || wait "$engine" 2>/dev/null || true
+  local process
+  for process in $agent $engine; do
+    kill "$process" 2>/dev/null || true
+    wait "$process" 2>/dev/null || true
+  done
   rm -rf "$work"
 }
 trap clean_up EXIT
@@ -32,6 +36,18 @@ show() {
   [ "$code" -eq 0 ] || printf '(exit code %d)\n' "$code"
 }
 
+# Waits until a process says in its log that it is ready.
+await() {
+  local process=$1 log=$2
+  for _ in $(seq 200); do
+    grep -q ': ready' "$log" && { cat "$log"; return; }
+    kill -0 "$process" 2>/dev/null || break
+    sleep 0.05
+  done
+  cat "$log"
+  exit 1
+}
+
 # The first LINES lines of a long answer.
 show_head() {
   local lines=$1 answer
@@ -42,15 +58,10 @@ show_head() {
 }
 
 heading "A lab engine on the site of examples/campus.yaml"
-printf '$ nqed --scenario examples/campus.yaml\n'
-build/bin/nqed --scenario examples/campus.yaml --arena "$arena" >"$work/engine.log" 2>&1 &
+printf '$ nqed --scenario examples/campus.yaml --traffic 500\n'
+build/bin/nqed --scenario examples/campus.yaml --arena "$arena" --traffic 500 >"$work/engine.log" 2>"$work/trace.log" &
 engine=$!
-for _ in $(seq 100); do
-  grep -q '^nqed: ready' "$work/engine.log" && break
-  kill -0 "$engine" 2>/dev/null || { cat "$work/engine.log"; exit 1; }
-  sleep 0.05
-done
-cat "$work/engine.log"
+await "$engine" "$work/engine.log"
 echo "(The tour's arena is a temporary file; the commands below are shown without their --arena.)"
 
 heading "From the control plane's, the flow engine's and a station's number to the forwarding interface"
@@ -98,6 +109,10 @@ show_head 30 show usf_user 02:00:5e:30:00:01
 show show usf_macip 2001:db8:0:10::a1 1
 show_head 30 show eaplog_info 02:00:5e:30:00:01
 
+heading "Application control: what staff may do, and what one of them did"
+show show sac_profile 1
+show_head 22 show sac_usf_stat 02:00:5e:30:00:01
+
 heading "DHCP bindings, and the buffers that the engine holds back"
 show show dhcp_snooping_bind num3
 show show buf_cache_stat 0
@@ -107,6 +122,49 @@ aging() { printf '\n$ nqecli show global | grep aging\n'; build/bin/nqecli --are
 aging
 show engine region IPP_SESSION_AGING_TIME tcp 300
 aging
+
+heading "Packets on their way: the engine prints those that a trace asks for"
+show pkt_trace set protocol 1
+show pkt_trace set print_num 3
+show pkt_trace enable
+for _ in $(seq 100); do [ "$(wc -l <"$work/trace.log")" -ge 3 ] && break; sleep 0.1; done
+printf '\n(the log of nqed)\n'
+head -n 3 "$work/trace.log"
+show pkt_trace counter
+show pkt_trace clear
+
+heading "Sessions: what an address talks to, and an end to it"
+show agent session-statistics
+show agent query-session session-number=2 verbose=true
+show agent query-session protocol=17 session-number=1
+show agent reset-session protocol=17
+sleep 1.5
+show agent query-session protocol=17
+show agent query-server-map type=nat-server
+
+heading "Management commands: statistics, packets that wait, how full the engine is"
+show_head 12 agent sysstat-query type=discard
+show agent frag-reass
+show_head 10 agent arpmiss
+show_head 12 agent tbl-usage
+show agent memory-usage
+
+heading "The same over NETCONF: the management agent, and a client of another kind"
+ssh-keygen -q -t ecdsa -m PEM -N '' -f "$work/host_key"
+ssh-keygen -q -t ecdsa -N '' -f "$work/operator"
+port=$(python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
+printf '$ omad --host-key host_key --user-key operator=operator.pub --port %s\n' "$port"
+build/bin/omad --arena "$arena" --host-key "$work/host_key" --user-key "operator=$work/operator.pub" --port "$port" \
+  >"$work/agent.log" 2>&1 &
+agent=$!
+await "$agent" "$work/agent.log"
+printf '\n$ python3 examples/netconf_client.py %s operator query-session session-number=1\n' "$port"
+/usr/bin/python3 examples/netconf_client.py "$port" "$work/operator" query-session session-number=1
+printf '\n$ python3 examples/netconf_client.py %s operator get\n' "$port"
+/usr/bin/python3 examples/netconf_client.py "$port" "$work/operator" get
+kill "$agent"
+wait "$agent" || true
+agent=
 
 heading "What a wrong key answers"
 show diag search nqpTable 1 0 4711 0 0

@@ -6,7 +6,8 @@ cd "$(dirname "$0")"
 . scripts/common.sh
 
 need_packages g++ cmake ninja-build libyaml-cpp-dev googletest clang-14 clang-format-14 python3 python3-pytest \
-  g++-aarch64-linux-gnu qemu-user || exit 1
+  pkg-config libyang2-dev libyang2-tools libnetconf2-dev libssh-dev libyuma-base openssh-client openssl procps \
+  python3-ncclient graphviz g++-aarch64-linux-gnu qemu-user || exit 1
 
 passed=0
 failed=0

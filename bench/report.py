@@ -44,6 +44,11 @@ def table_row(words, result):
     return [what, nanoseconds(took)], took < SEARCH_NS if what.startswith("search") else None
 
 
+def session_row(words, result):
+    return [words[0], nanoseconds(result["run_ns"]), nanoseconds(result["baseline_ns"]),
+            f"{result['ratio']:.2f}"], None
+
+
 def cli_row(words, result):
     met = result["nqecli_ms"] < CLI_MS and result["ratio"] <= CLI_RATIO
     if words[0].startswith("list"):
@@ -56,6 +61,7 @@ def cli_row(words, result):
 TABLES = {
     "view": (view_row, ["view", "record", "`Print`", "snprintf", "speedup"]),
     "table": (table_row, ["full table of 16,384 entries", "median per entry"]),
+    "session": (session_row, ["sessions", "median", "baseline", "ratio"]),
     "cli": (cli_row, ["nqecli", "exec to exit", "/bin/true", "ratio"]),
 }
 

@@ -17,6 +17,7 @@ namespace qdt::host {
 struct RegionSpec {
   std::string name;
   uint32_t size = 0;
+  bool clientWritable = true;  // false: only the engine may write, a client's store faults
 };
 
 // What an engine wants its arena to hold. Everything is laid out when the arena is created; nothing moves

@@ -43,7 +43,7 @@ bool SizesFit(const ArenaHeader &header) {
   const uint64_t total = header.totalSize;
   const uint64_t directory =
       header.tableCount * sizeof(tbm::TableShape) + header.regionCount * sizeof(RegionEntry);
-  const uint64_t info = sizeof(TbmGlobalInfo) + header.tableCount * sizeof(TbmTableDesc);
+  const uint64_t info = sizeof(tbm::InfoArea);
   const auto holds = [total](uint64_t offset, uint64_t size) {
     return offset % 8 == 0 && offset <= total && size <= total - offset;
   };
@@ -120,9 +120,9 @@ class DirectoryCheck {
 
   // The table manager's own description of the tables, which programs read in place.
   bool InfoIsGood() const {
-    const auto *info = reinterpret_cast<const TbmGlobalInfo *>(base_ + header_.infoOffset);
-    const auto *descriptors = reinterpret_cast<const TbmTableDesc *>(info + 1);
-    if (info->tableCount != header_.tableCount || info->tables != descriptors) return false;
+    const auto *area = reinterpret_cast<const tbm::InfoArea *>(base_ + header_.infoOffset);
+    const TbmTableDesc *descriptors = area->tables;
+    if (area->info.tableCount != header_.tableCount || area->info.tables != descriptors) return false;
     for (uint32_t i = 0; i < header_.tableCount; ++i) {
       const TbmTableDesc &is = descriptors[i];
       const tbm::TableShape &should = shapes_[i];
@@ -132,7 +132,7 @@ class DirectoryCheck {
         return false;
       }
     }
-    return PointerIsGood(info->serverMaps) && PointerIsGood(info->flowPartition);
+    return SessionPartsAreGood(*area);
   }
 
  private:
@@ -140,8 +140,15 @@ class DirectoryCheck {
     return offset <= header_.totalSize && size <= header_.totalSize - offset;
   }
 
-  bool PointerIsGood(const void *pointer) const {
-    return pointer == nullptr || Holds(reinterpret_cast<uint64_t>(pointer) - header_.base, sizeof(void *));
+  // The engine may be giving the flow partition its nodes right now.
+  bool SessionPartsAreGood(const tbm::InfoArea &area) const {
+    const tbm::TableShape &sessions = shapes_[kFlowPartitionTable];
+    const void *nodes = base_ + sessions.indexOffset + tbm::NodesOffset(sessions);
+    const TbmFlowPartition &partition = area.flowPartition;
+    return area.info.serverMaps == (shapes_[kServerMapTable].dataSize != 0 ? &area.serverMaps : nullptr) &&
+           area.info.flowPartition == (sessions.dataSize != 0 ? &partition : nullptr) &&
+           partition.nodeCount == sessions.nodeCount &&
+           (partition.nodes == nullptr || (sessions.nodeCount != 0 && partition.nodes == nodes));
   }
 
   bool ShapeIsGood(const tbm::TableShape &shape) const {
@@ -151,8 +158,9 @@ class DirectoryCheck {
     return shape.keySize <= tbm::kMaxKeySize && shape.groupKeySize <= shape.keySize &&
            shape.recordSize != 0 && shape.searchOffset < shape.recordSize &&
            shape.recordOffset >= sizeof(tbm::Slot) + shape.keySize &&
-           uint64_t{shape.recordOffset} + shape.recordSize <= shape.slotSize && shape.slotSize % 8 == 0 &&
-           shape.recordOffset % 8 == 0 && shape.indexOffset % 8 == 0 && shape.slabOffset % 8 == 0 &&
+           uint64_t{shape.recordOffset} + shape.recordSize + shape.attachedSize <= shape.slotSize &&
+           shape.nodeCount <= shape.capacity && shape.slotSize % 8 == 0 && shape.recordOffset % 8 == 0 &&
+           shape.indexOffset % 8 == 0 && shape.slabOffset % 8 == 0 &&
            std::has_single_bit(shape.bucketCount) && shape.lookup <= static_cast<uint8_t>(Lookup::kPrefix6) &&
            Holds(shape.indexOffset, tbm::IndexSize(shape)) &&
            Holds(shape.slabOffset, uint64_t{shape.slotSize} * shape.capacity);

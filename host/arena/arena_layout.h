@@ -9,7 +9,7 @@
 namespace qdt::host {
 
 constexpr char kArenaMagic[8] = {'Q', 'D', 'T', 'A', 'R', 'E', 'N', 'A'};
-constexpr uint32_t kArenaVersion = 1;
+constexpr uint32_t kArenaVersion = 2;
 constexpr uint32_t kByteOrderMark = 0x01020304;
 constexpr uint32_t kByteOrderSwapped = 0x04030201;
 
@@ -41,7 +41,7 @@ struct ArenaHeader {
   uint64_t directoryOffset;  // tables, regions, names: constant, covered by directorySum
   uint64_t directorySize;
   uint64_t directorySum;
-  uint64_t infoOffset;   // TbmGlobalInfo, followed by the table descriptors
+  uint64_t infoOffset;   // tbm::InfoArea: TbmGlobalInfo, the table descriptors and more
   uint64_t stateOffset;  // TableState of each table
   uint64_t tailOffset;   // from here to the end clients may write
   uint64_t fixedBytes;   // storage reserved when the arena was made
@@ -63,7 +63,7 @@ struct RegionEntry {
   char name[kRegionNameRoom];
   uint64_t offset;
   uint32_t size;
-  uint32_t reserved;
+  uint32_t engineOnly;  // 1: stands before the part that clients may write
 };
 static_assert(sizeof(RegionEntry) == 80);
 

@@ -34,6 +34,10 @@ void CheckTable(const TableSpec &spec, uint32_t id) {
     refuse("its record must have 1 to " + std::to_string(kMaxRecordSize) +
            " bytes and hold its search offset");
   }
+  if (spec.attachedSize > kMaxRecordSize || (spec.attachedSize != 0 && spec.recordSize % tbm::kWord != 0)) {
+    refuse("what is attached to a record must stand at a whole word and have at most " +
+           std::to_string(kMaxRecordSize) + " bytes");
+  }
   if (spec.capacity == 0 || spec.capacity > kMaxCapacity) {
     refuse("its capacity must be 1 to " + std::to_string(kMaxCapacity));
   }
@@ -77,7 +81,9 @@ void PlanLayout::AddTable(const TableSpec &spec) {
     shape.enabled = spec.enabled;
     shape.clientWritable = spec.clientWritable;
     shape.recordOffset = static_cast<uint32_t>(sizeof(tbm::Slot) + tbm::RoundUpToWord(spec.keySize));
-    shape.slotSize = shape.recordOffset + static_cast<uint32_t>(tbm::RoundUpToWord(spec.recordSize));
+    shape.slotSize = shape.recordOffset + static_cast<uint32_t>(tbm::RoundUpToWord(spec.StoredSize()));
+    shape.attachedSize = spec.attachedSize;
+    shape.nodeCount = spec.id == kFlowPartitionTable ? spec.capacity : 0;
     shape.bucketCount = std::bit_ceil(spec.capacity);
     if (kPrefixAddressOffset + tbm::PrefixAddressSize(shape) > shape.keySize &&
         tbm::PrefixAddressSize(shape) != 0) {
@@ -98,6 +104,7 @@ void PlanLayout::AddRegion(const RegionSpec &spec) {
   RegionEntry region = {};
   std::memcpy(region.name, spec.name.data(), spec.name.size());
   region.size = spec.size;
+  region.engineOnly = spec.clientWritable ? 0 : 1;
   regions_.push_back(region);
 }
 
@@ -116,8 +123,16 @@ void PlanLayout::PlaceDirectory() {
   for (tbm::TableShape &shape : shapes_) {
     shape.nameOffset += static_cast<uint32_t>(header_.directoryOffset + tables + regions);
   }
-  header_.infoOffset = Take(sizeof(TbmGlobalInfo) + shapes_.size() * sizeof(TbmTableDesc), kPage);
+  header_.infoOffset = Take(sizeof(tbm::InfoArea), kPage);
   header_.stateOffset = Take(shapes_.size() * sizeof(tbm::TableState), 64);
+  PlaceRegions(true);
+  fixedEnd_ = end_;
+}
+
+void PlanLayout::PlaceRegions(bool engineOnly) {
+  for (RegionEntry &region : regions_) {
+    if ((region.engineOnly != 0) == engineOnly) region.offset = Take(region.size, 64);
+  }
 }
 
 // What clients may write stands behind everything else: the regions, then the slabs of the tables that allow
@@ -129,7 +144,7 @@ void PlanLayout::PlaceTables() {
     if (!shape.clientWritable) shape.slabOffset = Take(uint64_t{shape.slotSize} * shape.capacity, kPage);
   }
   header_.tailOffset = Take(0, kTailAlignment);
-  for (RegionEntry &region : regions_) region.offset = Take(region.size, 64);
+  PlaceRegions(false);
   regionsEnd_ = end_;
   for (tbm::TableShape &shape : shapes_) {
     if (shape.clientWritable) shape.slabOffset = Take(uint64_t{shape.slotSize} * shape.capacity, kPage);
@@ -137,10 +152,6 @@ void PlanLayout::PlaceTables() {
   header_.totalSize = Take(0, kTailAlignment);
   if (header_.totalSize > kMaxSize) throw HostError("the tables together are too large for an arena");
   header_.fixedBytes = FixedEnd() + regionsEnd_ - header_.tailOffset;
-}
-
-uint64_t PlanLayout::FixedEnd() const {
-  return header_.stateOffset + shapes_.size() * sizeof(tbm::TableState);
 }
 
 void PlanLayout::Write(char *base) const {
@@ -159,10 +170,14 @@ void PlanLayout::Write(char *base) const {
 }
 
 void PlanLayout::WriteDescriptors(char *base) const {
-  auto *info = reinterpret_cast<TbmGlobalInfo *>(base + header_.infoOffset);
-  auto *descriptor = reinterpret_cast<TbmTableDesc *>(info + 1);
-  info->tableCount = kTableCount;
-  info->tables = descriptor;
+  auto *area = reinterpret_cast<tbm::InfoArea *>(base + header_.infoOffset);
+  TbmTableDesc *descriptor = area->tables;
+  area->info.tableCount = kTableCount;
+  area->info.tables = descriptor;
+  area->serverMaps.table = kServerMapTable;
+  area->flowPartition.nodeCount = shapes_[kFlowPartitionTable].nodeCount;
+  if (shapes_[kServerMapTable].dataSize != 0) area->info.serverMaps = &area->serverMaps;
+  if (shapes_[kFlowPartitionTable].dataSize != 0) area->info.flowPartition = &area->flowPartition;
   for (const tbm::TableShape &shape : shapes_) {
     descriptor->keySize = shape.keySize;
     descriptor->dataSize = shape.dataSize;

@@ -18,8 +18,8 @@ class PlanLayout {
   // Sizes and offsets; identity, base, sums and state are the creator's.
   const ArenaHeader &header() const { return header_; }
   // End of the part at the file's start that is in use from the beginning.
-  uint64_t FixedEnd() const;
-  // End of the regions, which stand at the tail's start.
+  uint64_t FixedEnd() const { return fixedEnd_; }
+  // End of the regions that clients may write, which stand at the tail's start.
   uint64_t RegionsEnd() const { return regionsEnd_; }
 
   // Writes header, directories and descriptors to the mapped file at `base`, whose storage is reserved.
@@ -30,11 +30,13 @@ class PlanLayout {
   void AddRegion(const RegionSpec &spec);
   void PlaceDirectory();
   void PlaceTables();
+  void PlaceRegions(bool engineOnly);
   uint64_t Take(uint64_t size, uint64_t alignment);
   void WriteDescriptors(char *base) const;
 
   ArenaHeader header_ = {};
   uint64_t end_ = 0;  // of what has been placed
+  uint64_t fixedEnd_ = 0;
   uint64_t regionsEnd_ = 0;
   std::vector<tbm::TableShape> shapes_;
   std::vector<RegionEntry> regions_;

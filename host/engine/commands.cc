@@ -7,10 +7,15 @@
 #include <string>
 #include <vector>
 
+#include "host/engine/command_text.h"
+#include "host/engine/egn_command.h"
 #include "host/engine/engine.h"
 #include "host/engine/entry_points.h"
+#include "host/engine/nat_command.h"
 #include "host/engine/region_command.h"
+#include "host/engine/server_map_command.h"
 #include "host/engine/services.h"
+#include "host/engine/trace_command.h"
 #include "host/engine/words.h"
 #include "platform/tbm.h"
 
@@ -30,7 +35,6 @@ struct Command {
 // What a family of the library answers here, with the engine's own tables.
 EngineReply RunLibrary(Engine &, const Words &words) {
   const EntryPoint *entry = FindEntryPoint(words[0]);
-  if (entry->run == nullptr) throw HostError(words[0] + " is not part of this build");
   std::vector<char *> pointers;
   for (const std::string &word : words) pointers.push_back(const_cast<char *>(word.c_str()));
   const Answer answer = RunEntryPoint(*entry, pointers);
@@ -77,31 +81,52 @@ EngineReply Clear(Engine &engine, const Words &words) {
   return {kReplyOk, "cpcar statistics cleared: " + std::to_string(entries) + " entries\n", {}};
 }
 
-// The NAT policy's rules are asked for by name; the view of NAT policies sends this line.
+std::span<const std::string> BehindName(const Words &words) { return std::span(words).subspan(1); }
+
+EngineReply Egn(Engine &engine, const Words &words) {
+  return {kReplyOk, RunEgnCommand(engine, BehindName(words)), {}};
+}
+
 EngineReply Nat(Engine &engine, const Words &words) {
-  if (words.size() != 4 || words[1] != "query-nat-policy" || words[2] != "ruleName") {
-    throw HostError("nat what? The engine answers: nat query-nat-policy ruleName NAME");
-  }
-  for (const NatPolicyRule &rule : engine.natPolicy()) {
-    if (rule.name == words[3]) return {kReplyOk, rule.text, {}};
-  }
-  throw HostError("the NAT policy has no rule " + Quoted(words[3]));
+  return {kReplyOk, RunNatCommand(engine.natPolicy(), BehindName(words)), {}};
+}
+
+EngineReply PerfMode(Engine &engine, const Words &words) {
+  if (words.size() > 2) throw HostError("too many words (perf-mode [on|off])");
+  bool &on = engine.switches().performanceMode;
+  if (words.size() == 2) on = ReadSwitch(words[0], words[1]);
+  return {kReplyOk, "performance mode is " + OnOff(on) + "\n", {}};
+}
+
+EngineReply ServerMap(Engine &engine, const Words &words) {
+  return {kReplyOk, RunServerMapCommand(engine, BehindName(words)), {}};
+}
+
+EngineReply Trace(Engine &engine, const Words &words) {
+  return {kReplyOk, RunTraceCommand(&engine.switches(), BehindName(words)), {}};
 }
 
 EngineReply Region(Engine &engine, const Words &words) {
-  return {kReplyOk, RunRegionCommand(engine, std::span(words).subspan(1)), {}};
+  return {kReplyOk, RunRegionCommand(engine, BehindName(words)), {}};
 }
 
 EngineReply Help(Engine &engine, const Words &words);
 
 constexpr Command kCommands[] = {
     {"clear", "clear cpcar", "clear the statistics of the control-plane rate limits", Clear},
+    {"egn", "egn WORDS...", "application identification: \"egn help\" lists its words", Egn},
     {"help", "help", "list the engine's commands", Help},
-    {"nat", "nat WORDS...", "query-nat-policy ruleName NAME: a rule of the NAT policy", Nat},
+    {"nat", "nat WORDS...", "query-nat-policy ruleName NAME: a rule; query-nat-address-group-usage [id N]",
+     Nat},
+    {"perf-mode", "perf-mode [on|off]", "show or switch the performance mode", PerfMode},
     {"region", "region [NAME ...]", "NAME: a shared region's values; NAME VALUE'S-NAME NEW: change one",
      Region},
+    {"server-map", "server-map WORDS...",
+     "reset-server-map ip ADDRESS: age out the server maps of an address", ServerMap},
     {"snapshot", "snapshot", "hand over a consistent copy of the arena as a file", Snapshot},
     {"status", "status", "what this engine is and holds", Status},
+    {"trace-pkt-nqe", "trace-pkt-nqe ...",
+     "conditions of the engine's packet trace; alone it lists its words", Trace},
 };
 
 EngineReply Help(Engine &, const Words &) {

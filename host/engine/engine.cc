@@ -1,5 +1,9 @@
 #include "host/engine/engine.h"
 
+#include <time.h>
+
+#include "host/engine/reassembly.h"
+#include "host/engine/statistics_presets.h"
 #include "platform/tbm.h"
 
 namespace qdt::host {
@@ -18,11 +22,18 @@ int32_t ClearEntry(void *entry, void *context) {
   auto &clearing = *static_cast<TableClearing *>(context);
   const TableSpec &spec = clearing.table.spec;
   auto *bytes = static_cast<uint8_t *>(entry);
-  std::vector<uint8_t> record(bytes, bytes + spec.recordSize);
+  std::vector<uint8_t> record(bytes, bytes + spec.StoredSize());
   for (const FieldRef &field : clearing.cleared) field.Set(record.data(), 0);
   clearing.writer.Update(spec.id, bytes + spec.searchOffset, record.data());
   ++clearing.entries;
   return kGoOn;
+}
+
+ArenaPlan PlanFor(const EngineOptions &options, const Layout &layout) {
+  ArenaPlan plan = layout.Plan(options.socket);
+  plan.regions.push_back(StatisticsSpec(options.cores));
+  Measurement::Plan(&plan, options.cores);
+  return plan;
 }
 
 }  // namespace
@@ -31,10 +42,15 @@ Engine::Engine(const EngineOptions &options, const Layout &layout, const Scenari
     : options_(options),
       layout_(layout),
       natPolicy_(scenario.natPolicy()),
-      arena_(Arena::Create(options.arena, layout.Plan(options.socket))),
-      writer_(arena_.get()) {
+      arena_(Arena::Create(options.arena, PlanFor(options, layout))),
+      statistics_(*arena_),
+      measurement_(*arena_, options.cores),
+      writer_(arena_.get()),
+      aging_(layout, &writer_) {
   Arena::SetCurrent(arena_.get());
   scenario.Fill(arena_.get(), &writer_);
+  StartReassembly(layout, arena_.get());
+  PresetStatistics(scenario.statistics(), &statistics_);
 }
 
 Engine::~Engine() {
@@ -61,6 +77,12 @@ uint32_t Engine::Clear(std::string_view word) {
     entries += clearing.entries;
   }
   return entries;
+}
+
+uint32_t Engine::Age() {
+  timespec now = {};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return aging_.Run(static_cast<uint64_t>(now.tv_sec));
 }
 
 std::chrono::seconds Engine::Uptime() const {

@@ -8,8 +8,12 @@
 #include <vector>
 
 #include "host/arena/arena.h"
+#include "host/engine/aging.h"
+#include "host/engine/measurement.h"
+#include "host/engine/switches.h"
 #include "host/layout/layout.h"
 #include "host/layout/scenario.h"
+#include "host/statistics/statistics.h"
 #include "host/tbm/table_writer.h"
 
 namespace qdt::host {
@@ -19,6 +23,8 @@ struct EngineOptions {
   std::string arena;     // absolute paths: clients have other working directories
   std::string socket;
   std::string layoutDir;  // empty: the layouts that the program was built with
+  uint32_t cores = 4;     // forwarding cores, which keep statistics of their own; 1 to kMaxCores
+  uint32_t traffic = 0;   // simulated packets a second
 };
 
 // The lab engine: the one writer of an arena. Used by one thread; everything it is asked to do happens
@@ -40,10 +46,17 @@ class Engine {
   // returns the number of those entries.
   uint32_t Clear(std::string_view word);
 
+  // Takes out the sessions and server maps whose time is over now; returns their number.
+  uint32_t Age();
+
   const EngineOptions &options() const { return options_; }
   const Arena &arena() const { return *arena_; }
+  Statistics &statistics() { return statistics_; }
+  Measurement &measurement() { return measurement_; }
   const Layout &layout() const { return layout_; }
   const std::vector<NatPolicyRule> &natPolicy() const { return natPolicy_; }
+  Switches &switches() { return switches_; }
+  const Switches &switches() const { return switches_; }
 
   std::chrono::seconds Uptime() const;
 
@@ -51,8 +64,12 @@ class Engine {
   EngineOptions options_;
   const Layout &layout_;
   std::vector<NatPolicyRule> natPolicy_;
+  Switches switches_;
   std::unique_ptr<Arena> arena_;
+  Statistics statistics_;
+  Measurement measurement_;
   TableWriter writer_;
+  Aging aging_;
   bool published_ = false;
   std::chrono::steady_clock::time_point started_ = std::chrono::steady_clock::now();
 };

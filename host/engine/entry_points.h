@@ -13,8 +13,9 @@ namespace qdt::host {
 // name.
 struct EntryPoint {
   const char *name;
-  int32_t (*run)(OutputBuffer *out, int32_t wordCount, char **words);  // null: not part of this build
+  int32_t (*run)(OutputBuffer *out, int32_t wordCount, char **words);
   const char *help;
+  bool onRegion = false;  // takes a shared region of the engine for all that it does, its usage list too
 };
 
 std::span<const EntryPoint> EntryPoints();
@@ -27,7 +28,7 @@ struct Answer {
   std::string_view text;  // good until the next call of RunEntryPoint
 };
 
-// Runs a family that is part of this build; words[0] is its own name.
+// Runs a family's command; words[0] is its own name.
 Answer RunEntryPoint(const EntryPoint &entry, std::span<char *const> words);
 
 }  // namespace qdt::host

@@ -5,6 +5,8 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <charconv>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -19,15 +21,17 @@
 #include "host/engine/paths.h"
 #include "host/engine/server.h"
 #include "host/engine/services.h"
+#include "host/engine/traffic.h"
 #include "host/engine/words.h"
 
 namespace qdt::host {
 namespace {
 
 constexpr int kFailure = 2;
+constexpr std::chrono::seconds kAgingPeriod{1};  // what times are counted in
 
 constexpr char kUsage[] =
-    "usage: nqed --scenario FILE [--arena PATH] [--socket PATH] [--layout DIR]\n"
+    "usage: nqed --scenario FILE [--arena PATH] [--socket PATH] [--layout DIR] [--cores N] [--traffic RATE]\n"
     "       nqed status [--arena PATH]\n"
     "\n"
     "Runs the lab engine in the foreground until SIGTERM or SIGINT; prints one line when it is ready.\n"
@@ -36,6 +40,8 @@ constexpr char kUsage[] =
     "  --arena PATH     shared file to publish, /dev/shm/nqe.arena unless told otherwise\n"
     "  --socket PATH    socket for command lines, the arena's path and \".sock\" unless told otherwise\n"
     "  --layout DIR     table layouts, the built-in ones unless told otherwise\n"
+    "  --cores N        forwarding cores that keep statistics, 4 unless told otherwise\n"
+    "  --traffic RATE   simulate so many packets a second, none unless told otherwise\n"
     "  --help, --version\n"
     "\n"
     "exit codes: 0 stopped as asked (status: the engine runs), 2 bad usage, nothing published (status: no "
@@ -55,6 +61,17 @@ std::string AbsolutePath(const std::string &path) {
   return absolute;
 }
 
+// Takes the option when it is the next word, with a number from `least` to `most`.
+bool TakeNumber(Arguments *arguments, const char *name, uint32_t least, uint32_t most, uint32_t *number) {
+  std::string value;
+  if (!arguments->TakeValue(name, &value)) return false;
+  const char *end = value.data() + value.size();
+  const auto [stop, error] = std::from_chars(value.data(), end, *number);
+  if (error == std::errc() && stop == end && *number >= least && *number <= most) return true;
+  throw HostError(std::string(name) + " " + Quoted(value) + " is not a number from " + std::to_string(least) +
+                  " to " + std::to_string(most));
+}
+
 CommandLine Parse(Arguments arguments) {
   CommandLine line;
   EngineOptions &options = line.options;
@@ -69,7 +86,9 @@ CommandLine Parse(Arguments arguments) {
     } else if (!arguments.TakeValue("--scenario", &options.scenario) &&
                !arguments.TakeValue("--arena", &options.arena) &&
                !arguments.TakeValue("--socket", &options.socket) &&
-               !arguments.TakeValue("--layout", &options.layoutDir)) {
+               !arguments.TakeValue("--layout", &options.layoutDir) &&
+               !TakeNumber(&arguments, "--cores", 1, kMaxCores, &options.cores) &&
+               !TakeNumber(&arguments, "--traffic", 1, Traffic::kMaxRate, &options.traffic)) {
       throw HostError("cannot make sense of " + Quoted(arguments.front()) + "; try --help");
     }
   }
@@ -127,12 +146,16 @@ int RunEngine(const EngineOptions &options) {
   // From here on there are files to take along when the engine is told to stop.
   const StopSignals stop;
   Engine engine(options, layout, scenario);
+  std::optional<Traffic> traffic;
+  if (options.traffic != 0) traffic.emplace(&engine, EngineTraceOutput());
   const EngineChannel channel = [&engine](std::string_view line) { return RunCommandLine(engine, line); };
   SetEngineChannel(channel);
   Listener listener(options.socket);
   engine.Publish();
   listener.Unlock();
   Server server(listener.fd(), channel);
+  server.AddTick(kAgingPeriod, [&engine] { engine.Age(); });
+  if (traffic) server.AddTick(Traffic::kPeriod, [&traffic] { traffic->Tick(); });
 
   const TableUse use = CountEntries();
   // The engine runs on when nobody reads that.

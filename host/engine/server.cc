@@ -61,6 +61,10 @@ Server::Server(int listener, EngineChannel run, ServerLimits limits)
 
 Server::~Server() = default;
 
+void Server::AddTick(std::chrono::milliseconds period, std::function<void()> work) {
+  ticks_.push_back({period, std::move(work), Clock::now() + period});
+}
+
 void Server::Serve(int stop) {
   for (;;) {
     std::vector<pollfd> entries{{stop, POLLIN, 0}, {listener_, POLLIN, 0}};
@@ -77,6 +81,7 @@ void Server::Serve(int stop) {
     }
     DropStalled();
     if (entries[1].revents != 0) Accept();
+    RunTicks();
   }
 }
 
@@ -178,6 +183,7 @@ int Server::PollTimeout() const {
   auto wake = Clock::time_point::max();
   const auto now = Clock::now();
   if (now < acceptAgain_) wake = acceptAgain_;
+  for (const Tick &tick : ticks_) wake = std::min(wake, tick.due);
   for (const Connection &client : clients_) {
     if (client.Runnable()) return 0;
     if (!client.Resting()) wake = std::min(wake, client.moved + limits_.patience);
@@ -185,6 +191,16 @@ int Server::PollTimeout() const {
   if (wake == Clock::time_point::max()) return -1;
   return static_cast<int>(
       std::max<int64_t>(0, std::chrono::ceil<std::chrono::milliseconds>(wake - now).count()));
+}
+
+void Server::RunTicks() {
+  for (Tick &tick : ticks_) {
+    const auto now = Clock::now();
+    if (now < tick.due) continue;
+    tick.due += tick.period;
+    if (tick.due <= now) tick.due = now + tick.period;
+    tick.work();
+  }
 }
 
 void Server::DropStalled() {

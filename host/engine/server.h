@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <functional>
 #include <list>
 #include <string>
 #include <vector>
@@ -29,11 +30,21 @@ class Server {
   Server(int listener, EngineChannel run, ServerLimits limits = {});
   ~Server();
 
+  // Has Serve call `work` every `period`, on the serving thread between two requests, from one period after
+  // this call on. A call that is late by whole periods is made once, not once a period: work that has to
+  // keep pace looks at a clock. `work` is short (clients wait meanwhile) and does not throw.
+  void AddTick(std::chrono::milliseconds period, std::function<void()> work);
+
   // Serves until `stop` is readable (a signalfd, a pipe). Throws HostError when the system cannot wait.
   void Serve(int stop);
 
  private:
   struct Connection;
+  struct Tick {
+    std::chrono::milliseconds period;
+    std::function<void()> work;
+    std::chrono::steady_clock::time_point due;
+  };
 
   void Accept();
   void Read(Connection *client);
@@ -43,12 +54,14 @@ class Server {
   void Flush(Connection *client);
   EngineReply RunOne(const Frame &request);
   int PollTimeout() const;
+  void RunTicks();
   void DropStalled();
 
   int listener_;
   EngineChannel run_;
   ServerLimits limits_;
   std::list<Connection> clients_;
+  std::vector<Tick> ticks_;
   std::chrono::steady_clock::time_point
       acceptAgain_{};  // not before, when the process had no descriptor left
 };

@@ -19,7 +19,16 @@ void EntryTemplate::Fail(const YamlNode &node, const std::string &path, const st
 void EntryTemplate::Bind(const FieldSet &fields, const FieldSet *key, const YamlNode &entry) {
   hasRepeat_ = key != nullptr;
   BindMap(fields, key, entry, 0, "");
+  BindTimes(fields, entry);
   if (key != nullptr) BindRestOfKey(*key, entry);
+}
+
+// A time that is left out is now, 0 seconds ago.
+void EntryTemplate::BindTimes(const FieldSet &fields, const YamlNode &entry) {
+  for (const Field &field : fields.all()) {
+    if (IsTimeAgo(field.ref.kind) && entry.Get(field.name) == nullptr)
+      values_.push_back({field.ref, false, 0, 0, {}, &entry, field.name});
+  }
 }
 
 // What the user does not give or has to give.
@@ -46,6 +55,7 @@ void EntryTemplate::BindMap(const FieldSet &fields, const FieldSet *key, const Y
     }
     if (keyField != nullptr) BindValue(keyField->ref, true, value, prefix + name.text);
     if (field != nullptr && !field->selector.empty()) BindVariant(*field, name);
+    if (field != nullptr && field->pointer != 0) BindAttached(*field, name);
     if (field != nullptr) BindField(*field, value, base, prefix + name.text);
     if (field == nullptr && keyField == nullptr) {
       const Field *nearest = fields.Nearest(name.text);
@@ -63,6 +73,15 @@ void EntryTemplate::BindVariant(const Field &field, const YamlNode &node) {
       Fail(node, field.name, "stands in the same bytes as " + other.field->name + " (remove one)");
   }
   variants_.push_back({&field, &node});
+}
+
+// At most one of the structures that one pointer leads to.
+void EntryTemplate::BindAttached(const Field &field, const YamlNode &node) {
+  for (const Attached &other : attached_) {
+    if (other.pointer.offset == field.pointer)
+      Fail(node, field.name, "the entry has the other kind of it already (remove one)");
+  }
+  attached_.push_back({{field.pointer, sizeof(uint64_t), FieldKind::kReference, 0, 0}, field.ref.offset});
 }
 
 // Whether the key of repetition `i` selects the structures that were given.
@@ -215,7 +234,7 @@ void EntryTemplate::Write(uint32_t i, uint8_t *key, uint8_t *record) const {
     if (value.field.kind == FieldKind::kText) {
       value.field.SetText(area, value.text);
     } else {
-      value.field.Write(area, At(value, i));
+      value.field.Write(area, StoredValue(value.field, At(value, i)));
     }
   }
 }

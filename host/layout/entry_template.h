@@ -39,6 +39,13 @@ class EntryTemplate {
   std::vector<Reference> References(uint32_t i) const;
   bool HasReferences() const { return !references_.empty(); }
 
+  // The structures that the record points to, where each of its repetitions has them.
+  struct Attached {
+    FieldRef pointer;
+    uint32_t at = 0;  // of the structure, from the record's start
+  };
+  const std::vector<Attached> &attached() const { return attached_; }
+
  private:
   // One value and where it goes; repetition i gets start + i * step.
   struct Value {
@@ -64,6 +71,8 @@ class EntryTemplate {
 
   void BindRestOfKey(const FieldSet &key, const YamlNode &entry);
   void BindVariant(const Field &field, const YamlNode &node);
+  void BindAttached(const Field &field, const YamlNode &node);
+  void BindTimes(const FieldSet &fields, const YamlNode &entry);
   void CheckVariants(uint32_t i) const;
   void BindMap(const FieldSet &fields, const FieldSet *key, const YamlNode &map, uint32_t base,
                const std::string &prefix);
@@ -87,6 +96,7 @@ class EntryTemplate {
   std::vector<Value> values_;
   std::vector<Variant> variants_;
   std::vector<UnboundReference> references_;
+  std::vector<Attached> attached_;
 };
 
 }  // namespace qdt::host

@@ -1,6 +1,7 @@
 #include "host/layout/field.h"
 
 #include <arpa/inet.h>
+#include <time.h>
 
 #include <algorithm>
 #include <atomic>
@@ -187,6 +188,8 @@ const Field *FieldSet::Nearest(std::string_view name) const {
   return nearest;
 }
 
+bool IsTimeAgo(FieldKind kind) { return kind == FieldKind::kUptimeAgo || kind == FieldKind::kTimeAgo; }
+
 ValueForm FormOf(FieldKind kind) {
   switch (kind) {
     case FieldKind::kIpv4:
@@ -243,6 +246,14 @@ std::optional<FieldRef> NarrowAddress(const FieldRef &field, std::string_view te
   if (ParseIp(AF_INET6, text, 16)) return FieldRef{field.offset, 16, FieldKind::kIpv6, 0, 0};
   if (ParseMac(text)) return FieldRef{field.offset, 6, FieldKind::kMac, 0, 0};
   return std::nullopt;
+}
+
+WideValue StoredValue(const FieldRef &field, WideValue written) {
+  if (!IsTimeAgo(field.kind)) return written;
+  timespec now = {};
+  clock_gettime(field.kind == FieldKind::kUptimeAgo ? CLOCK_MONOTONIC : CLOCK_REALTIME, &now);
+  const auto seconds = static_cast<WideValue>(now.tv_sec);
+  return written < seconds ? seconds - written : 0;  // nothing is older than the clock
 }
 
 std::string RangeProblem(const FieldRef &field, const std::string &shown) {

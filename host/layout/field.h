@@ -21,6 +21,8 @@ enum class FieldKind : uint8_t {
   kText,       // characters, NUL-padded; a text that fills its field has no NUL
   kReference,  // 64-bit address of another table's entry
   kAddress,    // of keys: area of 16 bytes for an IPv4 (host order), an IPv6 or a MAC address
+  kUptimeAgo,  // 32 bits, seconds of the monotonic clock; written as the seconds that have passed since
+  kTimeAgo,    // the same with seconds since 1970
 };
 
 // Any single value but a text, as a number: a MAC address is 48 bits, an IPv6 address 128. Signed values are
@@ -98,6 +100,10 @@ struct Field {
   std::string clearedBy;              // word of the engine's command that sets the field to 0, if any
   uint32_t line = 0;                  // in the layout file
 
+  // Where the record points to the structure when an entry has it; 0 for other fields. Structures that one
+  // pointer leads to may share bytes.
+  uint32_t pointer = 0;
+
   // A structure that a record holds only when a field of its key has one of these values; the structures that
   // one key field selects may share bytes.
   std::string selector;
@@ -106,6 +112,8 @@ struct Field {
   // Bytes of one element.
   uint32_t elementSize = 0;
 };
+
+bool IsTimeAgo(FieldKind kind);
 
 // How a value is written by people: fields whose forms agree can take one and the same text.
 enum class ValueForm : uint8_t { kNumber, kIpv4, kIpv6, kMac, kText, kReference, kAddress };
@@ -117,6 +125,9 @@ std::optional<WideValue> ParseValue(const FieldRef &field, std::string_view text
 
 // The field of one kind that a kAddress field is for the address `text`, or nothing when that is none.
 std::optional<FieldRef> NarrowAddress(const FieldRef &field, std::string_view text);
+
+// What a record holds in place of the value that people write: of a time ago the time, else the value itself.
+WideValue StoredValue(const FieldRef &field, WideValue written);
 
 // "65536 does not fit 16 bits (0 to 65535)". `shown` is the value as the user knows it.
 std::string RangeProblem(const FieldRef &field, const std::string &shown);

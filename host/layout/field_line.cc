@@ -18,14 +18,24 @@ struct Type {
 };
 
 constexpr Type kTypes[] = {
-    {"u8", FieldKind::kUnsigned, 1},   {"u16", FieldKind::kUnsigned, 2},
-    {"u32", FieldKind::kUnsigned, 4},  {"u64", FieldKind::kUnsigned, 8},
-    {"i8", FieldKind::kSigned, 1},     {"i16", FieldKind::kSigned, 2},
-    {"i32", FieldKind::kSigned, 4},    {"i64", FieldKind::kSigned, 8},
-    {"ipv4", FieldKind::kIpv4, 4},     {"ipv4_net", FieldKind::kIpv4Net, 4},
-    {"ipv6", FieldKind::kIpv6, 16},    {"ipv6_words", FieldKind::kIpv6Words, 16},
-    {"mac", FieldKind::kMac, 6},       {"text", FieldKind::kText, 0},
-    {"ref", FieldKind::kReference, 8}, {"address", FieldKind::kAddress, 16},
+    {"u8", FieldKind::kUnsigned, 1},
+    {"u16", FieldKind::kUnsigned, 2},
+    {"u32", FieldKind::kUnsigned, 4},
+    {"u64", FieldKind::kUnsigned, 8},
+    {"i8", FieldKind::kSigned, 1},
+    {"i16", FieldKind::kSigned, 2},
+    {"i32", FieldKind::kSigned, 4},
+    {"i64", FieldKind::kSigned, 8},
+    {"ipv4", FieldKind::kIpv4, 4},
+    {"ipv4_net", FieldKind::kIpv4Net, 4},
+    {"ipv6", FieldKind::kIpv6, 16},
+    {"ipv6_words", FieldKind::kIpv6Words, 16},
+    {"mac", FieldKind::kMac, 6},
+    {"text", FieldKind::kText, 0},
+    {"ref", FieldKind::kReference, 8},
+    {"address", FieldKind::kAddress, 16},
+    {"uptime_ago", FieldKind::kUptimeAgo, 4},
+    {"time_ago", FieldKind::kTimeAgo, 4},
 };
 
 // Reads a field line word by word; the first mistake stays.
@@ -89,7 +99,8 @@ class FieldLineParser {
     }
     Wrong(Quoted(word) + " is not a kind of field" +
           DidYouMean(nearest,
-                     "u8 to u64, i8 to i64, ipv4, ipv4_net, ipv6, ipv6_words, mac, address, text or ref"));
+                     "u8 to u64, i8 to i64, ipv4, ipv4_net, ipv6, ipv6_words, mac, address, uptime_ago, "
+                     "time_ago, text or ref"));
   }
 
   void ParseTargets(std::string_view tables) {

@@ -15,7 +15,7 @@ namespace qdt::host {
 namespace {
 
 // Marks the bits of a record that fields take, and so finds two that share one. Only variants that one key
-// field selects may.
+// field selects may, and structures that one pointer leads to.
 class BitMap {
  public:
   explicit BitMap(uint32_t bytes) : owner_(size_t{bytes} * 8) {}
@@ -23,7 +23,13 @@ class BitMap {
   enum class Result { kFree, kTaken, kOutside };
 
   Result Take(const Field &field) {
-    taking_ = field.selector.empty() ? kAlone : OwnerNamed(field.selector);
+    taking_ = kAlone;
+    if (!field.selector.empty()) taking_ = OwnerNamed(field.selector);
+    if (field.pointer != 0) {
+      taking_ = OwnerNamed(std::to_string(field.pointer));  // no field has such a name
+      const FieldRef pointer{0, sizeof(uint64_t), FieldKind::kReference, 0, 0};
+      if (const Result result = TakeValue(pointer, field.pointer); result != Result::kFree) return result;
+    }
     return Take(field, 0);
   }
 
@@ -151,8 +157,9 @@ Lookup LayoutReader::ReadLookup(const YamlNode &node) {
 }
 
 void LayoutReader::ReadTable(const YamlNode &name, const YamlNode &node) {
-  CheckProperties(node, {"id", "name", "key_size", "record_size", "data_size", "search_offset", "capacity",
-                         "group_rules", "lookup", "part_of", "client_writable", "key", "fields"});
+  CheckProperties(
+      node, {"id", "name", "key_size", "record_size", "data_size", "search_offset", "capacity", "group_rules",
+             "lookup", "part_of", "client_writable", "attached_size", "key", "fields"});
   TableLayout table;
   table.shortName = name.text;
   const uint32_t id = table.spec.id = ReadNumber(node, "id", 0, kTableCount - 1);
@@ -169,7 +176,7 @@ void LayoutReader::ReadTable(const YamlNode &name, const YamlNode &node) {
   if (table.spec.enabled) {
     ReadShape(node, &table.spec);
     table.key = ReadFields(node.Get("key"), "key.", table.spec.keySize);
-    table.fields = ReadFields(node.Get("fields"), "", table.spec.recordSize);
+    table.fields = ReadFields(node.Get("fields"), "", table.spec.StoredSize());
     CheckKey(table);
     CheckRecordWide(table.fields, table.key);
     if (const YamlNode *owner = node.Get("part_of")) table.partOf = owner->text;
@@ -193,6 +200,10 @@ void LayoutReader::ReadShape(const YamlNode &node, TableSpec *spec) {
       address != 0 && spec->keySize < kPrefixAddressOffset + address) {
     Fail(*node.Get("key_size"), "key_size",
          "too small for routes (" + std::to_string(kPrefixAddressOffset + address) + " at least)");
+  }
+  spec->attachedSize = ReadNumberOr(0, node, "attached_size", kMost16);
+  if (spec->attachedSize != 0 && spec->recordSize % 8 != 0) {
+    Fail(*node.Get("attached_size"), "attached_size", "for records of whole 8 bytes only");
   }
   spec->clientWritable = ReadFlag(node, "client_writable");
 }
@@ -232,6 +243,9 @@ void LayoutReader::CheckRecordWide(const FieldSet &fields, const FieldSet &key) 
       if (!inner.selector.empty() || !inner.clearedBy.empty())
         Fail(at, field.name + "." + inner.name,
              "variant and cleared_by are not for fields inside a structure");
+      if (inner.pointer != 0 || IsTimeAgo(inner.ref.kind))
+        Fail(at, field.name + "." + inner.name,
+             "pointer, uptime_ago and time_ago are not for fields inside a structure");
     }
   }
 }
@@ -289,7 +303,7 @@ Field LayoutReader::ReadLine(const YamlNode &node, const std::string &where) {
 
 Field LayoutReader::ReadStructure(const YamlNode &node, const std::string &where) {
   const std::string outer = std::exchange(where_, where_ + "." + where);
-  CheckProperties(node, {"at", "count", "stride", "variant", "fields"});
+  CheckProperties(node, {"at", "count", "stride", "variant", "pointer", "fields"});
   constexpr uint32_t kMost = 1u << 24;
   Field field;
   field.ref.offset = ReadNumber(node, "at", 0, kMost);
@@ -302,8 +316,20 @@ Field LayoutReader::ReadStructure(const YamlNode &node, const std::string &where
   field.fields = ReadFields(node.Get("fields"), "", field.elementSize);
   if (field.fields.empty()) Fail(node, "fields", "missing (a structure without fields)");
   if (node.Get("variant") != nullptr) ReadVariant(*node.Get("variant"), &field);
+  if (node.Get("pointer") != nullptr) ReadPointer(node, &field);
   where_ = outer;
   return field;
+}
+
+// A record holds the address of a structure that is attached to it.
+void LayoutReader::ReadPointer(const YamlNode &node, Field *field) {
+  field->pointer = ReadNumber(node, "pointer", 1, std::numeric_limits<uint16_t>::max());
+  if (field->count != 0 || !field->selector.empty()) {
+    Fail(*node.Get("pointer"), "pointer", "not for arrays and variants");
+  }
+  if (field->pointer % 8 != 0 || field->ref.offset % 8 != 0) {
+    Fail(*node.Get("pointer"), "pointer", "pointer and structure must stand at multiples of 8 bytes");
+  }
 }
 
 // KEYFIELD VALUE [VALUE ...]

@@ -42,6 +42,7 @@ class LayoutReader {
   void ReadShape(const YamlNode &node, TableSpec *spec);
   void CheckKey(const TableLayout &table);
   void CheckRecordWide(const FieldSet &fields, const FieldSet &key);
+  void ReadPointer(const YamlNode &node, Field *field);
   void ReadVariant(const YamlNode &node, Field *field);
   void JoinToOwner(TableLayout *table);
 

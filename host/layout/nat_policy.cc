@@ -14,6 +14,9 @@
 namespace qdt::host {
 namespace {
 
+constexpr char kSourceNat[] = "source-nat";
+constexpr FieldRef kNumber{0, 8, FieldKind::kUnsigned, 0, 0};
+
 // Each takes the value as written and gives what is wrong with it, or nothing.
 std::string CheckWord(const std::string &value) {
   // The name travels as one word of a command line.
@@ -44,12 +47,11 @@ std::string CheckPrefix(const std::string &value) {
 
 std::string CheckNumber(const std::string &value) {
   std::string problem;
-  const FieldRef word{0, 8, FieldKind::kUnsigned, 0, 0};
-  return ParseValue(word, value, &problem) ? "" : " is not a number (decimal or 0x...)";
+  return ParseValue(kNumber, value, &problem) ? "" : " is not a number (decimal or 0x...)";
 }
 
 std::string CheckAction(const std::string &value) {
-  const bool known = value == "source-nat" || value == "no-nat";
+  const bool known = value == kSourceNat || value == "no-nat";
   return known ? "" : " is no action (source-nat or no-nat)";
 }
 
@@ -100,6 +102,9 @@ class NatPolicyReader {
       rule.text += (rule.text.empty() ? "  " : "\n  ") + label + ":  " + value;
       if (rule.name.empty()) rule.name = value;
     }
+    rule.translates = ValueOf(node, "action") == kSourceNat;
+    rule.addressGroup = Number(ValueOf(node, "address_group"));
+    rule.hits = Number(ValueOf(node, "hits"));
     for (const NatPolicyRule &other : rules_) {
       if (other.name == rule.name) Fail(node, "name", Quoted(rule.name) + " is a rule already (rename one)");
     }
@@ -130,6 +135,16 @@ class NatPolicyReader {
     const std::string problem = property.check(given->text);
     if (!problem.empty()) Fail(*given, property.name, Quoted(given->text) + problem);
     return given->text;
+  }
+
+  // For a value that Value has checked.
+  static std::string_view ValueOf(const YamlNode &rule, std::string_view name) {
+    const YamlNode *given = rule.Get(name);
+    return given == nullptr ? "0" : std::string_view(given->text);
+  }
+  static uint64_t Number(std::string_view value) {
+    std::string problem;
+    return static_cast<uint64_t>(*ParseValue(kNumber, value, &problem));
   }
 
   const YamlTree &tree_;

@@ -1,6 +1,7 @@
 #ifndef HOST_LAYOUT_NAT_POLICY_H_
 #define HOST_LAYOUT_NAT_POLICY_H_
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,6 +15,9 @@ namespace qdt::host {
 struct NatPolicyRule {
   std::string name;  // one word
   std::string text;  // what the engine answers: a line for each property, no newline at the end
+  bool translates = false;
+  uint64_t addressGroup = 0;  // whose addresses a rule that translates takes
+  uint64_t hits = 0;
 };
 
 // The section of a scenario that lists the rules.

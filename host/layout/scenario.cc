@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstring>
@@ -81,6 +82,8 @@ class ScenarioReader {
       ReadRegions(name, node);
     } else if (name.text == kNatPolicySection) {
       scenario_.natPolicy_ = ReadNatPolicy(*tree_, name, node);
+    } else if (name.text == kStatisticsSection) {
+      scenario_.statistics_ = ReadStatistics(*tree_, name, node);
     } else {
       ReadTable(name, node);
     }
@@ -117,7 +120,7 @@ class ScenarioReader {
     if (table == nullptr) {
       NearName near(name.text);
       std::string_view nearest;
-      for (const std::string_view section : {kInclude, kRegions, kNatPolicySection}) {
+      for (const std::string_view section : {kInclude, kRegions, kNatPolicySection, kStatisticsSection}) {
         if (near.Offer(section)) nearest = section;
       }
       for (const TableLayout &other : layout_.tables()) {
@@ -147,14 +150,17 @@ class ScenarioReader {
     EntryTemplate entry(*tree_, layout_, table.shortName, node.Get("repeat") != nullptr);
     entry.Bind(table.fields, &table.key, node);
     planned.keys.resize(planned.keys.size() + size_t{count} * table.spec.keySize);
-    planned.records.resize(planned.records.size() + size_t{count} * table.spec.recordSize);
+    planned.records.resize(planned.records.size() + size_t{count} * table.spec.StoredSize());
     for (uint32_t i = 0; i < count; ++i) {
       uint8_t *key = planned.keys.data() + size_t{first + i} * table.spec.keySize;
-      entry.Write(i, key, planned.records.data() + size_t{first + i} * table.spec.recordSize);
+      entry.Write(i, key, planned.records.data() + size_t{first + i} * table.spec.StoredSize());
       CheckRoute(table, node, key);
       Remember(table, node, key, first + i);
       for (EntryTemplate::Reference &reference : entry.References(i)) {
         pending_.push_back({places_[table.spec.id], first + i, std::move(reference)});
+      }
+      for (const EntryTemplate::Attached &part : entry.attached()) {
+        planned.references.push_back({first + i, part.pointer, table.spec.id, first + i, false, part.at});
       }
     }
   }
@@ -229,7 +235,8 @@ class ScenarioReader {
       Fail(node.IsNull() ? name : node, name.text, "not a mapping (write {FIELD: VALUE, ...})");
     EntryTemplate contents(*tree_, layout_, name.text, false);
     contents.Bind(region->fields, nullptr, node);
-    if (contents.HasReferences()) Fail(node, name.text, "references are for tables (write an address)");
+    if (contents.HasReferences() || !contents.attached().empty())
+      Fail(node, name.text, "references are for tables (write an address)");
     PlannedRegion &planned = scenario_.regions_.emplace_back();
     planned.layout = region;
     planned.bytes.resize(region->spec.size);
@@ -253,7 +260,11 @@ class ScenarioReader {
                                       " (add it, or write 0)");
       }
       planned.references.push_back(
-          {pending.entry, reference.field, reference.target->spec.id, target, reference.stale});
+          {pending.entry, reference.field, reference.target->spec.id, target, reference.stale, 0});
+    }
+    for (PlannedTable &planned : scenario_.tables_) {
+      std::stable_sort(planned.references.begin(), planned.references.end(),
+                       [](const auto &a, const auto &b) { return a.entry < b.entry; });
     }
   }
 

@@ -9,6 +9,7 @@
 
 #include "host/layout/layout.h"
 #include "host/layout/nat_policy.h"
+#include "host/layout/statistics_section.h"
 #include "host/tbm/table_writer.h"
 
 namespace qdt::host {
@@ -20,13 +21,14 @@ struct PlannedReference {
   uint32_t table = 0;   // id of the table that it leads to
   uint32_t target = 0;  // index among that table's entries
   bool stale = false;   // the address that the target had before it was replaced
+  uint32_t inside = 0;  // bytes from the target's record to what is meant in it
 };
 
 // The entries that a scenario puts into one table, in their order.
 struct PlannedTable {
   const TableLayout *layout = nullptr;
   std::vector<uint8_t> keys;     // spec.keySize bytes each
-  std::vector<uint8_t> records;  // spec.recordSize bytes each, references still 0
+  std::vector<uint8_t> records;  // spec.StoredSize() bytes each, references still 0
   std::vector<PlannedReference> references;
 
   uint32_t count() const { return static_cast<uint32_t>(keys.size() / layout->spec.keySize); }
@@ -34,7 +36,7 @@ struct PlannedTable {
     return std::span(keys).subspan(size_t{entry} * layout->spec.keySize, layout->spec.keySize);
   }
   std::span<const uint8_t> record(uint32_t entry) const {
-    return std::span(records).subspan(size_t{entry} * layout->spec.recordSize, layout->spec.recordSize);
+    return std::span(records).subspan(size_t{entry} * layout->spec.StoredSize(), layout->spec.StoredSize());
   }
 };
 
@@ -68,6 +70,7 @@ class Scenario {
   const std::vector<PlannedTable> &tables() const { return tables_; }  // in the order of the file
   const std::vector<PlannedRegion> &regions() const { return regions_; }
   const std::vector<NatPolicyRule> &natPolicy() const { return natPolicy_; }
+  const std::vector<StatisticPreset> &statistics() const { return statistics_; }
   // Null when the scenario does not name the table.
   const PlannedTable *FindTable(uint32_t id) const;
 
@@ -77,6 +80,7 @@ class Scenario {
   std::vector<PlannedTable> tables_;
   std::vector<PlannedRegion> regions_;
   std::vector<NatPolicyRule> natPolicy_;
+  std::vector<StatisticPreset> statistics_;
 };
 
 }  // namespace qdt::host

@@ -103,6 +103,11 @@ class ScenarioFiller {
   }
 
   void *Address(const PlannedReference &reference) {
+    if (reference.inside != 0) {
+      const TableSpec &spec = tables_[places_[reference.table]].layout->spec;
+      return static_cast<char *>(addresses_[reference.table][reference.target]) + reference.inside -
+             spec.searchOffset;
+    }
     if (!reference.stale) return addresses_[reference.table][reference.target];
     return placeholders_.at({places_[reference.table], reference.target});
   }

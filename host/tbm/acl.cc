@@ -66,7 +66,7 @@ int32_t TbmAclGroupActiveRuleNum(uint32_t groupType, uint32_t groupId, uint32_t 
   if (count == nullptr) return kTbmBadParam;
   const GroupKey group = {groupType, groupId};
   const TableKey key = rules.GroupKeyOf(&group);
-  const KeyOrder order(rules, key);
+  const ChainOrder order(rules, key);
   // Rules that come while they are counted do not count.
   const uint64_t end = rules.state().lastSerial.load(std::memory_order_acquire);
   uint32_t found = 0;

@@ -7,6 +7,13 @@
 
 #include "host/tbm/route_key.h"
 #include "host/tbm/table_spec.h"
+#include "platform/tbm.h"
+
+// The server maps' hash map, whose nodes are the entries of a table.
+struct TbmHashMap {
+  uint32_t table;
+  uint32_t reserved;
+};
 
 // The bytes of a table in the arena: its constant shape, its changing state, its hash index and its slab of
 // slots.
@@ -37,8 +44,10 @@ struct TableShape {
   uint32_t bucketCount;   // a power of two
   uint64_t indexOffset;   // IndexSize bytes
   uint64_t slabOffset;    // capacity slots
+  uint32_t attachedSize;  // bytes behind a record that walks do not deliver
+  uint32_t nodeCount;     // of the flow partition, whose nodes are this table's entries: its capacity, or 0
 };
-static_assert(sizeof(TableShape) == 56 && offsetof(TableShape, indexOffset) == 40);
+static_assert(sizeof(TableShape) == 64 && offsetof(TableShape, indexOffset) == 40);
 
 // One chain of the hash index, in order of insertion. `removals` counts the entries ever taken out of the
 // chain: a reader that finds it unchanged has not strayed into another chain through a slot that was used
@@ -53,11 +62,24 @@ constexpr uint32_t PrefixAddressSize(const TableShape &shape) {
   return host::PrefixAddressSize(static_cast<Lookup>(shape.lookup));
 }
 
-// Bytes of the buckets, and for route tables of a counter of each prefix length behind them.
+// Where in the index the flow partition's nodes stand: addresses of records, by slot, null while it is free.
+constexpr uint64_t NodesOffset(const TableShape &shape) { return shape.bucketCount * sizeof(Bucket); }
+
+// Bytes of the buckets, and behind them for route tables a counter of each prefix length, for the sessions
+// the flow partition's nodes.
 constexpr uint64_t IndexSize(const TableShape &shape) {
   const uint64_t lengths = PrefixAddressSize(shape) == 0 ? 0 : PrefixAddressSize(shape) * 8 + 1;
-  return shape.bucketCount * sizeof(Bucket) + lengths * sizeof(uint32_t);
+  return NodesOffset(shape) + lengths * sizeof(uint32_t) + uint64_t{shape.nodeCount} * sizeof(void *);
 }
+
+// What stands at ArenaHeader::infoOffset. The two last parts are pointed to when their tables are defined.
+struct InfoArea {
+  TbmGlobalInfo info;
+  TbmTableDesc tables[kTableCount];
+  TbmFlowPartition flowPartition;  // its nodes: null until the index has its storage
+  TbmHashMap serverMaps;
+};
+static_assert(sizeof(InfoArea) == 32 + 109 * 48 + 16 + 8);
 
 // Head of a slot; the key follows, the record stands at TableShape::recordOffset.
 struct Slot {

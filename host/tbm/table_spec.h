@@ -8,6 +8,10 @@ namespace qdt::host {
 
 constexpr uint32_t kTableCount = 109;
 
+// The tables behind what TbmGlobalInfo points to, when they are defined.
+constexpr uint32_t kServerMapTable = 64;      // its buckets are those of the server maps' hash map
+constexpr uint32_t kFlowPartitionTable = 65;  // sessions: the flow partition has a node for each slot
+
 // How entries are found by key.
 enum class Lookup : uint8_t {
   kUnique,   // one entry a key
@@ -26,6 +30,9 @@ struct TableSpec {
   uint32_t recordSize = 0;  // bytes of one stored entry, what a walk delivers
   uint32_t searchOffset =
       0;  // where in the record the address that TbmTblSearch delivers points (8 for table 24)
+  // Bytes that are stored behind each record and that walks do not deliver: what pointers in the record lead
+  // to. They come and go with their entry.
+  uint32_t attachedSize = 0;
   uint32_t capacity = 0;  // entries
   uint32_t groupRuleSpec = 0;
   uint8_t groupKeySize =
@@ -34,6 +41,9 @@ struct TableSpec {
   bool enabled = true;
   bool clientWritable =
       false;  // clients may write into live records (a session reset ages sessions in place)
+
+  // Bytes of an entry as it is written.
+  uint32_t StoredSize() const { return recordSize + attachedSize; }
 };
 
 }  // namespace qdt::host

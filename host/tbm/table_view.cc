@@ -30,8 +30,8 @@ int32_t TableView::Open(ArenaHeader *header, uint32_t table, TableView *view) {
   view->base_ = base;
   view->shape_ = reinterpret_cast<TableShape *>(base + header->directoryOffset) + table;
   view->state_ = reinterpret_cast<TableState *>(base + header->stateOffset) + table;
-  view->descriptor_ =
-      reinterpret_cast<TbmTableDesc *>(base + header->infoOffset + sizeof(TbmGlobalInfo)) + table;
+  view->info_ = reinterpret_cast<InfoArea *>(base + header->infoOffset);
+  view->descriptor_ = view->info_->tables + table;
   return view->shape_->dataSize == 0 ? kTbmNotSupported : kTbmOk;
 }
 

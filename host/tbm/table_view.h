@@ -73,6 +73,10 @@ class TableView {
     return reinterpret_cast<std::atomic<uint32_t> *>(Buckets() + shape_->bucketCount);
   }
   char *Index() const { return base_ + shape_->indexOffset; }
+  Bucket &BucketAt(uint32_t number) const { return Buckets()[number]; }
+  // The flow partition and its nodes, which have a place when the table's shape has any.
+  TbmFlowPartition &FlowPartition() const { return info_->flowPartition; }
+  void **Nodes() const { return reinterpret_cast<void **>(Index() + NodesOffset(*shape_)); }
 
   uint32_t EntryNum() const {
     return std::atomic_ref<uint32_t>(descriptor_->entryNum).load(std::memory_order_relaxed);
@@ -106,6 +110,7 @@ class TableView {
   char *base_ = nullptr;
   const TableShape *shape_ = nullptr;
   TableState *state_ = nullptr;
+  InfoArea *info_ = nullptr;
   TbmTableDesc *descriptor_ = nullptr;
 };
 

@@ -43,6 +43,7 @@ class TableChange {
   void LeaveOrder(Slot *slot);
   void LeaveChain(Slot *slot);
   void Count(Slot *slot, int32_t change);
+  void SetNode(uint32_t ref, void *record);
   uint32_t RefOf(const Slot *slot) const;
 
   Arena *arena_;
@@ -60,7 +61,16 @@ bool TableChange::EnsureIndex() {
   if (view_.HasIndex()) return true;
   if (!arena_->Reserve(view_.Index(), IndexSize(shape_))) return false;
   state_.indexReady.store(1, std::memory_order_release);
+  if (shape_.nodeCount != 0) {
+    std::atomic_ref<void **>(view_.FlowPartition().nodes).store(view_.Nodes(), std::memory_order_release);
+  }
   return true;
+}
+
+// Nodes are read in place, by whoever walks the flow partition.
+void TableChange::SetNode(uint32_t ref, void *record) {
+  if (shape_.nodeCount == 0) return;
+  std::atomic_ref<void *>(view_.Nodes()[ref - 1]).store(record, std::memory_order_release);
 }
 
 bool TableChange::EnsureSlab(uint32_t slots) {
@@ -164,13 +174,14 @@ int32_t TableChange::Insert(const TableKey &key, const void *record, void **addr
   slot->chainNext.store(0, std::memory_order_relaxed);
   slot->hash.store(key.hash, std::memory_order_relaxed);
   StoreWords(TableView::Key(slot), key.words, key.wordCount * kWord);
-  StoreWords(view_.Record(slot), record, shape_.recordSize);
+  StoreWords(view_.Record(slot), record, shape_.recordSize + shape_.attachedSize);
   Count(slot, 1);
 
   const uint64_t serial = state_.lastSerial.load(std::memory_order_relaxed) + 1;
   slot->serial.store(serial, std::memory_order_release);
   AppendToOrder(ref);
   AppendToChain(ref);
+  SetNode(ref, view_.Record(slot));
   // Last: a walk that begins now shows this entry; one that began before does not.
   state_.lastSerial.store(serial, std::memory_order_release);
   if (address != nullptr) *address = view_.Address(slot);
@@ -178,6 +189,7 @@ int32_t TableChange::Insert(const TableKey &key, const void *record, void **addr
 }
 
 void TableChange::Remove(Slot *slot) {
+  SetNode(RefOf(slot), nullptr);
   LeaveChain(slot);
   LeaveOrder(slot);
   slot->serial.store(0, std::memory_order_release);
@@ -191,7 +203,7 @@ void TableChange::Update(Slot *slot, const void *record) {
   const uint32_t version = slot->version.load(std::memory_order_relaxed);
   slot->version.store(version + 1, std::memory_order_relaxed);
   std::atomic_thread_fence(std::memory_order_release);
-  StoreWords(view_.Record(slot), record, shape_.recordSize);
+  StoreWords(view_.Record(slot), record, shape_.recordSize + shape_.attachedSize);
   slot->version.store(version + 2, std::memory_order_release);
 }
 

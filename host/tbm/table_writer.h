@@ -19,7 +19,7 @@ class TableWriter {
   // `arena` must outlive the writer and have been made with Arena::Create.
   explicit TableWriter(Arena *arena) : arena_(arena) {}
 
-  // Copies in `key` (spec.keySize bytes) and `record` (spec.recordSize bytes) and stores the address that
+  // Copies in `key` (spec.keySize bytes) and `record` (spec.StoredSize() bytes) and stores the address that
   // TbmTblSearch delivers from now on in *address, which may be null.
   int32_t Insert(uint32_t table, const void *key, const void *record, void **address);
 
@@ -29,7 +29,8 @@ class TableWriter {
   // Removes the entry whose delivered address is `address`.
   int32_t RemoveEntry(uint32_t table, void *address);
 
-  // Overwrites the whole record in place; readers see the old or the new record of a batch, never a mixture.
+  // Overwrites the whole record in place, with what is attached to it; readers see the old or the new record
+  // of a batch, never a mixture.
   int32_t Update(uint32_t table, void *address, const void *record);
 
  private:

@@ -175,7 +175,7 @@ int32_t TbmTblTravNextByKey(uint32_t instance, uint32_t table, const void *key, 
   if (status != kTbmOk) return status;
   if (key == nullptr || ctx == nullptr || buffer == nullptr || bytes == nullptr) return kTbmBadParam;
   const TableKey tableKey = view.KeyOf(key);
-  return NextBatch(view, KeyOrder(view, tableKey), MakeWalkId(table, &tableKey), ctx, buffer, bytes);
+  return NextBatch(view, ChainOrder(view, tableKey), MakeWalkId(table, &tableKey), ctx, buffer, bytes);
 }
 
 uint32_t TbmTblTravContextCnt(const TbmTravContext *ctx) {

@@ -49,14 +49,14 @@ Step TableOrder::Next(Place *place) const {
 }
 
 // As the chain is now: the caller checks that no entry left it meanwhile.
-Step KeyOrder::FollowChain(const Bucket &bucket, Place *place) const {
+Step ChainOrder::FollowChain(Place *place) const {
   uint32_t ref = table_.Lives(*place) ? table_.SlotAt(place->ref)->chainNext.load(std::memory_order_acquire)
-                                      : bucket.head.load(std::memory_order_acquire);
+                                      : bucket_.head.load(std::memory_order_acquire);
   for (uint32_t steps = table_.shape().capacity; ref != 0; --steps) {
     Slot *slot = table_.At(ref);
     if (slot == nullptr || steps == 0) return Step::kLost;
     const uint64_t serial = slot->serial.load(std::memory_order_acquire);
-    if (serial > place->serial && table_.HasKey(slot, key_)) {
+    if (serial > place->serial && (key_ == nullptr || table_.HasKey(slot, *key_))) {
       *place = {ref, serial};
       return Step::kEntry;
     }
@@ -65,15 +65,14 @@ Step KeyOrder::FollowChain(const Bucket &bucket, Place *place) const {
   return Step::kEnd;
 }
 
-Step KeyOrder::Next(Place *place) const {
+Step ChainOrder::Next(Place *place) const {
   if (!table_.HasIndex()) return Step::kEnd;
-  const Bucket &bucket = table_.BucketOf(key_.hash);
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    const uint32_t removals = bucket.removals.load(std::memory_order_acquire);
+    const uint32_t removals = bucket_.removals.load(std::memory_order_acquire);
     Place at = *place;
-    const Step step = FollowChain(bucket, &at);
+    const Step step = FollowChain(&at);
     std::atomic_thread_fence(std::memory_order_acquire);
-    if (bucket.removals.load(std::memory_order_relaxed) != removals) continue;
+    if (bucket_.removals.load(std::memory_order_relaxed) != removals) continue;
     if (step == Step::kEntry) *place = at;
     return step;
   }

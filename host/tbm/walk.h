@@ -29,17 +29,21 @@ class TableOrder {
   const TableView &table_;
 };
 
-// The entries that share a key, by insertion.
-class KeyOrder {
+// The entries that share a key, or all those of a bucket, by insertion.
+class ChainOrder {
  public:
-  KeyOrder(const TableView &table, const TableKey &key) : table_(table), key_(key) {}
+  ChainOrder(const TableView &table, const TableKey &key)
+      : table_(table), bucket_(table.BucketOf(key.hash)), key_(&key) {}
+  ChainOrder(const TableView &table, uint32_t bucket)
+      : table_(table), bucket_(table.BucketAt(bucket)), key_(nullptr) {}
   Step Next(Place *place) const;
 
  private:
-  Step FollowChain(const Bucket &bucket, Place *place) const;
+  Step FollowChain(Place *place) const;
 
   const TableView &table_;
-  const TableKey &key_;
+  const Bucket &bucket_;
+  const TableKey *key_;  // null: any
 };
 
 // What a TbmTravContext holds. All zero: no walk has begun.

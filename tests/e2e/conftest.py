@@ -60,10 +60,11 @@ class Result:
 
 
 def run(*argv, **options):
-    """Runs a program to its end."""
+    """Runs a program to its end, with `input` (bytes) or nothing on its standard input."""
     argv = [str(word) if isinstance(word, os.PathLike) else word for word in argv]
-    done = subprocess.run(argv, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                          timeout=PATIENCE, **options)
+    if "input" not in options:
+        options["stdin"] = subprocess.DEVNULL
+    done = subprocess.run(argv, stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=PATIENCE, **options)
     return Result(argv, done.returncode, done.stdout.decode(errors="replace"), done.stderr.decode(errors="replace"))
 
 
@@ -136,19 +137,19 @@ class Engine:
         self.process = None
         self.ready_line = None
 
-    def spawn(self, *words):
+    def spawn(self, *words, stderr=subprocess.PIPE):
         """Starts the process without waiting for anything."""
         assert self.process is None
         self.process = subprocess.Popen(
             [BIN / "nqed", "--scenario", self.scenario, "--arena", self.arena, *words],
-            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=stderr)
         return self
 
-    def start(self, *words):
-        """Starts the engine and waits until it is ready."""
-        self.spawn(*words)
+    def start(self, *words, stderr=subprocess.PIPE):
+        """Starts the engine and waits until it is ready. With a file for `stderr` nothing is collected there."""
+        self.spawn(*words, stderr=stderr)
         self.ready_line = self.process.stdout.readline().decode()
-        assert self.ready_line.startswith("nqed: ready, "), self.ready_line + self.process.stderr.read().decode()
+        assert self.ready_line.startswith("nqed: ready, "), self.ready_line + self.errors(self.process.communicate()[1])
         return self
 
     def end(self, how=signal.SIGTERM):
@@ -159,11 +160,15 @@ class Engine:
     def collect(self):
         try:
             _, err = self.process.communicate(timeout=PATIENCE)
-            return self.process.returncode, err.decode()
+            return self.process.returncode, self.errors(err)
         finally:
             self.process.kill()
             self.process.wait()
             self.process = None
+
+    @staticmethod
+    def errors(collected):
+        return "" if collected is None else collected.decode()
 
     def stop(self):
         """A clean end: exit code 0, nothing said, no file left."""

@@ -45,11 +45,6 @@ def test_usage_list_takes_no_engine(place):
     assert result.code == 2 and result.err == "" and result.out.startswith("diag clear cpcar status\n"), result
 
 
-@pytest.mark.parametrize("family", ["pkt_trace", "pmc", "perf"])
-def test_families_to_come_say_so(place, family):
-    place.cli(family, "show").failed(family, "not part of this build")
-
-
 def test_long_words(engine):
     long = "k" * 131000  # the longest word that the system lets through
     result = engine.cli("diag", "search", "nqpTable", "1", long, "1005", "0", "0")

@@ -360,7 +360,6 @@ def test_commands_over_the_socket(engine):
     ("di\0ag", "NUL"),
     ("clear", "cpcar"),
     ("clear everything", "cpcar"),
-    ("pmc", "not part of this build"),
 ])
 def test_refused_lines_get_a_line(engine, line, part):
     client = engine.client()
@@ -523,6 +522,10 @@ def test_user_who_may_only_read(place):
         result = reader("show", "global")
         assert (result.code, result.out) == (1, "parse data format fail\n"), result
         assert result.err.startswith("nqecli: this user may only read the arena"), result
+        for words in (["pkt_trace", "show"], ["pmc", "3"], ["perf", "task", "show"]):
+            result = reader(*words)
+            assert result.code == 2 and "OsaSmmap failed" in result.out, result
+            assert result.err.startswith("nqecli: this user may only read the arena"), result
         reader("engine", "status").failed("no permission to talk to the engine on")
     place.stop()
 

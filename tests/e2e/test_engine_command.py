@@ -24,8 +24,9 @@ def test_words_arrive_as_they_are(engine, words):
 def test_refusals_are_the_engines_line(engine):
     engine.cli("engine", "clear").failed("clear what?", code=1)
     engine.cli("engine", "x" * 100000).failed("unknown command", "...", code=1)
-    engine.cli("engine", "nat").failed("nat query-nat-policy ruleName NAME", code=1)
-    engine.cli("engine", "nat", "query-nat-policy", "ruleName", "x", "y").failed("nat what?", code=1)
+    engine.cli("engine", "nat").failed("nat what?", "query-nat-policy", code=1)
+    engine.cli("engine", "nat", "query-nat-policy", "ruleName", "x", "y").failed(
+        "nat query-nat-policy ruleName NAME", code=1)
     engine.cli("engine", "nat", "query-nat-policy", "ruleName", "x").failed('no rule "x"', code=1)
 
 
@@ -43,7 +44,7 @@ def test_without_engine(place):
 @pytest.mark.parametrize("words, part", [
     (["IPP_SESSION_AGING_TIM"], "did you mean IPP_SESSION_AGING_TIME?"),
     (["elsewhere"], '"region" lists them'),
-    (["PKT_TRACE_CTX_PTR"], "no fields yet"),
+    (["SCHED_TRACE_SSMAP_PTR"], "no fields yet"),
     (["IPP_SESSION_AGING_TIME", "tpc"], "did you mean tcp?"),
     (["IPP_SESSION_AGING_TIME", "temperature"], '"region IPP_SESSION_AGING_TIME" lists them'),
     (["IPP_SESSION_AGING_TIME", "tcp", "65536"], "65536 does not fit 16 bits (0 to 65535)"),

@@ -25,7 +25,8 @@ constexpr char kUsage[] =
     "                             diag search nqpTable 35 pro_type_name 0 wireless 0\n"
     "50. session                  diag search nqpTable 50 sip:dip srcPort dstPort protocol\n"
     "                             diag search nqpTable 50 sip|dip(sip:xxx | dip:xxx) 0 0 0\n"
-    "74. port_inst_state          diag search nqpTable 74 0 0 inst-id ctrl-if-index\n";
+    "74. port_inst_state          diag search nqpTable 74 0 0 inst-id ctrl-if-index\n"
+    "86. sac_usf_stat             diag search nqpTable 86 0 mac 0 0\n";
 
 class CatalogTest : public testing::Test {
  protected:
@@ -47,7 +48,7 @@ class CatalogTest : public testing::Test {
 };
 
 TEST_F(CatalogTest, ReadsTheUsageList) {
-  ASSERT_EQ(catalog_.tables().size(), 9u);
+  ASSERT_EQ(catalog_.tables().size(), 10u);
   const TableInfo &group = *catalog_.Find("acl_group");
   EXPECT_EQ(group.id, 11u);
   ASSERT_EQ(group.syntax.size(), 2u);
@@ -114,6 +115,12 @@ TEST_F(CatalogTest, KeysFillTheOpenSlots) {
   EXPECT_EQ(Keys("cpcar_pro", {"3", "1"}), "0 3 1 0");
   EXPECT_EQ(Keys("cpcar_pro", {"arp-request", "1"}), "arp-request 0 1 0");
   EXPECT_EQ(Keys("port_inst_state", {"3", "7"}), "0 0 3 7");
+}
+
+TEST_F(CatalogTest, AMacAddressIsTheFirstKeyWhateverTheListShows) {
+  EXPECT_EQ(Keys("sac_usf_stat", {"02:00:5e:00:53:01"}), "02:00:5e:00:53:01 0 0 0");
+  EXPECT_EQ(Keys("sac_usf_stat", {"0"}), "0 0 0 0");
+  EXPECT_EQ(catalog_.Find("sac_usf_stat")->syntax[0].text, "0 mac 0 0");
 }
 
 TEST_F(CatalogTest, KeysThatFitNoLineAreTakenOneByOne) {

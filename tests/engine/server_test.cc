@@ -218,6 +218,35 @@ TEST_F(ServerTest, GarbageOfAnyLengthIsRefusedOrWaitedFor) {
   EXPECT_EQ(EngineClient(path_).Run("alive").text, "<alive>");
 }
 
+TEST(ServerTicks, AreCalledEveryPeriodAndBetweenRequests) {
+  const TempDir dir;
+  Listener listener(dir.File("s"));
+  listener.Unlock();
+  const UniqueFd stop(eventfd(0, EFD_CLOEXEC));
+  int fast = 0, slow = 0;
+  Server server(listener.fd(), Echo);
+  const auto started = std::chrono::steady_clock::now();
+  server.AddTick(10ms, [&] { ++fast; });
+  server.AddTick(50ms, [&] {
+    // A tick that comes late by periods is not made up for.
+    if (++slow == 1) std::this_thread::sleep_for(200ms);
+    const uint64_t one = 1;
+    if (slow == 2) {
+      EXPECT_EQ(write(stop.get(), &one, sizeof one), static_cast<ssize_t>(sizeof one));
+    }
+  });
+  EngineReply reply;
+  std::thread client([&] { reply = EngineClient(dir.File("s")).Run("hello"); });
+  server.Serve(stop.get());
+  const auto passed = std::chrono::steady_clock::now() - started;
+  client.join();
+  EXPECT_EQ(reply.text, "<hello>");
+  EXPECT_EQ(slow, 2);
+  EXPECT_GE(passed, 250ms);
+  EXPECT_GE(fast, 2);
+  EXPECT_LE(fast, (passed - 200ms) / 10ms + 1);
+}
+
 TEST_F(ServerTest, AClientThatWaitsIsToldWhenTheServerHangs) {
   const RunningServer server(path_, [](std::string_view) {
     std::this_thread::sleep_for(400ms);

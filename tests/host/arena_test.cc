@@ -284,7 +284,7 @@ TEST_F(ArenaTest, OtherVersionsAndByteOrdersAreNamed) {
   Poke(offsetof(ArenaHeader, version), &version, sizeof(version));
   EXPECT_EQ(Attach(),
             "error: the arena at " + path_ +
-                " was written by version 7, this program reads version 1 (use tools and engine of one "
+                " was written by version 8, this program reads version 2 (use tools and engine of one "
                 "version)");
   Poke(offsetof(ArenaHeader, byteOrder), &kByteOrderSwapped, sizeof(kByteOrderSwapped));
   EXPECT_EQ(Attach(), "error: the arena at " + path_ +

@@ -90,6 +90,13 @@ ArenaPlan TestPlan() {
   session.clientWritable = true;
   session.enabled = false;
   define(session);
+  TableSpec maps = Spec(kServerMapTable, "CAP_TABLE_SERVER_MAP", 4, sizeof(Record), 1000);
+  maps.clientWritable = true;
+  define(maps);
+  TableSpec flows = Spec(kFlowPartitionTable, "CAP_TABLE_FLOW", 4, sizeof(Record), 3000);
+  flows.attachedSize = sizeof(Record);
+  flows.clientWritable = true;
+  define(flows);
   define(Spec(kOddTable, "CAP_TABLE_ODD", 6, 13, 100));
   plan.regions = {{"PKT_TRACE_CTX_PTR", 224}, {"FAST_STAT_SSMAP_PTR", 100000}};
   plan.socketPath = "/tmp/nqed.sock";

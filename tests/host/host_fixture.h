@@ -27,6 +27,8 @@ constexpr uint32_t kRuleTable = 35;   // the rules of those groups
 constexpr uint32_t kManyTable = 42;
 constexpr uint32_t kSessionTable = 50;  // clients may write to its records
 constexpr uint32_t kOddTable = 60;      // sizes that fill no word
+// Behind the server maps and the flow partition: kServerMapTable, kFlowPartitionTable (whose entries are
+// Flows).
 
 // A record that shows when it is torn.
 struct Record {
@@ -36,6 +38,12 @@ struct Record {
 
   static Record Make(uint64_t id, uint64_t salt = 0);
   bool Whole() const;
+};
+
+// A record and what is attached to it.
+struct Flow {
+  Record record;
+  Record attached;
 };
 
 struct RouteKey4 {

@@ -296,8 +296,8 @@ TEST_F(TableTest, RoutesWithBitsBehindTheirPrefixAreRefused) {
 TEST_F(TableTest, GlobalInformationDescribesEveryTable) {
   ASSERT_NE(g_tbmGlobalInfo, nullptr);
   EXPECT_EQ(g_tbmGlobalInfo->tableCount, 109u);
-  EXPECT_EQ(g_tbmGlobalInfo->serverMaps, nullptr);
-  EXPECT_EQ(g_tbmGlobalInfo->flowPartition, nullptr);
+  EXPECT_NE(g_tbmGlobalInfo->serverMaps, nullptr);
+  EXPECT_NE(g_tbmGlobalInfo->flowPartition, nullptr);
   const TbmTableDesc &group = g_tbmGlobalInfo->tables[kGroupTable];
   EXPECT_STREQ(group.name, "CAP_TABLE_ACL_GROUP");
   EXPECT_EQ(group.keySize, 8);

@@ -72,6 +72,21 @@ TEST_F(CampusTest, SecondStaffVapRecord) {
   EXPECT_EQ(Bytes(29, kVap, 828, 8), "2f010000 93010000");
 }
 
+TEST_F(CampusTest, ApplicationControl) {
+  EXPECT_EQ(Bytes(99, 0, 8 + 9 * 12, 12), "ec030304 63020000 0e000000");
+  EXPECT_EQ(Bytes(102, 1, 0, 12), "02000000 ec030300 64020000");
+  EXPECT_EQ(Bytes(103, 0, 0, 24), "03000000 01000000 e3d83401 00000000 92d83401 00000000");
+  EXPECT_EQ(Bytes(103, 0, 9672 + 32, 28), "00770100 80b50100 0078ce04 00000000 00c80208 00000000 e9030000");
+  EXPECT_EQ(Bytes(104, 0, 0, 12), "02005e30 00010000 02000000");
+  EXPECT_EQ(Bytes(104, 0, 1064 + 24, 24), "14000000 d0070000 14000000 204e0000 99080000 00000000");
+}
+
+TEST_F(CampusTest, PriorityMaps) {
+  EXPECT_EQ(Bytes(69, 0, 0, 16), "00081018 22282e38 00010203 04050607");
+  EXPECT_EQ(Bytes(69, 0, 144, 8), "00020103 04050607");
+  EXPECT_EQ(Bytes(69, 0, 216, 8), "000a121a 22282e30");
+}
+
 TEST_F(CampusTest, OneServiceIsStale) {
   uint32_t stale = 0;
   for (const PlannedReference &reference : scenario_->FindTable(29)->references) stale += reference.stale;

@@ -144,7 +144,7 @@ TEST(FieldLineTest, RejectsWhatItCannotRead) {
       {"0 u33", "\"u33\" is not a kind of field (did you mean u32?)"},
       {"0 boolean",
        "\"boolean\" is not a kind of field (u8 to u64, i8 to i64, ipv4, ipv4_net, ipv6, ipv6_words, mac, "
-       "address, text or ref)"},
+       "address, uptime_ago, time_ago, text or ref)"},
       {"0 u32 bit 32", "bits outside their word (0 to 31, the lower first)"},
       {"0 u32 bits 5-2", "bits outside their word (0 to 31, the lower first)"},
       {"0 u32 bits 5", "\"5\" is not a range of bits (write bits FIRST-LAST)"},

@@ -69,6 +69,7 @@ constexpr Shape kShapes[] = {
     {57, "arp_miss_cache", 8, 32, Lookup::kMany},
     {61, "buf_cache_stat", 4, 2192, Lookup::kUnique},
     {62, "cpcar_pro", 4, 20, Lookup::kUnique},
+    {64, "server_map", 20, 60, Lookup::kUnique},
     {65, "session", 4, 192, Lookup::kUnique},
     {68, "hsec_global_cfg", 4, 328, Lookup::kUnique},
     {69, "priority", 4, 224, Lookup::kUnique},
@@ -138,7 +139,9 @@ TEST(BuiltInLayoutTest, PlanListsAllTablesInOrder) {
   EXPECT_EQ(plan.tables[26].capacity, 16384u);
   EXPECT_EQ(plan.tables[45].capacity, 8192u);
   EXPECT_EQ(plan.tables[65].capacity, 65536u);
+  EXPECT_TRUE(plan.tables[64].clientWritable);
   EXPECT_TRUE(plan.tables[65].clientWritable);
+  EXPECT_EQ(plan.tables[65].attachedSize, 184u);
   EXPECT_FALSE(plan.tables[29].clientWritable);
   EXPECT_EQ(plan.tables[74].recordSize, plan.tables[74].dataSize + 4u);
   EXPECT_EQ(plan.tables[9].dataSize, 0u);

@@ -75,6 +75,9 @@ Catalog Catalog::FromUsage(std::string_view usage) {
     KeySyntax syntax;
     syntax.text = keys.substr(std::min<size_t>(1, keys.size()));
     for (std::string &slot : syntax.slots) slot = TakeWord(&keys);
+    // A MAC address is no number: it is the first key wherever the list shows it.
+    const auto mac = std::ranges::find(syntax.slots, "mac");
+    if (mac != syntax.slots.end() && syntax.slots[0] == "0") std::swap(syntax.slots[0], *mac);
     TableInfo *table = catalog.Row(*id);
     const auto same = [&](const KeySyntax &other) { return other.text == syntax.text; };
     if (std::none_of(table->syntax.begin(), table->syntax.end(), same))

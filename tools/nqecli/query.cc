@@ -18,6 +18,18 @@ struct CodeText {
 constexpr CodeText kCodes[] = {QDT_TABLE_CODES(QDT_CODE_TEXT)};
 #undef QDT_CODE_TEXT
 
+// What may have failed for want of a region: a view as a whole, or a family at its beginning.
+bool LacksRegion(std::string_view answer) {
+  return answer == CodeMessage(QDT_TBL_FORMAT) || answer.find(" OsaSmmap failed") != answer.npos;
+}
+
+// The packet trace says in a last line of this kind what it refuses.
+bool IsRefusal(std::string_view answer) {
+  if (answer.ends_with('\n')) answer.remove_suffix(1);
+  const size_t end = answer.rfind('\n');
+  return answer.substr(end == std::string_view::npos ? 0 : end + 1).starts_with("Error: ");
+}
+
 }  // namespace
 
 const char *CodeMessage(int32_t code) {
@@ -40,23 +52,24 @@ ExitCode RunFamily(const host::EntryPoint &entry, std::span<char *const> words) 
   const std::string usage(host::RunEntryPoint(entry, words.first(1)).text);
   const host::Answer answer = host::RunEntryPoint(entry, words);
   if (!WriteAnswer(answer.text)) return kUnusable;
-  if (answer.text == usage) return kUnusable;
+  // Shared regions are only mapped by who may write to them.
+  const host::Arena *arena = host::Arena::Current();
+  if (LacksRegion(answer.text) && arena != nullptr && !arena->Writable()) {
+    WriteError("this user may only read the arena, and this takes its shared regions");
+  }
+  if (answer.text.ends_with(usage)) return kUnusable;  // a family may say first what it does not know
   // The library only learns that the engine could not be asked.
   if (const std::string failure = host::TakeEngineFailure(); !failure.empty()) {
     WriteError(failure);
     return kUnusable;
-  }
-  // Shared regions are only mapped by who may write to them; a view that needs one fails as a whole.
-  const host::Arena *arena = host::Arena::Current();
-  if (answer.text == CodeMessage(QDT_TBL_FORMAT) && arena != nullptr && !arena->Writable()) {
-    WriteError("this user may only read the arena, and this table's view needs its shared regions");
   }
   if (answer.text.empty() && answer.result != 0) {
     WriteError(std::string(entry.name) + " failed with code " + std::to_string(answer.result) + ": " +
                CodeMessage(answer.result));
     return kFailed;
   }
-  return IsErrorMessage(answer.text) ? kFailed : kAnswered;
+  const bool failed = answer.result < 0 || IsErrorMessage(answer.text) || IsRefusal(answer.text);
+  return failed ? kFailed : kAnswered;
 }
 
 }  // namespace qdt::nqecli

@@ -1,0 +1,92 @@
+#include "host/agent/handlers.h"
+
+#include <mutex>
+#include <utility>
+
+#include "host/agent/xml_text.h"
+#include "host/omcc/omcc.h"
+#include "platform/engine.h"
+#include "platform/memory.h"
+#include "qdt/server_map.h"
+#include "qdt/session.h"
+
+namespace qdt::host {
+namespace {
+
+constexpr Handler kHandlers[] = {
+    {"cmdline", "QdtOmaCmdlineProc", QdtOmaCmdlineProc, nullptr},
+    {"sysstat-query", "QdtOmaSysStatQueryProc", QdtOmaSysStatQueryProc, nullptr},
+    {"sysstat-reset", "QdtOmaSysStatResetProc", QdtOmaSysStatResetProc, nullptr},
+    {"arpmiss", "QdtOmaArpmissProc", QdtOmaArpmissProc, nullptr},
+    {"ndmiss", "QdtOmaNdmissProc", QdtOmaNdmissProc, nullptr},
+    {"tbl-usage", "QdtOmaTblUsageProc", QdtOmaTblUsageProc, nullptr},
+    {"packet-drop-nobuff", "QdtOmaPacketDropNobuffProc", nullptr, QdtOmaPacketDropNobuffProc},
+    {"memory-usage", "QdtOmaMemoryUsage", nullptr, QdtOmaMemoryUsage},
+    {"debug-pkt", "QdtOmaDebugPktProc", QdtOmaDebugPktProc, nullptr},
+    {"trace-pkt-set", "QdtOmaTracePktSetProc", QdtOmaTracePktSetProc, nullptr},
+    {"trace-pkt-query", "QdtOmaTracePktQueryProc", QdtOmaTracePktQueryProc, nullptr},
+    {"egn-info-query", "QdtOmaEgnInfoQueryProc", QdtOmaEgnInfoQueryProc, nullptr},
+    {"egn-dbg-switch-set", "QdtOmaEgnDbgSwitchSetProc", QdtOmaEgnDbgSwitchSetProc, nullptr},
+    {"egn-stat-switch-set", "QdtOmaEgnStatSwitchSetProc", QdtOmaEgnStatSwitchSetProc, nullptr},
+    {"egn-detect-threshold-set", "QdtOmaEgnDetectThresholdSetProc", QdtOmaEgnDetectThresholdSetProc, nullptr},
+    {"egn-stat-reset", "QdtOmaEgnStatResetProc", QdtOmaEgnStatResetProc, nullptr},
+    {"perf-task-query", "QdtOmaPerfTaskQueryProc", QdtOmaPerfTaskQueryProc, nullptr},
+    {"perf-task-reset", "QdtOmaPerfTaskResetProc", QdtOmaPerfTaskResetProc, nullptr},
+    {"perf-task-set", "QdtOmaPerfTaskSetProc", QdtOmaPerfTaskSetProc, nullptr},
+    {"perf-mode-set", "QdtOmaPerfModeSetProc", QdtOmaPerfModeSetProc, nullptr},
+    {"nat-group-usage", "QdtOmaNatGroupUsageProc", QdtOmaNatGroupUsageProc, nullptr},
+    {"frag-reass", "QdtOmaFragReassProc", QdtOmaFragReassProc, nullptr},
+    {"ipv4-frag-reass", "QdtOmaIpv4FragReassProc", QdtOmaIpv4FragReassProc, nullptr},
+    {"ipv6-frag-reass", "QdtOmaIpv6FragReassProc", QdtOmaIpv6FragReassProc, nullptr},
+    {"query-session", "QdtOmaQuerySessionProc", QdtOmaQuerySessionProc, nullptr},
+    {"reset-session", "QdtOmaResetSessionProc", QdtOmaResetSessionProc, nullptr},
+    {"session-statistics", "QdtOmaSessionStatisticsProc", QdtOmaSessionStatisticsProc, nullptr},
+    {"query-server-map", "QdtOmaQueryServerMapProc", QdtOmaQueryServerMapProc, nullptr},
+    {"reset-server-map", "QdtOmaResetServerMapProc", QdtOmaResetServerMapProc, nullptr},
+};
+
+// The answer of the handler that runs. Guarded by g_running.
+HandlerAnswer *g_answer = nullptr;
+std::mutex g_running;
+
+int32_t RunDocument(const Handler &handler, HandlerAnswer *answer) {
+  char *text = nullptr;
+  const int32_t result = handler.document(&text);
+  if (result == 0 && text != nullptr) {
+    answer->sent = true;
+    answer->text = text;
+  }
+  free_ex(g_mallocHandle, text);
+  return result;
+}
+
+}  // namespace
+
+std::span<const Handler> Handlers() { return kHandlers; }
+
+const Handler *FindHandler(std::string_view name) {
+  for (const Handler &handler : kHandlers) {
+    if (name == handler.rpc || name == handler.function) return &handler;
+  }
+  return nullptr;
+}
+
+HandlerAnswer RunHandler(const Handler &handler, lyd_node *request) {
+  const std::lock_guard lock(g_running);
+  HandlerAnswer answer{0, false, {}};
+  g_answer = &answer;
+  answer.result = handler.run != nullptr ? handler.run(AsRequest(request)) : RunDocument(handler, &answer);
+  g_answer = nullptr;
+  answer.text = XmlText(std::move(answer.text));
+  return answer;
+}
+
+}  // namespace qdt::host
+
+extern "C" int32_t QdtOmSendMsg(const char *reply) {
+  using qdt::host::g_answer;
+  if (g_answer == nullptr) return -1;
+  g_answer->sent = true;
+  g_answer->text += reply;
+  return 0;
+}

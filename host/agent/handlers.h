@@ -1,0 +1,42 @@
+#ifndef HOST_AGENT_HANDLERS_H_
+#define HOST_AGENT_HANDLERS_H_
+
+#include <libyang/libyang.h>
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "qdt/oma.h"
+
+namespace qdt::host {
+
+// One management command: the rpc of the data model, and the library's handler that answers it.
+struct Handler {
+  const char *rpc;
+  const char *function;
+  // One of the two: an answer sent with QdtOmSendMsg, or a document handed back.
+  int32_t (*run)(AgentRequest request);
+  int32_t (*document)(char **text);
+};
+
+// In the order of help texts.
+std::span<const Handler> Handlers();
+// By the rpc's or the function's name; null when there is none.
+const Handler *FindHandler(std::string_view name);
+
+// What a handler did. Several sends stand in `text` in their order.
+struct HandlerAnswer {
+  int32_t result;
+  bool sent;  // false when nothing was sent, which an empty text does not tell
+  std::string text;
+};
+
+// Runs the handler on a request of its rpc. One handler runs at a time in a process: others wait for it,
+// since some handlers share state.
+HandlerAnswer RunHandler(const Handler &handler, lyd_node *request);
+
+}  // namespace qdt::host
+
+#endif  // HOST_AGENT_HANDLERS_H_

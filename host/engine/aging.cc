@@ -1,0 +1,56 @@
+#include "host/engine/aging.h"
+
+#include "platform/tbm.h"
+
+namespace qdt::host {
+namespace {
+
+struct Sweep {
+  const AgingTable &table;
+  TableWriter &writer;
+  uint64_t uptime;
+  uint32_t removed;
+};
+
+int32_t Look(void *entry, void *context) {
+  constexpr int32_t kGoOn = -9;
+  auto &sweep = *static_cast<Sweep *>(context);
+  const TableSpec &spec = sweep.table.spec;
+  if (sweep.table.IsOver(entry, sweep.uptime)) {
+    sweep.removed +=
+        sweep.writer.RemoveEntry(spec.id, static_cast<uint8_t *>(entry) + spec.searchOffset) == 0;
+  }
+  return kGoOn;
+}
+
+}  // namespace
+
+bool AgingTable::IsOver(const void *entry, uint64_t uptime) const {
+  if (valid && valid->Get(entry) == 0) return false;
+  const uint64_t lifetime = agingTime.Get(entry);
+  const uint64_t never = ~uint64_t{0} >> (64 - agingTime.Width());
+  return lifetime == 0 || (lifetime != never && uptime >= refreshed.Get(entry) + lifetime);
+}
+
+Aging::Aging(const Layout &layout, TableWriter *writer) : writer_(*writer) {
+  for (const uint32_t id : {kFlowPartitionTable, kServerMapTable}) AddTable(layout.Table(id));
+}
+
+void Aging::AddTable(const TableLayout &layout) {
+  if (layout.fields.Find("aging_time") == nullptr || layout.fields.Find("refreshed") == nullptr) return;
+  AgingTable table{layout.spec, layout.At("aging_time"), layout.At("refreshed"), {}};
+  if (layout.fields.Find("valid") != nullptr) table.valid = layout.At("valid");
+  tables_.push_back(std::move(table));
+}
+
+uint32_t Aging::Run(uint64_t uptime) {
+  uint32_t removed = 0;
+  for (const AgingTable &table : tables_) {
+    Sweep sweep{table, writer_, uptime, 0};
+    TbmTblTrav(0, table.spec.id, Look, &sweep);
+    removed += sweep.removed;
+  }
+  return removed;
+}
+
+}  // namespace qdt::host

@@ -1,0 +1,18 @@
+#ifndef HOST_ENGINE_STATISTICS_PRESETS_H_
+#define HOST_ENGINE_STATISTICS_PRESETS_H_
+
+#include <span>
+
+#include "host/layout/statistics_section.h"
+#include "host/statistics/statistics.h"
+
+namespace qdt::host {
+
+// Adds what a scenario's engine has counted already. A statistic goes by the name that the listings show
+// ("arp miss", "CAR - ftp") or by its number in the vector. Throws HostError for a name that no counter has
+// or several have, and for more cores than there are.
+void PresetStatistics(std::span<const StatisticPreset> presets, Statistics *statistics);
+
+}  // namespace qdt::host
+
+#endif  // HOST_ENGINE_STATISTICS_PRESETS_H_

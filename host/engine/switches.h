@@ -1,0 +1,43 @@
+#ifndef HOST_ENGINE_SWITCHES_H_
+#define HOST_ENGINE_SWITCHES_H_
+
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <optional>
+
+namespace qdt::host {
+
+// The application-identification engine ("egn").
+struct EgnSwitches {
+  static constexpr std::array kLevels = {"error", "warning", "info", "packet"};
+  std::array<bool, kLevels.size()> debugging{};
+
+  uint32_t detectThreshold = 10;  // packets of a session after which identification gives up
+
+  // Packets that application control has discarded. They count while statistics are on: `counted` before
+  // they were last turned on or reset, and what has come to the engine's totals `since`.
+  struct Discards {
+    uint64_t denied = 0, limited = 0;
+  };
+  bool statistics = false;
+  Discards counted, since;
+};
+
+// One set of conditions of the engine's own packet trace.
+struct TraceConditions {
+  static constexpr size_t kOptions = 10;  // those of the command trace-pkt-nqe but --index
+  std::array<std::optional<uint64_t>, kOptions> options;
+  std::chrono::steady_clock::time_point set{};
+};
+
+// What command lines have set in the engine. Each engine starts with this.
+struct Switches {
+  EgnSwitches egn;
+  std::array<TraceConditions, 4> traces;
+  bool performanceMode = false;
+};
+
+}  // namespace qdt::host
+
+#endif  // HOST_ENGINE_SWITCHES_H_

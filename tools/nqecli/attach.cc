@@ -1,0 +1,57 @@
+#include "tools/nqecli/attach.h"
+
+#include <algorithm>
+
+#include "host/arena/host_error.h"
+#include "host/engine/client.h"
+#include "host/engine/paths.h"
+#include "host/engine/services.h"
+
+namespace qdt::nqecli {
+namespace {
+
+using host::Arena;
+using host::HostError;
+
+host::EngineReply NoEngine(std::string_view) {
+  throw HostError("only the engine itself can tell, and a saved arena has none");
+}
+
+}  // namespace
+
+bool TakePlace(host::Arguments *arguments, Place *place) {
+  if (!arguments->TakeValue("--arena", &place->arena) &&
+      !arguments->TakeValue("--snapshot", &place->snapshot)) {
+    return false;
+  }
+  if (!place->arena.empty() && !place->snapshot.empty()) {
+    throw HostError("--arena and --snapshot exclude each other; name one");
+  }
+  return true;
+}
+
+std::string PlaceHelp() {
+  std::string text;
+  AddHelpLine(&text, "--arena PATH",
+              std::string("the engine's arena, ") + host::kDefaultArena + " unless told otherwise");
+  AddHelpLine(&text, "--snapshot FILE", "answer from a saved arena; nothing that changes there is kept");
+  return text;
+}
+
+std::unique_ptr<Arena> Attach(const Place &place) {
+  const std::string path = place.saved()         ? place.snapshot
+                           : place.arena.empty() ? host::kDefaultArena
+                                                 : place.arena;
+  auto arena = Arena::Attach(path, place.saved() ? Arena::Access::kSnapshot : Arena::Access::kLive);
+  Arena::SetCurrent(arena.get());
+  // A saved arena still knows the socket of its engine; what is asked of a copy must not reach that engine.
+  host::SetEngineChannel(place.saved() ? NoEngine : host::SocketChannel(arena->socketPath()));
+  return arena;
+}
+
+void AddHelpLine(std::string *text, std::string usage, const std::string &help) {
+  usage.resize(std::max<size_t>(usage.size(), 20), ' ');
+  *text += "  " + usage + ' ' + help + '\n';
+}
+
+}  // namespace qdt::nqecli

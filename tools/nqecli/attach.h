@@ -1,0 +1,35 @@
+#ifndef TOOLS_NQECLI_ATTACH_H_
+#define TOOLS_NQECLI_ATTACH_H_
+
+#include <memory>
+#include <string>
+
+#include "host/arena/arena.h"
+#include "host/engine/arguments.h"
+
+namespace qdt::nqecli {
+
+// Which arena a tool works on: at most one of the two is given.
+struct Place {
+  std::string arena;     // of a running engine; empty: the default one
+  std::string snapshot;  // a saved copy
+
+  bool saved() const { return !snapshot.empty(); }
+};
+
+// Takes --arena PATH or --snapshot FILE when it stands next. Throws HostError when both were given.
+bool TakePlace(host::Arguments *arguments, Place *place);
+
+// The help text's lines for these options.
+std::string PlaceHelp();
+
+// The engine's arena, or a saved one, as what this process works on; its engine is what the library's
+// services reach. Throws HostError.
+std::unique_ptr<host::Arena> Attach(const Place &place);
+
+// "  USAGE   HELP\n", with the help in the column that the tools use.
+void AddHelpLine(std::string *text, std::string usage, const std::string &help);
+
+}  // namespace qdt::nqecli
+
+#endif  // TOOLS_NQECLI_ATTACH_H_
