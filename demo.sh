@@ -6,7 +6,7 @@ cd "$(dirname "$0")"
 . scripts/common.sh
 
 need_packages g++ cmake ninja-build pkg-config libyaml-cpp-dev libyang2-dev libnetconf2-dev libssh-dev libyuma-base \
-  openssh-client python3 python3-ncclient
+  openssh-client python3 python3-ncclient graphviz
 echo "building (once; the first time takes a minute or two) ..."
 configure build
 compile build nqed nqecli nqecli-agent omad qdt_util >build/demo.log 2>&1 || { tail -n 40 build/demo.log; exit 1; }
@@ -133,6 +133,19 @@ head -n 3 "$work/trace.log"
 show pkt_trace counter
 show pkt_trace clear
 
+heading "Where the packet path spends its time: hits and cycles by measurement point, then the scheduler's tasks"
+show pmc 3
+sleep 1
+show_head 12 pmc stop
+show perf task set time
+sleep 1
+show_head 12 perf task show
+show_head 12 perf task topdown total
+printf "\n$ nqecli perf task show_graph | sed -n '/^digraph/,/^}/p;/^}/q' | dot -Tsvg -Nshape=box >build/task-graph.svg\n"
+build/bin/nqecli --arena "$arena" perf task show_graph | sed -n '/^digraph/,/^}/p;/^}/q' |
+  dot -Tsvg -Nshape=box >build/task-graph.svg
+show perf task disable
+
 heading "Sessions: what an address talks to, and an end to it"
 show agent session-statistics
 show agent query-session session-number=2 verbose=true
@@ -148,6 +161,13 @@ show agent frag-reass
 show_head 10 agent arpmiss
 show_head 12 agent tbl-usage
 show agent memory-usage
+
+heading "What only the engine can do: its switches, its own packet trace, its NAT groups"
+show agent egn-stat-switch-set switch=on
+show agent egn-info-query info-type=status
+show agent trace-pkt-set index=0 destination-ip=192.0.2.11 enable=true
+show agent trace-pkt-query index=0
+show agent nat-group-usage
 
 heading "The same over NETCONF: the management agent, and a client of another kind"
 ssh-keygen -q -t ecdsa -m PEM -N '' -f "$work/host_key"

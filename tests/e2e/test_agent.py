@@ -1,6 +1,7 @@
 """nqecli agent: how its words become a request, and what it says when that fails."""
 
 import re
+import shlex
 
 import pytest
 
@@ -78,6 +79,24 @@ def test_a_bad_line_does_not_stop_the_others(engine):
 ])
 def test_mistakes(engine, words, message):
     engine.cli("agent", *words).failed(message)
+
+
+def documented_examples():
+    """(command, the words of its example) from the table of docs/management.md."""
+    text = (ROOT / "docs" / "management.md").read_text()
+    return re.findall(r"^\| `([a-z0-9-]+)` \| `nqecli agent ([^`]+)` \|$", text, re.M)
+
+
+def test_every_command_has_an_example():
+    assert [command for command, _ in documented_examples()] == handlers()
+
+
+@pytest.mark.parametrize("command, words", documented_examples())
+def test_documented_examples_run(campus, command, words):
+    words = shlex.split(words)
+    assert words[0] == command
+    done = campus.engine.cli("agent", *words)
+    assert (done.code, done.err) == (0, ""), done
 
 
 def test_no_engine(place):
