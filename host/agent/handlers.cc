@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "host/agent/xml_text.h"
+#include "host/arena/arena.h"
 #include "host/omcc/omcc.h"
 #include "platform/engine.h"
 #include "platform/memory.h"
@@ -22,7 +23,7 @@ constexpr Handler kHandlers[] = {
     {"tbl-usage", "QdtOmaTblUsageProc", QdtOmaTblUsageProc, nullptr},
     {"packet-drop-nobuff", "QdtOmaPacketDropNobuffProc", nullptr, QdtOmaPacketDropNobuffProc},
     {"memory-usage", "QdtOmaMemoryUsage", nullptr, QdtOmaMemoryUsage},
-    {"debug-pkt", "QdtOmaDebugPktProc", QdtOmaDebugPktProc, nullptr},
+    {"debug-pkt", "QdtOmaDebugPktProc", QdtOmaDebugPktProc, nullptr, true},
     {"trace-pkt-set", "QdtOmaTracePktSetProc", QdtOmaTracePktSetProc, nullptr},
     {"trace-pkt-query", "QdtOmaTracePktQueryProc", QdtOmaTracePktQueryProc, nullptr},
     {"egn-info-query", "QdtOmaEgnInfoQueryProc", QdtOmaEgnInfoQueryProc, nullptr},
@@ -39,10 +40,10 @@ constexpr Handler kHandlers[] = {
     {"ipv4-frag-reass", "QdtOmaIpv4FragReassProc", QdtOmaIpv4FragReassProc, nullptr},
     {"ipv6-frag-reass", "QdtOmaIpv6FragReassProc", QdtOmaIpv6FragReassProc, nullptr},
     {"query-session", "QdtOmaQuerySessionProc", QdtOmaQuerySessionProc, nullptr},
-    {"reset-session", "QdtOmaResetSessionProc", QdtOmaResetSessionProc, nullptr},
+    {"reset-session", "QdtOmaResetSessionProc", QdtOmaResetSessionProc, nullptr, true},
     {"session-statistics", "QdtOmaSessionStatisticsProc", QdtOmaSessionStatisticsProc, nullptr},
     {"query-server-map", "QdtOmaQueryServerMapProc", QdtOmaQueryServerMapProc, nullptr},
-    {"reset-server-map", "QdtOmaResetServerMapProc", QdtOmaResetServerMapProc, nullptr},
+    {"reset-server-map", "QdtOmaResetServerMapProc", QdtOmaResetServerMapProc, nullptr, true},
 };
 
 // The answer of the handler that runs. Guarded by g_running.
@@ -72,6 +73,9 @@ const Handler *FindHandler(std::string_view name) {
 }
 
 HandlerAnswer RunHandler(const Handler &handler, lyd_node *request) {
+  const Arena *arena = Arena::Current();
+  if (handler.writes && arena != nullptr && !arena->Writable())
+    throw HostError("this user may only read the arena, and " + std::string(handler.rpc) + " changes it");
   const std::lock_guard lock(g_running);
   HandlerAnswer answer{0, false, {}};
   g_answer = &answer;

@@ -19,6 +19,8 @@ struct Handler {
   // One of the two: an answer sent with QdtOmSendMsg, or a document handed back.
   int32_t (*run)(AgentRequest request);
   int32_t (*document)(char **text);
+  // Whether it changes what the engine has published, for which this process must be allowed to write there.
+  bool writes = false;
 };
 
 // In the order of help texts.
@@ -33,8 +35,8 @@ struct HandlerAnswer {
   std::string text;
 };
 
-// Runs the handler on a request of its rpc. One handler runs at a time in a process: others wait for it,
-// since some handlers share state.
+// Runs the handler on a request of its rpc. Throws HostError when it writes and this process may only read
+// the arena. One handler runs at a time in a process: others wait for it, since some handlers share state.
 HandlerAnswer RunHandler(const Handler &handler, lyd_node *request);
 
 }  // namespace qdt::host

@@ -514,6 +514,7 @@ def test_user_who_may_only_read(place):
     os.chmod(place.arena, 0o644)
     with short_directory() as directory:
         tool = shutil.copy(BIN / "nqecli", directory)
+        shutil.copy(BIN / "nqecli-agent", directory)
 
         def reader(*words):
             return run(tool, "--arena", place.arena, *words, user="nobody", group="nogroup", extra_groups=[], cwd="/")
@@ -527,6 +528,9 @@ def test_user_who_may_only_read(place):
             assert result.code == 2 and "OsaSmmap failed" in result.out, result
             assert result.err.startswith("nqecli: this user may only read the arena"), result
         reader("engine", "status").failed("no permission to talk to the engine on")
+        assert "CAP_TABLE_CTRLIF_MAP" in reader("agent", "tbl-usage").out
+        for command in ("debug-pkt", "reset-session", "reset-server-map"):
+            reader("agent", command).failed(f"this user may only read the arena, and {command} changes it")
     place.stop()
 
 
