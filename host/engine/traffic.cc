@@ -38,6 +38,10 @@ void WriteToConsole(const std::string &line) {
 
 void WriteToLog(const std::string &line) { syslog(LOG_INFO, "trace: %s", line.c_str()); }
 
+// A machine that is slower than the rate loses packets; the engine goes on answering.
+constexpr std::chrono::milliseconds kMostTime{50};
+constexpr uint64_t kPacketsPerLook = 256;
+
 }  // namespace
 
 uint64_t Pace::Due(Time now) {
@@ -63,7 +67,9 @@ void Traffic::Tick() {
   const auto now = std::chrono::steady_clock::now();
   trace_.BeginTick(now);
   measurement_.BeginBatch();
-  for (uint64_t left = pace_.Due(now); left != 0; --left) {
+  uint64_t sent = 0;
+  for (const uint64_t due = pace_.Due(now); sent != due; ++sent) {
+    if (sent % kPacketsPerLook == 0 && std::chrono::steady_clock::now() - now > kMostTime) break;
     const Packet packet = generator_.Next();
     path_.Process(packet);
     trace_.Observe(packet);

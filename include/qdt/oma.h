@@ -154,8 +154,8 @@ QDT_API int32_t QdtOmaTblUsageProc(AgentRequest request);
 QDT_API int32_t TblUsagePrintUsageInfo(char *text, uint32_t room, uint32_t table);
 
 /*
- * Management documents with one figure. 0: *document is the text, which the caller releases with free_ex.
- * -1: *document is untouched.
+ * Management documents with one figure. 0: *document is the text, which the caller releases with free_ex, or
+ * null when the document library could not format it. -1: *document is untouched.
  */
 
 /* Packets dropped because buffers ran short: the discard counters of the four water lines, on all cores. */

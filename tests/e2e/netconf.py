@@ -110,8 +110,8 @@ class RawSession:
 
     def __init__(self, path):
         self.socket = socket.socket(socket.AF_UNIX)
+        self.socket.connect(str(path))  # waits its turn; with a time limit it would be refused while others wait
         self.socket.settimeout(PATIENCE)
-        self.socket.connect(str(path))
         self.pending = b""
 
     def hello(self):

@@ -249,13 +249,13 @@ TEST(ServerTicks, AreCalledEveryPeriodAndBetweenRequests) {
 
 TEST_F(ServerTest, AClientThatWaitsIsToldWhenTheServerHangs) {
   const RunningServer server(path_, [](std::string_view) {
-    std::this_thread::sleep_for(400ms);
+    std::this_thread::sleep_for(2s);
     return EngineReply{};
   });
   EngineClient client(path_, 100ms);
   const auto started = std::chrono::steady_clock::now();
   EXPECT_THROW(client.Run("x"), HostError);
-  EXPECT_LT(std::chrono::steady_clock::now() - started, 350ms);
+  EXPECT_LT(std::chrono::steady_clock::now() - started, 1900ms);
 }
 
 }  // namespace

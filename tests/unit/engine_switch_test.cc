@@ -144,7 +144,11 @@ TEST_F(EgnTest, OnlyTheReplyDecides) {
     platform.runReply = {0, false, ""};
     EXPECT_EQ(egn.handler(&request_), -1);
     EXPECT_EQ(platform.liveAllocations(), 0u);
+    request_ = {};  // the help, which has no reply either
+    EXPECT_EQ(egn.handler(&request_), -1);
   }
+  EXPECT_EQ(platform.foreignFrees, static_cast<int>(all_.size()));
+  platform.foreignFrees = 0;
   EXPECT_EQ(platform.answers, Lines(all_.size(), "refused"));
   EXPECT_TRUE(platform.log.empty());
 }

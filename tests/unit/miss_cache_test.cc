@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <ctime>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -7,6 +6,7 @@
 
 #include "qdt/oma.h"
 #include "tests/fake_platform/fake_platform.h"
+#include "tests/unit/uptime.h"
 
 // The listings of packets that wait for their next hop: what is fetched, how it is grouped, and what happens
 // when the tables, memory or the agent fail.
@@ -17,22 +17,6 @@ using Lines = std::vector<std::string>;
 using Log = std::vector<LogLine>;
 
 constexpr uint32_t kArpMiss = 57, kNdMiss = 89;
-
-uint32_t MonotonicNow() {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<uint32_t>(now.tv_sec);
-}
-
-// Runs `act(now)` again until the clock's second did not change meanwhile: left times are exact then.
-template <typename Act>
-void WithinASecond(Act act) {
-  for (uint32_t now;;) {
-    now = MonotonicNow();
-    act(now);
-    if (MonotonicNow() == now) return;
-  }
-}
 
 // Words that the listing does not read hold noise.
 Record ArpMiss(uint32_t nextHop, uint32_t created = 0, uint32_t ttl = 0, uint32_t source = 0x0B160C17,
@@ -265,7 +249,7 @@ TEST_F(MissCacheTest, NdWholeAnswer) {
 
 // The longest texts and numbers fill their columns and beyond.
 TEST_F(MissCacheTest, WideColumns) {
-  Record entry = NdMiss(0, MonotonicNow() + 1000, UINT32_MAX);
+  Record entry = NdMiss(0, Uptime() + 1000, UINT32_MAX);
   for (size_t offset = 4; offset < 20; offset += 4) entry.U32(offset, 0xFFFFFFFF);
   for (size_t offset = 40; offset < 72; offset += 4) entry.U32(offset, 0xEFEFEFEF);
   platform.AddEntry(kNdMiss, NdKey(0), entry.bytes());
@@ -483,7 +467,7 @@ TEST_F(MissCacheTest, WhatDoesNotFitIsNotSent) {
   const auto send = [this](size_t rows) {
     platform.ClearTable(kArpMiss);
     ClearWhatHappened();
-    const Record entry = ArpMiss(0x0A010007, MonotonicNow() + 1000, 60);
+    const Record entry = ArpMiss(0x0A010007, Uptime() + 1000, 60);
     for (size_t i = 0; i < rows; ++i) platform.AddEntry(kArpMiss, ArpKey(0), entry.bytes());
     return QdtOmaArpmissProc(&request_);
   };
@@ -502,7 +486,7 @@ class MissTextTest : public ::testing::TestWithParam<int> {
  protected:
   void SetUp() override { FakePlatform::Get().Reset(); }
   const Family &family_ = kFamilies[GetParam()];
-  const Record entry_ = family_.entry(7, MonotonicNow() + 1000, 3723);
+  const Record entry_ = family_.entry(7, Uptime() + 1000, 3723);
   const std::string rows_ = family_.row1 + "01:02:03  01:02:03";
   Log &log_ = FakePlatform::Get().log;
 };

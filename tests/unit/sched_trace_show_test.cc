@@ -298,6 +298,25 @@ TEST_F(SchedTraceTopDownTest, TotalAndAverage) {
                 "7.400\n");
 }
 
+// A selector node stands where its cycles and runs put it after the correction by task 65.
+TEST_F(SchedTraceTopDownTest, SelectorsAreSortedByWhatIsLeftOfTheirCycles) {
+  SetTask(0, 24, {.runs = 20, .packets = 40, .eventA = 1100});
+  SetTask(0, 65, {.runs = 10, .packets = 1, .eventA = 200});
+  SetTask(0, 94, {.runs = 10, .packets = 6, .eventA = 1200});
+  // By keys 1100, 1000 and 200; by 55, 50 and 20.
+  for (const std::string kind : {"total", "avg"}) {
+    EXPECT_EQ(Perf({"task", "topdown", kind}),
+              "\nRunc 0:\n<< Sorted by " + kind +
+                  " cycle >>\n"
+                  "task_id = 24, task_name = TASK_ID_FWK_ING, task_cnt = 20,avg_cycle =     55.000, "
+                  "avg_pkts =   2.000\n"
+                  "task_id = 94, task_name = TASK_SELECT, task_cnt = 10,avg_cycle =     50.000, "
+                  "avg_pkts =   4.700\n"
+                  "task_id = 65, task_name = TASK_ID_IFRA_EVENT, task_cnt = 10,avg_cycle =     20.000, "
+                  "avg_pkts =   0.100\n");
+  }
+}
+
 TEST_F(SchedTraceTopDownTest, NoMaximaWhateverThePerfFlag) {
   SetPerfFlag(0, 1);
   SetTask(0, 24, {.runs = 1, .packets = 1, .eventA = 1, .maximum = 9});

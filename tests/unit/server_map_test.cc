@@ -1,10 +1,9 @@
-#include <ctime>
-#include <functional>
 #include <string>
 #include <vector>
 
 #include "qdt/server_map.h"
 #include "tests/fake_platform/fake_platform.h"
+#include "tests/unit/uptime.h"
 
 // Server maps: which entries a request means, their texts, the messages of a listing, and what a reset
 // leaves.
@@ -14,12 +13,6 @@ namespace {
 constexpr uint32_t kNever = 0xFFFFFFFF;
 constexpr size_t kTtl = 24;
 const LogLine kNoRoom = {3, "Sprintf failed, ret=-1\n"};
-
-uint32_t Uptime() {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<uint32_t>(now.tv_sec);
-}
 
 Record Entry(uint8_t type, uint32_t ttl = kNever) { return Record(60).U8(18, type).U32(kTtl, ttl); }
 
@@ -303,20 +296,13 @@ Record AspfEntry(uint32_t ttl, uint32_t timeStamp) {
 
 constexpr char kAspfHead[] = "\n vrf: 65535, pro: 17, 0x0a0b0c0d:20 -> 0xc0a80102:40001";
 
-// `print` between two looks at a clock that has not moved; it is handed the clock's seconds.
-std::string InOneSecond(const std::function<std::string(uint32_t now)> &print) {
-  for (;;) {
-    const uint32_t now = Uptime();
-    const std::string text = print(now);
-    if (Uptime() == now) return text;
-  }
-}
-
 TEST_F(ServerMapTest, BasicTextWithTimes) {
   const auto textOf = [](uint32_t ttl, int64_t age) {
-    return InOneSecond([&](uint32_t now) {
-      return Print(QueryServerMapPrintBasic, AspfEntry(ttl, static_cast<uint32_t>(now - age)));
+    std::string text;
+    WithinASecond([&](uint32_t now) {
+      text = Print(QueryServerMapPrintBasic, AspfEntry(ttl, static_cast<uint32_t>(now - age)));
     });
+    return text;
   };
   const std::string head = std::string(kAspfHead) + "\n zone: 9, type: 2, flag: 0x00000abc, ttl: ";
   EXPECT_EQ(textOf(100, 30), head + "100, left-time: 70\n");

@@ -1,12 +1,11 @@
 #include <sys/mman.h>
 
 #include <cstdlib>
-#include <ctime>
-#include <functional>
 #include <string>
 #include <vector>
 
 #include "tests/unit/session_fixture.h"
+#include "tests/unit/uptime.h"
 
 // The lines of the agent's list of sessions, printer by printer.
 namespace qdt::test {
@@ -179,34 +178,21 @@ TEST_F(SessionPrintTest, AnIdThatDoesNotFit) {
   EXPECT_EQ(platform.log, kFull);
 }
 
-uint32_t MonotonicNow() {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<uint32_t>(now.tv_sec);
-}
-
-// Prints when no second passes meanwhile.
-std::string PrintAt(const std::function<std::string(uint32_t now)> &print) {
-  for (;;) {
-    const uint32_t now = MonotonicNow();
-    const std::string text = print(now);
-    if (MonotonicNow() == now) return text;
-  }
-}
-
 class SessionTimeTest : public SessionPrintTest {
  protected:
   // The line of a session that was refreshed `age` seconds ago, behind its id.
   std::string Line(uint32_t createTime, uint16_t ttl, int32_t age) {
-    return PrintAt([&](uint32_t now) {
+    std::string behind;
+    WithinASecond([&](uint32_t now) {
       const Record record = Ipv4().U32(4, now - static_cast<uint32_t>(age)).U16(10, ttl).U32(128, createTime);
       char id[64];
       EXPECT_GT(GenerateSessionId(record.data(), id, sizeof(id)), 0);
       const std::string start = "ID: " + std::string(id);
       const std::string line = Print(QuerySessionPrintIdTtl, record);
       EXPECT_EQ(line.substr(0, start.size()), start);
-      return line.substr(start.size());
+      behind = line.substr(start.size());
     });
+    return behind;
   }
 };
 

@@ -151,9 +151,12 @@ TEST_F(SessionSearchTest, PortsAndProtocolOfTwoAddresses) {
   EXPECT_EQ(Count("11.0.0.1:11.0.0.2", 80, 1000, 17), 1);
 }
 
-TEST_F(SessionSearchTest, ZeroPortsOfAKeyCannotBeAskedFor) {
-  Add(Session(Ipv4Key(kSource, kDestination, 1000, 0, 0)).Address(120, Keep(Ipv4Key(1, 2, 3, 4, 5))));
-  EXPECT_EQ(Count("10.0.0.1:10.0.0.2", 1000, 0, 0), 0);
+TEST_F(SessionSearchTest, ZerosOfAKeyCannotBeAskedForWithASourcePort) {
+  const Record other = Ipv4Key(1, 2, 3, 4, 5);
+  Add(Session(Ipv4Key(kSource, kDestination, 1000, 0, 6)).Address(120, Keep(other)));
+  EXPECT_EQ(Count("10.0.0.1:10.0.0.2", 1000, 0, 6), 0);
+  Add(Session(Ipv4Key(kSource, kDestination, 1000, 80, 0)).Address(120, Keep(other)));
+  EXPECT_EQ(Count("10.0.0.1:10.0.0.2", 1000, 80, 0), 0);
 }
 
 TEST_F(SessionSearchTest, OneAddress) {

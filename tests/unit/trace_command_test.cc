@@ -215,6 +215,17 @@ TEST_F(TraceCommandTest, OnlyMinusOneOfTheSendIsAFailure) {
   EXPECT_EQ(platform.log, std::vector<LogLine>(2, line));
 }
 
+TEST_F(TraceCommandTest, AReplyIsSentWhateverStatusCameWithIt) {
+  Query(1);
+  for (const int32_t status : {-1, 1}) {
+    platform.runReply = {status, true, "refused"};
+    EXPECT_EQ(QdtOmaTracePktSetProc(&request_), 0);
+    EXPECT_EQ(QdtOmaTracePktQueryProc(&request_), 0);
+  }
+  EXPECT_EQ(platform.answers, Lines(4, "refused"));
+  EXPECT_TRUE(platform.log.empty());
+}
+
 TEST_F(TraceCommandTest, QueriesByIndex) {
   for (const uint64_t index : {0, 1, 2, 3}) {
     Query(index);
@@ -247,6 +258,8 @@ TEST_F(TraceCommandTest, QueriesThatFail) {
   }
   platform.sendResult = 0;
   platform.runReply = {0, false, ""};
+  EXPECT_EQ(QdtOmaTracePktQueryProc(&request_), -1);
+  Query(4);
   EXPECT_EQ(QdtOmaTracePktQueryProc(&request_), -1);
   EXPECT_TRUE(platform.log.empty());
 }

@@ -289,6 +289,19 @@ class FigureDocumentTest : public PlatformTest {
     ExpectFailure(handler, 4, {"document", kNode, leaves[0], leaves[1], leaves[2], "free"},
                   {{3, "qdt add omcc leaf failed\n"}});
   }
+
+  // A text that the library did not make is handed over as it came; the document is released all the same.
+  void ExpectNoText(Handler handler) {
+    platform.documents.failAt = 5;
+    char marker;
+    char *text = &marker;
+    EXPECT_EQ(handler(&text), 0);
+    EXPECT_EQ(text, nullptr);
+    ASSERT_EQ(platform.documents.calls.size(), 7u);
+    EXPECT_EQ(platform.documents.calls[5], "format 2");
+    EXPECT_EQ(platform.documents.calls[6], "free");
+    EXPECT_TRUE(platform.log.empty());
+  }
 };
 
 class NobuffTest : public FigureDocumentTest {
@@ -351,6 +364,8 @@ TEST_F(NobuffTest, FailuresOfTheDocumentLibrary) {
                  "QdtOmaPacketDropNobuffProc: doc is null\n");
 }
 
+TEST_F(NobuffTest, ADocumentThatCannotBeFormatted) { ExpectNoText(QdtOmaPacketDropNobuffProc); }
+
 class MemoryUsageTest : public FigureDocumentTest {
  protected:
   std::string Usage(uint32_t allocated, uint32_t total) {
@@ -396,6 +411,8 @@ TEST_F(MemoryUsageTest, FailuresOfTheDocumentLibrary) {
   ExpectFailures(QdtOmaMemoryUsage, {"leaf cpu-id 0", "leaf slot-id 0", "leaf fwd-memory-usage 0"},
                  "QdtOmaMemoryUsage: doc is null\n");
 }
+
+TEST_F(MemoryUsageTest, ADocumentThatCannotBeFormatted) { ExpectNoText(QdtOmaMemoryUsage); }
 
 }  // namespace
 }  // namespace qdt::test

@@ -23,9 +23,6 @@
 // each version, the parameter Version of these templates.
 namespace qdt::reassembly {
 
-constexpr int32_t kDone = 0;
-constexpr int32_t kFailed = -1;
-
 // More entries than the engine ever collects at a time. A walk of a ring that the engine is changing may be
 // led astray, round and round past the head; it ends here.
 constexpr uint32_t kMaxEntries = 65536;

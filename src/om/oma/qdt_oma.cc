@@ -17,9 +17,6 @@
 namespace qdt {
 namespace {
 
-constexpr int32_t kDone = 0;
-constexpr int32_t kFailed = -1;
-
 int32_t Fold(int32_t status) { return status == 0 ? kDone : kFailed; }
 
 template <typename T>

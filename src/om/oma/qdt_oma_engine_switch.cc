@@ -15,9 +15,6 @@
 namespace qdt {
 namespace {
 
-constexpr int32_t kDone = 0;
-constexpr int32_t kFailed = -1;
-
 // Which accessor reads a parameter is told by the type of its value.
 bool Read(AgentRequest request, const char *name, const char **value) {
   *value = FindText(request, name);

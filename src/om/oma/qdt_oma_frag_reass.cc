@@ -60,9 +60,9 @@ bool IsOfVersion(const char *text, int32_t version) {
 }  // namespace
 }  // namespace qdt::reassembly
 
+using qdt::kDone;
+using qdt::kFailed;
 using qdt::reassembly::Ipv4;
-using qdt::reassembly::kDone;
-using qdt::reassembly::kFailed;
 
 int32_t QdtOmaFragReassProc(AgentRequest request) {
   const char *const type = qdt::FindText(request, "type");

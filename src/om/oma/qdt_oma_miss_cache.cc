@@ -14,17 +14,12 @@
 #include "src/om/engine/table_ids.h"
 #include "src/om/oma/packet_listing.h"
 #include "src/om/oma/request.h"
+#include "src/om/oma/rule_line.h"
 
 // Packets that wait for their next hop to be resolved: snapshots of the engine's miss caches, and their
 // listing, grouped by next hop.
 namespace qdt {
 namespace {
-
-constexpr int32_t kDone = 0;
-constexpr int32_t kFailed = -1;
-
-constexpr char kRuleLine[] = "-----------------------------------------------------------------";
-static_assert(sizeof(kRuleLine) == 65 + 1);
 
 // How this listing asks for one next hop of the ARP-miss cache. The diag view of the same table asks with an
 // ArpKey: the agent names no VPN, and its key is laid out in its own way.

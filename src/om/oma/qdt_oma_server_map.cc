@@ -19,7 +19,6 @@
 namespace qdt {
 namespace {
 
-constexpr int32_t kFailed = -1;
 constexpr int32_t kMatches = 0;
 constexpr int32_t kDiffers = 1;
 

@@ -12,14 +12,13 @@
 #include "src/om/common/owned.h"
 #include "src/om/engine/table_ids.h"
 #include "src/om/oma/listing_end.h"
+#include "src/om/oma/request.h"
 #include "src/om/oma/session_filter.h"
 #include "src/om/oma/session_flow.h"
 
 // The list of sessions that the management agent asks for.
 namespace qdt {
 namespace {
-
-constexpr int32_t kFailed = -1;
 
 using SessionLine = ListingEnd<SessionQueryOutput>;
 

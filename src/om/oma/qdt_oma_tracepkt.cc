@@ -13,7 +13,6 @@
 namespace qdt {
 namespace {
 
-constexpr int32_t kFailed = -1;
 constexpr uint32_t kTraceLineRoom = 400;
 
 // What a builder returns of the options that it wrote.

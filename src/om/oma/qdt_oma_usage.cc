@@ -10,18 +10,14 @@
 #include "src/om/common/owned.h"
 #include "src/om/common/table_descriptor.h"
 #include "src/om/common/text.h"
+#include "src/om/oma/request.h"
+#include "src/om/oma/rule_line.h"
 
 namespace qdt {
 namespace {
 
-constexpr int32_t kDone = 0;
-constexpr int32_t kFailed = -1;
-
 constexpr uint32_t kUsageRoom = 20480;
 constexpr uint32_t kFirstTable = 1;  // table 0 holds the one global record
-
-constexpr char kRuleLine[] = "-----------------------------------------------------------------";
-static_assert(sizeof(kRuleLine) == 65 + 1);
 
 // Rounded down; 64 bits, since the product of two 32-bit figures needs them.
 uint32_t Percent(uint32_t part, uint32_t whole) {
