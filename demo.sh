@@ -170,7 +170,7 @@ show agent trace-pkt-query index=0
 show agent nat-group-usage
 
 heading "The same over NETCONF: the management agent, and a client of another kind"
-ssh-keygen -q -t ecdsa -m PEM -N '' -f "$work/host_key"
+ssh-keygen -q -t ecdsa -N '' -f "$work/host_key"
 ssh-keygen -q -t ecdsa -N '' -f "$work/operator"
 port=$(python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
 printf '$ omad --host-key host_key --user-key operator=operator.pub --port %s\n' "$port"

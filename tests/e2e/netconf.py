@@ -1,19 +1,16 @@
 """The management agent as a process, and a NETCONF client that goes byte by byte."""
 
 import contextlib
-import os
 import pathlib
-import re
 import signal
 import socket
 import subprocess
-import time
 
 from ncclient import manager
 from ncclient.operations.rpc import RPCError
 from ncclient.xml_ import to_ele
 
-from conftest import BIN, PATIENCE, Result, short_directory
+from conftest import BIN, PATIENCE, short_directory
 
 MODEL = "urn:tavrix:params:xml:ns:yang:tavrix-software-fwd"
 BASE = "urn:ietf:params:xml:ns:netconf:base:1.0"
@@ -26,8 +23,8 @@ def free_port():
         return probe.getsockname()[1]
 
 
-def make_key(path, *words):
-    subprocess.run(["ssh-keygen", "-q", "-t", "ecdsa", "-N", "", "-f", path, *words], check=True)
+def make_key(path, kind="ecdsa"):
+    subprocess.run(["ssh-keygen", "-q", "-t", kind, "-N", "", "-f", path], check=True)
     return path
 
 
@@ -36,7 +33,7 @@ class Agent:
 
     def __init__(self, arena, directory):
         self.arena, self.directory = arena, pathlib.Path(directory)
-        self.host_key = make_key(self.directory / "host", "-m", "PEM")
+        self.host_key = make_key(self.directory / "host")
         self.user_key = make_key(self.directory / "user")
         self.socket = self.directory / "nc.sock"
         self.port = free_port()

@@ -10,7 +10,7 @@ import pytest
 from ncclient.operations.rpc import RPCError
 from ncclient.transport.errors import AuthenticationError
 
-from conftest import BIN, ROOT, engine_place, run, wait_until
+from conftest import BIN, ROOT, engine_place, run
 from netconf import MODEL, Agent, agent_of, call, error_of, make_key, short_directory
 
 pytestmark = pytest.mark.filterwarnings("ignore::DeprecationWarning")  # ncclient's own
@@ -217,6 +217,21 @@ def test_logins(site):
         agent.connect(key_filename=None, password="operator")
 
 
+@pytest.mark.parametrize("kind", ["ed25519", "rsa"])
+def test_other_kinds_of_keys(site, kind):
+    engine, _ = site
+    with short_directory() as directory:
+        agent = Agent(engine.arena, directory)
+        agent.host_key = make_key(agent.directory / f"host-{kind}", kind)
+        agent.user_key = make_key(agent.directory / f"user-{kind}", kind)
+        try:
+            with agent.start().connect() as session:
+                assert "TableName" in call(session, "tbl-usage")
+            agent.stop()
+        finally:
+            agent.kill()
+
+
 def test_passwords_when_configured(site):
     engine, _ = site
     hashed = subprocess.run(["openssl", "passwd", "-6", "let me in"], capture_output=True, text=True, check=True)
@@ -278,6 +293,8 @@ def test_command_line_mistakes(site):
         ([*key, "--user-key", "operator"], "is not of the form USER=FILE"),
         ([*key, "--user-key", "operator=/no/such"], "cannot read the key of operator, /no/such"),
         (["--host-key", "/no/such", *user], "cannot read the host key /no/such"),
+        (["--host-key", __file__, *user], "is no private SSH key without a passphrase; ssh-keygen makes one"),
+        ([*key, "--user-key", f"operator={__file__}"], "is no public SSH key; name the file that ends in .pub"),
         ([*key, *user, "--port", "99999"], "is no port; name one from 1 to 65535"),
         ([*key, *user, "--port", str(agent.port)], f"cannot listen on 127.0.0.1:{agent.port}"),
         ([*key, *user, "--modules", "/no/such"], "libyuma-base"),

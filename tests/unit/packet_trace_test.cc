@@ -276,32 +276,5 @@ TEST_F(PacketTraceTest, AnswersBeginAnew) {
   EXPECT_TRUE(platform.log.empty());
 }
 
-TEST_F(PacketTraceTest, AttachesOnce) {
-  InNewProcess([this] {
-    EXPECT_EQ(Run({"enable"}), "packet trace set enable OK");
-    EXPECT_TRUE(Run({"counter"}).starts_with("\n Packet Trace Counter\n"));
-    EXPECT_EQ(PktTraceAttach(), 0);
-    EXPECT_EQ(platform.attaches, std::vector<std::string>{"PKT_TRACE_CTX_PTR 224"});
-  });
-}
-
-TEST_F(PacketTraceTest, AFailedAttachIsToldAndTriedAgain) {
-  InNewProcess([this] {
-    platform.lentRegions.clear();
-    const LogLine line = {3, "Packet trace create smmap failed.\n"};
-    for (const Words &words : std::vector<Words>{{"show"}, {"set", "vlan", "1"}, {}}) {
-      EXPECT_EQ(Run(words), "packet trace OsaSmmap failed \n");
-      EXPECT_EQ(result, -1);
-    }
-    EXPECT_EQ(PktTraceAttach(), -1);
-    EXPECT_EQ(platform.log, std::vector<LogLine>(4, line));
-    EXPECT_EQ(platform.attaches.size(), 4u);
-    platform.lentRegions[kRegion] = Block();
-    EXPECT_EQ(Run({"disable"}), "packet trace set disable OK");
-    EXPECT_EQ(platform.attaches.size(), 5u);
-    EXPECT_EQ(platform.log.size(), 4u);
-  });
-}
-
 }  // namespace
 }  // namespace qdt::test

@@ -226,19 +226,5 @@ TEST_F(TraceAgentTest, ClearKeepsStationsAndOtherSwitches) {
   ExpectBlock(after.U8(220, 0xFE));
 }
 
-TEST_F(TraceAgentTest, AttachesOnceAndTriesAgainAfterAFailure) {
-  InNewProcess([this] {
-    DebugPktClear();  // nothing to clear yet
-    platform.lentRegions.clear();
-    for (int i = 0; i < 2; ++i) EXPECT_EQ(QdtOmaDebugPktProc(&request_), -1);
-    EXPECT_EQ(platform.log, std::vector<LogLine>(2, {3, "attach shm failed\n"}));
-    platform.lentRegions[kRegion] = Block();
-    for (int i = 0; i < 2; ++i) Run();
-    ExpectBlock(Defaults());
-    EXPECT_EQ(platform.attaches, std::vector<std::string>(3, "PKT_TRACE_CTX_PTR 224"));
-    EXPECT_TRUE(platform.answers.empty());
-  });
-}
-
 }  // namespace
 }  // namespace qdt::test

@@ -2,7 +2,6 @@
 #define TESTS_UNIT_TRACE_BLOCK_FIXTURE_H_
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <iterator>
 #include <string>
@@ -39,19 +38,6 @@ class TraceBlockTest : public PlatformTest {
   static void ExpectBlock(const Record &expected, const std::string &what = "") {
     for (size_t i = 0; i < kBlockSize; ++i)
       EXPECT_EQ(shared_.block[i], expected.bytes()[i]) << "byte " << i << " " << what;
-  }
-
-  // Runs the body in a process in which nothing has been attached yet.
-  template <typename Body>
-  static void InNewProcess(Body body) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_EXIT(
-        {
-          body();
-          std::_Exit(::testing::Test::HasFailure() ? 1 : 0);
-        },
-        ::testing::ExitedWithCode(0), "");
-    GTEST_FLAG_SET(death_test_style, "fast");
   }
 
  private:

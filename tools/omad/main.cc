@@ -43,7 +43,7 @@ constexpr char kUsage[] =
     "it is ready.\n"
     "\n"
     "  --arena PATH           the engine's arena, /dev/shm/nqe.arena unless told otherwise\n"
-    "  --host-key FILE        the server's private SSH key (ssh-keygen -t ecdsa -m PEM)\n"
+    "  --host-key FILE        the server's private SSH key (ssh-keygen -t ecdsa -N '')\n"
     "  --user-key USER=FILE   a public SSH key that logs USER in; may be repeated\n"
     "  --password-file FILE   also take passwords: a line USER:HASH each (openssl passwd -6)\n"
     "  --address ADDRESS      where to listen, 127.0.0.1 unless told otherwise\n"

@@ -71,7 +71,21 @@ int CheckPassword(const nc_session *session, const char *password, void *user) {
   return 1;
 }
 
+// libnetconf2 reads keys when a client connects; a file that is none would only be noticed then.
+void CheckKeys(const ServerOptions &options) {
+  ssh_key key = nullptr;
+  if (ssh_pki_import_privkey_file(options.hostKey.c_str(), nullptr, nullptr, nullptr, &key) != SSH_OK)
+    throw HostError(options.hostKey + " is no private SSH key without a passphrase; ssh-keygen makes one");
+  ssh_key_free(key);
+  for (const auto &[user, path] : options.userKeys) {
+    if (ssh_pki_import_pubkey_file(path.c_str(), &key) != SSH_OK)
+      throw HostError(path + " is no public SSH key; name the file that ends in .pub");
+    ssh_key_free(key);
+  }
+}
+
 void SetUpSsh(const ServerOptions &options) {
+  CheckKeys(options);
   const std::string where = options.address + ":" + std::to_string(options.port);
   auto *shared = const_cast<ServerOptions *>(&options);
   nc_server_ssh_set_hostkey_clb(GiveHostKey, shared, nullptr);
