@@ -370,8 +370,9 @@ int32_t QdtProcessCmdline(const char *cmdline, char **reply) {
 }
 
 int32_t QdtOmSendMsg(const char *reply) {
-  FakePlatform::Get().answers.push_back(reply);
-  return FakePlatform::Get().sendResult;
+  FakePlatform &platform = FakePlatform::Get();
+  platform.answers.push_back(reply);
+  return platform.answers.size() > platform.sendResultFrom ? platform.sendResult : 0;
 }
 
 int32_t omcc_parse_str(omcc_request *request, const char *name, const char **text) {

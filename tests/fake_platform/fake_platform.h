@@ -169,9 +169,11 @@ class FakePlatform {
   // A heap text as the engine hands it out; released with free_ex like all memory.
   char *NewText(const std::string &text);
 
-  // The management agent: the answers that it was sent, and what sending returns.
+  // The management agent: the answers that it was sent, and what sending returns from the one of this number
+  // on.
   std::vector<std::string> answers;
   int32_t sendResult = 0;
+  size_t sendResultFrom = 0;
 
   // The engine's totals, and the kinds that were asked for, one mask a call.
   std::vector<uint64_t> statistics = std::vector<uint64_t>(831);

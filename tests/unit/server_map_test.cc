@@ -442,6 +442,12 @@ TEST_F(ServerMapTest, FailedSendsFailTheQuery) {
   EXPECT_EQ(Query(), std::vector<std::string>{"Total servermap number : 0 \n"});
   EXPECT_EQ(result_, -1);
   EXPECT_TRUE(platform.serverMaps.walks.empty());
+  // The same for the text of a batch.
+  Put(204, Entry(3));
+  platform.sendResultFrom = 1;
+  EXPECT_EQ(Query(), (std::vector<std::string>{"Total servermap number : 1 \n", ""}));
+  EXPECT_EQ(result_, -1);
+  EXPECT_EQ(platform.serverMaps.walks, std::vector<std::string>{"0 204 1"});
   EXPECT_TRUE(platform.log.empty());
 }
 

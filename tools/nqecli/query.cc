@@ -18,9 +18,11 @@ struct CodeText {
 constexpr CodeText kCodes[] = {QDT_TABLE_CODES(QDT_CODE_TEXT)};
 #undef QDT_CODE_TEXT
 
-// What may have failed for want of a region: a view as a whole, or a family at its beginning.
+// What may have failed for want of a region: a view as a whole, or a family at its beginning. Such an answer
+// is one short line or begins with one; long answers are not searched.
 bool LacksRegion(std::string_view answer) {
-  return answer == CodeMessage(QDT_TBL_FORMAT) || answer.find(" OsaSmmap failed") != answer.npos;
+  return answer == CodeMessage(QDT_TBL_FORMAT) ||
+         answer.substr(0, answer.find('\n')).find(" OsaSmmap failed") != answer.npos;
 }
 
 // The packet trace says in a last line of this kind what it refuses.

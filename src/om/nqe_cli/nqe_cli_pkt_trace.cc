@@ -5,6 +5,7 @@
 
 #include "src/om/common/log.h"
 #include "src/om/common/trace_block.h"
+#include "src/om/nqe_cli/command_words.h"
 
 // The packet-trace command: what selects an operation, and what shows the block.
 namespace qdt {
@@ -41,23 +42,14 @@ void PrintAddressV6(OutputBuffer *out, const char *label, const uint8_t (&addres
     QdtCliPrintf(out, "%s%02x%02x", i == 0 ? "" : ":", address[i], address[i + 1]);
 }
 
-using Operation = void (*)(OutputBuffer *out);
-
-struct OperationWord {
-  const char *word;
-  Operation run;
+struct Operation {
+  const char *name;
+  void (*run)(OutputBuffer *out);
 };
-constexpr OperationWord kOperations[] = {
+constexpr Operation kOperations[] = {
     {"enable", PktTraceEnable},       {"disable", PktTraceDisable}, {"show", PktTraceShow},
     {"counter", PktTraceShowCounter}, {"clear", PktTraceClear},
 };
-
-Operation FindOperation(std::string_view word) {
-  for (const OperationWord &operation : kOperations) {
-    if (word == operation.word) return operation.run;
-  }
-  return CliCmdPktTraceHelp;
-}
 
 }  // namespace
 
@@ -69,8 +61,7 @@ using qdt::CommandTraceBlock;
 using qdt::PacketTraceBlock;
 
 int32_t VrxPktTraceCmdRun(OutputBuffer *out, int32_t wordCount, char **words) {
-  out->len = 0;
-  out->buf[0] = '\0';
+  qdt::EmptyAnswer(out);
   if (PktTraceAttach() != 0) {
     QdtCliPrintf(out, "packet trace OsaSmmap failed \n");
     return -1;
@@ -87,7 +78,8 @@ int32_t PktTraceAttach() {
 int32_t CliCmdPktTrace(OutputBuffer *out, int32_t wordCount, char **words) {
   const std::string_view word = wordCount >= 2 && wordCount <= 4 ? words[1] : "";
   if (word == "set" && wordCount > 2) return PktTraceSet(out, words[2], wordCount > 3 ? words[3] : nullptr);
-  qdt::FindOperation(word)(out);
+  const qdt::Operation *const operation = qdt::FindByName(qdt::kOperations, word);
+  (operation == nullptr ? CliCmdPktTraceHelp : operation->run)(out);
   return 0;
 }
 
