@@ -1,15 +1,12 @@
 // nqecli-agent: runs one management command as the management agent does. "nqecli agent" starts it.
 
-#include <csignal>
 #include <cstring>
-#include <exception>
 #include <iostream>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "host/agent/handlers.h"
-#include "host/arena/fd.h"
 #include "host/arena/host_error.h"
 #include "host/engine/arguments.h"
 #include "host/engine/services.h"
@@ -26,8 +23,6 @@ using host::Handler;
 using host::HostError;
 using host::Parameter;
 using host::Quoted;
-
-ExitCode Print(const std::string &text) { return WriteAnswer(text) ? kAnswered : kUnusable; }
 
 std::string Help() {
   std::string text =
@@ -134,14 +129,4 @@ ExitCode Run(Arguments arguments) {
 }  // namespace
 }  // namespace qdt::nqecli
 
-int main(int argc, char **argv) {
-  qdt::host::KeepStandardFds();
-  std::signal(SIGPIPE, SIG_IGN);
-  std::signal(SIGXFSZ, SIG_IGN);
-  try {
-    return qdt::nqecli::Run(qdt::host::Arguments(argc, argv));
-  } catch (const std::exception &error) {
-    qdt::nqecli::WriteError(error.what());
-    return qdt::nqecli::kUnusable;
-  }
-}
+int main(int argc, char **argv) { return qdt::nqecli::RunTool(argc, argv, qdt::nqecli::Run); }

@@ -4,9 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
 #include <cstring>
-#include <exception>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -40,8 +38,6 @@ struct Command {
   const char *help;
   ExitCode (*run)(const Place &place, std::span<char *const> words);
 };
-
-ExitCode Print(const std::string &text) { return WriteAnswer(text) ? kAnswered : kUnusable; }
 
 ExitCode RunDirect(const Place &place, const EntryPoint &entry, std::span<char *const> words) {
   // A name alone asks for the usage list, which takes no engine unless the family stands on a region.
@@ -181,15 +177,4 @@ ExitCode Run(Arguments arguments) {
 }  // namespace
 }  // namespace qdt::nqecli
 
-int main(int argc, char **argv) {
-  qdt::host::KeepStandardFds();
-  // What these would end is an error of a system call instead, which cleans up and says so.
-  std::signal(SIGPIPE, SIG_IGN);
-  std::signal(SIGXFSZ, SIG_IGN);
-  try {
-    return qdt::nqecli::Run(qdt::host::Arguments(argc, argv));
-  } catch (const std::exception &error) {
-    qdt::nqecli::WriteError(error.what());
-    return qdt::nqecli::kUnusable;
-  }
-}
+int main(int argc, char **argv) { return qdt::nqecli::RunTool(argc, argv, qdt::nqecli::Run); }

@@ -4,8 +4,12 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstring>
+#include <exception>
 #include <string>
+
+#include "host/arena/fd.h"
 
 namespace qdt::nqecli {
 namespace {
@@ -41,6 +45,19 @@ void WriteError(std::string_view text) {
   line += text;
   line += '\n';
   WriteAll(STDERR_FILENO, line);
+}
+
+int RunTool(int argc, char **argv, ExitCode (*run)(host::Arguments arguments)) {
+  host::KeepStandardFds();
+  // What these would end is an error of a system call instead, which cleans up and says so.
+  std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);
+  try {
+    return run(host::Arguments(argc, argv));
+  } catch (const std::exception &error) {
+    WriteError(error.what());
+    return kUnusable;
+  }
 }
 
 }  // namespace qdt::nqecli

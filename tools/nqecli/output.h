@@ -3,6 +3,8 @@
 
 #include <string_view>
 
+#include "host/engine/arguments.h"
+
 namespace qdt::nqecli {
 
 // The tool's exit codes.
@@ -17,8 +19,14 @@ enum ExitCode : int {
 // pipe.
 bool WriteAnswer(std::string_view text);
 
+// WriteAnswer as a command's end.
+inline ExitCode Print(std::string_view text) { return WriteAnswer(text) ? kAnswered : kUnusable; }
+
 // One line on standard error: "nqecli: TEXT".
 void WriteError(std::string_view text);
+
+// A tool's main(): runs it with its words and turns what it throws into one line and kUnusable.
+int RunTool(int argc, char **argv, ExitCode (*run)(host::Arguments arguments));
 
 }  // namespace qdt::nqecli
 

@@ -10,6 +10,7 @@
 #include "src/om/common/bounded.h"
 #include "src/om/common/log.h"
 #include "src/om/common/owned.h"
+#include "src/om/nqe_cli/command_words.h"
 #include "src/om/nqe_cli/table_usage.h"
 
 // The frame of the diag command: reads the words, runs a query through the registry in batches, frames the
@@ -194,8 +195,7 @@ int32_t CliNqeTblSearch(char *out, uint32_t room, uint32_t tableId, const char *
 }
 
 int32_t VrxDiagCmdRun(OutputBuffer *out, int32_t wordCount, char **words) {
-  out->len = 0;
-  out->buf[0] = '\0';
+  qdt::EmptyAnswer(out);
   if (wordCount == 4 && strcmp(words[1], "clear") == 0 && strcmp(words[2], "cpcar") == 0 &&
       strcmp(words[3], "status") == 0) {
     return QdtCpCarStatClearAll();
