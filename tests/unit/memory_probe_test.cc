@@ -11,17 +11,26 @@
 #include <cstring>
 #include <vector>
 
-// Reading at addresses that may lead nowhere.
+// Reading and writing at addresses that may lead nowhere.
 namespace qdt::test {
 namespace {
 
-// What the call that copies between processes fails with; 0: it works.
+// What the calls that copy between processes fail with; 0: they work.
 int g_refusal = 0;
 
 }  // namespace
 }  // namespace qdt::test
 
-// Stands in for the C library's, so that a sandbox which refuses the call can be played.
+// Stand in for the C library's, so that a sandbox which refuses the calls can be played.
+extern "C" ssize_t process_vm_writev(pid_t pid, const iovec *local, unsigned long localCount,
+                                     const iovec *remote, unsigned long remoteCount, unsigned long flags) {
+  if (qdt::test::g_refusal != 0) {
+    errno = qdt::test::g_refusal;
+    return -1;
+  }
+  return syscall(SYS_process_vm_writev, pid, local, localCount, remote, remoteCount, flags);
+}
+
 extern "C" ssize_t process_vm_readv(pid_t pid, const iovec *local, unsigned long localCount,
                                     const iovec *remote, unsigned long remoteCount, unsigned long flags) {
   if (qdt::test::g_refusal != 0) {
@@ -84,6 +93,26 @@ TEST_P(MemoryProbeTest, RefusesWhatIsNotThere) {
   }
   std::vector<char> large(2 * kPage);
   EXPECT_FALSE(Read(pages_ + 1, large));  // only its last byte is missing
+}
+
+TEST_P(MemoryProbeTest, WritesWhereThatIsAllowed) {
+  for (const size_t size : {size_t{2}, size_t{4097}}) {
+    const std::vector<char> from(size, 'w');
+    char *const to = pages_ + 2 * kPage - size;
+    EXPECT_TRUE(WriteEngineMemory(reinterpret_cast<uint64_t>(to), from.data(), size));
+    EXPECT_EQ(std::memcmp(to, from.data(), size), 0) << size;
+    EXPECT_NE(to[-1], 'w');
+  }
+}
+
+TEST_P(MemoryProbeTest, RefusesToWriteElsewhere) {
+  const uint16_t value = 0x7777;
+  ASSERT_EQ(mprotect(pages_, kPage, PROT_READ), 0);
+  for (const char *wild : {pages_, pages_ + kPage - 2, pages_ + 2 * kPage, pages_ + 3 * kPage})
+    EXPECT_FALSE(WriteEngineMemory(reinterpret_cast<uint64_t>(wild), &value, sizeof(value))) << wild - pages_;
+  EXPECT_EQ(pages_[7], 49) << "what may only be read stays";
+  for (const uint64_t wild : {uint64_t{0}, uint64_t{0x8000000000000000}, UINT64_MAX - 1})
+    EXPECT_FALSE(WriteEngineMemory(wild, &value, sizeof(value))) << std::hex << wild;
 }
 
 TEST_P(MemoryProbeTest, KeepsNothingOpen) {

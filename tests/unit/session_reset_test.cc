@@ -1,3 +1,5 @@
+#include <sys/mman.h>
+
 #include <string>
 #include <vector>
 
@@ -101,6 +103,29 @@ TEST_F(SessionResetTest, ASessionThatCannotBeComparedIsLeftAlone) {
   EXPECT_EQ(QdtOmaResetSessionProc(&request_), 0);
   EXPECT_EQ(AgingTimes(), "300 300 0 ");
   EXPECT_EQ(platform.log, std::vector<LogLine>(2, {3, "Query session compare protocol failed, ret: 2\n"}));
+}
+
+TEST_F(SessionResetTest, ANodeThatLeadsNowhereIsPassedOver) {
+  Put(Ipv4());
+  for (const uint64_t wild : {uint64_t{8}, uint64_t{0x8000000000000000}, UINT64_MAX - 7})
+    PutNode(reinterpret_cast<void *>(wild));
+  Put(Ipv4());
+  EXPECT_EQ(QdtOmaResetSessionProc(&request_), 0);
+  EXPECT_EQ(AgingTimes(), "0 0 ");
+}
+
+TEST_F(SessionResetTest, ASessionThatMayOnlyBeReadStays) {
+  void *const page = mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  ASSERT_NE(page, MAP_FAILED);
+  const Record session = Ipv4();
+  std::memcpy(page, session.data(), 192);
+  ASSERT_EQ(mprotect(page, 4096, PROT_READ), 0);
+  PutNode(page);
+  Put(Ipv4());
+  EXPECT_EQ(QdtOmaResetSessionProc(&request_), 0);
+  EXPECT_EQ(std::memcmp(page, session.data(), 192), 0);
+  EXPECT_EQ(AgingTimes(), "0 ");
+  munmap(page, 4096);
 }
 
 TEST_F(SessionResetTest, PausesAfterEveryThousandSlots) {

@@ -11,8 +11,8 @@
 namespace qdt {
 namespace {
 
-// Copies through a pipe: the kernel does not take from there what is not mapped.
-bool ReadThroughPipe(const char *from, char *to, size_t size) {
+// Copies through a pipe: the kernel neither takes from there nor puts there what is not mapped.
+bool CopyThroughPipe(const char *from, char *to, size_t size) {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) return false;
   bool whole = true;
@@ -27,16 +27,27 @@ bool ReadThroughPipe(const char *from, char *to, size_t size) {
   return whole;
 }
 
+// Sandboxes and emulators may not offer the calls.
+bool NotOffered() { return errno == ENOSYS || errno == EPERM; }
+
 }  // namespace
 
 bool ReadEngineMemory(uint64_t address, void *out, size_t size) {
-  iovec local = {out, size};
-  iovec remote = {reinterpret_cast<void *>(address), size};  // NOLINT(performance-no-int-to-ptr)
+  const iovec local = {out, size};
+  const iovec remote = {reinterpret_cast<void *>(address), size};  // NOLINT(performance-no-int-to-ptr)
   const ssize_t got = process_vm_readv(getpid(), &local, 1, &remote, 1, 0);
   if (got >= 0) return static_cast<size_t>(got) == size;
-  if (errno != ENOSYS && errno != EPERM) return false;
-  // Sandboxes and emulators may not offer the call.
-  return ReadThroughPipe(static_cast<const char *>(remote.iov_base), static_cast<char *>(out), size);
+  return NotOffered() &&
+         CopyThroughPipe(static_cast<const char *>(remote.iov_base), static_cast<char *>(out), size);
+}
+
+bool WriteEngineMemory(uint64_t address, const void *from, size_t size) {
+  const iovec local = {const_cast<void *>(from), size};
+  const iovec remote = {reinterpret_cast<void *>(address), size};  // NOLINT(performance-no-int-to-ptr)
+  const ssize_t put = process_vm_writev(getpid(), &local, 1, &remote, 1, 0);
+  if (put >= 0) return static_cast<size_t>(put) == size;
+  return NotOffered() &&
+         CopyThroughPipe(static_cast<const char *>(from), static_cast<char *>(remote.iov_base), size);
 }
 
 }  // namespace qdt

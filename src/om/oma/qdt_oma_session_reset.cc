@@ -1,11 +1,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstddef>
 
 #include "platform/engine.h"
 #include "platform/tbm.h"
 #include "qdt/session.h"
 #include "src/om/common/log.h"
+#include "src/om/common/memory_probe.h"
 #include "src/om/common/owned.h"
 #include "src/om/engine/session.h"
 #include "src/om/oma/listing_end.h"
@@ -35,11 +37,16 @@ int32_t QdtFlowPartScan(int32_t (*callback)(void *record), uint32_t chunk, uint3
   return 0;
 }
 
+// The session may end, and its memory go, while it is looked at.
 int32_t QdtSessResetTrav(void *record) {
-  auto *const session = static_cast<qdt::SessionRecord *>(record);
-  if (session == nullptr || !session->valid) return 0;
-  if (QuerySessionNodeMatch(session) == 0)
-    __atomic_store_n(&session->agingTime, qdt::kSessionAgeOut, __ATOMIC_RELAXED);
+  const auto address = reinterpret_cast<uint64_t>(record);
+  qdt::SessionRecord session;
+  if (record == nullptr || !qdt::ReadEngineMemory(address, &session, sizeof(session)) || !session.valid)
+    return 0;
+  if (QuerySessionNodeMatch(&session) == 0) {
+    const decltype(session.agingTime) ageOut = qdt::kSessionAgeOut;
+    qdt::WriteEngineMemory(address + offsetof(qdt::SessionRecord, agingTime), &ageOut, sizeof(ageOut));
+  }
   return 0;
 }
 
