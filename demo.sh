@@ -147,7 +147,7 @@ build/bin/nqecli --arena "$arena" perf task show_graph | sed -n '/^digraph/,/^}/
 show perf task disable
 
 heading "Sessions: what an address talks to, and an end to it"
-show agent session-statistics
+show agent QdtOmaSessionStatisticsProc
 show agent query-session session-number=2 verbose=true
 show agent query-session protocol=17 session-number=1
 show agent reset-session protocol=17

@@ -42,6 +42,12 @@ std::string LibyangMessage(const ly_ctx *context) {
   return message != nullptr ? message : "libyang gave no reason";
 }
 
+const lyd_node *FindChild(const lyd_node *parent, std::string_view name) {
+  const lyd_node *child = lyd_child(parent);
+  while (child != nullptr && name != LYD_NAME(child)) child = child->next;
+  return child;
+}
+
 Model::Model(const std::string &searchPath) {
   ly_log_options(LY_LOSTORE_LAST);  // what goes wrong is told by whoever asked
   ly_ctx *context = nullptr;
@@ -81,16 +87,13 @@ OwnedTree Model::MakeRequest(std::string_view rpc, const std::vector<Parameter> 
     throw HostError("cannot make a request: " + LibyangMessage(context()));
   OwnedTree request(tree);
   for (const auto &[name, value] : parameters) {
-    if (lys_find_child(schema, module_, name.c_str(), name.size(), LYS_LEAF, 0) == nullptr) {
+    if (lys_find_child(schema, module_, name.c_str(), 0, LYS_LEAF, 0) == nullptr) {
       std::string known;
       for (const Parameter &each : ParametersOf(rpc)) known += (known.empty() ? "" : ", ") + each.first;
       throw HostError(std::string(rpc) + " has no parameter \"" + name + "\"; " +
                       (known.empty() ? "it takes none" : "it takes: " + known));
     }
-    lyd_node *present = nullptr;
-    if (lyd_find_sibling_val(lyd_child(tree), lys_find_child(schema, module_, name.c_str(), 0, LYS_LEAF, 0),
-                             nullptr, 0, &present) == LY_SUCCESS)
-      throw HostError("the parameter \"" + name + "\" is given twice");
+    if (FindChild(tree, name) != nullptr) throw HostError("the parameter \"" + name + "\" is given twice");
     if (lyd_new_term(tree, module_, name.c_str(), value.c_str(), 0, nullptr) != LY_SUCCESS)
       throw HostError("\"" + value + "\" is no value for \"" + name + "\": " + LibyangMessage(context()));
   }

@@ -51,6 +51,9 @@ class Model {
   const lys_module *module_ = nullptr;
 };
 
+// The child of this name, or null.
+const lyd_node *FindChild(const lyd_node *parent, std::string_view name);
+
 // What libyang last said, for an error line.
 std::string LibyangMessage(const ly_ctx *context);
 

@@ -34,11 +34,8 @@ using qdt::host::Model;
 using qdt::host::OwnedTree;
 
 const char *ValueOf(omcc_request *request, const char *name) {
-  const auto *rpc = reinterpret_cast<const lyd_node *>(request);
-  for (const lyd_node *child = lyd_child(rpc); child != nullptr; child = child->next) {
-    if (std::strcmp(LYD_NAME(child), name) == 0) return lyd_get_value(child);
-  }
-  return nullptr;
+  const lyd_node *leaf = qdt::host::FindChild(reinterpret_cast<const lyd_node *>(request), name);
+  return leaf != nullptr ? lyd_get_value(leaf) : nullptr;
 }
 
 const lysc_node *ChildSchema(const lysc_node *parent, const char *name) {

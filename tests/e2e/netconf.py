@@ -2,6 +2,7 @@
 
 import contextlib
 import pathlib
+import re
 import signal
 import socket
 import subprocess
@@ -111,10 +112,10 @@ class RawSession:
         self.socket.settimeout(PATIENCE)
         self.pending = b""
 
-    def hello(self):
+    def hello(self, version="1.0"):
         text = self.message()
         assert b"<hello" in text, text
-        self.send(f'<hello xmlns="{BASE}"><capabilities><capability>urn:ietf:params:netconf:base:1.0</capability>'
+        self.send(f'<hello xmlns="{BASE}"><capabilities><capability>urn:ietf:params:netconf:base:{version}</capability>'
                   "</capabilities></hello>")
         return self
 
@@ -133,6 +134,16 @@ class RawSession:
             self.pending += piece
         text, _, self.pending = self.pending.partition(END_1_0)
         return text
+
+    def chunked(self, text):
+        """The answer to a message in NETCONF 1.1 framing, its chunks joined."""
+        self.socket.sendall(f"\n#{len(text)}\n{text}\n##\n".encode())
+        answer = b""
+        while not answer.endswith(b"\n##\n"):
+            piece = self.socket.recv(65536)
+            assert piece, answer
+            answer += piece
+        return re.sub(rb"\n#[0-9#]+\n", b"", answer).decode()
 
     def rpc(self, body, number=1):
         self.send(f'<rpc xmlns="{BASE}" message-id="{number}">{body}</rpc>')

@@ -11,7 +11,7 @@ from ncclient.operations.rpc import RPCError
 from ncclient.transport.errors import AuthenticationError
 
 from conftest import BIN, ROOT, engine_place, run
-from netconf import MODEL, Agent, agent_of, call, error_of, make_key, short_directory
+from netconf import BASE, MODEL, Agent, agent_of, call, error_of, make_key, short_directory
 
 pytestmark = pytest.mark.filterwarnings("ignore::DeprecationWarning")  # ncclient's own
 
@@ -147,6 +147,10 @@ def test_malformed_messages(site):
         client.close()
     client = agent.raw().hello()
     assert "rpc-error" in client.rpc("<unclosed>")
+    client.close()
+    client = agent.raw().hello("1.1")
+    assert "<error-tag>malformed-message</error-tag>" in client.chunked("this is no XML")
+    assert "TableName" in client.chunked(f'<rpc xmlns="{BASE}" message-id="1"><tbl-usage xmlns="{MODEL}"/></rpc>')
     client.close()
     client = agent.raw().hello()
     client.send("this is no XML")

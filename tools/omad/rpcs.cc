@@ -21,7 +21,6 @@ const host::Model *g_model = nullptr;
 host::AgentWorker *g_worker = nullptr;
 
 nc_server_reply *Error(NC_ERR tag, const std::string &message) {
-  // Which tags take a layer besides the tag is fixed by RFC 6241, appendix A.
   lyd_node *error = nc_err(g_model->context(), tag, NC_ERR_TYPE_APP);
   nc_err_set_msg(error, message.c_str(), "en");
   return nc_server_reply_err(error);
@@ -54,10 +53,7 @@ nc_server_reply *RunCommand(const lyd_node *rpc) {
 
 // The filter of <get> and <get-config>: null when there is none.
 const lyd_node_any *FilterOf(const lyd_node *rpc) {
-  for (const lyd_node *child = lyd_child(rpc); child != nullptr; child = child->next) {
-    if (std::strcmp(LYD_NAME(child), "filter") == 0) return reinterpret_cast<const lyd_node_any *>(child);
-  }
-  return nullptr;
+  return reinterpret_cast<const lyd_node_any *>(host::FindChild(rpc, "filter"));
 }
 
 const char *AttributeOf(const lyd_node_any *node, const char *name) {
@@ -107,10 +103,8 @@ nc_server_reply *Get(const lyd_node *rpc, bool withState) {
 }
 
 const char *ParameterOf(const lyd_node *rpc, const char *name) {
-  for (const lyd_node *child = lyd_child(rpc); child != nullptr; child = child->next) {
-    if (std::strcmp(LYD_NAME(child), name) == 0) return lyd_get_value(child);
-  }
-  return nullptr;
+  const lyd_node *leaf = host::FindChild(rpc, name);
+  return leaf != nullptr ? lyd_get_value(leaf) : nullptr;
 }
 
 // RFC 6022, section 3.1. libnetconf2 has an answer of its own, but releases the text before it has been sent.
