@@ -2,7 +2,6 @@
 
 #include <array>
 #include <bit>
-#include <charconv>
 #include <cstring>
 
 namespace qdt {
@@ -79,8 +78,9 @@ char *PutHexadecimal(char *at, uint64_t value) {
   return end;
 }
 
-char *PutFixed(char *at, double value, int precision) {
-  return std::to_chars(at, at + 311 + precision, value, std::chars_format::fixed, precision).ptr;
+char *PutWord(char *at, uint32_t value) {
+  for (int shift = 28; shift >= 0; shift -= 4) *at++ = "0123456789abcdef"[value >> shift & 0xF];
+  return at;
 }
 
 }  // namespace qdt

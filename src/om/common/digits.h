@@ -10,8 +10,8 @@ char *PutUnsigned(char *at, uint32_t value);
 char *PutUnsigned64(char *at, uint64_t value);
 char *PutHexadecimal(char *at, uint64_t value);
 
-// As "%.*f" writes it; at most 311 + precision characters.
-char *PutFixed(char *at, double value, int precision);
+// All eight digits.
+char *PutWord(char *at, uint32_t value);
 
 }  // namespace qdt
 

@@ -1,15 +1,26 @@
 #ifndef SRC_OM_COMMON_FORMAT_H_
 #define SRC_OM_COMMON_FORMAT_H_
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
 #include <type_traits>
 
 // printf formats, parsed and checked against their arguments while compiling. What understands a format
-// stands here; what writes text by it is in text.h.
-namespace qdt::format {
+// stands here and leaves a program of a few bytes; text.cc runs programs.
+namespace qdt {
+
+// The six bytes of a MAC address, for the six conversions "%02x:%02x:%02x:%02x:%02x:%02x", which take it as
+// one argument. Points to the bytes.
+struct Mac {
+  const uint8_t *bytes;
+  explicit Mac(const uint8_t (&address)[6]) : bytes(address) {}
+};
+
+namespace format {
+
+// Ends the compilation where a constant expression comes to call it: it is defined nowhere.
+void Refuse(const char *why);
 
 // A format as a template argument.
 template <size_t N>
@@ -22,167 +33,427 @@ struct Format {
   }
 };
 
-enum class Size : uint8_t { kChar, kShort, kInt, kLong };
-
-// One run of literal text and the conversion that follows it.
-struct Piece {
-  uint32_t literal = 0;  // where the literal begins in the format
-  uint32_t length = 0;   // its characters
-  char type = 0;         // 'u' 'd' 'x' 's' 'c' 'f', or 0 when no conversion follows
-  Size size = Size::kInt;
-  bool left = false;
-  bool zero = false;
-  bool widthIsArgument = false;
-  uint16_t width = 0;
-  uint8_t precision = 0;
-  uint8_t argument = 0;  // index of the value, behind its width if that is an argument
+// How a value is printed. Values are handed over as 64 bits: numbers extended by their own sign, texts as the
+// address of their characters (kText) or of a std::string_view (kView), doubles as their bits.
+enum class Kind : uint8_t {
+  kNone,  // no value: the literal goes on in the next piece, or ends the program
+  kUnsigned,
+  kSigned,
+  kHexadecimal,
+  kByte,  // two hexadecimal digits at least
+  kWord,  // eight
+  kMac,
+  kCharacter,
+  kText,
+  kView,
+  kFixed,
+  kFirstPadded,  // from here on: padded to a width; the kind is what is left
 };
 
-constexpr bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+constexpr Kind Padded(Kind kind) {
+  return static_cast<Kind>(static_cast<uint8_t>(kind) + static_cast<uint8_t>(Kind::kFirstPadded));
+}
+constexpr Kind Unpadded(Kind kind) {
+  return static_cast<Kind>(static_cast<uint8_t>(kind) - static_cast<uint8_t>(Kind::kFirstPadded));
+}
+
+// One run of literal text and how the value behind it is printed.
+struct Piece {
+  enum Flag : uint8_t {
+    kLeft = 1,
+    kZero = 2,
+    kWidthIsArgument = 4,
+    kNewline = 8,  // behind the value; the piece is the last
+    kLast = 16,
+    kPrecision = 32,  // its lowest bit
+  };
+  static constexpr uint8_t kMaxPrecision = 7;
+
+  uint8_t literal;  // its characters
+  Kind kind;
+  uint8_t width;
+  uint8_t flags;
+
+  constexpr bool Has(int flag) const { return (flags & flag) != 0; }
+  int Precision() const { return flags / kPrecision; }
+};
+
+inline constexpr size_t kMostArguments = 32;
+
+// What every program begins with. Behind it stand the literals, without their conversions, and the pieces. A
+// program holds no address, so that the loader has nothing to do.
+struct Program {
+  uint16_t bound;     // characters that are printed at most, apart from texts and widths that are arguments
+  uint16_t literals;  // bytes of literals
+  uint8_t arguments;
+
+  const char *Literals() const { return reinterpret_cast<const char *>(this + 1); }
+  const Piece *Pieces() const { return reinterpret_cast<const Piece *>(Literals() + literals); }
+};
+
+// Literals are read in steps of this many bytes, and so past their end: a program goes on there.
+inline constexpr size_t kStep = 16;
+
+// A conversion as it stands in a format.
+struct Conversion {
+  size_t literal = 0;  // where the literal before it begins in the format
+  size_t length = 0;   // the literal's characters
+  char type = 0;       // 'u' 'd' 'x' 's' 'c' 'f', 'm' for a MAC address, or 0 where none follows
+  uint8_t bytes = 4;   // of an integer
+  bool left = false, zero = false, widthIsArgument = false;
+  uint8_t width = 0, precision = 0;
+};
+
+// What a conversion has to know of its argument.
+struct Argument {
+  enum class Type : uint8_t { kOther, kInteger, kCharacter, kDouble, kText, kView, kMac } type;
+  bool isSigned;
+  uint8_t bytes;
+};
+
+template <typename T>
+consteval Argument Describe() {
+  using enum Argument::Type;
+  if constexpr (std::is_same_v<T, Mac>) return {kMac, false, 0};
+  if constexpr (std::is_same_v<T, char>) return {kCharacter, false, 1};
+  if constexpr (std::is_same_v<T, double>) return {kDouble, false, 8};
+  if constexpr (std::is_integral_v<T>) return {kInteger, std::is_signed_v<T>, sizeof(T)};
+  if constexpr (std::is_same_v<T, const char *> || std::is_same_v<T, char *>) return {kText, false, 0};
+  if constexpr (std::is_convertible_v<T, std::string_view>) return {kView, false, 0};
+  return {kOther, false, 0};
+}
+
+// Whether the conversion prints such an argument as printf would print it, without a change of sign or width
+// that the reader of the call does not see.
+constexpr bool Accepts(const Conversion &conversion, const Argument &argument) {
+  using enum Argument::Type;
+  switch (conversion.type) {
+    case 's':
+      return argument.type == kText || argument.type == kView;
+    case 'c':
+      return argument.type == kCharacter;
+    case 'f':
+      return argument.type == kDouble;
+    case 'm':
+      return argument.type == kMac;
+    default:
+      break;
+  }
+  const bool isSigned = conversion.type == 'd';
+  if (argument.type != kInteger) return false;
+  if (conversion.bytes == 8) return argument.bytes == 8 && argument.isSigned == isSigned;
+  if (isSigned) return argument.bytes < 4 || (argument.bytes == 4 && argument.isSigned);
+  return argument.bytes <= 4 && !argument.isSigned;
+}
 
 // Walks a format once; `text[length]` is its NUL.
 class Parser {
  public:
-  consteval Parser(const char *text, size_t length) : text_(text), length_(length) {}
+  constexpr Parser(const char *text, size_t length) : text_(text), length_(length) {}
 
-  consteval bool AtEnd() const { return at_ == length_; }
+  constexpr bool AtEnd() const { return at_ == length_; }
 
-  consteval Piece Next() {
-    Piece piece;
-    piece.literal = at_;
-    while (at_ < length_ && text_[at_] != '%') ++at_;
-    piece.length = at_ - piece.literal;
-    if (AtEnd()) return piece;
+  // The literal that begins here and the conversion that ends it.
+  constexpr Conversion Next() {
+    constexpr size_t kLongest = UINT8_MAX;
+    Conversion next;
+    next.literal = at_;
+    while (at_ < length_ && text_[at_] != '%' && at_ - next.literal < kLongest) ++at_;
+    next.length = at_ - next.literal;
+    if (AtEnd() || text_[at_] != '%') return next;
     ++at_;
     if (text_[at_] == '%') {  // "%%": the first of the two belongs to the literal
-      ++piece.length;
+      if (next.length == kLongest) {
+        --at_;
+        return next;
+      }
+      ++next.length;
       ++at_;
-      return piece;
+      return next;
     }
-    ParseConversion(piece);
-    return piece;
+    if (!IsMac())
+      ParseConversion(next);
+    else
+      next.type = 'm';
+    return next;
   }
 
-  consteval uint8_t arguments() const { return arguments_; }
-
  private:
-  consteval void ParseConversion(Piece &piece) {
+  static constexpr bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+
+  // Passes over the rest of a MAC address' conversions, if it is them that stand here.
+  constexpr bool IsMac() {
+    constexpr std::string_view kRest = "02x:%02x:%02x:%02x:%02x:%02x";
+    if (!std::string_view(text_ + at_, length_ - at_).starts_with(kRest)) return false;
+    at_ += kRest.size();
+    return true;
+  }
+
+  constexpr uint8_t ParseNumber() {
+    unsigned number = 0;
+    while (IsDigit(text_[at_])) number = number * 10 + static_cast<unsigned>(text_[at_++] - '0');
+    if (number > UINT8_MAX) Refuse("a width above 255");
+    return static_cast<uint8_t>(number);
+  }
+
+  constexpr void ParseConversion(Conversion &c) {
     for (;; ++at_) {
       if (text_[at_] == '-') {
-        piece.left = true;
+        c.left = true;
       } else if (text_[at_] == '0') {
-        piece.zero = true;
+        c.zero = true;
       } else {
         break;
       }
     }
     if (text_[at_] == '*') {
-      piece.widthIsArgument = true;
-      ++arguments_;
+      c.widthIsArgument = true;
       ++at_;
     } else {
-      while (IsDigit(text_[at_])) piece.width = piece.width * 10 + (text_[at_++] - '0');
+      c.width = ParseNumber();
     }
     bool precise = false;
     if (text_[at_] == '.') {
       precise = true;
       ++at_;
-      while (IsDigit(text_[at_])) piece.precision = piece.precision * 10 + (text_[at_++] - '0');
+      c.precision = ParseNumber();
     }
     if (text_[at_] == 'h') {
-      piece.size = text_[at_ + 1] == 'h' ? Size::kChar : Size::kShort;
-      at_ += piece.size == Size::kChar ? 2 : 1;
+      c.bytes = text_[at_ + 1] == 'h' ? 1 : 2;
+      at_ += c.bytes == 1 ? 2 : 1;
     } else if (text_[at_] == 'l') {
-      piece.size = Size::kLong;
+      c.bytes = 8;
       at_ += text_[at_ + 1] == 'l' ? 2 : 1;
     }
-    piece.type = text_[at_];
-    if (std::string_view("udxscf").find(piece.type) == std::string_view::npos) throw "unknown conversion";
-    if ((piece.type == 'f') != precise) throw "a precision goes with %f, and %f needs one";
-    if (piece.zero && (piece.left || std::string_view("udx").find(piece.type) == std::string_view::npos)) {
-      throw "zeros go before integers that stand at the right";
+    c.type = text_[at_];
+    if (std::string_view("udxscf").find(c.type) == std::string_view::npos) Refuse("unknown conversion");
+    if ((c.type == 'f') != precise || c.precision > Piece::kMaxPrecision)
+      Refuse("a precision goes with %f, and %f needs one");
+    if (c.zero && (c.left || std::string_view("udx").find(c.type) == std::string_view::npos)) {
+      Refuse("zeros go before integers that stand at the right");
     }
-    piece.argument = arguments_++;
     ++at_;
   }
 
   const char *text_;
   size_t length_;
-  uint32_t at_ = 0;
-  uint8_t arguments_ = 0;
+  size_t at_ = 0;
 };
 
-template <Format F>
-consteval size_t CountPieces() {
-  Parser parser(F.text, F.kLength);
+// How a conversion sees an integer that it is given.
+struct Taken {
+  uint8_t bytes;
+  bool isSigned;
+};
+
+// A format taken apart.
+template <size_t kMost>
+struct Parsed {
+  Conversion conversions[kMost];
   size_t count = 0;
-  for (; !parser.AtEnd(); ++count) parser.Next();
-  return count;
-}
+  size_t arguments = 0;
+  size_t literals = 0;
 
-template <Format F>
-consteval size_t CountArguments() {
-  Parser parser(F.text, F.kLength);
-  while (!parser.AtEnd()) parser.Next();
-  return parser.arguments();
-}
+  // How argument `index` is taken.
+  constexpr Taken OfArgument(size_t index) const {
+    size_t at = 0;
+    while (index >= Takes(conversions[at])) index -= Takes(conversions[at++]);
+    const Conversion &c = conversions[at];
+    const bool isWidth = c.widthIsArgument && index == 0;
+    return isWidth ? Taken{4, true} : Taken{c.bytes, c.type == 'd'};
+  }
 
-template <Format F>
-consteval std::array<Piece, CountPieces<F>()> ParsePieces() {
-  Parser parser(F.text, F.kLength);
-  std::array<Piece, CountPieces<F>()> pieces{};
-  for (Piece &piece : pieces) piece = parser.Next();
-  return pieces;
-}
-
-// The parsed form of format F.
-template <Format F>
-struct Plan {
-  static constexpr size_t kPieces = CountPieces<F>();
-  static constexpr size_t kArguments = CountArguments<F>();
-  static constexpr std::array<Piece, kPieces> kTable = ParsePieces<F>();
+  static constexpr size_t Takes(const Conversion &c) { return c.type == 0 ? 0 : c.widthIsArgument ? 2 : 1; }
 };
 
-// Most characters that a conversion's digits and sign take; what a text takes is known at run time only.
-constexpr size_t MaxBody(const Piece &piece) {
-  constexpr size_t kUnsigned[] = {3, 5, 10, 20};
-  constexpr size_t kSigned[] = {4, 6, 11, 20};
-  constexpr size_t kHexadecimal[] = {2, 4, 8, 16};
-  constexpr size_t kDoubleDigits = 309;
-  const auto size = static_cast<size_t>(piece.size);
-  switch (piece.type) {
-    case 'u':
-      return kUnsigned[size];
-    case 'd':
-      return kSigned[size];
-    case 'x':
-      return kHexadecimal[size];
-    case 'c':
-      return 1;
-    case 'f':
-      return kDoubleDigits + 2 + piece.precision;
-    default:
-      return 0;
+template <Format F>
+consteval auto Parse() {
+  constexpr size_t kMost = [] {
+    size_t most = 1 + F.kLength / UINT8_MAX;
+    for (const char c : F.text) most += c == '%';
+    return most;
+  }();
+  Parsed<kMost> parsed;
+  Parser parser(F.text, F.kLength);
+  while (!parser.AtEnd()) {
+    const Conversion next = parser.Next();
+    parsed.conversions[parsed.count++] = next;
+    parsed.arguments += parsed.Takes(next);
+    parsed.literals += next.length;
   }
+  return parsed;
 }
 
-constexpr size_t MaxField(const Piece &piece) {
-  return MaxBody(piece) > piece.width ? MaxBody(piece) : piece.width;
+template <Format F>
+inline constexpr auto kParsed = Parse<F>();
+
+// Most characters that a conversion takes; what a text takes, or a width that is an argument, is known at run
+// time only.
+constexpr size_t MaxField(const Conversion &c) {
+  constexpr size_t kDoubleDigits = 309;
+  size_t body = 0;
+  switch (c.type) {
+    case 'u':
+      body = c.bytes == 1 ? 3 : c.bytes == 2 ? 5 : c.bytes == 4 ? 10 : 20;
+      break;
+    case 'd':
+      body = c.bytes == 1 ? 4 : c.bytes == 2 ? 6 : c.bytes == 4 ? 11 : 20;
+      break;
+    case 'x':
+      body = size_t{c.bytes} * 2;
+      break;
+    case 'c':
+      body = 1;
+      break;
+    case 'f':
+      body = kDoubleDigits + 2 + c.precision;
+      break;
+    case 'm':
+      body = 17;
+      break;
+    default:
+      break;
+  }
+  return body > c.width ? body : c.width;
 }
 
-// Whether the conversion prints a value of type T as printf would print it, without a change of sign or width
-// that the reader of the call does not see.
+constexpr Kind KindOf(const Conversion &c, bool isView) {
+  const auto plain = [&] {
+    switch (c.type) {
+      case 'u':
+        return Kind::kUnsigned;
+      case 'd':
+        return Kind::kSigned;
+      case 'x':
+        return Kind::kHexadecimal;
+      case 'c':
+        return Kind::kCharacter;
+      case 'f':
+        return Kind::kFixed;
+      case 'm':
+        return Kind::kMac;
+      case 's':
+        return isView ? Kind::kView : Kind::kText;
+      default:
+        return Kind::kNone;
+    }
+  }();
+  if (c.width == 0 && !c.widthIsArgument) return plain;
+  if (plain == Kind::kHexadecimal && c.zero && c.width == 2 && c.bytes == 4) return Kind::kByte;
+  if (plain == Kind::kHexadecimal && c.zero && c.width == 8 && c.bytes == 4) return Kind::kWord;
+  return Padded(plain);
+}
+
+// A format's literals and pieces as they stand in its program. A line's end behind the last value takes no
+// piece.
+template <size_t kMost, size_t kLength>
+struct Outline {
+  Piece pieces[kMost]{};
+  size_t count = 0;
+  char literals[kLength]{};
+  size_t length = 0;
+  size_t bound = 0;
+  size_t read = 0;  // bytes that are read of the literals and of what is behind them
+
+  constexpr void Add(const Conversion &c, const char *text, bool isView) {
+    Piece &piece = pieces[count++];
+    piece.literal = static_cast<uint8_t>(c.length);
+    piece.kind = KindOf(c, isView);
+    piece.width = c.width;
+    piece.flags = static_cast<uint8_t>((c.left ? Piece::kLeft : 0) | (c.zero ? Piece::kZero : 0) |
+                                       (c.widthIsArgument ? Piece::kWidthIsArgument : 0) |
+                                       c.precision * Piece::kPrecision);
+    read = length + (c.length > kStep ? (c.length + kStep - 1) / kStep * kStep : kStep);
+    for (size_t i = 0; i < c.length; ++i) literals[length++] = text[c.literal + i];
+    bound += c.length + MaxField(c);
+  }
+
+  constexpr void EndLine() {
+    pieces[count - 1].flags |= Piece::kNewline;
+    ++bound;
+  }
+};
+
+template <Format F, typename... Sorts>
+consteval auto MakeOutline() {
+  constexpr auto &kFrom = kParsed<F>;
+  constexpr bool kIsView[sizeof...(Sorts) + 1] = {std::is_same_v<Sorts, std::string_view>...};
+  Outline<kFrom.count + 1, F.kLength + 1> outline;
+  size_t argument = 0;
+  for (size_t i = 0; i < kFrom.count; ++i) {
+    const Conversion &c = kFrom.conversions[i];
+    const bool isLineEnd = i + 1 == kFrom.count && c.type == 0 && c.length == 1 && F.text[c.literal] == '\n';
+    if (isLineEnd && i > 0 && outline.pieces[i - 1].kind != Kind::kNone) {
+      outline.EndLine();
+      break;
+    }
+    argument += c.widthIsArgument;
+    outline.Add(c, F.text, kIsView[argument]);
+    argument += c.type != 0;
+  }
+  if (kFrom.count == 0) outline.Add({}, F.text, false);  // a format of nothing is one piece of nothing
+  outline.pieces[outline.count - 1].flags |= Piece::kLast;
+  if (outline.bound > UINT16_MAX) Refuse("a format of more than 65,535 characters");
+  if (sizeof...(Sorts) > kMostArguments) Refuse("a format of more than 32 arguments");
+  return outline;
+}
+
+// A program as it lies in memory.
+template <size_t kLiterals, size_t kPieces, size_t kRest>
+struct Compiled {
+  Program head;
+  char text[kLiterals + kPieces * sizeof(Piece) + kRest];  // literals, pieces, and what is read behind them
+};
+
+template <Format F, typename... Sorts>
+consteval auto Compile() {
+  constexpr auto kOutline = MakeOutline<F, Sorts...>();
+  constexpr size_t kBehind = kOutline.length + kOutline.count * sizeof(Piece);
+  constexpr size_t kRest = kOutline.read > kBehind ? kOutline.read - kBehind : 0;
+  Compiled<kOutline.length, kOutline.count, kRest> program{
+      {static_cast<uint16_t>(kOutline.bound), static_cast<uint16_t>(kOutline.length),
+       uint8_t{sizeof...(Sorts)}},
+      {}};
+  char *at = program.text;
+  for (size_t i = 0; i < kOutline.length; ++i) *at++ = kOutline.literals[i];
+  for (size_t i = 0; i < kOutline.count; ++i) {
+    const Piece &piece = kOutline.pieces[i];
+    for (const uint8_t byte : {piece.literal, static_cast<uint8_t>(piece.kind), piece.width, piece.flags}) {
+      *at++ = static_cast<char>(byte);
+    }
+  }
+  return program;
+}
+
+// Whether the arguments are as many as the format asks for, and whether each fits its conversion.
+
+template <Format F, typename... Args>
+inline constexpr bool kCounts = sizeof...(Args) == kParsed<F>.arguments;
+
+template <Format F, typename... Args>
+consteval bool TypesFit() {
+  if constexpr (kCounts<F, Args...>) {
+    constexpr Argument kArguments[sizeof...(Args) + 1] = {Describe<Args>()...};
+    constexpr bool kIsInt[sizeof...(Args) + 1] = {std::is_same_v<Args, int>...};
+    size_t argument = 0;
+    for (size_t i = 0; i < kParsed<F>.count; ++i) {
+      const Conversion &c = kParsed<F>.conversions[i];
+      if (c.type == 0) continue;
+      if (c.widthIsArgument && !kIsInt[argument++]) return false;
+      if (!Accepts(c, kArguments[argument++])) return false;
+    }
+  }
+  return true;  // a wrong number is told elsewhere, and better
+}
+
+// Programs differ by their arguments only where these are texts: all that is none counts as a number.
 template <typename T>
-constexpr bool Accepts(const Piece &piece) {
-  if (piece.type == 's') return std::is_convertible_v<T, std::string_view>;
-  if (piece.type == 'c') return std::is_same_v<T, char>;
-  if (piece.type == 'f') return std::is_same_v<T, double>;
-  if (!std::is_integral_v<T> || std::is_same_v<T, char>) return false;
-  if (piece.size == Size::kLong) return sizeof(T) == 8 && std::is_signed_v<T> == (piece.type == 'd');
-  if (piece.type == 'd') return sizeof(T) < 4 || (sizeof(T) == 4 && std::is_signed_v<T>);
-  return sizeof(T) <= 4 && std::is_unsigned_v<T>;
-}
+using Sort = std::conditional_t<Describe<T>().type == Argument::Type::kView, std::string_view, uint64_t>;
 
-}  // namespace qdt::format
+template <Format F, typename... Sorts>
+inline constexpr auto kProgram = Compile<F, Sorts...>();
+
+}  // namespace format
+}  // namespace qdt
 
 #endif  // SRC_OM_COMMON_FORMAT_H_

@@ -19,21 +19,31 @@ struct SourceLine {
   uint32_t line;
 };
 
+// Where in a file's name the path begins, and how long it is.
 struct SourcePath {
-  char text[80]{};
+  size_t begin, length;
 
-  consteval explicit SourcePath(std::string_view file) {
-    file.remove_prefix(file.rfind("src/om/"));
-    file = file.substr(0, file.rfind('.'));
-    if (file.size() >= sizeof(text)) throw "source path too long";
-    for (size_t i = 0; i < file.size(); ++i) text[i] = file[i];
+  consteval explicit SourcePath(std::string_view file)
+      : begin(file.rfind("src/om/")), length(file.rfind('.') - begin) {}
+};
+
+// The path as text of its own, one for all places of a file.
+template <size_t kLength>
+struct SourceText {
+  char text[kLength + 1]{};
+
+  consteval SourceText(const char *file, size_t begin) {
+    for (size_t i = 0; i < kLength; ++i) text[i] = file[begin + i];
   }
 };
 
-#define QDT_HERE                                        \
-  ([]() -> ::qdt::SourceLine {                          \
-    static constexpr ::qdt::SourcePath kPath(__FILE__); \
-    return {kPath.text, __LINE__};                      \
+template <SourceText kText>
+inline constexpr auto kSourceText = kText;
+
+#define QDT_HERE                                                                                        \
+  ([]() -> ::qdt::SourceLine {                                                                          \
+    constexpr ::qdt::SourcePath kPath(__FILE__);                                                        \
+    return {::qdt::kSourceText<::qdt::SourceText<kPath.length>(__FILE__, kPath.begin)>.text, __LINE__}; \
   }())
 
 struct FreeEx {

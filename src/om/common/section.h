@@ -40,7 +40,7 @@ class Section {
 
   template <format::Format Label>
   void MacLine(const uint8_t (&mac)[6]) {
-    Line<Label, "%02x:%02x:%02x:%02x:%02x:%02x">(mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+    Line<Label, "%02x:%02x:%02x:%02x:%02x:%02x">(Mac(mac));
   }
 
  private:

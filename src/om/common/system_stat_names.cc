@@ -1,11 +1,12 @@
 #include <cstddef>
 
 #include "qdt/stats.h"
+#include "src/om/common/names.h"
 
 namespace {
 
 // The words that operators see, spellings and blanks included. A null entry is a counter without a name.
-constexpr const char *kNames[] = {
+constexpr const char *kList[] = {
     // Normal events: 0 to 99.
     "mac flapping",
     "mac msg punt",
@@ -589,8 +590,17 @@ constexpr const char *kNames[] = {
     "ERPS packets transmitted to lswm",
     "Igmp-snooping pkt send to txif",
 };
-static_assert(sizeof(kNames) / sizeof(kNames[0]) == QDT_STAT_NAMES);
+constexpr auto kNames = qdt::PackNames<kList>();
+static_assert(kNames.size() == QDT_STAT_NAMES);
 
 }  // namespace
 
-const char *const *QdtOmaSysStatDescGet() { return kNames; }
+// The callers' array is made when it is first asked for; whoever makes it makes the same.
+const char *const *QdtOmaSysStatDescGet() {
+  static const char *array[kNames.size()];
+  static bool made = false;
+  if (__atomic_load_n(&made, __ATOMIC_ACQUIRE)) return array;
+  for (size_t i = 0; i < kNames.size(); ++i) __atomic_store_n(&array[i], kNames[i], __ATOMIC_RELAXED);
+  __atomic_store_n(&made, true, __ATOMIC_RELEASE);
+  return array;
+}

@@ -46,8 +46,7 @@ void PrintL2AclKey(Text &text, const NextHopExtension &e) {
       "    Dmac    : %02x:%02x:%02x:%02x:%02x:%02x\n"
       "    Smac    : %02x:%02x:%02x:%02x:%02x:%02x\n"
       "    EthType : 0x%04x\n"
-      "    VlanId  : 0x%04x\n">(e.dmac[0], e.dmac[1], e.dmac[2], e.dmac[3], e.dmac[4], e.dmac[5], e.smac[0],
-                                e.smac[1], e.smac[2], e.smac[3], e.smac[4], e.smac[5], e.etherType, e.vlanId);
+      "    VlanId  : 0x%04x\n">(Mac(e.dmac), Mac(e.smac), e.etherType, e.vlanId);
 }
 
 void PrintServices(Text &text, const NextHopExtension &e) {

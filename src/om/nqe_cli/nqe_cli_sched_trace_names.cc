@@ -1,10 +1,11 @@
+#include "src/om/common/names.h"
 #include "src/om/nqe_cli/nqe_cli_sched_trace.h"
 
 namespace qdt {
 namespace {
 
 // By task id. The first carries its number in its text.
-constexpr const char *kTaskNames[kFirstSelector] = {
+constexpr const char *kTaskList[kFirstSelector] = {
     "TASK_ID_DRV_RX = 0",
     "TASK_ID_DRV_TX",
     "TASK_ID_DRV_TUNNEL_RX",
@@ -100,6 +101,7 @@ constexpr const char *kTaskNames[kFirstSelector] = {
     "TASK_ID_SVC_ING_SAC_REORDER",
     "TASK_ID_SVC_EGR_SAC_REORDER",
 };
+constexpr auto kTaskNames = PackNames<kTaskList>();
 
 }  // namespace
 

@@ -165,10 +165,11 @@ int32_t CliNqeErrorReturn(char *out, uint32_t room, int32_t code) {
 
 int32_t PrintUsage(OutputBuffer *out) {
   size_t longest = 0;
-  for (const TableUsage &usage : g_nqeTblUsage) longest = std::max(longest, strlen(usage.name));
+  for (int i = 0; i < kTableUsageCount; ++i) longest = std::max(longest, strlen(UsageOf(i).name));
   const int width = static_cast<int>(longest) + 2;
   int32_t written = QdtCliPrintf(out, "%s\n", "diag clear cpcar status");
-  for (const TableUsage &usage : g_nqeTblUsage) {
+  for (int i = 0; i < kTableUsageCount; ++i) {
+    const TableUsage usage = UsageOf(i);
     written = QdtCliPrintf(out, "%-*s diag search nqpTable %s\n", width, usage.name, usage.keys);
   }
   return written;

@@ -132,8 +132,7 @@ NQE_TABLE_SEARCH(ArpUdpMac) { return search.NextOf<DuplicateMacEntry>(qdt::kTabl
 NQE_TABLE_FORMAT_EACH(ArpDupMac, DuplicateMacEntry) {
   text.Print<
       "  IfIndex  :  %u  BrId     :  %u  VlanId   :  %u  SrcMac   :  %02x:%02x:%02x:%02x:%02x:%02x\n\n">(
-      e.ifIndex, e.bridgeId, e.vlanId, e.sourceMac[0], e.sourceMac[1], e.sourceMac[2], e.sourceMac[3],
-      e.sourceMac[4], e.sourceMac[5]);
+      e.ifIndex, e.bridgeId, e.vlanId, qdt::Mac(e.sourceMac));
 }
 
 NQE_TABLE_SEARCH(Trunk) { return search.FindOne<TrunkEntry>(qdt::kTableTrunk, search.key2); }

@@ -290,7 +290,7 @@ QDT_TABLE_PIECE(NqeTableStationTraceParseFormat) {
   const int stations = std::min<int>(static_cast<int8_t>(e.stationCount), qdt::kMaxTracedStations);
   for (int i = 0; i < stations; ++i) {
     const qdt::MacAddress &mac = e.stations[i].mac;
-    text.Print<"  StaMac :  %02x:%02x:%02x:%02x:%02x:%02x\n">(mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+    text.Print<"  StaMac :  %02x:%02x:%02x:%02x:%02x:%02x\n">(qdt::Mac(mac));
   }
   return static_cast<int32_t>(text.size());
 }
@@ -330,8 +330,7 @@ NQE_TABLE_FORMAT_EACH(ArpSimulator, ArpSimulatorEntry) {
       "  Testing          :  %u\n"
       "  TestSendTimeMs   :  %u\n"
       "  TestReplyTimeMs  :  %u\n\n">(
-      e.type, e.interval, e.testTimes, e.vlanId, source[0], source[1], source[2], source[3], source[4],
-      source[5], destination[0], destination[1], destination[2], destination[3], destination[4],
-      destination[5], qdt::ToText(e.sourceAddress).c_str(), qdt::ToText(e.destinationAddress).c_str(),
-      e.sentTimes, e.testing, static_cast<uint32_t>(e.sendTimeMs), static_cast<uint32_t>(e.replyTimeMs));
+      e.type, e.interval, e.testTimes, e.vlanId, qdt::Mac(source), qdt::Mac(destination),
+      qdt::ToText(e.sourceAddress).c_str(), qdt::ToText(e.destinationAddress).c_str(), e.sentTimes, e.testing,
+      static_cast<uint32_t>(e.sendTimeMs), static_cast<uint32_t>(e.replyTimeMs));
 }

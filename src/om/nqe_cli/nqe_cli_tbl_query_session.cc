@@ -82,8 +82,7 @@ void PrintHttps(Text &text, const SessionRecord &e) {
   text.Print<
       "HttpsSession:\n  SessIdx   :  %u\n  FwdIfIdx  :  %u\n  DstMac    :  %02x:%02x:%02x:%02x:%02x:%02x\n"
       "  SrcMac    :  %02x:%02x:%02x:%02x:%02x:%02x\n  VlanId    :  %u\n  EthType   :  %u\n">(
-      https.index, https.fwdIfIndex, d[0], d[1], d[2], d[3], d[4], d[5], s[0], s[1], s[2], s[3], s[4], s[5],
-      https.vlanId, https.ethType);
+      https.index, https.fwdIfIndex, qdt::Mac(d), qdt::Mac(s), https.vlanId, https.ethType);
 }
 
 void PrintNat(Text &text, const SessionRecord &e) {

@@ -156,9 +156,8 @@ NQE_TABLE_FORMAT_EACH(MacInfo, MacEntry) {
       "  Roam        :  %u\n"
       "  Aging       :  %u\n"
       "  OutIfIndex  :  %u\n"
-      "  DefaultBit  :  %u\n\n">(e.key.bridgeId, e.key.vlanId, mac[0], mac[1], mac[2], mac[3], mac[4], mac[5],
-                                 e.isStatic, e.drop, e.local, e.security, e.roam, e.aging, e.outIfIndex,
-                                 e.isDefault);
+      "  DefaultBit  :  %u\n\n">(e.key.bridgeId, e.key.vlanId, qdt::Mac(mac), e.isStatic, e.drop, e.local,
+                                 e.security, e.roam, e.aging, e.outIfIndex, e.isDefault);
 }
 
 NQE_TABLE_SEARCH(PortTag) {
@@ -217,8 +216,7 @@ NQE_TABLE_SEARCH(SswMc2UcElb) {
 }
 
 NQE_TABLE_FORMAT_EACH(SswMc2UcElb, MulticastUserEntry) {
-  text.Print<"  UsrMac  :  %02x:%02x:%02x:%02x:%02x:%02x\n">(e.user[0], e.user[1], e.user[2], e.user[3],
-                                                             e.user[4], e.user[5]);
+  text.Print<"  UsrMac  :  %02x:%02x:%02x:%02x:%02x:%02x\n">(qdt::Mac(e.user));
 }
 
 NQE_TABLE_SEARCH(PortInstState) {

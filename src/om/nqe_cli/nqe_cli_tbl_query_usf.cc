@@ -86,7 +86,7 @@ void NqeTableAddUsfStat(void *sum, const void *block) {
 NQE_TABLE_SEARCH(UsfStat) { return search.FindOne<UsfStatEntry>(qdt::kTableUsfStat, search.key2); }
 
 static void PrintStation(qdt::Text &text, const qdt::MacAddress &mac) {
-  text.Print<"  StaMac   :  %02x:%02x:%02x:%02x:%02x:%02x\n">(mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+  text.Print<"  StaMac   :  %02x:%02x:%02x:%02x:%02x:%02x\n">(qdt::Mac(mac));
 }
 
 NQE_TABLE_FORMAT_ONE(UsfStat, UsfStatEntry) { PrintStation(text, e.mac); }
@@ -140,9 +140,7 @@ NQE_TABLE_FORMAT_ONE(UsfLocalMngUser, LocalManagementUser) {
       "  VlanId           :  %u\n"
       "  LocalMngSrcMac   :  %02x:%02x:%02x:%02x:%02x:%02x\n"
       "  LocalMngDstMac   :  %02x:%02x:%02x:%02x:%02x:%02x\n">(
-      ToText(e.address).c_str(), e.fwdIfIndex, e.vlanId, source[0], source[1], source[2], source[3],
-      source[4], source[5], destination[0], destination[1], destination[2], destination[3], destination[4],
-      destination[5]);
+      ToText(e.address).c_str(), e.fwdIfIndex, e.vlanId, qdt::Mac(source), qdt::Mac(destination));
 }
 
 NQE_TABLE_SEARCH(UsfRoam) { return FindStation<UsfRoamEntry>(search, qdt::kTableUsfRoam); }
@@ -170,8 +168,7 @@ NQE_TABLE_FORMAT_EACH(UsfRoamAp2StaElb, UsfRoamStation) {
       "  IPType       : %u\n"
       "  UserMac      : %02x:%02x:%02x:%02x:%02x:%02x\n"
       "  HapMac       : %02x:%02x:%02x:%02x:%02x:%02x\n"
-      "  UserIsolate  : %u\n\n">(e.vlanId, e.hasIpv4, user[0], user[1], user[2], user[3], user[4], user[5],
-                                 home[0], home[1], home[2], home[3], home[4], home[5], e.userIsolate);
+      "  UserIsolate  : %u\n\n">(e.vlanId, e.hasIpv4, qdt::Mac(user), qdt::Mac(home), e.userIsolate);
   if (e.hasIpv4) text.Print<"  Ipv4         : 0x%x\n">(e.ipv4Address);
 }
 

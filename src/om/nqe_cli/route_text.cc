@@ -70,8 +70,7 @@ void PrintNeighbour(Text &text, const Neighbour &e) {
       "  L3FwdIfIndex  : %u\n"
       "  VlanId        : %u\n"
       "  Dmac          : %02x:%02x:%02x:%02x:%02x:%02x\n">(
-      e.valid, e.fake, e.ctrlIfIndex, e.l3CtrlIfIndex, e.fwdIfIndex, e.l3FwdIfIndex, e.vlanId, e.dmac[0],
-      e.dmac[1], e.dmac[2], e.dmac[3], e.dmac[4], e.dmac[5]);
+      e.valid, e.fake, e.ctrlIfIndex, e.l3CtrlIfIndex, e.fwdIfIndex, e.l3FwdIfIndex, e.vlanId, Mac(e.dmac));
 }
 
 }  // namespace qdt

@@ -1,10 +1,15 @@
 #include "src/om/nqe_cli/table_usage.h"
 
+#include <array>
+
+#include "src/om/common/names.h"
+
 namespace qdt {
+namespace {
 
 // In the order in which they are printed. A line without a name is a further form of the table above it,
 // except for the one of table 23 that stands behind table 37's.
-const TableUsage g_nqeTblUsage[kTableUsageCount] = {
+constexpr TableUsage kRows[kTableUsageCount] = {
     {" 0. fwdif", "0 0 ctrl-if-Index 0 0"},
     {" 1. ctrlif_map_fwdif", "1 0 ctrl-if-index 0 0"},
     {" 2. flowif_map_fwdif", "2 0 pct-index 0 0"},
@@ -106,5 +111,16 @@ const TableUsage g_nqeTblUsage[kTableUsageCount] = {
     {"87. eaplog_info", "87 mac 0 0 0"},
     {"88. arp_simulator", "88 all 0 0 0"},
 };
+
+constexpr auto kList = [] {
+  std::array<const char *, 2 * kTableUsageCount> list{};
+  for (size_t i = 0; i < list.size(); ++i) list[i] = i % 2 == 0 ? kRows[i / 2].name : kRows[i / 2].keys;
+  return list;
+}();
+constexpr auto kTexts = PackNames<kList>();
+
+}  // namespace
+
+TableUsage UsageOf(int line) { return {kTexts[2 * line], kTexts[2 * line + 1]}; }
 
 }  // namespace qdt

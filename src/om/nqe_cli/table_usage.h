@@ -11,7 +11,7 @@ struct TableUsage {
 };
 
 constexpr int kTableUsageCount = 100;
-extern const TableUsage g_nqeTblUsage[kTableUsageCount];
+TableUsage UsageOf(int line);
 
 }  // namespace qdt
 

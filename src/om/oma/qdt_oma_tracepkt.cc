@@ -29,8 +29,7 @@ void PrintNumber(Text &options, AgentRequest request, const char *name) {
 template <format::Format F>
 void PrintMac(Text &options, AgentRequest request, const char *name) {
   uint8_t mac[6];
-  if (QdtOmaParseMac(request, name, mac) == 0)
-    options.Print<F>(mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+  if (QdtOmaParseMac(request, name, mac) == 0) options.Print<F>(Mac(mac));
 }
 
 // False for a parameter that is there and no IPv4 address, for which the engine has no option.

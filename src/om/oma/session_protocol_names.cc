@@ -1,6 +1,5 @@
-#include <iterator>
-
 #include "qdt/session.h"
+#include "src/om/common/names.h"
 #include "src/om/common/text.h"
 
 // Names of IP protocols, as lists of sessions show them.
@@ -9,7 +8,7 @@ char protocolName[32];
 namespace {
 
 // By protocol number. Spellings and repetitions are part of what operators see.
-constexpr const char *kNames[] = {
+constexpr const char *kList[] = {
     "ipv6 hop-by-hop option(0x0)",
     "icmp",
     "igmp(0x2)",
@@ -152,12 +151,13 @@ constexpr const char *kNames[] = {
     "hip(0x8b)",
     "shim6 header(0x8c)",
 };
-static_assert(std::size(kNames) == 141);
+constexpr auto kNames = qdt::PackNames<kList>();
+static_assert(kNames.size() == 141);
 
 }  // namespace
 
 const char *OmaQuerySessionGetProtocolName(uint32_t number) {
-  if (number < std::size(kNames)) return kNames[number];
+  if (number < kNames.size()) return kNames[number];
   qdt::Text text(protocolName, sizeof(protocolName) - 1);
   text.Print<"unknown(0x%x)">(number);
   return protocolName;

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <type_traits>
 
 #include "qdt/tables.h"
@@ -26,7 +27,9 @@ class Text {
   template <format::Format F, typename... Args>
   bool Print(Args... args) {
     if (failed_) return false;
-    const int written = snprintf(at_, Room(), F.text, Value(Own(args))...);
+    const int written = std::apply(
+        [this](const auto &...each) { return snprintf(at_, Room(), F.text, Value(each)...); },
+        std::tuple_cat(Own(args)...));
     if (written < 0 || static_cast<size_t>(written) >= Room()) {
       *at_ = '\0';
       failed_ = true;
@@ -48,19 +51,23 @@ class Text {
   int32_t Result() const { return failed_ ? code_ : static_cast<int32_t>(size()); }
 
  private:
-  // Text wants a terminator here, and a null text prints nothing; all else goes to snprintf as it is.
+  // What snprintf takes in the place of an argument. Text wants a terminator here, and a null text prints nothing; a
+  // MAC address is six numbers.
   template <typename T>
   static auto Own(T value) {
-    if constexpr (std::is_same_v<T, std::string_view>) {
-      return std::string(value);
+    if constexpr (std::is_same_v<T, Mac>) {
+      const uint8_t *const mac = value.bytes;
+      return std::tuple(mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+    } else if constexpr (std::is_same_v<T, std::string_view>) {
+      return std::tuple(std::string(value));
     } else if constexpr (std::is_convertible_v<T, const char *>) {
-      return value == nullptr ? "" : static_cast<const char *>(value);
+      return std::tuple(value == nullptr ? "" : static_cast<const char *>(value));
     } else {
-      return value;
+      return std::tuple(value);
     }
   }
   template <typename T>
-  static T Value(T value) {
+  static T Value(const T &value) {
     return value;
   }
   static const char *Value(const std::string &text) { return text.c_str(); }

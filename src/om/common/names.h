@@ -1,0 +1,56 @@
+#ifndef SRC_OM_COMMON_NAMES_H_
+#define SRC_OM_COMMON_NAMES_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
+
+namespace qdt {
+
+// Names by number, in one block of bytes. An array of pointers would cost a device 32 bytes a name beside its
+// characters, and the loader a relocation each.
+template <size_t kCount, size_t kBytes>
+struct Names {
+  uint16_t begin[kCount]{};  // where the name begins; 0 where there is none
+  char text[kBytes]{};
+
+  static constexpr size_t size() { return kCount; }
+
+  // Null where there is none.
+  constexpr const char *operator[](size_t index) const {
+    return begin[index] == 0 ? nullptr : text + begin[index];
+  }
+};
+
+// The names of an array of C strings, null where there is none:
+//
+//   constexpr const char *kList[] = {"first", nullptr, "third"};
+//   constexpr auto kNames = PackNames<kList>();
+template <const auto &kList>
+consteval auto PackNames() {
+  constexpr size_t kBytes = [] {
+    size_t bytes = 1;
+    for (const char *name : kList) {
+      if (name == nullptr) continue;
+      while (*name++ != '\0') ++bytes;
+      ++bytes;
+    }
+    return bytes;
+  }();
+  static_assert(kBytes <= UINT16_MAX);
+  Names<std::size(kList), kBytes> names;
+  size_t at = 1, index = 0;
+  for (const char *name : kList) {
+    if (name != nullptr) {
+      names.begin[index] = static_cast<uint16_t>(at);
+      while (*name != '\0') names.text[at++] = *name++;
+      ++at;
+    }
+    ++index;
+  }
+  return names;
+}
+
+}  // namespace qdt
+
+#endif  // SRC_OM_COMMON_NAMES_H_
