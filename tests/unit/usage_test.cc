@@ -124,6 +124,24 @@ TEST_F(TableUsageTest, TablesThatAreSkipped) {
   EXPECT_TRUE(platform.log.empty());
 }
 
+TEST_F(TableUsageTest, TablesBehindTheListAreSkipped) {
+  const auto tables = std::make_unique<TbmTableDesc[]>(10);  // a sanitizer sees a read behind it
+  Define(9, "CAP_TABLE_X", 10);
+  tables[9] = tables_[9];
+  info_ = {10, 0, tables.get(), nullptr, nullptr};
+  const std::string row = "\nCAP_TABLE_X                    10     0      0        0";
+  EXPECT_EQ(Row(9), row);
+  for (const uint32_t id : {10u, 24u, 108u, 109u, UINT32_MAX}) EXPECT_EQ(Row(id), "result 0, untouched") << id;
+  EXPECT_EQ(List(), std::string(kHead) + row + "\n" + kRule);
+  info_.tableCount = 0;
+  EXPECT_EQ(Row(9), "result 0, untouched");
+  // A longer list changes nothing for the tables that are known.
+  info_ = {200, 0, tables_, nullptr, nullptr};
+  EXPECT_EQ(List(), std::string(kHead) + row + "\n" + kRule);
+  EXPECT_EQ(Row(109), "result 0, untouched");
+  EXPECT_TRUE(platform.log.empty());
+}
+
 TEST_F(TableUsageTest, AnyNonZeroFieldMeansDefinedAndInUse) {
   Define(5, "CAP_TABLE_X", 10);
   tables_[5].dataSize = 0xFF00;

@@ -1,6 +1,7 @@
 #include <cstring>
 
 #include "qdt/tables.h"
+#include "src/om/common/table_descriptor.h"
 #include "src/om/engine/acl.h"
 #include "src/om/nqe_cli/acl_rule_text.h"
 #include "src/om/nqe_cli/bound_entry.h"
@@ -122,11 +123,8 @@ NQE_TABLE_SEARCH(AclTbmRule) { return 0; }
 
 // Descriptor of the ACL group table; null when the table manager does not list it.
 static const TbmTableDesc *GroupTable() {
-  const TbmTableDesc *const tables = qdt::TableDescriptors();
-  if (tables == nullptr) return nullptr;
-  for (uint32_t id = 0; id < qdt::kEngineTables; ++id) {
-    const char *const name = tables[id].name;
-    if (name != nullptr && std::strcmp(name, "CAP_TABLE_ACL_GROUP") == 0) return &tables[id];
+  for (const TbmTableDesc &table : qdt::EngineTableDescriptors()) {
+    if (table.name != nullptr && std::strcmp(table.name, "CAP_TABLE_ACL_GROUP") == 0) return &table;
   }
   return nullptr;
 }

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cstring>
+#include <span>
 #include <string_view>
 
 #include "qdt/aging.h"
@@ -7,6 +8,7 @@
 #include "qdt/tables.h"
 #include "src/om/common/address.h"
 #include "src/om/common/section.h"
+#include "src/om/common/table_descriptor.h"
 #include "src/om/common/trace_block.h"
 #include "src/om/engine/arp_simulator.h"
 #include "src/om/engine/global.h"
@@ -247,8 +249,8 @@ NQE_TABLE_FORMAT_EACH(AfPacketListen, PacketSocketEntry) {
 NQE_TABLE_SEARCH(TbmMemStat) { return 0; }
 
 int32_t NqeTableFormatTbmMemStat(char *out, uint32_t room, const void *, int32_t) {
-  const TbmTableDesc *const tables = qdt::TableDescriptors();
-  if (tables == nullptr) return QDT_TBL_UNSUPPORTED;
+  const std::span<const TbmTableDesc> tables = qdt::EngineTableDescriptors();
+  if (tables.empty()) return QDT_TBL_UNSUPPORTED;
   qdt::Text text(out, room);
   text.Print<
       "---------------------------------------------------------------------------------------------------\n"
@@ -256,7 +258,7 @@ int32_t NqeTableFormatTbmMemStat(char *out, uint32_t room, const void *, int32_t
       "---------------------------------------------------------------------------------------------------"
       "\n">();
   uint32_t total = 0;
-  for (uint32_t id = 0; id < qdt::kEngineTables; ++id) {
+  for (uint32_t id = 0; id < tables.size(); ++id) {
     const TbmTableDesc &table = tables[id];
     uint32_t bytes = 0;
     TbmTblMemStat(qdt::kEngineInstance, id, &bytes);

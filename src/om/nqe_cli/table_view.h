@@ -184,13 +184,6 @@ int32_t FormatFirst(char *out, uint32_t room, const void *record, int32_t record
   return text.Result();
 }
 
-// Descriptors of the engine's tables by table id; null when the table manager does not list just the tables
-// that this library knows.
-inline const TbmTableDesc *TableDescriptors() {
-  const TbmGlobalInfo *const info = g_tbmGlobalInfo;
-  return info == nullptr || info->tableCount != kEngineTables ? nullptr : info->tables;
-}
-
 #define NQE_TABLE_SEARCH(view)                                                                \
   static int32_t Search##view(const ::qdt::Search &search);                                   \
   QDT_TABLE_SEARCH(NqeTableSearch##view) {                                                    \
