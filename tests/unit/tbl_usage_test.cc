@@ -89,7 +89,7 @@ TEST_F(TableUsageTest, WholeListing) {
             "\n-----------------------------------------------------------------");
   ASSERT_EQ(platform.allocations.size(), 1u);
   EXPECT_EQ(platform.allocations[0].size, 20480u);
-  EXPECT_EQ(platform.allocations[0].path, "src/om/oma/qdt_oma_usage");
+  EXPECT_EQ(platform.allocations[0].path, "src/om/oma/qdt_oma_tbl_usage");
   EXPECT_TRUE(platform.log.empty());
 }
 
@@ -131,7 +131,8 @@ TEST_F(TableUsageTest, TablesBehindTheListAreSkipped) {
   info_ = {10, 0, tables.get(), nullptr, nullptr};
   const std::string row = "\nCAP_TABLE_X                    10     0      0        0";
   EXPECT_EQ(Row(9), row);
-  for (const uint32_t id : {10u, 24u, 108u, 109u, UINT32_MAX}) EXPECT_EQ(Row(id), "result 0, untouched") << id;
+  for (const uint32_t id : {10u, 24u, 108u, 109u, UINT32_MAX})
+    EXPECT_EQ(Row(id), "result 0, untouched") << id;
   EXPECT_EQ(List(), std::string(kHead) + row + "\n" + kRule);
   info_.tableCount = 0;
   EXPECT_EQ(Row(9), "result 0, untouched");
