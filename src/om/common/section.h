@@ -1,6 +1,7 @@
 #ifndef SRC_OM_COMMON_SECTION_H_
 #define SRC_OM_COMMON_SECTION_H_
 
+#include "src/om/common/address.h"
 #include "src/om/common/text.h"
 
 namespace qdt {
@@ -40,7 +41,7 @@ class Section {
 
   template <format::Format Label>
   void MacLine(const uint8_t (&mac)[6]) {
-    Line<Label, "%02x:%02x:%02x:%02x:%02x:%02x">(mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+    Line<Label, "%s">(ToText(mac).c_str());
   }
 
  private:

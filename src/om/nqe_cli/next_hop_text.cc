@@ -1,9 +1,10 @@
 #include "src/om/nqe_cli/next_hop_text.h"
 
+#include "src/om/common/address.h"
 #include "src/om/engine/acl.h"
 #include "src/om/engine/table_ids.h"
-#include "src/om/nqe_cli/bound_entry.h"
 #include "src/om/nqe_cli/route_text.h"
+#include "src/om/nqe_cli/table_entry.h"
 
 namespace qdt {
 namespace {
@@ -43,11 +44,10 @@ void PrintEncapsulation(Text &text, const NextHopExtension &e) {
 void PrintL2AclKey(Text &text, const NextHopExtension &e) {
   text.Print<"  L2AclKey:\n">();
   text.Print<
-      "    Dmac    : %02x:%02x:%02x:%02x:%02x:%02x\n"
-      "    Smac    : %02x:%02x:%02x:%02x:%02x:%02x\n"
+      "    Dmac    : %s\n"
+      "    Smac    : %s\n"
       "    EthType : 0x%04x\n"
-      "    VlanId  : 0x%04x\n">(e.dmac[0], e.dmac[1], e.dmac[2], e.dmac[3], e.dmac[4], e.dmac[5], e.smac[0],
-                                e.smac[1], e.smac[2], e.smac[3], e.smac[4], e.smac[5], e.etherType, e.vlanId);
+      "    VlanId  : 0x%04x\n">(ToText(e.dmac).c_str(), ToText(e.smac).c_str(), e.etherType, e.vlanId);
 }
 
 void PrintServices(Text &text, const NextHopExtension &e) {

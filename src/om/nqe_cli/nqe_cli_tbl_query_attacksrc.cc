@@ -12,10 +12,7 @@ using qdt::ToText;
 
 NQE_TABLE_SEARCH(AttackSmac) { return search.NextOf<AttackSourceMac>(qdt::kTableAttackSourceMac); }
 
-NQE_TABLE_FORMAT_EACH(AttackSmac, AttackSourceMac) {
-  text.Print<"  SrcMac  :  %02x:%02x:%02x:%02x:%02x:%02x\n">(e.mac[0], e.mac[1], e.mac[2], e.mac[3], e.mac[4],
-                                                             e.mac[5]);
-}
+NQE_TABLE_FORMAT_EACH(AttackSmac, AttackSourceMac) { text.Print<"  SrcMac  :  %s\n">(ToText(e.mac).c_str()); }
 
 NQE_TABLE_SEARCH(AttackSip) { return search.NextOf<AttackSourceAddress>(qdt::kTableAttackSourceIp); }
 
@@ -28,16 +25,16 @@ NQE_TABLE_SEARCH(AttackSdata) { return search.NextOf<AttackSourceData>(qdt::kTab
 NQE_TABLE_FORMAT_EACH(AttackSdata, AttackSourceData) {
   text.Print<
       "  Ipv4Addr        :  %s\n"
-      "  Mac             :  %02x:%02x:%02x:%02x:%02x:%02x\n"
+      "  Mac             :  %s\n"
       "  LastSec         :  %u\n"
       "  LastCount       :  %u\n"
       "  LastAlarmSec    :  %u\n"
       "  MsgPubFlag      :  %u\n"
       "  TotalCount      :  %lu\n"
       "  PenaltyCycleCnt :  %u\n"
-      "  AlarmCycleCnt   :  %u\n\n">(ToText(e.address).c_str(), e.mac[0], e.mac[1], e.mac[2], e.mac[3],
-                                     e.mac[4], e.mac[5], e.lastSecond, e.lastCount, e.lastAlarmSecond,
-                                     e.published, e.totalCount, e.penaltyCycles, e.alarmCycles);
+      "  AlarmCycleCnt   :  %u\n\n">(ToText(e.address).c_str(), ToText(e.mac).c_str(), e.lastSecond,
+                                     e.lastCount, e.lastAlarmSecond, e.published, e.totalCount,
+                                     e.penaltyCycles, e.alarmCycles);
 }
 
 static void PrintAttackSource(qdt::Text &text, const HsecGlobalCfg &e) {

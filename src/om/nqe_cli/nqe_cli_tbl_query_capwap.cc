@@ -4,6 +4,7 @@
 #include "src/om/common/section.h"
 #include "src/om/engine/capwap.h"
 #include "src/om/engine/route.h"
+#include "src/om/nqe_cli/table_entry.h"
 #include "src/om/nqe_cli/table_view.h"
 
 // Views of the CAPWAP tunnels and of the table that leads arriving packets to them.
@@ -61,12 +62,10 @@ static void PrintEncapsulation(qdt::Text &text, const CapwapTunnelEntry &e) {
 static void PrintFastPath(qdt::Text &text, const CapwapTunnelEntry &e) {
   constexpr uint16_t kVpn = 0;
   const qdt::FibKey key = {0, kVpn, htonl(e.destinationAddress)};
-  void *route = nullptr;
-  const int32_t code = TbmTblMatch(qdt::kEngineInstance, qdt::kTableFib, &key, &route);
-  const bool same = code == 0 && reinterpret_cast<uintptr_t>(route) == e.boundRoute;
-  const bool printed = same ? text.Print<"  CapwapTunnel-Fast: OK\n">()
-                            : text.Print<"  CapwapTunnel-Fast: Error, ret=%d, vpn=%d, dip=0x%08x\n">(
-                                  code, kVpn, e.destinationAddress);
+  const qdt::BoundEntry route = qdt::CheckBoundMatch(qdt::kTableFib, key, e.boundRoute);
+  const bool printed = route.same ? text.Print<"  CapwapTunnel-Fast: OK\n">()
+                                  : text.Print<"  CapwapTunnel-Fast: Error, ret=%d, vpn=%d, dip=0x%08x\n">(
+                                        route.code, kVpn, e.destinationAddress);
   if (!printed) text.Fail(QDT_TBL_RAW_DATA);
 }
 

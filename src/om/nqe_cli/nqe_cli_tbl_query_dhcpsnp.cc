@@ -28,11 +28,11 @@ NQE_TABLE_FORMAT_EACH(DhcpSnpBind, DhcpSnoopingBinding) {
       "  Ipv6Addr      :  %s\n"
       "  IsPrefix      :  %d\n"
       "  PrefixLen     :  %d\n"
-      "  Mac           :  %02x:%02x:%02x:%02x:%02x:%02x\n"
+      "  Mac           :  %s\n"
       "  BindType      :  %s\n"
       "  ClientReqTime :  %u\n"
       "  ProtoType     :  %s\n\n">(
       e.fwdIfIndex, e.vlanId, ToText(e.ipv4Address).c_str(), ToText(e.ipv6Address).c_str(), e.isPrefix,
-      e.prefixLength, e.mac[0], e.mac[1], e.mac[2], e.mac[3], e.mac[4], e.mac[5],
-      e.type == qdt::kStaticBinding ? "Static" : "Dynamic", e.requestTime, ProtocolName(e.protocol));
+      e.prefixLength, ToText(e.mac).c_str(), e.type == qdt::kStaticBinding ? "Static" : "Dynamic",
+      e.requestTime, ProtocolName(e.protocol));
 }

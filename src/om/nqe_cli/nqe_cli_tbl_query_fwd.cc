@@ -8,6 +8,7 @@
 #include "src/om/nqe_cli/forwarding_interface_text.h"
 #include "src/om/nqe_cli/next_hop_text.h"
 #include "src/om/nqe_cli/route_text.h"
+#include "src/om/nqe_cli/table_entry.h"
 #include "src/om/nqe_cli/table_view.h"
 
 // Views of the forwarding interfaces and of the maps that lead to them, and of IPv4 routing and neighbours.
@@ -45,9 +46,8 @@ NQE_TABLE_FORMAT_ONE(PfeVapIfMap, InterfaceMapEntry) {
 }
 
 NQE_TABLE_SEARCH(Fwdif) {
-  const uint32_t fwdIfIndex = QdtCliGetFwdifIndexByCtrlIndex(search.key2);
-  // A code and an index come back alike; no interface index is that large.
-  if (static_cast<int32_t>(fwdIfIndex) < 0) return static_cast<int32_t>(fwdIfIndex);
+  uint32_t fwdIfIndex = 0;
+  if (const int32_t code = qdt::FindFwdIf(search.key2, fwdIfIndex); code != 0) return code;
   return search.FindOne<ForwardingInterface>(qdt::kTableFwdIf, fwdIfIndex);
 }
 
@@ -130,10 +130,8 @@ NQE_TABLE_FORMAT_ONE(Bridge, BridgeEntry) {
 NQE_TABLE_SEARCH(ArpUdpMac) { return search.NextOf<DuplicateMacEntry>(qdt::kTableArpDuplicateMac); }
 
 NQE_TABLE_FORMAT_EACH(ArpDupMac, DuplicateMacEntry) {
-  text.Print<
-      "  IfIndex  :  %u  BrId     :  %u  VlanId   :  %u  SrcMac   :  %02x:%02x:%02x:%02x:%02x:%02x\n\n">(
-      e.ifIndex, e.bridgeId, e.vlanId, e.sourceMac[0], e.sourceMac[1], e.sourceMac[2], e.sourceMac[3],
-      e.sourceMac[4], e.sourceMac[5]);
+  text.Print<"  IfIndex  :  %u  BrId     :  %u  VlanId   :  %u  SrcMac   :  %s\n\n">(
+      e.ifIndex, e.bridgeId, e.vlanId, ToText(e.sourceMac).c_str());
 }
 
 NQE_TABLE_SEARCH(Trunk) { return search.FindOne<TrunkEntry>(qdt::kTableTrunk, search.key2); }

@@ -4,6 +4,7 @@
 #include "src/om/common/section.h"
 #include "src/om/engine/global.h"
 #include "src/om/engine/protocol.h"
+#include "src/om/nqe_cli/bit.h"
 #include "src/om/nqe_cli/table_view.h"
 
 // View of the engine's global record, with the session aging times in force.
@@ -134,8 +135,6 @@ void PrintIngressAcl(Text &text, const GlobalEntry &e) {
   s.Line<"Ipv6GlobalAclRedirectEn">(acl.ipv6Redirect);
   s.Line<"Ipv6GlobalAclMatchStatEn">(acl.ipv6MatchStat);
 }
-
-constexpr uint32_t Bit(uint32_t word, int bit) { return word >> bit & 1; }
 
 void PrintEgressAcl(Text &text, const GlobalEntry &e) {
   text.Print<"EgrGlobalAclEnInfo:\n">();

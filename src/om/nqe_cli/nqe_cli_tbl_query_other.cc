@@ -6,6 +6,7 @@
 #include "qdt/stats.h"
 #include "qdt/tables.h"
 #include "src/om/common/address.h"
+#include "src/om/common/record_copy.h"
 #include "src/om/common/table_descriptor.h"
 #include "src/om/common/trace_block.h"
 #include "src/om/engine/arp_simulator.h"
@@ -85,8 +86,7 @@ NQE_TABLE_SEARCH(StationTrace) {
 
 QDT_TABLE_PIECE(NqeTableStationTraceParseFormat) {
   if (entry == nullptr) return QDT_TBL_DATA_SIZE;
-  PacketTraceBlock e;
-  std::memcpy(&e, entry, sizeof(e));
+  const auto e = qdt::CopyOf<PacketTraceBlock>(entry);
   qdt::Text text(out, room);
   text.Print<"  Enable :  %u \n  IsAll  :  %u \n  StaNum :  %u \n">(e.on.stations, e.allStations,
                                                                     e.stationCount);
@@ -94,8 +94,7 @@ QDT_TABLE_PIECE(NqeTableStationTraceParseFormat) {
   // The count is a signed byte to the engine; stations that do not fit are no failure.
   const int stations = std::min<int>(static_cast<int8_t>(e.stationCount), qdt::kMaxTracedStations);
   for (int i = 0; i < stations; ++i) {
-    const qdt::MacAddress &mac = e.stations[i].mac;
-    text.Print<"  StaMac :  %02x:%02x:%02x:%02x:%02x:%02x\n">(mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+    text.Print<"  StaMac :  %s\n">(qdt::ToText(e.stations[i].mac).c_str());
   }
   return static_cast<int32_t>(text.size());
 }
@@ -121,22 +120,21 @@ NQE_TABLE_FORMAT_ONE(DropIdDesc, DropReason) {
 NQE_TABLE_SEARCH(ArpSimulator) { return search.NextOf<ArpSimulatorEntry>(qdt::kTableArpSimulator); }
 
 NQE_TABLE_FORMAT_EACH(ArpSimulator, ArpSimulatorEntry) {
-  const qdt::MacAddress &source = e.sourceMac, &destination = e.destinationMac;
   text.Print<
       "  Type             :  %hu\n"
       "  Interval         :  %u\n"
       "  TestTimes        :  %u\n"
       "  VlanId           :  %hu\n"
-      "  SrcMac           :  %02x:%02x:%02x:%02x:%02x:%02x\n"
-      "  DstMac           :  %02x:%02x:%02x:%02x:%02x:%02x\n"
+      "  SrcMac           :  %s\n"
+      "  DstMac           :  %s\n"
       "  SrcIp            :  %s\n"
       "  DstIp            :  %s\n"
       "  SentTimes        :  %u\n"
       "  Testing          :  %u\n"
       "  TestSendTimeMs   :  %u\n"
       "  TestReplyTimeMs  :  %u\n\n">(
-      e.type, e.interval, e.testTimes, e.vlanId, source[0], source[1], source[2], source[3], source[4],
-      source[5], destination[0], destination[1], destination[2], destination[3], destination[4],
-      destination[5], qdt::ToText(e.sourceAddress).c_str(), qdt::ToText(e.destinationAddress).c_str(),
-      e.sentTimes, e.testing, static_cast<uint32_t>(e.sendTimeMs), static_cast<uint32_t>(e.replyTimeMs));
+      e.type, e.interval, e.testTimes, e.vlanId, qdt::ToText(e.sourceMac).c_str(),
+      qdt::ToText(e.destinationMac).c_str(), qdt::ToText(e.sourceAddress).c_str(),
+      qdt::ToText(e.destinationAddress).c_str(), e.sentTimes, e.testing, static_cast<uint32_t>(e.sendTimeMs),
+      static_cast<uint32_t>(e.replyTimeMs));
 }

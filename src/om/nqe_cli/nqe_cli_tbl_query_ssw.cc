@@ -1,15 +1,16 @@
-#include <algorithm>
-
 #include "qdt/cli.h"
 #include "qdt/tables.h"
 #include "src/om/common/address.h"
 #include "src/om/common/section.h"
 #include "src/om/engine/switching.h"
+#include "src/om/nqe_cli/bit.h"
+#include "src/om/nqe_cli/table_entry.h"
 #include "src/om/nqe_cli/table_view.h"
 
 // Views of layer-2 switching: VLANs, MAC addresses, ports, and the lists that frames are replicated to.
 using qdt::CauseEntry;
 using qdt::DummyMulticastRoute;
+using qdt::FindFwdIf;
 using qdt::GlobalBroadcastEntry;
 using qdt::MacEntry;
 using qdt::MacKey;
@@ -28,12 +29,6 @@ using qdt::VlanEntry;
 using qdt::VlanKey;
 using qdt::VlanListEntry;
 using qdt::VlanListKey;
-
-// Turns a control-interface index into the index of its forwarding interface; 0 or a negative code.
-static int32_t FindFwdIf(uint32_t ctrlIfIndex, uint32_t &fwdIfIndex) {
-  fwdIfIndex = QdtCliGetFwdifIndexByCtrlIndex(ctrlIfIndex);
-  return std::min(static_cast<int32_t>(fwdIfIndex), 0);
-}
 
 NQE_TABLE_SEARCH(Vlan) {
   const VlanKey key = {static_cast<uint16_t>(search.key3), static_cast<uint16_t>(search.key2)};
@@ -70,7 +65,7 @@ NQE_TABLE_SEARCH(VlanBitmap) {
 
 void toBinary(char *buffer, uint32_t value) {
   for (int bit = 31; bit >= 0; --bit) {
-    *buffer++ = (value >> bit & 1) != 0 ? '1' : '0';
+    *buffer++ = qdt::Bit(value, bit) != 0 ? '1' : '0';
     if (bit % 8 == 0) *buffer++ = ' ';
   }
   *buffer = '\0';
@@ -144,11 +139,10 @@ NQE_TABLE_SEARCH(MacInfo) {
 }
 
 NQE_TABLE_FORMAT_EACH(MacInfo, MacEntry) {
-  const auto &mac = e.key.mac;
   text.Print<
       "  BrId        :  %u\n"
       "  VlanId      :  %u\n"
-      "  Mac         :  %02x:%02x:%02x:%02x:%02x:%02x\n"
+      "  Mac         :  %s\n"
       "  Static      :  %u\n"
       "  Drop        :  %u\n"
       "  Local       :  %u\n"
@@ -156,9 +150,8 @@ NQE_TABLE_FORMAT_EACH(MacInfo, MacEntry) {
       "  Roam        :  %u\n"
       "  Aging       :  %u\n"
       "  OutIfIndex  :  %u\n"
-      "  DefaultBit  :  %u\n\n">(e.key.bridgeId, e.key.vlanId, mac[0], mac[1], mac[2], mac[3], mac[4], mac[5],
-                                 e.isStatic, e.drop, e.local, e.security, e.roam, e.aging, e.outIfIndex,
-                                 e.isDefault);
+      "  DefaultBit  :  %u\n\n">(e.key.bridgeId, e.key.vlanId, ToText(e.key.mac).c_str(), e.isStatic, e.drop,
+                                 e.local, e.security, e.roam, e.aging, e.outIfIndex, e.isDefault);
 }
 
 NQE_TABLE_SEARCH(PortTag) {
@@ -217,8 +210,7 @@ NQE_TABLE_SEARCH(SswMc2UcElb) {
 }
 
 NQE_TABLE_FORMAT_EACH(SswMc2UcElb, MulticastUserEntry) {
-  text.Print<"  UsrMac  :  %02x:%02x:%02x:%02x:%02x:%02x\n">(e.user[0], e.user[1], e.user[2], e.user[3],
-                                                             e.user[4], e.user[5]);
+  text.Print<"  UsrMac  :  %s\n">(ToText(e.user).c_str());
 }
 
 NQE_TABLE_SEARCH(PortInstState) {

@@ -6,7 +6,9 @@
 #include "qdt/cli.h"
 #include "qdt/tables.h"
 #include "src/om/common/address.h"
+#include "src/om/common/record_copy.h"
 #include "src/om/engine/user.h"
+#include "src/om/nqe_cli/station_key.h"
 #include "src/om/nqe_cli/table_view.h"
 #include "src/om/nqe_cli/usf_eap_text.h"
 #include "src/om/nqe_cli/usf_user_text.h"
@@ -31,8 +33,8 @@ using qdt::VapStationKey;
 // Fetches the entry of the station whose MAC address key1 is.
 template <typename Record>
 static int32_t FindStation(const qdt::Search &search, uint32_t table) {
-  StationKey key{};
-  if (QdtCliStr2Mac(search.key1, key.mac, sizeof(key.mac)) != 0) return QDT_TBL_UNSUPPORTED;
+  StationKey key;
+  if (!qdt::ParseStation(search.key1, key)) return QDT_TBL_UNSUPPORTED;
   return search.FindOne<Record>(table, key);
 }
 
@@ -76,17 +78,15 @@ QDT_TABLE_PIECE_AT(NqeTableShowFormatUsfStat) {
 }
 
 void NqeTableAddUsfStat(void *sum, const void *block) {
-  UserCounters total, more;  // neither needs to be aligned
-  std::memcpy(&total, sum, sizeof(total));
-  std::memcpy(&more, block, sizeof(more));
-  total += more;
+  auto total = qdt::CopyOf<UserCounters>(sum);  // neither needs to be aligned
+  total += qdt::CopyOf<UserCounters>(block);
   std::memcpy(sum, &total, sizeof(total));
 }
 
 NQE_TABLE_SEARCH(UsfStat) { return search.FindOne<UsfStatEntry>(qdt::kTableUsfStat, search.key2); }
 
 static void PrintStation(qdt::Text &text, const qdt::MacAddress &mac) {
-  text.Print<"  StaMac   :  %02x:%02x:%02x:%02x:%02x:%02x\n">(mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+  text.Print<"  StaMac   :  %s\n">(ToText(mac).c_str());
 }
 
 NQE_TABLE_FORMAT_ONE(UsfStat, UsfStatEntry) { PrintStation(text, e.mac); }
@@ -133,16 +133,13 @@ NQE_TABLE_SEARCH(UsfLocalMngUser) {
 }
 
 NQE_TABLE_FORMAT_ONE(UsfLocalMngUser, LocalManagementUser) {
-  const auto &source = e.sourceMac, &destination = e.destinationMac;
   text.Print<
       "  MngUserIpv4Addr  :  %s\n"
       "  FwdIfIndex       :  %u\n"
       "  VlanId           :  %u\n"
-      "  LocalMngSrcMac   :  %02x:%02x:%02x:%02x:%02x:%02x\n"
-      "  LocalMngDstMac   :  %02x:%02x:%02x:%02x:%02x:%02x\n">(
-      ToText(e.address).c_str(), e.fwdIfIndex, e.vlanId, source[0], source[1], source[2], source[3],
-      source[4], source[5], destination[0], destination[1], destination[2], destination[3], destination[4],
-      destination[5]);
+      "  LocalMngSrcMac   :  %s\n"
+      "  LocalMngDstMac   :  %s\n">(ToText(e.address).c_str(), e.fwdIfIndex, e.vlanId,
+                                    ToText(e.sourceMac).c_str(), ToText(e.destinationMac).c_str());
 }
 
 NQE_TABLE_SEARCH(UsfRoam) { return FindStation<UsfRoamEntry>(search, qdt::kTableUsfRoam); }
@@ -164,14 +161,13 @@ NQE_TABLE_SEARCH(UsfRoamAp2StaElb) { return search.NextOf<UsfRoamStation>(qdt::k
 
 // The address stands behind the empty line that ends a station's lines.
 NQE_TABLE_FORMAT_EACH(UsfRoamAp2StaElb, UsfRoamStation) {
-  const auto &user = e.user, &home = e.homeAccessPoint;
   text.Print<
       "  VlanId       : %u\n"
       "  IPType       : %u\n"
-      "  UserMac      : %02x:%02x:%02x:%02x:%02x:%02x\n"
-      "  HapMac       : %02x:%02x:%02x:%02x:%02x:%02x\n"
-      "  UserIsolate  : %u\n\n">(e.vlanId, e.hasIpv4, user[0], user[1], user[2], user[3], user[4], user[5],
-                                 home[0], home[1], home[2], home[3], home[4], home[5], e.userIsolate);
+      "  UserMac      : %s\n"
+      "  HapMac       : %s\n"
+      "  UserIsolate  : %u\n\n">(e.vlanId, e.hasIpv4, ToText(e.user).c_str(),
+                                 ToText(e.homeAccessPoint).c_str(), e.userIsolate);
   if (e.hasIpv4) text.Print<"  Ipv4         : 0x%x\n">(e.ipv4Address);
 }
 

@@ -2,10 +2,11 @@
 
 #include <cstddef>
 
+#include "src/om/common/address.h"
 #include "src/om/common/memory_probe.h"
 #include "src/om/engine/interface.h"
 #include "src/om/engine/table_ids.h"
-#include "src/om/nqe_cli/bound_entry.h"
+#include "src/om/nqe_cli/table_entry.h"
 
 namespace qdt {
 
@@ -69,9 +70,8 @@ void PrintNeighbour(Text &text, const Neighbour &e) {
       "  FwdIfIndex    : %u\n"
       "  L3FwdIfIndex  : %u\n"
       "  VlanId        : %u\n"
-      "  Dmac          : %02x:%02x:%02x:%02x:%02x:%02x\n">(
-      e.valid, e.fake, e.ctrlIfIndex, e.l3CtrlIfIndex, e.fwdIfIndex, e.l3FwdIfIndex, e.vlanId, e.dmac[0],
-      e.dmac[1], e.dmac[2], e.dmac[3], e.dmac[4], e.dmac[5]);
+      "  Dmac          : %s\n">(e.valid, e.fake, e.ctrlIfIndex, e.l3CtrlIfIndex, e.fwdIfIndex, e.l3FwdIfIndex,
+                                e.vlanId, ToText(e.dmac).c_str());
 }
 
 }  // namespace qdt

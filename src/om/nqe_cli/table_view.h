@@ -14,6 +14,7 @@
 #include "src/om/common/text.h"
 #include "src/om/engine/neighbour.h"
 #include "src/om/engine/table_ids.h"
+#include "src/om/nqe_cli/table_entry.h"
 
 // What all table views share. A view is written as two short functions:
 //
@@ -79,11 +80,11 @@ struct Search {
   template <typename Record>
   int32_t NextOfPort(uint32_t heads, uint32_t addresses) const {
     if (loopNum == 0) return QDT_TBL_INVALID_INPUT;
-    const uint32_t fwdIfIndex = QdtCliGetFwdifIndexByCtrlIndex(key2);
-    if (static_cast<int32_t>(fwdIfIndex) < 0) return static_cast<int32_t>(fwdIfIndex);
-    void *head = nullptr;
-    if (const int32_t code = TbmTblSearch(kEngineInstance, heads, &fwdIfIndex, &head); code != 0) return code;
-    return NextOfKey<Record>(addresses, static_cast<const PortAddressHead *>(head)->listKey);
+    uint32_t fwdIfIndex = 0;
+    if (const int32_t code = FindFwdIf(key2, fwdIfIndex); code != 0) return code;
+    PortAddressHead head;
+    if (const int32_t code = ReadEntry(heads, fwdIfIndex, head); code != 0) return code;
+    return NextOfKey<Record>(addresses, head.listKey);
   }
 
   // Whether the whole table is asked for, and not the entries of one key.
@@ -102,7 +103,7 @@ struct Search {
   int32_t Deliver(const void *entry, uint32_t size) const {
     *recordLen = size;
     if (!Allocate(size)) return QDT_TBL_NO_MEMORY;
-    return memcpy_s(*record, size, entry, size) == 0 ? 0 : int32_t{QDT_TBL_MEMORY};
+    return CopyEntry(*record, entry, size);
   }
 
   // Gives the record back before its owner would, and leaves it nothing to release.

@@ -12,6 +12,7 @@
 #include "src/om/common/clock.h"
 #include "src/om/common/log.h"
 #include "src/om/common/owned.h"
+#include "src/om/common/record_copy.h"
 #include "src/om/common/text.h"
 #include "src/om/engine/neighbour.h"
 #include "src/om/engine/table_ids.h"
@@ -84,12 +85,9 @@ const void *AddressOf(const void *entries, uint32_t index) {
   return static_cast<const char *>(entries) + size_t{index} * sizeof(typename Miss::Entry);
 }
 
-// A copy: callers' entries need not be aligned.
 template <typename Miss>
 typename Miss::Entry EntryAt(const void *entries, uint32_t index) {
-  typename Miss::Entry entry;
-  std::memcpy(&entry, AddressOf<Miss>(entries, index), sizeof(entry));
-  return entry;
+  return CopyOf<typename Miss::Entry>(AddressOf<Miss>(entries, index));
 }
 
 template <typename Miss>

@@ -29,8 +29,7 @@ void PrintNumber(Text &options, AgentRequest request, const char *name) {
 template <format::Format F>
 void PrintMac(Text &options, AgentRequest request, const char *name) {
   uint8_t mac[6];
-  if (QdtOmaParseMac(request, name, mac) == 0)
-    options.Print<F>(mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+  if (QdtOmaParseMac(request, name, mac) == 0) options.Print<F>(ToText(mac).c_str());
 }
 
 // False for a parameter that is there and no IPv4 address, for which the engine has no option.
@@ -86,8 +85,8 @@ int32_t FormatTypeIp(char *text, uint32_t room, AgentRequest request) {
 
 int32_t FormatTypeMac(char *text, uint32_t room, AgentRequest request) {
   Text options(text, room);
-  qdt::PrintMac<"--destination-mac=%02x:%02x:%02x:%02x:%02x:%02x ">(options, request, "destination-mac");
-  qdt::PrintMac<"--source-mac=%02x:%02x:%02x:%02x:%02x:%02x ">(options, request, "source-mac");
+  qdt::PrintMac<"--destination-mac=%s ">(options, request, "destination-mac");
+  qdt::PrintMac<"--source-mac=%s ">(options, request, "source-mac");
   return qdt::Length(options);
 }
 
