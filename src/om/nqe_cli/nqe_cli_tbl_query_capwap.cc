@@ -4,6 +4,7 @@
 #include "src/om/common/section.h"
 #include "src/om/engine/capwap.h"
 #include "src/om/engine/route.h"
+#include "src/om/nqe_cli/address_pair.h"
 #include "src/om/nqe_cli/table_entry.h"
 #include "src/om/nqe_cli/table_view.h"
 
@@ -88,7 +89,7 @@ QDT_TABLE_PIECE(NqeTableCapwapFastFormat) { return qdt::FormatPiece(out, room, e
 
 NQE_TABLE_SEARCH(CapwapDecap) {
   uint32_t source = 0, destination = 0;
-  if (!search.ParseAddressPair(source, destination)) return QDT_TBL_UNSUPPORTED;
+  if (!qdt::ParseAddressPair(search.key1, source, destination)) return QDT_TBL_UNSUPPORTED;
   const CapwapDecapKey key = {source, destination, static_cast<uint16_t>(search.key2), 0};
   return search.FindOne<CapwapDecapEntry>(qdt::kTableCapwapDecap, key);
 }

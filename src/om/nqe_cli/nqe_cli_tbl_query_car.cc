@@ -9,6 +9,7 @@
 #include "src/om/common/section.h"
 #include "src/om/engine/car.h"
 #include "src/om/engine/security.h"
+#include "src/om/nqe_cli/format_piece_at.h"
 #include "src/om/nqe_cli/table_entry.h"
 #include "src/om/nqe_cli/table_view.h"
 

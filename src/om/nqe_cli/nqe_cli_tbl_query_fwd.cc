@@ -7,6 +7,7 @@
 #include "src/om/engine/route.h"
 #include "src/om/nqe_cli/forwarding_interface_text.h"
 #include "src/om/nqe_cli/next_hop_text.h"
+#include "src/om/nqe_cli/route_search.h"
 #include "src/om/nqe_cli/route_text.h"
 #include "src/om/nqe_cli/table_entry.h"
 #include "src/om/nqe_cli/table_view.h"
@@ -95,8 +96,8 @@ NQE_TABLE_SEARCH(ArpMissCache) {
   if (inet_addr(search.key1) != INADDR_NONE) {
     return search.NextOfKey<ArpMissEntry>(qdt::kTableArpMiss, ArpKeyOf(search));
   }
-  return search.AsksForAll() ? search.NextOf<ArpMissEntry>(qdt::kTableArpMiss)
-                             : int32_t{QDT_TBL_INVALID_INPUT};
+  return qdt::AsksForAll(search) ? search.NextOf<ArpMissEntry>(qdt::kTableArpMiss)
+                                 : int32_t{QDT_TBL_INVALID_INPUT};
 }
 
 NQE_TABLE_FORMAT_EACH(ArpMissCache, ArpMissEntry) {
@@ -105,7 +106,7 @@ NQE_TABLE_FORMAT_EACH(ArpMissCache, ArpMissEntry) {
 }
 
 NQE_TABLE_SEARCH(PortIpList) {
-  return search.NextOfPort<PortAddress>(qdt::kTablePortIpHead, qdt::kTablePortIp);
+  return qdt::NextOfPort<PortAddress>(search, qdt::kTablePortIpHead, qdt::kTablePortIp);
 }
 
 NQE_TABLE_FORMAT_EACH(PortIpList, PortAddress) {

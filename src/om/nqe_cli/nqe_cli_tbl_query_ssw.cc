@@ -3,6 +3,7 @@
 #include "src/om/common/address.h"
 #include "src/om/common/section.h"
 #include "src/om/engine/switching.h"
+#include "src/om/nqe_cli/address_pair.h"
 #include "src/om/nqe_cli/bit.h"
 #include "src/om/nqe_cli/table_entry.h"
 #include "src/om/nqe_cli/table_view.h"
@@ -195,7 +196,7 @@ NQE_TABLE_FORMAT_EACH(SswExcludeMcElb, VlanListEntry) { PrintMulticastPort(text,
 NQE_TABLE_SEARCH(SswMcElb) {
   if (search.loopNum == 0) return QDT_TBL_INVALID_INPUT;
   MulticastKey key = {VlanListKeyOf(search), {}};
-  if (!search.ParseAddressPair(key.address.group, key.address.source)) return QDT_TBL_FAIL;
+  if (!qdt::ParseAddressPair(search.key1, key.address.group, key.address.source)) return QDT_TBL_FAIL;
   return search.NextOfKey<MulticastEntry>(qdt::kTableMulticast, key);
 }
 
@@ -205,7 +206,7 @@ NQE_TABLE_SEARCH(SswMc2UcElb) {
   if (search.loopNum == 0) return QDT_TBL_INVALID_INPUT;
   MulticastUserKey key = {VlanListKeyOf(search), 0, {}};
   if (FindFwdIf(search.key4, key.fwdIfIndex) != 0) return QDT_TBL_RAW_DATA;
-  if (!search.ParseAddressPair(key.address.group, key.address.source)) return QDT_TBL_FAIL;
+  if (!qdt::ParseAddressPair(search.key1, key.address.group, key.address.source)) return QDT_TBL_FAIL;
   return search.NextOfKey<MulticastUserEntry>(qdt::kTableMulticastUser, key);
 }
 

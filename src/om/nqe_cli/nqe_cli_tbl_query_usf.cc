@@ -8,6 +8,7 @@
 #include "src/om/common/address.h"
 #include "src/om/common/record_copy.h"
 #include "src/om/engine/user.h"
+#include "src/om/nqe_cli/format_piece_at.h"
 #include "src/om/nqe_cli/station_key.h"
 #include "src/om/nqe_cli/table_view.h"
 #include "src/om/nqe_cli/usf_eap_text.h"

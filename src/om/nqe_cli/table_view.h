@@ -1,18 +1,14 @@
 #ifndef SRC_OM_NQE_CLI_TABLE_VIEW_H_
 #define SRC_OM_NQE_CLI_TABLE_VIEW_H_
 
-#include <arpa/inet.h>
-
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
 
-#include "qdt/cli.h"
 #include "qdt/tables.h"
 #include "src/om/common/bounded.h"
 #include "src/om/common/owned.h"
 #include "src/om/common/text.h"
-#include "src/om/engine/neighbour.h"
 #include "src/om/engine/table_ids.h"
 #include "src/om/nqe_cli/table_entry.h"
 
@@ -73,30 +69,6 @@ struct Search {
     const int32_t code = fetch(*record, &bytes);
     if (code == 0 || code == 1) *recordLen = TbmTblTravContextCnt(ctx) * sizeof(Record);
     return code;
-  }
-
-  // Fetches the next batch of the addresses of control interface key2: its forwarding interface's entry in
-  // `heads` names the key of the list in `addresses`.
-  template <typename Record>
-  int32_t NextOfPort(uint32_t heads, uint32_t addresses) const {
-    if (loopNum == 0) return QDT_TBL_INVALID_INPUT;
-    uint32_t fwdIfIndex = 0;
-    if (const int32_t code = FindFwdIf(key2, fwdIfIndex); code != 0) return code;
-    PortAddressHead head;
-    if (const int32_t code = ReadEntry(heads, fwdIfIndex, head); code != 0) return code;
-    return NextOfKey<Record>(addresses, head.listKey);
-  }
-
-  // Whether the whole table is asked for, and not the entries of one key.
-  bool AsksForAll() const { return std::strcmp(key1, "all") == 0; }
-
-  // Reads key1, "first:second", as two addresses in host order; false when it is no such pair.
-  bool ParseAddressPair(uint32_t &first, uint32_t &second) const {
-    char firstText[INET_ADDRSTRLEN], secondText[INET_ADDRSTRLEN];
-    if (QdtCliGetIpsSeparatedByColon(key1, firstText, secondText, sizeof(firstText)) != 0) return false;
-    first = ntohl(inet_addr(firstText));
-    second = ntohl(inet_addr(secondText));
-    return true;
   }
 
   // Copies `size` bytes at `entry` into a new record.
@@ -162,14 +134,6 @@ int32_t FormatWhole(char *out, uint32_t room, const void *record, int32_t record
 template <typename Record>
 int32_t FormatPiece(char *out, uint32_t room, const void *entry, void (*print)(Text &, const Record &)) {
   return FormatOne<Record>(out, room, entry, sizeof(Record), print);
-}
-
-// As FormatPiece, behind the `offset` bytes of `out` that are in use.
-template <typename Record>
-int32_t FormatPieceAt(char *out, uint32_t room, uint32_t offset, const void *entry,
-                      void (*print)(Text &, const Record &)) {
-  if (out == nullptr || offset >= room) return QDT_TBL_FORMAT;
-  return FormatPiece(out + offset, room - offset, entry, print);
 }
 
 // Runs `print` on the first record in the buffer, of whatever length above 0; what is missing of it counts as
