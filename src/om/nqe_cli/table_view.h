@@ -1,7 +1,6 @@
 #ifndef SRC_OM_NQE_CLI_TABLE_VIEW_H_
 #define SRC_OM_NQE_CLI_TABLE_VIEW_H_
 
-#include <algorithm>
 #include <cstdint>
 #include <cstring>
 
@@ -90,15 +89,22 @@ struct Search {
   }
 };
 
+// The record in the caller's buffer, or a copy of it where it is not aligned.
+template <typename Record>
+const Record &AlignedRecord(const void *record, Record &copy) {
+  if (reinterpret_cast<uintptr_t>(record) % alignof(Record) == 0) return *static_cast<const Record *>(record);
+  std::memcpy(&copy, record, sizeof(copy));
+  return copy;
+}
+
 // Runs `print` on the one record in the buffer, whose length must be just that.
 template <typename Record>
 int32_t FormatOne(char *out, uint32_t room, const void *record, int32_t recordLen,
                   void (*print)(Text &, const Record &)) {
   if (record == nullptr || recordLen != static_cast<int32_t>(sizeof(Record))) return QDT_TBL_DATA_SIZE;
   Text text(out, room);
-  Record copy;  // the caller's buffer need not be aligned
-  std::memcpy(&copy, record, sizeof(copy));
-  print(text, copy);
+  Record copy;
+  print(text, AlignedRecord(record, copy));
   return text.Result();
 }
 
@@ -110,8 +116,7 @@ int32_t FormatEach(char *out, uint32_t room, const void *record, int32_t recordL
   const auto *bytes = static_cast<const char *>(record);
   for (size_t left = recordLen; left >= sizeof(Record) && !text.failed(); left -= sizeof(Record)) {
     Record copy;
-    std::memcpy(&copy, bytes, sizeof(copy));
-    print(text, copy);
+    print(text, AlignedRecord(bytes, copy));
     bytes += sizeof(Record);
   }
   return text.Result();
@@ -142,11 +147,10 @@ template <typename Record>
 int32_t FormatFirst(char *out, uint32_t room, const void *record, int32_t recordLen,
                     void (*print)(Text &, const Record &)) {
   if (record == nullptr || recordLen < 1) return QDT_TBL_DATA_SIZE;
-  Text text(out, room);
-  Record copy{};
-  std::memcpy(&copy, record, std::min(sizeof(copy), static_cast<size_t>(recordLen)));
-  print(text, copy);
-  return text.Result();
+  if (static_cast<size_t>(recordLen) >= sizeof(Record)) return FormatPiece(out, room, record, print);
+  Record whole{};
+  std::memcpy(&whole, record, static_cast<size_t>(recordLen));
+  return FormatPiece(out, room, &whole, print);
 }
 
 #define NQE_TABLE_SEARCH(view)                                                                \
