@@ -9,6 +9,7 @@ Ipv4Text ToText(uint32_t address) {
   const in_addr network = {htonl(address)};
   Ipv4Text result{};
   inet_ntop(AF_INET, &network, result.text, sizeof(result.text));
+  result.length = static_cast<uint32_t>(strlen(result.text));
   return result;
 }
 

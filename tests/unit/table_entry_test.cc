@@ -75,7 +75,7 @@ TEST_F(TableEntryTest, AViewIsToldOfAGlobalRecordThatIsNone) {
 TEST_F(TableEntryTest, NothingIsBoundToNoEntry) {
   platform.hollowTables = {kFib, kNextHop};
   char area[200];
-  EXPECT_EQ(NqeTableCapwapFastFormat(area, sizeof(area), Record(112).U32(16, 0x0A010007).data()), 59);
+  EXPECT_EQ(NqeTableCapwapFastFormat(area, sizeof(area), Record(112).U32(16, 0x0A010007).data()), 57);
   EXPECT_STREQ(area, "  CapwapTunnel-Fast: Error, ret=0, vpn=0, dip=0x0a010007\n");
   EXPECT_NE(FormatText(NqeTableFormatFib, Record(16)).find("  NhpEntry  :  Error(0)\n"), std::string::npos);
 }

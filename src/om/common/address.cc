@@ -11,6 +11,7 @@ Ipv4Text ToText(uint32_t address) {
     *at++ = '.';
     at = PutUnsigned(at, address >> shift & 0xFF);
   }
+  result.length = static_cast<uint32_t>(at - result.text);
   return result;
 }
 

@@ -5,25 +5,31 @@
 
 #include <cstdint>
 #include <cstring>
+#include <string_view>
 
 namespace qdt {
 
 // Addresses as text, and texts as addresses. The engine keeps most addresses as 32-bit words in host order;
-// what is in network order says so.
+// what is in network order says so. The texts are null-terminated; view() spares those who print them the
+// search for the end where it is known.
 
 struct Ipv4Text {
   char text[INET_ADDRSTRLEN];
+  uint32_t length;
   const char *c_str() const { return text; }
+  std::string_view view() const { return {text, length}; }
 };
 
 struct Ipv6Text {
   char text[INET6_ADDRSTRLEN];
   const char *c_str() const { return text; }
+  std::string_view view() const { return text; }
 };
 
 struct MacText {
   char text[sizeof("00:00:00:00:00:00")];
   const char *c_str() const { return text; }
+  std::string_view view() const { return {text, sizeof(text) - 1}; }
 };
 
 // Dotted text of a host-order address.

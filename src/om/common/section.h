@@ -41,7 +41,7 @@ class Section {
 
   template <format::Format Label>
   void MacLine(const uint8_t (&mac)[6]) {
-    Line<Label, "%s">(ToText(mac).c_str());
+    Line<Label, "%s">(ToText(mac).view());
   }
 
  private:

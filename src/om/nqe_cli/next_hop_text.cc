@@ -47,7 +47,7 @@ void PrintL2AclKey(Text &text, const NextHopExtension &e) {
       "    Dmac    : %s\n"
       "    Smac    : %s\n"
       "    EthType : 0x%04x\n"
-      "    VlanId  : 0x%04x\n">(ToText(e.dmac).c_str(), ToText(e.smac).c_str(), e.etherType, e.vlanId);
+      "    VlanId  : 0x%04x\n">(ToText(e.dmac).view(), ToText(e.smac).view(), e.etherType, e.vlanId);
 }
 
 void PrintServices(Text &text, const NextHopExtension &e) {

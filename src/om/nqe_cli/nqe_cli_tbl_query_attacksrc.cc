@@ -12,12 +12,12 @@ using qdt::ToText;
 
 NQE_TABLE_SEARCH(AttackSmac) { return search.NextOf<AttackSourceMac>(qdt::kTableAttackSourceMac); }
 
-NQE_TABLE_FORMAT_EACH(AttackSmac, AttackSourceMac) { text.Print<"  SrcMac  :  %s\n">(ToText(e.mac).c_str()); }
+NQE_TABLE_FORMAT_EACH(AttackSmac, AttackSourceMac) { text.Print<"  SrcMac  :  %s\n">(ToText(e.mac).view()); }
 
 NQE_TABLE_SEARCH(AttackSip) { return search.NextOf<AttackSourceAddress>(qdt::kTableAttackSourceIp); }
 
 NQE_TABLE_FORMAT_EACH(AttackSip, AttackSourceAddress) {
-  text.Print<"  SrcIp  :  %s\n">(ToText(e.address).c_str());
+  text.Print<"  SrcIp  :  %s\n">(ToText(e.address).view());
 }
 
 NQE_TABLE_SEARCH(AttackSdata) { return search.NextOf<AttackSourceData>(qdt::kTableAttackSourceData); }
@@ -32,7 +32,7 @@ NQE_TABLE_FORMAT_EACH(AttackSdata, AttackSourceData) {
       "  MsgPubFlag      :  %u\n"
       "  TotalCount      :  %lu\n"
       "  PenaltyCycleCnt :  %u\n"
-      "  AlarmCycleCnt   :  %u\n\n">(ToText(e.address).c_str(), ToText(e.mac).c_str(), e.lastSecond,
+      "  AlarmCycleCnt   :  %u\n\n">(ToText(e.address).view(), ToText(e.mac).view(), e.lastSecond,
                                      e.lastCount, e.lastAlarmSecond, e.published, e.totalCount,
                                      e.penaltyCycles, e.alarmCycles);
 }

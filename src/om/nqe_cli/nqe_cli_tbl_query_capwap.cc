@@ -24,8 +24,8 @@ static void PrintTunnel(qdt::Text &text, const CapwapTunnelEntry &e) {
   s.Line<"TnlMtu">(e.mtu);
   s.Line<"TnlIfIndex">(e.ifIndex);
   s.Line<"TnlDtlsIndex">(e.dtlsIndex);
-  s.Line<"Sip", "%s">(ToText(e.sourceAddress).c_str());
-  s.Line<"Dip", "%s">(ToText(e.destinationAddress).c_str());
+  s.Line<"Sip", "%s">(ToText(e.sourceAddress).view());
+  s.Line<"Dip", "%s">(ToText(e.destinationAddress).view());
   s.Line<"Sport">(e.sourcePort);
   s.Line<"Dport">(e.destinationPort);
   s.Line<"CwPreamble">(e.preamble);
@@ -100,6 +100,6 @@ NQE_TABLE_FORMAT_ONE(CapwapDecap, CapwapDecapEntry) {
       "  Dip       :  %s\n"
       "  Port      :  %u\n"
       "  TunnelId  :  %u\n"
-      "  IfIndex   :  %u\n">(ToText(e.key.sourceAddress).c_str(), ToText(e.key.destinationAddress).c_str(),
+      "  IfIndex   :  %u\n">(ToText(e.key.sourceAddress).view(), ToText(e.key.destinationAddress).view(),
                              e.key.port, e.tunnelId, e.ifIndex);
 }

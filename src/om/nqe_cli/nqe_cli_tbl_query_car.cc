@@ -193,7 +193,7 @@ NQE_TABLE_FORMAT_WHOLE(SessCpcar, SessionCpcarEntry) {
       "  Sport    :  %u\n"
       "  Dport    :  %u\n"
       "  Protocol :  %u\n"
-      "  CarId    :  %d\n\n">(ToText(e.sourceAddress).c_str(), ToText(e.destinationAddress).c_str(),
+      "  CarId    :  %d\n\n">(ToText(e.sourceAddress).view(), ToText(e.destinationAddress).view(),
                               e.sourcePort, e.destinationPort, e.protocol, static_cast<int32_t>(e.carId));
 }
 

@@ -31,8 +31,8 @@ NQE_TABLE_FORMAT_EACH(DhcpSnpBind, DhcpSnoopingBinding) {
       "  Mac           :  %s\n"
       "  BindType      :  %s\n"
       "  ClientReqTime :  %u\n"
-      "  ProtoType     :  %s\n\n">(
-      e.fwdIfIndex, e.vlanId, ToText(e.ipv4Address).c_str(), ToText(e.ipv6Address).c_str(), e.isPrefix,
-      e.prefixLength, ToText(e.mac).c_str(), e.type == qdt::kStaticBinding ? "Static" : "Dynamic",
-      e.requestTime, ProtocolName(e.protocol));
+      "  ProtoType     :  %s\n\n">(e.fwdIfIndex, e.vlanId, ToText(e.ipv4Address).view(),
+                                   ToText(e.ipv6Address).view(), e.isPrefix, e.prefixLength,
+                                   ToText(e.mac).view(), e.type == qdt::kStaticBinding ? "Static" : "Dynamic",
+                                   e.requestTime, ProtocolName(e.protocol));
 }

@@ -75,7 +75,7 @@ NQE_TABLE_FORMAT_ONE(Fib, RouteEntry) {
 NQE_TABLE_SEARCH(Nhp) { return search.FindOne<NextHopEntry>(qdt::kTableNextHop, search.key2); }
 
 NQE_TABLE_FORMAT_ONE(Nhp, NextHopEntry) {
-  text.Print<"  IfIndex    :  %u\n  NextHopIp  :  %s\n">(e.ifIndex, ToText(e.address).c_str());
+  text.Print<"  IfIndex    :  %u\n  NextHopIp  :  %s\n">(e.ifIndex, ToText(e.address).view());
   qdt::PrintNextHopExtension(text, e.ext);
 }
 
@@ -110,8 +110,8 @@ NQE_TABLE_SEARCH(PortIpList) {
 }
 
 NQE_TABLE_FORMAT_EACH(PortIpList, PortAddress) {
-  text.Print<"  IpAddr  :  %s\n  IpMask  :  %s\n  IpType  :  %u\n\n">(ToText(e.address).c_str(),
-                                                                      ToText(e.mask).c_str(), e.type);
+  text.Print<"  IpAddr  :  %s\n  IpMask  :  %s\n  IpType  :  %u\n\n">(ToText(e.address).view(),
+                                                                      ToText(e.mask).view(), e.type);
 }
 
 NQE_TABLE_SEARCH(Bridge) { return search.FindOne<BridgeEntry>(qdt::kTableBridge, search.key2); }
@@ -132,7 +132,7 @@ NQE_TABLE_SEARCH(ArpUdpMac) { return search.NextOf<DuplicateMacEntry>(qdt::kTabl
 
 NQE_TABLE_FORMAT_EACH(ArpDupMac, DuplicateMacEntry) {
   text.Print<"  IfIndex  :  %u  BrId     :  %u  VlanId   :  %u  SrcMac   :  %s\n\n">(
-      e.ifIndex, e.bridgeId, e.vlanId, ToText(e.sourceMac).c_str());
+      e.ifIndex, e.bridgeId, e.vlanId, ToText(e.sourceMac).view());
 }
 
 NQE_TABLE_SEARCH(Trunk) { return search.FindOne<TrunkEntry>(qdt::kTableTrunk, search.key2); }

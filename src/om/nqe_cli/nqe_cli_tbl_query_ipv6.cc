@@ -33,7 +33,7 @@ NQE_TABLE_FORMAT_ONE(Ipv6Fib, RouteEntry) {
 NQE_TABLE_SEARCH(Ipv6Nhp) { return search.FindOne<Ipv6NextHopEntry>(qdt::kTableIpv6NextHop, search.key2); }
 
 NQE_TABLE_FORMAT_ONE(Ipv6Nhp, Ipv6NextHopEntry) {
-  text.Print<"  IfIndex    :  %u\n  NextHopIp  :  %s\n">(e.ifIndex, ToText(e.address).c_str());
+  text.Print<"  IfIndex    :  %u\n  NextHopIp  :  %s\n">(e.ifIndex, ToText(e.address).view());
   const qdt::Ipv6NextHopExtension &ext = e.ext;
   text.Print<
       "  PortId    : %d\n"
@@ -99,6 +99,6 @@ NQE_TABLE_SEARCH(Ipv6PortIpList) {
 }
 
 NQE_TABLE_FORMAT_EACH(Ipv6PortIpList, Ipv6PortAddress) {
-  text.Print<"  IpAddr  :  %s\n  Prefix  :  %u\n  IpType  :  %u\n\n">(ToText(e.address).c_str(),
+  text.Print<"  IpAddr  :  %s\n  Prefix  :  %u\n  IpType  :  %u\n\n">(ToText(e.address).view(),
                                                                       e.prefixLength, e.type);
 }

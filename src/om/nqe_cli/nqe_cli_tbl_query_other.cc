@@ -94,7 +94,7 @@ QDT_TABLE_PIECE(NqeTableStationTraceParseFormat) {
   // The count is a signed byte to the engine; stations that do not fit are no failure.
   const int stations = std::min<int>(static_cast<int8_t>(e.stationCount), qdt::kMaxTracedStations);
   for (int i = 0; i < stations; ++i) {
-    text.Print<"  StaMac :  %s\n">(qdt::ToText(e.stations[i].mac).c_str());
+    text.Print<"  StaMac :  %s\n">(qdt::ToText(e.stations[i].mac).view());
   }
   return static_cast<int32_t>(text.size());
 }
@@ -133,8 +133,8 @@ NQE_TABLE_FORMAT_EACH(ArpSimulator, ArpSimulatorEntry) {
       "  Testing          :  %u\n"
       "  TestSendTimeMs   :  %u\n"
       "  TestReplyTimeMs  :  %u\n\n">(
-      e.type, e.interval, e.testTimes, e.vlanId, qdt::ToText(e.sourceMac).c_str(),
-      qdt::ToText(e.destinationMac).c_str(), qdt::ToText(e.sourceAddress).c_str(),
-      qdt::ToText(e.destinationAddress).c_str(), e.sentTimes, e.testing, static_cast<uint32_t>(e.sendTimeMs),
+      e.type, e.interval, e.testTimes, e.vlanId, qdt::ToText(e.sourceMac).view(),
+      qdt::ToText(e.destinationMac).view(), qdt::ToText(e.sourceAddress).view(),
+      qdt::ToText(e.destinationAddress).view(), e.sentTimes, e.testing, static_cast<uint32_t>(e.sendTimeMs),
       static_cast<uint32_t>(e.replyTimeMs));
 }

@@ -82,7 +82,7 @@ void PrintHttps(Text &text, const SessionRecord &e) {
   text.Print<
       "HttpsSession:\n  SessIdx   :  %u\n  FwdIfIdx  :  %u\n  DstMac    :  %s\n"
       "  SrcMac    :  %s\n  VlanId    :  %u\n  EthType   :  %u\n">(
-      https.index, https.fwdIfIndex, qdt::ToText(https.dmac).c_str(), qdt::ToText(https.smac).c_str(),
+      https.index, https.fwdIfIndex, qdt::ToText(https.dmac).view(), qdt::ToText(https.smac).view(),
       https.vlanId, https.ethType);
 }
 

@@ -151,7 +151,7 @@ NQE_TABLE_FORMAT_EACH(MacInfo, MacEntry) {
       "  Roam        :  %u\n"
       "  Aging       :  %u\n"
       "  OutIfIndex  :  %u\n"
-      "  DefaultBit  :  %u\n\n">(e.key.bridgeId, e.key.vlanId, ToText(e.key.mac).c_str(), e.isStatic, e.drop,
+      "  DefaultBit  :  %u\n\n">(e.key.bridgeId, e.key.vlanId, ToText(e.key.mac).view(), e.isStatic, e.drop,
                                  e.local, e.security, e.roam, e.aging, e.outIfIndex, e.isDefault);
 }
 
@@ -211,7 +211,7 @@ NQE_TABLE_SEARCH(SswMc2UcElb) {
 }
 
 NQE_TABLE_FORMAT_EACH(SswMc2UcElb, MulticastUserEntry) {
-  text.Print<"  UsrMac  :  %s\n">(ToText(e.user).c_str());
+  text.Print<"  UsrMac  :  %s\n">(ToText(e.user).view());
 }
 
 NQE_TABLE_SEARCH(PortInstState) {
@@ -237,7 +237,7 @@ NQE_TABLE_FORMAT_EACH(MFibDummy, DummyMulticastRoute) {
       "  VlanId       :  %u\n"
       "  SrcIp        :  %s\n"
       "  GroupIp      :  %s\n"
-      "  Aging        :  %u\n\n">(e.bridgeId, e.vlanId, ToText(e.source).c_str(), ToText(e.group).c_str(),
+      "  Aging        :  %u\n\n">(e.bridgeId, e.vlanId, ToText(e.source).view(), ToText(e.group).view(),
                                   e.aging);
 }
 

@@ -87,7 +87,7 @@ void NqeTableAddUsfStat(void *sum, const void *block) {
 NQE_TABLE_SEARCH(UsfStat) { return search.FindOne<UsfStatEntry>(qdt::kTableUsfStat, search.key2); }
 
 static void PrintStation(qdt::Text &text, const qdt::MacAddress &mac) {
-  text.Print<"  StaMac   :  %s\n">(ToText(mac).c_str());
+  text.Print<"  StaMac   :  %s\n">(ToText(mac).view());
 }
 
 NQE_TABLE_FORMAT_ONE(UsfStat, UsfStatEntry) { PrintStation(text, e.mac); }
@@ -125,7 +125,7 @@ NQE_TABLE_FORMAT_ONE(UsfMacIp, UsfMacIpEntry) {
       "  MacData    :  %02x%02x-%02x%02x-%02x%02x\n"
       "  Ipv4Data   :  %s\n"
       "  Ipv6Data   :  %s\n">(e.ipType, e.learnMode, e.mac[0], e.mac[1], e.mac[2], e.mac[3], e.mac[4],
-                              e.mac[5], ToText(e.ipv4Address).c_str(), ToText(e.ipv6Address).c_str());
+                              e.mac[5], ToText(e.ipv4Address).view(), ToText(e.ipv6Address).view());
 }
 
 NQE_TABLE_SEARCH(UsfLocalMngUser) {
@@ -139,8 +139,8 @@ NQE_TABLE_FORMAT_ONE(UsfLocalMngUser, LocalManagementUser) {
       "  FwdIfIndex       :  %u\n"
       "  VlanId           :  %u\n"
       "  LocalMngSrcMac   :  %s\n"
-      "  LocalMngDstMac   :  %s\n">(ToText(e.address).c_str(), e.fwdIfIndex, e.vlanId,
-                                    ToText(e.sourceMac).c_str(), ToText(e.destinationMac).c_str());
+      "  LocalMngDstMac   :  %s\n">(ToText(e.address).view(), e.fwdIfIndex, e.vlanId,
+                                    ToText(e.sourceMac).view(), ToText(e.destinationMac).view());
 }
 
 NQE_TABLE_SEARCH(UsfRoam) { return FindStation<UsfRoamEntry>(search, qdt::kTableUsfRoam); }
@@ -167,8 +167,8 @@ NQE_TABLE_FORMAT_EACH(UsfRoamAp2StaElb, UsfRoamStation) {
       "  IPType       : %u\n"
       "  UserMac      : %s\n"
       "  HapMac       : %s\n"
-      "  UserIsolate  : %u\n\n">(e.vlanId, e.hasIpv4, ToText(e.user).c_str(),
-                                 ToText(e.homeAccessPoint).c_str(), e.userIsolate);
+      "  UserIsolate  : %u\n\n">(e.vlanId, e.hasIpv4, ToText(e.user).view(), ToText(e.homeAccessPoint).view(),
+                                 e.userIsolate);
   if (e.hasIpv4) text.Print<"  Ipv4         : 0x%x\n">(e.ipv4Address);
 }
 

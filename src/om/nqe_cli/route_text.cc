@@ -71,7 +71,7 @@ void PrintNeighbour(Text &text, const Neighbour &e) {
       "  L3FwdIfIndex  : %u\n"
       "  VlanId        : %u\n"
       "  Dmac          : %s\n">(e.valid, e.fake, e.ctrlIfIndex, e.l3CtrlIfIndex, e.fwdIfIndex, e.l3FwdIfIndex,
-                                e.vlanId, ToText(e.dmac).c_str());
+                                e.vlanId, ToText(e.dmac).view());
 }
 
 }  // namespace qdt

@@ -95,7 +95,7 @@ int32_t PrintGroupHeader(char *text, uint32_t capacity, const void *first, uint3
   constexpr uint32_t kVrf = 0;  // whatever the VPN of the entries
   const auto nextHop = ToText(EntryAt<Miss>(first, 0).key.nextHop);
   Text header(text, capacity);
-  header.Print<Miss::kHeader>(kRuleLine, number, kVrf, nextHop.c_str(), size, kRuleLine, "Pkt", "SrcIp",
+  header.Print<Miss::kHeader>(kRuleLine, number, kVrf, nextHop.view(), size, kRuleLine, "Pkt", "SrcIp",
                               "DstIp", "TTL", "LeftTime");
   return header.failed() ? kFailed : header.Result();
 }
@@ -111,7 +111,7 @@ uint32_t LeftTime(const Entry &e, uint32_t now) {
 template <typename Miss>
 bool PrintRow(Text &rows, uint32_t number, const typename Miss::Entry &e, uint32_t now) {
   const uint32_t left = LeftTime(e, now);
-  return rows.Print<Miss::kRow>(number, ToText(e.sourceAddress).c_str(), ToText(e.destinationAddress).c_str(),
+  return rows.Print<Miss::kRow>(number, ToText(e.sourceAddress).view(), ToText(e.destinationAddress).view(),
                                 e.ttl / 3600, e.ttl % 3600 / 60, e.ttl % 60, left / 3600, left % 3600 / 60,
                                 left % 60);
 }

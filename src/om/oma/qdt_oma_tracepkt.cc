@@ -29,7 +29,7 @@ void PrintNumber(Text &options, AgentRequest request, const char *name) {
 template <format::Format F>
 void PrintMac(Text &options, AgentRequest request, const char *name) {
   uint8_t mac[6];
-  if (QdtOmaParseMac(request, name, mac) == 0) options.Print<F>(ToText(mac).c_str());
+  if (QdtOmaParseMac(request, name, mac) == 0) options.Print<F>(ToText(mac).view());
 }
 
 // False for a parameter that is there and no IPv4 address, for which the engine has no option.
@@ -39,7 +39,7 @@ bool PrintAddress(Text &options, AgentRequest request, const char *name) {
   if (text == nullptr) return true;
   uint32_t address = 0;
   if (QdtOmaStrToIp4(text, &address) != 0) return false;
-  options.Print<F>(ToText(address).c_str());
+  options.Print<F>(ToText(address).view());
   return true;
 }
 
