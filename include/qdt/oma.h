@@ -274,7 +274,7 @@ QDT_API int32_t QdtOmaIpv6FragReassProc(AgentRequest request);
 
 /*
  * 0 when the texts, each of which may be null, are of version `ipType` (4 or 6) as QdtOmaGetIpVer sees it.
- * -1: a line that names the first that is not stands in `buffer`, `size` bytes.
+ * -1: a line that names the first that is not stands in `buffer`, `size` bytes, which are else left alone.
  */
 QDT_API int32_t QdtOmaFragVerifyParam(char *buffer, uint32_t size, int32_t ipType, const char *sourceText,
                                       const char *destinationText);

@@ -82,6 +82,10 @@ int32_t FakePlatform::Find(const char *kind, uint32_t instance, uint32_t id, con
   EXPECT_EQ(instance, 0u);
   Table &table = tables_[id];
   if (table.code != 0) return table.code;
+  if (hollowTables.contains(id)) {
+    *found = nullptr;
+    return 0;
+  }
   for (size_t i = 0; i < table.entries.size(); ++i) {
     Entry &entry = table.entries[i];
     if (i == 0) {

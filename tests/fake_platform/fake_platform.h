@@ -94,6 +94,9 @@ class FakePlatform {
   // Removes all entries of the table.
   void ClearTable(uint32_t table);
 
+  // Tables in which every search or match succeeds and finds no entry.
+  std::set<uint32_t> hollowTables;
+
   // Makes every search, match or walk of the table return `code`. 0 takes that back.
   void FailTable(uint32_t table, int32_t code);
   // Makes counts of the table's entries return `code`.

@@ -62,6 +62,7 @@ TEST_F(ArpSimulatorTest, Lists) {
   ExpectLists("88", kSimulator, NqeTableSearchArpSimulator,
               {Entry(), Record(56).U32(24, 2), Record(56).U32(24, 3)},
               {kText, SmallText("2"), SmallText("3")});
+  EXPECT_EQ(platform.allocations.back().path, "src/om/nqe_cli/nqe_cli_tbl_query_other");
 }
 
 TEST_F(ArpSimulatorTest, TestingIsOneBit) {

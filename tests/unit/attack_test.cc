@@ -25,6 +25,17 @@ TEST_F(AttackTest, SourceMac) {
   ExpectBoundedByRoom(NqeTableFormatAttackSmac, Mac(1));
 }
 
+TEST_F(AttackTest, EveryByteOfAnAddress) {
+  const std::string digits = "0123456789abcdef";
+  for (int byte = 0; byte < 256; ++byte) {
+    const std::string text = {digits[byte / 16], digits[byte % 16]};
+    Record record(16);
+    for (int i = 0; i < 6; ++i) record.U8(i, static_cast<uint8_t>(byte));
+    EXPECT_EQ(FormatText(NqeTableFormatAttackSmac, record),
+              "  SrcMac  :  " + text + ":" + text + ":" + text + ":" + text + ":" + text + ":" + text + "\n");
+  }
+}
+
 Record Address(uint32_t address) { return Record(12).U32(0, address).U32(4, 0xEEEEEEEE).U32(8, 0xEEEEEEEE); }
 
 TEST_F(AttackTest, SourceAddress) {

@@ -100,6 +100,7 @@ TEST_F(GlobalTest, WholeAnswer) {
   EXPECT_EQ(Query("10", "all", "1", "2", "3"), Golden("global.txt"));
   ExpectBoundedByRoom(NqeTableFormatGlobal, FullRecord());
   ExpectFindsOne(NqeTableSearchGlobal, kGlobal, FullRecord(), "search 0 00000000", "x", 7);
+  EXPECT_EQ(platform.allocations.back().path, "src/om/nqe_cli/nqe_cli_tbl_query_global");
   ExpectOneRecordOnly(NqeTableFormatGlobal, kSize);
 }
 

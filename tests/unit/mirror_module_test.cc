@@ -154,6 +154,25 @@ TEST_F(ModuleTest, MissingDescriptor) {
   EXPECT_TRUE(platform.walks.empty());
 }
 
+// A table manager need not list as many tables as this one; what lies behind its list is no descriptor.
+TEST_F(ModuleTest, TheDescriptorMustBeListed) {
+  const LogLine line = {3, "Failed to get table MODINFO\n"};
+  for (const uint32_t count : {0u, 10u, 74u}) {
+    const auto tables = std::make_unique<TbmTableDesc[]>(count);  // a sanitizer sees a read behind it
+    info_ = {count, 0, tables.get(), nullptr, nullptr};
+    platform.log.clear();
+    EXPECT_EQ(Query("65", "all"), "search fail") << count;
+    EXPECT_EQ(platform.log, std::vector<LogLine>{line}) << count;
+  }
+  EXPECT_TRUE(platform.walks.empty());
+  EXPECT_EQ(platform.liveAllocations(), 0u);
+  const std::string text = AddModules(1, 1);
+  for (const uint32_t count : {75u, 109u, 110u, UINT32_MAX}) {
+    info_ = {count, 0, tables_, nullptr, nullptr};
+    EXPECT_EQ(Query("65", "all"), Framed(text)) << count;
+  }
+}
+
 TEST_F(ModuleTest, AFailingWalkIsAFailedSearch) {
   AddModules(1, 1);
   for (const int32_t code : {-12, -7, 2, INT32_MAX}) {

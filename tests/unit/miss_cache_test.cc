@@ -82,6 +82,7 @@ struct Family {
   const char *oneKey;  // and its key, as the fake platform notes it
   const char *cache;   // in log lines
   const char *tableName;
+  const char *source;   // as the allocator is told
   std::string header1;  // of a group of one packet with next hop 7
   std::string row1;     // of one packet, without its times
 };
@@ -93,7 +94,7 @@ const Family kFamilies[] = {
        return ArpMiss(0x0A010000 + nextHop, created, ttl);
      },
      [](uint32_t nextHop) { return ArpKey(0x0A010000 + nextHop); }, "0.0.0.0", "10.1.0.7", "0700010a00000000",
-     "arp", "CAP_TABLE_ARP_MISS_CACHE",
+     "arp", "CAP_TABLE_ARP_MISS_CACHE", "src/om/oma/qdt_oma_arpmiss",
      kRule +
          "\nSession           :  1              \nVrf               :  0       "
          "\nNext Hop          :  10.1.0.7       \nTotal Cached Pkt  :  1       " +
@@ -103,6 +104,7 @@ const Family kFamilies[] = {
      QdtPrintSingleNhpNdMissInfo,
      [](uint32_t nextHop, uint32_t created, uint32_t ttl) { return NdMiss(nextHop, created, ttl); }, NdKey,
      "::", "2001:db8::7", "00000000b80d0120000000000000000007000000", "nd", "CAP_TABLE_ND_MISS_CACHE",
+     "src/om/oma/qdt_oma_ndmiss",
      kRule +
          "\nSession           :  1              \nVrf               :  0       "
          "\nNext Hop          :  2001:db8::7                                   "
@@ -361,8 +363,7 @@ TEST_F(MissCacheTest, BuffersAreOfTheirSizes) {
     ASSERT_EQ(platform.allocations.size(), 2u);
     EXPECT_EQ(platform.allocations[0].size, 10 * family.entrySize);
     EXPECT_EQ(platform.allocations[1].size, 409600u);
-    for (const auto &allocation : platform.allocations)
-      EXPECT_EQ(allocation.path, "src/om/oma/qdt_oma_miss_cache");
+    for (const auto &allocation : platform.allocations) EXPECT_EQ(allocation.path, family.source);
   }
 }
 

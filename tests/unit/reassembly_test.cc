@@ -360,6 +360,7 @@ TEST_F(ReassemblyTest, VerifyParam) {
   EXPECT_EQ(QdtOmaFragVerifyParam(area.data(), 58, 4, nullptr, nullptr), 0);
   EXPECT_EQ(QdtOmaFragVerifyParam(area.data(), 58, 4, "1.2.3.4", "0."), 0);
   EXPECT_EQ(QdtOmaFragVerifyParam(area.data(), 58, 6, nullptr, ":"), 0);
+  EXPECT_EQ(area, std::string(58, '#'));  // written into for a refusal only
   EXPECT_EQ(QdtOmaFragVerifyParam(area.data(), 58, 6, "::", "1.2.3.4"), -1);
   EXPECT_STREQ(area.c_str(), "");  // the line takes 58 characters and its end: all or nothing
   area.assign(59, '#');

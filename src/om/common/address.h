@@ -5,51 +5,42 @@
 
 #include <cstdint>
 #include <cstring>
-
-#include "src/om/common/digits.h"
+#include <string_view>
 
 namespace qdt {
 
 // Addresses as text, and texts as addresses. The engine keeps most addresses as 32-bit words in host order;
-// what is in network order says so.
+// what is in network order says so. The texts are null-terminated; view() spares those who print them the
+// search for the end where it is known.
 
 struct Ipv4Text {
   char text[INET_ADDRSTRLEN];
+  uint32_t length;
   const char *c_str() const { return text; }
+  std::string_view view() const { return {text, length}; }
 };
 
 struct Ipv6Text {
   char text[INET6_ADDRSTRLEN];
   const char *c_str() const { return text; }
+  std::string_view view() const { return text; }
+};
+
+struct MacText {
+  char text[sizeof("00:00:00:00:00:00")];
+  const char *c_str() const { return text; }
+  std::string_view view() const { return {text, sizeof(text) - 1}; }
 };
 
 // Dotted text of a host-order address.
-inline Ipv4Text ToText(uint32_t address) {
-  Ipv4Text result{};
-  char *at = PutUnsigned(result.text, address >> 24);
-  for (int shift = 16; shift >= 0; shift -= 8) {
-    *at++ = '.';
-    at = PutUnsigned(at, address >> shift & 0xFF);
-  }
-  return result;
-}
+Ipv4Text ToText(uint32_t address);
 
-// Text of 16 bytes in network order.
-inline Ipv6Text ToText(const uint8_t (&address)[16]) {
-  Ipv6Text result{};
-  inet_ntop(AF_INET6, address, result.text, sizeof(result.text));
-  return result;
-}
+// Text of 16 bytes in network order, and of four host-order words.
+Ipv6Text ToText(const uint8_t (&address)[16]);
+Ipv6Text ToText(const uint32_t (&words)[4]);
 
-// Text of four host-order words.
-inline Ipv6Text ToText(const uint32_t (&words)[4]) {
-  uint8_t address[16];
-  for (int i = 0; i < 4; ++i) {
-    const uint32_t network = htonl(words[i]);
-    std::memcpy(address + 4 * i, &network, sizeof(network));
-  }
-  return ToText(address);
-}
+// Text of a MAC address: all digits, in lower case, with colons.
+MacText ToText(const uint8_t (&mac)[6]);
 
 // The 16 bytes of an IPv6 text in network order; zero for a text that is none.
 struct Ipv6Bytes {

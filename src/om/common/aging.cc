@@ -1,6 +1,7 @@
 #include "qdt/aging.h"
 
 #include "platform/shm.h"
+#include "src/om/common/shared_word.h"
 #include "src/om/engine/protocol.h"
 
 namespace {
@@ -9,9 +10,6 @@ constexpr int kTcp = 0;
 constexpr int kUdp = 1;
 constexpr int kIcmp = 2;
 constexpr int kAppTime = QDT_AGING_APP_VALUES - 1;
-
-// The engine writes the current times while they are read; each is read once.
-uint16_t ReadOnce(const uint16_t &value) { return __atomic_load_n(&value, __ATOMIC_RELAXED); }
 
 uint32_t InForce(uint16_t current, uint16_t fallback) { return current != 0 ? current : fallback; }
 
@@ -50,13 +48,14 @@ int32_t QdtSessionAgingTimeAttach() {
 
 uint32_t QdtFwdGetAgingTime(uint8_t protocol) {
   const int kind = protocol == qdt::kProtocolTcp ? kTcp : protocol == qdt::kProtocolIcmp ? kIcmp : kUdp;
-  const uint16_t current = g_qdtProtoTtlCur == nullptr ? uint16_t{0} : ReadOnce(g_qdtProtoTtlCur[kind]);
+  const uint16_t current =
+      g_qdtProtoTtlCur == nullptr ? uint16_t{0} : qdt::ReadShared(g_qdtProtoTtlCur[kind]);
   return InForce(current, g_qdtProtoTtlDefault[kind]);
 }
 
 uint32_t QdtGetAppProtoTtl(uint32_t appId) {
   if (appId >= QDT_AGING_APPS) return 0;
   const bool published = g_qdtAppTtlCur != nullptr && appId < QDT_AGING_CURRENT_APPS;
-  const uint16_t current = published ? ReadOnce(g_qdtAppTtlCur[appId][kAppTime]) : uint16_t{0};
+  const uint16_t current = published ? qdt::ReadShared(g_qdtAppTtlCur[appId][kAppTime]) : uint16_t{0};
   return InForce(current, g_qdtAppTtlDefault[appId][kAppTime]);
 }

@@ -1,6 +1,7 @@
 #ifndef SRC_OM_COMMON_SECTION_H_
 #define SRC_OM_COMMON_SECTION_H_
 
+#include "src/om/common/address.h"
 #include "src/om/common/text.h"
 
 namespace qdt {

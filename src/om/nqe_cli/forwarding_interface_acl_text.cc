@@ -1,12 +1,11 @@
 #include "src/om/common/section.h"
 #include "src/om/engine/interface.h"
+#include "src/om/nqe_cli/bit.h"
 #include "src/om/nqe_cli/forwarding_interface_text.h"
 
 // The ACL sections of the forwarding-interface view, in the order in which they are shown.
 namespace qdt {
 namespace {
-
-constexpr uint32_t Bit(uint32_t word, int bit) { return word >> bit & 1; }
 
 void PrintEgressAclEnable(Text &text, const ForwardingInterface &e) {
   text.Print<"EgrFwdifAclEnInfo:\n">();

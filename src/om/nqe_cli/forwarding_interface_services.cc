@@ -1,8 +1,8 @@
 #include "src/om/engine/acl.h"
 #include "src/om/engine/interface.h"
 #include "src/om/engine/table_ids.h"
-#include "src/om/nqe_cli/bound_entry.h"
 #include "src/om/nqe_cli/forwarding_interface_text.h"
+#include "src/om/nqe_cli/table_entry.h"
 
 // The ingress services of a forwarding interface, each checked against the ACL group that it is bound to.
 namespace qdt {

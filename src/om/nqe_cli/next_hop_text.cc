@@ -1,9 +1,10 @@
 #include "src/om/nqe_cli/next_hop_text.h"
 
+#include "src/om/common/address.h"
 #include "src/om/engine/acl.h"
 #include "src/om/engine/table_ids.h"
-#include "src/om/nqe_cli/bound_entry.h"
 #include "src/om/nqe_cli/route_text.h"
+#include "src/om/nqe_cli/table_entry.h"
 
 namespace qdt {
 namespace {
@@ -43,8 +44,8 @@ void PrintEncapsulation(Text &text, const NextHopExtension &e) {
 void PrintL2AclKey(Text &text, const NextHopExtension &e) {
   text.Print<"  L2AclKey:\n">();
   text.Print<
-      "    Dmac    : %02x:%02x:%02x:%02x:%02x:%02x\n"
-      "    Smac    : %02x:%02x:%02x:%02x:%02x:%02x\n"
+      "    Dmac    : %s\n"
+      "    Smac    : %s\n"
       "    EthType : 0x%04x\n"
       "    VlanId  : 0x%04x\n">(Mac(e.dmac), Mac(e.smac), e.etherType, e.vlanId);
 }

@@ -1,9 +1,10 @@
 #include "src/om/nqe_cli/nqe_cli_pkt_trace.h"
 
-#include <cstring>
 #include <string_view>
 
+#include "src/om/common/address.h"
 #include "src/om/common/log.h"
+#include "src/om/common/record_copy.h"
 #include "src/om/common/trace_block.h"
 #include "src/om/nqe_cli/command_words.h"
 
@@ -14,11 +15,7 @@ namespace {
 TraceBlock g_block;
 
 // The engine writes the block while it is shown.
-PacketTraceBlock CopyOfBlock() {
-  PacketTraceBlock copy;
-  std::memcpy(&copy, g_block.get(), sizeof(copy));
-  return copy;
-}
+PacketTraceBlock CopyOfBlock() { return CopyOf<PacketTraceBlock>(g_block.get()); }
 
 struct NumberLine {
   const char *label;
@@ -31,8 +28,7 @@ void PrintNumbers(OutputBuffer *out, const NumberLine (&lines)[N]) {
 }
 
 void PrintMac(OutputBuffer *out, const char *label, const MacAddress &mac) {
-  QdtCliPrintf(out, "\n %-25s: %02x:%02x:%02x:%02x:%02x:%02x", label, mac[0], mac[1], mac[2], mac[3], mac[4],
-               mac[5]);
+  QdtCliPrintf(out, "\n %-25s: %s", label, ToText(mac).c_str());
 }
 
 // Eight groups with all their digits, not the short form of inet_ntop.

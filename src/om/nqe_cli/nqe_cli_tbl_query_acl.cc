@@ -1,9 +1,10 @@
 #include <cstring>
 
 #include "qdt/tables.h"
+#include "src/om/common/table_descriptor.h"
 #include "src/om/engine/acl.h"
 #include "src/om/nqe_cli/acl_rule_text.h"
-#include "src/om/nqe_cli/bound_entry.h"
+#include "src/om/nqe_cli/table_entry.h"
 #include "src/om/nqe_cli/table_view.h"
 
 // Views of the access-control lists: groups, rules, what rules have counted, and how many fit the device.
@@ -13,19 +14,12 @@ using qdt::AclGroupKey;
 using qdt::AclRuleRecord;
 using qdt::AclStatEntry;
 using qdt::AclStatKey;
-using qdt::memcpy_s;
-
-// Finds the group's data, which the table manager keeps behind its key.
-static int32_t FindGroup(const AclGroupKey &key, void **data) {
-  return TbmTblSearch(qdt::kEngineInstance, qdt::kTableAclGroup, &key, data);
-}
 
 NQE_TABLE_SEARCH(AclGroup) {
   if (search.loopNum != 0) return search.NextOf<AclGroupEntry>(qdt::kTableAclGroup);
   AclGroupEntry group = {{search.key2, search.key3}, {}};
-  void *data = nullptr;
-  if (const int32_t code = FindGroup(group.key, &data); code != 0) return code;
-  if (memcpy_s(&group.data, sizeof(group.data), data, sizeof(group.data)) != 0) return QDT_TBL_MEMORY;
+  // The table manager keeps a group's data behind its key, and finds the data.
+  if (const int32_t code = qdt::ReadEntry(qdt::kTableAclGroup, group.key, group.data); code != 0) return code;
   return search.Deliver(&group, sizeof(group));
 }
 
@@ -71,14 +65,12 @@ QDT_TABLE_FORMAT(NqeTableFormatAclGroup) {
 NQE_TABLE_SEARCH(AclRule) {
   AclRuleRecord rule = {{search.key2, search.key3}, search.key4, {}, {}};
   void *group = nullptr, *action = nullptr, *content = nullptr;
-  if (const int32_t code = FindGroup(rule.group, &group); code != 0) return code;
-  if (const int32_t code = TbmAclGroupSearchByPri(group, rule.priority, &action, &content); code != 0) {
-    return code;
-  }
-  if (memcpy_s(&rule.action, sizeof(rule.action), action, sizeof(rule.action)) != 0 ||
-      memcpy_s(&rule.content, sizeof(rule.content), content, sizeof(rule.content)) != 0) {
-    return QDT_TBL_MEMORY;
-  }
+  int32_t code = TbmTblSearch(qdt::kEngineInstance, qdt::kTableAclGroup, &rule.group, &group);
+  if (code == 0) code = group == nullptr ? int32_t{QDT_TBL_MEMORY} : 0;
+  if (code == 0) code = TbmAclGroupSearchByPri(group, rule.priority, &action, &content);
+  if (code == 0) code = qdt::CopyEntry(&rule.action, action, sizeof(rule.action));
+  if (code == 0) code = qdt::CopyEntry(&rule.content, content, sizeof(rule.content));
+  if (code != 0) return code;
   return search.Deliver(&rule, sizeof(rule));
 }
 
@@ -122,11 +114,8 @@ NQE_TABLE_SEARCH(AclTbmRule) { return 0; }
 
 // Descriptor of the ACL group table; null when the table manager does not list it.
 static const TbmTableDesc *GroupTable() {
-  const TbmTableDesc *const tables = qdt::TableDescriptors();
-  if (tables == nullptr) return nullptr;
-  for (uint32_t id = 0; id < qdt::kEngineTables; ++id) {
-    const char *const name = tables[id].name;
-    if (name != nullptr && std::strcmp(name, "CAP_TABLE_ACL_GROUP") == 0) return &tables[id];
+  for (const TbmTableDesc &table : qdt::EngineTableDescriptors()) {
+    if (table.name != nullptr && std::strcmp(table.name, "CAP_TABLE_ACL_GROUP") == 0) return &table;
   }
   return nullptr;
 }

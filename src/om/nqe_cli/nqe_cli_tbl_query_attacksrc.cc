@@ -19,7 +19,7 @@ NQE_TABLE_FORMAT_EACH(AttackSmac, AttackSourceMac) {
 NQE_TABLE_SEARCH(AttackSip) { return search.NextOf<AttackSourceAddress>(qdt::kTableAttackSourceIp); }
 
 NQE_TABLE_FORMAT_EACH(AttackSip, AttackSourceAddress) {
-  text.Print<"  SrcIp  :  %s\n">(ToText(e.address).c_str());
+  text.Print<"  SrcIp  :  %s\n">(ToText(e.address).view());
 }
 
 NQE_TABLE_SEARCH(AttackSdata) { return search.NextOf<AttackSourceData>(qdt::kTableAttackSourceData); }
@@ -27,7 +27,7 @@ NQE_TABLE_SEARCH(AttackSdata) { return search.NextOf<AttackSourceData>(qdt::kTab
 NQE_TABLE_FORMAT_EACH(AttackSdata, AttackSourceData) {
   text.Print<
       "  Ipv4Addr        :  %s\n"
-      "  Mac             :  %02x:%02x:%02x:%02x:%02x:%02x\n"
+      "  Mac             :  %s\n"
       "  LastSec         :  %u\n"
       "  LastCount       :  %u\n"
       "  LastAlarmSec    :  %u\n"

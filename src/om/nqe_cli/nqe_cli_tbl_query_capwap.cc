@@ -4,6 +4,8 @@
 #include "src/om/common/section.h"
 #include "src/om/engine/capwap.h"
 #include "src/om/engine/route.h"
+#include "src/om/nqe_cli/address_pair.h"
+#include "src/om/nqe_cli/table_entry.h"
 #include "src/om/nqe_cli/table_view.h"
 
 // Views of the CAPWAP tunnels and of the table that leads arriving packets to them.
@@ -22,8 +24,8 @@ static void PrintTunnel(qdt::Text &text, const CapwapTunnelEntry &e) {
   s.Line<"TnlMtu">(e.mtu);
   s.Line<"TnlIfIndex">(e.ifIndex);
   s.Line<"TnlDtlsIndex">(e.dtlsIndex);
-  s.Line<"Sip", "%s">(ToText(e.sourceAddress).c_str());
-  s.Line<"Dip", "%s">(ToText(e.destinationAddress).c_str());
+  s.Line<"Sip", "%s">(ToText(e.sourceAddress).view());
+  s.Line<"Dip", "%s">(ToText(e.destinationAddress).view());
   s.Line<"Sport">(e.sourcePort);
   s.Line<"Dport">(e.destinationPort);
   s.Line<"CwPreamble">(e.preamble);
@@ -61,12 +63,10 @@ static void PrintEncapsulation(qdt::Text &text, const CapwapTunnelEntry &e) {
 static void PrintFastPath(qdt::Text &text, const CapwapTunnelEntry &e) {
   constexpr uint16_t kVpn = 0;
   const qdt::FibKey key = {0, kVpn, htonl(e.destinationAddress)};
-  void *route = nullptr;
-  const int32_t code = TbmTblMatch(qdt::kEngineInstance, qdt::kTableFib, &key, &route);
-  const bool same = code == 0 && reinterpret_cast<uintptr_t>(route) == e.boundRoute;
-  const bool printed = same ? text.Print<"  CapwapTunnel-Fast: OK\n">()
-                            : text.Print<"  CapwapTunnel-Fast: Error, ret=%d, vpn=%d, dip=0x%08x\n">(
-                                  code, kVpn, e.destinationAddress);
+  const qdt::BoundEntry route = qdt::CheckBoundMatch(qdt::kTableFib, key, e.boundRoute);
+  const bool printed = route.same ? text.Print<"  CapwapTunnel-Fast: OK\n">()
+                                  : text.Print<"  CapwapTunnel-Fast: Error, ret=%d, vpn=%d, dip=0x%08x\n">(
+                                        route.code, kVpn, e.destinationAddress);
   if (!printed) text.Fail(QDT_TBL_RAW_DATA);
 }
 
@@ -89,7 +89,7 @@ QDT_TABLE_PIECE(NqeTableCapwapFastFormat) { return qdt::FormatPiece(out, room, e
 
 NQE_TABLE_SEARCH(CapwapDecap) {
   uint32_t source = 0, destination = 0;
-  if (!search.ParseAddressPair(source, destination)) return QDT_TBL_UNSUPPORTED;
+  if (!qdt::ParseAddressPair(search.key1, source, destination)) return QDT_TBL_UNSUPPORTED;
   const CapwapDecapKey key = {source, destination, static_cast<uint16_t>(search.key2), 0};
   return search.FindOne<CapwapDecapEntry>(qdt::kTableCapwapDecap, key);
 }
@@ -100,6 +100,6 @@ NQE_TABLE_FORMAT_ONE(CapwapDecap, CapwapDecapEntry) {
       "  Dip       :  %s\n"
       "  Port      :  %u\n"
       "  TunnelId  :  %u\n"
-      "  IfIndex   :  %u\n">(ToText(e.key.sourceAddress).c_str(), ToText(e.key.destinationAddress).c_str(),
+      "  IfIndex   :  %u\n">(ToText(e.key.sourceAddress).view(), ToText(e.key.destinationAddress).view(),
                              e.key.port, e.tunnelId, e.ifIndex);
 }

@@ -9,6 +9,8 @@
 #include "src/om/common/section.h"
 #include "src/om/engine/car.h"
 #include "src/om/engine/security.h"
+#include "src/om/nqe_cli/format_piece_at.h"
+#include "src/om/nqe_cli/table_entry.h"
 #include "src/om/nqe_cli/table_view.h"
 
 // Views of the rate limiters and of what they are used for.
@@ -160,25 +162,23 @@ NQE_TABLE_FORMAT(FormatCpcars, CpcarPro, CpcarEntry) {
 }
 
 NQE_TABLE_FORMAT(FormatCpcars, CpcarPps, CpcarEntry) {
-  void *entry = nullptr;
-  const int32_t code = TbmTblSearch(qdt::kEngineInstance, qdt::kTableCar, &e.carId, &entry);
-  if (code != 0) return text.Fail(code);
+  CarEntry car;
+  if (const int32_t code = qdt::ReadEntry(qdt::kTableCar, e.carId, car); code != 0) return text.Fail(code);
   text.Print<
       "  HostProType    :  %u\n"
       "  HostProName    :  %s\n"
       "  Wireless       :  %u\n"
       "  Pps            :  %lu\n\n">(e.key.protocol, QdtGetNameByProId(e.key.protocol), e.key.wireless,
-                                     qdt::PacketsPerSecond(*static_cast<const CarEntry *>(entry)));
+                                     qdt::PacketsPerSecond(car));
 }
 
 NQE_TABLE_SEARCH(MacCarId) {
   qdt::MacAddress mac;
   if (QdtCliStr2Mac(search.key1, mac, sizeof(mac)) != 0) return QDT_TBL_UNSUPPORTED;
-  constexpr uint32_t kKey = 0;
-  void *entry = nullptr;
-  const int32_t code = TbmTblSearch(qdt::kEngineInstance, qdt::kTableHsecGlobalCfg, &kKey, &entry);
-  if (code != 0) return code;
-  const uint16_t &carId = static_cast<const HsecGlobalCfg *>(entry)->macCarId[qdt::MacCarSlot(mac)];
+  HsecGlobalCfg global;
+  if (const int32_t code = qdt::ReadEntry(qdt::kTableHsecGlobalCfg, uint32_t{0}, global); code != 0)
+    return code;
+  const uint16_t &carId = global.macCarId[qdt::MacCarSlot(mac)];
   return search.Deliver(&carId, sizeof(carId));
 }
 
@@ -193,7 +193,7 @@ NQE_TABLE_FORMAT_WHOLE(SessCpcar, SessionCpcarEntry) {
       "  Sport    :  %u\n"
       "  Dport    :  %u\n"
       "  Protocol :  %u\n"
-      "  CarId    :  %d\n\n">(ToText(e.sourceAddress).c_str(), ToText(e.destinationAddress).c_str(),
+      "  CarId    :  %d\n\n">(ToText(e.sourceAddress).view(), ToText(e.destinationAddress).view(),
                               e.sourcePort, e.destinationPort, e.protocol, static_cast<int32_t>(e.carId));
 }
 

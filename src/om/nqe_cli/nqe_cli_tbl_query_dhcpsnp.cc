@@ -28,7 +28,7 @@ NQE_TABLE_FORMAT_EACH(DhcpSnpBind, DhcpSnoopingBinding) {
       "  Ipv6Addr      :  %s\n"
       "  IsPrefix      :  %d\n"
       "  PrefixLen     :  %d\n"
-      "  Mac           :  %02x:%02x:%02x:%02x:%02x:%02x\n"
+      "  Mac           :  %s\n"
       "  BindType      :  %s\n"
       "  ClientReqTime :  %u\n"
       "  ProtoType     :  %s\n\n">(e.fwdIfIndex, e.vlanId, ToText(e.ipv4Address).c_str(),

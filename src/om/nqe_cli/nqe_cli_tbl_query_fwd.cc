@@ -7,7 +7,9 @@
 #include "src/om/engine/route.h"
 #include "src/om/nqe_cli/forwarding_interface_text.h"
 #include "src/om/nqe_cli/next_hop_text.h"
+#include "src/om/nqe_cli/route_search.h"
 #include "src/om/nqe_cli/route_text.h"
+#include "src/om/nqe_cli/table_entry.h"
 #include "src/om/nqe_cli/table_view.h"
 
 // Views of the forwarding interfaces and of the maps that lead to them, and of IPv4 routing and neighbours.
@@ -45,9 +47,8 @@ NQE_TABLE_FORMAT_ONE(PfeVapIfMap, InterfaceMapEntry) {
 }
 
 NQE_TABLE_SEARCH(Fwdif) {
-  const uint32_t fwdIfIndex = QdtCliGetFwdifIndexByCtrlIndex(search.key2);
-  // A code and an index come back alike; no interface index is that large.
-  if (static_cast<int32_t>(fwdIfIndex) < 0) return static_cast<int32_t>(fwdIfIndex);
+  uint32_t fwdIfIndex = 0;
+  if (const int32_t code = qdt::FindFwdIf(search.key2, fwdIfIndex); code != 0) return code;
   return search.FindOne<ForwardingInterface>(qdt::kTableFwdIf, fwdIfIndex);
 }
 
@@ -74,7 +75,7 @@ NQE_TABLE_FORMAT_ONE(Fib, RouteEntry) {
 NQE_TABLE_SEARCH(Nhp) { return search.FindOne<NextHopEntry>(qdt::kTableNextHop, search.key2); }
 
 NQE_TABLE_FORMAT_ONE(Nhp, NextHopEntry) {
-  text.Print<"  IfIndex    :  %u\n  NextHopIp  :  %s\n">(e.ifIndex, ToText(e.address).c_str());
+  text.Print<"  IfIndex    :  %u\n  NextHopIp  :  %s\n">(e.ifIndex, ToText(e.address).view());
   qdt::PrintNextHopExtension(text, e.ext);
 }
 
@@ -95,8 +96,8 @@ NQE_TABLE_SEARCH(ArpMissCache) {
   if (inet_addr(search.key1) != INADDR_NONE) {
     return search.NextOfKey<ArpMissEntry>(qdt::kTableArpMiss, ArpKeyOf(search));
   }
-  return search.AsksForAll() ? search.NextOf<ArpMissEntry>(qdt::kTableArpMiss)
-                             : int32_t{QDT_TBL_INVALID_INPUT};
+  return qdt::AsksForAll(search) ? search.NextOf<ArpMissEntry>(qdt::kTableArpMiss)
+                                 : int32_t{QDT_TBL_INVALID_INPUT};
 }
 
 NQE_TABLE_FORMAT_EACH(ArpMissCache, ArpMissEntry) {
@@ -105,12 +106,12 @@ NQE_TABLE_FORMAT_EACH(ArpMissCache, ArpMissEntry) {
 }
 
 NQE_TABLE_SEARCH(PortIpList) {
-  return search.NextOfPort<PortAddress>(qdt::kTablePortIpHead, qdt::kTablePortIp);
+  return qdt::NextOfPort<PortAddress>(search, qdt::kTablePortIpHead, qdt::kTablePortIp);
 }
 
 NQE_TABLE_FORMAT_EACH(PortIpList, PortAddress) {
-  text.Print<"  IpAddr  :  %s\n  IpMask  :  %s\n  IpType  :  %u\n\n">(ToText(e.address).c_str(),
-                                                                      ToText(e.mask).c_str(), e.type);
+  text.Print<"  IpAddr  :  %s\n  IpMask  :  %s\n  IpType  :  %u\n\n">(ToText(e.address).view(),
+                                                                      ToText(e.mask).view(), e.type);
 }
 
 NQE_TABLE_SEARCH(Bridge) { return search.FindOne<BridgeEntry>(qdt::kTableBridge, search.key2); }

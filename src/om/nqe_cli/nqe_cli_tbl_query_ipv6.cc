@@ -5,6 +5,7 @@
 #include "src/om/common/log.h"
 #include "src/om/engine/neighbour.h"
 #include "src/om/engine/route.h"
+#include "src/om/nqe_cli/route_search.h"
 #include "src/om/nqe_cli/route_text.h"
 #include "src/om/nqe_cli/table_view.h"
 
@@ -32,7 +33,7 @@ NQE_TABLE_FORMAT_ONE(Ipv6Fib, RouteEntry) {
 NQE_TABLE_SEARCH(Ipv6Nhp) { return search.FindOne<Ipv6NextHopEntry>(qdt::kTableIpv6NextHop, search.key2); }
 
 NQE_TABLE_FORMAT_ONE(Ipv6Nhp, Ipv6NextHopEntry) {
-  text.Print<"  IfIndex    :  %u\n  NextHopIp  :  %s\n">(e.ifIndex, ToText(e.address).c_str());
+  text.Print<"  IfIndex    :  %u\n  NextHopIp  :  %s\n">(e.ifIndex, ToText(e.address).view());
   const qdt::Ipv6NextHopExtension &ext = e.ext;
   text.Print<
       "  PortId    : %d\n"
@@ -83,7 +84,7 @@ NQE_TABLE_SEARCH(NdMissCache) {
   return search.NextBatch<NdMissEntry>([&](void *buffer, uint32_t *bytes) {
     if (hasAddress)
       return TbmTblTravNextByKey(qdt::kEngineInstance, qdt::kTableNdMiss, &key, search.ctx, buffer, bytes);
-    if (!search.AsksForAll()) return int32_t{QDT_TBL_INVALID_INPUT};
+    if (!qdt::AsksForAll(search)) return int32_t{QDT_TBL_INVALID_INPUT};
     return TbmTblTravNext(qdt::kEngineInstance, qdt::kTableNdMiss, search.ctx, buffer, bytes);
   });
 }
@@ -94,10 +95,10 @@ NQE_TABLE_FORMAT_EACH(NdMissCache, NdMissEntry) {
 }
 
 NQE_TABLE_SEARCH(Ipv6PortIpList) {
-  return search.NextOfPort<Ipv6PortAddress>(qdt::kTablePortIpv6Head, qdt::kTablePortIpv6);
+  return qdt::NextOfPort<Ipv6PortAddress>(search, qdt::kTablePortIpv6Head, qdt::kTablePortIpv6);
 }
 
 NQE_TABLE_FORMAT_EACH(Ipv6PortIpList, Ipv6PortAddress) {
-  text.Print<"  IpAddr  :  %s\n  Prefix  :  %u\n  IpType  :  %u\n\n">(ToText(e.address).c_str(),
+  text.Print<"  IpAddr  :  %s\n  Prefix  :  %u\n  IpType  :  %u\n\n">(ToText(e.address).view(),
                                                                       e.prefixLength, e.type);
 }

@@ -1,5 +1,3 @@
-#include <cstring>
-
 #include "qdt/tables.h"
 #include "src/om/common/log.h"
 #include "src/om/engine/priority.h"
@@ -45,8 +43,8 @@ template <size_t kValues>
 int32_t WriteMap(char *out, uint32_t room, uint32_t position, const void *record,
                  const uint8_t (PriorityMaps::*map)[kValues], const char *name) {
   if (record == nullptr) return 0;
-  PriorityMaps maps;  // the caller's record need not be aligned
-  std::memcpy(&maps, record, sizeof(maps));
+  const auto &maps = *static_cast<const PriorityMaps *>(record);
+  static_assert(alignof(PriorityMaps) == 1);  // the caller's record need not be aligned
   Text text = TextAt(out, room, position);
   const size_t fit = PrintMap(text, maps.*map);
   if (fit < kValues) {

@@ -1,12 +1,16 @@
 #include <algorithm>
+#include <cstddef>
 #include <string_view>
 
 #include "qdt/cli.h"
 #include "qdt/tables.h"
+#include "src/om/common/address.h"
 #include "src/om/common/log.h"
 #include "src/om/engine/global.h"
 #include "src/om/engine/interface.h"
 #include "src/om/engine/sac.h"
+#include "src/om/nqe_cli/station_key.h"
+#include "src/om/nqe_cli/table_entry.h"
 #include "src/om/nqe_cli/table_view.h"
 
 // Views of application control: its profiles, how it numbers applications, and what it counts of them.
@@ -55,9 +59,10 @@ void PrintSlot(Text &text, uint32_t slot, const SacCount &total, const SacSubCou
 
 template <uint32_t kSlots>
 void PrintStatistics(Text &text, const SacStatistics<kSlots> &e) {
-  constexpr uint32_t kKey = 0;
-  void *global = nullptr;
-  if (const int32_t code = TbmTblSearch(kEngineInstance, kTableGlobal, &kKey, &global); code != 0) {
+  int64_t globalVersion = 0;
+  if (const int32_t code =
+          ReadEntry(kTableGlobal, uint32_t{0}, globalVersion, offsetof(GlobalEntry, sacVersion));
+      code != 0) {
     LogNoGlobal(e, code);
     return text.Fail();
   }
@@ -66,8 +71,7 @@ void PrintStatistics(Text &text, const SacStatistics<kSlots> &e) {
       "      CurRealTimeStat   :  %u\n"
       "      CurStatVersion    :  %ld\n"
       "      LastStatVersion   :  %ld\n"
-      "      GlobalStatVersion :  %ld\n">(e.lastSlot, e.realTime, e.version, e.lastVersion,
-                                          static_cast<const GlobalEntry *>(global)->sacVersion);
+      "      GlobalStatVersion :  %ld\n">(e.lastSlot, e.realTime, e.version, e.lastVersion, globalVersion);
   const uint32_t end = std::min(e.lastSlot, kSlots - 1) + 1;
   for (uint32_t slot = e.total[0].appId == 0 ? 1 : 0; slot < end && !text.failed(); ++slot) {
     PrintSlot(text, slot, e.total[slot], e.sub0[slot], e.sub1[slot]);
@@ -88,6 +92,7 @@ using qdt::SacProfile;
 using qdt::SacProtocolMapping;
 using qdt::SacUserEntry;
 using qdt::SacUserStatistics;
+using qdt::StationKey;
 
 NQE_TABLE_SEARCH(SacProfile) { return search.FindOne<SacProfile>(qdt::kTableSacProfile, search.key2); }
 
@@ -173,15 +178,17 @@ NQE_TABLE_FORMAT_ONE(SacPriorityMapping, SacPriorityMapping) {
 }
 
 NQE_TABLE_SEARCH(SacIfStat) {
-  const uint32_t fwdIfIndex = QdtCliGetFwdifIndexByCtrlIndex(search.key2);
-  if (static_cast<int32_t>(fwdIfIndex) < 0) return static_cast<int32_t>(fwdIfIndex);
-  void *entry = nullptr;
-  int32_t code = TbmTblSearch(qdt::kEngineInstance, qdt::kTableFwdIf, &fwdIfIndex, &entry);
+  uint32_t fwdIfIndex = 0;
+  int32_t code = qdt::FindFwdIf(search.key2, fwdIfIndex);
+  if (code != 0) return code;
+  qdt::ForwardingInterface interface;
+  code = qdt::ReadEntry(qdt::kTableFwdIf, fwdIfIndex, interface);
   if (code != 0) {
     QDT_LOG_INFO("sac search fwdif fail, ret=%d, ctrlIfIdx=%u, fwdIfIdx=%u\n", code, search.key2, fwdIfIndex);
     return code;
   }
-  const uint32_t vapIndex = static_cast<const qdt::ForwardingInterface *>(entry)->vapIndex;
+  const uint32_t vapIndex = interface.vapIndex;
+  void *entry = nullptr;
   code = TbmTblSearch(qdt::kEngineInstance, qdt::kTableSacInterfaceStat, &vapIndex, &entry);
   if (code != 0) {
     QDT_LOG_INFO("sac search if stat fail, ret=%d, ctrlIfIdx=%u, vapIndex=%u\n", code, search.key2, vapIndex);
@@ -194,13 +201,12 @@ NQE_TABLE_FORMAT_ONE(SacIfStat, SacInterfaceStatistics) { qdt::PrintStatistics(t
 
 // The address is the fourth word of the command, though the usage list shows it in the fifth place.
 NQE_TABLE_SEARCH(SacUsfStat) {
-  qdt::MacAddress mac;
-  if (QdtCliStr2Mac(search.key1, mac, sizeof(mac)) != 0) return QDT_TBL_UNSUPPORTED;
+  StationKey key;
+  if (!qdt::ParseStation(search.key1, key)) return QDT_TBL_UNSUPPORTED;
   void *entry = nullptr;
-  const int32_t code = TbmTblSearch(qdt::kEngineInstance, qdt::kTableSacUserStat, mac, &entry);
+  const int32_t code = TbmTblSearch(qdt::kEngineInstance, qdt::kTableSacUserStat, &key, &entry);
   if (code != 0) {
-    QDT_LOG_INFO("sac usf stat search fail, ret=%d, mac(%02x:%02x:%02x:%02x:%02x:%02x)\n", code, mac[0],
-                 mac[1], mac[2], mac[3], mac[4], mac[5]);
+    QDT_LOG_INFO("sac usf stat search fail, ret=%d, mac(%s)\n", code, qdt::ToText(key.mac).c_str());
     return code;
   }
   return search.Deliver(entry, sizeof(SacUserEntry));

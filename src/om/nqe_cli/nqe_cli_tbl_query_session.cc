@@ -6,7 +6,9 @@
 #include "qdt/cli.h"
 #include "qdt/session.h"
 #include "qdt/tables.h"
+#include "src/om/common/address.h"
 #include "src/om/common/memory_probe.h"
+#include "src/om/common/record_copy.h"
 #include "src/om/common/section.h"
 #include "src/om/engine/session.h"
 #include "src/om/nqe_cli/table_view.h"
@@ -77,8 +79,6 @@ void PrintNode(Text &text, const SessionRecord &e) {
 void PrintHttps(Text &text, const SessionRecord &e) {
   qdt::HttpsSubSession https;
   if (!ReadEngineMemory(e.https, &https, sizeof(https))) return;
-  const auto &d = https.dmac;
-  const auto &s = https.smac;
   text.Print<
       "HttpsSession:\n  SessIdx   :  %u\n  FwdIfIdx  :  %u\n  DstMac    :  %02x:%02x:%02x:%02x:%02x:%02x\n"
       "  SrcMac    :  %02x:%02x:%02x:%02x:%02x:%02x\n  VlanId    :  %u\n  EthType   :  %u\n">(
@@ -149,13 +149,13 @@ int32_t SessionNodeMatchHashNode(const SessionSearchKey *search, const void *ses
 
 int32_t SessionNodeSearchMatch(void *record, void *context) {
   auto *const collect = static_cast<SessionCollect *>(context);
-  const auto &session = *static_cast<const SessionRecord *>(record);
+  const auto session = qdt::CopyOf<SessionRecord>(record);
   if (collect->Count > collect->Limit) return QDT_TBL_STOP;
   if (session.positiveKey == 0 || session.negativeKey == 0) return QDT_TBL_CONTINUE;
   if (!Matches(collect->Key, session)) return QDT_TBL_CONTINUE;
   const size_t room = size_t{collect->Limit - collect->Count} * sizeof(SessionRecord);
   auto *const end = static_cast<char *>(collect->Records) + size_t{collect->Count} * sizeof(SessionRecord);
-  if (qdt::memcpy_s(end, room, record, sizeof(SessionRecord)) != 0) return QDT_TBL_STOP;
+  if (qdt::memcpy_s(end, room, &session, sizeof(session)) != 0) return QDT_TBL_STOP;
   collect->Bytes += sizeof(SessionRecord);
   ++collect->Count;
   return QDT_TBL_CONTINUE;

@@ -1,15 +1,17 @@
-#include <algorithm>
-
 #include "qdt/cli.h"
 #include "qdt/tables.h"
 #include "src/om/common/address.h"
 #include "src/om/common/section.h"
 #include "src/om/engine/switching.h"
+#include "src/om/nqe_cli/address_pair.h"
+#include "src/om/nqe_cli/bit.h"
+#include "src/om/nqe_cli/table_entry.h"
 #include "src/om/nqe_cli/table_view.h"
 
 // Views of layer-2 switching: VLANs, MAC addresses, ports, and the lists that frames are replicated to.
 using qdt::CauseEntry;
 using qdt::DummyMulticastRoute;
+using qdt::FindFwdIf;
 using qdt::GlobalBroadcastEntry;
 using qdt::MacEntry;
 using qdt::MacKey;
@@ -28,12 +30,6 @@ using qdt::VlanEntry;
 using qdt::VlanKey;
 using qdt::VlanListEntry;
 using qdt::VlanListKey;
-
-// Turns a control-interface index into the index of its forwarding interface; 0 or a negative code.
-static int32_t FindFwdIf(uint32_t ctrlIfIndex, uint32_t &fwdIfIndex) {
-  fwdIfIndex = QdtCliGetFwdifIndexByCtrlIndex(ctrlIfIndex);
-  return std::min(static_cast<int32_t>(fwdIfIndex), 0);
-}
 
 NQE_TABLE_SEARCH(Vlan) {
   const VlanKey key = {static_cast<uint16_t>(search.key3), static_cast<uint16_t>(search.key2)};
@@ -70,7 +66,7 @@ NQE_TABLE_SEARCH(VlanBitmap) {
 
 void toBinary(char *buffer, uint32_t value) {
   for (int bit = 31; bit >= 0; --bit) {
-    *buffer++ = (value >> bit & 1) != 0 ? '1' : '0';
+    *buffer++ = qdt::Bit(value, bit) != 0 ? '1' : '0';
     if (bit % 8 == 0) *buffer++ = ' ';
   }
   *buffer = '\0';
@@ -144,11 +140,10 @@ NQE_TABLE_SEARCH(MacInfo) {
 }
 
 NQE_TABLE_FORMAT_EACH(MacInfo, MacEntry) {
-  const auto &mac = e.key.mac;
   text.Print<
       "  BrId        :  %u\n"
       "  VlanId      :  %u\n"
-      "  Mac         :  %02x:%02x:%02x:%02x:%02x:%02x\n"
+      "  Mac         :  %s\n"
       "  Static      :  %u\n"
       "  Drop        :  %u\n"
       "  Local       :  %u\n"
@@ -201,7 +196,7 @@ NQE_TABLE_FORMAT_EACH(SswExcludeMcElb, VlanListEntry) { PrintMulticastPort(text,
 NQE_TABLE_SEARCH(SswMcElb) {
   if (search.loopNum == 0) return QDT_TBL_INVALID_INPUT;
   MulticastKey key = {VlanListKeyOf(search), {}};
-  if (!search.ParseAddressPair(key.address.group, key.address.source)) return QDT_TBL_FAIL;
+  if (!qdt::ParseAddressPair(search.key1, key.address.group, key.address.source)) return QDT_TBL_FAIL;
   return search.NextOfKey<MulticastEntry>(qdt::kTableMulticast, key);
 }
 
@@ -211,7 +206,7 @@ NQE_TABLE_SEARCH(SswMc2UcElb) {
   if (search.loopNum == 0) return QDT_TBL_INVALID_INPUT;
   MulticastUserKey key = {VlanListKeyOf(search), 0, {}};
   if (FindFwdIf(search.key4, key.fwdIfIndex) != 0) return QDT_TBL_RAW_DATA;
-  if (!search.ParseAddressPair(key.address.group, key.address.source)) return QDT_TBL_FAIL;
+  if (!qdt::ParseAddressPair(search.key1, key.address.group, key.address.source)) return QDT_TBL_FAIL;
   return search.NextOfKey<MulticastUserEntry>(qdt::kTableMulticastUser, key);
 }
 
@@ -242,7 +237,7 @@ NQE_TABLE_FORMAT_EACH(MFibDummy, DummyMulticastRoute) {
       "  VlanId       :  %u\n"
       "  SrcIp        :  %s\n"
       "  GroupIp      :  %s\n"
-      "  Aging        :  %u\n\n">(e.bridgeId, e.vlanId, ToText(e.source).c_str(), ToText(e.group).c_str(),
+      "  Aging        :  %u\n\n">(e.bridgeId, e.vlanId, ToText(e.source).view(), ToText(e.group).view(),
                                   e.aging);
 }
 

@@ -6,7 +6,10 @@
 #include "qdt/cli.h"
 #include "qdt/tables.h"
 #include "src/om/common/address.h"
+#include "src/om/common/record_copy.h"
 #include "src/om/engine/user.h"
+#include "src/om/nqe_cli/format_piece_at.h"
+#include "src/om/nqe_cli/station_key.h"
 #include "src/om/nqe_cli/table_view.h"
 #include "src/om/nqe_cli/usf_eap_text.h"
 #include "src/om/nqe_cli/usf_user_text.h"
@@ -31,8 +34,8 @@ using qdt::VapStationKey;
 // Fetches the entry of the station whose MAC address key1 is.
 template <typename Record>
 static int32_t FindStation(const qdt::Search &search, uint32_t table) {
-  StationKey key{};
-  if (QdtCliStr2Mac(search.key1, key.mac, sizeof(key.mac)) != 0) return QDT_TBL_UNSUPPORTED;
+  StationKey key;
+  if (!qdt::ParseStation(search.key1, key)) return QDT_TBL_UNSUPPORTED;
   return search.FindOne<Record>(table, key);
 }
 
@@ -76,10 +79,8 @@ QDT_TABLE_PIECE_AT(NqeTableShowFormatUsfStat) {
 }
 
 void NqeTableAddUsfStat(void *sum, const void *block) {
-  UserCounters total, more;  // neither needs to be aligned
-  std::memcpy(&total, sum, sizeof(total));
-  std::memcpy(&more, block, sizeof(more));
-  total += more;
+  auto total = qdt::CopyOf<UserCounters>(sum);  // neither needs to be aligned
+  total += qdt::CopyOf<UserCounters>(block);
   std::memcpy(sum, &total, sizeof(total));
 }
 
@@ -124,7 +125,7 @@ NQE_TABLE_FORMAT_ONE(UsfMacIp, UsfMacIpEntry) {
       "  MacData    :  %02x%02x-%02x%02x-%02x%02x\n"
       "  Ipv4Data   :  %s\n"
       "  Ipv6Data   :  %s\n">(e.ipType, e.learnMode, e.mac[0], e.mac[1], e.mac[2], e.mac[3], e.mac[4],
-                              e.mac[5], ToText(e.ipv4Address).c_str(), ToText(e.ipv6Address).c_str());
+                              e.mac[5], ToText(e.ipv4Address).view(), ToText(e.ipv6Address).view());
 }
 
 NQE_TABLE_SEARCH(UsfLocalMngUser) {
@@ -133,7 +134,6 @@ NQE_TABLE_SEARCH(UsfLocalMngUser) {
 }
 
 NQE_TABLE_FORMAT_ONE(UsfLocalMngUser, LocalManagementUser) {
-  const auto &source = e.sourceMac, &destination = e.destinationMac;
   text.Print<
       "  MngUserIpv4Addr  :  %s\n"
       "  FwdIfIndex       :  %u\n"
@@ -162,7 +162,6 @@ NQE_TABLE_SEARCH(UsfRoamAp2StaElb) { return search.NextOf<UsfRoamStation>(qdt::k
 
 // The address stands behind the empty line that ends a station's lines.
 NQE_TABLE_FORMAT_EACH(UsfRoamAp2StaElb, UsfRoamStation) {
-  const auto &user = e.user, &home = e.homeAccessPoint;
   text.Print<
       "  VlanId       : %u\n"
       "  IPType       : %u\n"

@@ -3,13 +3,13 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "platform/tbm.h"
 #include "qdt/cli.h"
 #include "qdt/tables.h"
 #include "src/om/common/bounded.h"
 #include "src/om/common/log.h"
 #include "src/om/engine/interface.h"
 #include "src/om/engine/table_ids.h"
+#include "src/om/nqe_cli/table_entry.h"
 
 using qdt::sscanf_s;
 using qdt::strncpy_s;
@@ -93,8 +93,7 @@ int32_t QdtCliGetIpsSeparatedByColon(const char *text, char *first, char *second
 }
 
 uint32_t QdtCliGetFwdifIndexByCtrlIndex(uint32_t ctrlIfIndex) {
-  void *entry = nullptr;
-  const int32_t code = TbmTblSearch(qdt::kEngineInstance, qdt::kTableCtrlIfMap, &ctrlIfIndex, &entry);
-  if (code != 0) return static_cast<uint32_t>(code);
-  return static_cast<const qdt::InterfaceMapEntry *>(entry)->fwdIfIndex;
+  qdt::InterfaceMapEntry entry;
+  const int32_t code = qdt::ReadEntry(qdt::kTableCtrlIfMap, ctrlIfIndex, entry);
+  return code == 0 ? entry.fwdIfIndex : static_cast<uint32_t>(code);
 }

@@ -2,10 +2,11 @@
 
 #include <cstddef>
 
+#include "src/om/common/address.h"
 #include "src/om/common/memory_probe.h"
 #include "src/om/engine/interface.h"
 #include "src/om/engine/table_ids.h"
-#include "src/om/nqe_cli/bound_entry.h"
+#include "src/om/nqe_cli/table_entry.h"
 
 namespace qdt {
 

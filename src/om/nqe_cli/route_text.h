@@ -30,7 +30,7 @@ void PrintMiss(Text &text, const AddressText &nextHop, uint32_t createTime, uint
       "  Create    :  %u\n"
       "  Ttl(sec)  :  %u\n"
       "  SrcIP     :  %s\n"
-      "  DstIP     :  %s\n\n">(nextHop.c_str(), createTime, ttl, source.c_str(), destination.c_str());
+      "  DstIP     :  %s\n\n">(nextHop.view(), createTime, ttl, source.view(), destination.view());
 }
 
 }  // namespace qdt

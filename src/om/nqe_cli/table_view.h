@@ -1,19 +1,15 @@
 #ifndef SRC_OM_NQE_CLI_TABLE_VIEW_H_
 #define SRC_OM_NQE_CLI_TABLE_VIEW_H_
 
-#include <arpa/inet.h>
-
-#include <algorithm>
 #include <cstdint>
 #include <cstring>
 
-#include "qdt/cli.h"
 #include "qdt/tables.h"
 #include "src/om/common/bounded.h"
 #include "src/om/common/owned.h"
 #include "src/om/common/text.h"
-#include "src/om/engine/neighbour.h"
 #include "src/om/engine/table_ids.h"
+#include "src/om/nqe_cli/table_entry.h"
 
 // What all table views share. A view is written as two short functions:
 //
@@ -74,35 +70,11 @@ struct Search {
     return code;
   }
 
-  // Fetches the next batch of the addresses of control interface key2: its forwarding interface's entry in
-  // `heads` names the key of the list in `addresses`.
-  template <typename Record>
-  int32_t NextOfPort(uint32_t heads, uint32_t addresses) const {
-    if (loopNum == 0) return QDT_TBL_INVALID_INPUT;
-    const uint32_t fwdIfIndex = QdtCliGetFwdifIndexByCtrlIndex(key2);
-    if (static_cast<int32_t>(fwdIfIndex) < 0) return static_cast<int32_t>(fwdIfIndex);
-    void *head = nullptr;
-    if (const int32_t code = TbmTblSearch(kEngineInstance, heads, &fwdIfIndex, &head); code != 0) return code;
-    return NextOfKey<Record>(addresses, static_cast<const PortAddressHead *>(head)->listKey);
-  }
-
-  // Whether the whole table is asked for, and not the entries of one key.
-  bool AsksForAll() const { return std::strcmp(key1, "all") == 0; }
-
-  // Reads key1, "first:second", as two addresses in host order; false when it is no such pair.
-  bool ParseAddressPair(uint32_t &first, uint32_t &second) const {
-    char firstText[INET_ADDRSTRLEN], secondText[INET_ADDRSTRLEN];
-    if (QdtCliGetIpsSeparatedByColon(key1, firstText, secondText, sizeof(firstText)) != 0) return false;
-    first = ntohl(inet_addr(firstText));
-    second = ntohl(inet_addr(secondText));
-    return true;
-  }
-
   // Copies `size` bytes at `entry` into a new record.
   int32_t Deliver(const void *entry, uint32_t size) const {
     *recordLen = size;
     if (!Allocate(size)) return QDT_TBL_NO_MEMORY;
-    return memcpy_s(*record, size, entry, size) == 0 ? 0 : int32_t{QDT_TBL_MEMORY};
+    return CopyEntry(*record, entry, size);
   }
 
   // Gives the record back before its owner would, and leaves it nothing to release.
@@ -117,15 +89,22 @@ struct Search {
   }
 };
 
+// The record in the caller's buffer, or a copy of it where it is not aligned.
+template <typename Record>
+const Record &AlignedRecord(const void *record, Record &copy) {
+  if (reinterpret_cast<uintptr_t>(record) % alignof(Record) == 0) return *static_cast<const Record *>(record);
+  std::memcpy(&copy, record, sizeof(copy));
+  return copy;
+}
+
 // Runs `print` on the one record in the buffer, whose length must be just that.
 template <typename Record>
 int32_t FormatOne(char *out, uint32_t room, const void *record, int32_t recordLen,
                   void (*print)(Text &, const Record &)) {
   if (record == nullptr || recordLen != static_cast<int32_t>(sizeof(Record))) return QDT_TBL_DATA_SIZE;
   Text text(out, room);
-  Record copy;  // the caller's buffer need not be aligned
-  std::memcpy(&copy, record, sizeof(copy));
-  print(text, copy);
+  Record copy;
+  print(text, AlignedRecord(record, copy));
   return text.Result();
 }
 
@@ -137,8 +116,7 @@ int32_t FormatEach(char *out, uint32_t room, const void *record, int32_t recordL
   const auto *bytes = static_cast<const char *>(record);
   for (size_t left = recordLen; left >= sizeof(Record) && !text.failed(); left -= sizeof(Record)) {
     Record copy;
-    std::memcpy(&copy, bytes, sizeof(copy));
-    print(text, copy);
+    print(text, AlignedRecord(bytes, copy));
     bytes += sizeof(Record);
   }
   return text.Result();
@@ -163,32 +141,16 @@ int32_t FormatPiece(char *out, uint32_t room, const void *entry, void (*print)(T
   return FormatOne<Record>(out, room, entry, sizeof(Record), print);
 }
 
-// As FormatPiece, behind the `offset` bytes of `out` that are in use.
-template <typename Record>
-int32_t FormatPieceAt(char *out, uint32_t room, uint32_t offset, const void *entry,
-                      void (*print)(Text &, const Record &)) {
-  if (out == nullptr || offset >= room) return QDT_TBL_FORMAT;
-  return FormatPiece(out + offset, room - offset, entry, print);
-}
-
 // Runs `print` on the first record in the buffer, of whatever length above 0; what is missing of it counts as
 // zero.
 template <typename Record>
 int32_t FormatFirst(char *out, uint32_t room, const void *record, int32_t recordLen,
                     void (*print)(Text &, const Record &)) {
   if (record == nullptr || recordLen < 1) return QDT_TBL_DATA_SIZE;
-  Text text(out, room);
-  Record copy{};
-  std::memcpy(&copy, record, std::min(sizeof(copy), static_cast<size_t>(recordLen)));
-  print(text, copy);
-  return text.Result();
-}
-
-// Descriptors of the engine's tables by table id; null when the table manager does not list just the tables
-// that this library knows.
-inline const TbmTableDesc *TableDescriptors() {
-  const TbmGlobalInfo *const info = g_tbmGlobalInfo;
-  return info == nullptr || info->tableCount != kEngineTables ? nullptr : info->tables;
+  if (static_cast<size_t>(recordLen) >= sizeof(Record)) return FormatPiece(out, room, record, print);
+  Record whole{};
+  std::memcpy(&whole, record, static_cast<size_t>(recordLen));
+  return FormatPiece(out, room, &whole, print);
 }
 
 #define NQE_TABLE_SEARCH(view)                                                                \

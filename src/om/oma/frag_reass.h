@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 
 #include "platform/engine.h"
 #include "platform/shm.h"
@@ -14,6 +13,7 @@
 #include "src/om/common/memory_probe.h"
 #include "src/om/common/owned.h"
 #include "src/om/common/processor_timer.h"
+#include "src/om/common/record_copy.h"
 #include "src/om/common/text.h"
 #include "src/om/engine/reassembly.h"
 #include "src/om/oma/packet_listing.h"
@@ -36,13 +36,12 @@ inline int32_t LeftTime(uint64_t timeStamp, uint32_t ttl) {
 
 template <typename Version>
 int32_t WriteBlock(char *buffer, uint32_t size, uint32_t offset, const void *entry) {
-  typename Version::Entry e;
-  std::memcpy(&e, entry, sizeof(e));
+  const auto e = CopyOf<typename Version::Entry>(entry);
   const auto protocol = static_cast<uint16_t>(e.vrf >> 16);
   const bool hasRoom = offset < size;
   Text text(hasRoom ? buffer + offset : nullptr, hasRoom ? size - offset : 0);
-  text.Print<Version::kBlock>(static_cast<int32_t>(e.vrf), protocol, ToText(e.sourceAddress).c_str(),
-                              e.firstArrived, ToText(e.destinationAddress).c_str(), e.lastArrived,
+  text.Print<Version::kBlock>(static_cast<int32_t>(e.vrf), protocol, ToText(e.sourceAddress).view(),
+                              e.firstArrived, ToText(e.destinationAddress).view(), e.lastArrived,
                               e.sourcePort, e.destinationPort, e.vlan, e.reassemble, e.packetId, e.fragments,
                               e.ttl, LeftTime(e.timeStamp, e.ttl));
   if (!text.failed()) return text.Result();

@@ -5,11 +5,18 @@
 
 #include "src/om/common/log.h"
 #include "src/om/common/text.h"
+#include "src/om/oma/request.h"
 
 namespace qdt {
 
 // Room of an answer that lists sessions or server maps.
 constexpr uint32_t kListingRoom = 20480;
+
+// What a printer returns of a text that does not fit; tells the log.
+inline int32_t FailPrint() {
+  QDT_LOG_ERROR("Sprintf failed, ret=%d\n", kFailed);
+  return kFailed;
+}
 
 // The end of a listing, where a printer adds its text. A listing is a structure with the fields `text`,
 // `capacity` and `length`, as exported printers are handed it.
@@ -25,7 +32,7 @@ class ListingEnd {
   bool Print(Args... args) {
     Text text(listing_.text + listing_.length, Room());
     if (!text.Print<F>(args...)) {
-      QDT_LOG_ERROR("Sprintf failed, ret=%d\n", -1);
+      FailPrint();
       return false;
     }
     listing_.length += text.size();
@@ -38,7 +45,7 @@ class ListingEnd {
     if (printed) return static_cast<int32_t>(listing_.length - begin_);
     listing_.length = begin_;
     if (Room() != 0) listing_.text[begin_] = '\0';
-    return -1;
+    return kFailed;
   }
 
  private:

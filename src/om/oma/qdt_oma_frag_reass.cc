@@ -8,7 +8,7 @@
 namespace qdt::reassembly {
 namespace {
 
-// The global table has nothing that the listing shows; an engine that does not answer for it is not up yet.
+// Whether the global record is found decides; what it holds is not looked at.
 int32_t FindGlobal() {
   constexpr uint32_t kKey = 0;
   void *global = nullptr;
@@ -52,9 +52,13 @@ struct Ipv4 {
   }
 };
 
-// An address that was not given is of every version.
-bool IsOfVersion(const char *text, int32_t version) {
-  return text == nullptr || QdtOmaGetIpVer(text) == version;
+// Whether an address is of another version, which the buffer is then told by the line F. One that was not
+// given is of every version.
+template <format::Format F>
+bool IsOfOtherVersion(const char *address, int32_t version, char *buffer, uint32_t size) {
+  if (address == nullptr || QdtOmaGetIpVer(address) == version) return false;
+  Text(buffer, size).Print<F>(address, version);
+  return true;
 }
 
 }  // namespace
@@ -76,17 +80,12 @@ int32_t QdtOmaIpv4FragReassProc(AgentRequest request) {
 
 int32_t QdtOmaFragVerifyParam(char *buffer, uint32_t size, int32_t ipType, const char *sourceText,
                               const char *destinationText) {
-  using qdt::reassembly::IsOfVersion;
-  qdt::Text text(buffer, size);
-  if (!IsOfVersion(sourceText, ipType)) {
-    text.Print<"  Input error, source-ip is %s, but ip-type is %d">(sourceText, ipType);
-    return kFailed;
-  }
-  if (!IsOfVersion(destinationText, ipType)) {
-    text.Print<"  Input error, destination-ip is %s, but ip-type is %d">(destinationText, ipType);
-    return kFailed;
-  }
-  return kDone;
+  using qdt::reassembly::IsOfOtherVersion;
+  const bool isRefused = IsOfOtherVersion<"  Input error, source-ip is %s, but ip-type is %d">(
+                             sourceText, ipType, buffer, size) ||
+                         IsOfOtherVersion<"  Input error, destination-ip is %s, but ip-type is %d">(
+                             destinationText, ipType, buffer, size);
+  return isRefused ? kFailed : kDone;
 }
 
 int32_t QdtOmaFragReassGetTbl(const void *region, char *buffer, uint32_t size, uint32_t source,

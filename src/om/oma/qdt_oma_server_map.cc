@@ -11,6 +11,7 @@
 #include "src/om/common/address.h"
 #include "src/om/common/clock.h"
 #include "src/om/common/owned.h"
+#include "src/om/common/record_copy.h"
 #include "src/om/engine/server_map.h"
 #include "src/om/oma/listing_end.h"
 #include "src/om/oma/request.h"
@@ -30,7 +31,7 @@ constexpr int32_t kMoreBuckets = 1;
 
 using ServerMapLine = ListingEnd<ServerMapQuery>;
 
-const ServerMapEntry &AsEntry(const void *entry) { return *static_cast<const ServerMapEntry *>(entry); }
+ServerMapEntry AsEntry(const void *entry) { return CopyOf<ServerMapEntry>(entry); }
 
 // The kind of entries of a type, or one that no request means.
 uint32_t KindOf(ServerMapType type) {
@@ -165,8 +166,7 @@ int32_t QueryServerMapMatch(const ServerMapQuery *query, const void *entry) {
 int32_t SvrmapIpAddrToStr(uint32_t address, char *buffer, uint32_t size) {
   qdt::Text text(buffer, size);
   if (text.Print<"%s">(qdt::ToText(address).c_str())) return text.Result();
-  QDT_LOG_ERROR("Sprintf failed, ret=%d\n", kFailed);
-  return kFailed;
+  return qdt::FailPrint();
 }
 
 int32_t QueryServerMapNatShowTypeInfo(const void *entry, ServerMapQuery *query) {
@@ -237,13 +237,15 @@ int32_t OmaQueryServerMapGetInfo(void *entry, void *context) {
   if (!qdt::IsMeant(query, map)) return QDT_TBL_CONTINUE;
   const auto print =
       qdt::KindOf(map.type) == QDT_SERVER_MAP_NAT_SERVER ? QueryServerMapShowNat : QueryServerMapPrintBasic;
-  return print(entry, query) < 0 ? QDT_TBL_STOP : QDT_TBL_CONTINUE;
+  return print(&map, query) < 0 ? QDT_TBL_STOP : QDT_TBL_CONTINUE;
 }
 
 int32_t OmaResetServerMapGetInfo(void *entry, void *context) {
-  auto *const map = static_cast<qdt::ServerMapEntry *>(entry);
-  if (qdt::IsMeant(static_cast<ServerMapQuery *>(context), *map) && qdt::IsReset(map->type))
-    __atomic_store_n(&map->ttl, qdt::kServerMapAgedOut, __ATOMIC_RELAXED);
+  const qdt::ServerMapEntry map = AsEntry(entry);
+  if (qdt::IsMeant(static_cast<ServerMapQuery *>(context), map) && qdt::IsReset(map.type)) {
+    __atomic_store_n(&static_cast<qdt::ServerMapEntry *>(entry)->ttl, qdt::kServerMapAgedOut,
+                     __ATOMIC_RELAXED);
+  }
   return QDT_TBL_CONTINUE;
 }
 
@@ -251,10 +253,7 @@ int32_t QdtOmaQueryServerMapStatistics(ServerMapQuery *query, char *buffer, uint
   uint32_t count = 0;
   if (TbmHashMap *const map = qdt::ServerMaps(); map != nullptr) TbmHashMapEntryNum(map, &count);
   qdt::Text text(buffer, size);
-  if (!text.Print<"Total servermap number : %u \n">(count)) {
-    QDT_LOG_ERROR("Sprintf failed, ret=%d\n", kFailed);
-    return kFailed;
-  }
+  if (!text.Print<"Total servermap number : %u \n">(count)) return qdt::FailPrint();
   return qdt::SendAndClear(query, buffer, size) ? 0 : kFailed;
 }
 

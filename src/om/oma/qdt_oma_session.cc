@@ -136,8 +136,7 @@ int32_t GenerateSessionId(const void *record, char *buffer, uint32_t size) {
     id.Print<"%x%x%x%x%x%x%02x%x">(addressLength, indexLength, timeLength, low, index, createTime, 0u, 0u);
   }
   if (!id.failed()) return id.Result();
-  QDT_LOG_ERROR("Sprintf failed, ret=%d\n", kFailed);
-  return kFailed;
+  return qdt::FailPrint();
 }
 
 int32_t QuerySessionPrintIdTtl(const void *record, SessionQueryOutput *output) {

@@ -1,6 +1,9 @@
+#ifndef SRC_OM_OMA_MISS_CACHE_H_
+#define SRC_OM_OMA_MISS_CACHE_H_
+
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
-#include <iterator>
 
 #include "platform/engine.h"
 #include "platform/tbm.h"
@@ -9,6 +12,7 @@
 #include "src/om/common/clock.h"
 #include "src/om/common/log.h"
 #include "src/om/common/owned.h"
+#include "src/om/common/record_copy.h"
 #include "src/om/common/text.h"
 #include "src/om/engine/neighbour.h"
 #include "src/om/engine/table_ids.h"
@@ -17,67 +21,14 @@
 #include "src/om/oma/rule_line.h"
 
 // Packets that wait for their next hop to be resolved: snapshots of the engine's miss caches, and their
-// listing, grouped by next hop.
-namespace qdt {
-namespace {
-
-// How this listing asks for one next hop of the ARP-miss cache. The diag view of the same table asks with an
-// ArpKey: the agent names no VPN, and its key is laid out in its own way.
-struct ArpMissSearchKey {
-  uint32_t nextHop;
-  uint32_t zero;
-};
-QDT_RECORD_SIZE(ArpMissSearchKey, 8);
-
-struct ArpMiss {
-  using Entry = ArpMissEntry;
-  static constexpr EngineTable kTable = kTableArpMiss;
-  static constexpr char kAllNextHops[] = "0.0.0.0";
-  // What a walk of the whole cache returned stays inside.
-  static constexpr bool kHandsWalkOn = false;
-  static constexpr char kNoMemory[] = "Malloc fail for arp miss cache\n";
-  static constexpr char kWalkFailed[] = "[ErrCode: %d]Error in Search CAP_TABLE_ARP_MISS_CACHE\n";
-  static constexpr char kSearchFailed[] = "Error in Search arp miss cache, ret: %d\n";
-  static constexpr char kEndFailed[] = "sprintf_s end block line for arp miss cache failed, ret: %d\n";
-  static constexpr format::Format kHeader =
-      "\n%s\nSession           :  %-15u\nVrf               :  %-8u\nNext Hop          :  %-15s\n"
-      "Total Cached Pkt  :  %-8u\n%s\n%-5s %-16s %-16s  %-8s  %-8s";
-  static constexpr format::Format kRow = "\n%-5u %-16s %-16s  %02u:%02u:%02u  %02u:%02u:%02u";
-
-  static ArpMissSearchKey KeyOf(const char *nextHop) { return {ntohl(inet_addr(nextHop)), 0}; }
-  static bool SameNextHop(const Entry &a, const Entry &b) { return a.key.nextHop == b.key.nextHop; }
-};
-
-struct NdMiss {
-  using Entry = NdMissEntry;
-  static constexpr EngineTable kTable = kTableNdMiss;
-  static constexpr char kAllNextHops[] = "::";
-  // A walk of the whole cache is handed on as it went: 1 when entries were left behind, and after a failure
-  // the snapshot is still the caller's to release. Callers of QdtGetNdMissData rely on both.
-  static constexpr bool kHandsWalkOn = true;
-  static constexpr char kNoMemory[] = "Malloc fail for nd miss cache\n";
-  static constexpr char kWalkFailed[] = "[ErrCode: %d]Error in Search CAP_TABLE_ND_MISS_CACHE\n";
-  static constexpr char kSearchFailed[] = "Error in Search nd miss cache, ret: %d\n";
-  static constexpr char kEndFailed[] = "sprintf_s end block line for nd miss cache failed, ret: %d\n";
-  static constexpr format::Format kHeader =
-      "\n%s\nSession           :  %-15u\nVrf               :  %-8u\nNext Hop          :  %-46s\n"
-      "Total Cached Pkt  :  %-8u\n%s\n%-5s %-46s %-46s  %-8s  %-8s";
-  static constexpr format::Format kRow = "\n%-5u %-46s %-46s  %02u:%02u:%02u  %02u:%02u:%02u";
-
-  static NdKey KeyOf(const char *nextHop) {
-    NdKey key{};
-    ToHostWords(ParseIpv6(nextHop), key.nextHop);
-    return key;
-  }
-  static bool SameNextHop(const Entry &a, const Entry &b) {
-    return std::equal(std::begin(a.key.nextHop), std::end(a.key.nextHop), b.key.nextHop);
-  }
-};
+// listing, grouped by next hop. What differs between the ARP and the ND cache is stated by a structure for
+// each, the parameter Miss of these templates.
+namespace qdt::miss_cache {
 
 // A walk gives 0 at the table's end and 1 when it left entries behind; all else, read as unsigned, failed.
-bool WalkFailed(int32_t code) { return static_cast<uint32_t>(code) > 1; }
+inline bool WalkFailed(int32_t code) { return static_cast<uint32_t>(code) > 1; }
 
-void Drop(void **snapshot) {
+inline void Drop(void **snapshot) {
   free_ex(g_mallocHandle, *snapshot);
   *snapshot = nullptr;
 }
@@ -118,9 +69,8 @@ int32_t CopyNextHop(void **snapshot, uint32_t *bytes, uint32_t room, const char 
 
 // The buffer has room for all that the table can hold, so that one step of a walk fetches it whole.
 template <typename Miss>
-int32_t GetMissData(void **snapshot, uint32_t *bytes, const char *nextHop) {
+int32_t GetMissData(void **snapshot, uint32_t *bytes, const char *nextHop, SourceLine where) {
   const uint32_t room = BytesOf<Miss>(TbmTblGetSpec(kEngineInstance, Miss::kTable));
-  const SourceLine where = QDT_HERE;
   *snapshot = malloc_ex(g_mallocHandle, where.path, where.line, room);
   if (*snapshot == nullptr) {
     QDT_LOG_ERROR(Miss::kNoMemory);
@@ -135,20 +85,17 @@ const void *AddressOf(const void *entries, uint32_t index) {
   return static_cast<const char *>(entries) + size_t{index} * sizeof(typename Miss::Entry);
 }
 
-// A copy: callers' entries need not be aligned.
 template <typename Miss>
 typename Miss::Entry EntryAt(const void *entries, uint32_t index) {
-  typename Miss::Entry entry;
-  std::memcpy(&entry, AddressOf<Miss>(entries, index), sizeof(entry));
-  return entry;
+  return CopyOf<typename Miss::Entry>(AddressOf<Miss>(entries, index));
 }
 
 template <typename Miss>
 int32_t PrintGroupHeader(char *text, uint32_t capacity, const void *first, uint32_t number, uint32_t size) {
-  constexpr uint32_t kVrf = 0;  // the caches are not kept by VPN
+  constexpr uint32_t kVrf = 0;  // whatever the VPN of the entries
   const auto nextHop = ToText(EntryAt<Miss>(first, 0).key.nextHop);
   Text header(text, capacity);
-  header.Print<Miss::kHeader>(kRuleLine, number, kVrf, nextHop.c_str(), size, kRuleLine, "Pkt", "SrcIp",
+  header.Print<Miss::kHeader>(kRuleLine, number, kVrf, nextHop.view(), size, kRuleLine, "Pkt", "SrcIp",
                               "DstIp", "TTL", "LeftTime");
   return header.failed() ? kFailed : header.Result();
 }
@@ -164,7 +111,7 @@ uint32_t LeftTime(const Entry &e, uint32_t now) {
 template <typename Miss>
 bool PrintRow(Text &rows, uint32_t number, const typename Miss::Entry &e, uint32_t now) {
   const uint32_t left = LeftTime(e, now);
-  return rows.Print<Miss::kRow>(number, ToText(e.sourceAddress).c_str(), ToText(e.destinationAddress).c_str(),
+  return rows.Print<Miss::kRow>(number, ToText(e.sourceAddress).view(), ToText(e.destinationAddress).view(),
                                 e.ttl / 3600, e.ttl % 3600 / 60, e.ttl % 60, left / 3600, left % 3600 / 60,
                                 left % 60);
 }
@@ -215,17 +162,17 @@ int32_t PrintMissInfo(char *text, uint32_t capacity, const void *entries, uint32
 }
 
 template <typename Miss>
-int32_t ListMisses(AgentRequest request) {
+int32_t ListMisses(AgentRequest request, SourceLine where) {
   const char *const nextHop = FindText(request, "next-hop");
   void *taken = nullptr;
   uint32_t bytes = 0;
-  const int32_t code = GetMissData<Miss>(&taken, &bytes, nextHop == nullptr ? Miss::kAllNextHops : nextHop);
+  const int32_t code = Miss::kGetData(&taken, &bytes, nextHop == nullptr ? Miss::kAllNextHops : nextHop);
   // A failure leaves nothing to release but the buffer of a failed walk of the ND cache, which stays behind.
   if (WalkFailed(code)) return kFailed;
   const Owned<void> snapshot(taken);
   if (code != kDone) return kFailed;
   if (bytes == 0) return kDone;
-  const OwnedText text = AllocatePacketListing(QDT_HERE);
+  const OwnedText text = AllocatePacketListing(where);
   if (text == nullptr) {
     QDT_LOG_ERROR("malloc buf for tbl usage failed\n");
     return kFailed;
@@ -235,46 +182,6 @@ int32_t ListMisses(AgentRequest request) {
   return QdtOmSendMsg(text.get()) == 0 ? kDone : kFailed;
 }
 
-}  // namespace
-}  // namespace qdt
+}  // namespace qdt::miss_cache
 
-using qdt::ArpMiss;
-using qdt::NdMiss;
-
-int32_t QdtOmaArpmissProc(AgentRequest request) { return qdt::ListMisses<ArpMiss>(request); }
-
-int32_t QdtOmaNdmissProc(AgentRequest request) { return qdt::ListMisses<NdMiss>(request); }
-
-int32_t QdtGetArpMissData(void **snapshot, uint32_t *bytes, const char *nextHop) {
-  return qdt::GetMissData<ArpMiss>(snapshot, bytes, nextHop);
-}
-
-int32_t QdtGetNdMissData(void **snapshot, uint32_t *bytes, const char *nextHop) {
-  return qdt::GetMissData<NdMiss>(snapshot, bytes, nextHop);
-}
-
-int32_t QdtPrintArpMissInfo(char *text, uint32_t capacity, const void *entries, uint32_t count) {
-  return qdt::PrintMissInfo<ArpMiss>(text, capacity, entries, count);
-}
-
-int32_t QdtPrintNdMissInfo(char *text, uint32_t capacity, const void *entries, uint32_t count) {
-  return qdt::PrintMissInfo<NdMiss>(text, capacity, entries, count);
-}
-
-int32_t QdtPrintArpMissHdr(char *text, uint32_t capacity, const void *first, uint32_t groupNumber,
-                           uint32_t groupSize) {
-  return qdt::PrintGroupHeader<ArpMiss>(text, capacity, first, groupNumber, groupSize);
-}
-
-int32_t QdtPrintNdMissHdr(char *text, uint32_t capacity, const void *first, uint32_t groupNumber,
-                          uint32_t groupSize) {
-  return qdt::PrintGroupHeader<NdMiss>(text, capacity, first, groupNumber, groupSize);
-}
-
-int32_t QdtPrintSingleNhpArpMissInfo(char *text, uint32_t capacity, const void *first, uint32_t groupSize) {
-  return qdt::PrintGroup<ArpMiss>(text, capacity, first, groupSize);
-}
-
-int32_t QdtPrintSingleNhpNdMissInfo(char *text, uint32_t capacity, const void *first, uint32_t groupSize) {
-  return qdt::PrintGroup<NdMiss>(text, capacity, first, groupSize);
-}
+#endif  // SRC_OM_OMA_MISS_CACHE_H_

@@ -89,7 +89,7 @@ TEST_F(TableUsageTest, WholeListing) {
             "\n-----------------------------------------------------------------");
   ASSERT_EQ(platform.allocations.size(), 1u);
   EXPECT_EQ(platform.allocations[0].size, 20480u);
-  EXPECT_EQ(platform.allocations[0].path, "src/om/oma/qdt_oma_usage");
+  EXPECT_EQ(platform.allocations[0].path, "src/om/oma/qdt_oma_tbl_usage");
   EXPECT_TRUE(platform.log.empty());
 }
 
@@ -121,6 +121,25 @@ TEST_F(TableUsageTest, TablesThatAreSkipped) {
   for (const uint32_t id : {109u, 110u, UINT32_MAX}) EXPECT_EQ(Row(id), skipped) << id;
   info_.tables = nullptr;
   EXPECT_EQ(Row(5), skipped);
+  EXPECT_TRUE(platform.log.empty());
+}
+
+TEST_F(TableUsageTest, TablesBehindTheListAreSkipped) {
+  const auto tables = std::make_unique<TbmTableDesc[]>(10);  // a sanitizer sees a read behind it
+  Define(9, "CAP_TABLE_X", 10);
+  tables[9] = tables_[9];
+  info_ = {10, 0, tables.get(), nullptr, nullptr};
+  const std::string row = "\nCAP_TABLE_X                    10     0      0        0";
+  EXPECT_EQ(Row(9), row);
+  for (const uint32_t id : {10u, 24u, 108u, 109u, UINT32_MAX})
+    EXPECT_EQ(Row(id), "result 0, untouched") << id;
+  EXPECT_EQ(List(), std::string(kHead) + row + "\n" + kRule);
+  info_.tableCount = 0;
+  EXPECT_EQ(Row(9), "result 0, untouched");
+  // A longer list changes nothing for the tables that are known.
+  info_ = {200, 0, tables_, nullptr, nullptr};
+  EXPECT_EQ(List(), std::string(kHead) + row + "\n" + kRule);
+  EXPECT_EQ(Row(109), "result 0, untouched");
   EXPECT_TRUE(platform.log.empty());
 }
 
