@@ -1,45 +1,39 @@
 #include "src/om/common/address.h"
 
-#include "src/om/common/digits.h"
+#include <cstring>
 
 namespace qdt {
 
-Ipv4Text ToText(uint32_t address) {
-  Ipv4Text result{};
-  char *at = PutUnsigned(result.text, address >> 24);
+char *PutIpv4(char *at, uint32_t address) {
+  at = PutUnsigned(at, address >> 24);
   for (int shift = 16; shift >= 0; shift -= 8) {
     *at++ = '.';
     at = PutUnsigned(at, address >> shift & 0xFF);
   }
-  result.length = static_cast<uint32_t>(at - result.text);
-  return result;
+  return at;
 }
 
-Ipv6Text ToText(const uint8_t (&address)[16]) {
-  Ipv6Text result{};
-  inet_ntop(AF_INET6, address, result.text, sizeof(result.text));
-  return result;
+char *PutIpv6(char *at, const uint8_t *bytes) {
+  inet_ntop(AF_INET6, bytes, at, INET6_ADDRSTRLEN);
+  return at + std::strlen(at);
 }
 
-Ipv6Text ToText(const uint32_t (&words)[4]) {
-  uint8_t address[16];
+char *PutIpv6(char *at, const uint32_t *words) {
+  uint8_t bytes[16];
   for (int i = 0; i < 4; ++i) {
     const uint32_t network = htonl(words[i]);
-    std::memcpy(address + 4 * i, &network, sizeof(network));
+    std::memcpy(bytes + 4 * i, &network, sizeof(network));
   }
-  return ToText(address);
+  return PutIpv6(at, bytes);
 }
 
-MacText ToText(const uint8_t (&mac)[6]) {
-  MacText result;
-  char *at = result.text;
-  for (const uint8_t byte : mac) {
-    *at++ = "0123456789abcdef"[byte >> 4];
-    *at++ = "0123456789abcdef"[byte & 0xF];
-    *at++ = ':';
+char *PutMac(char *at, const uint8_t *mac) {
+  for (int i = 0; i < 6; ++i) {
+    if (i != 0) *at++ = ':';
+    *at++ = "0123456789abcdef"[mac[i] >> 4];
+    *at++ = "0123456789abcdef"[mac[i] & 0xF];
   }
-  at[-1] = '\0';
-  return result;
+  return at;
 }
 
 }  // namespace qdt

@@ -5,42 +5,57 @@
 
 #include <cstdint>
 #include <cstring>
-#include <string_view>
+
+#include "src/om/common/digits.h"
 
 namespace qdt {
 
 // Addresses as text, and texts as addresses. The engine keeps most addresses as 32-bit words in host order;
-// what is in network order says so. The texts are null-terminated; view() spares those who print them the
-// search for the end where it is known.
+// what is in network order says so.
 
+// Write an address' text at `at`, which has room for it (INET_ADDRSTRLEN and INET6_ADDRSTRLEN bytes, 17 for a
+// MAC address), and return its end: dotted text of a host-order address; text of 16 bytes in network order
+// and of four host-order words; all digits of a MAC address, in lower case, with colons.
+char *PutIpv4(char *at, uint32_t address);
+char *PutIpv6(char *at, const uint8_t *bytes);
+char *PutIpv6(char *at, const uint32_t *words);
+char *PutMac(char *at, const uint8_t *mac);
+
+// The same as texts of their own, for what takes C strings.
 struct Ipv4Text {
   char text[INET_ADDRSTRLEN];
-  uint32_t length;
   const char *c_str() const { return text; }
-  std::string_view view() const { return {text, length}; }
 };
+inline Ipv4Text ToText(uint32_t address) {
+  Ipv4Text result;
+  *PutIpv4(result.text, address) = '\0';
+  return result;
+}
 
 struct Ipv6Text {
   char text[INET6_ADDRSTRLEN];
   const char *c_str() const { return text; }
-  std::string_view view() const { return text; }
 };
+inline Ipv6Text ToText(const uint8_t (&address)[16]) {
+  Ipv6Text result;
+  PutIpv6(result.text, address);
+  return result;
+}
+inline Ipv6Text ToText(const uint32_t (&words)[4]) {
+  Ipv6Text result;
+  PutIpv6(result.text, words);
+  return result;
+}
 
 struct MacText {
-  char text[sizeof("00:00:00:00:00:00")];
+  char text[18];
   const char *c_str() const { return text; }
-  std::string_view view() const { return {text, sizeof(text) - 1}; }
 };
-
-// Dotted text of a host-order address.
-Ipv4Text ToText(uint32_t address);
-
-// Text of 16 bytes in network order, and of four host-order words.
-Ipv6Text ToText(const uint8_t (&address)[16]);
-Ipv6Text ToText(const uint32_t (&words)[4]);
-
-// Text of a MAC address: all digits, in lower case, with colons.
-MacText ToText(const uint8_t (&mac)[6]);
+inline MacText ToText(const uint8_t (&mac)[6]) {
+  MacText result;
+  *PutMac(result.text, mac) = '\0';
+  return result;
+}
 
 // The 16 bytes of an IPv6 text in network order; zero for a text that is none.
 struct Ipv6Bytes {

@@ -17,6 +17,21 @@ struct Mac {
   explicit Mac(const uint8_t (&address)[6]) : bytes(address) {}
 };
 
+// Addresses for %s, as they lie in records: a host-order word, 16 bytes in network order, four host-order
+// words. The latter two are pointed to.
+struct Ipv4 {
+  uint32_t address;
+};
+struct Ipv6 {
+  const uint8_t *bytes;
+};
+struct Ipv6Words {
+  const uint32_t *words;
+};
+inline Ipv4 Address(uint32_t address) { return {address}; }
+inline Ipv6 Address(const uint8_t (&bytes)[16]) { return {bytes}; }
+inline Ipv6Words Address(const uint32_t (&words)[4]) { return {words}; }
+
 namespace format {
 
 // Ends the compilation where a constant expression comes to call it: it is defined nowhere.
@@ -44,8 +59,11 @@ enum class Kind : uint8_t {
   kWord,  // eight
   kMac,
   kCharacter,
-  kText,
+  kText,  // from here to kIpv6Words: what %s takes
   kView,
+  kIpv4,
+  kIpv6,
+  kIpv6Words,
   kFixed,
   kFirstPadded,  // from here on: padded to a width; the kind is what is left
 };
@@ -106,7 +124,18 @@ struct Conversion {
 
 // What a conversion has to know of its argument.
 struct Argument {
-  enum class Type : uint8_t { kOther, kInteger, kCharacter, kDouble, kText, kView, kMac } type;
+  enum class Type : uint8_t {
+    kOther,
+    kInteger,
+    kCharacter,
+    kDouble,
+    kText,
+    kView,
+    kIpv4,
+    kIpv6,
+    kIpv6Words,
+    kMac
+  } type;
   bool isSigned;
   uint8_t bytes;
 };
@@ -115,6 +144,9 @@ template <typename T>
 consteval Argument Describe() {
   using enum Argument::Type;
   if constexpr (std::is_same_v<T, Mac>) return {kMac, false, 0};
+  if constexpr (std::is_same_v<T, Ipv4>) return {kIpv4, false, 0};
+  if constexpr (std::is_same_v<T, Ipv6>) return {kIpv6, false, 0};
+  if constexpr (std::is_same_v<T, Ipv6Words>) return {kIpv6Words, false, 0};
   if constexpr (std::is_same_v<T, char>) return {kCharacter, false, 1};
   if constexpr (std::is_same_v<T, double>) return {kDouble, false, 8};
   if constexpr (std::is_integral_v<T>) return {kInteger, std::is_signed_v<T>, sizeof(T)};
@@ -129,7 +161,7 @@ constexpr bool Accepts(const Conversion &conversion, const Argument &argument) {
   using enum Argument::Type;
   switch (conversion.type) {
     case 's':
-      return argument.type == kText || argument.type == kView;
+      return argument.type >= kText && argument.type <= kIpv6Words;
     case 'c':
       return argument.type == kCharacter;
     case 'f':
@@ -289,7 +321,7 @@ inline constexpr auto kParsed = Parse<F>();
 
 // Most characters that a conversion takes; what a text takes, or a width that is an argument, is known at run
 // time only.
-constexpr size_t MaxField(const Conversion &c) {
+constexpr size_t MaxField(const Conversion &c, Kind text) {
   constexpr size_t kDoubleDigits = 309;
   size_t body = 0;
   switch (c.type) {
@@ -311,13 +343,16 @@ constexpr size_t MaxField(const Conversion &c) {
     case 'm':
       body = 17;
       break;
+    case 's':
+      body = text == Kind::kIpv4 ? 15 : text == Kind::kIpv6 || text == Kind::kIpv6Words ? 45 : 0;
+      break;
     default:
       break;
   }
   return body > c.width ? body : c.width;
 }
 
-constexpr Kind KindOf(const Conversion &c, bool isView) {
+constexpr Kind KindOf(const Conversion &c, Kind text) {
   const auto plain = [&] {
     switch (c.type) {
       case 'u':
@@ -333,7 +368,7 @@ constexpr Kind KindOf(const Conversion &c, bool isView) {
       case 'm':
         return Kind::kMac;
       case 's':
-        return isView ? Kind::kView : Kind::kText;
+        return text;
       default:
         return Kind::kNone;
     }
@@ -355,17 +390,17 @@ struct Outline {
   size_t bound = 0;
   size_t read = 0;  // bytes that are read of the literals and of what is behind them
 
-  constexpr void Add(const Conversion &c, const char *text, bool isView) {
+  constexpr void Add(const Conversion &c, const char *from, Kind text) {
     Piece &piece = pieces[count++];
     piece.literal = static_cast<uint8_t>(c.length);
-    piece.kind = KindOf(c, isView);
+    piece.kind = KindOf(c, text);
     piece.width = c.width;
     piece.flags = static_cast<uint8_t>((c.left ? Piece::kLeft : 0) | (c.zero ? Piece::kZero : 0) |
                                        (c.widthIsArgument ? Piece::kWidthIsArgument : 0) |
                                        c.precision * Piece::kPrecision);
     read = length + (c.length > kStep ? (c.length + kStep - 1) / kStep * kStep : kStep);
-    for (size_t i = 0; i < c.length; ++i) literals[length++] = text[c.literal + i];
-    bound += c.length + MaxField(c);
+    for (size_t i = 0; i < c.length; ++i) literals[length++] = from[c.literal + i];
+    bound += c.length + MaxField(c, text);
   }
 
   constexpr void EndLine() {
@@ -374,10 +409,10 @@ struct Outline {
   }
 };
 
-template <Format F, typename... Sorts>
+template <Format F, Kind... kTextKinds>
 consteval auto MakeOutline() {
   constexpr auto &kFrom = kParsed<F>;
-  constexpr bool kIsView[sizeof...(Sorts) + 1] = {std::is_same_v<Sorts, std::string_view>...};
+  constexpr Kind kTexts[] = {kTextKinds..., Kind::kNone};
   Outline<kFrom.count + 1, F.kLength + 1> outline;
   size_t argument = 0;
   for (size_t i = 0; i < kFrom.count; ++i) {
@@ -388,13 +423,13 @@ consteval auto MakeOutline() {
       break;
     }
     argument += c.widthIsArgument;
-    outline.Add(c, F.text, kIsView[argument]);
+    outline.Add(c, F.text, kTexts[argument]);
     argument += c.type != 0;
   }
-  if (kFrom.count == 0) outline.Add({}, F.text, false);  // a format of nothing is one piece of nothing
+  if (kFrom.count == 0) outline.Add({}, F.text, Kind::kNone);  // a format of nothing is one piece of nothing
   outline.pieces[outline.count - 1].flags |= Piece::kLast;
   if (outline.bound > UINT16_MAX) Refuse("a format of more than 65,535 characters");
-  if (sizeof...(Sorts) > kMostArguments) Refuse("a format of more than 32 arguments");
+  if (sizeof...(kTextKinds) > kMostArguments) Refuse("a format of more than 32 arguments");
   return outline;
 }
 
@@ -405,14 +440,14 @@ struct Compiled {
   char text[kLiterals + kPieces * sizeof(Piece) + kRest];  // literals, pieces, and what is read behind them
 };
 
-template <Format F, typename... Sorts>
+template <Format F, Kind... kTextKinds>
 consteval auto Compile() {
-  constexpr auto kOutline = MakeOutline<F, Sorts...>();
+  constexpr auto kOutline = MakeOutline<F, kTextKinds...>();
   constexpr size_t kBehind = kOutline.length + kOutline.count * sizeof(Piece);
   constexpr size_t kRest = kOutline.read > kBehind ? kOutline.read - kBehind : 0;
   Compiled<kOutline.length, kOutline.count, kRest> program{
       {static_cast<uint16_t>(kOutline.bound), static_cast<uint16_t>(kOutline.length),
-       uint8_t{sizeof...(Sorts)}},
+       uint8_t{sizeof...(kTextKinds)}},
       {}};
   char *at = program.text;
   for (size_t i = 0; i < kOutline.length; ++i) *at++ = kOutline.literals[i];
@@ -446,12 +481,27 @@ consteval bool TypesFit() {
   return true;  // a wrong number is told elsewhere, and better
 }
 
-// Programs differ by their arguments only where these are texts: all that is none counts as a number.
+// Programs of a format differ by their arguments only where these are texts: all that is none is alike.
 template <typename T>
-using Sort = std::conditional_t<Describe<T>().type == Argument::Type::kView, std::string_view, uint64_t>;
+consteval Kind TextKind() {
+  switch (Describe<T>().type) {
+    case Argument::Type::kText:
+      return Kind::kText;
+    case Argument::Type::kView:
+      return Kind::kView;
+    case Argument::Type::kIpv4:
+      return Kind::kIpv4;
+    case Argument::Type::kIpv6:
+      return Kind::kIpv6;
+    case Argument::Type::kIpv6Words:
+      return Kind::kIpv6Words;
+    default:
+      return Kind::kNone;
+  }
+}
 
-template <Format F, typename... Sorts>
-inline constexpr auto kProgram = Compile<F, Sorts...>();
+template <Format F, Kind... kTextKinds>
+inline constexpr auto kProgram = Compile<F, kTextKinds...>();
 
 }  // namespace format
 }  // namespace qdt

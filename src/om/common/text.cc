@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "src/om/common/address.h"
 #include "src/om/common/digits.h"
 
 namespace qdt {
@@ -44,15 +45,6 @@ char *PutSigned(char *at, uint64_t value) {
   return PutUnsigned64(at, value);
 }
 
-char *PutMac(char *at, const uint8_t *mac) {
-  for (int i = 0; i < 6; ++i, at += 3) {
-    at[0] = kDigits[mac[i] >> 4];
-    at[1] = kDigits[mac[i] & 0xF];
-    at[2] = ':';  // the last one is overwritten by what follows
-  }
-  return at - 1;
-}
-
 std::string_view TextOf(Kind kind, uint64_t value) {
   if (kind == Kind::kView) return *reinterpret_cast<const std::string_view *>(value);
   const auto *const text = reinterpret_cast<const char *>(value);
@@ -71,6 +63,12 @@ char *PutValue(char *at, Kind kind, const Piece &piece, uint64_t value) {
     case Kind::kCharacter:
       *at = static_cast<char>(value);
       return at + 1;
+    case Kind::kIpv4:
+      return PutIpv4(at, static_cast<uint32_t>(value));
+    case Kind::kIpv6:
+      return PutIpv6(at, reinterpret_cast<const uint8_t *>(value));
+    case Kind::kIpv6Words:
+      return PutIpv6(at, reinterpret_cast<const uint32_t *>(value));
     case Kind::kFixed:
       return PutFixed(at, std::bit_cast<double>(value), piece.Precision());
     default:
@@ -174,6 +172,9 @@ bool Text::Run(const Program &program, const uint64_t *values) {
         break;
       case Kind::kMac:
         at = PutMac(at, reinterpret_cast<const uint8_t *>(*value++));
+        break;
+      case Kind::kIpv4:
+        at = PutIpv4(at, static_cast<uint32_t>(*value++));
         break;
       default: {
         char buffer[kLongestBody];

@@ -24,8 +24,8 @@ namespace qdt {
 //   text.Print<"  BrId         :  %u\n">(bridge.id);
 //   return text.Result();
 //
-// %s takes a C string (null prints nothing) or a std::string_view, which need not be NUL-terminated. The six
-// conversions of a MAC address take one Mac.
+// %s takes a C string (null prints nothing), a std::string_view, which need not be NUL-terminated, or the
+// Address of a record. The six conversions of a MAC address take one Mac.
 class Text {
  public:
   // `room` counts the terminating NUL.
@@ -65,7 +65,7 @@ class Text {
   struct Slot {
     static constexpr auto kType = format::Describe<T>().type;
     using Kept = std::conditional_t<kType == format::Argument::Type::kView, std::string_view, T>;
-    using Sort = format::Sort<T>;
+    static constexpr format::Kind kTextKind = format::TextKind<T>();
 
     explicit Slot(const T &value) : kept(value) {}
 
@@ -80,6 +80,12 @@ class Text {
         return uint64_t{static_cast<std::make_unsigned_t<Cut>>(kept)};
       } else if constexpr (kType == kMac) {
         return reinterpret_cast<uintptr_t>(kept.bytes);
+      } else if constexpr (kType == kIpv4) {
+        return kept.address;
+      } else if constexpr (kType == kIpv6) {
+        return reinterpret_cast<uintptr_t>(kept.bytes);
+      } else if constexpr (kType == kIpv6Words) {
+        return reinterpret_cast<uintptr_t>(kept.words);
       } else if constexpr (kType == kText) {
         return reinterpret_cast<uintptr_t>(kept);
       } else if constexpr (kType == kView) {
@@ -96,7 +102,7 @@ class Text {
 
   template <format::Format F, size_t... I, typename... Slots>
   [[gnu::always_inline]] bool Pass(std::index_sequence<I...>, const Slots &...slots) {
-    const format::Program &program = format::kProgram<F, typename Slots::Sort...>.head;
+    const format::Program &program = format::kProgram<F, Slots::kTextKind...>.head;
     if constexpr (sizeof...(I) == 0) {
       return Run(program, nullptr);
     } else if constexpr (sizeof...(I) == 1) {

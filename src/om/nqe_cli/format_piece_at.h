@@ -9,11 +9,10 @@
 namespace qdt {
 
 // As FormatPiece, behind the `offset` bytes of `out` that are in use.
-template <typename Record>
-int32_t FormatPieceAt(char *out, uint32_t room, uint32_t offset, const void *entry,
-                      void (*print)(Text &, const Record &)) {
+template <typename Record, void (*kPrint)(Text &, const Record &)>
+int32_t FormatPieceAt(char *out, uint32_t room, uint32_t offset, const void *entry) {
   if (out == nullptr || offset >= room) return QDT_TBL_FORMAT;
-  return FormatPiece(out + offset, room - offset, entry, print);
+  return FormatPiece<Record, kPrint>(out + offset, room - offset, entry);
 }
 
 }  // namespace qdt

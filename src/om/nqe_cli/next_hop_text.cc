@@ -44,8 +44,8 @@ void PrintEncapsulation(Text &text, const NextHopExtension &e) {
 void PrintL2AclKey(Text &text, const NextHopExtension &e) {
   text.Print<"  L2AclKey:\n">();
   text.Print<
-      "    Dmac    : %s\n"
-      "    Smac    : %s\n"
+      "    Dmac    : %02x:%02x:%02x:%02x:%02x:%02x\n"
+      "    Smac    : %02x:%02x:%02x:%02x:%02x:%02x\n"
       "    EthType : 0x%04x\n"
       "    VlanId  : 0x%04x\n">(Mac(e.dmac), Mac(e.smac), e.etherType, e.vlanId);
 }

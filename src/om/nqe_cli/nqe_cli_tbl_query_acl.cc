@@ -52,14 +52,8 @@ static int32_t PrintGroup(qdt::Text &text, const AclGroupEntry &e) {
   return 0;
 }
 
-QDT_TABLE_FORMAT(NqeTableFormatAclGroup) {
-  int32_t code = 0;
-  const int32_t result =
-      qdt::FormatWhole<AclGroupEntry>(out, room, record, recordLen, [&](qdt::Text &text, const auto &e) {
-        code = PrintGroup(text, e);
-        if (code != 0) text.Fail();
-      });
-  return code != 0 ? code : result;
+NQE_TABLE_FORMAT_WHOLE(AclGroup, AclGroupEntry) {
+  if (const int32_t code = PrintGroup(text, e); code != 0) text.Fail(code);
 }
 
 NQE_TABLE_SEARCH(AclRule) {

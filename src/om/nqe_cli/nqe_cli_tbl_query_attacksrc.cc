@@ -4,11 +4,11 @@
 #include "src/om/nqe_cli/table_view.h"
 
 // Views of host security: the sources of attacks and the global configuration.
+using qdt::Address;
 using qdt::AttackSourceAddress;
 using qdt::AttackSourceData;
 using qdt::AttackSourceMac;
 using qdt::HsecGlobalCfg;
-using qdt::ToText;
 
 NQE_TABLE_SEARCH(AttackSmac) { return search.NextOf<AttackSourceMac>(qdt::kTableAttackSourceMac); }
 
@@ -18,23 +18,21 @@ NQE_TABLE_FORMAT_EACH(AttackSmac, AttackSourceMac) {
 
 NQE_TABLE_SEARCH(AttackSip) { return search.NextOf<AttackSourceAddress>(qdt::kTableAttackSourceIp); }
 
-NQE_TABLE_FORMAT_EACH(AttackSip, AttackSourceAddress) {
-  text.Print<"  SrcIp  :  %s\n">(ToText(e.address).view());
-}
+NQE_TABLE_FORMAT_EACH(AttackSip, AttackSourceAddress) { text.Print<"  SrcIp  :  %s\n">(Address(e.address)); }
 
 NQE_TABLE_SEARCH(AttackSdata) { return search.NextOf<AttackSourceData>(qdt::kTableAttackSourceData); }
 
 NQE_TABLE_FORMAT_EACH(AttackSdata, AttackSourceData) {
   text.Print<
       "  Ipv4Addr        :  %s\n"
-      "  Mac             :  %s\n"
+      "  Mac             :  %02x:%02x:%02x:%02x:%02x:%02x\n"
       "  LastSec         :  %u\n"
       "  LastCount       :  %u\n"
       "  LastAlarmSec    :  %u\n"
       "  MsgPubFlag      :  %u\n"
       "  TotalCount      :  %lu\n"
       "  PenaltyCycleCnt :  %u\n"
-      "  AlarmCycleCnt   :  %u\n\n">(ToText(e.address).c_str(), qdt::Mac(e.mac), e.lastSecond, e.lastCount,
+      "  AlarmCycleCnt   :  %u\n\n">(Address(e.address), qdt::Mac(e.mac), e.lastSecond, e.lastCount,
                                      e.lastAlarmSecond, e.published, e.totalCount, e.penaltyCycles,
                                      e.alarmCycles);
 }
@@ -101,16 +99,22 @@ NQE_TABLE_FORMAT_ONE(HsecGlobalCfg, HsecGlobalCfg) {
   PrintTotalCpcar(text, e);
 }
 
-QDT_TABLE_PIECE(NqeTableHsecGlobalAtkSrcCfg) { return qdt::FormatPiece(out, room, entry, PrintAttackSource); }
-
-QDT_TABLE_PIECE(NqeTableHsecGlobalBlacklistCfg) { return qdt::FormatPiece(out, room, entry, PrintBlacklist); }
-
-QDT_TABLE_PIECE(NqeTableHsecGlobalFloodAtkCfg) {
-  return qdt::FormatPiece(out, room, entry, PrintFloodAttack);
+QDT_TABLE_PIECE(NqeTableHsecGlobalAtkSrcCfg) {
+  return qdt::FormatPiece<qdt::HsecGlobalCfg, PrintAttackSource>(out, room, entry);
 }
 
-QDT_TABLE_PIECE(NqeTableHsecGlobalHostCpCarCfg) { return qdt::FormatPiece(out, room, entry, PrintHostCpcar); }
+QDT_TABLE_PIECE(NqeTableHsecGlobalBlacklistCfg) {
+  return qdt::FormatPiece<qdt::HsecGlobalCfg, PrintBlacklist>(out, room, entry);
+}
+
+QDT_TABLE_PIECE(NqeTableHsecGlobalFloodAtkCfg) {
+  return qdt::FormatPiece<qdt::HsecGlobalCfg, PrintFloodAttack>(out, room, entry);
+}
+
+QDT_TABLE_PIECE(NqeTableHsecGlobalHostCpCarCfg) {
+  return qdt::FormatPiece<qdt::HsecGlobalCfg, PrintHostCpcar>(out, room, entry);
+}
 
 QDT_TABLE_PIECE(NqeTableHsecGlobalTotalCpCarCfg) {
-  return qdt::FormatPiece(out, room, entry, PrintTotalCpcar);
+  return qdt::FormatPiece<qdt::HsecGlobalCfg, PrintTotalCpcar>(out, room, entry);
 }

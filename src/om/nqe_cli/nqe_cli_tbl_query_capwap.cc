@@ -9,10 +9,10 @@
 #include "src/om/nqe_cli/table_view.h"
 
 // Views of the CAPWAP tunnels and of the table that leads arriving packets to them.
+using qdt::Address;
 using qdt::CapwapDecapEntry;
 using qdt::CapwapDecapKey;
 using qdt::CapwapTunnelEntry;
-using qdt::ToText;
 
 static void PrintTunnel(qdt::Text &text, const CapwapTunnelEntry &e) {
   qdt::Section<18> s(text);
@@ -24,8 +24,8 @@ static void PrintTunnel(qdt::Text &text, const CapwapTunnelEntry &e) {
   s.Line<"TnlMtu">(e.mtu);
   s.Line<"TnlIfIndex">(e.ifIndex);
   s.Line<"TnlDtlsIndex">(e.dtlsIndex);
-  s.Line<"Sip", "%s">(ToText(e.sourceAddress).view());
-  s.Line<"Dip", "%s">(ToText(e.destinationAddress).view());
+  s.Line<"Sip", "%s">(Address(e.sourceAddress));
+  s.Line<"Dip", "%s">(Address(e.destinationAddress));
   s.Line<"Sport">(e.sourcePort);
   s.Line<"Dport">(e.destinationPort);
   s.Line<"CwPreamble">(e.preamble);
@@ -81,11 +81,17 @@ NQE_TABLE_FORMAT_ONE(CapwapTunnel, CapwapTunnelEntry) {
   if (text.failed()) text.Fail();  // the view has one code, whatever the piece's own
 }
 
-QDT_TABLE_PIECE(NqeTableCapwapParseFormat) { return qdt::FormatPiece(out, room, entry, PrintTunnel); }
+QDT_TABLE_PIECE(NqeTableCapwapParseFormat) {
+  return qdt::FormatPiece<qdt::CapwapTunnelEntry, PrintTunnel>(out, room, entry);
+}
 
-QDT_TABLE_PIECE(NqeTableCapwapEncapFormat) { return qdt::FormatPiece(out, room, entry, PrintEncapsulation); }
+QDT_TABLE_PIECE(NqeTableCapwapEncapFormat) {
+  return qdt::FormatPiece<qdt::CapwapTunnelEntry, PrintEncapsulation>(out, room, entry);
+}
 
-QDT_TABLE_PIECE(NqeTableCapwapFastFormat) { return qdt::FormatPiece(out, room, entry, PrintFastPath); }
+QDT_TABLE_PIECE(NqeTableCapwapFastFormat) {
+  return qdt::FormatPiece<qdt::CapwapTunnelEntry, PrintFastPath>(out, room, entry);
+}
 
 NQE_TABLE_SEARCH(CapwapDecap) {
   uint32_t source = 0, destination = 0;
@@ -100,6 +106,6 @@ NQE_TABLE_FORMAT_ONE(CapwapDecap, CapwapDecapEntry) {
       "  Dip       :  %s\n"
       "  Port      :  %u\n"
       "  TunnelId  :  %u\n"
-      "  IfIndex   :  %u\n">(ToText(e.key.sourceAddress).view(), ToText(e.key.destinationAddress).view(),
-                             e.key.port, e.tunnelId, e.ifIndex);
+      "  IfIndex   :  %u\n">(Address(e.key.sourceAddress), Address(e.key.destinationAddress), e.key.port,
+                             e.tunnelId, e.ifIndex);
 }

@@ -77,13 +77,12 @@ void PrintCarStatistics(Text &text, const CarEntry &e) {
 
 // Whole CPCAR records. They are printed only when the table manager can count them, though no view shows the
 // count.
-template <typename Record>
-int32_t FormatCpcars(char *out, uint32_t room, const void *record, int32_t recordLen,
-                     void (*print)(Text &, const Record &)) {
-  if (!IsWhole<Record>(record, recordLen)) return QDT_TBL_DATA_SIZE;
+template <typename Record, void (*kPrint)(Text &, const Record &)>
+int32_t FormatCpcars(char *out, uint32_t room, const void *record, int32_t recordLen) {
+  if (!IsWhole(record, recordLen, sizeof(Record))) return QDT_TBL_DATA_SIZE;
   uint32_t count = 0;
   if (TbmTblEntryNum(kEngineInstance, kTableCpcar, &count) != 0) return QDT_TBL_FORMAT;
-  return FormatEach<Record>(out, room, record, recordLen, print);
+  return FormatEach<Record, kPrint>(out, room, record, recordLen);
 }
 
 // Which of the per-MAC rate limits the packets of a station count against.
@@ -95,13 +94,13 @@ constexpr uint32_t kUnknownProtocol = 254;
 }  // namespace
 }  // namespace qdt
 
+using qdt::Address;
 using qdt::CarEntry;
 using qdt::CpcarEntry;
 using qdt::CpcarKey;
 using qdt::CpcarPortEntry;
 using qdt::HsecGlobalCfg;
 using qdt::SessionCpcarEntry;
-using qdt::ToText;
 
 NQE_TABLE_SEARCH(Car) { return search.FindOne<CarEntry>(qdt::kTableCar, search.key2); }
 
@@ -117,23 +116,23 @@ NQE_TABLE_FORMAT_ONE(Car, CarEntry) {
 }
 
 QDT_TABLE_PIECE_AT(NqeTableFormatCarCfg) {
-  return qdt::FormatPieceAt(out, room, offset, entry, qdt::PrintCarConfiguration);
+  return qdt::FormatPieceAt<qdt::CarEntry, qdt::PrintCarConfiguration>(out, room, offset, entry);
 }
 
 QDT_TABLE_PIECE_AT(NqeTableFormatUsrCarCfg) {
-  return qdt::FormatPieceAt(out, room, offset, entry, qdt::PrintUserLimits);
+  return qdt::FormatPieceAt<qdt::CarEntry, qdt::PrintUserLimits>(out, room, offset, entry);
 }
 
 QDT_TABLE_PIECE_AT(NqeTableFormatCpcarCfg) {
-  return qdt::FormatPieceAt(out, room, offset, entry, qdt::PrintPacketLimit);
+  return qdt::FormatPieceAt<qdt::CarEntry, qdt::PrintPacketLimit>(out, room, offset, entry);
 }
 
 QDT_TABLE_PIECE_AT(NqeTableFormatCarAction) {
-  return qdt::FormatPieceAt(out, room, offset, entry, qdt::PrintCarAction);
+  return qdt::FormatPieceAt<qdt::CarEntry, qdt::PrintCarAction>(out, room, offset, entry);
 }
 
 QDT_TABLE_PIECE_AT(NqeTableFormatCarStat) {
-  return qdt::FormatPieceAt(out, room, offset, entry, qdt::PrintCarStatistics);
+  return qdt::FormatPieceAt<qdt::CarEntry, qdt::PrintCarStatistics>(out, room, offset, entry);
 }
 
 // The protocol is key2, or the one that key1 names.
@@ -193,8 +192,8 @@ NQE_TABLE_FORMAT_WHOLE(SessCpcar, SessionCpcarEntry) {
       "  Sport    :  %u\n"
       "  Dport    :  %u\n"
       "  Protocol :  %u\n"
-      "  CarId    :  %d\n\n">(ToText(e.sourceAddress).view(), ToText(e.destinationAddress).view(),
-                              e.sourcePort, e.destinationPort, e.protocol, static_cast<int32_t>(e.carId));
+      "  CarId    :  %d\n\n">(Address(e.sourceAddress), Address(e.destinationAddress), e.sourcePort,
+                              e.destinationPort, e.protocol, static_cast<int32_t>(e.carId));
 }
 
 NQE_TABLE_SEARCH(CpcarPortMap) { return search.NextOf<CpcarPortEntry>(qdt::kTableCpcarPort); }

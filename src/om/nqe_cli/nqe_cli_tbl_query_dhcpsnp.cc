@@ -4,8 +4,8 @@
 #include "src/om/nqe_cli/table_view.h"
 
 // View of the DHCP-snooping bindings.
+using qdt::Address;
 using qdt::DhcpSnoopingBinding;
-using qdt::ToText;
 
 static const char *ProtocolName(uint8_t protocol) {
   switch (protocol) {
@@ -28,11 +28,11 @@ NQE_TABLE_FORMAT_EACH(DhcpSnpBind, DhcpSnoopingBinding) {
       "  Ipv6Addr      :  %s\n"
       "  IsPrefix      :  %d\n"
       "  PrefixLen     :  %d\n"
-      "  Mac           :  %s\n"
+      "  Mac           :  %02x:%02x:%02x:%02x:%02x:%02x\n"
       "  BindType      :  %s\n"
       "  ClientReqTime :  %u\n"
-      "  ProtoType     :  %s\n\n">(e.fwdIfIndex, e.vlanId, ToText(e.ipv4Address).c_str(),
-                                   ToText(e.ipv6Address).c_str(), e.isPrefix, e.prefixLength, qdt::Mac(e.mac),
+      "  ProtoType     :  %s\n\n">(e.fwdIfIndex, e.vlanId, Address(e.ipv4Address), Address(e.ipv6Address),
+                                   e.isPrefix, e.prefixLength, qdt::Mac(e.mac),
                                    e.type == qdt::kStaticBinding ? "Static" : "Dynamic", e.requestTime,
                                    ProtocolName(e.protocol));
 }

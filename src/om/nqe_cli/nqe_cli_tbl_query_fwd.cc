@@ -13,6 +13,7 @@
 #include "src/om/nqe_cli/table_view.h"
 
 // Views of the forwarding interfaces and of the maps that lead to them, and of IPv4 routing and neighbours.
+using qdt::Address;
 using qdt::ArpEntry;
 using qdt::ArpKey;
 using qdt::ArpMissEntry;
@@ -25,7 +26,6 @@ using qdt::NextHopEntry;
 using qdt::NextHopGroupEntry;
 using qdt::PortAddress;
 using qdt::RouteEntry;
-using qdt::ToText;
 using qdt::TrunkEntry;
 
 NQE_TABLE_SEARCH(CtrlIfMap) { return search.FindOne<InterfaceMapEntry>(qdt::kTableCtrlIfMap, search.key2); }
@@ -59,7 +59,7 @@ NQE_TABLE_FORMAT_ONE(Fwdif, ForwardingInterface) {
 }
 
 int32_t NqeTableFwdifIngAclEnInfo(char *out, uint32_t room, const void *entry) {
-  return qdt::FormatPiece<ForwardingInterface>(out, room, entry, qdt::PrintIngressAclEnable);
+  return qdt::FormatPiece<ForwardingInterface, qdt::PrintIngressAclEnable>(out, room, entry);
 }
 
 NQE_TABLE_SEARCH(Fib) {
@@ -75,7 +75,7 @@ NQE_TABLE_FORMAT_ONE(Fib, RouteEntry) {
 NQE_TABLE_SEARCH(Nhp) { return search.FindOne<NextHopEntry>(qdt::kTableNextHop, search.key2); }
 
 NQE_TABLE_FORMAT_ONE(Nhp, NextHopEntry) {
-  text.Print<"  IfIndex    :  %u\n  NextHopIp  :  %s\n">(e.ifIndex, ToText(e.address).view());
+  text.Print<"  IfIndex    :  %u\n  NextHopIp  :  %s\n">(e.ifIndex, Address(e.address));
   qdt::PrintNextHopExtension(text, e.ext);
 }
 
@@ -101,8 +101,8 @@ NQE_TABLE_SEARCH(ArpMissCache) {
 }
 
 NQE_TABLE_FORMAT_EACH(ArpMissCache, ArpMissEntry) {
-  qdt::PrintMiss(text, ToText(e.key.nextHop), e.createTime, e.ttl, ToText(e.sourceAddress),
-                 ToText(e.destinationAddress));
+  qdt::PrintMiss(text, Address(e.key.nextHop), e.createTime, e.ttl, Address(e.sourceAddress),
+                 Address(e.destinationAddress));
 }
 
 NQE_TABLE_SEARCH(PortIpList) {
@@ -110,8 +110,8 @@ NQE_TABLE_SEARCH(PortIpList) {
 }
 
 NQE_TABLE_FORMAT_EACH(PortIpList, PortAddress) {
-  text.Print<"  IpAddr  :  %s\n  IpMask  :  %s\n  IpType  :  %u\n\n">(ToText(e.address).view(),
-                                                                      ToText(e.mask).view(), e.type);
+  text.Print<"  IpAddr  :  %s\n  IpMask  :  %s\n  IpType  :  %u\n\n">(Address(e.address), Address(e.mask),
+                                                                      e.type);
 }
 
 NQE_TABLE_SEARCH(Bridge) { return search.FindOne<BridgeEntry>(qdt::kTableBridge, search.key2); }

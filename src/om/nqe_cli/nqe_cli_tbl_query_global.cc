@@ -41,7 +41,7 @@ void PrintServices(Text &text, const GlobalEntry &e) {
   const uint8_t(&p)[16] = e.portalServerV6;
   s.Line<"PortalServerIpv6", "%02x%02x:%02x%02x:%02x%02x:%02x%02x:%02x%02x:%02x%02x:%02x%02x:%02x%02x">(
       p[0], p[1], p[2], p[3], p[4], p[5], p[6], p[7], p[8], p[9], p[10], p[11], p[12], p[13], p[14], p[15]);
-  s.Line<"ManageIpAddr", "%s">(ToText(e.managementAddress).view());
+  s.Line<"ManageIpAddr", "%s">(Address(e.managementAddress));
   const uint8_t(&m)[16] = e.managementAddressV6;  // shown byte by byte in decimal
   s.Line<"ManageIpv6Addr", "%u%u:%u%u:%u%u:%u%u:%u%u:%u%u:%u%u:%u%u">(
       m[0], m[1], m[2], m[3], m[4], m[5], m[6], m[7], m[8], m[9], m[10], m[11], m[12], m[13], m[14], m[15]);
@@ -49,7 +49,7 @@ void PrintServices(Text &text, const GlobalEntry &e) {
   s.Line<"LocalManageEn">(e.localManagement);
   s.Line<"HttpsPortalEn">(e.httpsPortal);
   s.Line<"DomainFreeRuleEn">(e.domainFreeRule);
-  s.Line<"PortalDstIp", "%s">(ToText(e.portalAddress).view());
+  s.Line<"PortalDstIp", "%s">(Address(e.portalAddress));
   s.Line<"PortalDstPort">(e.portalPort);
   s.Line<"BlackHoleMacNum">(e.blackHoleMacs);
   s.Line<"PortalEnable">(e.portal);

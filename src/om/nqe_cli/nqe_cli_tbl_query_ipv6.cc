@@ -10,6 +10,7 @@
 #include "src/om/nqe_cli/table_view.h"
 
 // Views of IPv6 routing and neighbours.
+using qdt::Address;
 using qdt::Ipv6FibKey;
 using qdt::Ipv6NextHopEntry;
 using qdt::Ipv6PortAddress;
@@ -18,7 +19,6 @@ using qdt::NdKey;
 using qdt::NdMissEntry;
 using qdt::NextHopGroupEntry;
 using qdt::RouteEntry;
-using qdt::ToText;
 
 NQE_TABLE_SEARCH(Ipv6Fib) {
   Ipv6FibKey key = {static_cast<uint16_t>(search.key2), static_cast<uint16_t>(search.key3), {}};
@@ -33,7 +33,7 @@ NQE_TABLE_FORMAT_ONE(Ipv6Fib, RouteEntry) {
 NQE_TABLE_SEARCH(Ipv6Nhp) { return search.FindOne<Ipv6NextHopEntry>(qdt::kTableIpv6NextHop, search.key2); }
 
 NQE_TABLE_FORMAT_ONE(Ipv6Nhp, Ipv6NextHopEntry) {
-  text.Print<"  IfIndex    :  %u\n  NextHopIp  :  %s\n">(e.ifIndex, ToText(e.address).view());
+  text.Print<"  IfIndex    :  %u\n  NextHopIp  :  %s\n">(e.ifIndex, Address(e.address));
   const qdt::Ipv6NextHopExtension &ext = e.ext;
   text.Print<
       "  PortId    : %d\n"
@@ -81,17 +81,17 @@ NQE_TABLE_SEARCH(NdMissCache) {
   const NdKey key = NdKeyOf(search);
   constexpr uint32_t kNoAddress[4] = {};
   const bool hasAddress = std::memcmp(key.nextHop, kNoAddress, sizeof(kNoAddress)) != 0;
-  return search.NextBatch<NdMissEntry>([&](void *buffer, uint32_t *bytes) {
-    if (hasAddress)
-      return TbmTblTravNextByKey(qdt::kEngineInstance, qdt::kTableNdMiss, &key, search.ctx, buffer, bytes);
-    if (!qdt::AsksForAll(search)) return int32_t{QDT_TBL_INVALID_INPUT};
-    return TbmTblTravNext(qdt::kEngineInstance, qdt::kTableNdMiss, search.ctx, buffer, bytes);
-  });
+  if (hasAddress) return search.NextOfKey<NdMissEntry>(qdt::kTableNdMiss, key);
+  if (qdt::AsksForAll(search)) return search.NextOf<NdMissEntry>(qdt::kTableNdMiss);
+  if (search.loopNum != 0 && !search.Allocate(size_t{search.loopNum} * sizeof(NdMissEntry))) {
+    return QDT_TBL_NO_MEMORY;  // a buffer is asked for before the keys are looked at
+  }
+  return QDT_TBL_INVALID_INPUT;
 }
 
 NQE_TABLE_FORMAT_EACH(NdMissCache, NdMissEntry) {
-  qdt::PrintMiss(text, ToText(e.key.nextHop), e.createTime, e.ttl, ToText(e.sourceAddress),
-                 ToText(e.destinationAddress));
+  qdt::PrintMiss(text, Address(e.key.nextHop), e.createTime, e.ttl, Address(e.sourceAddress),
+                 Address(e.destinationAddress));
 }
 
 NQE_TABLE_SEARCH(Ipv6PortIpList) {
@@ -99,6 +99,6 @@ NQE_TABLE_SEARCH(Ipv6PortIpList) {
 }
 
 NQE_TABLE_FORMAT_EACH(Ipv6PortIpList, Ipv6PortAddress) {
-  text.Print<"  IpAddr  :  %s\n  Prefix  :  %u\n  IpType  :  %u\n\n">(ToText(e.address).view(),
-                                                                      e.prefixLength, e.type);
+  text.Print<"  IpAddr  :  %s\n  Prefix  :  %u\n  IpType  :  %u\n\n">(Address(e.address), e.prefixLength,
+                                                                      e.type);
 }

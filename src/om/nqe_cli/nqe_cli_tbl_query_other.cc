@@ -126,15 +126,15 @@ NQE_TABLE_FORMAT_EACH(ArpSimulator, ArpSimulatorEntry) {
       "  Interval         :  %u\n"
       "  TestTimes        :  %u\n"
       "  VlanId           :  %hu\n"
-      "  SrcMac           :  %s\n"
-      "  DstMac           :  %s\n"
+      "  SrcMac           :  %02x:%02x:%02x:%02x:%02x:%02x\n"
+      "  DstMac           :  %02x:%02x:%02x:%02x:%02x:%02x\n"
       "  SrcIp            :  %s\n"
       "  DstIp            :  %s\n"
       "  SentTimes        :  %u\n"
       "  Testing          :  %u\n"
       "  TestSendTimeMs   :  %u\n"
       "  TestReplyTimeMs  :  %u\n\n">(
-      e.type, e.interval, e.testTimes, e.vlanId, qdt::Mac(source), qdt::Mac(destination),
-      qdt::ToText(e.sourceAddress).c_str(), qdt::ToText(e.destinationAddress).c_str(), e.sentTimes, e.testing,
+      e.type, e.interval, e.testTimes, e.vlanId, qdt::Mac(e.sourceMac), qdt::Mac(e.destinationMac),
+      qdt::Address(e.sourceAddress), qdt::Address(e.destinationAddress), e.sentTimes, e.testing,
       static_cast<uint32_t>(e.sendTimeMs), static_cast<uint32_t>(e.replyTimeMs));
 }

@@ -215,9 +215,9 @@ NQE_TABLE_SEARCH(SacUsfStat) {
 NQE_TABLE_FORMAT_ONE(SacUsfStat, SacUserEntry) { qdt::PrintStatistics(text, e.statistics); }
 
 QDT_TABLE_PIECE(NqeTableFormatSacStatForIf) {
-  return qdt::FormatPiece<SacInterfaceStatistics>(out, room, entry, qdt::PrintStatistics);
+  return qdt::FormatPiece<SacInterfaceStatistics, qdt::PrintStatistics>(out, room, entry);
 }
 
 QDT_TABLE_PIECE(NqeTableFormatSacStatForUsf) {
-  return qdt::FormatPiece<SacUserStatistics>(out, room, entry, qdt::PrintStatistics);
+  return qdt::FormatPiece<SacUserStatistics, qdt::PrintStatistics>(out, room, entry);
 }

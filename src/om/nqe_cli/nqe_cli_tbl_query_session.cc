@@ -82,7 +82,7 @@ void PrintHttps(Text &text, const SessionRecord &e) {
   text.Print<
       "HttpsSession:\n  SessIdx   :  %u\n  FwdIfIdx  :  %u\n  DstMac    :  %02x:%02x:%02x:%02x:%02x:%02x\n"
       "  SrcMac    :  %02x:%02x:%02x:%02x:%02x:%02x\n  VlanId    :  %u\n  EthType   :  %u\n">(
-      https.index, https.fwdIfIndex, qdt::Mac(d), qdt::Mac(s), https.vlanId, https.ethType);
+      https.index, https.fwdIfIndex, qdt::Mac(https.dmac), qdt::Mac(https.smac), https.vlanId, https.ethType);
 }
 
 void PrintNat(Text &text, const SessionRecord &e) {
@@ -191,12 +191,22 @@ NQE_TABLE_FORMAT_EACH(Session, SessionRecord) {
   text.Print<"\n">();
 }
 
-QDT_TABLE_PIECE(NqeTableParseSessKey) { return qdt::FormatPiece(out, room, entry, PrintKeys); }
+QDT_TABLE_PIECE(NqeTableParseSessKey) {
+  return qdt::FormatPiece<qdt::SessionRecord, PrintKeys>(out, room, entry);
+}
 
-QDT_TABLE_PIECE(NqeTableParseSessNode) { return qdt::FormatPiece(out, room, entry, PrintNode); }
+QDT_TABLE_PIECE(NqeTableParseSessNode) {
+  return qdt::FormatPiece<qdt::SessionRecord, PrintNode>(out, room, entry);
+}
 
-QDT_TABLE_PIECE(NqeTableParseHttpsSess) { return qdt::FormatPiece(out, room, entry, PrintHttps); }
+QDT_TABLE_PIECE(NqeTableParseHttpsSess) {
+  return qdt::FormatPiece<qdt::SessionRecord, PrintHttps>(out, room, entry);
+}
 
-QDT_TABLE_PIECE(NqeTableParseNatSess) { return qdt::FormatPiece(out, room, entry, PrintNat); }
+QDT_TABLE_PIECE(NqeTableParseNatSess) {
+  return qdt::FormatPiece<qdt::SessionRecord, PrintNat>(out, room, entry);
+}
 
-QDT_TABLE_PIECE(NqeTableParseIptablesSess) { return qdt::FormatPiece(out, room, entry, PrintIptables); }
+QDT_TABLE_PIECE(NqeTableParseIptablesSess) {
+  return qdt::FormatPiece<qdt::SessionRecord, PrintIptables>(out, room, entry);
+}

@@ -9,6 +9,7 @@
 #include "src/om/nqe_cli/table_view.h"
 
 // Views of layer-2 switching: VLANs, MAC addresses, ports, and the lists that frames are replicated to.
+using qdt::Address;
 using qdt::CauseEntry;
 using qdt::DummyMulticastRoute;
 using qdt::FindFwdIf;
@@ -24,7 +25,6 @@ using qdt::PortInstanceKey;
 using qdt::PortIsolateEntry;
 using qdt::PortIsolateKey;
 using qdt::PortTagEntry;
-using qdt::ToText;
 using qdt::VlanBitmapEntry;
 using qdt::VlanEntry;
 using qdt::VlanKey;
@@ -104,11 +104,11 @@ NQE_TABLE_FORMAT_ONE(VlanBitmap, VlanBitmapEntry) {
 }
 
 QDT_TABLE_PIECE(NqeTableVlanBitmapParseBitmap) {
-  return qdt::FormatPiece(out, room, entry, PrintMemberBitmap);
+  return qdt::FormatPiece<qdt::VlanBitmapEntry, PrintMemberBitmap>(out, room, entry);
 }
 
 QDT_TABLE_PIECE(NqeTableVlanBitmapParseUntagBitmap) {
-  return qdt::FormatPiece(out, room, entry, PrintUntaggedBitmap);
+  return qdt::FormatPiece<qdt::VlanBitmapEntry, PrintUntaggedBitmap>(out, room, entry);
 }
 
 // The key of the lists of VLAN `key3` in bridge `key2`.
@@ -143,7 +143,7 @@ NQE_TABLE_FORMAT_EACH(MacInfo, MacEntry) {
   text.Print<
       "  BrId        :  %u\n"
       "  VlanId      :  %u\n"
-      "  Mac         :  %s\n"
+      "  Mac         :  %02x:%02x:%02x:%02x:%02x:%02x\n"
       "  Static      :  %u\n"
       "  Drop        :  %u\n"
       "  Local       :  %u\n"
@@ -151,8 +151,8 @@ NQE_TABLE_FORMAT_EACH(MacInfo, MacEntry) {
       "  Roam        :  %u\n"
       "  Aging       :  %u\n"
       "  OutIfIndex  :  %u\n"
-      "  DefaultBit  :  %u\n\n">(e.key.bridgeId, e.key.vlanId, qdt::Mac(mac), e.isStatic, e.drop, e.local,
-                                 e.security, e.roam, e.aging, e.outIfIndex, e.isDefault);
+      "  DefaultBit  :  %u\n\n">(e.key.bridgeId, e.key.vlanId, qdt::Mac(e.key.mac), e.isStatic, e.drop,
+                                 e.local, e.security, e.roam, e.aging, e.outIfIndex, e.isDefault);
 }
 
 NQE_TABLE_SEARCH(PortTag) {
@@ -237,8 +237,7 @@ NQE_TABLE_FORMAT_EACH(MFibDummy, DummyMulticastRoute) {
       "  VlanId       :  %u\n"
       "  SrcIp        :  %s\n"
       "  GroupIp      :  %s\n"
-      "  Aging        :  %u\n\n">(e.bridgeId, e.vlanId, ToText(e.source).view(), ToText(e.group).view(),
-                                  e.aging);
+      "  Aging        :  %u\n\n">(e.bridgeId, e.vlanId, Address(e.source), Address(e.group), e.aging);
 }
 
 NQE_TABLE_SEARCH(Cause) { return search.NextOf<CauseEntry>(qdt::kTableCause); }

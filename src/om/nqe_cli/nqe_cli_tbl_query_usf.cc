@@ -15,11 +15,11 @@
 #include "src/om/nqe_cli/usf_user_text.h"
 
 // Views of the wireless users: their services, addresses, roaming, portals and EAP exchanges.
+using qdt::Address;
 using qdt::EapLogEntry;
 using qdt::LocalManagementUser;
 using qdt::ProxyPortalEntry;
 using qdt::StationKey;
-using qdt::ToText;
 using qdt::UserCounters;
 using qdt::UserTraffic;
 using qdt::UsfMacIpEntry;
@@ -51,31 +51,31 @@ NQE_TABLE_FORMAT_ONE(UsfUser, UsfUserRecord) {
 }
 
 QDT_TABLE_PIECE_AT(NqeTableFormatUsfUserSvc) {
-  return qdt::FormatPieceAt(out, room, offset, entry, qdt::PrintUserServices);
+  return qdt::FormatPieceAt<qdt::UsfUserRecord, qdt::PrintUserServices>(out, room, offset, entry);
 }
 
 QDT_TABLE_PIECE_AT(NqeTableFormatUsfUserSvcParam1) {
-  return qdt::FormatPieceAt(out, room, offset, entry, qdt::PrintUserParameters);
+  return qdt::FormatPieceAt<qdt::UsfUserRecord, qdt::PrintUserParameters>(out, room, offset, entry);
 }
 
 QDT_TABLE_PIECE_AT(NqeTableFormatUsfUserSvcParam2) {
-  return qdt::FormatPieceAt(out, room, offset, entry, qdt::PrintUserFloodCars);
+  return qdt::FormatPieceAt<qdt::UsfUserRecord, qdt::PrintUserFloodCars>(out, room, offset, entry);
 }
 
 QDT_TABLE_PIECE_AT(NqeTableFormatUsfUserAuth) {
-  return qdt::FormatPieceAt(out, room, offset, entry, qdt::PrintUserAuthentication);
+  return qdt::FormatPieceAt<qdt::UsfUserRecord, qdt::PrintUserAuthentication>(out, room, offset, entry);
 }
 
 QDT_TABLE_PIECE_AT(NqeTableFormatUsfUserStat) {
-  return qdt::FormatPieceAt(out, room, offset, entry, qdt::PrintUserCounters);
+  return qdt::FormatPieceAt<qdt::UsfUserRecord, qdt::PrintUserCounters>(out, room, offset, entry);
 }
 
 QDT_TABLE_PIECE_AT(NqeTableFormmatUsfUserIpLearn) {
-  return qdt::FormatPieceAt(out, room, offset, entry, qdt::PrintLearntAddress);
+  return qdt::FormatPieceAt<qdt::UsfUserRecord, qdt::PrintLearntAddress>(out, room, offset, entry);
 }
 
 QDT_TABLE_PIECE_AT(NqeTableShowFormatUsfStat) {
-  return qdt::FormatPieceAt(out, room, offset, entry, qdt::PrintUserTraffic);
+  return qdt::FormatPieceAt<qdt::UserTraffic, qdt::PrintUserTraffic>(out, room, offset, entry);
 }
 
 void NqeTableAddUsfStat(void *sum, const void *block) {
@@ -125,7 +125,7 @@ NQE_TABLE_FORMAT_ONE(UsfMacIp, UsfMacIpEntry) {
       "  MacData    :  %02x%02x-%02x%02x-%02x%02x\n"
       "  Ipv4Data   :  %s\n"
       "  Ipv6Data   :  %s\n">(e.ipType, e.learnMode, e.mac[0], e.mac[1], e.mac[2], e.mac[3], e.mac[4],
-                              e.mac[5], ToText(e.ipv4Address).view(), ToText(e.ipv6Address).view());
+                              e.mac[5], Address(e.ipv4Address), Address(e.ipv6Address));
 }
 
 NQE_TABLE_SEARCH(UsfLocalMngUser) {
@@ -140,7 +140,7 @@ NQE_TABLE_FORMAT_ONE(UsfLocalMngUser, LocalManagementUser) {
       "  VlanId           :  %u\n"
       "  LocalMngSrcMac   :  %02x:%02x:%02x:%02x:%02x:%02x\n"
       "  LocalMngDstMac   :  %02x:%02x:%02x:%02x:%02x:%02x\n">(
-      ToText(e.address).c_str(), e.fwdIfIndex, e.vlanId, qdt::Mac(source), qdt::Mac(destination));
+      Address(e.address), e.fwdIfIndex, e.vlanId, qdt::Mac(e.sourceMac), qdt::Mac(e.destinationMac));
 }
 
 NQE_TABLE_SEARCH(UsfRoam) { return FindStation<UsfRoamEntry>(search, qdt::kTableUsfRoam); }
@@ -167,7 +167,8 @@ NQE_TABLE_FORMAT_EACH(UsfRoamAp2StaElb, UsfRoamStation) {
       "  IPType       : %u\n"
       "  UserMac      : %02x:%02x:%02x:%02x:%02x:%02x\n"
       "  HapMac       : %02x:%02x:%02x:%02x:%02x:%02x\n"
-      "  UserIsolate  : %u\n\n">(e.vlanId, e.hasIpv4, qdt::Mac(user), qdt::Mac(home), e.userIsolate);
+      "  UserIsolate  : %u\n\n">(e.vlanId, e.hasIpv4, qdt::Mac(e.user), qdt::Mac(e.homeAccessPoint),
+                                 e.userIsolate);
   if (e.hasIpv4) text.Print<"  Ipv4         : 0x%x\n">(e.ipv4Address);
 }
 

@@ -21,16 +21,15 @@ void PrintOutputInterfaces(Text &text, int8_t count, const uint64_t (&address)[k
 
 void PrintNeighbour(Text &text, const Neighbour &e);
 
-// A packet that waits for its next hop to be resolved. The addresses are Ipv4Text or Ipv6Text.
-template <typename AddressText>
-void PrintMiss(Text &text, const AddressText &nextHop, uint32_t createTime, uint32_t ttl,
-               const AddressText &source, const AddressText &destination) {
+// A packet that waits for its next hop to be resolved. The addresses are as Address gives them.
+template <typename NextHop, typename End>
+void PrintMiss(Text &text, NextHop nextHop, uint32_t createTime, uint32_t ttl, End source, End destination) {
   text.Print<
       "  NextHop   :  %s\n"
       "  Create    :  %u\n"
       "  Ttl(sec)  :  %u\n"
       "  SrcIP     :  %s\n"
-      "  DstIP     :  %s\n\n">(nextHop.view(), createTime, ttl, source.view(), destination.view());
+      "  DstIP     :  %s\n\n">(nextHop, createTime, ttl, source, destination);
 }
 
 }  // namespace qdt

@@ -24,6 +24,72 @@
 // answer as `text`.
 namespace qdt {
 
+// How searches and formats work on records of any kind; what is templates below only names sizes, so that a
+// view costs its own lines and not a copy of these.
+namespace records {
+
+struct Size {
+  uint32_t record;
+  uint32_t allocated;  // in the answer's buffer, for each record
+};
+
+// Copies the table's entry of `key` into a new record.
+int32_t FetchOne(void **record, uint32_t *recordLen, uint32_t table, const void *key, uint32_t size,
+                 SourceLine where);
+
+// The same for a key of at most eight bytes.
+int32_t FetchByWord(void **record, uint32_t *recordLen, uint32_t table, uint64_t key, uint32_t size,
+                    SourceLine where);
+
+// Fetches the next batch of at most loopNum records into a new buffer: of the table, or with a key of those
+// that share it.
+int32_t FetchNext(void **record, uint32_t *recordLen, TbmTravContext *ctx, uint32_t loopNum, const void *key,
+                  uint32_t table, Size size, SourceLine where);
+
+// Copies `size` bytes at `entry` into a new record.
+int32_t Deliver(void **record, uint32_t *recordLen, const void *entry, uint32_t size, SourceLine where);
+
+// Reads the lookup key `key` as the bytes that it is.
+template <typename Key>
+uint64_t Word(const Key &key) {
+  uint64_t word = 0;
+  std::memcpy(&word, &key, sizeof(key));
+  return word;
+}
+
+using Print = void (*)(Text &text, const void *record);
+
+// What a view's print function looks like to the functions below.
+template <typename Record, void (*kPrint)(Text &, const Record &)>
+void Printed(Text &text, const void *record) {
+  kPrint(text, *static_cast<const Record *>(record));
+}
+
+struct Shape {
+  uint32_t size;
+  uint32_t alignment;
+};
+
+// Records that are not aligned are copied into a buffer of this size; FormatFirst fills up records of at most
+// the other.
+inline constexpr size_t kLargest = 16384;
+inline constexpr size_t kLargestFirst = 2048;
+
+int32_t FormatOne(char *out, uint32_t room, const void *record, int32_t recordLen, Shape shape, Print print);
+int32_t FormatEach(char *out, uint32_t room, const void *record, int32_t recordLen, Shape shape, Print print);
+int32_t FormatWhole(char *out, uint32_t room, const void *record, int32_t recordLen, Shape shape,
+                    Print print);
+int32_t FormatFirst(char *out, uint32_t room, const void *record, int32_t recordLen, Shape shape,
+                    Print print);
+
+template <typename Record>
+constexpr Shape ShapeOf() {
+  static_assert(sizeof(Record) <= kLargest && alignof(Record) <= alignof(max_align_t));
+  return {sizeof(Record), alignof(Record)};
+}
+
+}  // namespace records
+
 // The arguments of one search operation, and the ways in which searches fetch records.
 struct Search {
   void **record;
@@ -37,44 +103,31 @@ struct Search {
   // Fetches the one entry of `key`, whatever loopNum says.
   template <typename Record, typename Key>
   int32_t FindOne(uint32_t table, const Key &key) const {
-    void *entry = nullptr;
-    if (const int32_t code = TbmTblSearch(kEngineInstance, table, &key, &entry); code != 0) return code;
-    return Deliver(entry, sizeof(Record));
+    if constexpr (sizeof(Key) <= sizeof(uint64_t)) {
+      return records::FetchByWord(record, recordLen, table, records::Word(key), sizeof(Record), where);
+    } else {
+      return records::FetchOne(record, recordLen, table, &key, sizeof(Record), where);
+    }
   }
 
-  // Fetches the next batch of at most loopNum records of the table. A lookup by key is not offered.
+  // Fetches the next batch of at most loopNum records of the table, into a buffer of kAllocated bytes for
+  // each. A lookup by key is not offered.
   template <typename Record, size_t kAllocated = sizeof(Record)>
   int32_t NextOf(uint32_t table) const {
-    return NextBatch<Record, kAllocated>([&](void *buffer, uint32_t *bytes) {
-      return TbmTblTravNext(kEngineInstance, table, ctx, buffer, bytes);
-    });
+    return records::FetchNext(record, recordLen, ctx, loopNum, nullptr, table, {sizeof(Record), kAllocated},
+                              where);
   }
 
   // As NextOf, over the records that share `key`.
   template <typename Record, typename Key>
   int32_t NextOfKey(uint32_t table, const Key &key) const {
-    return NextBatch<Record>([&](void *buffer, uint32_t *bytes) {
-      return TbmTblTravNextByKey(kEngineInstance, table, &key, ctx, buffer, bytes);
-    });
-  }
-
-  // Has `fetch(buffer, &bytes)` fill a buffer of loopNum records with the next batch. The buffer has
-  // kAllocated bytes for each.
-  template <typename Record, size_t kAllocated = sizeof(Record), typename Fetch>
-  int32_t NextBatch(Fetch fetch) const {
-    if (loopNum == 0) return QDT_TBL_INVALID_INPUT;
-    if (!Allocate(size_t{loopNum} * kAllocated)) return QDT_TBL_NO_MEMORY;
-    uint32_t bytes = loopNum * sizeof(Record);
-    const int32_t code = fetch(*record, &bytes);
-    if (code == 0 || code == 1) *recordLen = TbmTblTravContextCnt(ctx) * sizeof(Record);
-    return code;
+    return records::FetchNext(record, recordLen, ctx, loopNum, &key, table, {sizeof(Record), sizeof(Record)},
+                              where);
   }
 
   // Copies `size` bytes at `entry` into a new record.
   int32_t Deliver(const void *entry, uint32_t size) const {
-    *recordLen = size;
-    if (!Allocate(size)) return QDT_TBL_NO_MEMORY;
-    return CopyEntry(*record, entry, size);
+    return records::Deliver(record, recordLen, entry, size, where);
   }
 
   // Gives the record back before its owner would, and leaves it nothing to release.
@@ -89,68 +142,45 @@ struct Search {
   }
 };
 
-// The record in the caller's buffer, or a copy of it where it is not aligned.
-template <typename Record>
-const Record &AlignedRecord(const void *record, Record &copy) {
-  if (reinterpret_cast<uintptr_t>(record) % alignof(Record) == 0) return *static_cast<const Record *>(record);
-  std::memcpy(&copy, record, sizeof(copy));
-  return copy;
+// Runs kPrint on the one record in the buffer, whose length must be just that.
+template <typename Record, void (*kPrint)(Text &, const Record &)>
+int32_t FormatOne(char *out, uint32_t room, const void *record, int32_t recordLen) {
+  return records::FormatOne(out, room, record, recordLen, records::ShapeOf<Record>(),
+                            records::Printed<Record, kPrint>);
 }
 
-// Runs `print` on the one record in the buffer, whose length must be just that.
-template <typename Record>
-int32_t FormatOne(char *out, uint32_t room, const void *record, int32_t recordLen,
-                  void (*print)(Text &, const Record &)) {
-  if (record == nullptr || recordLen != static_cast<int32_t>(sizeof(Record))) return QDT_TBL_DATA_SIZE;
-  Text text(out, room);
-  Record copy;
-  print(text, AlignedRecord(record, copy));
-  return text.Result();
-}
-
-// Runs `print` on each whole record in the buffer; a partial last one is not looked at.
-template <typename Record, typename Print>
-int32_t FormatEach(char *out, uint32_t room, const void *record, int32_t recordLen, Print print) {
-  if (record == nullptr || recordLen < 1) return QDT_TBL_DATA_SIZE;
-  Text text(out, room);
-  const auto *bytes = static_cast<const char *>(record);
-  for (size_t left = recordLen; left >= sizeof(Record) && !text.failed(); left -= sizeof(Record)) {
-    Record copy;
-    print(text, AlignedRecord(bytes, copy));
-    bytes += sizeof(Record);
-  }
-  return text.Result();
+// Runs kPrint on each whole record in the buffer; a partial last one is not looked at.
+template <typename Record, void (*kPrint)(Text &, const Record &)>
+int32_t FormatEach(char *out, uint32_t room, const void *record, int32_t recordLen) {
+  return records::FormatEach(out, room, record, recordLen, records::ShapeOf<Record>(),
+                             records::Printed<Record, kPrint>);
 }
 
 // Whether the buffer holds records, all of them whole.
-template <typename Record>
-bool IsWhole(const void *record, int32_t recordLen) {
-  return record != nullptr && recordLen > 0 && static_cast<size_t>(recordLen) % sizeof(Record) == 0;
+inline bool IsWhole(const void *record, int32_t recordLen, size_t size) {
+  return record != nullptr && recordLen > 0 && static_cast<size_t>(recordLen) % size == 0;
 }
 
 // As FormatEach, but a partial last record is refused.
-template <typename Record, typename Print>
-int32_t FormatWhole(char *out, uint32_t room, const void *record, int32_t recordLen, Print print) {
-  if (!IsWhole<Record>(record, recordLen)) return QDT_TBL_DATA_SIZE;
-  return FormatEach<Record>(out, room, record, recordLen, print);
+template <typename Record, void (*kPrint)(Text &, const Record &)>
+int32_t FormatWhole(char *out, uint32_t room, const void *record, int32_t recordLen) {
+  return records::FormatWhole(out, room, record, recordLen, records::ShapeOf<Record>(),
+                              records::Printed<Record, kPrint>);
 }
 
-// Runs `print`, which writes one piece of a view, on the record at `entry`.
-template <typename Record>
-int32_t FormatPiece(char *out, uint32_t room, const void *entry, void (*print)(Text &, const Record &)) {
-  return FormatOne<Record>(out, room, entry, sizeof(Record), print);
+// Runs kPrint, which writes one piece of a view, on the record at `entry`.
+template <typename Record, void (*kPrint)(Text &, const Record &)>
+int32_t FormatPiece(char *out, uint32_t room, const void *entry) {
+  return FormatOne<Record, kPrint>(out, room, entry, sizeof(Record));
 }
 
-// Runs `print` on the first record in the buffer, of whatever length above 0; what is missing of it counts as
+// Runs kPrint on the first record in the buffer, of whatever length above 0; what is missing of it counts as
 // zero.
-template <typename Record>
-int32_t FormatFirst(char *out, uint32_t room, const void *record, int32_t recordLen,
-                    void (*print)(Text &, const Record &)) {
-  if (record == nullptr || recordLen < 1) return QDT_TBL_DATA_SIZE;
-  if (static_cast<size_t>(recordLen) >= sizeof(Record)) return FormatPiece(out, room, record, print);
-  Record whole{};
-  std::memcpy(&whole, record, static_cast<size_t>(recordLen));
-  return FormatPiece(out, room, &whole, print);
+template <typename Record, void (*kPrint)(Text &, const Record &)>
+int32_t FormatFirst(char *out, uint32_t room, const void *record, int32_t recordLen) {
+  static_assert(sizeof(Record) <= records::kLargestFirst);
+  return records::FormatFirst(out, room, record, recordLen, records::ShapeOf<Record>(),
+                              records::Printed<Record, kPrint>);
 }
 
 #define NQE_TABLE_SEARCH(view)                                                                \
@@ -163,7 +193,7 @@ int32_t FormatFirst(char *out, uint32_t room, const void *record, int32_t record
 #define NQE_TABLE_FORMAT(how, view, Record)                                \
   static void Format##view(::qdt::Text &text, const Record &e);            \
   QDT_TABLE_FORMAT(NqeTableFormat##view) {                                 \
-    return ::qdt::how<Record>(out, room, record, recordLen, Format##view); \
+    return ::qdt::how<Record, Format##view>(out, room, record, recordLen); \
   }                                                                        \
   static void Format##view(::qdt::Text &text, const Record &e)
 

@@ -119,8 +119,8 @@ void PrintUserAuthentication(Text &text, const UsfUserRecord &e) {
   s.Line<"DenyArpEn">(auth.denyArp);
   s.Line<"Ipv4PreAuthAclGid">(auth.ipv4PreAuthAclGroup);
   s.Line<"Ipv6PreAuthAclGid">(auth.ipv6PreAuthAclGroup);
-  s.Line<"UserIpv4Addr", "%s">(ToText(auth.address).view());
-  s.Line<"MngUserIpv4Addr", "%s">(ToText(auth.managementAddress).view());
+  s.Line<"UserIpv4Addr", "%s">(Address(auth.address));
+  s.Line<"MngUserIpv4Addr", "%s">(Address(auth.managementAddress));
   s.Line<"ParseEapLog">(auth.parseEapLog);
   s.Line<"EapLogReported">(auth.eapLogReported);
 }

@@ -40,10 +40,10 @@ int32_t WriteBlock(char *buffer, uint32_t size, uint32_t offset, const void *ent
   const auto protocol = static_cast<uint16_t>(e.vrf >> 16);
   const bool hasRoom = offset < size;
   Text text(hasRoom ? buffer + offset : nullptr, hasRoom ? size - offset : 0);
-  text.Print<Version::kBlock>(static_cast<int32_t>(e.vrf), protocol, ToText(e.sourceAddress).view(),
-                              e.firstArrived, ToText(e.destinationAddress).view(), e.lastArrived,
-                              e.sourcePort, e.destinationPort, e.vlan, e.reassemble, e.packetId, e.fragments,
-                              e.ttl, LeftTime(e.timeStamp, e.ttl));
+  text.Print<Version::kBlock>(static_cast<int32_t>(e.vrf), protocol, Address(e.sourceAddress), e.firstArrived,
+                              Address(e.destinationAddress), e.lastArrived, e.sourcePort, e.destinationPort,
+                              e.vlan, e.reassemble, e.packetId, e.fragments, e.ttl,
+                              LeftTime(e.timeStamp, e.ttl));
   if (!text.failed()) return text.Result();
   QDT_LOG_ERROR(Version::kPrintFailed, kFailed);
   return kFailed;

@@ -93,10 +93,10 @@ typename Miss::Entry EntryAt(const void *entries, uint32_t index) {
 template <typename Miss>
 int32_t PrintGroupHeader(char *text, uint32_t capacity, const void *first, uint32_t number, uint32_t size) {
   constexpr uint32_t kVrf = 0;  // whatever the VPN of the entries
-  const auto nextHop = ToText(EntryAt<Miss>(first, 0).key.nextHop);
+  const auto entry = EntryAt<Miss>(first, 0);
   Text header(text, capacity);
-  header.Print<Miss::kHeader>(kRuleLine, number, kVrf, nextHop.view(), size, kRuleLine, "Pkt", "SrcIp",
-                              "DstIp", "TTL", "LeftTime");
+  header.Print<Miss::kHeader>(kRuleLine, number, kVrf, Address(entry.key.nextHop), size, kRuleLine, "Pkt",
+                              "SrcIp", "DstIp", "TTL", "LeftTime");
   return header.failed() ? kFailed : header.Result();
 }
 
@@ -111,9 +111,8 @@ uint32_t LeftTime(const Entry &e, uint32_t now) {
 template <typename Miss>
 bool PrintRow(Text &rows, uint32_t number, const typename Miss::Entry &e, uint32_t now) {
   const uint32_t left = LeftTime(e, now);
-  return rows.Print<Miss::kRow>(number, ToText(e.sourceAddress).view(), ToText(e.destinationAddress).view(),
-                                e.ttl / 3600, e.ttl % 3600 / 60, e.ttl % 60, left / 3600, left % 3600 / 60,
-                                left % 60);
+  return rows.Print<Miss::kRow>(number, Address(e.sourceAddress), Address(e.destinationAddress), e.ttl / 3600,
+                                e.ttl % 3600 / 60, e.ttl % 60, left / 3600, left % 3600 / 60, left % 60);
 }
 
 template <typename Miss>

@@ -165,7 +165,7 @@ int32_t QueryServerMapMatch(const ServerMapQuery *query, const void *entry) {
 
 int32_t SvrmapIpAddrToStr(uint32_t address, char *buffer, uint32_t size) {
   qdt::Text text(buffer, size);
-  if (text.Print<"%s">(qdt::ToText(address).c_str())) return text.Result();
+  if (text.Print<"%s">(qdt::Address(address))) return text.Result();
   return qdt::FailPrint();
 }
 
@@ -185,7 +185,7 @@ int32_t QueryServerMapNatShowSrcInfo(const void *entry, ServerMapQuery *query) {
   const qdt::ServerMapEntry &map = AsEntry(entry);
   ServerMapLine line(query);
   if (map.source == 0) return line.Result(line.Print<",  ANY">());
-  return line.Result(line.Print<",  %s">(qdt::ToText(map.source).c_str()) &&
+  return line.Result(line.Print<",  %s">(qdt::Address(map.source)) &&
                      qdt::PrintRestOfEnd(line, map, map.sourcePort));
 }
 
@@ -193,7 +193,7 @@ int32_t QueryServerMapNatShowDstInfo(const void *entry, ServerMapQuery *query) {
   const qdt::ServerMapEntry &map = AsEntry(entry);
   ServerMapLine line(query);
   if (map.destination == 0) return line.Result(line.Print<"ANY">());
-  return line.Result(line.Print<"%s">(qdt::ToText(map.destination).c_str()) &&
+  return line.Result(line.Print<"%s">(qdt::Address(map.destination)) &&
                      qdt::PrintRestOfEnd(line, map, map.destinationPort));
 }
 

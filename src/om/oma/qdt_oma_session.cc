@@ -54,7 +54,7 @@ struct Endpoint {
 // What translation makes of an end stands in brackets, unless it is the same.
 bool PrintTranslated(SessionLine &line, const Endpoint &original, const Endpoint &translated) {
   if (translated == original) return true;
-  return line.Print<"[%s:%u]">(ToText(translated.address).c_str(), translated.port);
+  return line.Print<"[%s:%u]">(Address(translated.address), translated.port);
 }
 
 bool PrintIpv4Flow(SessionLine &line, const SessionRecord &session, const SessionFlow &flow) {
@@ -63,9 +63,9 @@ bool PrintIpv4Flow(SessionLine &line, const SessionRecord &session, const Sessio
   const Endpoint destination = {flow.destination[0], flow.destinationPort};
   const Endpoint newDestination = {TranslatedDestination(session, flow),
                                    TranslatedDestinationPort(session, flow)};
-  return line.Print<"\n %s:%u">(ToText(source.address).c_str(), source.port) &&
+  return line.Print<"\n %s:%u">(Address(source.address), source.port) &&
          PrintTranslated(line, source, newSource) &&
-         line.Print<" <--> %s:%u">(ToText(destination.address).c_str(), destination.port) &&
+         line.Print<" <--> %s:%u">(Address(destination.address), destination.port) &&
          PrintTranslated(line, destination, newDestination);
 }
 
@@ -169,8 +169,8 @@ int32_t QuerySessionPrintIpv6Port(const void *record, SessionQueryOutput *output
   qdt::SessionFlow flow;
   if (qdt::ReadFlow(qdt::AsSession(record), flow) != qdt::FlowState::kRead) return kFailed;
   SessionLine line(output);
-  const bool printed = line.Print<"\n %s.%u">(qdt::ToText(flow.source).c_str(), flow.sourcePort) &&
-                       line.Print<" <--> %s.%u">(qdt::ToText(flow.destination).c_str(), flow.destinationPort);
+  const bool printed = line.Print<"\n %s.%u">(qdt::Address(flow.source), flow.sourcePort) &&
+                       line.Print<" <--> %s.%u">(qdt::Address(flow.destination), flow.destinationPort);
   if (printed) QuerySessionPrintSacSess(record, output);
   return line.Result(printed);
 }

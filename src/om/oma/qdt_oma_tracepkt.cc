@@ -39,7 +39,7 @@ bool PrintAddress(Text &options, AgentRequest request, const char *name) {
   if (text == nullptr) return true;
   uint32_t address = 0;
   if (QdtOmaStrToIp4(text, &address) != 0) return false;
-  options.Print<F>(ToText(address).view());
+  options.Print<F>(Address(address));
   return true;
 }
 
@@ -85,8 +85,8 @@ int32_t FormatTypeIp(char *text, uint32_t room, AgentRequest request) {
 
 int32_t FormatTypeMac(char *text, uint32_t room, AgentRequest request) {
   Text options(text, room);
-  qdt::PrintMac<"--destination-mac=%s ">(options, request, "destination-mac");
-  qdt::PrintMac<"--source-mac=%s ">(options, request, "source-mac");
+  qdt::PrintMac<"--destination-mac=%02x:%02x:%02x:%02x:%02x:%02x ">(options, request, "destination-mac");
+  qdt::PrintMac<"--source-mac=%02x:%02x:%02x:%02x:%02x:%02x ">(options, request, "source-mac");
   return qdt::Length(options);
 }
 
