@@ -9,11 +9,11 @@
 
 #include "host/arena/arena.h"
 #include "host/engine/aging.h"
-#include "host/engine/measurement.h"
 #include "host/engine/switches.h"
 #include "host/layout/layout.h"
-#include "host/layout/scenario.h"
-#include "host/statistics/statistics.h"
+#include "host/measure/measurement.h"
+#include "host/regions/statistics.h"
+#include "host/scenario/scenario.h"
 #include "host/tbm/table_writer.h"
 
 namespace qdt::host {

@@ -5,7 +5,7 @@
 
 #include "host/engine/engine.h"
 #include "platform/tbm.h"
-#include "tests/engine/server_fixture.h"
+#include "tests/host/temp_dir.h"
 
 namespace qdt::host {
 namespace {

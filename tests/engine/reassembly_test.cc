@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "host/engine/engine.h"
-#include "tests/engine/server_fixture.h"
+#include "tests/host/temp_dir.h"
 
 // The rings of packets that wait for fragments, as others find them in the arena.
 namespace qdt::host {

@@ -4,7 +4,7 @@
 
 #include "host/engine/engine.h"
 #include "platform/engine.h"
-#include "tests/engine/server_fixture.h"
+#include "tests/host/temp_dir.h"
 
 namespace qdt::host {
 namespace {
