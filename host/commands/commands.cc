@@ -53,7 +53,8 @@ EngineReply Status(Engine &engine, const Words &) {
   AppendLine(&text, "uptime", std::to_string(engine.Uptime().count()) + " s");
   AppendLine(&text, "arena", engine.options().arena);
   AppendLine(&text, "socket", engine.options().socket);
-  AppendLine(&text, "scenario", engine.options().scenario);
+  const Filler::Source source = engine.source();
+  AppendLine(&text, source.kind, source.name);
   const TableUse use = CountEntries();
   AppendLine(&text, "tables", std::to_string(use.tables) + " in use");
   AppendLine(&text, "entries", std::to_string(use.entries));

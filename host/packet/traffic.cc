@@ -55,13 +55,13 @@ uint64_t Pace::Due(Time now) {
   return std::min(missing, most);
 }
 
-Traffic::Traffic(Engine *engine, TraceOutput output)
+Traffic::Traffic(Engine *engine, uint32_t rate, TraceOutput output)
     : interfaces_(engine->layout()),
       generator_(TwoOrMore(interfaces_.interfaces()), engine->options().cores),
       measurement_(engine->measurement()),
       path_(&engine->statistics(), &interfaces_, &measurement_),
       trace_(FindBlock(engine->arena()), std::move(output)),
-      pace_(engine->options().traffic, std::chrono::steady_clock::now()) {}
+      pace_(rate, std::chrono::steady_clock::now()) {}
 
 void Traffic::Tick() {
   const auto now = std::chrono::steady_clock::now();

@@ -30,15 +30,15 @@ class Pace {
   uint64_t sent_ = 0;  // since start_
 };
 
-// Simulated traffic between the scenario's forwarding interfaces.
+// Simulated traffic between the engine's forwarding interfaces.
 class Traffic {
  public:
   static constexpr uint32_t kMaxRate = 1'000'000;
   static constexpr std::chrono::milliseconds kPeriod{10};
 
-  // The engine outlives this; its options tell the rate. Throws HostError when the scenario has less than two
-  // forwarding interfaces, or the layouts no region for the trace.
-  Traffic(Engine *engine, TraceOutput output);
+  // `rate` packets a second, at most kMaxRate. The engine outlives this. Throws HostError when the engine has
+  // less than two forwarding interfaces, or the layouts no region for the trace.
+  Traffic(Engine *engine, uint32_t rate, TraceOutput output);
 
   // Sends what is due; called every kPeriod.
   void Tick();

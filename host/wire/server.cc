@@ -65,16 +65,22 @@ void Server::AddTick(std::chrono::milliseconds period, std::function<void()> wor
   ticks_.push_back({period, std::move(work), Clock::now() + period});
 }
 
+void Server::AddWatch(int fd, std::function<void()> work) { watches_.push_back({fd, std::move(work)}); }
+
 void Server::Serve(int stop) {
   for (;;) {
     std::vector<pollfd> entries{{stop, POLLIN, 0}, {listener_, POLLIN, 0}};
     if (Clock::now() < acceptAgain_) entries[1].fd = -1;
+    for (const Watch &watch : watches_) entries.push_back({watch.fd, POLLIN, 0});
     for (const Connection &client : clients_) entries.push_back({client.socket.get(), client.Events(), 0});
     if (poll(entries.data(), entries.size(), PollTimeout()) < 0 && errno != EINTR) {
       throw SystemError("cannot wait for clients");
     }
     if (entries[0].revents != 0) return;
     auto entry = entries.begin() + 2;
+    for (const Watch &watch : watches_) {
+      if ((entry++)->revents != 0) watch.work();
+    }
     for (Connection &client : clients_) {
       if ((entry++)->revents != 0) client.Sending() ? Flush(&client) : Read(&client);
       Advance(&client);

@@ -35,11 +35,19 @@ class Server {
   // keep pace looks at a clock. `work` is short (clients wait meanwhile) and does not throw.
   void AddTick(std::chrono::milliseconds period, std::function<void()> work);
 
+  // Has Serve call `work` whenever `fd`, which outlives the server, is readable or has failed, between two
+  // requests. `work` takes away what made it so, is short and does not throw.
+  void AddWatch(int fd, std::function<void()> work);
+
   // Serves until `stop` is readable (a signalfd, a pipe). Throws HostError when the system cannot wait.
   void Serve(int stop);
 
  private:
   struct Connection;
+  struct Watch {
+    int fd;
+    std::function<void()> work;
+  };
   struct Tick {
     std::chrono::milliseconds period;
     std::function<void()> work;
@@ -61,6 +69,7 @@ class Server {
   EngineChannel run_;
   ServerLimits limits_;
   std::list<Connection> clients_;
+  std::vector<Watch> watches_;
   std::vector<Tick> ticks_;
   std::chrono::steady_clock::time_point
       acceptAgain_{};  // not before, when the process had no descriptor left

@@ -2,6 +2,7 @@
 
 #include "host/commands/commands.h"
 #include "host/engine/engine.h"
+#include "host/engine/scenario_filler.h"
 #include "platform/tbm.h"
 #include "tests/host/temp_dir.h"
 
@@ -13,8 +14,6 @@ constexpr uint32_t kCpcarTable = 62;
 
 class ClearTest : public testing::Test {
  protected:
-  ClearTest() : scenario_(Scenario::FromText("test", kScenario, Layout::BuiltIn())) {}
-
   static constexpr char kScenario[] = R"(
 cpcar_pro:
   - {protocol: 1, wireless: 2, car_id: 3, priority: 4, pass_packets: 5, drop_packets: 6}
@@ -31,9 +30,8 @@ car:
   }
 
   TempDir directory_;
-  Scenario scenario_;
-  Engine engine_{
-      {"test", directory_.File("arena"), directory_.File("socket"), ""}, Layout::BuiltIn(), scenario_};
+  ScenarioFiller filler_{"test", Scenario::FromText("test", kScenario, Layout::BuiltIn())};
+  Engine engine_{{directory_.File("arena"), directory_.File("socket")}, Layout::BuiltIn(), &filler_};
 };
 
 TEST_F(ClearTest, SetsTheMarkedCountersToZeroAndNothingElse) {

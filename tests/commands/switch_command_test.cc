@@ -2,6 +2,7 @@
 
 #include "host/commands/commands.h"
 #include "host/engine/engine.h"
+#include "host/engine/scenario_filler.h"
 #include "host/regions/statistics.h"
 #include "platform/tbm.h"
 #include "qdt/stats.h"
@@ -15,8 +16,6 @@ constexpr uint32_t kAnyCore = 1;
 
 class SwitchCommandTest : public testing::Test {
  protected:
-  SwitchCommandTest() : scenario_(Scenario::FromText("test", kScenario, Layout::BuiltIn())) {}
-
   static constexpr char kScenario[] = R"(
 sac_app_mapping:
   - {app_id: 1001, app_index: 1, class_id: 1, app_name: video-call}
@@ -54,9 +53,8 @@ nat_policy:
   }
 
   TempDir directory_;
-  Scenario scenario_;
-  Engine engine_{
-      {"test", directory_.File("arena"), directory_.File("socket"), ""}, Layout::BuiltIn(), scenario_};
+  ScenarioFiller filler_{"test", Scenario::FromText("test", kScenario, Layout::BuiltIn())};
+  Engine engine_{{directory_.File("arena"), directory_.File("socket")}, Layout::BuiltIn(), &filler_};
 };
 
 TEST_F(SwitchCommandTest, EgnStatus) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "host/engine/engine.h"
+#include "host/engine/scenario_filler.h"
 #include "platform/engine.h"
 #include "platform/shm.h"
 #include "platform/tbm.h"
@@ -131,13 +132,6 @@ fwdif:
   - {if_index: 13, enable: 0}
 )";
 
-  EngineOptions Options() {
-    EngineOptions options{"test", directory_.File("arena"), directory_.File("socket"), ""};
-    options.cores = 2;
-    options.traffic = 1000;
-    return options;
-  }
-
   // A counter of a forwarding interface.
   static uint64_t Counter(uint32_t index, const char *field) {
     const TableLayout *table = Layout::BuiltIn().FindTable("fwdif");
@@ -157,8 +151,8 @@ fwdif:
   }
 
   TempDir directory_;
-  Scenario scenario_ = Scenario::FromText("test", kScenario, Layout::BuiltIn());
-  Engine engine_{Options(), Layout::BuiltIn(), scenario_};
+  ScenarioFiller filler_{"test", Scenario::FromText("test", kScenario, Layout::BuiltIn())};
+  Engine engine_{{directory_.File("arena"), directory_.File("socket"), 2}, Layout::BuiltIn(), &filler_};
   InterfaceCounters interfaces_{Layout::BuiltIn()};
   PacketPath path_{&engine_.statistics(), &interfaces_, &engine_.measurement()};
 };
@@ -288,7 +282,7 @@ TEST_F(TrafficTest, ATickSendsPacketsAndShowsThemToTheTrace) {
   block->switches = 1;
   block->leftPrints = 3;
   std::vector<std::string> lines;
-  Traffic traffic(&engine_,
+  Traffic traffic(&engine_, 1000,
                   {[&](const std::string &line) { lines.push_back(line); }, [](const std::string &) {}});
   std::this_thread::sleep_for(50ms);
   traffic.Tick();
@@ -299,11 +293,11 @@ TEST_F(TrafficTest, ATickSendsPacketsAndShowsThemToTheTrace) {
 
 TEST(TrafficErrors, NeedsTwoInterfaces) {
   const TempDir directory;
-  const Scenario scenario =
-      Scenario::FromText("test", "fwdif: [{if_index: 1, enable: 1}, {if_index: 2}]", Layout::BuiltIn());
-  Engine engine({"test", directory.File("arena"), directory.File("socket"), ""}, Layout::BuiltIn(), scenario);
+  ScenarioFiller filler("test", Scenario::FromText("test", "fwdif: [{if_index: 1, enable: 1}, {if_index: 2}]",
+                                                   Layout::BuiltIn()));
+  Engine engine({directory.File("arena"), directory.File("socket")}, Layout::BuiltIn(), &filler);
   try {
-    Traffic traffic(&engine, {});
+    Traffic traffic(&engine, 1000, {});
     FAIL() << "accepted";
   } catch (const HostError &error) {
     EXPECT_STREQ(

@@ -1,5 +1,6 @@
 #include "host/wire/server.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 
@@ -245,6 +246,44 @@ TEST(ServerTicks, AreCalledEveryPeriodAndBetweenRequests) {
   EXPECT_GE(passed, 250ms);
   EXPECT_GE(fast, 2);
   EXPECT_LE(fast, (passed - 200ms) / 10ms + 1);
+}
+
+// Two pipes: one is written by a client's command, the other closed by the first one's work.
+TEST(ServerWatches, AreCalledWhenTheirFileIsReadableOrAtItsEnd) {
+  const TempDir dir;
+  Listener listener(dir.File("s"));
+  listener.Unlock();
+  const UniqueFd stop(eventfd(0, EFD_CLOEXEC));
+  int first[2], second[2];
+  ASSERT_EQ(pipe2(first, O_CLOEXEC), 0);
+  ASSERT_EQ(pipe2(second, O_CLOEXEC), 0);
+  const UniqueFd firstOut(first[0]), firstIn(first[1]), secondOut(second[0]);
+  UniqueFd secondIn(second[1]);
+  std::string taken;
+  int ends = 0;
+  Server server(listener.fd(), [&](std::string_view line) {
+    EXPECT_EQ(write(firstIn.get(), line.data(), line.size()), static_cast<ssize_t>(line.size()));
+    return EngineReply{};
+  });
+  server.AddWatch(firstOut.get(), [&] {
+    char bytes[16];
+    taken.append(bytes, read(firstOut.get(), bytes, sizeof bytes));
+    if (taken == "onetwo") secondIn = UniqueFd();
+  });
+  server.AddWatch(secondOut.get(), [&] {
+    ++ends;
+    const uint64_t one = 1;
+    EXPECT_EQ(write(stop.get(), &one, sizeof one), static_cast<ssize_t>(sizeof one));
+  });
+  std::thread client([&] {
+    EngineClient connection(dir.File("s"));
+    connection.Run("one");
+    connection.Run("two");
+  });
+  server.Serve(stop.get());
+  client.join();
+  EXPECT_EQ(taken, "onetwo");
+  EXPECT_EQ(ends, 1);
 }
 
 TEST_F(ServerTest, AClientThatWaitsIsToldWhenTheServerHangs) {

@@ -17,6 +17,7 @@
 #include "host/base/words.h"
 #include "host/commands/commands.h"
 #include "host/engine/engine.h"
+#include "host/engine/scenario_filler.h"
 #include "host/library/services.h"
 #include "host/packet/traffic.h"
 #include "host/wire/client.h"
@@ -51,6 +52,9 @@ struct CommandLine {
   bool status = false;
   bool help = false;
   bool version = false;
+  std::string scenario;   // file
+  std::string layoutDir;  // empty: the layouts that the program was built with
+  uint32_t traffic = 0;   // simulated packets a second
   EngineOptions options;
 };
 
@@ -83,17 +87,17 @@ CommandLine Parse(Arguments arguments) {
       line.version = true;
     } else if (arguments.Take("status")) {
       line.status = true;
-    } else if (!arguments.TakeValue("--scenario", &options.scenario) &&
+    } else if (!arguments.TakeValue("--scenario", &line.scenario) &&
                !arguments.TakeValue("--arena", &options.arena) &&
                !arguments.TakeValue("--socket", &options.socket) &&
-               !arguments.TakeValue("--layout", &options.layoutDir) &&
+               !arguments.TakeValue("--layout", &line.layoutDir) &&
                !TakeNumber(&arguments, "--cores", 1, kMaxCores, &options.cores) &&
-               !TakeNumber(&arguments, "--traffic", 1, Traffic::kMaxRate, &options.traffic)) {
+               !TakeNumber(&arguments, "--traffic", 1, Traffic::kMaxRate, &line.traffic)) {
       throw HostError("cannot make sense of " + Quoted(arguments.front()) + "; try --help");
     }
   }
   if (options.socket.empty()) options.socket = options.arena + kSocketEnding;
-  for (std::string *path : {&options.arena, &options.socket, &options.scenario}) {
+  for (std::string *path : {&options.arena, &options.socket, &line.scenario}) {
     if (!path->empty()) *path = AbsolutePath(*path);
   }
   return line;
@@ -134,27 +138,29 @@ int ShowStatus(const EngineOptions &options) {
   return 0;
 }
 
-int RunEngine(const EngineOptions &options) {
-  if (options.scenario.empty()) throw HostError("no scenario; name one with --scenario FILE");
+int RunEngine(const CommandLine &line) {
+  const EngineOptions &options = line.options;
+  if (line.scenario.empty()) throw HostError("no scenario; name one with --scenario FILE");
   // Said at once, not after a long load.
   Arena::CheckFree(options.arena);
   std::optional<Layout> otherLayout;
-  if (!options.layoutDir.empty()) otherLayout = Layout::FromDirectory(options.layoutDir);
+  if (!line.layoutDir.empty()) otherLayout = Layout::FromDirectory(line.layoutDir);
   const Layout &layout = otherLayout ? *otherLayout : Layout::BuiltIn();
-  const Scenario scenario = Scenario::Load(options.scenario, layout);
+  ScenarioFiller filler(line.scenario, Scenario::Load(line.scenario, layout));
 
   // From here on there are files to take along when the engine is told to stop.
   const StopSignals stop;
-  Engine engine(options, layout, scenario);
+  Engine engine(options, layout, &filler);
   std::optional<Traffic> traffic;
-  if (options.traffic != 0) traffic.emplace(&engine, EngineTraceOutput());
-  const EngineChannel channel = [&engine](std::string_view line) { return RunCommandLine(engine, line); };
+  if (line.traffic != 0) traffic.emplace(&engine, line.traffic, EngineTraceOutput());
+  const EngineChannel channel = [&engine](std::string_view words) { return RunCommandLine(engine, words); };
   SetEngineChannel(channel);
   Listener listener(options.socket);
   engine.Publish();
   listener.Unlock();
   Server server(listener.fd(), channel);
   server.AddTick(kAgingPeriod, [&engine] { engine.Age(); });
+  if (engine.changes() >= 0) server.AddWatch(engine.changes(), [&engine] { engine.Follow(); });
   if (traffic) server.AddTick(Traffic::kPeriod, [&traffic] { traffic->Tick(); });
 
   const TableUse use = CountEntries();
@@ -186,7 +192,7 @@ int Main(int argc, char **argv) {
       Print("nqed " + BuildInfo(false) + "\n");
       return 0;
     }
-    return line.status ? ShowStatus(line.options) : RunEngine(line.options);
+    return line.status ? ShowStatus(line.options) : RunEngine(line);
   } catch (const std::exception &error) {
     std::fprintf(stderr, "nqed: %s\n", error.what());
     return kFailure;
