@@ -12,8 +12,8 @@
 #include <cerrno>
 #include <string_view>
 
-#include "host/engine/protocol.h"
-#include "host/engine/services.h"
+#include "host/library/services.h"
+#include "host/wire/protocol.h"
 
 extern char **environ;
 

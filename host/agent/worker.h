@@ -11,7 +11,7 @@
 
 #include "host/agent/handlers.h"
 #include "host/arena/arena.h"
-#include "host/arena/fd.h"
+#include "host/base/fd.h"
 #include "host/omcc/model.h"
 
 namespace qdt::host {

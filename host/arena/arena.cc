@@ -7,10 +7,12 @@
 #include <cerrno>
 
 #include "host/arena/arena_impl.h"
-#include "host/arena/mix.h"
-#include "host/tbm/table_layout.h"
-#include "host/tbm/table_view.h"
+#include "host/arena/table_layout.h"
+#include "host/base/mix.h"
 #include "platform/tbm.h"
+
+// Where the table manager's description of its tables stands in the arena that this process works on.
+TbmGlobalInfo *g_tbmGlobalInfo = nullptr;
 
 namespace qdt::host {
 
@@ -87,8 +89,7 @@ bool Arena::Contains(const void *address, size_t size) const {
 
 void *Arena::FindRegion(std::string_view name, uint32_t *size) const {
   const ArenaHeader &header = *impl_->header;
-  const auto *region = reinterpret_cast<const RegionEntry *>(impl_->Base() + header.directoryOffset +
-                                                             header.tableCount * sizeof(tbm::TableShape));
+  const auto *region = reinterpret_cast<const RegionEntry *>(impl_->Shapes() + header.tableCount);
   for (uint32_t i = 0; i < header.regionCount; ++i, ++region) {
     if (name != region->name) continue;
     if (size != nullptr) *size = region->size;
@@ -98,10 +99,12 @@ void *Arena::FindRegion(std::string_view name, uint32_t *size) const {
 }
 
 uint64_t Arena::StorageBytes() const {
-  uint64_t bytes = impl_->header->fixedBytes;
-  for (uint32_t id = 0; id < impl_->header->tableCount; ++id) {
-    tbm::TableView view;
-    if (tbm::TableView::Open(impl_->header, id, &view) == 0) bytes += view.StorageBytes();
+  const ArenaHeader &header = *impl_->header;
+  const auto *state = reinterpret_cast<const tbm::TableState *>(impl_->Base() + header.stateOffset);
+  uint64_t bytes = header.fixedBytes;
+  for (uint32_t id = 0; id < header.tableCount; ++id, ++state) {
+    const tbm::TableShape &shape = impl_->Shapes()[id];
+    if (shape.dataSize != 0) bytes += tbm::StorageBytes(shape, *state);
   }
   return bytes;
 }

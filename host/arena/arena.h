@@ -8,8 +8,8 @@
 #include <string_view>
 #include <vector>
 
-#include "host/arena/host_error.h"
-#include "host/tbm/table_spec.h"
+#include "host/arena/table_spec.h"
+#include "host/base/host_error.h"
 
 namespace qdt::host {
 

@@ -7,8 +7,8 @@
 #include <cstring>
 
 #include "host/arena/arena_impl.h"
-#include "host/arena/mix.h"
-#include "host/tbm/table_layout.h"
+#include "host/arena/table_layout.h"
+#include "host/base/mix.h"
 #include "platform/tbm.h"
 
 // Attaching: every byte of the header and of the directories is checked before anything follows an offset in

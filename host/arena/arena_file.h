@@ -8,7 +8,7 @@
 #include <string>
 
 #include "host/arena/arena_layout.h"
-#include "host/arena/fd.h"
+#include "host/base/fd.h"
 
 namespace qdt::host {
 

@@ -10,6 +10,7 @@
 #include "host/arena/arena.h"
 #include "host/arena/arena_file.h"
 #include "host/arena/arena_layout.h"
+#include "host/arena/table_layout.h"
 
 namespace qdt::host {
 
@@ -23,6 +24,10 @@ struct Arena::Impl {
   ArenaState State() const;
   void SetState(ArenaState state);
   char *Base() const { return reinterpret_cast<char *>(header); }
+  // One for each table; the entries of the region directory follow them.
+  const tbm::TableShape *Shapes() const {
+    return reinterpret_cast<const tbm::TableShape *>(Base() + header->directoryOffset);
+  }
 
   std::string path;       // where clients find the arena
   std::string buildPath;  // where it is being built; empty once it is published or given up

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
-// The bytes of an arena file outside its tables (host/tbm/table_layout.h has those). docs/arena.md draws the
+// The bytes of an arena file outside its tables (table_layout.h has those). docs/arena.md draws the
 // map. Whoever changes a layout raises kArenaVersion.
 namespace qdt::host {
 

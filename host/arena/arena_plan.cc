@@ -4,8 +4,7 @@
 #include <bit>
 #include <cstring>
 
-#include "host/arena/mix.h"
-#include "host/tbm/words.h"
+#include "host/base/mix.h"
 #include "platform/tbm.h"
 
 namespace qdt::host {

@@ -6,7 +6,7 @@
 
 #include "host/arena/arena.h"
 #include "host/arena/arena_layout.h"
-#include "host/tbm/table_layout.h"
+#include "host/arena/table_layout.h"
 
 namespace qdt::host {
 

@@ -3,7 +3,6 @@
 #include <time.h>
 
 #include "host/engine/reassembly.h"
-#include "host/engine/statistics_presets.h"
 #include "platform/tbm.h"
 
 namespace qdt::host {
@@ -38,19 +37,18 @@ ArenaPlan PlanFor(const EngineOptions &options, const Layout &layout) {
 
 }  // namespace
 
-Engine::Engine(const EngineOptions &options, const Layout &layout, const Scenario &scenario)
+Engine::Engine(const EngineOptions &options, const Layout &layout, Filler *filler)
     : options_(options),
       layout_(layout),
-      natPolicy_(scenario.natPolicy()),
+      filler_(*filler),
       arena_(Arena::Create(options.arena, PlanFor(options, layout))),
       statistics_(*arena_),
       measurement_(*arena_, options.cores),
       writer_(arena_.get()),
       aging_(layout, &writer_) {
   Arena::SetCurrent(arena_.get());
-  scenario.Fill(arena_.get(), &writer_);
+  filler_.Fill(Target());
   StartReassembly(layout, arena_.get());
-  PresetStatistics(scenario.statistics(), &statistics_);
 }
 
 Engine::~Engine() {
@@ -67,6 +65,10 @@ void Engine::Retire() {
   if (published_) arena_->Retire();
   published_ = false;
 }
+
+FillTarget Engine::Target() { return {layout_, *arena_, writer_, statistics_, natPolicy_}; }
+
+void Engine::Follow() { filler_.Follow(Target()); }
 
 uint32_t Engine::Clear(std::string_view word) {
   uint32_t entries = 0;

@@ -9,31 +9,28 @@
 
 #include "host/arena/arena.h"
 #include "host/engine/aging.h"
-#include "host/engine/measurement.h"
+#include "host/engine/filler.h"
 #include "host/engine/switches.h"
 #include "host/layout/layout.h"
-#include "host/layout/scenario.h"
-#include "host/statistics/statistics.h"
+#include "host/measure/measurement.h"
+#include "host/regions/statistics.h"
 #include "host/tbm/table_writer.h"
 
 namespace qdt::host {
 
 struct EngineOptions {
-  std::string scenario;  // file
-  std::string arena;     // absolute paths: clients have other working directories
+  std::string arena;  // absolute paths: clients have other working directories
   std::string socket;
-  std::string layoutDir;  // empty: the layouts that the program was built with
-  uint32_t cores = 4;     // forwarding cores, which keep statistics of their own; 1 to kMaxCores
-  uint32_t traffic = 0;   // simulated packets a second
+  uint32_t cores = 4;  // forwarding cores, which keep statistics of their own; 1 to kMaxCores
 };
 
 // The lab engine: the one writer of an arena. Used by one thread; everything it is asked to do happens
 // between two changes of its tables.
 class Engine {
  public:
-  // Lays out the arena and fills it from the scenario; nothing is visible to others before Publish. Throws
-  // HostError. `layout` must outlive the engine.
-  Engine(const EngineOptions &options, const Layout &layout, const Scenario &scenario);
+  // Lays out the arena and has it filled; nothing is visible to others before Publish. Throws HostError.
+  // `layout` and `filler` must outlive the engine.
+  Engine(const EngineOptions &options, const Layout &layout, Filler *filler);
   ~Engine();
   Engine(const Engine &) = delete;
   Engine &operator=(const Engine &) = delete;
@@ -41,6 +38,12 @@ class Engine {
   void Publish();
   // Takes the arena back; clients see that the engine is gone. The destructor does it as well.
   void Retire();
+
+  // Readable when Follow has something to do; -1: never.
+  int changes() const { return filler_.changes(); }
+  // Brings the tables and regions up to date with what the engine is filled from.
+  void Follow();
+  Filler::Source source() const { return filler_.source(); }
 
   // Sets the counters to 0 that the layouts mark as cleared by `word`, in all entries of their tables;
   // returns the number of those entries.
@@ -61,8 +64,11 @@ class Engine {
   std::chrono::seconds Uptime() const;
 
  private:
+  FillTarget Target();
+
   EngineOptions options_;
   const Layout &layout_;
+  Filler &filler_;
   std::vector<NatPolicyRule> natPolicy_;
   Switches switches_;
   std::unique_ptr<Arena> arena_;

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "host/layout/near_name.h"
+#include "host/base/near_name.h"
 #include "platform/engine.h"
 #include "qdt/stats.h"
 

@@ -3,8 +3,8 @@
 
 #include <span>
 
-#include "host/layout/statistics_section.h"
-#include "host/statistics/statistics.h"
+#include "host/regions/statistics.h"
+#include "host/scenario/statistics_section.h"
 
 namespace qdt::host {
 

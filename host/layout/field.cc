@@ -10,8 +10,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "host/arena/host_error.h"
-#include "host/layout/near_name.h"
+#include "host/base/host_error.h"
+#include "host/base/near_name.h"
 
 namespace qdt::host {
 namespace {

@@ -5,8 +5,8 @@
 #include <limits>
 #include <vector>
 
-#include "host/arena/host_error.h"
-#include "host/layout/near_name.h"
+#include "host/base/host_error.h"
+#include "host/base/near_name.h"
 
 namespace qdt::host {
 namespace {

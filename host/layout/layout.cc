@@ -4,10 +4,10 @@
 #include <charconv>
 #include <filesystem>
 
-#include "host/arena/host_error.h"
+#include "host/base/host_error.h"
+#include "host/base/near_name.h"
+#include "host/base/text_file.h"
 #include "host/layout/layout_reader.h"
-#include "host/layout/near_name.h"
-#include "host/layout/text_file.h"
 
 namespace qdt::host {
 namespace {

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "host/arena/arena.h"
+#include "host/arena/table_spec.h"
 #include "host/layout/field.h"
-#include "host/tbm/table_spec.h"
 
 namespace qdt::host {
 

@@ -6,9 +6,9 @@
 #include <sstream>
 #include <utility>
 
-#include "host/arena/host_error.h"
+#include "host/base/host_error.h"
+#include "host/base/near_name.h"
 #include "host/layout/field_line.h"
-#include "host/layout/near_name.h"
 #include "host/tbm/route_key.h"
 
 namespace qdt::host {

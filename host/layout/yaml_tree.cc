@@ -9,8 +9,8 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include "host/arena/host_error.h"
-#include "host/layout/near_name.h"
+#include "host/base/host_error.h"
+#include "host/base/near_name.h"
 
 namespace qdt::host {
 

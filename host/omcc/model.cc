@@ -1,6 +1,6 @@
 #include "host/omcc/model.h"
 
-#include "host/arena/host_error.h"
+#include "host/base/host_error.h"
 #include "host/omcc/embedded_model.h"
 
 namespace qdt::host {

@@ -3,8 +3,8 @@
 #include <cstdio>
 
 #include "host/arena/arena.h"
+#include "host/arena/table_spec.h"
 #include "host/tbm/status.h"
-#include "host/tbm/table_spec.h"
 #include "platform/engine.h"
 #include "platform/tbm.h"
 

@@ -2,7 +2,7 @@
 
 #include <sched.h>
 
-#include "host/arena/mix.h"
+#include "host/base/mix.h"
 #include "host/tbm/status.h"
 
 namespace qdt::host::tbm {

@@ -6,7 +6,7 @@
 
 #include "host/arena/arena.h"
 #include "host/arena/arena_layout.h"
-#include "host/tbm/table_layout.h"
+#include "host/arena/table_layout.h"
 #include "host/tbm/words.h"
 #include "platform/tbm.h"
 
@@ -66,7 +66,7 @@ class TableView {
   void *Address(Slot *slot) const { return reinterpret_cast<char *>(Record(slot)) + shape_->searchOffset; }
 
   // Whether the index has storage; nothing of it may be touched before.
-  bool HasIndex() const { return state_->indexReady.load(std::memory_order_acquire) != 0; }
+  bool HasIndex() const { return tbm::HasIndex(*state_); }
   Bucket &BucketOf(uint32_t hash) const { return Buckets()[hash & (shape_->bucketCount - 1)]; }
   // Number of entries by prefix length, of a route table with an index.
   std::atomic<uint32_t> *PrefixCounts() const {
@@ -82,9 +82,7 @@ class TableView {
     return std::atomic_ref<uint32_t>(descriptor_->entryNum).load(std::memory_order_relaxed);
   }
   // Storage reserved for the table so far.
-  uint64_t StorageBytes() const {
-    return state_->slabBytes.load(std::memory_order_relaxed) + (HasIndex() ? IndexSize(*shape_) : 0);
-  }
+  uint64_t StorageBytes() const { return tbm::StorageBytes(*shape_, *state_); }
 
   // Whether the place's entry still lives.
   bool Lives(const Place &place) const;

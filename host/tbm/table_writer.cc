@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "host/tbm/route_key.h"
 #include "host/tbm/status.h"
 #include "host/tbm/table_view.h"
 

@@ -6,10 +6,9 @@
 #include <cstring>
 
 #include "host/arena/arena.h"
+#include "host/tbm/route_key.h"
 #include "host/tbm/status.h"
 #include "host/tbm/walk.h"
-
-TbmGlobalInfo *g_tbmGlobalInfo = nullptr;
 
 namespace qdt::host::tbm {
 

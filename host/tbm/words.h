@@ -6,13 +6,11 @@
 #include <cstdint>
 #include <cstring>
 
+#include "host/arena/table_layout.h"
+
 // Keys and records are copied word by word with relaxed atomic accesses: a reader may meet the writer in the
 // middle of one and finds that out afterwards, by the slot's serial and version.
 namespace qdt::host::tbm {
-
-constexpr size_t kWord = sizeof(uint64_t);
-
-constexpr size_t RoundUpToWord(size_t size) { return (size + kWord - 1) / kWord * kWord; }
 
 inline uint64_t LoadWord(uint64_t *word) {
   return std::atomic_ref<uint64_t>(*word).load(std::memory_order_relaxed);

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "host/agent/handlers.h"
-#include "host/arena/host_error.h"
+#include "host/base/host_error.h"
 #include "host/omcc/model.h"
 #include "host/omcc/omcc.h"
 #include "platform/engine.h"

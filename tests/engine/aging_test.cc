@@ -4,8 +4,9 @@
 #include <atomic>
 
 #include "host/engine/engine.h"
+#include "host/engine/scenario_filler.h"
 #include "platform/tbm.h"
-#include "tests/engine/server_fixture.h"
+#include "tests/host/temp_dir.h"
 
 namespace qdt::host {
 namespace {
@@ -30,7 +31,7 @@ fwdif: [{if_index: 7}]
 
 class AgingTest : public testing::Test {
  protected:
-  AgingTest() : scenario_(Scenario::FromText("test", kSessions, Layout::BuiltIn())) {
+  AgingTest() {
     timespec now = {};
     clock_gettime(CLOCK_MONOTONIC, &now);
     start_ = static_cast<uint64_t>(now.tv_sec);
@@ -60,10 +61,9 @@ class AgingTest : public testing::Test {
   }
 
   TempDir directory_;
-  Scenario scenario_;
+  ScenarioFiller filler_{"test", Scenario::FromText("test", kSessions, Layout::BuiltIn())};
   uint64_t start_ = 0;
-  Engine engine_{
-      {"test", directory_.File("arena"), directory_.File("socket"), ""}, Layout::BuiltIn(), scenario_};
+  Engine engine_{{directory_.File("arena"), directory_.File("socket")}, Layout::BuiltIn(), &filler_};
 };
 
 TEST_F(AgingTest, EntriesLeaveWhenTheirTimeIsOver) {

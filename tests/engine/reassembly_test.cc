@@ -8,7 +8,8 @@
 #include <vector>
 
 #include "host/engine/engine.h"
-#include "tests/engine/server_fixture.h"
+#include "host/engine/scenario_filler.h"
+#include "tests/host/temp_dir.h"
 
 // The rings of packets that wait for fragments, as others find them in the arena.
 namespace qdt::host {
@@ -17,10 +18,10 @@ namespace {
 class ReassemblyRingTest : public testing::Test {
  protected:
   void Start(const char *scenario) {
-    scenario_ = std::make_unique<Scenario>(Scenario::FromText("test", scenario, Layout::BuiltIn()));
-    engine_ = std::make_unique<Engine>(
-        EngineOptions{"test", directory_.File("arena"), directory_.File("socket"), ""}, Layout::BuiltIn(),
-        *scenario_);
+    filler_ =
+        std::make_unique<ScenarioFiller>("test", Scenario::FromText("test", scenario, Layout::BuiltIn()));
+    engine_ = std::make_unique<Engine>(EngineOptions{directory_.File("arena"), directory_.File("socket")},
+                                       Layout::BuiltIn(), filler_.get());
   }
 
   static uint64_t Word(const char *at) {
@@ -48,7 +49,7 @@ class ReassemblyRingTest : public testing::Test {
   }
 
   TempDir directory_;
-  std::unique_ptr<Scenario> scenario_;
+  std::unique_ptr<ScenarioFiller> filler_;
   std::unique_ptr<Engine> engine_;
 };
 

@@ -3,8 +3,9 @@
 #include <gtest/gtest.h>
 
 #include "host/engine/engine.h"
+#include "host/engine/scenario_filler.h"
 #include "platform/engine.h"
-#include "tests/engine/server_fixture.h"
+#include "tests/host/temp_dir.h"
 
 namespace qdt::host {
 namespace {
@@ -13,11 +14,11 @@ namespace {
 std::string Outcome(
     const std::string &statistics, const std::function<void()> &look = [] {}) {
   const TempDir directory;
-  EngineOptions options{"test", directory.File("arena"), directory.File("socket"), ""};
-  options.cores = 2;
+  const EngineOptions options{directory.File("arena"), directory.File("socket"), 2};
   try {
-    const Scenario scenario = Scenario::FromText("s.yaml", "statistics:\n" + statistics, Layout::BuiltIn());
-    const Engine engine(options, Layout::BuiltIn(), scenario);
+    ScenarioFiller filler("s.yaml",
+                          Scenario::FromText("s.yaml", "statistics:\n" + statistics, Layout::BuiltIn()));
+    const Engine engine(options, Layout::BuiltIn(), &filler);
     look();
   } catch (const HostError &error) {
     return error.what();

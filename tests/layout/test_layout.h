@@ -7,9 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "host/arena/host_error.h"
+#include "host/base/host_error.h"
 #include "host/layout/layout.h"
-#include "host/layout/scenario.h"
 
 namespace qdt::host {
 

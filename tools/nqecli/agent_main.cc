@@ -7,10 +7,10 @@
 #include <vector>
 
 #include "host/agent/handlers.h"
-#include "host/arena/host_error.h"
-#include "host/engine/arguments.h"
-#include "host/engine/services.h"
-#include "host/engine/words.h"
+#include "host/base/arguments.h"
+#include "host/base/host_error.h"
+#include "host/base/words.h"
+#include "host/library/services.h"
 #include "host/omcc/model.h"
 #include "tools/nqecli/attach.h"
 #include "tools/nqecli/output.h"

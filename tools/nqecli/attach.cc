@@ -2,10 +2,10 @@
 
 #include <algorithm>
 
-#include "host/arena/host_error.h"
-#include "host/engine/client.h"
-#include "host/engine/paths.h"
-#include "host/engine/services.h"
+#include "host/base/host_error.h"
+#include "host/library/services.h"
+#include "host/wire/client.h"
+#include "host/wire/paths.h"
 
 namespace qdt::nqecli {
 namespace {

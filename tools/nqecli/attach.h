@@ -5,7 +5,7 @@
 #include <string>
 
 #include "host/arena/arena.h"
-#include "host/engine/arguments.h"
+#include "host/base/arguments.h"
 
 namespace qdt::nqecli {
 

@@ -5,10 +5,10 @@
 #include <charconv>
 #include <optional>
 
-#include "host/arena/host_error.h"
-#include "host/engine/entry_points.h"
-#include "host/engine/words.h"
-#include "host/layout/near_name.h"
+#include "host/base/host_error.h"
+#include "host/base/near_name.h"
+#include "host/base/words.h"
+#include "host/library/entry_points.h"
 #include "qdt/cli.h"
 
 namespace qdt::nqecli {

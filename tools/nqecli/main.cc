@@ -11,10 +11,10 @@
 #include <vector>
 
 #include "host/arena/arena.h"
-#include "host/engine/arguments.h"
-#include "host/engine/client.h"
-#include "host/engine/entry_points.h"
-#include "host/engine/words.h"
+#include "host/base/arguments.h"
+#include "host/base/words.h"
+#include "host/library/entry_points.h"
+#include "host/wire/client.h"
 #include "qdt/tables.h"
 #include "tools/nqecli/attach.h"
 #include "tools/nqecli/catalog.h"

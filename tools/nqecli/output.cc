@@ -9,7 +9,7 @@
 #include <exception>
 #include <string>
 
-#include "host/arena/fd.h"
+#include "host/base/fd.h"
 
 namespace qdt::nqecli {
 namespace {

@@ -3,7 +3,7 @@
 
 #include <string_view>
 
-#include "host/engine/arguments.h"
+#include "host/base/arguments.h"
 
 namespace qdt::nqecli {
 

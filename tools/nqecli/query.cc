@@ -3,7 +3,7 @@
 #include <string>
 
 #include "host/arena/arena.h"
-#include "host/engine/services.h"
+#include "host/library/services.h"
 #include "qdt/tables.h"
 
 namespace qdt::nqecli {

@@ -3,7 +3,7 @@
 
 #include <span>
 
-#include "host/engine/entry_points.h"
+#include "host/library/entry_points.h"
 #include "tools/nqecli/output.h"
 
 namespace qdt::nqecli {

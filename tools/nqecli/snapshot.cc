@@ -8,8 +8,8 @@
 #include <csignal>
 #include <cstdio>
 
-#include "host/arena/fd.h"
-#include "host/engine/client.h"
+#include "host/base/fd.h"
+#include "host/wire/client.h"
 
 namespace qdt::nqecli {
 namespace {

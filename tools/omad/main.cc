@@ -13,14 +13,14 @@
 #include <string>
 
 #include "host/agent/worker.h"
-#include "host/arena/fd.h"
-#include "host/arena/host_error.h"
-#include "host/engine/arguments.h"
-#include "host/engine/client.h"
-#include "host/engine/paths.h"
-#include "host/engine/services.h"
-#include "host/engine/words.h"
+#include "host/base/arguments.h"
+#include "host/base/fd.h"
+#include "host/base/host_error.h"
+#include "host/base/words.h"
+#include "host/library/services.h"
 #include "host/omcc/model.h"
+#include "host/wire/client.h"
+#include "host/wire/paths.h"
 #include "tools/omad/server.h"
 
 namespace qdt::omad {

@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "host/agent/handlers.h"
-#include "host/arena/host_error.h"
+#include "host/base/host_error.h"
 #include "tools/omad/state.h"
 #include "tools/omad/subtree.h"
 

@@ -11,7 +11,7 @@
 #include <mutex>
 #include <thread>
 
-#include "host/arena/host_error.h"
+#include "host/base/host_error.h"
 #include "tools/omad/rpcs.h"
 
 namespace qdt::omad {

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "host/agent/handlers.h"
-#include "host/arena/host_error.h"
+#include "host/base/host_error.h"
 
 namespace qdt::omad {
 namespace {

@@ -1,0 +1,52 @@
+#ifndef HOST_ENGINE_FILLER_H_
+#define HOST_ENGINE_FILLER_H_
+
+#include <string>
+#include <vector>
+
+#include "host/arena/arena.h"
+#include "host/layout/layout.h"
+#include "host/regions/statistics.h"
+#include "host/scenario/nat_policy.h"
+#include "host/tbm/table_writer.h"
+
+namespace qdt::host {
+
+// What a filler fills. All of it is the engine's.
+struct FillTarget {
+  const Layout &layout;
+  Arena &arena;
+  TableWriter &writer;
+  Statistics &statistics;
+  std::vector<NatPolicyRule> &natPolicy;
+};
+
+// Gives an engine's tables and regions their contents: once, or from something that changes, for as long as
+// the engine runs. All calls come from the engine's thread, between two changes of its own.
+class Filler {
+ public:
+  // What the engine's status calls it: {"scenario", "/home/lab/office.yaml"}.
+  struct Source {
+    std::string kind;
+    std::string name;
+  };
+
+  virtual ~Filler() = default;
+
+  virtual Source source() const = 0;
+
+  // Fills the new arena, before anybody else sees it. Throws HostError with one line for the user.
+  virtual void Fill(const FillTarget &target) = 0;
+
+  // A file that is readable when there is something to follow, always the same; -1: nothing changes. Who has
+  // several files, or keeps time as well, gives an epoll descriptor with a timerfd among them.
+  virtual int changes() const { return -1; }
+
+  // Brings the arena up to date, when changes() is readable; reads what makes it so. Short, as clients wait
+  // meanwhile: what is left over makes changes() readable still. Does not throw.
+  virtual void Follow(const FillTarget & /*target*/) {}
+};
+
+}  // namespace qdt::host
+
+#endif  // HOST_ENGINE_FILLER_H_

@@ -1,0 +1,265 @@
+#include "host/scenario/entry_template.h"
+
+#include <algorithm>
+#include <charconv>
+#include <utility>
+
+#include "host/base/host_error.h"
+#include "host/base/near_name.h"
+
+namespace qdt::host {
+
+EntryTemplate::EntryTemplate(const YamlTree &tree, const Layout &layout, std::string owner, bool counting)
+    : tree_(tree), layout_(layout), owner_(std::move(owner)), counting_(counting) {}
+
+void EntryTemplate::Fail(const YamlNode &node, const std::string &path, const std::string &what) const {
+  tree_.Fail(node.line, owner_ + (path.empty() ? "" : "." + path) + ": " + what);
+}
+
+void EntryTemplate::Bind(const FieldSet &fields, const FieldSet *key, const YamlNode &entry) {
+  hasRepeat_ = key != nullptr;
+  BindMap(fields, key, entry, 0, "");
+  BindTimes(fields, entry);
+  if (key != nullptr) BindRestOfKey(*key, entry);
+}
+
+// A time that is left out is now, 0 seconds ago.
+void EntryTemplate::BindTimes(const FieldSet &fields, const YamlNode &entry) {
+  for (const Field &field : fields.all()) {
+    if (IsTimeAgo(field.ref.kind) && entry.Get(field.name) == nullptr)
+      values_.push_back({field.ref, false, 0, 0, {}, &entry, field.name});
+  }
+}
+
+// What the user does not give or has to give.
+void EntryTemplate::BindRestOfKey(const FieldSet &key, const YamlNode &entry) {
+  for (const Field &field : key.all()) {
+    if (field.constant) {
+      values_.push_back({field.ref, true, *field.constant, 0, {}, &entry, field.name});
+    } else if (entry.Get(field.name) == nullptr) {
+      Fail(entry, field.name, "missing (it is part of the entry's key)");
+    }
+  }
+}
+
+void EntryTemplate::BindMap(const FieldSet &fields, const FieldSet *key, const YamlNode &map, uint32_t base,
+                            const std::string &prefix) {
+  for (size_t i = 0; i < map.items.size(); i += 2) {
+    const YamlNode &name = *map.items[i];
+    const YamlNode &value = *map.items[i + 1];
+    if (hasRepeat_ && key != nullptr && name.text == "repeat") continue;
+    const Field *field = fields.Find(name.text);
+    const Field *keyField = key != nullptr ? key->Find(name.text) : nullptr;
+    if (keyField != nullptr && keyField->constant) {
+      Fail(name, name.text, "always " + ValueText(keyField->ref, *keyField->constant) + " (leave it out)");
+    }
+    if (keyField != nullptr) BindValue(keyField->ref, true, value, prefix + name.text);
+    if (field != nullptr && !field->selector.empty()) BindVariant(*field, name);
+    if (field != nullptr && field->pointer != 0) BindAttached(*field, name);
+    if (field != nullptr) BindField(*field, value, base, prefix + name.text);
+    if (field == nullptr && keyField == nullptr) {
+      const Field *nearest = fields.Nearest(name.text);
+      if (nearest == nullptr && key != nullptr) nearest = key->Nearest(name.text);
+      Fail(name, prefix + std::string(name.text.substr(0, 64)),
+           "no such field" + DidYouMean(nearest != nullptr ? nearest->name : "", "remove it"));
+    }
+  }
+}
+
+// At most one of the structures that share their bytes.
+void EntryTemplate::BindVariant(const Field &field, const YamlNode &node) {
+  for (const Variant &other : variants_) {
+    if (other.field->selector == field.selector)
+      Fail(node, field.name, "stands in the same bytes as " + other.field->name + " (remove one)");
+  }
+  variants_.push_back({&field, &node});
+}
+
+// At most one of the structures that one pointer leads to.
+void EntryTemplate::BindAttached(const Field &field, const YamlNode &node) {
+  for (const Attached &other : attached_) {
+    if (other.pointer.offset == field.pointer)
+      Fail(node, field.name, "the entry has the other kind of it already (remove one)");
+  }
+  attached_.push_back({{field.pointer, sizeof(uint64_t), FieldKind::kReference, 0, 0}, field.ref.offset});
+}
+
+// Whether the key of repetition `i` selects the structures that were given.
+void EntryTemplate::CheckVariants(uint32_t i) const {
+  for (const Variant &variant : variants_) {
+    const auto isSelector = [&](const Value &value) {
+      return value.inKey && value.path == variant.field->selector;
+    };
+    const auto value = std::find_if(values_.begin(), values_.end(), isSelector);
+    const std::vector<uint32_t> &selectedBy = variant.field->selectedBy;
+    if (std::find(selectedBy.begin(), selectedBy.end(), At(*value, i)) != selectedBy.end()) continue;
+    std::string choice;
+    for (const uint32_t number : selectedBy)
+      choice += (choice.empty() ? "" : " or ") + std::to_string(number);
+    Fail(*variant.node, variant.field->name, "is for " + variant.field->selector + " " + choice);
+  }
+}
+
+void EntryTemplate::BindField(const Field &field, const YamlNode &node, uint32_t base,
+                              const std::string &path) {
+  if (field.count != 0) return BindArray(field, node, base, path);
+  BindElement(field, node, base, path);
+}
+
+void EntryTemplate::BindArray(const Field &field, const YamlNode &node, uint32_t base,
+                              const std::string &path) {
+  const std::string holds = " (the array holds " + std::to_string(field.count) + ")";
+  if (node.IsList()) {
+    if (node.items.size() > field.count) {
+      Fail(node, path, std::to_string(node.items.size()) + " elements are too many" + holds);
+    }
+    for (uint32_t i = 0; i < node.items.size(); ++i) {
+      BindElement(field, *node.items[i], base + i * field.stride, path + "[" + std::to_string(i) + "]");
+    }
+  } else if (node.IsMap()) {
+    for (size_t i = 0; i < node.items.size(); i += 2) {
+      const std::string &text = node.items[i]->text;
+      uint32_t index = 0;
+      const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), index);
+      if (error != std::errc() || stop != text.data() + text.size() || index >= field.count) {
+        Fail(*node.items[i], path, Quoted(text) + " is not the number of an element" + holds);
+      }
+      BindElement(field, *node.items[i + 1], base + index * field.stride,
+                  path + "[" + std::to_string(index) + "]");
+    }
+  } else {
+    Fail(node, path, "not a list (write [VALUE, ...] or {NUMBER: VALUE, ...})");
+  }
+}
+
+void EntryTemplate::BindElement(const Field &field, const YamlNode &node, uint32_t base,
+                                const std::string &path) {
+  if (!field.fields.empty()) {
+    if (!node.IsMap()) Fail(node, path, "not a mapping (write {FIELD: VALUE, ...})");
+    BindMap(field.fields, nullptr, node, base + field.ref.offset, path + ".");
+  } else if (field.ref.kind == FieldKind::kReference && node.IsMap()) {
+    BindReference(field, node, base, path);
+  } else {
+    BindValue(field.ref.At(base), false, node, path);
+  }
+}
+
+void EntryTemplate::BindValue(const FieldRef &field, bool inKey, const YamlNode &node,
+                              const std::string &path) {
+  if (field.kind == FieldKind::kAddress) {
+    const YamlNode *from = node.Get("from");
+    const YamlNode &first = from != nullptr ? *from : node;
+    const std::optional<FieldRef> narrow = NarrowAddress(field, first.text);
+    if (!narrow)
+      Fail(first, path, Quoted(first.text) + " is not an address (write an IPv4, IPv6 or MAC address)");
+    return BindValue(*narrow, inKey, node, path);
+  }
+  Value value{field, inKey, 0, 0, {}, &node, path};
+  if (node.IsMap() && field.kind != FieldKind::kText) {
+    const YamlNode *from = node.Get("from");
+    const YamlNode *step = node.Get("step");
+    if (from == nullptr || step == nullptr || node.items.size() != 4) {
+      Fail(node, path, "not a value (write one, or {from: VALUE, step: NUMBER})");
+    }
+    if (!counting_) Fail(node, path, "counts up in an entry that is not repeated (add repeat: NUMBER)");
+    value.start = Parse(field, *from, path);
+    value.step = Parse(FieldRef{0, 8, FieldKind::kSigned, 0, 0}, *step, path + ".step");
+  } else if (!node.IsScalar()) {
+    Fail(node, path, node.IsNull() ? "no value (write one, or leave the field out)" : "not a single value");
+  } else if (field.kind == FieldKind::kText) {
+    if (node.text.size() > field.size) {
+      Fail(node, path,
+           std::to_string(node.text.size()) + " bytes are too many (the field holds " +
+               std::to_string(field.size) + ")");
+    }
+    value.text = node.text;
+  } else {
+    value.start = Parse(field, node, path);
+  }
+  values_.push_back(std::move(value));
+}
+
+// Of a field that can lead to one of several tables the value names the one: {nhp: {index: 5}}.
+void EntryTemplate::BindReference(const Field &field, const YamlNode &node, uint32_t base,
+                                  const std::string &path) {
+  if (field.targets.size() == 1) return BindTarget(field, field.targets[0], node, base, path);
+  std::string choice;
+  for (const std::string &target : field.targets) {
+    const YamlNode *key = node.items.size() == 2 ? node.Get(target) : nullptr;
+    if (key != nullptr && key->IsMap()) return BindTarget(field, target, *key, base, path + "." + target);
+    choice += (choice.empty() ? "{" : " or {") + target + ": {KEY FIELD: VALUE, ...}}";
+  }
+  Fail(node, path, "not a reference that names its table (write " + choice + ")");
+}
+
+void EntryTemplate::BindTarget(const Field &field, const std::string &table, const YamlNode &node,
+                               uint32_t base, const std::string &path) {
+  const TableLayout *target = layout_.FindTable(table);
+  const YamlNode *stale = node.Get("stale");
+  if (stale != nullptr && (node.items.size() != 2 || !stale->IsMap())) {
+    Fail(node, path, "not a stale reference (write {stale: {KEY FIELD: VALUE, ...}})");
+  }
+  if (target->key.empty()) Fail(node, path, target->shortName + " has no fields yet (write 0)");
+  UnboundReference unbound;
+  unbound.reference = {field.ref.At(base), target, {}, stale != nullptr, &node, path, {}};
+  unbound.key = std::make_unique<EntryTemplate>(tree_, layout_, owner_ + "." + path, counting_);
+  const YamlNode &wanted = stale != nullptr ? *stale : node;
+  unbound.key->BindMap(FieldSet(), &target->key, wanted, 0, "");
+  unbound.key->BindRestOfKey(target->key, wanted);
+  references_.push_back(std::move(unbound));
+}
+
+WideValue EntryTemplate::Parse(const FieldRef &field, const YamlNode &node, const std::string &path) const {
+  if (!node.IsScalar()) Fail(node, path, "not a single value");
+  std::string problem;
+  const std::optional<WideValue> value = ParseValue(field, node.text, &problem);
+  if (!value) Fail(node, path, problem);
+  return *value;
+}
+
+WideValue EntryTemplate::At(const Value &value, uint32_t i) const {
+  const WideValue now = value.start + value.step * i;
+  if (!value.field.Fits(now)) {
+    Fail(*value.node, value.path,
+         "repetition " + std::to_string(i + 1) + " counts past " + std::to_string(value.field.Width()) +
+             " bits");
+  }
+  return now;
+}
+
+void EntryTemplate::Write(uint32_t i, uint8_t *key, uint8_t *record) const {
+  CheckVariants(i);
+  for (const Value &value : values_) {
+    uint8_t *area = value.inKey ? key : record;
+    if (value.field.kind == FieldKind::kText) {
+      value.field.SetText(area, value.text);
+    } else {
+      value.field.Write(area, StoredValue(value.field, At(value, i)));
+    }
+  }
+}
+
+std::vector<EntryTemplate::Reference> EntryTemplate::References(uint32_t i) const {
+  std::vector<Reference> references;
+  for (const UnboundReference &unbound : references_) {
+    Reference reference = unbound.reference;
+    reference.key.resize(reference.target->spec.keySize);
+    unbound.key->Write(i, reinterpret_cast<uint8_t *>(reference.key.data()), nullptr);
+    reference.wanted = unbound.key->KeyText(i);
+    references.push_back(std::move(reference));
+  }
+  return references;
+}
+
+// "{group_type: 2, group_id: 7}"
+std::string EntryTemplate::KeyText(uint32_t i) const {
+  std::string text;
+  for (const Value &value : values_) {
+    const bool isText = value.field.kind == FieldKind::kText;
+    text += (text.empty() ? "{" : ", ") + value.path + ": " +
+            (isText ? Quoted(value.text) : ValueText(value.field, At(value, i)));
+  }
+  return text + "}";
+}
+
+}  // namespace qdt::host

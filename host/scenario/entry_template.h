@@ -1,0 +1,104 @@
+#ifndef HOST_SCENARIO_ENTRY_TEMPLATE_H_
+#define HOST_SCENARIO_ENTRY_TEMPLATE_H_
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/layout/layout.h"
+#include "host/layout/yaml_tree.h"
+
+namespace qdt::host {
+
+// One entry of a scenario with its names looked up and its texts read: what `repeat` makes many entries of.
+class EntryTemplate {
+ public:
+  // A reference still known by the key of the entry that it leads to.
+  struct Reference {
+    FieldRef field;
+    const TableLayout *target = nullptr;
+    std::string key;  // bytes
+    bool stale = false;
+    const YamlNode *node = nullptr;
+    std::string path;
+    std::string wanted;  // the key as an error line shows it
+  };
+
+  // `owner` is the table's or region's name in error lines; `counting` says whether values may count up.
+  EntryTemplate(const YamlTree &tree, const Layout &layout, std::string owner, bool counting);
+
+  // Reads the fields that `entry`, a mapping, gives. `key` is null for regions. Throws HostError.
+  void Bind(const FieldSet &fields, const FieldSet *key, const YamlNode &entry);
+
+  // Writes repetition `i` into zeroed areas. Throws HostError when a value has counted past its field.
+  void Write(uint32_t i, uint8_t *key, uint8_t *record) const;
+
+  // The references of repetition `i`.
+  std::vector<Reference> References(uint32_t i) const;
+  bool HasReferences() const { return !references_.empty(); }
+
+  // The structures that the record points to, where each of its repetitions has them.
+  struct Attached {
+    FieldRef pointer;
+    uint32_t at = 0;  // of the structure, from the record's start
+  };
+  const std::vector<Attached> &attached() const { return attached_; }
+
+ private:
+  // One value and where it goes; repetition i gets start + i * step.
+  struct Value {
+    FieldRef field;
+    bool inKey = false;
+    WideValue start = 0;
+    WideValue step = 0;
+    std::string_view text;  // of a text field, lives as long as the tree
+    const YamlNode *node = nullptr;
+    std::string path;
+  };
+
+  // A structure that stands in the record only for some values of a key field.
+  struct Variant {
+    const Field *field = nullptr;
+    const YamlNode *node = nullptr;
+  };
+
+  struct UnboundReference {
+    Reference reference;
+    std::unique_ptr<EntryTemplate> key;  // fills the target's key
+  };
+
+  void BindRestOfKey(const FieldSet &key, const YamlNode &entry);
+  void BindVariant(const Field &field, const YamlNode &node);
+  void BindAttached(const Field &field, const YamlNode &node);
+  void BindTimes(const FieldSet &fields, const YamlNode &entry);
+  void CheckVariants(uint32_t i) const;
+  void BindMap(const FieldSet &fields, const FieldSet *key, const YamlNode &map, uint32_t base,
+               const std::string &prefix);
+  void BindField(const Field &field, const YamlNode &node, uint32_t base, const std::string &path);
+  void BindArray(const Field &field, const YamlNode &node, uint32_t base, const std::string &path);
+  void BindElement(const Field &field, const YamlNode &node, uint32_t base, const std::string &path);
+  void BindValue(const FieldRef &field, bool inKey, const YamlNode &node, const std::string &path);
+  void BindReference(const Field &field, const YamlNode &node, uint32_t base, const std::string &path);
+  void BindTarget(const Field &field, const std::string &table, const YamlNode &node, uint32_t base,
+                  const std::string &path);
+  WideValue Parse(const FieldRef &field, const YamlNode &node, const std::string &path) const;
+  WideValue At(const Value &value, uint32_t i) const;
+  std::string KeyText(uint32_t i) const;
+  [[noreturn]] void Fail(const YamlNode &node, const std::string &path, const std::string &what) const;
+
+  const YamlTree &tree_;
+  const Layout &layout_;
+  std::string owner_;
+  bool counting_;
+  bool hasRepeat_ = false;  // entries may say repeat, the keys of references may not
+  std::vector<Value> values_;
+  std::vector<Variant> variants_;
+  std::vector<UnboundReference> references_;
+  std::vector<Attached> attached_;
+};
+
+}  // namespace qdt::host
+
+#endif  // HOST_SCENARIO_ENTRY_TEMPLATE_H_

@@ -1,0 +1,318 @@
+#include "host/scenario/scenario.h"
+
+#include <arpa/inet.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstring>
+#include <deque>
+#include <filesystem>
+#include <system_error>
+#include <unordered_map>
+#include <unordered_set>
+#include <utility>
+
+#include "host/base/host_error.h"
+#include "host/base/near_name.h"
+#include "host/base/text_file.h"
+#include "host/layout/yaml_tree.h"
+#include "host/scenario/entry_template.h"
+#include "host/scenario/nat_policy_section.h"
+#include "host/tbm/route_key.h"
+
+namespace qdt::host {
+
+class ScenarioReader {
+ public:
+  explicit ScenarioReader(const Layout &layout) : layout_(layout) { places_.fill(kNowhere); }
+
+  Scenario Read(const std::string &file, std::string_view text) {
+    ReadFile(file, text);
+    ResolveReferences();
+    for (size_t i = 0; i < scenario_.tables_.size(); ++i) CheckOwners(scenario_.tables_[i], index_[i]);
+    return std::move(scenario_);
+  }
+
+ private:
+  static constexpr uint32_t kNowhere = ~0u;
+
+  static constexpr std::string_view kInclude = "include";
+  static constexpr int kMaxIncludeDepth = 16;
+  static constexpr std::string_view kRegions = "regions";
+
+  // What is known of a table's entries besides their bytes.
+  struct Index {
+    const YamlTree *tree;                             // the file that they stand in
+    std::unordered_map<std::string, uint32_t> byKey;  // not for tables with several entries a key
+    std::vector<uint32_t> lines;
+  };
+
+  struct Pending {
+    uint32_t place;  // in scenario_.tables_
+    uint32_t entry;
+    EntryTemplate::Reference reference;
+  };
+
+  [[noreturn]] void Fail(const YamlNode &node, const std::string &where, const std::string &what) const {
+    tree_->Fail(node.line, where + ": " + what);
+  }
+
+  // Each file is read once, so that neither circles nor files that include many others get out of hand.
+  void ReadFile(const std::string &file, std::string_view text) {
+    files_.insert(Identity(file));
+    const YamlTree *const outer = std::exchange(tree_, &trees_.emplace_back(file, text));
+    const YamlNode &root = tree_->root();
+    for (size_t i = 0; i < root.items.size(); i += 2) ReadSection(*root.items[i], *root.items[i + 1]);
+    tree_ = outer;
+  }
+
+  static std::string Identity(const std::string &file) {
+    std::error_code none;  // a file that cannot be found is known by the name that was given
+    const std::filesystem::path found = std::filesystem::canonical(file, none);
+    return none ? file : found.string();
+  }
+
+  void ReadSection(const YamlNode &name, const YamlNode &node) {
+    if (name.text == kInclude) return ReadIncludes(name, node);
+    const auto [at, isNew] = sections_.emplace(name.text, tree_->file() + ":" + std::to_string(name.line));
+    if (!isNew) {
+      Fail(name, name.text.substr(0, 64), "stands at " + at->second + " already (put everything there)");
+    }
+    if (name.text == kRegions) {
+      ReadRegions(name, node);
+    } else if (name.text == kNatPolicySection) {
+      scenario_.natPolicy_ = ReadNatPolicy(*tree_, name, node);
+    } else if (name.text == kStatisticsSection) {
+      scenario_.statistics_ = ReadStatistics(*tree_, name, node);
+    } else {
+      ReadTable(name, node);
+    }
+  }
+
+  void ReadIncludes(const YamlNode &name, const YamlNode &node) {
+    if (!node.IsList()) Fail(name, name.text, "not a list of files (write [FILE, ...])");
+    for (const YamlNode *entry : node.items) {
+      if (!entry->IsScalar() || entry->text.empty()) Fail(*entry, name.text, "not the name of a file");
+      const std::string file = (std::filesystem::path(tree_->file()).parent_path() / entry->text).string();
+      if (files_.contains(Identity(file)))
+        Fail(*entry, name.text,
+             Quoted(entry->text) + " is part of the scenario already (name each file once)");
+      if (++depth_ > kMaxIncludeDepth) {
+        Fail(*entry, name.text,
+             "files include each other too deeply (" + std::to_string(kMaxIncludeDepth) +
+                 " levels are the limit)");
+      }
+      ReadFile(file, TextOf(file, *entry));
+      --depth_;
+    }
+  }
+
+  std::string TextOf(const std::string &file, const YamlNode &entry) const {
+    try {
+      return ReadTextFile(file, Scenario::kMaxFileSize);
+    } catch (const HostError &error) {
+      Fail(entry, std::string(kInclude), error.what());
+    }
+  }
+
+  void ReadTable(const YamlNode &name, const YamlNode &node) {
+    const TableLayout *table = layout_.FindTable(name.text);
+    if (table == nullptr) {
+      NearName near(name.text);
+      std::string_view nearest;
+      for (const std::string_view section : {kInclude, kRegions, kNatPolicySection, kStatisticsSection}) {
+        if (near.Offer(section)) nearest = section;
+      }
+      for (const TableLayout &other : layout_.tables()) {
+        if (near.Offer(other.shortName)) nearest = other.shortName;
+      }
+      Fail(name, name.text.substr(0, 64), "no such table" + DidYouMean(nearest, "nqecli tables lists them"));
+    }
+    if (table->fields.empty()) Fail(name, name.text, "this table has no fields yet (leave it out)");
+    if (!node.IsList() && !node.IsNull())
+      Fail(name, name.text, "not a list of entries (write - {FIELD: VALUE, ...})");
+    places_[table->spec.id] = static_cast<uint32_t>(scenario_.tables_.size());
+    scenario_.tables_.emplace_back().layout = table;
+    index_.push_back({tree_, {}, {}});
+    for (const YamlNode *entry : node.items) ReadEntry(*table, *entry);
+  }
+
+  void ReadEntry(const TableLayout &table, const YamlNode &node) {
+    if (!node.IsMap())
+      Fail(node, table.shortName, "an entry that is not a mapping (write {FIELD: VALUE, ...})");
+    const uint32_t count = Repetitions(table, node);
+    PlannedTable &planned = scenario_.tables_.back();
+    const uint32_t first = planned.count();
+    if (count > table.spec.capacity - first) {
+      Fail(node, table.shortName,
+           "the table is full (it holds " + std::to_string(table.spec.capacity) + " entries)");
+    }
+    EntryTemplate entry(*tree_, layout_, table.shortName, node.Get("repeat") != nullptr);
+    entry.Bind(table.fields, &table.key, node);
+    planned.keys.resize(planned.keys.size() + size_t{count} * table.spec.keySize);
+    planned.records.resize(planned.records.size() + size_t{count} * table.spec.StoredSize());
+    for (uint32_t i = 0; i < count; ++i) {
+      uint8_t *key = planned.keys.data() + size_t{first + i} * table.spec.keySize;
+      entry.Write(i, key, planned.records.data() + size_t{first + i} * table.spec.StoredSize());
+      CheckRoute(table, node, key);
+      Remember(table, node, key, first + i);
+      for (EntryTemplate::Reference &reference : entry.References(i)) {
+        pending_.push_back({places_[table.spec.id], first + i, std::move(reference)});
+      }
+      for (const EntryTemplate::Attached &part : entry.attached()) {
+        planned.references.push_back({first + i, part.pointer, table.spec.id, first + i, false, part.at});
+      }
+    }
+  }
+
+  uint32_t Repetitions(const TableLayout &table, const YamlNode &entry) const {
+    const YamlNode *repeat = entry.Get("repeat");
+    if (repeat == nullptr) return 1;
+    uint32_t count = 0;
+    const char *end = repeat->text.data() + repeat->text.size();
+    const auto [stop, error] = std::from_chars(repeat->text.data(), end, count);
+    if (repeat->text.empty() || error != std::errc() || stop != end || count == 0) {
+      Fail(*repeat, table.shortName + ".repeat",
+           Quoted(repeat->text) + " is not a number of entries (1 or more)");
+    }
+    return count;
+  }
+
+  // The table manager refuses routes that could never match; here they still have a line.
+  void CheckRoute(const TableLayout &table, const YamlNode &node, const uint8_t *key) const {
+    if (IsGoodKey(table.spec.lookup, key)) return;
+    const uint32_t size = PrefixAddressSize(table.spec.lookup);
+    uint16_t length;
+    std::memcpy(&length, key, sizeof length);
+    if (length > size * 8) {
+      Fail(node, table.shortName,
+           "a prefix of " + std::to_string(length) + " bits (the address has " + std::to_string(size * 8) +
+               ")");
+    }
+    uint8_t address[16];
+    std::memcpy(address, key + kPrefixAddressOffset, size);
+    const std::string given = RouteText(address, size);
+    KeepPrefix(address, size, length);
+    Fail(node, table.shortName,
+         given + " has bits behind its prefix of " + std::to_string(length) + " bits (write " +
+             RouteText(address, size) + ")");
+  }
+
+  static std::string RouteText(const uint8_t *address, uint32_t size) {
+    char text[INET6_ADDRSTRLEN] = "";
+    inet_ntop(size == 4 ? AF_INET : AF_INET6, address, text, sizeof text);
+    return text;
+  }
+
+  void Remember(const TableLayout &table, const YamlNode &node, const uint8_t *key, uint32_t entry) {
+    Index &index = index_.back();
+    index.lines.push_back(node.line);
+    if (table.spec.lookup == Lookup::kMany) return;
+    const auto [at, isNew] =
+        index.byKey.emplace(std::string(reinterpret_cast<const char *>(key), table.spec.keySize), entry);
+    if (isNew) return;
+    std::string names;
+    for (const Field &field : table.key.all()) names += (names.empty() ? "" : ", ") + field.name;
+    Fail(node, table.shortName,
+         "the entry of line " + std::to_string(index.lines[at->second]) + " has the same key (change " +
+             names + ")");
+  }
+
+  void ReadRegions(const YamlNode &name, const YamlNode &node) {
+    if (node.IsNull()) return;
+    if (!node.IsMap()) Fail(name, "regions", "not a mapping (write REGION: {FIELD: VALUE, ...})");
+    for (size_t i = 0; i < node.items.size(); i += 2) ReadRegion(*node.items[i], *node.items[i + 1]);
+  }
+
+  void ReadRegion(const YamlNode &name, const YamlNode &node) {
+    const RegionLayout *region = layout_.FindRegion(name.text);
+    if (region == nullptr) {
+      Fail(name, name.text.substr(0, 64),
+           "no such region" + DidYouMean(layout_.NearestRegion(name.text), "remove it"));
+    }
+    if (region->fields.empty()) Fail(name, name.text, "this region has no fields yet (leave it out)");
+    if (!node.IsMap())
+      Fail(node.IsNull() ? name : node, name.text, "not a mapping (write {FIELD: VALUE, ...})");
+    EntryTemplate contents(*tree_, layout_, name.text, false);
+    contents.Bind(region->fields, nullptr, node);
+    if (contents.HasReferences() || !contents.attached().empty())
+      Fail(node, name.text, "references are for tables (write an address)");
+    PlannedRegion &planned = scenario_.regions_.emplace_back();
+    planned.layout = region;
+    planned.bytes.resize(region->spec.size);
+    contents.Write(0, nullptr, planned.bytes.data());
+  }
+
+  void ResolveReferences() {
+    for (const Pending &pending : pending_) {
+      const EntryTemplate::Reference &reference = pending.reference;
+      PlannedTable &planned = scenario_.tables_[pending.place];
+      const uint32_t place = places_[reference.target->spec.id];
+      uint32_t target = kNowhere;
+      if (place != kNowhere) {
+        const auto found = index_[place].byKey.find(reference.key);
+        if (found != index_[place].byKey.end()) target = found->second;
+      }
+      if (target == kNowhere) {
+        index_[pending.place].tree->Fail(
+            reference.node->line, planned.layout->shortName + "." + reference.path + ": " +
+                                      reference.target->shortName + " has no entry " + reference.wanted +
+                                      " (add it, or write 0)");
+      }
+      planned.references.push_back(
+          {pending.entry, reference.field, reference.target->spec.id, target, reference.stale, 0});
+    }
+    for (PlannedTable &planned : scenario_.tables_) {
+      std::stable_sort(planned.references.begin(), planned.references.end(),
+                       [](const auto &a, const auto &b) { return a.entry < b.entry; });
+    }
+  }
+
+  // Entries that are part of others need those.
+  void CheckOwners(const PlannedTable &planned, const Index &index) const {
+    const TableLayout &table = *planned.layout;
+    if (table.partOf.empty()) return;
+    const TableLayout &owner = *layout_.FindTable(table.partOf);
+    const uint32_t place = places_[owner.spec.id];
+    for (uint32_t i = 0; i < planned.count(); ++i) {
+      const uint8_t *key = planned.key(i).data();
+      const std::string wanted(reinterpret_cast<const char *>(key), owner.spec.keySize);
+      if (place != kNowhere && index_[place].byKey.contains(wanted)) continue;
+      std::string shown;
+      for (const Field &field : owner.key.all()) {
+        shown += (shown.empty() ? "{" : ", ") + field.name + ": " + ValueText(field.ref, field.ref.Read(key));
+      }
+      index.tree->Fail(index.lines[i],
+                       table.shortName + ": " + owner.shortName + " has no entry " + shown + "} (add it)");
+    }
+  }
+
+  const Layout &layout_;
+  std::deque<YamlTree> trees_;                             // the files, which errors may still have to name
+  const YamlTree *tree_ = nullptr;                         // the file being read
+  std::unordered_set<std::string> files_;                  // by their real paths
+  int depth_ = 0;                                          // of the file that is being read
+  std::unordered_map<std::string, std::string> sections_;  // FILE:LINE of each
+  Scenario scenario_;
+  std::vector<Index> index_;                  // beside scenario_.tables_
+  std::array<uint32_t, kTableCount> places_;  // of each table in scenario_.tables_
+  std::vector<Pending> pending_;
+};
+
+Scenario Scenario::Load(const std::string &path, const Layout &layout) {
+  return FromText(path, ReadTextFile(path, kMaxFileSize), layout);
+}
+
+Scenario Scenario::FromText(const std::string &file, std::string_view text, const Layout &layout) {
+  return ScenarioReader(layout).Read(file, text);
+}
+
+const PlannedTable *Scenario::FindTable(uint32_t id) const {
+  for (const PlannedTable &table : tables_) {
+    if (table.layout->spec.id == id) return &table;
+  }
+  return nullptr;
+}
+
+}  // namespace qdt::host

@@ -1,0 +1,80 @@
+#ifndef HOST_WIRE_SERVER_H_
+#define HOST_WIRE_SERVER_H_
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <list>
+#include <string>
+#include <vector>
+
+#include "host/wire/protocol.h"
+
+namespace qdt::host {
+
+struct ServerLimits {
+  size_t clients = 128;
+  // A client that leaves a request half sent or a reply unread for this long is dropped. One that rests
+  // between two requests may stay for ever.
+  std::chrono::milliseconds patience{30'000};
+};
+
+// Answers command lines on a listening socket. One thread, one poll loop, nothing in it blocks: requests and
+// replies wait in per-client buffers. A client's next request is looked at only when its last reply is out,
+// so that what the engine holds for one client is bounded by one request and one reply; and clients take
+// turns, one request each.
+class Server {
+ public:
+  // `listener` is a listening stream socket that does not block and outlives the server; `run` is called on
+  // the serving thread and does not throw anything but HostError.
+  Server(int listener, EngineChannel run, ServerLimits limits = {});
+  ~Server();
+
+  // Has Serve call `work` every `period`, on the serving thread between two requests, from one period after
+  // this call on. A call that is late by whole periods is made once, not once a period: work that has to
+  // keep pace looks at a clock. `work` is short (clients wait meanwhile) and does not throw.
+  void AddTick(std::chrono::milliseconds period, std::function<void()> work);
+
+  // Has Serve call `work` whenever `fd`, which outlives the server, is readable or has failed, between two
+  // requests. `work` takes away what made it so, is short and does not throw.
+  void AddWatch(int fd, std::function<void()> work);
+
+  // Serves until `stop` is readable (a signalfd, a pipe). Throws HostError when the system cannot wait.
+  void Serve(int stop);
+
+ private:
+  struct Connection;
+  struct Watch {
+    int fd;
+    std::function<void()> work;
+  };
+  struct Tick {
+    std::chrono::milliseconds period;
+    std::function<void()> work;
+    std::chrono::steady_clock::time_point due;
+  };
+
+  void Accept();
+  void Read(Connection *client);
+  // Runs the client's next request if it is complete and the last reply is out.
+  void Advance(Connection *client);
+  void Reply(Connection *client, EngineReply reply);
+  void Flush(Connection *client);
+  EngineReply RunOne(const Frame &request);
+  int PollTimeout() const;
+  void RunTicks();
+  void DropStalled();
+
+  int listener_;
+  EngineChannel run_;
+  ServerLimits limits_;
+  std::list<Connection> clients_;
+  std::vector<Watch> watches_;
+  std::vector<Tick> ticks_;
+  std::chrono::steady_clock::time_point
+      acceptAgain_{};  // not before, when the process had no descriptor left
+};
+
+}  // namespace qdt::host
+
+#endif  // HOST_WIRE_SERVER_H_

@@ -1,0 +1,205 @@
+// nqed: the lab engine. Fills an arena from a scenario file, publishes it and answers command lines on its
+// socket.
+
+#include <sys/signalfd.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <charconv>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <optional>
+
+#include "host/base/arguments.h"
+#include "host/base/words.h"
+#include "host/commands/commands.h"
+#include "host/engine/engine.h"
+#include "host/engine/scenario_filler.h"
+#include "host/library/services.h"
+#include "host/packet/traffic.h"
+#include "host/wire/client.h"
+#include "host/wire/listener.h"
+#include "host/wire/paths.h"
+#include "host/wire/server.h"
+
+namespace qdt::host {
+namespace {
+
+constexpr int kFailure = 2;
+constexpr std::chrono::seconds kAgingPeriod{1};  // what times are counted in
+
+constexpr char kUsage[] =
+    "usage: nqed --scenario FILE [--arena PATH] [--socket PATH] [--layout DIR] [--cores N] [--traffic RATE]\n"
+    "       nqed status [--arena PATH]\n"
+    "\n"
+    "Runs the lab engine in the foreground until SIGTERM or SIGINT; prints one line when it is ready.\n"
+    "\n"
+    "  --scenario FILE  what the engine's tables hold (YAML)\n"
+    "  --arena PATH     shared file to publish, /dev/shm/nqe.arena unless told otherwise\n"
+    "  --socket PATH    socket for command lines, the arena's path and \".sock\" unless told otherwise\n"
+    "  --layout DIR     table layouts, the built-in ones unless told otherwise\n"
+    "  --cores N        forwarding cores that keep statistics, 4 unless told otherwise\n"
+    "  --traffic RATE   simulate so many packets a second, none unless told otherwise\n"
+    "  --help, --version\n"
+    "\n"
+    "exit codes: 0 stopped as asked (status: the engine runs), 2 bad usage, nothing published (status: no "
+    "engine)\n";
+
+struct CommandLine {
+  bool status = false;
+  bool help = false;
+  bool version = false;
+  std::string scenario;   // file
+  std::string layoutDir;  // empty: the layouts that the program was built with
+  uint32_t traffic = 0;   // simulated packets a second
+  EngineOptions options;
+};
+
+std::string AbsolutePath(const std::string &path) {
+  std::error_code failure;
+  const std::filesystem::path absolute = std::filesystem::absolute(path, failure);
+  if (failure) throw HostError("the working directory is gone; change to another, or name absolute paths");
+  return absolute;
+}
+
+// Takes the option when it is the next word, with a number from `least` to `most`.
+bool TakeNumber(Arguments *arguments, const char *name, uint32_t least, uint32_t most, uint32_t *number) {
+  std::string value;
+  if (!arguments->TakeValue(name, &value)) return false;
+  const char *end = value.data() + value.size();
+  const auto [stop, error] = std::from_chars(value.data(), end, *number);
+  if (error == std::errc() && stop == end && *number >= least && *number <= most) return true;
+  throw HostError(std::string(name) + " " + Quoted(value) + " is not a number from " + std::to_string(least) +
+                  " to " + std::to_string(most));
+}
+
+CommandLine Parse(Arguments arguments) {
+  CommandLine line;
+  EngineOptions &options = line.options;
+  options.arena = kDefaultArena;
+  while (!arguments.empty()) {
+    if (arguments.Take("--help")) {
+      line.help = true;
+    } else if (arguments.Take("--version")) {
+      line.version = true;
+    } else if (arguments.Take("status")) {
+      line.status = true;
+    } else if (!arguments.TakeValue("--scenario", &line.scenario) &&
+               !arguments.TakeValue("--arena", &options.arena) &&
+               !arguments.TakeValue("--socket", &options.socket) &&
+               !arguments.TakeValue("--layout", &line.layoutDir) &&
+               !TakeNumber(&arguments, "--cores", 1, kMaxCores, &options.cores) &&
+               !TakeNumber(&arguments, "--traffic", 1, Traffic::kMaxRate, &line.traffic)) {
+      throw HostError("cannot make sense of " + Quoted(arguments.front()) + "; try --help");
+    }
+  }
+  if (options.socket.empty()) options.socket = options.arena + kSocketEnding;
+  for (std::string *path : {&options.arena, &options.socket, &line.scenario}) {
+    if (!path->empty()) *path = AbsolutePath(*path);
+  }
+  return line;
+}
+
+bool Write(const std::string &text) {
+  return std::fputs(text.c_str(), stdout) >= 0 && std::fflush(stdout) == 0;
+}
+
+// What was asked for.
+void Print(const std::string &text) {
+  if (!Write(text)) throw SystemError("cannot write the answer");
+}
+
+// The signals that stop the engine, as a file to wait for.
+class StopSignals {
+ public:
+  StopSignals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP}) sigaddset(&signals, signal);
+    sigprocmask(SIG_BLOCK, &signals, nullptr);
+    fd_ = UniqueFd(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
+    if (!fd_.ok()) throw SystemError("cannot wait for signals");
+  }
+  int fd() const { return fd_.get(); }
+
+ private:
+  UniqueFd fd_;
+};
+
+int ShowStatus(const EngineOptions &options) {
+  // Attaching tells a live engine from an arena that one left behind.
+  const auto arena = Arena::Attach(options.arena, Arena::Access::kLive);
+  const EngineReply reply = EngineClient(arena->socketPath()).Run("status");
+  if (reply.status != kReplyOk) throw HostError("the engine refuses to tell its status: " + reply.text);
+  Print(reply.text);
+  return 0;
+}
+
+int RunEngine(const CommandLine &line) {
+  const EngineOptions &options = line.options;
+  if (line.scenario.empty()) throw HostError("no scenario; name one with --scenario FILE");
+  // Said at once, not after a long load.
+  Arena::CheckFree(options.arena);
+  std::optional<Layout> otherLayout;
+  if (!line.layoutDir.empty()) otherLayout = Layout::FromDirectory(line.layoutDir);
+  const Layout &layout = otherLayout ? *otherLayout : Layout::BuiltIn();
+  ScenarioFiller filler(line.scenario, Scenario::Load(line.scenario, layout));
+
+  // From here on there are files to take along when the engine is told to stop.
+  const StopSignals stop;
+  Engine engine(options, layout, &filler);
+  std::optional<Traffic> traffic;
+  if (line.traffic != 0) traffic.emplace(&engine, line.traffic, EngineTraceOutput());
+  const EngineChannel channel = [&engine](std::string_view words) { return RunCommandLine(engine, words); };
+  SetEngineChannel(channel);
+  Listener listener(options.socket);
+  engine.Publish();
+  listener.Unlock();
+  Server server(listener.fd(), channel);
+  server.AddTick(kAgingPeriod, [&engine] { engine.Age(); });
+  if (engine.changes() >= 0) server.AddWatch(engine.changes(), [&engine] { engine.Follow(); });
+  if (traffic) server.AddTick(Traffic::kPeriod, [&traffic] { traffic->Tick(); });
+
+  const TableUse use = CountEntries();
+  // The engine runs on when nobody reads that.
+  Write("nqed: ready, pid " + std::to_string(getpid()) + ", arena " + options.arena + ", socket " +
+        options.socket + ", " + std::to_string(use.entries) + " entries in " + std::to_string(use.tables) +
+        " tables\n");
+  syslog(LOG_INFO, "ready, arena %s", options.arena.c_str());
+  server.Serve(stop.fd());
+  syslog(LOG_INFO, "stopping, arena %s", options.arena.c_str());
+  engine.Retire();
+  SetEngineChannel(nullptr);
+  return 0;
+}
+
+int Main(int argc, char **argv) {
+  KeepStandardFds();
+  // What these would end is an error of a system call instead, which cleans up and says so.
+  std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);
+  openlog("nqed", LOG_PID, LOG_DAEMON);
+  try {
+    const CommandLine line = Parse(Arguments(argc, argv));
+    if (line.help) {
+      Print(kUsage);
+      return 0;
+    }
+    if (line.version) {
+      Print("nqed " + BuildInfo(false) + "\n");
+      return 0;
+    }
+    return line.status ? ShowStatus(line.options) : RunEngine(line);
+  } catch (const std::exception &error) {
+    std::fprintf(stderr, "nqed: %s\n", error.what());
+    return kFailure;
+  }
+}
+
+}  // namespace
+}  // namespace qdt::host
+
+int main(int argc, char **argv) { return qdt::host::Main(argc, argv); }
