@@ -483,13 +483,25 @@ int usleep(useconds_t microseconds) {
   return 0;
 }
 
-void syslog(int priority, const char *format, ...) {
+void vsyslog(int priority, const char *format, va_list args) {
   char text[4096];
+  std::vsnprintf(text, sizeof(text), format, args);
+  FakePlatform::Get().log.push_back({priority, text});
+}
+
+void syslog(int priority, const char *format, ...) {
   va_list args;
   va_start(args, format);
-  std::vsnprintf(text, sizeof(text), format, args);
+  vsyslog(priority, format, args);
   va_end(args);
-  FakePlatform::Get().log.push_back({priority, text});
+}
+
+// What syslog is called where the C library checks formats.
+void __syslog_chk(int priority, int, const char *format, ...) {
+  va_list args;
+  va_start(args, format);
+  vsyslog(priority, format, args);
+  va_end(args);
 }
 
 }  // extern "C"

@@ -54,6 +54,7 @@ class AlignmentTest : public ViewTest {
     if (row.id == 4) records.U8(16 + 11, 0);  // no output interfaces, whose records are elsewhere
     if (row.id == 69) records.U8(24 + 9, 0);
     if (row.id == 65) records.U32(0, 12);  // the length of the names
+    if (row.id == 67) records.Copy(0, "rule name r1");
     return records;
   }
 

@@ -109,9 +109,6 @@ struct Program {
   const Piece *Pieces() const { return reinterpret_cast<const Piece *>(Literals() + literals); }
 };
 
-// Literals are read in steps of this many bytes, and so past their end: a program goes on there.
-inline constexpr size_t kStep = 16;
-
 // A conversion as it stands in a format.
 struct Conversion {
   size_t literal = 0;  // where the literal before it begins in the format
@@ -388,7 +385,6 @@ struct Outline {
   char literals[kLength]{};
   size_t length = 0;
   size_t bound = 0;
-  size_t read = 0;  // bytes that are read of the literals and of what is behind them
 
   constexpr void Add(const Conversion &c, const char *from, Kind text) {
     Piece &piece = pieces[count++];
@@ -398,7 +394,6 @@ struct Outline {
     piece.flags = static_cast<uint8_t>((c.left ? Piece::kLeft : 0) | (c.zero ? Piece::kZero : 0) |
                                        (c.widthIsArgument ? Piece::kWidthIsArgument : 0) |
                                        c.precision * Piece::kPrecision);
-    read = length + (c.length > kStep ? (c.length + kStep - 1) / kStep * kStep : kStep);
     for (size_t i = 0; i < c.length; ++i) literals[length++] = from[c.literal + i];
     bound += c.length + MaxField(c, text);
   }
@@ -434,18 +429,16 @@ consteval auto MakeOutline() {
 }
 
 // A program as it lies in memory.
-template <size_t kLiterals, size_t kPieces, size_t kRest>
+template <size_t kSize>
 struct Compiled {
   Program head;
-  char text[kLiterals + kPieces * sizeof(Piece) + kRest];  // literals, pieces, and what is read behind them
+  char text[kSize];  // literals, then pieces
 };
 
 template <Format F, Kind... kTextKinds>
 consteval auto Compile() {
   constexpr auto kOutline = MakeOutline<F, kTextKinds...>();
-  constexpr size_t kBehind = kOutline.length + kOutline.count * sizeof(Piece);
-  constexpr size_t kRest = kOutline.read > kBehind ? kOutline.read - kBehind : 0;
-  Compiled<kOutline.length, kOutline.count, kRest> program{
+  Compiled<kOutline.length + kOutline.count * sizeof(Piece)> program{
       {static_cast<uint16_t>(kOutline.bound), static_cast<uint16_t>(kOutline.length),
        uint8_t{sizeof...(kTextKinds)}},
       {}};
