@@ -38,12 +38,12 @@ struct Ipv6Text {
 };
 inline Ipv6Text ToText(const uint8_t (&address)[16]) {
   Ipv6Text result;
-  PutIpv6(result.text, address);
+  *PutIpv6(result.text, address) = '\0';
   return result;
 }
 inline Ipv6Text ToText(const uint32_t (&words)[4]) {
   Ipv6Text result;
-  PutIpv6(result.text, words);
+  *PutIpv6(result.text, words) = '\0';
   return result;
 }
 

@@ -2,84 +2,97 @@
 
 #include <array>
 #include <bit>
-#include <cstring>
 
 namespace qdt {
 namespace {
 
 // "00" to "99".
 constexpr auto kPairs = [] {
-  std::array<std::array<char, 2>, 100> pairs{};
-  for (int i = 0; i < 100; ++i) pairs[i] = {static_cast<char>('0' + i / 10), static_cast<char>('0' + i % 10)};
+  std::array<char, 200> pairs{};
+  for (int i = 0; i < 100; ++i) {
+    pairs[2 * i] = static_cast<char>('0' + i / 10);
+    pairs[2 * i + 1] = static_cast<char>('0' + i % 10);
+  }
   return pairs;
 }();
 
-void PutPair(char *at, uint32_t value) { std::memcpy(at, kPairs[value].data(), 2); }
-
-void PutFour(char *at, uint32_t value) {
-  PutPair(at, value / 100);
-  PutPair(at + 2, value % 100);
+char *PutPair(char *at, uint64_t value) {
+  std::memcpy(at, &kPairs[2 * value], 2);
+  return at + 2;
 }
 
-// What has to be added to a value of so many bits for its number of digits to stand in the upper half: where
-// the values of one width have d or d + 1 digits, those from 10^d on carry into it.
-constexpr auto kDigitCarries = [] {
-  std::array<uint64_t, 33> carries{};
-  uint64_t digits = 1;
-  uint64_t power = 10;  // 10^digits
-  for (int bits = 0; bits <= 32; ++bits) {
-    const uint64_t largest = (uint64_t{1} << bits) - 1;
-    if (largest < power) {
-      carries[bits] = digits << 32;
-    } else {
-      ++digits;
-      carries[bits] = (digits << 32) - power;
-      power *= 10;
-    }
-  }
-  return carries;
-}();
+// The first one or two digits.
+char *PutLeading(char *at, uint64_t value) {
+  if (value >= 10) return PutPair(at, value);
+  *at = static_cast<char>('0' + value);
+  return at + 1;
+}
 
-uint32_t CountDigits(uint32_t value) {
-  return static_cast<uint32_t>((value + kDigitCarries[std::bit_width(value)]) >> 32);
+// A number with a fraction of kPoint bits: each step brings the next two digits in front of the point.
+template <int kPoint, int kSteps>
+char *PutFraction(char *at, uint64_t number) {
+  constexpr uint64_t kFraction = (uint64_t{1} << kPoint) - 1;
+  at = PutLeading(at, number >> kPoint);
+  for (int i = 0; i < kSteps; ++i) {
+    number = (number & kFraction) * 100;
+    at = PutPair(at, number >> kPoint);
+  }
+  return at;
+}
+
+// A value over 100^kSteps, rounded up so far that no digit falls short.
+template <int kPoint, int kSteps>
+char *PutScaled(char *at, uint64_t value) {
+  constexpr uint64_t kPower = kSteps == 1 ? 100 : kSteps == 2 ? 10000 : kSteps == 3 ? 1000000 : 100000000;
+  return PutFraction<kPoint, kSteps>(at, value * ((uint64_t{1} << kPoint) / kPower + 1));
 }
 
 }  // namespace
 
+constinit const char g_hexPairs[512] = {
+#define QDT_PAIR(high, low) high, low
+#define QDT_ROW(high)                                                                                      \
+  QDT_PAIR(high, '0'), QDT_PAIR(high, '1'), QDT_PAIR(high, '2'), QDT_PAIR(high, '3'), QDT_PAIR(high, '4'), \
+      QDT_PAIR(high, '5'), QDT_PAIR(high, '6'), QDT_PAIR(high, '7'), QDT_PAIR(high, '8'),                  \
+      QDT_PAIR(high, '9'), QDT_PAIR(high, 'a'), QDT_PAIR(high, 'b'), QDT_PAIR(high, 'c'),                  \
+      QDT_PAIR(high, 'd'), QDT_PAIR(high, 'e'), QDT_PAIR(high, 'f')
+    QDT_ROW('0'), QDT_ROW('1'), QDT_ROW('2'), QDT_ROW('3'), QDT_ROW('4'), QDT_ROW('5'),
+    QDT_ROW('6'), QDT_ROW('7'), QDT_ROW('8'), QDT_ROW('9'), QDT_ROW('a'), QDT_ROW('b'),
+    QDT_ROW('c'), QDT_ROW('d'), QDT_ROW('e'), QDT_ROW('f'),
+#undef QDT_ROW
+#undef QDT_PAIR
+};
+
 char *PutUnsigned(char *at, uint32_t value) {
-  char *const end = at + CountDigits(value);
-  char *digit = end;
-  for (; value >= 10000; value /= 10000) PutFour(digit -= 4, value % 10000);
-  if (value >= 100) {
-    PutPair(digit -= 2, value % 100);
-    value /= 100;
-  }
-  if (value >= 10) {
-    PutPair(digit - 2, value);
-  } else {
-    digit[-1] = static_cast<char>('0' + value);
-  }
-  return end;
+  if (value < 100) return PutLeading(at, value);
+  if (value < 10000) return PutScaled<32, 1>(at, value);
+  if (value < 1000000) return PutScaled<32, 2>(at, value);
+  if (value < 100000000) return PutScaled<48, 3>(at, value);
+  return PutScaled<57, 4>(at, value);
 }
 
 char *PutUnsigned64(char *at, uint64_t value) {
   constexpr uint32_t kTenTo8 = 100000000;
   if (value <= UINT32_MAX) return PutUnsigned(at, static_cast<uint32_t>(value));
   at = PutUnsigned64(at, value / kTenTo8);
-  const auto rest = static_cast<uint32_t>(value % kTenTo8);
-  PutFour(at, rest / 10000);
-  PutFour(at + 4, rest % 10000);
-  return at + 8;
+  auto rest = static_cast<uint32_t>(value % kTenTo8);
+  for (uint32_t unit = kTenTo8 / 100; unit != 0; unit /= 100) {
+    at = PutPair(at, rest / unit);
+    rest %= unit;
+  }
+  return at;
 }
 
 char *PutHexadecimal(char *at, uint64_t value) {
   char *const end = at + (std::bit_width(value | 1) + 3) / 4;
-  for (char *digit = end; digit != at; value >>= 4) *--digit = "0123456789abcdef"[value & 0xF];
+  char *digit = end;
+  for (; digit - at >= 2; value >>= 8) PutByte(digit -= 2, static_cast<uint8_t>(value));
+  if (digit != at) *at = g_hexPairs[2 * (value & 0xF) + 1];
   return end;
 }
 
 char *PutWord(char *at, uint32_t value) {
-  for (int shift = 28; shift >= 0; shift -= 4) *at++ = "0123456789abcdef"[value >> shift & 0xF];
+  for (int shift = 24; shift >= 0; shift -= 8) at = PutByte(at, static_cast<uint8_t>(value >> shift));
   return at;
 }
 

@@ -2,6 +2,7 @@
 #define SRC_OM_COMMON_DIGITS_H_
 
 #include <cstdint>
+#include <cstring>
 
 namespace qdt {
 
@@ -12,6 +13,15 @@ char *PutHexadecimal(char *at, uint64_t value);
 
 // All eight digits.
 char *PutWord(char *at, uint32_t value);
+
+// "00" to "ff", two characters each.
+extern const char g_hexPairs[512];
+
+// Both digits.
+inline char *PutByte(char *at, uint8_t value) {
+  std::memcpy(at, g_hexPairs + 2 * value, 2);
+  return at + 2;
+}
 
 }  // namespace qdt
 

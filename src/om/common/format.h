@@ -51,7 +51,6 @@ struct Format {
 // How a value is printed. Values are handed over as 64 bits: numbers extended by their own sign, texts as the
 // address of their characters (kText) or of a std::string_view (kView), doubles as their bits.
 enum class Kind : uint8_t {
-  kNone,  // no value: the literal goes on in the next piece, or ends the program
   kUnsigned,
   kSigned,
   kHexadecimal,
@@ -59,12 +58,14 @@ enum class Kind : uint8_t {
   kWord,  // eight
   kMac,
   kCharacter,
-  kText,  // from here to kIpv6Words: what %s takes
-  kView,
   kIpv4,
   kIpv6,
   kIpv6Words,
+  kLastOfKnownLength = kIpv6Words,  // up to here the format says how long a value can be
   kFixed,
+  kText,
+  kView,
+  kNone,         // no value: the literal goes on in the next piece, or ends the program
   kFirstPadded,  // from here on: padded to a width; the kind is what is left
 };
 
@@ -75,7 +76,7 @@ constexpr Kind Unpadded(Kind kind) {
   return static_cast<Kind>(static_cast<uint8_t>(kind) - static_cast<uint8_t>(Kind::kFirstPadded));
 }
 
-// One run of literal text and how the value behind it is printed.
+// One run of literal text and how the value behind it is printed. The characters of the literal follow.
 struct Piece {
   enum Flag : uint8_t {
     kLeft = 1,
@@ -87,26 +88,24 @@ struct Piece {
   };
   static constexpr uint8_t kMaxPrecision = 7;
 
-  uint8_t literal;  // its characters
+  uint8_t length;  // of the literal
   Kind kind;
   uint8_t width;
   uint8_t flags;
 
   constexpr bool Has(int flag) const { return (flags & flag) != 0; }
   int Precision() const { return flags / kPrecision; }
+  const char *Literal() const { return reinterpret_cast<const char *>(this + 1); }
+  const Piece *Next() const { return reinterpret_cast<const Piece *>(Literal() + length); }
 };
 
-inline constexpr size_t kMostArguments = 32;
-
-// What every program begins with. Behind it stand the literals, without their conversions, and the pieces. A
-// program holds no address, so that the loader has nothing to do.
+// What every program begins with; the pieces follow. A program holds no address, so that the loader has
+// nothing to do.
 struct Program {
-  uint16_t bound;     // characters that are printed at most, apart from texts and widths that are arguments
-  uint16_t literals;  // bytes of literals
-  uint8_t arguments;
+  uint16_t bound;  // characters that are printed at most, apart from texts and widths that are arguments
+  bool isLine;     // one number without a width behind 16 to 32 characters, then a line's end
 
-  const char *Literals() const { return reinterpret_cast<const char *>(this + 1); }
-  const Piece *Pieces() const { return reinterpret_cast<const Piece *>(Literals() + literals); }
+  const Piece *First() const { return reinterpret_cast<const Piece *>(this + 1); }
 };
 
 // A conversion as it stands in a format.
@@ -370,37 +369,42 @@ constexpr Kind KindOf(const Conversion &c, Kind text) {
         return Kind::kNone;
     }
   }();
-  if (c.width == 0 && !c.widthIsArgument) return plain;
+  if (c.type == 0 || (c.width == 0 && !c.widthIsArgument)) return plain;
   if (plain == Kind::kHexadecimal && c.zero && c.width == 2 && c.bytes == 4) return Kind::kByte;
   if (plain == Kind::kHexadecimal && c.zero && c.width == 8 && c.bytes == 4) return Kind::kWord;
   return Padded(plain);
 }
 
-// A format's literals and pieces as they stand in its program. A line's end behind the last value takes no
-// piece.
+// A program in the making. A line's end behind the last value takes no piece.
 template <size_t kMost, size_t kLength>
 struct Outline {
-  Piece pieces[kMost]{};
+  char bytes[kMost * sizeof(Piece) + kLength]{};
+  size_t size = 0;
+  size_t last = 0;  // where the last piece stands
   size_t count = 0;
-  char literals[kLength]{};
-  size_t length = 0;
   size_t bound = 0;
 
   constexpr void Add(const Conversion &c, const char *from, Kind text) {
-    Piece &piece = pieces[count++];
-    piece.literal = static_cast<uint8_t>(c.length);
-    piece.kind = KindOf(c, text);
-    piece.width = c.width;
-    piece.flags = static_cast<uint8_t>((c.left ? Piece::kLeft : 0) | (c.zero ? Piece::kZero : 0) |
-                                       (c.widthIsArgument ? Piece::kWidthIsArgument : 0) |
-                                       c.precision * Piece::kPrecision);
-    for (size_t i = 0; i < c.length; ++i) literals[length++] = from[c.literal + i];
+    last = size;
+    ++count;
+    bytes[size++] = static_cast<char>(c.length);
+    bytes[size++] = static_cast<char>(KindOf(c, text));
+    bytes[size++] = static_cast<char>(c.width);
+    bytes[size++] = static_cast<char>((c.left ? Piece::kLeft : 0) | (c.zero ? Piece::kZero : 0) |
+                                      (c.widthIsArgument ? Piece::kWidthIsArgument : 0) |
+                                      c.precision * Piece::kPrecision);
+    for (size_t i = 0; i < c.length; ++i) bytes[size++] = from[c.literal + i];
     bound += c.length + MaxField(c, text);
   }
 
-  constexpr void EndLine() {
-    pieces[count - 1].flags |= Piece::kNewline;
-    ++bound;
+  constexpr Kind LastKind() const { return static_cast<Kind>(bytes[last + 1]); }
+  constexpr void Flag(int flag) { bytes[last + 3] = static_cast<char>(bytes[last + 3] | flag); }
+
+  constexpr bool IsLine() const {
+    const Kind kind = LastKind();
+    const int length = bytes[last];
+    return count == 1 && (bytes[last + 3] & Piece::kNewline) != 0 && length >= 16 && length <= 32 &&
+           (kind == Kind::kUnsigned || kind == Kind::kSigned || kind == Kind::kHexadecimal);
   }
 };
 
@@ -413,8 +417,9 @@ consteval auto MakeOutline() {
   for (size_t i = 0; i < kFrom.count; ++i) {
     const Conversion &c = kFrom.conversions[i];
     const bool isLineEnd = i + 1 == kFrom.count && c.type == 0 && c.length == 1 && F.text[c.literal] == '\n';
-    if (isLineEnd && i > 0 && outline.pieces[i - 1].kind != Kind::kNone) {
-      outline.EndLine();
+    if (isLineEnd && i > 0 && outline.LastKind() != Kind::kNone) {
+      outline.Flag(Piece::kNewline);
+      ++outline.bound;
       break;
     }
     argument += c.widthIsArgument;
@@ -422,9 +427,8 @@ consteval auto MakeOutline() {
     argument += c.type != 0;
   }
   if (kFrom.count == 0) outline.Add({}, F.text, Kind::kNone);  // a format of nothing is one piece of nothing
-  outline.pieces[outline.count - 1].flags |= Piece::kLast;
+  outline.Flag(Piece::kLast);
   if (outline.bound > UINT16_MAX) Refuse("a format of more than 65,535 characters");
-  if (sizeof...(kTextKinds) > kMostArguments) Refuse("a format of more than 32 arguments");
   return outline;
 }
 
@@ -432,24 +436,14 @@ consteval auto MakeOutline() {
 template <size_t kSize>
 struct Compiled {
   Program head;
-  char text[kSize];  // literals, then pieces
+  char pieces[kSize];
 };
 
 template <Format F, Kind... kTextKinds>
 consteval auto Compile() {
   constexpr auto kOutline = MakeOutline<F, kTextKinds...>();
-  Compiled<kOutline.length + kOutline.count * sizeof(Piece)> program{
-      {static_cast<uint16_t>(kOutline.bound), static_cast<uint16_t>(kOutline.length),
-       uint8_t{sizeof...(kTextKinds)}},
-      {}};
-  char *at = program.text;
-  for (size_t i = 0; i < kOutline.length; ++i) *at++ = kOutline.literals[i];
-  for (size_t i = 0; i < kOutline.count; ++i) {
-    const Piece &piece = kOutline.pieces[i];
-    for (const uint8_t byte : {piece.literal, static_cast<uint8_t>(piece.kind), piece.width, piece.flags}) {
-      *at++ = static_cast<char>(byte);
-    }
-  }
+  Compiled<kOutline.size> program{{static_cast<uint16_t>(kOutline.bound), kOutline.IsLine()}, {}};
+  for (size_t i = 0; i < kOutline.size; ++i) program.pieces[i] = kOutline.bytes[i];
   return program;
 }
 

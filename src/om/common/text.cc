@@ -1,6 +1,5 @@
 #include "src/om/common/text.h"
 
-#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 
@@ -19,7 +18,7 @@ constexpr char kDigits[] = "0123456789abcdef";
 // Copies a short run of characters, and touches nothing else: two copies that overlap are as quick as one,
 // and quicker than a call.
 template <size_t kSize>
-void CopyEnds(char *to, const char *from, size_t length) {
+[[gnu::always_inline]] inline void CopyEnds(char *to, const char *from, size_t length) {
   char first[kSize], last[kSize];
   std::memcpy(first, from, kSize);
   std::memcpy(last, from + length - kSize, kSize);
@@ -27,10 +26,9 @@ void CopyEnds(char *to, const char *from, size_t length) {
   std::memcpy(to + length - kSize, last, kSize);
 }
 
-void CopyLiteral(char *to, const char *from, size_t length) {
-  if (length > 32) {
-    std::memcpy(to, from, length);
-  } else if (length >= 16) {
+[[gnu::always_inline]] inline void CopyLiteral(char *to, const char *from, size_t length) {
+  if (length >= 16) {
+    for (; length > 32; length -= 16, to += 16, from += 16) std::memcpy(to, from, 16);
     CopyEnds<16>(to, from, length);
   } else if (length >= 8) {
     CopyEnds<8>(to, from, length);
@@ -58,6 +56,13 @@ constexpr size_t kLongestBody = 340;
 
 char *PutFixed(char *at, double value, int precision) {
   return at + std::snprintf(at, kLongestBody, "%.*f", precision, value);
+}
+
+// Flags and small counts are most of what records hold.
+[[gnu::always_inline]] inline char *PutDecimal(char *at, uint64_t value) {
+  if (value >= 10) return PutUnsigned64(at, value);
+  *at = static_cast<char>('0' + value);
+  return at + 1;
 }
 
 char *PutSigned(char *at, uint64_t value) {
@@ -99,9 +104,9 @@ char *PutValue(char *at, Kind kind, const Piece &piece, uint64_t value) {
   }
 }
 
-// What a piece that has a value makes of it; `values` is moved past what it takes, `buffer` may hold the
-// body.
-Field MakeField(const Piece &piece, const uint64_t *&values, char *buffer) {
+// What a piece makes of its value, of which `width` stands before it where that is an argument. `buffer` may
+// hold the body.
+Field MakeField(const Piece &piece, const uint64_t *values, char *buffer) {
   Kind kind = piece.kind;
   Field field{{}, 0, piece.Has(Piece::kLeft), piece.Has(Piece::kZero)};
   int64_t width = piece.width;
@@ -114,15 +119,20 @@ Field MakeField(const Piece &piece, const uint64_t *&values, char *buffer) {
       width = -width;
     }
   }
-  const uint64_t value = *values++;
   if (kind == Kind::kText || kind == Kind::kView) {
-    field.body = TextOf(kind, value);
+    field.body = TextOf(kind, *values);
   } else {
-    field.body = {buffer, static_cast<size_t>(PutValue(buffer, kind, piece, value) - buffer)};
+    field.body = {buffer, static_cast<size_t>(PutValue(buffer, kind, piece, *values) - buffer)};
   }
-  if (field.body.size() < static_cast<size_t>(width))
+  if (field.body.size() < static_cast<size_t>(width)) {
     field.padding = static_cast<size_t>(width) - field.body.size();
+  }
   return field;
+}
+
+// How many values a piece takes.
+size_t Takes(const Piece &piece) {
+  return piece.kind == Kind::kNone ? 0 : piece.Has(Piece::kWidthIsArgument) ? 2 : 1;
 }
 
 char *Pad(char *at, char fill, size_t count) {
@@ -141,76 +151,114 @@ char *PutField(char *at, const Field &field) {
   return field.left ? Pad(at, ' ', field.padding) : at;
 }
 
+// Writes a padded value at `at` and returns its end; null when it would reach beyond `limit`, which may lie
+// before `at`.
+[[gnu::noinline]] char *PutPadded(char *at, const char *limit, const Piece &piece, const uint64_t *values) {
+  char buffer[kLongestBody];
+  const Field field = MakeField(piece, values, buffer);
+  return static_cast<ptrdiff_t>(field.size()) > limit - at ? nullptr : PutField(at, field);
+}
+
+// The same for a text that is not padded.
+char *PutText(char *at, const char *limit, std::string_view text) {
+  if (static_cast<ptrdiff_t>(text.size()) > limit - at) return nullptr;
+  return at + text.copy(at, text.size());
+}
+
 }  // namespace
 
-Text::Text(char *out, uint32_t room)
-    : begin_(out), at_(out), end_(out == nullptr ? out : out + room), failed_(begin_ == end_) {
-  if (!failed_) *at_ = '\0';
+bool Text::RunWith(const Program &program, uint64_t value) {
+  // A line of a label and a flag or a small count is most of what views print.
+  if (program.isLine && value < 10 && !failed_ && Room() > program.bound) {
+    const Piece *const piece = program.First();
+    CopyEnds<16>(at_, piece->Literal(), piece->length);
+    char *at = at_ + piece->length;
+    *at++ = static_cast<char>('0' + value);
+    *at++ = '\n';
+    *at = '\0';
+    at_ = at;
+    return true;
+  }
+  return Run(program, &value);
 }
 
-bool Text::RunWith(const Program &program, uint64_t value) { return Run(program, &value); }
-
-bool Text::RunWithAll(const Program &program, ...) {
-  uint64_t values[format::kMostArguments];
-  va_list list;
-  va_start(list, program);
-  for (int i = 0; i < program.arguments; ++i) values[i] = va_arg(list, uint64_t);
-  va_end(list);
-  return Run(program, values);
-}
-
+// Numbers and addresses, whose room was seen to at the start. Anything else goes on in RunRest.
 bool Text::Run(const Program &program, const uint64_t *values) {
-  // What is left of the room when all numbers are as long as can be, for texts and widths that are arguments.
-  size_t slack = Room();
-  if (failed_ || slack <= program.bound) return RunChecked(program, values);
-  slack -= program.bound + 1;
+  if (failed_ || Room() <= program.bound) return RunChecked(program, values);
   const uint64_t *value = values;
-  const char *literal = program.Literals();
+  const Piece *piece = program.First();
   char *at = at_;
-  for (const Piece *piece = program.Pieces();; ++piece) {
-    const size_t length = piece->literal;
-    CopyLiteral(at, literal, length);
+  for (;; piece = piece->Next()) {
+    if (piece->kind > Kind::kLastOfKnownLength) return RunRest(program, values, piece, value, at);
+    const size_t length = piece->length;
+    CopyLiteral(at, piece->Literal(), length);
     at += length;
-    literal += length;
+    switch (piece->kind) {
+      case Kind::kUnsigned:
+        at = PutDecimal(at, *value);
+        break;
+      case Kind::kSigned:
+        at = PutSigned(at, *value);
+        break;
+      case Kind::kHexadecimal:
+        at = PutHexadecimal(at, *value);
+        break;
+      case Kind::kWord:
+        at = PutWord(at, static_cast<uint32_t>(*value));
+        break;
+      case Kind::kMac:
+        at = PutMac(at, reinterpret_cast<const uint8_t *>(*value));
+        break;
+      case Kind::kIpv4:
+        at = PutIpv4(at, static_cast<uint32_t>(*value));
+        break;
+      case Kind::kIpv6:
+        at = PutIpv6(at, reinterpret_cast<const uint8_t *>(*value));
+        break;
+      case Kind::kIpv6Words:
+        at = PutIpv6(at, reinterpret_cast<const uint32_t *>(*value));
+        break;
+      case Kind::kByte:
+        at = *value > 0xFF ? PutHexadecimal(at, *value) : PutByte(at, static_cast<uint8_t>(*value));
+        break;
+      default:
+        *at++ = static_cast<char>(*value);  // a character
+    }
+    ++value;
+    if (piece->flags & (Piece::kLast | Piece::kNewline)) break;
+  }
+  if (piece->Has(Piece::kNewline)) *at++ = '\n';
+  *at = '\0';
+  at_ = at;
+  return true;
+}
+
+// Goes on at a piece with a text or a width; what is printed before it stands at the text's end.
+bool Text::RunRest(const Program &program, const uint64_t *values, const Piece *piece, const uint64_t *value,
+                   char *at) {
+  // Up to here texts and widths that are arguments may reach: what is behind is for the rest.
+  const char *const limit = end_ - 1 - program.bound;
+  for (;; piece = piece->Next()) {
+    CopyLiteral(at, piece->Literal(), piece->length);
+    at += piece->length;
     switch (piece->kind) {
       case Kind::kNone:
         break;
       case Kind::kUnsigned:
-        // Flags and small counts are most of what records hold.
-        if (*value < 10) {
-          *at++ = static_cast<char>('0' + *value++);
-        } else {
-          at = PutUnsigned64(at, *value++);
-        }
+        at = PutDecimal(at, *value++);
         break;
-      case Kind::kSigned:
-        at = PutSigned(at, *value++);
+      case Kind::kText:
+      case Kind::kView:
+        at = PutText(at, limit, TextOf(piece->kind, *value++));
         break;
-      case Kind::kHexadecimal:
-        at = PutHexadecimal(at, *value++);
-        break;
-      case Kind::kWord:
-        at = PutWord(at, static_cast<uint32_t>(*value++));
-        break;
-      case Kind::kMac:
-        at = PutMac(at, reinterpret_cast<const uint8_t *>(*value++));
-        break;
-      case Kind::kIpv4:
-        at = PutIpv4(at, static_cast<uint32_t>(*value++));
-        break;
-      default: {
-        char buffer[kLongestBody];
-        const Field field = MakeField(*piece, value, buffer);
-        if (field.size() > slack) return RunChecked(program, values);
-        slack -= field.size();
-        at = PutField(at, field);
-      }
+      default:
+        at = PutPadded(at, limit, *piece, value);
+        value += Takes(*piece);
     }
-    if (piece->Has(Piece::kLast)) {
-      if (piece->Has(Piece::kNewline)) *at++ = '\n';
-      break;
-    }
+    if (at == nullptr) return RunChecked(program, values);
+    if (piece->Has(Piece::kLast)) break;
   }
+  if (piece->Has(Piece::kNewline)) *at++ = '\n';
   *at = '\0';
   at_ = at;
   return true;
@@ -219,18 +267,15 @@ bool Text::Run(const Program &program, const uint64_t *values) {
 // Looks at the room before each step.
 bool Text::RunChecked(const Program &program, const uint64_t *values) {
   if (failed_) return false;
-  const char *literal = program.Literals();
   char *at = at_;
-  for (const Piece *piece = program.Pieces();; ++piece) {
-    if (static_cast<size_t>(end_ - at) <= piece->literal) break;
-    CopyLiteral(at, literal, piece->literal);
-    at += piece->literal;
-    literal += piece->literal;
+  for (const Piece *piece = program.First();; piece = piece->Next()) {
+    if (static_cast<size_t>(end_ - at) <= piece->length) break;
+    CopyLiteral(at, piece->Literal(), piece->length);
+    at += piece->length;
     if (piece->kind != Kind::kNone) {
-      char buffer[kLongestBody];
-      const Field field = MakeField(*piece, values, buffer);
-      if (static_cast<size_t>(end_ - at) <= field.size()) break;
-      at = PutField(at, field);
+      at = PutPadded(at, end_ - 1, *piece, values);
+      if (at == nullptr) break;
+      values += Takes(*piece);
     }
     if (!piece->Has(Piece::kLast)) continue;
     if (piece->Has(Piece::kNewline)) {

@@ -29,7 +29,10 @@ namespace qdt {
 class Text {
  public:
   // `room` counts the terminating NUL.
-  Text(char *out, uint32_t room);
+  Text(char *out, uint32_t room)
+      : begin_(out), at_(out), end_(out == nullptr ? out : out + room), failed_(begin_ == end_) {
+    if (!failed_) *at_ = '\0';
+  }
   Text(const Text &) = delete;
   Text &operator=(const Text &) = delete;
 
@@ -108,16 +111,16 @@ class Text {
     } else if constexpr (sizeof...(I) == 1) {
       return RunWith(program, slots.template Value<format::kParsed<F>.OfArgument(I)>()...);
     } else {
-      return RunWithAll(program, slots.template Value<format::kParsed<F>.OfArgument(I)>()...);
+      const uint64_t values[] = {slots.template Value<format::kParsed<F>.OfArgument(I)>()...};
+      return Run(program, values);
     }
   }
 
   // Adds what the program makes of its values, of which there are as many as it has arguments.
   bool Run(const format::Program &program, const uint64_t *values);
   bool RunWith(const format::Program &program, uint64_t value);
-  // Takes the values as they come, so that its callers need no array, nor the guard of one.
-  bool RunWithAll(const format::Program &program, ...);
-
+  bool RunRest(const format::Program &program, const uint64_t *values, const format::Piece *piece,
+               const uint64_t *value, char *at);
   bool RunChecked(const format::Program &program, const uint64_t *values);
 
   char *begin_;

@@ -13,7 +13,7 @@ bool Allocate(void **record, size_t size, SourceLine where) {
 }
 
 bool IsAligned(const void *record, Shape shape) {
-  return reinterpret_cast<uintptr_t>(record) % shape.alignment == 0;
+  return (reinterpret_cast<uintptr_t>(record) & (shape.alignment - 1)) == 0;
 }
 
 // Prints a record from an aligned copy.

@@ -1,6 +1,8 @@
 #ifndef SRC_OM_COMMON_TEXT_H_
 #define SRC_OM_COMMON_TEXT_H_
 
+#include <arpa/inet.h>
+
 #include <cstdint>
 #include <cstdio>
 #include <string>
@@ -27,9 +29,9 @@ class Text {
   template <format::Format F, typename... Args>
   bool Print(Args... args) {
     if (failed_) return false;
-    const int written = std::apply(
-        [this](const auto &...each) { return snprintf(at_, Room(), F.text, Value(each)...); },
-        std::tuple_cat(Own(args)...));
+    const int written =
+        std::apply([this](const auto &...each) { return snprintf(at_, Room(), F.text, Value(each)...); },
+                   std::tuple_cat(Own(args)...));
     if (written < 0 || static_cast<size_t>(written) >= Room()) {
       *at_ = '\0';
       failed_ = true;
@@ -51,13 +53,22 @@ class Text {
   int32_t Result() const { return failed_ ? code_ : static_cast<int32_t>(size()); }
 
  private:
-  // What snprintf takes in the place of an argument. Text wants a terminator here, and a null text prints nothing; a
-  // MAC address is six numbers.
+  // What snprintf takes in the place of an argument. Text wants a terminator here, and a null text prints
+  // nothing; a MAC address is six numbers.
   template <typename T>
   static auto Own(T value) {
     if constexpr (std::is_same_v<T, Mac>) {
       const uint8_t *const mac = value.bytes;
       return std::tuple(mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+    } else if constexpr (std::is_same_v<T, Ipv4>) {
+      const uint32_t network = htonl(value.address);
+      return std::tuple(TextOf(AF_INET, &network));
+    } else if constexpr (std::is_same_v<T, Ipv6>) {
+      return std::tuple(TextOf(AF_INET6, value.bytes));
+    } else if constexpr (std::is_same_v<T, Ipv6Words>) {
+      uint32_t network[4];
+      for (int i = 0; i < 4; ++i) network[i] = htonl(value.words[i]);
+      return std::tuple(TextOf(AF_INET6, network));
     } else if constexpr (std::is_same_v<T, std::string_view>) {
       return std::tuple(std::string(value));
     } else if constexpr (std::is_convertible_v<T, const char *>) {
@@ -71,6 +82,17 @@ class Text {
     return value;
   }
   static const char *Value(const std::string &text) { return text.c_str(); }
+
+  // Addresses as the C library writes them.
+  struct Ip {
+    char text[INET6_ADDRSTRLEN];
+  };
+  static const char *Value(const Ip &address) { return address.text; }
+  static Ip TextOf(int family, const void *bytes) {
+    Ip ip;
+    inet_ntop(family, bytes, ip.text, sizeof(ip.text));
+    return ip;
+  }
 
   char *begin_;
   char *at_;
