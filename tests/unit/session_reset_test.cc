@@ -209,6 +209,7 @@ TEST_F(SessionStatisticsTest, SendsTheEnginesText) {
   }
   EXPECT_EQ(platform.answers, std::vector<std::string>(3, "sessions: 17\n"));
   EXPECT_EQ(platform.allocations[0].size, 20480u);
+  EXPECT_EQ(platform.allocations[0].path, "src/om/oma/qdt_oma_session");
   EXPECT_TRUE(platform.log.empty());
 }
 

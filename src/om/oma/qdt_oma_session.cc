@@ -16,7 +16,10 @@
 #include "src/om/oma/session_filter.h"
 #include "src/om/oma/session_flow.h"
 
-// The list of sessions that the management agent asks for.
+// The list of sessions that the management agent asks for, and their statistics.
+uint64_t g_lastSaveFlowCreateNum, g_lastRateCalTime;
+uint64_t g_curFlowNum, g_curFlowRate, g_maxFlowRate, g_maxFlowNum;
+
 namespace qdt {
 namespace {
 
@@ -208,5 +211,18 @@ int32_t QdtOmaQuerySessionProc(AgentRequest request) {
   }
   SessionQueryOutput output = {answer.get(), qdt::kListingRoom, 0, 1};
   if (!qdt::List(&output)) return kFailed;
+  return QdtOmSendMsg(answer.get()) == 0 ? 0 : kFailed;
+}
+
+int32_t QdtOmaSessionStatisticsProc(AgentRequest) {
+  const qdt::OwnedText answer = qdt::AllocateZeroed<char>(QDT_HERE, qdt::kListingRoom);
+  if (answer == nullptr) {
+    QDT_LOG_ERROR("malloc buf for session statistics failed\n");
+    return kFailed;
+  }
+  if (QdtPrintSessStat(answer.get(), qdt::kListingRoom) < 0) {
+    QDT_LOG_ERROR("Print session statistics info failed\n");
+    return kFailed;
+  }
   return QdtOmSendMsg(answer.get()) == 0 ? 0 : kFailed;
 }

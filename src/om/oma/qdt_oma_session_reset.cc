@@ -3,18 +3,12 @@
 #include <algorithm>
 #include <cstddef>
 
-#include "platform/engine.h"
 #include "platform/tbm.h"
 #include "qdt/session.h"
-#include "src/om/common/log.h"
 #include "src/om/common/memory_probe.h"
-#include "src/om/common/owned.h"
 #include "src/om/engine/session.h"
-#include "src/om/oma/listing_end.h"
 
-// Aging out of sessions, and their statistics.
-uint64_t g_lastSaveFlowCreateNum, g_lastRateCalTime;
-uint64_t g_curFlowNum, g_curFlowRate, g_maxFlowRate, g_maxFlowNum;
+// Aging out of sessions.
 
 namespace {
 
@@ -60,17 +54,4 @@ int32_t QdtOmaResetSessionProc(AgentRequest request) {
   SessionParamValuelClear();
   QuerySessionGetParam(request, 0);
   return QdtSessResetProc();
-}
-
-int32_t QdtOmaSessionStatisticsProc(AgentRequest) {
-  const qdt::OwnedText answer = qdt::AllocateZeroed<char>(QDT_HERE, qdt::kListingRoom);
-  if (answer == nullptr) {
-    QDT_LOG_ERROR("malloc buf for session statistics failed\n");
-    return -1;
-  }
-  if (QdtPrintSessStat(answer.get(), qdt::kListingRoom) < 0) {
-    QDT_LOG_ERROR("Print session statistics info failed\n");
-    return -1;
-  }
-  return QdtOmSendMsg(answer.get()) == 0 ? 0 : -1;
 }
