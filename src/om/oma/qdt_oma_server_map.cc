@@ -10,6 +10,7 @@
 #include "qdt/tables.h"
 #include "src/om/common/address.h"
 #include "src/om/common/clock.h"
+#include "src/om/common/memory_probe.h"
 #include "src/om/common/owned.h"
 #include "src/om/engine/server_map.h"
 #include "src/om/oma/listing_end.h"
@@ -241,9 +242,10 @@ int32_t OmaQueryServerMapGetInfo(void *entry, void *context) {
 }
 
 int32_t OmaResetServerMapGetInfo(void *entry, void *context) {
-  auto *const map = static_cast<qdt::ServerMapEntry *>(entry);
-  if (qdt::IsMeant(static_cast<ServerMapQuery *>(context), *map) && qdt::IsReset(map->type))
-    __atomic_store_n(&map->ttl, qdt::kServerMapAgedOut, __ATOMIC_RELAXED);
+  const qdt::ServerMapEntry &map = AsEntry(entry);
+  if (qdt::IsMeant(static_cast<ServerMapQuery *>(context), map) && qdt::IsReset(map.type)) {
+    qdt::WriteEngineMemory(reinterpret_cast<uint64_t>(&map.ttl), &qdt::kServerMapAgedOut, sizeof(map.ttl));
+  }
   return QDT_TBL_CONTINUE;
 }
 
@@ -275,6 +277,7 @@ int32_t QdtOmaResetServerMapProc(AgentRequest request) {
   uint32_t bucket = 0;
   int32_t status;
   do {
+    const qdt::EngineMemoryScope memory;
     status = qdt::WalkBuckets(OmaResetServerMapGetInfo, &query, qdt::kResetBuckets, &bucket);
     usleep(qdt::kResetPause);
   } while (status == qdt::kMoreBuckets);

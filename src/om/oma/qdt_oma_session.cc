@@ -85,6 +85,7 @@ bool PrintSession(const SessionRecord &session, SessionQueryOutput *output) {
 
 // Writes the whole answer; false with a log line.
 bool List(SessionQueryOutput *output) {
+  const EngineMemoryScope memory;
   if (const int32_t code = TbmTblTrav(kEngineInstance, kTableSession, OmaQuerySessionGetInfo, output);
       code != 0) {
     QDT_LOG_ERROR("Query session get info failed, ret: %d\n", code);

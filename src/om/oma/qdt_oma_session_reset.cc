@@ -22,6 +22,7 @@ int32_t QdtFlowPartScan(int32_t (*callback)(void *record), uint32_t chunk, uint3
   const TbmFlowPartition *const partition =
       g_tbmGlobalInfo == nullptr ? nullptr : g_tbmGlobalInfo->flowPartition;
   if (partition == nullptr || *cursor >= partition->nodeCount || partition->nodes == nullptr) return -1;
+  const qdt::EngineMemoryScope memory;  // of one chunk: what happens in a pause behind it is seen
   const uint32_t end = *cursor + std::min(chunk, partition->nodeCount - *cursor);
   for (uint32_t slot = *cursor; slot < end; ++slot) {
     void *const node = __atomic_load_n(&partition->nodes[slot], __ATOMIC_ACQUIRE);
