@@ -281,6 +281,27 @@ TEST_F(MemoryScopeTest, AsksThePagesAndNotThePointers) {
   EXPECT_EQ(KernelCalls::count.load(), 2) << "there is no scope any more";
 }
 
+TEST_F(MemoryScopeTest, AsksNothingAboutThePageOfARecordThatWasHandedOut) {
+  const Pages pages(4);
+  pages.Protect(2, PROT_NONE);
+  const auto handOut = [&pages](uint64_t at) {
+    EngineMemoryScope::NoteDelivered(reinterpret_cast<const void *>(pages.At(0) + at), 192);
+  };
+  handOut(0);  // without a scope it means nothing
+  const EngineMemoryScope scope;
+  size_t number;
+  EXPECT_FALSE(ReadEngineMemory(0x10, &number, sizeof(number)));
+  KernelCalls::count = 0;
+  handOut(kPageSize - 8);  // ends in page 1
+  EXPECT_TRUE(ReadEngineMemory(pages.At(1) + 184, &number, sizeof(number)));
+  EXPECT_EQ(KernelCalls::count.load(), 0);
+  EXPECT_FALSE(ReadEngineMemory(pages.At(2) - 4, &number, sizeof(number)));
+  EXPECT_FALSE(ReadEngineMemory(pages.At(2), &number, sizeof(number)));
+  EXPECT_FALSE(ReadEngineMemory(0x10, &number, sizeof(number)));
+  EXPECT_TRUE(pages.Read(0));
+  EXPECT_GE(KernelCalls::count.load(), 4);
+}
+
 TEST_F(MemoryScopeTest, WritesAskThePagesAsWell) {
   const Pages pages(4);
   const EngineMemoryScope scope;

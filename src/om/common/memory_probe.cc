@@ -147,25 +147,35 @@ bool EngineMemoryScope::AskAhead(uint64_t page, size_t count) {
   return readable > 0 && pipe_.Get(bytes, readable) && readable == count;
 }
 
-// Where one unknown page is met, the next is likely to follow: the more have been met, the more are asked
-// about at once. Not when that makes the set forget as many, as pointers all over a large memory do.
+// Where unknown pages follow each other, more are asked about each time. What is asked about for nothing
+// costs time, and in a file with holes storage.
 bool EngineMemoryScope::LearnFrom(uint64_t page) {
-  size_t count = readable_.IsCrowdedAt(page) ? 1 : ahead_;
-  if (count > 1 && (!pipe_.Open() || !AskAhead(page, count))) count = 1;
-  char byte;
-  if (count == 1 && !ReadByKernel(page * kPage, &byte, 1)) {
-    ahead_ = 1;
-    return false;
+  const bool first = asked_ == 0;
+  size_t count = page == next_ ? std::min(2 * asked_, kMostAhead) : 1;
+  bool known;
+  if (first || !pipe_.Open()) {  // one call is less than a pipe and its end
+    char byte;
+    count = 1;
+    known = ReadByKernel(page * kPage, &byte, 1);
+  } else {
+    known = AskAhead(page, count);
+    if (!known && count > 1) known = AskAhead(page, count = 1);
   }
-  for (size_t i = 0; i < count; ++i) readable_.Add(page + i);
-  ahead_ = std::min(2 * count, kMostAhead);
-  return true;
+  for (size_t i = 0; known && i < count; ++i) readable_.Add(page + i);
+  next_ = page + count;
+  asked_ = count;
+  return known;
+}
+
+void EngineMemoryScope::NoteDelivered(const void *record, size_t size) {
+  if (t_scope != nullptr) t_scope->delivered_ = (reinterpret_cast<uint64_t>(record) + size - 1) / kPage;
 }
 
 bool EngineMemoryScope::MayRead(uint64_t address, size_t size) {
   // Most pointers lead to something small in a page that is known.
   const uint64_t first = address / kPage;
-  if (readable_.Holds(first) && (address + size) / kPage == first) return true;
+  const bool isKnown = first == delivered_ || readable_.Holds(first);
+  if (isKnown && (address + size) / kPage == first) return true;
   return ForEachPage(address, size,
                      [this](uint64_t page) { return readable_.Holds(page) || LearnFrom(page); });
 }

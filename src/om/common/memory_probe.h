@@ -34,9 +34,6 @@ class PageSet {
     return PlaceOf(page).number == Number(page) && (Pages(page) & Bit(page));
   }
 
-  // Whether adding the page would make the set forget others.
-  bool IsCrowdedAt(uint64_t page) const { return PlaceOf(page).number != Number(page) && Pages(page) != 0; }
-
   void Add(uint64_t page) {
     Block &place = blocks_[Number(page) % kBlocks];
     if (place.number != Number(page)) place = {Number(page), 0};
@@ -97,6 +94,10 @@ class EngineMemoryScope {
   EngineMemoryScope(const EngineMemoryScope &) = delete;
   EngineMemoryScope &operator=(const EngineMemoryScope &) = delete;
 
+  // Tells the thread's scope, if it has one, of a record that the table manager has handed out to be read in
+  // place. What belongs to a record often stands behind it, in a page that need not be asked about.
+  static void NoteDelivered(const void *record, size_t size);
+
   // Whether the bytes can be read; asks the kernel about pages that it has not been asked about.
   bool MayRead(uint64_t address, size_t size);
 
@@ -111,7 +112,9 @@ class EngineMemoryScope {
   PageSet<256> readable_;  // 64 MiB of neighbours, more than the largest table and what its entries lead to
   PageSet<32> writable_;
   Pipe pipe_;
-  size_t ahead_ = 1;  // pages to ask about when the next unknown one is met
+  uint64_t delivered_ = UINT64_MAX;  // the page in which the last record ends that was handed out
+  uint64_t next_ = 0;  // the page behind those that were asked about last, and how many these were
+  size_t asked_ = 0;
 };
 
 }  // namespace qdt

@@ -153,6 +153,7 @@ int32_t SessionNodeSearchMatch(void *record, void *context) {
   const auto &session = *static_cast<const SessionRecord *>(record);
   if (collect->Count > collect->Limit) return QDT_TBL_STOP;
   if (session.positiveKey == 0 || session.negativeKey == 0) return QDT_TBL_CONTINUE;
+  qdt::EngineMemoryScope::NoteDelivered(record, sizeof(session));
   if (!Matches(collect->Key, session)) return QDT_TBL_CONTINUE;
   const size_t room = size_t{collect->Limit - collect->Count} * sizeof(SessionRecord);
   auto *const end = static_cast<char *>(collect->Records) + size_t{collect->Count} * sizeof(SessionRecord);

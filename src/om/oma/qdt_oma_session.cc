@@ -194,6 +194,7 @@ int32_t QuerySessionPrintTcpFlowInfo(const void *record, SessionQueryOutput *out
 int32_t OmaQuerySessionGetInfo(void *record, void *context) {
   auto *const output = static_cast<SessionQueryOutput *>(context);
   if (output->counter > qdt::g_sessionFilter[qdt::kFilterLimit].value.words[0]) return QDT_TBL_STOP;
+  qdt::EngineMemoryScope::NoteDelivered(record, sizeof(qdt::SessionRecord));
   const int32_t matched = QuerySessionNodeMatch(record);
   if (matched == kFailed) return QDT_TBL_STOP;
   if (matched != 0) return QDT_TBL_CONTINUE;
