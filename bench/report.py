@@ -11,7 +11,7 @@ import sys
 VIEW_SPEEDUP = 8  # at least
 VIEW_SPEEDUPS = {"ssw_macinfo": 10}  # views of tables that are long
 SEARCH_NS = 200  # below
-SESSION_RATIOS = {"query, one of 65,536": 2}  # at most
+SESSION_RATIOS = {"query, one of 65,536": 2, "diag view, none of 65,536": 2}  # at most
 CLI_MS = 5  # below
 CLI_RATIO = 2  # at most
 LIST_MS = 10  # below, for a list of some thousand entries

@@ -25,7 +25,9 @@
 #include "platform/engine.h"
 #include "platform/omcc.h"
 #include "platform/tbm.h"
+#include "qdt/cli.h"
 #include "qdt/session.h"
+#include "qdt/tables.h"
 #include "src/om/engine/session.h"
 #include "src/om/engine/table_ids.h"
 
@@ -83,6 +85,7 @@ struct Library {
   decltype(&QuerySessionNodeMatch) match;
   decltype(&QdtOmaQuerySessionProc) query;
   decltype(&QdtFlowPartScan) scan;
+  decltype(&CliNqeTblSearch) view;
 };
 
 template <typename T>
@@ -100,6 +103,7 @@ Library Load(const char *path) {
   Find(handle, "QuerySessionNodeMatch", library.match);
   Find(handle, "QdtOmaQuerySessionProc", library.query);
   Find(handle, "QdtFlowPartScan", library.scan);
+  Find(handle, "CliNqeTblSearch", library.view);
   return library;
 }
 
@@ -131,7 +135,7 @@ class Sessions {
     record.egressIfIndex = 12;
     record.positive = {0xCB007101, 0xCB007102, 0, 0};
     record.serviceId = 47;
-    record.positiveKey = reinterpret_cast<uintptr_t>(&keys_[index]);
+    record.positiveKey = record.negativeKey = reinterpret_cast<uintptr_t>(&keys_[index]);
     record.createTime = static_cast<uint32_t>(std::time(nullptr));
     record.sac = reinterpret_cast<uintptr_t>(&sac_);
     record.tcpFlow = reinterpret_cast<uintptr_t>(&tcpFlow_);
@@ -256,6 +260,17 @@ void RegisterQueries(const Library &library, const Library &baseline) {
   if (last.find(":65535[203.0.113.1:65535]") == std::string::npos) Stop("the query finds:" + last);
   Register(
       "query, one of 65,536", 5, 1, [&library] { Ask(library, kLast); },
+      [] { TbmTblTrav(kEngineInstance, kTableSession, PassBy, nullptr); });
+
+  static std::string area(QDT_OUTPUT_CAPACITY, '\0');
+  const auto view = [&library](const char *address) {
+    constexpr uint32_t kSessionView = 50;
+    library.view(area.data(), QDT_OUTPUT_CAPACITY, kSessionView, address, 0, 0, 0);
+  };
+  view("sip:10.0.0.1");
+  if (area.find("  PosSrcIp     :  0x0a000001\n") == std::string::npos) Stop("the view finds:" + area);
+  Register(
+      "diag view, none of 65,536", 5, 1, [view] { view("sip:10.0.0.3"); },
       [] { TbmTblTrav(kEngineInstance, kTableSession, PassBy, nullptr); });
 
   static const omcc_request kList = {{}, {{"session-number", 255}}, {{"verbose", 1}}};
