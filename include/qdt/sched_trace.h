@@ -5,7 +5,8 @@
  * The engine and this library share the region "SCHED_TRACE_SSMAP_PTR": a record for every run context (one a
  * forwarding core). The engine writes while this library reads, without a lock: figures of one answer may
  * come from different moments. Each operation without a record works on the region that
- * VrxSchedTraceCmdRun attached last, and does nothing for run contexts before that.
+ * VrxSchedTraceCmdRun attached last, and does nothing for run contexts before that. At most 64 run contexts
+ * are looked at, none that is not whole in the region's mapping; one that cannot be written stays as it is.
  *
  * All answers are appended with QdtCliPrintf. One command runs at a time.
  */

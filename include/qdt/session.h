@@ -5,6 +5,8 @@
  * A session record is an entry of the engine's session table, 192 bytes, read where it lies and never copied
  * by the operations below unless they say so; only a reset writes into it. The records that it leads to
  * are looked at with care: an address that leads nowhere counts as none, or as a failure where that is said.
+ * A query, a scan and the diag view ask the kernel once for each page of these; the operations for one record
+ * ask once for each address.
  *
  * Query and reset share one filter, which the library does not lock: they must not run at the same time.
  * Handlers return as told in qdt/oma.h.

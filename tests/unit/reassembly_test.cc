@@ -11,6 +11,7 @@
 #include "qdt/oma.h"
 #include "src/om/common/processor_timer.h"
 #include "tests/fake_platform/fake_platform.h"
+#include "tests/unit/kernel_calls.h"
 
 // The listings of packets that wait for fragments: both layouts, the filters, rings that are broken, and what
 // fails.
@@ -197,6 +198,15 @@ TEST_F(ReassemblyTest, AnEmptyRingSendsAnEmptyReply) {
   for (const Version &version : kVersions) {
     EXPECT_EQ(List(version), "") << version.name;
     EXPECT_EQ(result, 0);
+  }
+}
+
+TEST_F(ReassemblyTest, AsksTheKernelAboutPagesOnly) {
+  for (const Version &version : kVersions) {
+    SetRing(version.region, std::vector<Record>(4000, version.entry()));
+    KernelCalls::count = 0;
+    EXPECT_EQ(List(version, version.region == kRegion4 ? "192.0.2.1" : "2001:db8::1"), "");
+    EXPECT_LE(KernelCalls::count.load(), 1000);
   }
 }
 

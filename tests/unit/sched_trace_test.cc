@@ -1,6 +1,10 @@
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <string>
 #include <vector>
 
+#include "tests/unit/kernel_calls.h"
 #include "tests/unit/sched_trace_fixture.h"
 
 // The perf task command: its words, its help, and what it changes in the region.
@@ -246,6 +250,161 @@ TEST_F(SchedTraceTest, DamagedCountOfRunContexts) {
     for (int runc = 0; runc < 64; ++runc) expected += "\nrunc: " + std::to_string(runc) + "\n";
     EXPECT_EQ(Perf({"task", "show_active_node"}), expected);
     platform.RemoveRegion(kRegion);
+  }
+}
+
+// Regions of which not everything may be written or is there.
+
+class SchedTraceMemoryTest : public SchedTraceTest {
+ protected:
+  // A region with room for two run contexts, from the start of its pages on. What lies behind it is another
+  // region, whose bytes are all ones.
+  void SetUp() override {
+    SchedTraceTest::SetUp();
+    void *const place = mmap(nullptr, 2 * kBytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(place, MAP_FAILED);
+    bytes_ = Map("region", place);
+    foreign_ = Map("foreign", bytes_ + kBytes);
+    std::memset(foreign_, 0xFF, kBytes);
+    platform.lentRegions[kRegion] = bytes_;
+    SetCount(2);
+  }
+  void TearDown() override {
+    platform.lentRegions.clear();
+    SchedTraceTest::TearDown();
+    munmap(bytes_, 2 * kBytes);
+  }
+
+  static constexpr size_t kBytes = 64 * 1024;  // whole pages, whatever their size
+
+  void SetCount(uint64_t count) { std::memcpy(bytes_, &count, sizeof(count)); }
+  // Fills the records and what is behind them up to the end of the pages.
+  void Fill(uint8_t value) { std::memset(bytes_ + 8, value, kBytes - 8); }
+  std::string Bytes() const { return std::string(reinterpret_cast<char *>(bytes_), kBytes); }
+  bool ForeignIsWhole() const {
+    return std::string(reinterpret_cast<char *>(foreign_), kBytes) == std::string(kBytes, '\xFF');
+  }
+
+  uint8_t *bytes_ = nullptr;
+  uint8_t *foreign_ = nullptr;
+
+ private:
+  static uint8_t *Map(const char *name, void *place) {
+    const int file = memfd_create(name, 0);
+    EXPECT_EQ(ftruncate(file, kBytes), 0);
+    void *const mapped = mmap(place, kBytes, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED, file, 0);
+    EXPECT_EQ(mapped, place);
+    close(file);
+    return static_cast<uint8_t *>(mapped);
+  }
+};
+
+// Room for five contexts: 8 + 5 * 13024 bytes are less than the pages, six are more.
+constexpr char kFiveContexts[] = "\nrunc: 0\n\nrunc: 1\n\nrunc: 2\n\nrunc: 3\n\nrunc: 4\n";
+
+TEST_F(SchedTraceMemoryTest, WhatLiesBehindTheRegionIsNotShown) {
+  for (const uint64_t count : {uint64_t{6}, uint64_t{64}, UINT64_MAX}) {
+    SetCount(count);
+    EXPECT_EQ(Perf({"task", "show_active_node"}), kFiveContexts) << count;
+    const std::string shown = Perf({"task", "show"});
+    EXPECT_NE(shown.find("Runc 4"), std::string::npos);
+    EXPECT_EQ(shown.find("Runc 5"), std::string::npos);
+  }
+}
+
+TEST_F(SchedTraceMemoryTest, WhatLiesBehindTheRegionIsNotWritten) {
+  for (const uint64_t count : {uint64_t{6}, UINT64_MAX}) {
+    SetCount(count);
+    EXPECT_EQ(Perf({"task", "clear"}), "clear data done.\n");
+    EXPECT_EQ(Perf({"task", "set", "time"}),
+              "time done.\nTrace Flag set: time. \ntime done.\nTrace Flag set: time. \n"
+              "time done.\nTrace Flag set: time. \ntime done.\nTrace Flag set: time. \n"
+              "time done.\nTrace Flag set: time. \n");
+    EXPECT_EQ(Perf({"task", "disable"}), "Trace flag disable\n");
+    EXPECT_TRUE(ForeignIsWhole());
+  }
+}
+
+TEST_F(SchedTraceMemoryTest, WhereNothingFollowsTheRegion) {
+  for (const bool unmapped : {false, true}) {
+    if (unmapped) {
+      ASSERT_EQ(munmap(foreign_, kBytes), 0);
+    } else {
+      ASSERT_EQ(mprotect(foreign_, kBytes, PROT_NONE), 0);
+    }
+    SetCount(64);
+    EXPECT_EQ(Perf({"task", "show_active_node"}), kFiveContexts);
+    EXPECT_EQ(Perf({"task", "clear"}), "clear data done.\n");
+    EXPECT_EQ(Perf({"task", "set", "task_path"}).size(), std::strlen("task_path done.\n"
+                                                                     "Trace Flag set: task_path. \n") *
+                                                             5);
+    EXPECT_EQ(bytes_[RuncAt(4)], kTaskPath);
+    EXPECT_EQ(Perf({"task", "disable"}), "Trace flag disable\n");
+    EXPECT_EQ(bytes_[RuncAt(4)], 0);
+  }
+}
+
+// A region whose mapping is longer than its file.
+TEST_F(SchedTraceMemoryTest, ARegionThatWasCutShort) {
+  const int file = memfd_create("cut", 0);
+  ASSERT_EQ(ftruncate(file, kBytes / 2), 0);
+  ASSERT_EQ(mmap(bytes_, kBytes, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED, file, 0), bytes_);
+  close(file);
+  SetCount(64);
+  EXPECT_EQ(Perf({"task", "show_active_node"}), "\nrunc: 0\n\nrunc: 1\n");
+  EXPECT_EQ(Perf({"task", "clear"}), "clear data done.\n");
+  EXPECT_EQ(Perf({"task", "set", "time"}),
+            "time done.\nTrace Flag set: time. \ntime done.\nTrace Flag set: time. \n");
+  EXPECT_EQ(Perf({"task", "disable"}), "Trace flag disable\n");
+}
+
+TEST_F(SchedTraceMemoryTest, RunContextsThatMayOnlyBeReadKeepWhatTheyHold) {
+  Fill(0xA5);
+  SetCount(2);
+  ASSERT_EQ(mprotect(bytes_, kBytes, PROT_READ), 0);
+  const std::string before = Bytes();
+  EXPECT_EQ(Perf({"task", "set", "snapshot"}),
+            "Trace Flag is remains: snapshot\nTrace Flag set: snapshot. \n"
+            "Trace Flag is remains: snapshot\nTrace Flag set: snapshot. \n");
+  EXPECT_EQ(Perf({"task", "set", "time"}),
+            "time done.\nTrace Flag set: time. \ntime done.\nTrace Flag set: time. \n");
+  EXPECT_EQ(Perf({"task", "clear"}), "clear data done.\n");
+  EXPECT_EQ(Perf({"task", "disable"}), "Trace flag disable\n");
+  EXPECT_EQ(result, 0);
+  EXPECT_TRUE(Bytes() == before);
+  EXPECT_TRUE(platform.log.empty());
+}
+
+// The first pages may be written, the others only read: each context that can be changed is.
+TEST_F(SchedTraceMemoryTest, SomeRunContextsMayOnlyBeRead) {
+  Fill(0xA5);
+  SetCount(4);
+  const size_t writable = 32 * 1024;  // the contexts 0 and 1, and the start of 2
+  ASSERT_EQ(mprotect(bytes_ + writable, kBytes - writable, PROT_READ), 0);
+  EXPECT_EQ(Perf({"task", "disable"}), "Trace flag disable\n");
+  for (int runc = 0; runc < 4; ++runc) EXPECT_EQ(bytes_[RuncAt(runc)], runc < 3 ? 0 : 0xA5) << runc;
+  EXPECT_EQ(Perf({"task", "clear"}), "clear data done.\n");
+  for (int runc = 0; runc < 4; ++runc) EXPECT_EQ(bytes_[RuncAt(runc) + 13023], runc < 2 ? 0 : 0xA5) << runc;
+}
+
+TEST_F(SchedTraceMemoryTest, ARegionThatCannotBeReadHasNoRunContexts) {
+  ASSERT_EQ(mprotect(bytes_, kBytes, PROT_NONE), 0);
+  for (const char *word : {"show", "disable", "show_graph", "show_active_node"}) {
+    EXPECT_EQ(Perf({"task", word}), "") << word;
+  }
+  EXPECT_EQ(Perf({"task", "set", "time"}), "");
+  EXPECT_EQ(Perf({"task", "topdown", "avg"}), "");
+  EXPECT_EQ(Perf({"task", "clear"}), "clear data done.\n");
+  EXPECT_EQ(g_perfFlag, 0);
+}
+
+// The kernel is asked about pages: not for each of a context's 128 nodes, nor for its 13 KB.
+TEST_F(SchedTraceMemoryTest, AsksTheKernelAboutPagesOnly) {
+  SetCount(5);
+  for (const char *word : {"clear", "disable", "show_active_node"}) {
+    KernelCalls::count = 0;
+    Perf({"task", word});
+    EXPECT_LE(KernelCalls::count.load(), 64) << word;
   }
 }
 

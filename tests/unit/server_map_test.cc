@@ -1,8 +1,12 @@
+#include <sys/mman.h>
+
+#include <cstring>
 #include <string>
 #include <vector>
 
 #include "qdt/server_map.h"
 #include "tests/fake_platform/fake_platform.h"
+#include "tests/unit/kernel_calls.h"
 #include "tests/unit/uptime.h"
 
 // Server maps: which entries a request means, their texts, the messages of a listing, and what a reset
@@ -185,6 +189,31 @@ TEST_F(ServerMapTest, ResetOfAnAddress) {
   EXPECT_EQ(QdtOmaResetServerMapProc(&request_), 0);
   EXPECT_EQ(other[kTtl], 60);
   EXPECT_EQ(meant[kTtl], 0);
+}
+
+TEST_F(ServerMapTest, AnEntryThatMayOnlyBeReadStays) {
+  void *const page = mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  ASSERT_NE(page, MAP_FAILED);
+  const Record entry = Entry(2, 60);
+  std::memcpy(page, entry.data(), 60);
+  ASSERT_EQ(mprotect(page, 4096, PROT_READ), 0);
+  platform.serverMaps.buckets = {{page}};
+  uint8_t *const other = Put(0, entry);
+  Ask("all");
+  EXPECT_EQ(QdtOmaResetServerMapProc(&request_), 0);
+  EXPECT_EQ(std::memcmp(page, entry.data(), 60), 0);
+  EXPECT_EQ(std::memcmp(other, Entry(2, 0).data(), 60), 0);
+  munmap(page, 4096);
+}
+
+TEST_F(ServerMapTest, ResetAsksTheKernelAboutPagesOnly) {
+  std::vector<uint8_t *> nodes;
+  for (uint32_t i = 0; i < 4000; ++i) nodes.push_back(Put(i % 250, Entry(2, 60)));
+  Ask("all");
+  KernelCalls::count = 0;
+  EXPECT_EQ(QdtOmaResetServerMapProc(&request_), 0);
+  EXPECT_LE(KernelCalls::count.load(), 1000);
+  for (const uint8_t *node : nodes) ASSERT_EQ(node[kTtl], 0);
 }
 
 // Where the address may stand, by type.

@@ -387,11 +387,13 @@ TEST_F(SessionFilterTest, MissingKeysHavePortZero) {
 TEST_F(SessionFilterTest, UnsupportedRowsPassAndSaySo) {
   SessionParamValuelClear();
   RowOf("next-hop").value.words[3] = 1;
+  QuerySessionGetParam(&request_, 0);  // finds it set
   EXPECT_EQ(QuerySessionNodeMatch(Ipv4().data()), 0);
   EXPECT_EQ(platform.log, (std::vector<LogLine>{{6, "Does not support match session by NextHop\n"}}));
   platform.log.clear();
   SessionParamValuelClear();
   RowOf("vlan-id").value.words[0] = 1;
+  QuerySessionGetParam(&request_, 0);
   EXPECT_EQ(QuerySessionNodeMatch(Ipv4().data()), 0);
   EXPECT_EQ(platform.log, (std::vector<LogLine>{{6, "Does not support match session by VlanId\n"}}));
   SessionParamValuelClear();

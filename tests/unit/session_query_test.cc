@@ -2,6 +2,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/unit/kernel_calls.h"
 #include "tests/unit/session_fixture.h"
 
 // The agent's list of sessions: which are listed, in which form, and what becomes of a list that is too long.
@@ -108,6 +109,16 @@ TEST_F(SessionQueryTest, Filters) {
   request_.numbers = {{"protocol", 0}, {"global-source-port", 0}};
   request_.texts["service-id"] = "nonsense";
   EXPECT_EQ(List(), NumberedText(1) + NumberedText(2) + NumberedText(3) + NumberedText(4) + NumberedText(5));
+}
+
+// Keys lie close together; the kernel is asked about their pages, not for each session.
+TEST_F(SessionQueryTest, AsksTheKernelAboutPagesOnly) {
+  for (uint16_t port = 1; port <= 8000; ++port) Add(Numbered(port));
+  request_.numbers["inside-source-port"] = 7777;
+  KernelCalls::count = 0;
+  EXPECT_EQ(List(), NumberedText(7777));
+  EXPECT_GE(KernelCalls::count.load(), 1);
+  EXPECT_LE(KernelCalls::count.load(), 1000);
 }
 
 TEST_F(SessionQueryTest, Verbose) {

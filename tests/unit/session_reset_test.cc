@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/unit/kernel_calls.h"
 #include "tests/unit/session_fixture.h"
 
 // Aging out of sessions through the flow partition, and the session statistics.
@@ -128,6 +129,34 @@ TEST_F(SessionResetTest, ASessionThatMayOnlyBeReadStays) {
   munmap(page, 4096);
 }
 
+// Sessions and their keys lie close together; the kernel is asked about their pages, and again behind a
+// pause.
+TEST_F(SessionResetTest, AsksTheKernelAboutPagesOnly) {
+  for (int i = 0; i < 2000; ++i) Put(Ipv4(i % 2 == 0 ? 6 : 17));
+  request_.numbers["protocol"] = 17;
+  KernelCalls::count = 0;
+  EXPECT_EQ(QdtOmaResetSessionProc(&request_), 0);
+  EXPECT_EQ(platform.pauses.size(), 2u);
+  for (size_t i = 0; i < 2000; ++i) ASSERT_EQ(AgingTime(i), i % 2 == 0 ? 300 : 0) << i;
+  EXPECT_LE(KernelCalls::count.load(), 600);
+}
+
+TEST_F(SessionResetTest, EachChunkSeesTheMemoryAsItIsThen) {
+  const Record session = Ipv4();
+  void *const page = mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  ASSERT_NE(page, MAP_FAILED);
+  std::memcpy(page, session.data(), 192);
+  PutNode(page);
+  SessionParamValuelClear();
+  uint32_t cursor = 0;
+  EXPECT_EQ(QdtFlowPartScan(QdtSessResetTrav, 1, &cursor), 0);
+  EXPECT_EQ(std::memcmp(page, Record(session).U16(10, 0).data(), 192), 0);
+  munmap(page, 4096);
+  cursor = 0;
+  EXPECT_EQ(QdtFlowPartScan(QdtSessResetTrav, 1, &cursor), 0);
+  EXPECT_EQ(QdtSessResetProc(), 0);
+}
+
 TEST_F(SessionResetTest, PausesAfterEveryThousandSlots) {
   for (const auto &[slots, pauses] :
        {std::pair<size_t, size_t>{1, 1}, {1000, 1}, {1001, 2}, {2000, 2}, {2500, 3}}) {
@@ -209,6 +238,7 @@ TEST_F(SessionStatisticsTest, SendsTheEnginesText) {
   }
   EXPECT_EQ(platform.answers, std::vector<std::string>(3, "sessions: 17\n"));
   EXPECT_EQ(platform.allocations[0].size, 20480u);
+  EXPECT_EQ(platform.allocations[0].path, "src/om/oma/qdt_oma_session");
   EXPECT_TRUE(platform.log.empty());
 }
 

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/unit/kernel_calls.h"
 #include "tests/unit/session_fixture.h"
 
 // The diag view of sessions: which records it collects.
@@ -61,6 +62,18 @@ TEST_F(SessionSearchTest, AtMost682WithoutANumber) {
   EXPECT_EQ(Count("10.0.0.1:10.0.0.2"), 682);
   EXPECT_EQ(Count("num683"), 683);
   EXPECT_EQ(Count("num10000"), 683);
+}
+
+// The whole query: keys of both directions are compared, and those of the one that is found are printed.
+TEST_F(SessionSearchTest, AsksTheKernelAboutPagesOnly) {
+  for (int i = 0; i < 4000; ++i) Add(Plain());
+  Add(Session(Ipv4Key(0x0A000003, kDestination, 1000, 80, 6)).Address(120, Keep(Ipv4Key(1, 2, 3, 4, 5))));
+  std::string area(QDT_OUTPUT_CAPACITY, '#');
+  KernelCalls::count = 0;
+  CliNqeTblSearch(area.data(), QDT_OUTPUT_CAPACITY, 50, "sip:10.0.0.3", 0, 0, 0);
+  EXPECT_NE(area.find("  PosSrcIp     :  0x0a000003\n"), std::string::npos) << area.c_str();
+  EXPECT_GE(KernelCalls::count.load(), 1);
+  EXPECT_LE(KernelCalls::count.load(), 1000);
 }
 
 TEST_F(SessionSearchTest, NumbersThatAreNone) {

@@ -1,26 +1,31 @@
 #include "src/om/nqe_cli/nqe_cli_sched_trace.h"
 
+#include <cstddef>
 #include <cstring>
 #include <string_view>
 
 #include "platform/shm.h"
 #include "src/om/common/log.h"
-#include "src/om/common/shared_word.h"
+#include "src/om/common/mapping.h"
 #include "src/om/nqe_cli/command_words.h"
 
 // The perf task command: its words, and what it changes in the region.
 
-using qdt::ForEachRunc;
-using qdt::TracedRunc;
-using qdt::WriteShared;
+using qdt::ForEachRecord;
+using qdt::ReadEngineMemory;
+using qdt::WriteEngineMemory;
 
 uint8_t g_perfFlag;
 
 namespace qdt {
 
 SchedTraceRegion *g_schedTraceRegion;
+uint64_t g_schedTraceEnd;
 
 namespace {
+
+// An engine has no more forwarding cores than this; a larger count is damaged.
+constexpr uint32_t kMaxRuncs = 64;
 
 struct TraceKind {
   const char *name;
@@ -72,21 +77,51 @@ constexpr Subcommand kSubcommands[] = {
 
 constexpr int32_t kMaxWords = 4;  // perf task SUBCOMMAND ARGUMENT
 
+// A byte of a run context. One that cannot be written stays as it is.
+void WriteByte(uint64_t record, size_t offset, uint8_t value) {
+  WriteEngineMemory(record + offset, &value, sizeof(value));
+}
+
+// Bits of the perf flag of the first run context, or none without one.
+uint8_t ReadPerfFlag() {
+  const uint64_t record = FindRunc(0);
+  uint8_t flag;
+  const bool isRead =
+      record != 0 && ReadEngineMemory(record + offsetof(SchedTraceRunc, perfFlag), &flag, sizeof(flag));
+  return isRead ? flag : 0;
+}
+
 }  // namespace
+
+uint64_t FindRunc(uint32_t number) {
+  const auto region = reinterpret_cast<uint64_t>(g_schedTraceRegion);
+  uint64_t count;
+  if (region == 0 || number >= kMaxRuncs || !ReadEngineMemory(region, &count, sizeof(count))) return 0;
+  const uint64_t record =
+      region + offsetof(SchedTraceRegion, runcs) + uint64_t{number} * sizeof(SchedTraceRunc);
+  const bool isThere = number < count && record + sizeof(SchedTraceRunc) <= g_schedTraceEnd &&
+                       IsEngineMemory(record, sizeof(SchedTraceRunc));
+  return isThere ? record : 0;
+}
+
 }  // namespace qdt
 
 void SchedTraceClearTaskInfo(SchedTraceNode *nodes) {
-  for (uint32_t i = 0; i < QDT_SCHED_NODES; ++i) {
-    nodes[i].status = 0;
-    nodes[i].packets = 0;
+  const qdt::EngineMemoryScope memory;
+  const auto address = reinterpret_cast<uint64_t>(nodes);
+  for (uint64_t node = address; node < address + QDT_SCHED_NODES * sizeof(SchedTraceNode);
+       node += sizeof(SchedTraceNode)) {
+    qdt::ClearEngineMemory(node + offsetof(SchedTraceNode, status), sizeof(SchedTraceNode::status));
+    qdt::ClearEngineMemory(node + offsetof(SchedTraceNode, packets), sizeof(SchedTraceNode::packets));
   }
 }
 
 void SchedTraceDataOnlyClear(OutputBuffer *out, const char *label) {
-  ForEachRunc([](const TracedRunc &runc) {
+  ForEachRecord([](uint32_t, uint64_t record) {
     constexpr size_t kFirst = offsetof(SchedTraceRunc, reserved5793);
-    std::memset(reinterpret_cast<uint8_t *>(runc.record) + kFirst, 0, sizeof(SchedTraceRunc) - kFirst);
-    SchedTraceClearTaskInfo(runc.record->nodes);
+    qdt::ClearEngineMemory(record + kFirst, sizeof(SchedTraceRunc) - kFirst);
+    SchedTraceClearTaskInfo(
+        reinterpret_cast<SchedTraceNode *>(record + offsetof(SchedTraceRunc, nodes)));  // NOLINT
   });
   QdtCliPrintf(out, "%s done.\n", label);
 }
@@ -97,13 +132,15 @@ void SchedTraceSetTraceFlag(OutputBuffer *out, const char *name) {
     QdtCliPrintf(out, "Trace flag type is wrong\n");
     return;
   }
-  ForEachRunc([&](const TracedRunc &runc) {
-    if ((runc.copy.flag & kind->flag) != 0) {
+  ForEachRecord([&](uint32_t, uint64_t record) {
+    uint8_t flag = 0;
+    ReadEngineMemory(record + offsetof(SchedTraceRunc, flag), &flag, sizeof(flag));
+    if ((flag & kind->flag) != 0) {
       QdtCliPrintf(out, "Trace Flag is remains: %s\n", name);
     } else {
       SchedTraceDataOnlyClear(out, name);
-      WriteShared(runc.record->flag, uint8_t{kind->flag});
-      WriteShared(runc.record->started, uint8_t{1});
+      qdt::WriteByte(record, offsetof(SchedTraceRunc, flag), kind->flag);
+      qdt::WriteByte(record, offsetof(SchedTraceRunc, started), 1);
     }
     QdtCliPrintf(out, "Trace Flag set: %s. \n", name);
   });
@@ -111,9 +148,9 @@ void SchedTraceSetTraceFlag(OutputBuffer *out, const char *name) {
 
 void SchedTraceDisable(OutputBuffer *out) {
   bool any = false;
-  ForEachRunc([&](const TracedRunc &runc) {
-    WriteShared(runc.record->flag, uint8_t{0});
-    WriteShared(runc.record->started, uint8_t{0});
+  ForEachRecord([&](uint32_t, uint64_t record) {
+    qdt::WriteByte(record, offsetof(SchedTraceRunc, flag), 0);
+    qdt::WriteByte(record, offsetof(SchedTraceRunc, started), 0);
     any = true;
   });
   if (any) QdtCliPrintf(out, "Trace flag disable\n");
@@ -153,10 +190,9 @@ int32_t VrxSchedTraceCmdRun(OutputBuffer *out, int32_t wordCount, char **words) 
     QdtCliPrintf(out, "sched trace OsaSmmap failed\n");
     return -1;
   }
-  g_perfFlag = 0;
-  ForEachRunc([](const TracedRunc &runc) {
-    if (runc.number == 0) g_perfFlag = runc.copy.perfFlag;
-  });
+  const qdt::EngineMemoryScope memory;
+  qdt::g_schedTraceEnd = qdt::EndOfMapping(reinterpret_cast<uint64_t>(qdt::g_schedTraceRegion));
+  g_perfFlag = qdt::ReadPerfFlag();
   QdtCliPrintf(out, "sched trace OsaSmmap success.\n");
   qdt::EmptyAnswer(out);  // whoever asks sees the command's answer alone
   return SchedTraceCmdInner(out, wordCount, words);

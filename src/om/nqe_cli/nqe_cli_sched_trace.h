@@ -1,7 +1,6 @@
 #ifndef SRC_OM_NQE_CLI_NQE_CLI_SCHED_TRACE_H_
 #define SRC_OM_NQE_CLI_NQE_CLI_SCHED_TRACE_H_
 
-#include <algorithm>
 #include <cstdint>
 
 #include "src/om/common/memory_probe.h"
@@ -10,30 +9,37 @@
 // What the sources of the scheduler trace share.
 namespace qdt {
 
-// The region of the command that runs.
+// The region of the command that runs, and where its mapping ends. The region's creator counts the run
+// contexts: when the count is too large, what lies behind is not read as one, nor written to.
 extern SchedTraceRegion *g_schedTraceRegion;
+extern uint64_t g_schedTraceEnd;
 
-// A run context: its record, and what that held when its turn came. Figures are taken from the copy, so that
-// those of one context belong together.
+// The address of a run context's record, or 0 when there is none. The record can be read, but perhaps not
+// written, and belongs to the engine: it is read and written as all engine memory.
+uint64_t FindRunc(uint32_t number);
+
+// Visits the records of the run contexts: visit(number, address).
+template <typename Visit>
+void ForEachRecord(Visit visit) {
+  const EngineMemoryScope memory;
+  uint64_t record = FindRunc(0);
+  for (uint32_t number = 0; record != 0; record = FindRunc(++number)) visit(number, record);
+}
+
+// A run context, and what its record held when its turn came. Figures are taken from the copy, so that those
+// of one context belong together.
 struct TracedRunc {
   uint32_t number;
-  SchedTraceRunc *record;
   SchedTraceRunc copy;
 };
 
-// More run contexts than an engine has cores are a damaged count; a record that is not there ends the walk.
-constexpr uint64_t kMaxRuncs = 64;
-
 template <typename Visit>
 void ForEachRunc(Visit visit) {
-  if (g_schedTraceRegion == nullptr) return;
-  const auto count = static_cast<uint32_t>(std::min(g_schedTraceRegion->runcCount, kMaxRuncs));
   TracedRunc runc;
-  for (runc.number = 0; runc.number < count; ++runc.number) {
-    runc.record = &g_schedTraceRegion->runcs[runc.number];
-    if (!ReadEngineMemory(reinterpret_cast<uint64_t>(runc.record), &runc.copy, sizeof(runc.copy))) return;
-    visit(runc);
-  }
+  ForEachRecord([&](uint32_t number, uint64_t record) {
+    runc.number = number;
+    if (ReadEngineMemory(record, &runc.copy, sizeof(runc.copy))) visit(runc);
+  });
 }
 
 const char *SchedTaskName(uint32_t taskId);

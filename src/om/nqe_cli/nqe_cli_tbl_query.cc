@@ -9,6 +9,7 @@
 #include "qdt/tables.h"
 #include "src/om/common/bounded.h"
 #include "src/om/common/log.h"
+#include "src/om/common/memory_probe.h"
 #include "src/om/common/owned.h"
 #include "src/om/nqe_cli/command_words.h"
 #include "src/om/nqe_cli/table_usage.h"
@@ -189,6 +190,7 @@ bool ParseNumbers(char **words, const int (&positions)[4], uint32_t (&numbers)[4
 
 int32_t CliNqeTblSearch(char *out, uint32_t room, uint32_t tableId, const char *key1, uint32_t key2,
                         uint32_t key3, uint32_t key4) {
+  const qdt::EngineMemoryScope memory;
   qdt::DiagQuery query;
   int32_t endLength = 0;
   const int32_t code = qdt::RunQuery(out, room, {tableId, key1, key2, key3, key4}, query, &endLength);

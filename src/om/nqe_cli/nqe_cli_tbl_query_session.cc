@@ -42,15 +42,66 @@ int32_t ReadLimit(const char *key1, uint32_t *limit) {
 
 int32_t ToResult(bool matches) { return matches ? kMatch : kNoMatch; }
 
-bool Matches(const SessionSearchKey &search, uint64_t key) {
+// The search's text as what keys are compared with: two addresses, or a word and an address. It is read when
+// a key first asks for it, and again by each key while it cannot be read, which is logged every time.
+class SearchText {
+ public:
+  int32_t Match(const SessionSearchKey &search, const SessionKey *key) {
+    if (!isRead_ && !Read(search.Text)) return QDT_TBL_UNSUPPORTED;
+    if (source_ != INADDR_NONE && destination_ != INADDR_NONE)
+      return SessionNodeParamMultiIp(&search, source_, destination_, key);
+    return SessionNodeParamSingleIp(&search, first_, second_, destination_, key);
+  }
+
+ private:
+  bool Read(const char *text) {
+    isRead_ = QdtCliGetIpsSeparatedByColon(text, first_, second_, sizeof(first_)) == 0;
+    if (!isRead_) return false;
+    source_ = inet_addr(first_);
+    destination_ = inet_addr(second_);
+    return true;
+  }
+
+  bool isRead_ = false;
+  uint32_t source_, destination_;
+  char first_[INET_ADDRSTRLEN], second_[INET_ADDRSTRLEN];
+};
+
+bool Matches(const SessionSearchKey &search, SearchText &text, uint64_t key) {
   SessionKey copy;
-  return ReadEngineMemory(key, &copy, sizeof(copy)) && SessionNodeMatchHashNode(&search, &copy) == kMatch;
+  return ReadEngineMemory(key, &copy, sizeof(copy)) && text.Match(search, &copy) == kMatch;
 }
 
 // A search matches a session in either direction.
-bool Matches(const SessionSearchKey &search, const SessionRecord &session) {
+bool Matches(const SessionSearchKey &search, SearchText &text, const SessionRecord &session) {
   if (HasPrefix(search.Text, "all") || HasPrefix(search.Text, "num")) return true;
-  return Matches(search, session.positiveKey) || Matches(search, session.negativeKey);
+  return Matches(search, text, session.positiveKey) || Matches(search, text, session.negativeKey);
+}
+
+// A search that goes through the table.
+struct SessionSearch {
+  SessionCollect collect;
+  SearchText text;
+};
+
+// Collects the record when it matches.
+int32_t Collect(const void *record, SessionCollect *collect, SearchText &text) {
+  const auto &session = *static_cast<const SessionRecord *>(record);
+  if (collect->Count > collect->Limit) return QDT_TBL_STOP;
+  if (session.positiveKey == 0 || session.negativeKey == 0) return QDT_TBL_CONTINUE;
+  qdt::EngineMemoryScope::NoteDelivered(record, sizeof(session));
+  if (!Matches(collect->Key, text, session)) return QDT_TBL_CONTINUE;
+  const size_t room = size_t{collect->Limit - collect->Count} * sizeof(SessionRecord);
+  auto *const end = static_cast<char *>(collect->Records) + size_t{collect->Count} * sizeof(SessionRecord);
+  if (qdt::memcpy_s(end, room, record, sizeof(SessionRecord)) != 0) return QDT_TBL_STOP;
+  collect->Bytes += sizeof(SessionRecord);
+  ++collect->Count;
+  return QDT_TBL_CONTINUE;
+}
+
+int32_t CollectNext(void *record, void *context) {
+  auto *const search = static_cast<SessionSearch *>(context);
+  return Collect(record, &search->collect, search->text);
 }
 
 void PrintKeys(Text &text, const SessionRecord &e) {
@@ -137,47 +188,31 @@ int32_t SessionNodeParamSingleIp(const SessionSearchKey *search, const char *wor
 }
 
 int32_t SessionNodeMatchHashNode(const SessionSearchKey *search, const void *sessionKey) {
-  char first[INET_ADDRSTRLEN], second[INET_ADDRSTRLEN];
-  if (QdtCliGetIpsSeparatedByColon(search->Text, first, second, sizeof(first)) != 0)
-    return QDT_TBL_UNSUPPORTED;
-  const uint32_t source = inet_addr(first);
-  const uint32_t destination = inet_addr(second);
-  if (source != INADDR_NONE && destination != INADDR_NONE)
-    return SessionNodeParamMultiIp(search, source, destination, sessionKey);
-  return SessionNodeParamSingleIp(search, first, second, destination, sessionKey);
+  return SearchText().Match(*search, static_cast<const SessionKey *>(sessionKey));
 }
 
 int32_t SessionNodeSearchMatch(void *record, void *context) {
-  auto *const collect = static_cast<SessionCollect *>(context);
-  const auto session = qdt::CopyOf<SessionRecord>(record);
-  if (collect->Count > collect->Limit) return QDT_TBL_STOP;
-  if (session.positiveKey == 0 || session.negativeKey == 0) return QDT_TBL_CONTINUE;
-  if (!Matches(collect->Key, session)) return QDT_TBL_CONTINUE;
-  const size_t room = size_t{collect->Limit - collect->Count} * sizeof(SessionRecord);
-  auto *const end = static_cast<char *>(collect->Records) + size_t{collect->Count} * sizeof(SessionRecord);
-  if (qdt::memcpy_s(end, room, &session, sizeof(session)) != 0) return QDT_TBL_STOP;
-  collect->Bytes += sizeof(SessionRecord);
-  ++collect->Count;
-  return QDT_TBL_CONTINUE;
+  SearchText text;
+  return Collect(record, static_cast<SessionCollect *>(context), text);
 }
 
 NQE_TABLE_SEARCH(Session) {
-  SessionCollect collect{};
-  if (qdt::strcpy_s(collect.Key.Text, sizeof(collect.Key.Text) - 1, search.key1) != 0) return QDT_TBL_FORMAT;
-  collect.Key.SrcPort = search.key2;
-  collect.Key.DstPort = search.key3;
-  collect.Key.Protocol = search.key4;
-  collect.Limit = kDefaultLimit;
+  SessionSearchKey key{};
+  if (qdt::strcpy_s(key.Text, sizeof(key.Text) - 1, search.key1) != 0) return QDT_TBL_FORMAT;
+  key.SrcPort = search.key2;
+  key.DstPort = search.key3;
+  key.Protocol = search.key4;
+  uint32_t limit = kDefaultLimit;
   if (HasPrefix(search.key1, "num")) {
-    if (const int32_t code = ReadLimit(search.key1, &collect.Limit); code != 0) return code;
+    if (const int32_t code = ReadLimit(search.key1, &limit); code != 0) return code;
   }
-  if (!search.Allocate(size_t{collect.Limit} * sizeof(SessionRecord))) return QDT_TBL_NO_MEMORY;
-  collect.Records = *search.record;
-  if (TbmTblTrav(qdt::kEngineInstance, qdt::kTableSession, SessionNodeSearchMatch, &collect) != 0) {
+  if (!search.Allocate(size_t{limit} * sizeof(SessionRecord))) return QDT_TBL_NO_MEMORY;
+  SessionSearch walk = {{key, *search.record, 0, 0, limit}, {}};
+  if (TbmTblTrav(qdt::kEngineInstance, qdt::kTableSession, CollectNext, &walk) != 0) {
     search.Release();
     return QDT_TBL_FAIL;
   }
-  *search.recordLen = collect.Bytes;
+  *search.recordLen = walk.collect.Bytes;
   return 0;
 }
 

@@ -60,6 +60,7 @@ template <typename Version>
 int32_t PrintRing(const void *region, char *buffer, uint32_t size, const typename Version::Address &source,
                   const typename Version::Address &destination) {
   using Entry = typename Version::Entry;
+  const EngineMemoryScope memory;
   const auto base = reinterpret_cast<uint64_t>(region);
   const uint64_t end = base + offsetof(ReassemblyRegion, head);
   ReassemblyRegion begin;

@@ -10,6 +10,7 @@
 #include "qdt/tables.h"
 #include "src/om/common/address.h"
 #include "src/om/common/clock.h"
+#include "src/om/common/memory_probe.h"
 #include "src/om/common/owned.h"
 #include "src/om/common/record_copy.h"
 #include "src/om/engine/server_map.h"
@@ -243,8 +244,8 @@ int32_t OmaQueryServerMapGetInfo(void *entry, void *context) {
 int32_t OmaResetServerMapGetInfo(void *entry, void *context) {
   const qdt::ServerMapEntry map = AsEntry(entry);
   if (qdt::IsMeant(static_cast<ServerMapQuery *>(context), map) && qdt::IsReset(map.type)) {
-    __atomic_store_n(&static_cast<qdt::ServerMapEntry *>(entry)->ttl, qdt::kServerMapAgedOut,
-                     __ATOMIC_RELAXED);
+    const uint64_t ttl = reinterpret_cast<uint64_t>(entry) + offsetof(qdt::ServerMapEntry, ttl);
+    qdt::WriteEngineMemory(ttl, &qdt::kServerMapAgedOut, sizeof(qdt::kServerMapAgedOut));
   }
   return QDT_TBL_CONTINUE;
 }
@@ -274,6 +275,7 @@ int32_t QdtOmaResetServerMapProc(AgentRequest request) {
   uint32_t bucket = 0;
   int32_t status;
   do {
+    const qdt::EngineMemoryScope memory;
     status = qdt::WalkBuckets(OmaResetServerMapGetInfo, &query, qdt::kResetBuckets, &bucket);
     usleep(qdt::kResetPause);
   } while (status == qdt::kMoreBuckets);

@@ -16,7 +16,10 @@
 #include "src/om/oma/session_filter.h"
 #include "src/om/oma/session_flow.h"
 
-// The list of sessions that the management agent asks for.
+// The list of sessions that the management agent asks for, and their statistics.
+uint64_t g_lastSaveFlowCreateNum, g_lastRateCalTime;
+uint64_t g_curFlowNum, g_curFlowRate, g_maxFlowRate, g_maxFlowNum;
+
 namespace qdt {
 namespace {
 
@@ -82,6 +85,7 @@ bool PrintSession(const SessionRecord &session, SessionQueryOutput *output) {
 
 // Writes the whole answer; false with a log line.
 bool List(SessionQueryOutput *output) {
+  const EngineMemoryScope memory;
   if (const int32_t code = TbmTblTrav(kEngineInstance, kTableSession, OmaQuerySessionGetInfo, output);
       code != 0) {
     QDT_LOG_ERROR("Query session get info failed, ret: %d\n", code);
@@ -189,6 +193,7 @@ int32_t QuerySessionPrintTcpFlowInfo(const void *record, SessionQueryOutput *out
 int32_t OmaQuerySessionGetInfo(void *record, void *context) {
   auto *const output = static_cast<SessionQueryOutput *>(context);
   if (output->counter > qdt::g_sessionFilter[qdt::kFilterLimit].value.words[0]) return QDT_TBL_STOP;
+  qdt::EngineMemoryScope::NoteDelivered(record, sizeof(qdt::SessionRecord));
   const int32_t matched = QuerySessionNodeMatch(record);
   if (matched == kFailed) return QDT_TBL_STOP;
   if (matched != 0) return QDT_TBL_CONTINUE;
@@ -207,5 +212,18 @@ int32_t QdtOmaQuerySessionProc(AgentRequest request) {
   }
   SessionQueryOutput output = {answer.get(), qdt::kListingRoom, 0, 1};
   if (!qdt::List(&output)) return kFailed;
+  return QdtOmSendMsg(answer.get()) == 0 ? 0 : kFailed;
+}
+
+int32_t QdtOmaSessionStatisticsProc(AgentRequest) {
+  const qdt::OwnedText answer = qdt::AllocateZeroed<char>(QDT_HERE, qdt::kListingRoom);
+  if (answer == nullptr) {
+    QDT_LOG_ERROR("malloc buf for session statistics failed\n");
+    return kFailed;
+  }
+  if (QdtPrintSessStat(answer.get(), qdt::kListingRoom) < 0) {
+    QDT_LOG_ERROR("Print session statistics info failed\n");
+    return kFailed;
+  }
   return QdtOmSendMsg(answer.get()) == 0 ? 0 : kFailed;
 }

@@ -3,18 +3,12 @@
 #include <algorithm>
 #include <cstddef>
 
-#include "platform/engine.h"
 #include "platform/tbm.h"
 #include "qdt/session.h"
-#include "src/om/common/log.h"
 #include "src/om/common/memory_probe.h"
-#include "src/om/common/owned.h"
 #include "src/om/engine/session.h"
-#include "src/om/oma/listing_end.h"
 
-// Aging out of sessions, and their statistics.
-uint64_t g_lastSaveFlowCreateNum, g_lastRateCalTime;
-uint64_t g_curFlowNum, g_curFlowRate, g_maxFlowRate, g_maxFlowNum;
+// Aging out of sessions.
 
 namespace {
 
@@ -28,6 +22,7 @@ int32_t QdtFlowPartScan(int32_t (*callback)(void *record), uint32_t chunk, uint3
   const TbmFlowPartition *const partition =
       g_tbmGlobalInfo == nullptr ? nullptr : g_tbmGlobalInfo->flowPartition;
   if (partition == nullptr || *cursor >= partition->nodeCount || partition->nodes == nullptr) return -1;
+  const qdt::EngineMemoryScope memory;  // of one chunk: what happens in a pause behind it is seen
   const uint32_t end = *cursor + std::min(chunk, partition->nodeCount - *cursor);
   for (uint32_t slot = *cursor; slot < end; ++slot) {
     void *const node = __atomic_load_n(&partition->nodes[slot], __ATOMIC_ACQUIRE);
@@ -60,17 +55,4 @@ int32_t QdtOmaResetSessionProc(AgentRequest request) {
   SessionParamValuelClear();
   QuerySessionGetParam(request, 0);
   return QdtSessResetProc();
-}
-
-int32_t QdtOmaSessionStatisticsProc(AgentRequest) {
-  const qdt::OwnedText answer = qdt::AllocateZeroed<char>(QDT_HERE, qdt::kListingRoom);
-  if (answer == nullptr) {
-    QDT_LOG_ERROR("malloc buf for session statistics failed\n");
-    return -1;
-  }
-  if (QdtPrintSessStat(answer.get(), qdt::kListingRoom) < 0) {
-    QDT_LOG_ERROR("Print session statistics info failed\n");
-    return -1;
-  }
-  return QdtOmSendMsg(answer.get()) == 0 ? 0 : -1;
 }

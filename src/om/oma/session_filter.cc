@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 
 #include <algorithm>
+#include <bit>
 #include <ctime>
 #include <iterator>
 #include <string_view>
@@ -223,11 +224,27 @@ SessionFilterRow g_sessionFilter[kSessionFilterRows] = {
     {"type", ReadType, CompareType, false, {}},
 };
 
+namespace {
+
+// The rows that a session is held against, a bit for each. A table of sessions is long, and most rows filter
+// nothing.
+uint32_t g_activeRows;
+
+void FindActiveRows() {
+  g_activeRows = 0;
+  for (uint32_t i = 0; i < kSessionFilterRows; ++i) {
+    const SessionFilterRow &row = g_sessionFilter[i];
+    if (!row.queryOnly && !row.value.IsZero()) g_activeRows |= uint32_t{1} << i;
+  }
+}
+
+}  // namespace
 }  // namespace qdt
 
 int32_t SessionParamValuelClear() {
   for (qdt::SessionFilterRow &row : qdt::g_sessionFilter) row.value = {};
   qdt::g_sessionFilter[qdt::kFilterType].value = qdt::Number(qdt::kSessionIpv4);
+  qdt::FindActiveRows();
   return 1;
 }
 
@@ -236,6 +253,7 @@ int32_t QuerySessionGetParam(AgentRequest request, int32_t queryMode) {
     if (row.read == nullptr || (row.queryOnly && queryMode != qdt::kQueryMode)) continue;
     row.value = row.read(request, row.name);
   }
+  qdt::FindActiveRows();
   return 0;
 }
 
@@ -246,8 +264,8 @@ int32_t QuerySessionNodeMatch(const void *record) {
     return qdt::kFails;
   }
   qdt::Candidate candidate(session);
-  for (const qdt::SessionFilterRow &row : qdt::g_sessionFilter) {
-    if (row.value.IsZero()) continue;
+  for (uint32_t rows = qdt::g_activeRows; rows != 0; rows &= rows - 1) {
+    const qdt::SessionFilterRow &row = qdt::g_sessionFilter[std::countr_zero(rows)];
     const int32_t compared = row.compare(candidate, row.value);
     if (compared == qdt::kPasses) continue;
     if (compared == qdt::kFails) return qdt::kFails;

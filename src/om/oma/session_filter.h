@@ -27,7 +27,7 @@ class Candidate {
     return state_;
   }
 
-  // Zero unless it could be read.
+  // Behind Read; zero unless the key could be read.
   const SessionFlow &flow() const { return flow_; }
 
   const SessionRecord &session;
@@ -35,7 +35,7 @@ class Candidate {
  private:
   bool asked_ = false;
   FlowState state_ = FlowState::kAbsent;
-  SessionFlow flow_{};
+  SessionFlow flow_;
 };
 
 // What a comparator returns.
