@@ -1,53 +1,8 @@
 #include "src/om/common/digits.h"
 
-#include <array>
 #include <bit>
 
 namespace qdt {
-namespace {
-
-// "00" to "99".
-constexpr auto kPairs = [] {
-  std::array<char, 200> pairs{};
-  for (int i = 0; i < 100; ++i) {
-    pairs[2 * i] = static_cast<char>('0' + i / 10);
-    pairs[2 * i + 1] = static_cast<char>('0' + i % 10);
-  }
-  return pairs;
-}();
-
-char *PutPair(char *at, uint64_t value) {
-  std::memcpy(at, &kPairs[2 * value], 2);
-  return at + 2;
-}
-
-// The first one or two digits.
-char *PutLeading(char *at, uint64_t value) {
-  if (value >= 10) return PutPair(at, value);
-  *at = static_cast<char>('0' + value);
-  return at + 1;
-}
-
-// A number with a fraction of kPoint bits: each step brings the next two digits in front of the point.
-template <int kPoint, int kSteps>
-char *PutFraction(char *at, uint64_t number) {
-  constexpr uint64_t kFraction = (uint64_t{1} << kPoint) - 1;
-  at = PutLeading(at, number >> kPoint);
-  for (int i = 0; i < kSteps; ++i) {
-    number = (number & kFraction) * 100;
-    at = PutPair(at, number >> kPoint);
-  }
-  return at;
-}
-
-// A value over 100^kSteps, rounded up so far that no digit falls short.
-template <int kPoint, int kSteps>
-char *PutScaled(char *at, uint64_t value) {
-  constexpr uint64_t kPower = kSteps == 1 ? 100 : kSteps == 2 ? 10000 : kSteps == 3 ? 1000000 : 100000000;
-  return PutFraction<kPoint, kSteps>(at, value * ((uint64_t{1} << kPoint) / kPower + 1));
-}
-
-}  // namespace
 
 constinit const char g_hexPairs[512] = {
 #define QDT_PAIR(high, low) high, low
@@ -63,21 +18,13 @@ constinit const char g_hexPairs[512] = {
 #undef QDT_PAIR
 };
 
-char *PutUnsigned(char *at, uint32_t value) {
-  if (value < 100) return PutLeading(at, value);
-  if (value < 10000) return PutScaled<32, 1>(at, value);
-  if (value < 1000000) return PutScaled<32, 2>(at, value);
-  if (value < 100000000) return PutScaled<48, 3>(at, value);
-  return PutScaled<57, 4>(at, value);
-}
-
 char *PutUnsigned64(char *at, uint64_t value) {
   constexpr uint32_t kTenTo8 = 100000000;
   if (value <= UINT32_MAX) return PutUnsigned(at, static_cast<uint32_t>(value));
   at = PutUnsigned64(at, value / kTenTo8);
   auto rest = static_cast<uint32_t>(value % kTenTo8);
   for (uint32_t unit = kTenTo8 / 100; unit != 0; unit /= 100) {
-    at = PutPair(at, rest / unit);
+    at = digits::PutPair(at, rest / unit);
     rest %= unit;
   }
   return at;

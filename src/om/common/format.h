@@ -51,6 +51,7 @@ struct Format {
 // How a value is printed. Values are handed over as 64 bits: numbers extended by their own sign, texts as the
 // address of their characters (kText) or of a std::string_view (kView), doubles as their bits.
 enum class Kind : uint8_t {
+  kNone,  // no value: the literal goes on in the next piece, or ends the program
   kUnsigned,
   kSigned,
   kHexadecimal,
@@ -61,11 +62,13 @@ enum class Kind : uint8_t {
   kIpv4,
   kIpv6,
   kIpv6Words,
-  kLastOfKnownLength = kIpv6Words,  // up to here the format says how long a value can be
+  kPaddedUnsigned,  // these three to a width that the format names
+  kPaddedSigned,
+  kPaddedHexadecimal,
+  kLastOfKnownLength = kPaddedHexadecimal,  // up to here the format says how long a value can be
   kFixed,
   kText,
   kView,
-  kNone,         // no value: the literal goes on in the next piece, or ends the program
   kFirstPadded,  // from here on: padded to a width; the kind is what is left
 };
 
@@ -103,7 +106,7 @@ struct Piece {
 // nothing to do.
 struct Program {
   uint16_t bound;  // characters that are printed at most, apart from texts and widths that are arguments
-  bool isLine;     // one number without a width behind 16 to 32 characters, then a line's end
+  bool isLine;     // a label, one decimal number, and a line's end
 
   const Piece *First() const { return reinterpret_cast<const Piece *>(this + 1); }
 };
@@ -372,6 +375,11 @@ constexpr Kind KindOf(const Conversion &c, Kind text) {
   if (c.type == 0 || (c.width == 0 && !c.widthIsArgument)) return plain;
   if (plain == Kind::kHexadecimal && c.zero && c.width == 2 && c.bytes == 4) return Kind::kByte;
   if (plain == Kind::kHexadecimal && c.zero && c.width == 8 && c.bytes == 4) return Kind::kWord;
+  if (!c.widthIsArgument) {
+    if (plain == Kind::kUnsigned) return Kind::kPaddedUnsigned;
+    if (plain == Kind::kSigned) return Kind::kPaddedSigned;
+    if (plain == Kind::kHexadecimal) return Kind::kPaddedHexadecimal;
+  }
   return Padded(plain);
 }
 
@@ -401,10 +409,8 @@ struct Outline {
   constexpr void Flag(int flag) { bytes[last + 3] = static_cast<char>(bytes[last + 3] | flag); }
 
   constexpr bool IsLine() const {
-    const Kind kind = LastKind();
-    const int length = bytes[last];
-    return count == 1 && (bytes[last + 3] & Piece::kNewline) != 0 && length >= 16 && length <= 32 &&
-           (kind == Kind::kUnsigned || kind == Kind::kSigned || kind == Kind::kHexadecimal);
+    const bool isDecimal = LastKind() == Kind::kUnsigned || LastKind() == Kind::kSigned;
+    return count == 1 && isDecimal && (bytes[last + 3] & Piece::kNewline) != 0;
   }
 };
 

@@ -65,9 +65,13 @@ NQE_TABLE_SEARCH(VlanBitmap) {
 }
 
 void toBinary(char *buffer, uint32_t value) {
-  for (int bit = 31; bit >= 0; --bit) {
-    *buffer++ = qdt::Bit(value, bit) != 0 ? '1' : '0';
-    if (bit % 8 == 0) *buffer++ = ' ';
+  for (int shift = 24; shift >= 0; shift -= 8) {
+    // Eight bits at once, each in a character of its own, the highest first.
+    uint64_t bits = (value >> shift & 0xFF) * 0x0101010101010101 & 0x0102040810204080;
+    bits = ((bits + 0x7F7F7F7F7F7F7F7F) >> 7 & 0x0101010101010101) + 0x3030303030303030;
+    std::memcpy(buffer, &bits, sizeof(bits));
+    buffer[8] = ' ';
+    buffer += 9;
   }
   *buffer = '\0';
 }
