@@ -18,16 +18,28 @@ constinit const char g_hexPairs[512] = {
 #undef QDT_PAIR
 };
 
+namespace {
+
+constexpr uint32_t kTenTo8 = 100000000;
+
+char *PutFourDigits(char *at, uint32_t value) {
+  return digits::PutPair(digits::PutPair(at, value / 100), value % 100);
+}
+
+char *PutEightDigits(char *at, uint64_t value) {
+  const auto eight = static_cast<uint32_t>(value);
+  return PutFourDigits(PutFourDigits(at, eight / 10000), eight % 10000);
+}
+
+}  // namespace
+
 char *PutUnsigned64(char *at, uint64_t value) {
-  constexpr uint32_t kTenTo8 = 100000000;
   if (value <= UINT32_MAX) return PutUnsigned(at, static_cast<uint32_t>(value));
-  at = PutUnsigned64(at, value / kTenTo8);
-  auto rest = static_cast<uint32_t>(value % kTenTo8);
-  for (uint32_t unit = kTenTo8 / 100; unit != 0; unit /= 100) {
-    at = digits::PutPair(at, rest / unit);
-    rest %= unit;
-  }
-  return at;
+  const uint64_t high = value / kTenTo8;
+  if (high <= UINT32_MAX)
+    return PutEightDigits(PutUnsigned(at, static_cast<uint32_t>(high)), value % kTenTo8);
+  at = PutUnsigned(at, static_cast<uint32_t>(high / kTenTo8));
+  return PutEightDigits(PutEightDigits(at, high % kTenTo8), value % kTenTo8);
 }
 
 char *PutHexadecimal(char *at, uint64_t value) {

@@ -105,6 +105,9 @@ void StoreDirectly(const void *from, uint64_t address, size_t size) {
   }
 }
 
+// Linux maps nothing there, so that null pointers need not be asked about.
+constexpr uint64_t kLowestAddress = 4096;
+
 }  // namespace
 
 Pipe::~Pipe() {
@@ -198,6 +201,7 @@ bool IsEngineMemory(uint64_t address, size_t size) {
 }
 
 bool ReadEngineMemory(uint64_t address, void *out, size_t size) {
+  if (address < kLowestAddress && size != 0) return false;
   EngineMemoryScope *const scope = t_scope;
   if (scope == nullptr) return ReadByKernel(address, out, size);
   if (!scope->MayRead(address, size)) return false;
