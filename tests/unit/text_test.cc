@@ -1,8 +1,11 @@
 #include "src/om/common/text.h"
 
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <memory>
 #include <string>
 
@@ -103,6 +106,111 @@ TEST(TextTest, WidthsThatAreArguments) {
   EXPECT_EQ(Printed<"<%*s>">(0, "ab"), "<ab>");
   EXPECT_EQ(Printed<"<%*u>">(4, 7u), "<   7>");
   EXPECT_EQ(Printed<"<%0*d>">(4, -7), "<-007>");
+}
+
+TEST(TextTest, MacAddresses) {
+  const uint8_t mac[6] = {0x00, 0x1A, 0xFF, 0x07, 0xB0, 0x9C};
+  EXPECT_EQ(Printed<"%02x:%02x:%02x:%02x:%02x:%02x">(Mac(mac)), "00:1a:ff:07:b0:9c");
+  EXPECT_EQ(Printed<"<%02x:%02x:%02x:%02x:%02x:%02x, %u>\n">(Mac(mac), 5u), "<00:1a:ff:07:b0:9c, 5>\n");
+}
+
+TEST(TextTest, Ipv4Addresses) {
+  EXPECT_EQ(Printed<"%s">(Address(uint32_t{0})), "0.0.0.0");
+  EXPECT_EQ(Printed<"%s">(Address(uint32_t{0xFFFFFFFF})), "255.255.255.255");
+  EXPECT_EQ(Printed<"ip %s\n">(Address(uint32_t{0x0A0B6409})), "ip 10.11.100.9\n");
+  EXPECT_EQ(Printed<"<%-16s>">(Address(uint32_t{0xC0000201})), "<192.0.2.1       >");
+}
+
+struct Ipv6Case {
+  uint32_t words[4];
+  const char *text;
+};
+
+TEST(TextTest, Ipv6Addresses) {
+  constexpr Ipv6Case kCases[] = {
+      {{0, 0, 0, 0}, "::"},
+      {{0, 0, 0, 1}, "::1"},
+      {{0x00010000, 0, 0, 0}, "1::"},
+      {{0x20010DB8, 0, 0, 0x00000001}, "2001:db8::1"},
+      {{0x20010DB8, 0x00000000, 0x00010000, 0x00000001}, "2001:db8::1:0:0:1"},
+      {{0x20010DB8, 0x00000001, 0x00000000, 0x00010001}, "2001:db8:0:1::1:1"},
+      {{0x20010DB8, 0x00010002, 0x00030004, 0x00050000}, "2001:db8:1:2:3:4:5:0"},
+      {{0x20010DB8, 0x00000001, 0x00020003, 0x00040005}, "2001:db8:0:1:2:3:4:5"},
+      {{0xFE800000, 0, 0x021122FF, 0xFE334455}, "fe80::211:22ff:fe33:4455"},
+      {{0xFFFFFFFF, 0xFFFFFFFF, 0xFFFFFFFF, 0xFFFFFFFF}, "ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff"},
+      {{0, 0, 0x0000FFFF, 0xC0000201}, "::ffff:192.0.2.1"},
+      {{0, 0, 0, 0xC0000201}, "::192.0.2.1"},
+      {{0, 0, 0x0000FFFE, 0xC0000201}, "::fffe:c000:201"},
+  };
+  for (const Ipv6Case &c : kCases) {
+    uint8_t bytes[16];
+    for (int i = 0; i < 16; ++i) bytes[i] = static_cast<uint8_t>(c.words[i / 4] >> (24 - i % 4 * 8));
+    EXPECT_EQ(Printed<"%s">(Address(c.words)), c.text);
+    EXPECT_EQ(Printed<"<%s>\n">(Address(bytes)), "<" + std::string(c.text) + ">\n");
+  }
+}
+
+// Every pattern of zero words, held against the C library.
+TEST(TextTest, Ipv6AddressesAsTheCLibrary) {
+  for (unsigned pattern = 0; pattern < 256 * 4; ++pattern) {
+    uint8_t bytes[16] = {};
+    for (unsigned word = 0; word < 8; ++word) {
+      if ((pattern & 1u << word) == 0) continue;
+      bytes[2 * word] = pattern & 256 ? 0xFF : 0;
+      bytes[2 * word + 1] = pattern & 512 ? 0xFF : static_cast<uint8_t>(word + 1);
+    }
+    char expected[INET6_ADDRSTRLEN];
+    ASSERT_NE(inet_ntop(AF_INET6, bytes, expected, sizeof(expected)), nullptr);
+    EXPECT_EQ(Printed<"%s">(Address(bytes)), expected) << pattern;
+  }
+}
+
+#define QDT_TEN "0123456789"
+#define QDT_HUNDRED QDT_TEN QDT_TEN QDT_TEN QDT_TEN QDT_TEN QDT_TEN QDT_TEN QDT_TEN QDT_TEN QDT_TEN
+
+TEST(TextTest, LiteralsOfAnyLength) {
+  const std::string hundred = QDT_HUNDRED;
+  EXPECT_EQ(Printed<QDT_HUNDRED QDT_HUNDRED QDT_HUNDRED>(), hundred + hundred + hundred);
+  EXPECT_EQ(Printed<"%u" QDT_HUNDRED QDT_HUNDRED QDT_HUNDRED "%s" QDT_TEN>(7u, "x"),
+            "7" + hundred + hundred + hundred + "x0123456789");
+  // "%%" at the place where a literal is divided.
+  EXPECT_EQ(
+      Printed<QDT_HUNDRED QDT_HUNDRED "0123456789012345678901234567890123456789012345678901234%%%u">(1u),
+      hundred + hundred + "0123456789012345678901234567890123456789012345678901234%1");
+}
+
+// Whatever the literal's length, no byte but the text's and its NUL is written.
+TEST(TextTest, WritesNothingBehindTheText) {
+  char area[64];
+  const auto expect = [&area](bool printed, const std::string &text) {
+    EXPECT_TRUE(printed);
+    EXPECT_EQ(std::string(area, sizeof(area)),
+              text + std::string(1, '\0') + std::string(sizeof(area) - 1 - text.size(), '#'));
+  };
+  const auto fresh = [&area] {
+    std::fill(std::begin(area), std::end(area), '#');
+    return sizeof(area);
+  };
+  {
+    Text text(area, fresh());
+    expect(text.Print<"a">(), "a");
+  }
+  {
+    Text text(area, fresh());
+    expect(text.Print<"abc%u">(1u), "abc1");
+  }
+  {
+    Text text(area, fresh());
+    expect(text.Print<"abcdefg%u\n">(1u), "abcdefg1\n");
+  }
+  {
+    Text text(area, fresh());
+    expect(text.Print<"abcdefghijklmnop : %d\n">(-1), "abcdefghijklmnop : -1\n");
+  }
+  {
+    Text text(area, fresh());
+    expect(text.Print<"%s<">("abcdefghijklmnopqrstu"), "abcdefghijklmnopqrstu<");
+  }
 }
 
 TEST(TextTest, Doubles) {
