@@ -206,7 +206,9 @@ NQE_TABLE_SEARCH(SacUsfStat) {
   void *entry = nullptr;
   const int32_t code = TbmTblSearch(qdt::kEngineInstance, qdt::kTableSacUserStat, &key, &entry);
   if (code != 0) {
-    QDT_LOG_INFO("sac usf stat search fail, ret=%d, mac(%s)\n", code, qdt::ToText(key.mac).c_str());
+    const qdt::MacAddress &mac = key.mac;
+    QDT_LOG_INFO("sac usf stat search fail, ret=%d, mac(%02x:%02x:%02x:%02x:%02x:%02x)\n", code, mac[0],
+                 mac[1], mac[2], mac[3], mac[4], mac[5]);
     return code;
   }
   return search.Deliver(entry, sizeof(SacUserEntry));
