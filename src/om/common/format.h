@@ -51,7 +51,8 @@ struct Format {
 // How a value is printed. Values are handed over as 64 bits: numbers extended by their own sign, texts as the
 // address of their characters (kText) or of a std::string_view (kView), doubles as their bits.
 enum class Kind : uint8_t {
-  kNone,  // no value: the literal goes on in the next piece, or ends the program
+  kNone,      // no value: the literal goes on in the next piece, or ends the program
+  kLabelled,  // kUnsigned behind a literal of 16 to 32 characters: most of what views print
   kUnsigned,
   kSigned,
   kHexadecimal,
@@ -396,7 +397,9 @@ struct Outline {
     last = size;
     ++count;
     bytes[size++] = static_cast<char>(c.length);
-    bytes[size++] = static_cast<char>(KindOf(c, text));
+    const Kind kind = KindOf(c, text);
+    const bool isLabelled = kind == Kind::kUnsigned && c.length >= 16 && c.length <= 32;
+    bytes[size++] = static_cast<char>(isLabelled ? Kind::kLabelled : kind);
     bytes[size++] = static_cast<char>(c.width);
     bytes[size++] = static_cast<char>((c.left ? Piece::kLeft : 0) | (c.zero ? Piece::kZero : 0) |
                                       (c.widthIsArgument ? Piece::kWidthIsArgument : 0) |
@@ -409,7 +412,7 @@ struct Outline {
   constexpr void Flag(int flag) { bytes[last + 3] = static_cast<char>(bytes[last + 3] | flag); }
 
   constexpr bool IsLine() const {
-    const bool isDecimal = LastKind() == Kind::kUnsigned || LastKind() == Kind::kSigned;
+    const bool isDecimal = LastKind() >= Kind::kLabelled && LastKind() <= Kind::kSigned;
     return count == 1 && isDecimal && (bytes[last + 3] & Piece::kNewline) != 0;
   }
 };

@@ -84,6 +84,7 @@ std::string_view TextOf(Kind kind, uint64_t value) {
 // What is no text, without what pads it.
 [[gnu::noinline]] char *PutOther(char *at, Kind kind, uint64_t value) {
   switch (kind) {
+    case Kind::kLabelled:
     case Kind::kUnsigned:
     case Kind::kPaddedUnsigned:
       return PutNumber(at, value);
@@ -196,9 +197,14 @@ __attribute__((no_stack_protector)) bool Text::RunWith(const Program &program, u
   // The quick way for what most lines of views are.
   const Piece *const piece = program.First();
   char *at = at_;
-  CopyLiteral(at, piece->Literal(), piece->length);
-  at += piece->length;
-  at = piece->kind == Kind::kUnsigned ? PutNumber(at, value) : PutSigned(at, value);
+  const size_t length = piece->length;
+  if (piece->kind == Kind::kLabelled) {
+    CopyEnds<16>(at, piece->Literal(), length);
+  } else {
+    CopyLiteral(at, piece->Literal(), length);
+  }
+  at += length;
+  at = piece->kind == Kind::kSigned ? PutSigned(at, value) : PutNumber(at, value);
   *at++ = '\n';
   *at = '\0';
   at_ = at;
@@ -214,6 +220,12 @@ bool Text::Run(const Program &program, const uint64_t *values) {
   for (;; piece = piece->Next()) {
     const size_t length = piece->length;
     const Kind kind = piece->kind;
+    if (kind == Kind::kLabelled) [[likely]] {
+      CopyEnds<16>(at, piece->Literal(), length);
+      at = PutNumber(at + length, *value++);
+      if (piece->Has(Piece::kLast)) break;
+      continue;
+    }
     if (kind > Kind::kLastOfKnownLength) return RunRest(program, values, piece, value, at);
     CopyLiteral(at, piece->Literal(), length);
     at += length;
@@ -245,6 +257,7 @@ bool Text::RunRest(const Program &program, const uint64_t *values, const Piece *
     switch (piece->kind) {
       case Kind::kNone:
         break;
+      case Kind::kLabelled:
       case Kind::kUnsigned:
         at = PutNumber(at, *value++);
         break;
