@@ -257,7 +257,8 @@ QDT_API int32_t QdtPrintSingleNhpNdMissInfo(char *text, uint32_t capacity, const
 
 /*
  * Packets that wait for fragments, in the engine's regions "IP_REASS_CTX_PTR" and "IP6_REASS_CTX_PTR". The
- * engine changes their lists while they are read: a link that leads nowhere ends a listing without failure.
+ * engine changes their lists while they are read: a link that leads nowhere, or round and round past the
+ * list's head, ends a listing without failure.
  */
 
 /* Parameter "type": "ipv6" runs the IPv6 handler; anything else, or nothing, the IPv4 handler. */
@@ -274,7 +275,7 @@ QDT_API int32_t QdtOmaIpv6FragReassProc(AgentRequest request);
 
 /*
  * 0 when the texts, each of which may be null, are of version `ipType` (4 or 6) as QdtOmaGetIpVer sees it.
- * -1: a line that names the first that is not stands in `buffer`, `size` bytes.
+ * -1: a line that names the first that is not stands in `buffer`, `size` bytes; nothing is written otherwise.
  */
 QDT_API int32_t QdtOmaFragVerifyParam(char *buffer, uint32_t size, int32_t ipType, const char *sourceText,
                                       const char *destinationText);

@@ -65,6 +65,8 @@ void FakePlatform::ClearTable(uint32_t table) { tables_.erase(table); }
 
 void FakePlatform::FailTable(uint32_t table, int32_t code) { tables_[table].code = code; }
 
+void FakePlatform::LoseEntries(uint32_t table) { tables_[table].lost = true; }
+
 void FakePlatform::FailCount(uint32_t table, int32_t code) { tables_[table].countCode = code; }
 
 void FakePlatform::FailWalk(uint32_t table, int call, int32_t code) {
@@ -82,6 +84,10 @@ int32_t FakePlatform::Find(const char *kind, uint32_t instance, uint32_t id, con
   EXPECT_EQ(instance, 0u);
   Table &table = tables_[id];
   if (table.code != 0) return table.code;
+  if (table.lost) {
+    *found = nullptr;
+    return 0;
+  }
   for (size_t i = 0; i < table.entries.size(); ++i) {
     Entry &entry = table.entries[i];
     if (i == 0) {
@@ -350,6 +356,7 @@ uint32_t TbmTblGetSpec(uint32_t instance, uint32_t table) {
 
 int32_t TbmTblMemStat(uint32_t instance, uint32_t table, uint32_t *bytes) {
   EXPECT_EQ(instance, 0u);
+  FakePlatform::Get().memoryQueries.push_back(table);
   const auto memory = FakePlatform::Get().tableMemory[table];
   *bytes = memory.bytes;
   return memory.code;

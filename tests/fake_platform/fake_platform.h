@@ -96,6 +96,8 @@ class FakePlatform {
 
   // Makes every search, match or walk of the table return `code`. 0 takes that back.
   void FailTable(uint32_t table, int32_t code);
+  // Makes every search and match of the table answer 0, and that its entry is nowhere.
+  void LoseEntries(uint32_t table);
   // Makes counts of the table's entries return `code`.
   void FailCount(uint32_t table, int32_t code);
   // Makes walks of the table return `code` from their call number `call` (0 for the first) on.
@@ -130,6 +132,7 @@ class FakePlatform {
     uint32_t bytes = 0;
   };
   std::map<uint32_t, TableMemory> tableMemory;
+  std::vector<uint32_t> memoryQueries;  // the tables whose memory was asked for
 
   // Capacities of tables, by table id; a table that is not listed is not defined.
   std::map<uint32_t, uint32_t> capacities;
@@ -252,6 +255,7 @@ class FakePlatform {
   struct Table {
     std::deque<Entry> entries;
     int32_t code = 0;
+    bool lost = false;
     int32_t countCode = 0;
     int failWalkAt = -1;
     int32_t walkCode = 0;

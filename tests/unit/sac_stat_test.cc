@@ -225,10 +225,11 @@ TEST_F(SacIfStatTest, MissingEntriesAreLogged) {
 TEST_F(SacStatTest, UserWholeAnswer) {
   Record entry = Head(kUserSize, kUser, 1);
   FillSlot(entry, kUser, 1);
-  platform.AddEntry(kUserStat, {0xa0, 0x0b, 0xc1, 0x0d, 0xe2, 0x0f}, entry.bytes());
+  platform.AddEntry(kUserStat, {0xa0, 0x0b, 0xc1, 0x0d, 0xe2, 0x0f, 0, 0}, entry.bytes());
   EXPECT_EQ(Query("86", "a0:0b:c1:0d:e2:0f"), Framed(HeadText("1") + FullSlot("[ 1]")));
   EXPECT_TRUE(platform.log.empty());
-  ExpectFindsOne(NqeTableSearchSacUsfStat, kUserStat, entry, "search 104 a00bc10de20f", "a0:0b:c1:0d:e2:0f");
+  ExpectFindsOne(NqeTableSearchSacUsfStat, kUserStat, entry, "search 104 a00bc10de20f0000",
+                 "a0:0b:c1:0d:e2:0f");
 }
 
 TEST_F(SacStatTest, UserMissingIsLogged) {

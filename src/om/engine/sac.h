@@ -2,6 +2,7 @@
 #define SRC_OM_ENGINE_SAC_H_
 
 #include "src/om/engine/layout.h"
+#include "src/om/engine/user.h"
 
 // Application control (SAC): what is done with the traffic of an application, how applications are numbered,
 // and what is counted of them. The meaning of the numbers is the engine's own.
@@ -136,8 +137,7 @@ QDT_FIELD_AT(SacUserStatistics, sub1, 1056);
 QDT_FIELD_AT(SacUserStatistics, total, 2088);
 
 struct SacUserEntry {
-  MacAddress mac;
-  uint16_t reserved6;
+  StationKey station;
   SacUserStatistics statistics;
 };
 QDT_RECORD_SIZE(SacUserEntry, 3472);

@@ -91,7 +91,7 @@ enum EngineTable : uint32_t {
   kTableSacPriority = 101,         // application id -> SacPriorityMapping
   kTableSacPolicyCar = 102,        // SacPolicyCarKey -> SacPolicyCar
   kTableSacInterfaceStat = 103,    // VAP index -> SacInterfaceStatistics
-  kTableSacUserStat = 104,         // MAC address -> SacUserEntry
+  kTableSacUserStat = 104,         // StationKey -> SacUserEntry
   kTableEapLog = 107,              // StationKey -> EapLogEntry
   kTableArpSimulator = 108,        // ArpSimulatorEntry
 };

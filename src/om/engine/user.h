@@ -164,14 +164,14 @@ enum UsfAddressType : uint16_t {
 struct UsfMacIpKey {
   uint8_t address[16];
   uint16_t type;
+  uint16_t reserved18;
 };
-QDT_RECORD_SIZE(UsfMacIpKey, 18);
+QDT_RECORD_SIZE(UsfMacIpKey, 20);
 QDT_FIELD_AT(UsfMacIpKey, type, 16);
 
 // Binding between the addresses of a station.
 struct UsfMacIpEntry {
   UsfMacIpKey key;
-  uint16_t reserved18;
   uint8_t ipType;
   uint8_t learnMode;
   MacAddress mac;

@@ -72,6 +72,7 @@ NQE_TABLE_SEARCH(AclRule) {
   AclRuleRecord rule = {{search.key2, search.key3}, search.key4, {}, {}};
   void *group = nullptr, *action = nullptr, *content = nullptr;
   if (const int32_t code = FindGroup(rule.group, &group); code != 0) return code;
+  if (group == nullptr) return QDT_TBL_MEMORY;
   if (const int32_t code = TbmAclGroupSearchByPri(group, rule.priority, &action, &content); code != 0) {
     return code;
   }
@@ -85,6 +86,7 @@ NQE_TABLE_SEARCH(AclRule) {
 NQE_TABLE_FORMAT_FIRST(AclRule, AclRuleRecord) {
   qdt::PrintAclRuleContent(text, e.content);
   qdt::PrintAclAction(text, e.action);
+  if (text.failed()) return;
   const AclStatKey key = {e.group, e.priority};
   const qdt::BoundEntry stat = qdt::CheckBoundEntry(qdt::kTableAclStat, key, e.action.boundStat);
   if (stat.same) {

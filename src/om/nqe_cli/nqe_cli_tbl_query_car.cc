@@ -163,6 +163,7 @@ NQE_TABLE_FORMAT(FormatCpcars, CpcarPps, CpcarEntry) {
   void *entry = nullptr;
   const int32_t code = TbmTblSearch(qdt::kEngineInstance, qdt::kTableCar, &e.carId, &entry);
   if (code != 0) return text.Fail(code);
+  if (entry == nullptr) return text.Fail(QDT_TBL_MEMORY);
   text.Print<
       "  HostProType    :  %u\n"
       "  HostProName    :  %s\n"
@@ -178,6 +179,7 @@ NQE_TABLE_SEARCH(MacCarId) {
   void *entry = nullptr;
   const int32_t code = TbmTblSearch(qdt::kEngineInstance, qdt::kTableHsecGlobalCfg, &kKey, &entry);
   if (code != 0) return code;
+  if (entry == nullptr) return QDT_TBL_MEMORY;
   const uint16_t &carId = static_cast<const HsecGlobalCfg *>(entry)->macCarId[qdt::MacCarSlot(mac)];
   return search.Deliver(&carId, sizeof(carId));
 }

@@ -61,6 +61,7 @@ void PrintStatistics(Text &text, const SacStatistics<kSlots> &e) {
     LogNoGlobal(e, code);
     return text.Fail();
   }
+  if (global == nullptr) return text.Fail(QDT_TBL_MEMORY);
   text.Print<
       "      AppNum            :  %u\n"
       "      CurRealTimeStat   :  %u\n"
@@ -181,6 +182,7 @@ NQE_TABLE_SEARCH(SacIfStat) {
     QDT_LOG_INFO("sac search fwdif fail, ret=%d, ctrlIfIdx=%u, fwdIfIdx=%u\n", code, search.key2, fwdIfIndex);
     return code;
   }
+  if (entry == nullptr) return QDT_TBL_MEMORY;
   const uint32_t vapIndex = static_cast<const qdt::ForwardingInterface *>(entry)->vapIndex;
   code = TbmTblSearch(qdt::kEngineInstance, qdt::kTableSacInterfaceStat, &vapIndex, &entry);
   if (code != 0) {
@@ -194,10 +196,11 @@ NQE_TABLE_FORMAT_ONE(SacIfStat, SacInterfaceStatistics) { qdt::PrintStatistics(t
 
 // The address is the fourth word of the command, though the usage list shows it in the fifth place.
 NQE_TABLE_SEARCH(SacUsfStat) {
-  qdt::MacAddress mac;
-  if (QdtCliStr2Mac(search.key1, mac, sizeof(mac)) != 0) return QDT_TBL_UNSUPPORTED;
+  qdt::StationKey key{};
+  const qdt::MacAddress &mac = key.mac;
+  if (QdtCliStr2Mac(search.key1, key.mac, sizeof(key.mac)) != 0) return QDT_TBL_UNSUPPORTED;
   void *entry = nullptr;
-  const int32_t code = TbmTblSearch(qdt::kEngineInstance, qdt::kTableSacUserStat, mac, &entry);
+  const int32_t code = TbmTblSearch(qdt::kEngineInstance, qdt::kTableSacUserStat, &key, &entry);
   if (code != 0) {
     QDT_LOG_INFO("sac usf stat search fail, ret=%d, mac(%02x:%02x:%02x:%02x:%02x:%02x)\n", code, mac[0],
                  mac[1], mac[2], mac[3], mac[4], mac[5]);

@@ -76,7 +76,7 @@ void PrintNode(Text &text, const SessionRecord &e) {
 
 void PrintHttps(Text &text, const SessionRecord &e) {
   qdt::HttpsSubSession https;
-  if (!ReadEngineMemory(e.https, &https, sizeof(https))) return;
+  if (text.failed() || !ReadEngineMemory(e.https, &https, sizeof(https))) return;
   const auto &d = https.dmac;
   const auto &s = https.smac;
   text.Print<
@@ -106,7 +106,7 @@ void PrintNat(Text &text, const SessionRecord &e) {
 
 void PrintIptables(Text &text, const SessionRecord &e) {
   qdt::IptablesSubSession iptables;
-  if (!ReadEngineMemory(e.iptables, &iptables, sizeof(iptables))) return;
+  if (text.failed() || !ReadEngineMemory(e.iptables, &iptables, sizeof(iptables))) return;
   text.Print<
       "IptablesSession:\n  SessIdx             :  %u\n  DstIp               :  0x%08x\n"
       "  DstPort             :  %u\n  Rsv1                :  %u\n">(

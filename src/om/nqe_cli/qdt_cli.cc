@@ -96,5 +96,6 @@ uint32_t QdtCliGetFwdifIndexByCtrlIndex(uint32_t ctrlIfIndex) {
   void *entry = nullptr;
   const int32_t code = TbmTblSearch(qdt::kEngineInstance, qdt::kTableCtrlIfMap, &ctrlIfIndex, &entry);
   if (code != 0) return static_cast<uint32_t>(code);
+  if (entry == nullptr) return static_cast<uint32_t>(QDT_TBL_MEMORY);
   return static_cast<const qdt::InterfaceMapEntry *>(entry)->fwdIfIndex;
 }

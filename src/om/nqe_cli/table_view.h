@@ -83,6 +83,7 @@ struct Search {
     if (static_cast<int32_t>(fwdIfIndex) < 0) return static_cast<int32_t>(fwdIfIndex);
     void *head = nullptr;
     if (const int32_t code = TbmTblSearch(kEngineInstance, heads, &fwdIfIndex, &head); code != 0) return code;
+    if (head == nullptr) return QDT_TBL_MEMORY;
     return NextOfKey<Record>(addresses, static_cast<const PortAddressHead *>(head)->listKey);
   }
 

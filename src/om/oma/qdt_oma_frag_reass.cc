@@ -8,7 +8,7 @@
 namespace qdt::reassembly {
 namespace {
 
-// The global table has nothing that the listing shows; an engine that does not answer for it is not up yet.
+// The listing shows nothing of the global table: only whether it is there counts.
 int32_t FindGlobal() {
   constexpr uint32_t kKey = 0;
   void *global = nullptr;
@@ -77,12 +77,13 @@ int32_t QdtOmaIpv4FragReassProc(AgentRequest request) {
 int32_t QdtOmaFragVerifyParam(char *buffer, uint32_t size, int32_t ipType, const char *sourceText,
                               const char *destinationText) {
   using qdt::reassembly::IsOfVersion;
-  qdt::Text text(buffer, size);
   if (!IsOfVersion(sourceText, ipType)) {
+    qdt::Text text(buffer, size);
     text.Print<"  Input error, source-ip is %s, but ip-type is %d">(sourceText, ipType);
     return kFailed;
   }
   if (!IsOfVersion(destinationText, ipType)) {
+    qdt::Text text(buffer, size);
     text.Print<"  Input error, destination-ip is %s, but ip-type is %d">(destinationText, ipType);
     return kFailed;
   }
