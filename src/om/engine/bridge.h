@@ -17,10 +17,13 @@ struct BridgeEntry {
   uint32_t currentMacNum;
 };
 QDT_RECORD_SIZE(BridgeEntry, 24);
-QDT_FIELD_AT(BridgeEntry, vlanFilter, 8);
-QDT_FIELD_AT(BridgeEntry, macLimitEnable, 9);
-QDT_FIELD_AT(BridgeEntry, macAgingTime, 12);
-QDT_FIELD_AT(BridgeEntry, currentMacNum, 20);
+QDT_FIELD_AT(BridgeEntry, bridgeId, 0, 4);
+QDT_FIELD_AT(BridgeEntry, ifIndex, 4, 4);
+QDT_FIELD_AT(BridgeEntry, vlanFilter, 8, 1);
+QDT_FIELD_AT(BridgeEntry, macLimitEnable, 9, 1);
+QDT_FIELD_AT(BridgeEntry, macAgingTime, 12, 4);
+QDT_FIELD_AT(BridgeEntry, macLimitNum, 16, 4);
+QDT_FIELD_AT(BridgeEntry, currentMacNum, 20, 4);
 
 constexpr int kMaxTrunkMembers = 256;
 
@@ -32,9 +35,10 @@ struct TrunkEntry {
   uint32_t member[kMaxTrunkMembers];  // forwarding-interface indexes
 };
 QDT_RECORD_SIZE(TrunkEntry, 1032);
-QDT_FIELD_AT(TrunkEntry, hashType, 2);
-QDT_FIELD_AT(TrunkEntry, trunkIfIndex, 4);
-QDT_FIELD_AT(TrunkEntry, member, 8);
+QDT_FIELD_AT(TrunkEntry, activePorts, 0, 2);
+QDT_FIELD_AT(TrunkEntry, hashType, 2, 1);
+QDT_FIELD_AT(TrunkEntry, trunkIfIndex, 4, 4);
+QDT_FIELD_AT(TrunkEntry, member, 8, 1024);
 
 // An ARP sender whose MAC address is in use on another interface.
 struct DuplicateMacEntry {
@@ -45,8 +49,10 @@ struct DuplicateMacEntry {
   uint32_t reserved16;
 };
 QDT_RECORD_SIZE(DuplicateMacEntry, 20);
-QDT_FIELD_AT(DuplicateMacEntry, sourceMac, 8);
-QDT_FIELD_AT(DuplicateMacEntry, vlanId, 14);
+QDT_FIELD_AT(DuplicateMacEntry, ifIndex, 0, 4);
+QDT_FIELD_AT(DuplicateMacEntry, bridgeId, 4, 4);
+QDT_FIELD_AT(DuplicateMacEntry, sourceMac, 8, 6);
+QDT_FIELD_AT(DuplicateMacEntry, vlanId, 14, 2);
 
 }  // namespace qdt
 

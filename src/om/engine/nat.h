@@ -12,6 +12,8 @@ struct NatArpKey {
   uint32_t startAddress;
 };
 QDT_RECORD_SIZE(NatArpKey, 8);
+QDT_FIELD_AT(NatArpKey, kind, 0, 4);
+QDT_FIELD_AT(NatArpKey, startAddress, 4, 4);
 
 // The kinds that the tables' keys begin with.
 constexpr uint32_t kNatArpPool = 0x50000;  // pool sections and excluded ranges
@@ -23,7 +25,8 @@ struct NatArpEntry {
   uint32_t reserved12[3];
 };
 QDT_RECORD_SIZE(NatArpEntry, 24);
-QDT_FIELD_AT(NatArpEntry, addressCount, 8);
+QDT_FIELD_AT(NatArpEntry, key, 0, 8);
+QDT_FIELD_AT(NatArpEntry, addressCount, 8, 4);
 
 }  // namespace qdt
 

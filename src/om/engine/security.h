@@ -11,12 +11,14 @@ struct AttackSourceMac {
   uint8_t reserved6[10];
 };
 QDT_RECORD_SIZE(AttackSourceMac, 16);
+QDT_FIELD_AT(AttackSourceMac, mac, 0, 6);
 
 struct AttackSourceAddress {
   uint32_t address;  // host order
   uint32_t reserved4[2];
 };
 QDT_RECORD_SIZE(AttackSourceAddress, 12);
+QDT_FIELD_AT(AttackSourceAddress, address, 0, 4);
 
 // What is counted of one attacker, until its penalty ends.
 struct AttackSourceData {
@@ -32,14 +34,15 @@ struct AttackSourceData {
   uint32_t alarmCycles;
 };
 QDT_RECORD_SIZE(AttackSourceData, 48);
-QDT_FIELD_AT(AttackSourceData, mac, 4);
-QDT_FIELD_AT(AttackSourceData, lastSecond, 16);
-QDT_FIELD_AT(AttackSourceData, lastCount, 20);
-QDT_FIELD_AT(AttackSourceData, lastAlarmSecond, 24);
-QDT_FIELD_AT(AttackSourceData, published, 28);
-QDT_FIELD_AT(AttackSourceData, totalCount, 32);
-QDT_FIELD_AT(AttackSourceData, penaltyCycles, 40);
-QDT_FIELD_AT(AttackSourceData, alarmCycles, 44);
+QDT_FIELD_AT(AttackSourceData, address, 0, 4);
+QDT_FIELD_AT(AttackSourceData, mac, 4, 6);
+QDT_FIELD_AT(AttackSourceData, lastSecond, 16, 4);
+QDT_FIELD_AT(AttackSourceData, lastCount, 20, 4);
+QDT_FIELD_AT(AttackSourceData, lastAlarmSecond, 24, 4);
+QDT_FIELD_AT(AttackSourceData, published, 28, 4);
+QDT_FIELD_AT(AttackSourceData, totalCount, 32, 8);
+QDT_FIELD_AT(AttackSourceData, penaltyCycles, 40, 4);
+QDT_FIELD_AT(AttackSourceData, alarmCycles, 44, 4);
 
 // A station's packets to the control plane share a rate limit with those of all stations of the same hash.
 constexpr uint32_t kMacCarSlots = 128;
@@ -67,19 +70,19 @@ struct HsecGlobalCfg {
   uint32_t reserved304[6];
 };
 QDT_RECORD_SIZE(HsecGlobalCfg, 328);
-QDT_FIELD_AT(HsecGlobalCfg, defendType, 1);
-QDT_FIELD_AT(HsecGlobalCfg, alarmThreshold, 2);
-QDT_FIELD_AT(HsecGlobalCfg, penaltyThreshold, 4);
-QDT_FIELD_AT(HsecGlobalCfg, sessionCarCauseMin, 6);
-QDT_FIELD_AT(HsecGlobalCfg, sessionCarCauseMax, 8);
-QDT_FIELD_AT(HsecGlobalCfg, blacklistGroupType, 14);
-QDT_FIELD_AT(HsecGlobalCfg, blacklistGroupId, 16);
-QDT_FIELD_AT(HsecGlobalCfg, tcpSynCarId, 24);
-QDT_FIELD_AT(HsecGlobalCfg, icmpCarId, 28);
-QDT_FIELD_AT(HsecGlobalCfg, fragmentCarId, 32);
-QDT_FIELD_AT(HsecGlobalCfg, hostCpcarPps, 40);
-QDT_FIELD_AT(HsecGlobalCfg, macCarId, 44);
-QDT_FIELD_AT(HsecGlobalCfg, totalCpcarCarId, 302);
+QDT_FIELD_AT(HsecGlobalCfg, defendType, 1, 1);
+QDT_FIELD_AT(HsecGlobalCfg, alarmThreshold, 2, 2);
+QDT_FIELD_AT(HsecGlobalCfg, penaltyThreshold, 4, 2);
+QDT_FIELD_AT(HsecGlobalCfg, sessionCarCauseMin, 6, 2);
+QDT_FIELD_AT(HsecGlobalCfg, sessionCarCauseMax, 8, 2);
+QDT_FIELD_AT(HsecGlobalCfg, blacklistGroupType, 14, 2);
+QDT_FIELD_AT(HsecGlobalCfg, blacklistGroupId, 16, 4);
+QDT_FIELD_AT(HsecGlobalCfg, tcpSynCarId, 24, 4);
+QDT_FIELD_AT(HsecGlobalCfg, icmpCarId, 28, 4);
+QDT_FIELD_AT(HsecGlobalCfg, fragmentCarId, 32, 4);
+QDT_FIELD_AT(HsecGlobalCfg, hostCpcarPps, 40, 4);
+QDT_FIELD_AT(HsecGlobalCfg, macCarId, 44, 256);
+QDT_FIELD_AT(HsecGlobalCfg, totalCpcarCarId, 302, 2);
 
 }  // namespace qdt
 

@@ -58,21 +58,22 @@ struct ServerMapEntry {
   };
 };
 QDT_RECORD_SIZE(ServerMapEntry, 60);
-QDT_FIELD_AT(ServerMapEntry, destination, 4);
-QDT_FIELD_AT(ServerMapEntry, sourcePort, 8);
-QDT_FIELD_AT(ServerMapEntry, destinationPort, 10);
-QDT_FIELD_AT(ServerMapEntry, vrf, 12);
-QDT_FIELD_AT(ServerMapEntry, protocol, 14);
-QDT_FIELD_AT(ServerMapEntry, zone, 16);
-QDT_FIELD_AT(ServerMapEntry, type, 18);
-QDT_FIELD_AT(ServerMapEntry, flag, 20);
-QDT_FIELD_AT(ServerMapEntry, ttl, 24);
-QDT_FIELD_AT(ServerMapEntry, timeStamp, 28);
-QDT_FIELD_AT(ServerMapEntry, nat.address, 44);
-QDT_FIELD_AT(ServerMapEntry, nat.port, 48);
-QDT_FIELD_AT(ServerMapEntry, nat.hits, 52);
-QDT_FIELD_AT(ServerMapEntry, aspf.addresses, 44);
-QDT_FIELD_AT(ServerMapEntry, noPat.addresses, 52);
+QDT_FIELD_AT(ServerMapEntry, source, 0, 4);
+QDT_FIELD_AT(ServerMapEntry, destination, 4, 4);
+QDT_FIELD_AT(ServerMapEntry, sourcePort, 8, 2);
+QDT_FIELD_AT(ServerMapEntry, destinationPort, 10, 2);
+QDT_FIELD_AT(ServerMapEntry, vrf, 12, 2);
+QDT_FIELD_AT(ServerMapEntry, protocol, 14, 2);
+QDT_FIELD_AT(ServerMapEntry, zone, 16, 2);
+QDT_FIELD_AT(ServerMapEntry, type, 18, 1);
+QDT_FIELD_AT(ServerMapEntry, flag, 20, 4);
+QDT_FIELD_AT(ServerMapEntry, ttl, 24, 4);
+QDT_FIELD_AT(ServerMapEntry, timeStamp, 28, 4);
+QDT_FIELD_AT(ServerMapEntry, nat.address, 44, 4);
+QDT_FIELD_AT(ServerMapEntry, nat.port, 48, 2);
+QDT_FIELD_AT(ServerMapEntry, nat.hits, 52, 4);
+QDT_FIELD_AT(ServerMapEntry, aspf.addresses, 44, 8);
+QDT_FIELD_AT(ServerMapEntry, noPat.addresses, 52, 8);
 
 }  // namespace qdt
 
