@@ -83,10 +83,11 @@ QDT_FIELD_AT(AclAction, boundStat, 40, 8);
 struct AclL4Tail {
   uint16_t srcPort, dstPort;
   uint8_t protocol, tos;
-  uint8_t ttlExpired : 1, domain : 1, fragment : 2, isIpv4 : 1, isIpv6 : 1, : 2;  // no TTL for IPv6
+  uint8_t ttlExpired : 1, domain : 1, fragment : 2, isIpv4 : 1,
+      isIpv6 : 1, : 2;  // for IPv6 the first is reserved
   uint8_t tcpFlags;
   uint16_t vrfIndex;
-  uint16_t srcUserGroup, dstUserGroup;  // not for IPv6
+  uint16_t srcUserGroup, dstUserGroup;  // reserved for IPv6
   uint16_t reserved14;
 };
 QDT_RECORD_SIZE(AclL4Tail, 16);
@@ -143,6 +144,11 @@ template <typename Match>
 struct AclKeyAndMask {
   Match key, mask;
 };
+QDT_FIELD_AT(AclKeyAndMask<AclL4Match>, mask, 24, 24);
+QDT_FIELD_AT(AclKeyAndMask<AclL4V6Match>, mask, 48, 48);
+QDT_FIELD_AT(AclKeyAndMask<AclL2Match>, mask, 24, 24);
+QDT_FIELD_AT(AclKeyAndMask<AclL2L4Match>, mask, 48, 48);
+QDT_FIELD_AT(AclKeyAndMask<AclL4Tail>, mask, 16, 16);
 
 // What a rule matches, behind its priority and the type of its group.
 struct AclRuleContent {
@@ -181,13 +187,13 @@ QDT_FIELD_AT(AclRuleRecord, content, 60, 208);
 // Key of the ACL statistics table.
 struct AclStatKey {
   AclGroupKey group;
-  uint32_t statId;  // the rule's priority
+  uint32_t statId;
 };
 QDT_RECORD_SIZE(AclStatKey, 12);
 QDT_FIELD_AT(AclStatKey, group, 0, 8);
 QDT_FIELD_AT(AclStatKey, statId, 8, 4);
 
-// One block of a rule's counters; a rule has one for each of four sources, whose sum counts.
+// One block of a rule's counters. The engine keeps four of them apart, whose sums count.
 struct AclCounters {
   uint64_t passPackets, passBytes;
   uint64_t filterPackets, filterBytes;

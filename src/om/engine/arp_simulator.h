@@ -5,7 +5,7 @@
 
 namespace qdt {
 
-// A test of the ARP simulator: the request that it sends and how far it has come. Addresses in host order.
+// A test of the ARP simulator. IPv4 addresses in host order; what type and interval mean is the engine's.
 struct ArpSimulatorEntry {
   uint32_t sourceAddress, destinationAddress;
   uint16_t vlanId;

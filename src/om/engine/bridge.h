@@ -3,7 +3,7 @@
 
 #include "src/om/engine/layout.h"
 
-// Bridges, trunks, and MAC addresses that were seen on more than one interface.
+// Bridges, trunks, and what ARP recorded of duplicate MAC addresses.
 namespace qdt {
 
 struct BridgeEntry {
@@ -12,7 +12,7 @@ struct BridgeEntry {
   uint8_t vlanFilter;
   uint8_t macLimitEnable;
   uint8_t reserved10[2];
-  uint32_t macAgingTime;  // seconds
+  uint32_t macAgingTime;
   uint32_t macLimitNum;
   uint32_t currentMacNum;
 };
@@ -40,7 +40,7 @@ QDT_FIELD_AT(TrunkEntry, hashType, 2, 1);
 QDT_FIELD_AT(TrunkEntry, trunkIfIndex, 4, 4);
 QDT_FIELD_AT(TrunkEntry, member, 8, 1024);
 
-// An ARP sender whose MAC address is in use on another interface.
+// A duplicate MAC address, as ARP met it.
 struct DuplicateMacEntry {
   uint32_t ifIndex;
   uint32_t bridgeId;

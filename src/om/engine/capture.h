@@ -7,7 +7,7 @@ namespace qdt {
 
 constexpr int kMaxCaptureInterfaces = 8;
 
-// A packet capture: which packets are copied, how much of them and for how long.
+// The configuration of a packet capture. Units and the values of direction and drop type are the engine's.
 struct CaptureEntry {
   uint8_t aclValid;
   uint8_t aclGroupType;

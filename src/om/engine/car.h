@@ -3,21 +3,20 @@
 
 #include "src/om/engine/layout.h"
 
-// Rate limiters: token buckets (committed access rate, CAR), and which of them limit the packets that go to
-// the control plane (CPCAR).
+// Rate limiters (committed access rate, CAR), and which of them limit the packets that go to the control
+// plane (CPCAR).
 namespace qdt {
 
-// A token bucket after RFC 2697 or RFC 2698. Rates are amounts per tick of the processor's timer with 32
-// fraction bits.
+// A rate limiter. Rates are amounts per tick of the processor's timer with 32 fraction bits.
 struct CarEntry {
   uint8_t packetMode : 1, cirOffset : 2, pirOffset : 2, : 3;  // counts packets, otherwise bytes
   uint8_t type;
   uint16_t reserved2;
-  int32_t lockHeld;  // the spin lock that guards the buckets
+  int32_t lockHeld;  // of the entry's spin lock
   int32_t lockOwner;
   int32_t lockId;
   uint32_t reserved16[2];
-  uint64_t timestamp;  // of the last refill
+  uint64_t timestamp;
   uint64_t committedTokens;
   uint64_t peakTokens;
   uint64_t committedRate;
@@ -96,11 +95,11 @@ QDT_FIELD_AT(SessionCpcarEntry, destinationPort, 10, 2);
 QDT_FIELD_AT(SessionCpcarEntry, protocol, 12, 1);
 QDT_FIELD_AT(SessionCpcarEntry, carId, 16, 4);
 
-// Which host protocol the packets of a port belong to.
+// Maps a port of a protocol to a host protocol.
 struct CpcarPortEntry {
   uint16_t port;
   uint8_t protocol;
-  uint8_t isSource;  // whether the packets' source port is meant
+  uint8_t isSource;  // whether the port is a source port
   uint16_t hostProtocol;
   uint16_t reserved6;
 };

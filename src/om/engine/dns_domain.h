@@ -3,7 +3,7 @@
 
 #include "src/om/engine/layout.h"
 
-// Domain names that the engine looks for in DNS answers.
+// The configured DNS domains.
 namespace qdt {
 
 struct DnsDomainEntry {

@@ -3,12 +3,12 @@
 
 #include "src/om/engine/layout.h"
 
-// What the engine counts of itself: the packet buffers that it holds back, and its timers.
+// What the engine counts of itself: its packet-buffer caches, and its timers.
 namespace qdt {
 
 constexpr uint32_t kMaxCacheTasks = 128;
 
-// Packet buffers that one task holds.
+// Packet buffers in the cache of one task.
 struct TaskCache {
   uint64_t nameAddress;  // of the task's name, a NUL-terminated text
   uint32_t buffers;

@@ -15,7 +15,7 @@ QDT_FIELD_AT(PmuEventSelect, counter, 16, 4);
 
 struct FastStatPoint {
   struct Event {
-    uint64_t reserved0;  // the engine's, while it measures
+    uint64_t reserved0;
     uint64_t count;
   };
   uint32_t hits;

@@ -3,9 +3,8 @@
 
 #include "src/om/engine/layout.h"
 
-// The engine's interfaces. What the control plane calls a control interface and the flow engine a flow (pct)
-// interface is one forwarding interface in the engine; small maps lead from each numbering to the
-// forwarding-interface index.
+// The engine's forwarding interfaces, and the small maps that lead from other numberings (control interfaces,
+// flow or pct interfaces, users) to the forwarding-interface index.
 namespace qdt {
 
 // Entry of the three maps. The index that is mapped is the key as well.
@@ -42,7 +41,7 @@ QDT_FIELD_AT(IngressService, aclGroupType, 2, 2);
 QDT_FIELD_AT(IngressService, aclGroupId, 4, 4);
 QDT_FIELD_AT(IngressService, boundAclGroup, 8, 8);
 
-// One block of traffic counters; an interface has one for each of four sources, whose sum is its traffic.
+// One block of traffic counters. The engine keeps four of them apart for an interface, whose sums count.
 struct InterfaceCounters {
   int64_t inBytes;
   int64_t inPackets;

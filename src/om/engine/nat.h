@@ -5,8 +5,7 @@
 
 namespace qdt {
 
-// Key of the tables of addresses for which the engine answers ARP on behalf of NAT; the address in host
-// order.
+// Key of the NAT ARP tables; the address in host order.
 struct NatArpKey {
   uint32_t kind;
   uint32_t startAddress;

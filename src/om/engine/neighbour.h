@@ -66,7 +66,7 @@ QDT_FIELD_AT(NdEntry, neighbour, 20, 28);
 struct ArpMissEntry {
   ArpKey key;
   uint32_t reserved8[2];
-  uint32_t createTime;  // seconds of the engine's clock
+  uint32_t createTime;  // seconds of the monotonic clock
   uint32_t sourceAddress;
   uint32_t destinationAddress;
   uint32_t ttl;  // seconds
@@ -96,7 +96,7 @@ QDT_FIELD_AT(NdMissEntry, destinationAddress, 56, 16);
 
 // Where the addresses of a forwarding interface are listed.
 struct PortAddressHead {
-  uint32_t fwdIfIndex;
+  uint32_t reserved0;
   uint32_t listKey;  // key of the interface's addresses in the address table of the family
 };
 QDT_RECORD_SIZE(PortAddressHead, 8);

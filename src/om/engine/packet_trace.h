@@ -60,7 +60,8 @@ struct PacketTraceConditions {
   uint32_t sourceFwdIf, destinationFwdIf;
   uint32_t timeout;
   uint32_t reserved28;
-  uint32_t sourceAddress, destinationAddress;  // network order
+  // Network order from the command, host order from the management agent.
+  uint32_t sourceAddress, destinationAddress;
   MacAddress sourceMac, destinationMac;
   uint8_t protocol, reserved53;
   uint16_t etherType;

@@ -31,7 +31,7 @@ struct Ipv4ReassemblyEntry {
   uint32_t destinationAddress;  // host order
   uint32_t packetId;
   uint32_t reserved48[4];
-  uint64_t timeStamp;  // when the first fragment came, in milliseconds of the processor's timer
+  uint64_t timeStamp;  // milliseconds of the processor's timer; the TTL counts from here
   uint32_t sourcePort;
   uint32_t destinationPort;
   uint32_t vlan;

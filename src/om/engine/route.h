@@ -145,7 +145,7 @@ QDT_FIELD_AT(Ipv6NextHopEntry, ext, 24, 48);
 
 constexpr int kMaxGroupMembers = 32;
 
-// A group of next hops, of either family: backups for fast reroute and the primaries that share the load.
+// A group of next hops, of either family: backups and primaries.
 struct NextHopGroupEntry {
   uint8_t backupFrr : 1, : 7;
   uint8_t backupCount;

@@ -71,7 +71,7 @@ QDT_RECORD_SIZE(SacProtocolMapping, 8);
 QDT_FIELD_AT(SacProtocolMapping, appId, 0, 4);
 QDT_FIELD_AT(SacProtocolMapping, classId, 4, 4);
 
-// Leads from an application id to the index under which the engine counts it.
+// Leads from an application id to its index.
 struct SacAppMapping {
   uint32_t appIndex;
   uint32_t classId;

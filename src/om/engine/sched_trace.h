@@ -41,7 +41,8 @@ struct SchedTraceRunc {
   uint8_t reserved5793[3];  // the first bytes that a clear zeroes
   uint32_t overTimeBatches, inTimeBatches;
   uint32_t reserved5804;
-  // By task id, all of them. Events are cycles in B while time is traced; misses and hits of a cache else.
+  // By task id, all of them. Event A is cycles while time is traced; while a cache is, A is misses and B
+  // hits.
   uint64_t packets[QDT_SCHED_TASKS];
   uint64_t runs[QDT_SCHED_TASKS];
   uint64_t reserved8112[QDT_SCHED_TASKS];
@@ -87,12 +88,12 @@ enum SchedTraceFlag : uint8_t {
   kTraceSnapshot = 32,  // of the active nodes
 };
 
-constexpr uint8_t kPerfExtended = 1;  // bit of the perf flag: maxima are kept, and paths and nodes on offer
+constexpr uint8_t kPerfExtended = 1;  // bit of the perf flag: maxima are shown, and the help is longer
 
 // Task ids below this are named tasks; from it on they are selector nodes, all of one name.
 constexpr uint32_t kFirstSelector = 94;
 
-// What its counters hold is spent in selector nodes on behalf of the tracing, and taken from their figures.
+// The task whose figures correct those of selector nodes.
 constexpr uint32_t kSelectorCorrection = 65;
 
 }  // namespace qdt

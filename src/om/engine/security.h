@@ -20,13 +20,13 @@ struct AttackSourceAddress {
 QDT_RECORD_SIZE(AttackSourceAddress, 12);
 QDT_FIELD_AT(AttackSourceAddress, address, 0, 4);
 
-// What is counted of one attacker, until its penalty ends.
+// What is counted of one attacker.
 struct AttackSourceData {
   uint32_t address;  // host order
   MacAddress mac;
   uint8_t reserved10[6];
   uint32_t lastSecond;
-  uint32_t lastCount;  // packets in that second
+  uint32_t lastCount;
   uint32_t lastAlarmSecond;
   uint32_t published;
   uint64_t totalCount;
@@ -44,7 +44,7 @@ QDT_FIELD_AT(AttackSourceData, totalCount, 32, 8);
 QDT_FIELD_AT(AttackSourceData, penaltyCycles, 40, 4);
 QDT_FIELD_AT(AttackSourceData, alarmCycles, 44, 4);
 
-// A station's packets to the control plane share a rate limit with those of all stations of the same hash.
+// Rate limits by MAC address: stations whose addresses have the same hash share one.
 constexpr uint32_t kMacCarSlots = 128;
 
 // The one record of the host-security configuration.
@@ -53,10 +53,10 @@ struct HsecGlobalCfg {
   uint8_t defendType;
   uint16_t alarmThreshold;
   uint16_t penaltyThreshold;
-  uint16_t sessionCarCauseMin;  // causes from here to sessionCarCauseMax have a rate limit a session
+  uint16_t sessionCarCauseMin;
   uint16_t sessionCarCauseMax;
   uint16_t reserved10[2];
-  uint16_t blacklistGroupType;  // the ACL group that holds the blacklist
+  uint16_t blacklistGroupType;  // of the blacklist's ACL group
   uint32_t blacklistGroupId;
   uint32_t tcpSynAttack : 1, udpAttack : 1, icmpAttack : 1, abnormalAttack : 1, fragmentAttack : 1, : 27;
   uint32_t tcpSynCarId;

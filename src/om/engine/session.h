@@ -3,8 +3,8 @@
 
 #include "src/om/engine/layout.h"
 
-// Sessions: flows that the engine has admitted, each with the key of its initiating ("positive") and of its
-// reply ("negative") direction. IPv4 addresses and ports in host order.
+// Sessions: flows, each with the key of its initiating ("positive") and of its reply ("negative") direction.
+// IPv4 addresses in host order.
 namespace qdt {
 
 // Key of one direction of an IPv4 session.
@@ -56,7 +56,7 @@ QDT_FIELD_AT(SessionTranslation, destination, 4, 4);
 QDT_FIELD_AT(SessionTranslation, sourcePort, 8, 2);
 QDT_FIELD_AT(SessionTranslation, destinationPort, 10, 2);
 
-// Bridging data of a session that HTTPS traffic is redirected on.
+// What a session has in addition for HTTPS, and for iptables.
 struct HttpsSubSession {
   uint32_t index;
   uint32_t fwdIfIndex;
@@ -77,7 +77,7 @@ struct IptablesSubSession {
   uint32_t index;
   uint32_t destination;
   uint16_t destinationPort;
-  uint16_t reserved10;  // shown, although the engine gives it no meaning
+  uint16_t reserved10;  // shown all the same
 };
 QDT_RECORD_SIZE(IptablesSubSession, 12);
 QDT_FIELD_AT(IptablesSubSession, index, 0, 4);
@@ -97,7 +97,7 @@ QDT_FIELD_AT(SacSubSession, appId, 8, 4);
 QDT_FIELD_AT(SacSubSession, classId, 12, 4);
 QDT_FIELD_AT(SacSubSession, protocolId, 16, 4);
 
-// Flow control of a TCP session.
+// What the engine keeps of a TCP session's flow.
 struct TcpFlow {
   uint32_t reserved0;
   uint32_t congestionWindow;
@@ -124,11 +124,11 @@ QDT_FIELD_AT(TcpFlow, brakeCount, 30, 2);
 QDT_FIELD_AT(TcpFlow, accelerateCount, 32, 2);
 QDT_FIELD_AT(TcpFlow, holdCount, 34, 2);
 
-// A session being set up or torn down, which queries pass over.
+// The state of sessions that queries pass over.
 constexpr uint8_t kSessionInTransition = 1;
 // Aging time of a session that never ages.
 constexpr uint16_t kSessionNeverAges = 65535;
-// Aging time that makes the engine remove a session.
+// Aging time that makes the engine age a session out.
 constexpr uint16_t kSessionAgeOut = 0;
 
 // Entry of the session table. Addresses of other records are 0 where the session has none; they lead into the

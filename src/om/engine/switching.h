@@ -78,7 +78,7 @@ QDT_RECORD_SIZE(PortTagEntry, 8);
 QDT_FIELD_AT(PortTagEntry, portId, 0, 4);
 QDT_FIELD_AT(PortTagEntry, encapsulation, 4, 4);
 
-// Forwarding-interface indexes: frames from the source do not leave through the destination.
+// The forwarding-interface indexes of two ports that are isolated from each other when `enabled` says so.
 struct PortIsolateKey {
   uint32_t source;
   uint32_t destination;
@@ -96,7 +96,7 @@ QDT_FIELD_AT(PortIsolateEntry, key, 0, 8);
 
 // Key of the lists of one VLAN: those of broadcast receivers, route ports and excluded ports.
 struct VlanListKey {
-  uint16_t bridgeId;
+  uint16_t bridgeId;  // of broadcast receivers; the meaning in the other lists is the engine's
   uint16_t vlanId;
 };
 QDT_RECORD_SIZE(VlanListKey, 4);
@@ -110,7 +110,7 @@ struct VlanListEntry {
 QDT_RECORD_SIZE(VlanListEntry, 8);
 QDT_FIELD_AT(VlanListEntry, fwdIfIndex, 4, 4);
 
-// One receiver of what is broadcast in every VLAN.
+// One interface of the global broadcast list.
 struct GlobalBroadcastEntry {
   uint32_t fwdIfIndex;
 };
@@ -140,7 +140,7 @@ struct MulticastEntry {
 QDT_RECORD_SIZE(MulticastEntry, 16);
 QDT_FIELD_AT(MulticastEntry, fwdIfIndex, 12, 4);
 
-// Stations behind one interface that receive a group as unicast.
+// Key of the lists of users that multicasts are turned into unicasts for.
 struct MulticastUserKey {
   VlanListKey vlan;
   uint32_t fwdIfIndex;
@@ -159,7 +159,7 @@ struct MulticastUserEntry {
 QDT_RECORD_SIZE(MulticastUserEntry, 24);
 QDT_FIELD_AT(MulticastUserEntry, user, 16, 6);
 
-// A source and group that have no receivers.
+// Entry of the dummy multicast routes.
 struct DummyMulticastRoute {
   uint16_t bridgeId;
   uint16_t vlanId;
@@ -195,7 +195,7 @@ QDT_RECORD_SIZE(PortInstanceEntry, 12);
 QDT_FIELD_AT(PortInstanceEntry, key, 0, 8);
 QDT_FIELD_AT(PortInstanceEntry, state, 8, 1);
 
-// What was sent to the control plane for one cause.
+// The counter of one cause of the control plane.
 struct CauseEntry {
   uint32_t cpCauseId;
   uint32_t reserved4;

@@ -3,9 +3,8 @@
 
 #include "src/om/engine/layout.h"
 
-// Wireless users: what the engine keeps of a station, of its addresses, of where it roams and of how it
-// authenticated itself, and the portals that unknown stations are sent to. Addresses in host order unless
-// they say otherwise. Flags are 1 for yes.
+// Wireless users: what the engine keeps of a station, of its addresses, its roaming and its EAP exchanges,
+// and of portals. Addresses in host order unless they say otherwise. Flags are 1 for yes.
 namespace qdt {
 
 // Key of the tables that know a station by its MAC address.
@@ -45,7 +44,7 @@ struct UserEgressServices {
 };
 QDT_RECORD_SIZE(UserEgressServices, 4);
 
-// Ids of the rate limits of the broadcasts and multicasts that a station sends, by their class.
+// Ids of the rate limits of broadcasts and multicasts, by their class.
 struct UserFloodCars {
   uint16_t otherBroadcast, otherMulticast, arp, igmp, nd, dhcp, dhcpv6, mdns;
 };
@@ -59,7 +58,7 @@ QDT_FIELD_AT(UserFloodCars, dhcp, 10, 2);
 QDT_FIELD_AT(UserFloodCars, dhcpv6, 12, 2);
 QDT_FIELD_AT(UserFloodCars, mdns, 14, 2);
 
-// What a station has sent ("in") and received ("out") of one address family. Counters wrap.
+// Traffic of a station in both directions, of one address family. Counters wrap.
 struct UserTraffic {
   uint64_t inPackets, inBytes, outPackets, outBytes;
   uint32_t inUnicast, inMulticast, inBroadcast, outUnicast, outMulticast, outBroadcast;
@@ -227,7 +226,7 @@ QDT_FIELD_AT(LocalManagementUser, address, 16, 4);
 QDT_FIELD_AT(LocalManagementUser, fwdIfIndex, 20, 4);
 QDT_FIELD_AT(LocalManagementUser, vlanId, 24, 4);
 
-// Where the packets of a roaming station go.
+// The roaming state of a station.
 struct UsfRoamEntry {
   StationKey station;
   uint16_t role : 3, interIsolate : 1, innerIsolate : 1, userIsolate : 1, tunnelPeerRole : 3, : 7;
@@ -241,12 +240,12 @@ QDT_FIELD_AT(UsfRoamEntry, userGroupId, 10, 2);
 QDT_FIELD_AT(UsfRoamEntry, homeVapFwdIf, 12, 4);
 QDT_FIELD_AT(UsfRoamEntry, tunnelId, 16, 4);
 
-// A station that broadcasts are replicated to at the access point that it roamed to.
+// One station of the roaming fan-out list.
 struct UsfRoamStation {
   uint16_t vlanId;
   uint16_t reserved2;
   uint32_t ipv4Address;
-  uint32_t reserved8[3];  // the rest of an IPv6 address
+  uint32_t reserved8[3];
   MacAddress user;
   MacAddress homeAccessPoint;
   uint32_t userIsolate : 8, hasIpv4 : 1, : 23;
@@ -257,7 +256,7 @@ QDT_FIELD_AT(UsfRoamStation, ipv4Address, 4, 4);
 QDT_FIELD_AT(UsfRoamStation, user, 20, 6);
 QDT_FIELD_AT(UsfRoamStation, homeAccessPoint, 26, 6);
 
-// A web proxy's port, and the portal that users behind it are sent to.
+// A web proxy portal.
 struct ProxyPortalEntry {
   uint16_t proxyPort;
   uint16_t reserved2;
@@ -285,7 +284,7 @@ struct VapStation {
 QDT_RECORD_SIZE(VapStation, 16);
 QDT_FIELD_AT(VapStation, mac, 8, 6);
 
-// The last EAP packet (RFC 3748) of one direction that carried TLS, and what the engine made of it.
+// What the log keeps of the last EAP packet of one direction.
 struct EapExtension {
   uint8_t code, id, type, reserved3;
   uint16_t length;
@@ -339,7 +338,7 @@ QDT_FIELD_AT(EapLogItem, handshakeFlags, 16, 4);
 
 constexpr uint32_t kMaxEapLogItems = 64;
 
-// The packets that a station authenticated itself with.
+// The log of a station's EAP exchange.
 struct EapLogEntry {
   StationKey station;
   uint32_t radioId;
@@ -354,6 +353,7 @@ struct EapLogEntry {
   EapExtension lastDown;
 };
 QDT_RECORD_SIZE(EapLogEntry, 1632);
+QDT_FIELD_AT(EapLogEntry, station, 0, 8);
 QDT_FIELD_AT(EapLogEntry, radioId, 8, 4);
 QDT_FIELD_AT(EapLogEntry, vapIndex, 12, 4);
 QDT_FIELD_AT(EapLogEntry, authId, 16, 4);

@@ -145,7 +145,7 @@ typename Miss::Entry EntryAt(const void *entries, uint32_t index) {
 
 template <typename Miss>
 int32_t PrintGroupHeader(char *text, uint32_t capacity, const void *first, uint32_t number, uint32_t size) {
-  constexpr uint32_t kVrf = 0;  // the caches are not kept by VPN
+  constexpr uint32_t kVrf = 0;  // whatever VPN the entries wait in
   const auto nextHop = ToText(EntryAt<Miss>(first, 0).key.nextHop);
   Text header(text, capacity);
   header.Print<Miss::kHeader>(kRuleLine, number, kVrf, nextHop.c_str(), size, kRuleLine, "Pkt", "SrcIp",
