@@ -1,10 +1,15 @@
 #include "host/agent/handlers.h"
 
+#include <arpa/inet.h>
+
 #include <mutex>
 #include <utility>
 
 #include "host/agent/xml_text.h"
 #include "host/arena/arena.h"
+#include "host/base/host_error.h"
+#include "host/base/words.h"
+#include "host/omcc/model.h"
 #include "host/omcc/omcc.h"
 #include "platform/engine.h"
 #include "platform/memory.h"
@@ -13,6 +18,25 @@
 
 namespace qdt::host {
 namespace {
+
+// Whether the library finds an address in the text, as it reads the filters of sessions.
+bool IsAddress(const char *text) {
+  in_addr ipv4;
+  uint8_t ipv6[16];
+  return QdtOmaGetIpVer(text) == 4 ? inet_aton(text, &ipv4) != 0 : inet_pton(AF_INET6, text, ipv6) == 1;
+}
+
+// The library takes a filter that it cannot read for none: a slip in an address would show every session, or
+// reset them all.
+void CheckSessionFilters(const lyd_node *request) {
+  for (const char *name :
+       {"global-source-ip", "global-destination-ip", "inside-source-ip", "inside-destination-ip"}) {
+    const lyd_node *leaf = FindChild(request, name);
+    if (leaf == nullptr || IsAddress(lyd_get_value(leaf))) continue;
+    throw HostError(std::string(name) + ": " + Quoted(lyd_get_value(leaf)) +
+                    " is not an address (write an IPv4 or IPv6 address)");
+  }
+}
 
 constexpr Handler kHandlers[] = {
     {"cmdline", "QdtOmaCmdlineProc", QdtOmaCmdlineProc, nullptr},
@@ -39,8 +63,8 @@ constexpr Handler kHandlers[] = {
     {"frag-reass", "QdtOmaFragReassProc", QdtOmaFragReassProc, nullptr},
     {"ipv4-frag-reass", "QdtOmaIpv4FragReassProc", QdtOmaIpv4FragReassProc, nullptr},
     {"ipv6-frag-reass", "QdtOmaIpv6FragReassProc", QdtOmaIpv6FragReassProc, nullptr},
-    {"query-session", "QdtOmaQuerySessionProc", QdtOmaQuerySessionProc, nullptr},
-    {"reset-session", "QdtOmaResetSessionProc", QdtOmaResetSessionProc, nullptr, true},
+    {"query-session", "QdtOmaQuerySessionProc", QdtOmaQuerySessionProc, nullptr, false, CheckSessionFilters},
+    {"reset-session", "QdtOmaResetSessionProc", QdtOmaResetSessionProc, nullptr, true, CheckSessionFilters},
     {"session-statistics", "QdtOmaSessionStatisticsProc", QdtOmaSessionStatisticsProc, nullptr},
     {"query-server-map", "QdtOmaQueryServerMapProc", QdtOmaQueryServerMapProc, nullptr},
     {"reset-server-map", "QdtOmaResetServerMapProc", QdtOmaResetServerMapProc, nullptr, true},
@@ -73,6 +97,7 @@ const Handler *FindHandler(std::string_view name) {
 }
 
 HandlerAnswer RunHandler(const Handler &handler, lyd_node *request) {
+  if (handler.check != nullptr) handler.check(request);
   const Arena *arena = Arena::Current();
   if (handler.writes && arena != nullptr && !arena->Writable())
     throw HostError("this user may only read the arena, and " + std::string(handler.rpc) + " changes it");

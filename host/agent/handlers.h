@@ -21,6 +21,8 @@ struct Handler {
   int32_t (*document)(char **text);
   // Whether it changes what the engine has published, for which this process must be allowed to write there.
   bool writes = false;
+  // Throws HostError when the request must not reach the library; null when that takes every request.
+  void (*check)(const lyd_node *request) = nullptr;
 };
 
 // In the order of help texts.
@@ -35,8 +37,9 @@ struct HandlerAnswer {
   std::string text;
 };
 
-// Runs the handler on a request of its rpc. Throws HostError when it writes and this process may only read
-// the arena. One handler runs at a time in a process: others wait for it, since some handlers share state.
+// Runs the handler on a request of its rpc. Throws HostError when it refuses the request, and when it writes
+// and this process may only read the arena. One handler runs at a time in a process: others wait for it,
+// since some handlers share state.
 HandlerAnswer RunHandler(const Handler &handler, lyd_node *request);
 
 }  // namespace qdt::host

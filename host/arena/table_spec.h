@@ -12,6 +12,11 @@ constexpr uint32_t kTableCount = 109;
 constexpr uint32_t kServerMapTable = 64;      // its buckets are those of the server maps' hash map
 constexpr uint32_t kFlowPartitionTable = 65;  // sessions: the flow partition has a node for each slot
 
+// Packets that wait for ARP, by {u32 VPN in the upper half, u32 next hop}. The management agent's listing
+// asks for {next hop, 0} and means VPN 0, so that a key with nothing under it and a second word of 0 is
+// looked up once more with its words exchanged.
+constexpr uint32_t kArpMissTable = 57;
+
 // How entries are found by key.
 enum class Lookup : uint8_t {
   kUnique,   // one entry a key

@@ -21,6 +21,16 @@ int32_t SearchFor(const TableView &view, const TableKey &key, void **entry) {
   return status;
 }
 
+// What a key of the ARP-miss cache stands for when nothing stands under it: false when that is nothing else.
+bool ExchangeWords(const TableView &view, uint32_t table, const void *key, uint32_t (&exchanged)[2]) {
+  uint32_t words[2];
+  if (table != kArpMissTable || view.shape().keySize != sizeof(words)) return false;
+  std::memcpy(words, key, sizeof(words));
+  exchanged[0] = words[1];
+  exchanged[1] = words[0];
+  return words[1] == 0;
+}
+
 // Waits for a change of the record that the engine is in the middle of. kTorn: the engine was killed there,
 // and the record has no whole state to show.
 TableView::Copied CopyPatiently(const TableView &view, const Place &place, void *record) {
@@ -38,6 +48,19 @@ TableView::Copied CopyPatiently(const TableView &view, const Place &place, void 
 // Distinguishes the walks of one arena: a context that began one cannot go on with another.
 uint64_t MakeWalkId(uint32_t table, const TableKey *key) {
   return uint64_t{table} << 33 | (key == nullptr ? 0 : uint64_t{1} << 32 | key->hash);
+}
+
+// The key that a walk asked for with `key` goes by: the one that it began with.
+TableKey KeyToWalk(const TableView &view, uint32_t table, const void *key, const TbmTravContext &ctx) {
+  const TableKey told = view.KeyOf(key);
+  uint32_t words[2];
+  if (!ExchangeWords(view, table, key, words)) return told;
+  const TableKey exchanged = view.KeyOf(words);
+  Cursor cursor;
+  std::memcpy(&cursor, ctx.opaque, sizeof(cursor));
+  if (cursor.begun) return cursor.walk == MakeWalkId(table, &exchanged) ? exchanged : told;
+  Slot *slot = nullptr;
+  return view.Find(told, &slot) == kTbmNotFound ? exchanged : told;
 }
 
 // Puts a fresh cursor before the first entry; false when the cursor belongs to another walk.
@@ -114,7 +137,10 @@ int32_t TbmTblSearch(uint32_t instance, uint32_t table, const void *key, void **
   const int32_t status = TableView::OpenCurrent(instance, table, &view);
   if (status != kTbmOk) return status;
   if (key == nullptr || entry == nullptr) return kTbmBadParam;
-  return SearchFor(view, view.KeyOf(key), entry);
+  const int32_t found = SearchFor(view, view.KeyOf(key), entry);
+  uint32_t words[2];
+  if (found != kTbmNotFound || !ExchangeWords(view, table, key, words)) return found;
+  return SearchFor(view, view.KeyOf(words), entry);
 }
 
 int32_t TbmTblMatch(uint32_t instance, uint32_t table, const void *key, void **entry) {
@@ -173,7 +199,7 @@ int32_t TbmTblTravNextByKey(uint32_t instance, uint32_t table, const void *key, 
   const int32_t status = TableView::OpenCurrent(instance, table, &view);
   if (status != kTbmOk) return status;
   if (key == nullptr || ctx == nullptr || buffer == nullptr || bytes == nullptr) return kTbmBadParam;
-  const TableKey tableKey = view.KeyOf(key);
+  const TableKey tableKey = KeyToWalk(view, table, key, *ctx);
   return NextBatch(view, ChainOrder(view, tableKey), MakeWalkId(table, &tableKey), ctx, buffer, bytes);
 }
 

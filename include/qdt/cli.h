@@ -64,8 +64,8 @@ QDT_API int32_t QdtCliStr2Mac(const char *text, uint8_t *mac, int8_t macLen);
 QDT_API int32_t QdtCliGetIpsSeparatedByColon(const char *text, char *first, char *second, uint32_t size);
 
 /*
- * The forwarding-interface index of a control-interface index, or the table manager's non-zero code. Callers
- * treat a result that is negative as int32_t as a code.
+ * The forwarding-interface index of a control-interface index, or the table manager's non-zero code (-3 when
+ * it finds an entry that is nowhere). Callers treat a result that is negative as int32_t as a code.
  */
 QDT_API uint32_t QdtCliGetFwdifIndexByCtrlIndex(uint32_t ctrlIfIndex);
 

@@ -141,8 +141,9 @@ QDT_API int32_t QdtOmaSysStatResetProc(AgentRequest request);
 /*
  * Lists the engine's tables that are defined, in use and have a capacity: name, capacity, entries in use, use
  * in percent (rounded down), trap state. No parameters. A table whose entries cannot be counted is left out
- * when it reports QDT_TBL_EMPTY and else ends the list; what was listed before is sent. -1 with a log line
- * when memory is short or the list does not fit into 20480 bytes, and when it cannot be sent.
+ * when it reports QDT_TBL_EMPTY and else ends the list, as a row does that does not fit into 20480 bytes; all
+ * three are logged, and what was listed before is sent. -1 with a log line when memory is short or there is
+ * no room for the list's last line, and when it cannot be sent.
  */
 QDT_API int32_t QdtOmaTblUsageProc(AgentRequest request);
 
@@ -215,8 +216,8 @@ QDT_API int32_t QdtOmaNatGroupUsageProc(AgentRequest request);
 /*
  * Lists the cached packets by next hop, with their time to live and what is left of it. Parameter "next-hop":
  * an address; all next hops without it. An empty cache is not answered, and is success (0). The ND handler
- * does not answer (-1) when more entries came than the table's capacity allows, and when it is to show all
- * next hops and the table manager fails, it does not release its snapshot.
+ * does not answer (-1) when it is to show all next hops and the table manager says that entries remain; and
+ * when the table manager fails then, the handler does not release its snapshot.
  */
 QDT_API int32_t QdtOmaArpmissProc(AgentRequest request);
 QDT_API int32_t QdtOmaNdmissProc(AgentRequest request);
@@ -257,15 +258,16 @@ QDT_API int32_t QdtPrintSingleNhpNdMissInfo(char *text, uint32_t capacity, const
 
 /*
  * Packets that wait for fragments, in the engine's regions "IP_REASS_CTX_PTR" and "IP6_REASS_CTX_PTR". The
- * engine changes their lists while they are read: a link that leads nowhere ends a listing without failure.
+ * engine changes their lists while they are read: a link that leads nowhere, or round and round past the
+ * list's head, ends a listing without failure.
  */
 
 /* Parameter "type": "ipv6" runs the IPv6 handler; anything else, or nothing, the IPv4 handler. */
 QDT_API int32_t QdtOmaFragReassProc(AgentRequest request);
 
 /*
- * List the waiting packets. Parameters "source-ip" and "destination-ip", both optional: only the packets
- * between these addresses. An address of the other version is answered by the text of QdtOmaFragVerifyParam,
+ * List the waiting packets. Parameters "source-ip" and "destination-ip", both optional: only the packets from
+ * and to these addresses. An address of the other version is answered by the text of QdtOmaFragVerifyParam,
  * which counts as an answer (0). The IPv4 handler needs the engine's global table: it returns the table
  * manager's code when that cannot be searched.
  */
@@ -274,7 +276,7 @@ QDT_API int32_t QdtOmaIpv6FragReassProc(AgentRequest request);
 
 /*
  * 0 when the texts, each of which may be null, are of version `ipType` (4 or 6) as QdtOmaGetIpVer sees it.
- * -1: a line that names the first that is not stands in `buffer`, `size` bytes, which are else left alone.
+ * -1: a line that names the first that is not stands in `buffer`, `size` bytes; nothing is written otherwise.
  */
 QDT_API int32_t QdtOmaFragVerifyParam(char *buffer, uint32_t size, int32_t ipType, const char *sourceText,
                                       const char *destinationText);
@@ -317,8 +319,8 @@ QDT_API int32_t PolicyRuleDataSearchByName(const char *ruleName, char **reply, i
  * (hexadecimal), "vlan-id", "source-ip" and "destination-ip" (either version), "protocol", "ip-type",
  * "source-port", "destination-port", "tcp-flag-value", "icmp-type", "packet-type", "fragment-type" and
  * "fragment-protocol". The packet counters start again at 0. Sends no reply. -1 with a log line when the
- * engine does not offer the block, which is kept for the life of the process; nothing else fails. The engine
- * reads the block while it is written; no lock is taken.
+ * engine does not offer the block, which is kept for the life of the process; nothing else fails. IPv4
+ * addresses are stored in host order. The engine reads the block while it is written; no lock is taken.
  */
 QDT_API int32_t QdtOmaDebugPktProc(AgentRequest request);
 
@@ -336,8 +338,9 @@ QDT_API void DebugPktClear(void);
 QDT_API int32_t QdtOmaTracePktSetProc(AgentRequest request);
 
 /*
- * Sends what the engine's own trace recorded under "index", 0 to 3. -1 when there is no reply or sending it
- * returns -1, without "index", and for any other index, for which the engine's usage is sent.
+ * Sends the engine's reply to "trace-pkt-nqe display index N" for an "index" from 0 to 3. -1 when there is no
+ * reply or sending it returns -1; without "index", and then nothing is asked; and for any other index,
+ * whatever becomes of the engine's reply to the bare "trace-pkt-nqe", which is sent.
  */
 QDT_API int32_t QdtOmaTracePktQueryProc(AgentRequest request);
 

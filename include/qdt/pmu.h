@@ -57,8 +57,7 @@ QDT_API extern const PmuEventSelect evt_select_mode_mem1[5];    /* 11 memory acc
 QDT_API extern const PmuEventSelect evt_select_mode_bus1[4];    /* 12 bus */
 
 /*
- * The tables by mode; entry 0 is null. An engine whose processor cannot count a mode's events sets the mode's
- * entry to null, and the mode is refused.
+ * The tables by mode; entry 0 is null. A mode whose entry has been set to null is refused.
  */
 QDT_API extern const PmuEventSelect *evt_define[QDT_PMU_MODES + 1];
 

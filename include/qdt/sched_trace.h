@@ -32,8 +32,7 @@ typedef struct SchedTraceRunc SchedTraceRunc;
 typedef struct SchedTraceNode SchedTraceNode;
 typedef struct SchedTracePath SchedTracePath;
 
-/* The perf flag of run context 0 at the last command; bit 0: the engine keeps maxima and offers more traces.
- */
+/* The perf flag of run context 0 at the last command; bit 0: maxima are shown, and the usage is longer. */
 QDT_API extern uint8_t g_perfFlag;
 
 /* The "perf task" command behind its attachment; see VrxSchedTraceCmdRun. 0, or -1 after printing the help.

@@ -2,10 +2,10 @@
  * The engine's sessions: the pieces of their diag view (table id 50, qdt/tables.h), and the management
  * handlers that list them, age them out and show their statistics.
  *
- * A session record is an entry of the engine's session table, 192 bytes, read where it lies and never copied
- * by the operations below unless they say so; only a reset writes into it. The records that it leads to
- * are looked at with care: an address that leads nowhere counts as none, or as a failure where that is said.
- * A query, a scan and the diag view ask the kernel once for each page of these; the operations for one record
+ * A session record is an entry of the engine's session table, 192 bytes, which need not be aligned for the
+ * view's sections. Only a reset writes into it, and only its aging time. The records that it leads to are
+ * looked at with care: an address that leads nowhere counts as none, or as a failure where that is said. A
+ * query, a scan and the diag view ask the kernel once for each page of these; the operations for one record
  * ask once for each address.
  *
  * Query and reset share one filter, which the library does not lock: they must not run at the same time.
@@ -73,7 +73,8 @@ QDT_API int32_t SessionNodeParamSingleIp(const SessionSearchKey *search, const c
                                          const char *addressText, uint32_t address, const void *sessionKey);
 
 /*
- * The filter: 20 rows, one a parameter. A parameter that is absent, malformed or 0 filters nothing.
+ * The filter: 20 rows, one a parameter. A row that is zero, because its parameter is absent, malformed or 0,
+ * is off; only "type" and "session-number" stand for something when they are absent.
  *
  *   "create-in"                               minutes: sessions created within them
  *   "egress-ifindex", "ingress-ifindex"       interface index
@@ -85,7 +86,7 @@ QDT_API int32_t SessionNodeParamSingleIp(const SessionSearchKey *search, const c
  *                                             "https", "ssh", "dns-tcp"
  *   "feature"                                 "sac": sessions that application control has classified
  *   "type"                                    "ipv6": IPv6 sessions; anything else, or none: IPv4 sessions
- *   "session-number"                          most sessions listed, 0 to 255; 10 when absent
+ *   "session-number"                          most sessions listed, 0 to 255; 10 when absent or malformed
  *   "verbose"                                 flag: list identity, times and TCP flow as well
  *   "next-hop", "vlan-id"                     not supported
  */

@@ -1,9 +1,8 @@
 /*
  * The engine's statistics: what its cores count, and the names under which operators see it.
  *
- * A statistics vector holds QDT_STAT_COUNTERS counters of 64 bits in six consecutive ranges. The counters
- * only ever grow while the engine runs. The rate-limit range is named at run time, by protocol id; the others
- * share one table of names, index for index.
+ * A statistics vector holds QDT_STAT_COUNTERS counters of 64 bits in six consecutive ranges. The rate-limit
+ * range is named at run time, by protocol id; the others share one table of names, index for index.
  */
 #ifndef QDT_STATS_H_
 #define QDT_STATS_H_

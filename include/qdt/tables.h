@@ -228,7 +228,7 @@ QDT_TABLE_FORMAT(NqeTableFormatCpcarPortMap); /* 8-byte records */
   QDT_API int32_t name(char *out, uint32_t room, uint32_t offset, const void *entry)
 
 /* The pieces of view 31. */
-QDT_TABLE_PIECE_AT(NqeTableFormatCarCfg); /* the record's mode, lock, buckets and rates as they are stored */
+QDT_TABLE_PIECE_AT(NqeTableFormatCarCfg); /* the record's mode, lock and rates as they are stored */
 QDT_TABLE_PIECE_AT(
     NqeTableFormatUsrCarCfg); /* the limits of a CAR in byte mode, rates in units a millisecond */
 QDT_TABLE_PIECE_AT(NqeTableFormatCpcarCfg);  /* the limit of a CAR in packet mode */
@@ -305,10 +305,10 @@ QDT_TABLE_FORMAT(NqeTableFormatDnsDomain);   /* 136-byte records */
 
 /* What the engine counts of itself. One entry by key, whatever loopNum says. */
 QDT_TABLE_SEARCH(NqeTableSearchPktCacheStat); /* 34 buf_cache_stat: key2 = key */
-QDT_TABLE_FORMAT(
-    NqeTableFormatPktCacheStat); /* one 2192-byte record; reads the names of tasks from the engine's memory */
-QDT_TABLE_SEARCH(NqeTableSearchTimerStat); /* 37 timer_stat: key2 = key */
-QDT_TABLE_FORMAT(NqeTableFormatTimerStat); /* one 32-byte record */
+QDT_TABLE_FORMAT(NqeTableFormatPktCacheStat); /* one 2192-byte record; reads task names from the engine's
+                                                 memory, up to 4095 characters of each */
+QDT_TABLE_SEARCH(NqeTableSearchTimerStat);    /* 37 timer_stat: key2 = key */
+QDT_TABLE_FORMAT(NqeTableFormatTimerStat);    /* one 32-byte record */
 
 /* Wireless users. One entry by key, whatever loopNum says, unless a list is said. */
 QDT_TABLE_SEARCH(NqeTableSearchUsfUser);          /* 28 usf_user: key1 = station MAC address */

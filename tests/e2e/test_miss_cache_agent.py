@@ -60,6 +60,15 @@ def test_arp(site):
         nqecli("--snapshot", site.snapshot, "agent", *words).answered(ARP)
 
 
+def test_arp_of_one_next_hop(site):
+    """VPN 0 is meant, as in the other family."""
+    whole = arp_group(1, "192.0.2.146", ("192.0.2.11", "192.0.2.146", "01:02:05"),
+                      ("192.0.2.12", "192.0.2.146", "01:02:05"), ("192.0.2.13", "192.0.2.146", "00:00:05"))
+    site.engine.cli("agent", "arpmiss", "next-hop=192.0.2.146").answered(whole + "\n")
+    nqecli("--snapshot", site.snapshot, "agent", "arpmiss", "next-hop=192.0.2.146").answered(whole + "\n")
+    site.engine.cli("agent", "arpmiss", "next-hop=198.51.100.3").answered("")  # waits in VPN 1
+
+
 def test_nd(site):
     listing = site.engine.cli("agent", "ndmiss")
     # Held longer than it may be: its left time has wrapped.

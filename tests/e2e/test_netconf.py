@@ -128,6 +128,7 @@ def test_bad_requests_get_errors_and_the_session_goes_on(session):
         ("debug-pkt", {"source_mac": "00:11:22:33:44:55"}, "Unsatisfied pattern"),
         ("tbl-usage", {"colour": "blue"}, '"colour"'),
         ("format-disk", {}, '"format-disk"'),
+        ("reset-session", {"inside_source_ip": "10.0.0.256"}, 'inside-source-ip: "10.0.0.256" is not an address'),
     ]:
         tag, text = error_of(session, rpc, **leaves)
         assert tag == "operation-failed" and message in text, (rpc, tag, text)

@@ -173,6 +173,22 @@ def test_session_filters(campus, words, ports):
     assert [source.rsplit(":", 1)[1] for source in sources(answer)] == ports, answer
 
 
+@pytest.mark.parametrize("command", ["query-session", "reset-session"])
+@pytest.mark.parametrize("parameter", ["global-source-ip", "global-destination-ip", "inside-source-ip",
+                                       "inside-destination-ip"])
+def test_addresses_that_are_none_are_refused(campus, command, parameter):
+    """The library would take them for no filter, and reset every session."""
+    before = used(campus.engine, 65)
+    for text in ("10.0.0.256", "10.0.0", "2001:db8::zz", "10", "gateway", ""):
+        refused = campus.engine.cli("agent", command, "inside-source-port=40000", f"{parameter}={text}")
+        if text == "10.0.0":  # three parts are an address, as the C library reads them
+            assert refused.code == 0, refused
+            continue
+        assert (refused.code, refused.out, refused.err) == (
+            2, "", f'nqecli: {parameter}: "{text}" is not an address (write an IPv4 or IPv6 address)\n'), refused
+    assert used(campus.engine, 65) == before
+
+
 def test_session_statistics(campus):
     assert agent(campus, "session-statistics") == """\
 Session statistics:

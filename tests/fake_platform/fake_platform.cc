@@ -354,6 +354,7 @@ uint32_t TbmTblGetSpec(uint32_t instance, uint32_t table) {
 
 int32_t TbmTblMemStat(uint32_t instance, uint32_t table, uint32_t *bytes) {
   EXPECT_EQ(instance, 0u);
+  FakePlatform::Get().memoryQueries.push_back(table);
   const auto memory = FakePlatform::Get().tableMemory[table];
   *bytes = memory.bytes;
   return memory.code;

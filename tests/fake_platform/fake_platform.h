@@ -133,6 +133,7 @@ class FakePlatform {
     uint32_t bytes = 0;
   };
   std::map<uint32_t, TableMemory> tableMemory;
+  std::vector<uint32_t> memoryQueries;  // the tables whose memory was asked for
 
   // Capacities of tables, by table id; a table that is not listed is not defined.
   std::map<uint32_t, uint32_t> capacities;

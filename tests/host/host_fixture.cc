@@ -86,6 +86,7 @@ ArenaPlan TestPlan() {
   rules.groupKeySize = 8;
   define(rules);
   define(Spec(kManyTable, "CAP_TABLE_MANY", 4, sizeof(Record), 4096, Lookup::kMany));
+  define(Spec(kArpMissTable, "CAP_TABLE_ARP_MISS_CACHE", 8, sizeof(Record), 64, Lookup::kMany));
   TableSpec session = Spec(kSessionTable, "CAP_TABLE_SESSION", 4, sizeof(Record), 256);
   session.clientWritable = true;
   session.enabled = false;

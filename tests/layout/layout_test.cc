@@ -65,7 +65,7 @@ constexpr Shape kShapes[] = {
     {53, "capwap_tunnel", 4, 112, Lookup::kUnique},
     {54, "car", 4, 144, Lookup::kUnique},
     {55, "afpacket_filter", 4, 12, Lookup::kMany},
-    {56, "usf_macip", 18, 48, Lookup::kUnique},
+    {56, "usf_macip", 20, 48, Lookup::kUnique},
     {57, "arp_miss_cache", 8, 32, Lookup::kMany},
     {61, "buf_cache_stat", 4, 2192, Lookup::kUnique},
     {62, "cpcar_pro", 4, 20, Lookup::kUnique},
@@ -101,7 +101,7 @@ constexpr Shape kShapes[] = {
     {101, "sac_priority_mapping", 4, 4, Lookup::kUnique},
     {102, "sac_policy_carid", 8, 12, Lookup::kUnique},
     {103, "sac_if_stat", 4, 16104, Lookup::kUnique},
-    {104, "sac_usf_stat", 6, 3472, Lookup::kUnique},
+    {104, "sac_usf_stat", 8, 3472, Lookup::kUnique},
     {107, "eaplog_info", 8, 1632, Lookup::kUnique},
     {108, "arp_simulator", 10, 56, Lookup::kUnique},
 };

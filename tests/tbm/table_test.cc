@@ -237,6 +237,77 @@ TEST_F(TableTest, ManyTableRemovesTheOldestOfAKeyFirst) {
   EXPECT_EQ(writer_->Remove(kManyTable, &key), -7);
 }
 
+// The ARP-miss cache answers its own key, (VPN in the upper half, next hop), and the agent's (next hop, 0).
+class ArpMissTest : public TableTest {
+ protected:
+  static constexpr uint32_t kNextHop = 0x0A010007;
+
+  void Put(uint32_t first, uint32_t second, uint64_t id) {
+    const uint32_t key[2] = {first, second};
+    const Record record = Record::Make(id);
+    void *address = nullptr;
+    EXPECT_EQ(writer_->Insert(kArpMissTable, key, &record, &address), 0);
+  }
+  // What a walk and a search of the key find.
+  std::vector<uint64_t> Under(uint32_t first, uint32_t second) {
+    const uint32_t key[2] = {first, second};
+    int32_t status;
+    const std::vector<uint64_t> found = Walk(kArpMissTable, 2, &status, key);
+    EXPECT_EQ(status, 0);
+    void *entry = nullptr;
+    EXPECT_EQ(TbmTblSearch(0, kArpMissTable, key, &entry), found.empty() ? -7 : 0);
+    if (!found.empty()) {
+      EXPECT_EQ(static_cast<Record *>(entry)->id, found.front());
+    }
+    return found;
+  }
+};
+
+TEST_F(ArpMissTest, BothKeysFindVpn0) {
+  for (uint64_t id = 1; id <= 5; ++id) Put(0, kNextHop, id);
+  Put(0, kNextHop + 1, 6);
+  Put(7u << 16, kNextHop, 7);  // VPN 7
+  EXPECT_EQ(Under(0, kNextHop), (std::vector<uint64_t>{1, 2, 3, 4, 5}));
+  EXPECT_EQ(Under(kNextHop, 0), (std::vector<uint64_t>{1, 2, 3, 4, 5}));
+  EXPECT_EQ(Under(kNextHop + 1, 0), std::vector<uint64_t>{6});
+  EXPECT_EQ(Under(7u << 16, kNextHop), std::vector<uint64_t>{7});
+  EXPECT_EQ(Under(kNextHop + 2, 0), std::vector<uint64_t>{});
+  EXPECT_EQ(Under(kNextHop, 7u << 16), std::vector<uint64_t>{});  // only a second word of 0 is exchanged
+  EXPECT_EQ(Under(kNextHop, 1), std::vector<uint64_t>{});
+}
+
+TEST_F(ArpMissTest, WhatStandsUnderTheKeyItselfGoesFirst) {
+  Put(kNextHop, 0, 1);
+  Put(0, kNextHop, 2);
+  EXPECT_EQ(Under(kNextHop, 0), std::vector<uint64_t>{1});
+  EXPECT_EQ(Under(0, kNextHop), std::vector<uint64_t>{2});
+}
+
+TEST_F(ArpMissTest, AWalkGoesOnByTheKeyThatItBeganWith) {
+  for (uint64_t id = 1; id <= 3; ++id) Put(0, kNextHop, id);
+  const uint32_t key[2] = {kNextHop, 0};
+  TbmTravContext ctx;
+  TbmTblTravContextInit(&ctx);
+  int32_t status;
+  EXPECT_EQ(Batch(kArpMissTable, &ctx, 2, &status, key), (std::vector<uint64_t>{1, 2}));
+  EXPECT_EQ(status, 1);
+  Put(kNextHop, 0, 4);
+  EXPECT_EQ(Batch(kArpMissTable, &ctx, 2, &status, key), std::vector<uint64_t>{3});
+  EXPECT_EQ(status, 0);
+}
+
+TEST_F(ArpMissTest, OtherTablesTakeKeysAsTheyCome) {
+  const uint64_t rule = 9;
+  const uint32_t key[2] = {0, 5};
+  const uint32_t exchanged[2] = {5, 0};
+  std::vector<uint8_t> record(40);
+  std::memcpy(record.data(), &rule, sizeof(rule));
+  void *entry = nullptr;
+  EXPECT_EQ(writer_->Insert(kGroupTable, key, record.data(), &entry), 0);
+  EXPECT_EQ(TbmTblSearch(0, kGroupTable, key, &entry), 0);
+  EXPECT_EQ(TbmTblSearch(0, kGroupTable, exchanged, &entry), -7);
+}
+
 TEST_F(TableTest, LongestIpv4PrefixWins) {
   const RouteKey4 routes[] = {{0, 0, {0, 0, 0, 0}},   {8, 0, {10, 0, 0, 0}},   {24, 0, {10, 1, 2, 0}},
                               {32, 0, {10, 1, 2, 3}}, {9, 0, {10, 128, 0, 0}}, {16, 5, {10, 1, 0, 0}}};

@@ -134,6 +134,14 @@ TEST_F(FastStatTest, DigitsDecideAndWhatFollowsIsIgnored) {
   EXPECT_EQ(mode(), 3u);
 }
 
+TEST_F(FastStatTest, TheLow32BitsOfTheNumberCount) {
+  AddRegion(1, 0);
+  EXPECT_EQ(Pmc({"4294967299"}), "set fast stat mode, 0 -> 3\n");
+  EXPECT_EQ(mode(), 3u);
+  Pmc({"stop"});
+  EXPECT_EQ(Pmc({"6442450945"}), "Error in fast_pmc_start, ret=-1, mode=-2147483647\n");
+}
+
 TEST_F(FastStatTest, ModesThatDoNotExist) {
   AddRegion(1, 0);
   for (const std::string word : {"0", "13", "99"}) {

@@ -169,7 +169,14 @@ TEST_F(Ipv6Test, NextHopOutputInterfaces) {
   EXPECT_EQ(interfaces(5, 0), "code -120");
   EXPECT_EQ(interfaces(127, 0), "code -120");
   for (const uint64_t wild : {uint64_t{8}, uint64_t{0x8000000000000000}, UINT64_MAX}) {
-    EXPECT_EQ(interfaces(3, wild), "code -120") << std::hex << wild;
+    EXPECT_EQ(interfaces(4, wild),
+              "  OutFwdif:\n"
+              "    [0]CtrlIfIndex=6001, FwdifIndex=7001\n"
+              "    [1]CtrlIfIndex=0, FwdifIndex=0\n"
+              "    [2]CtrlIfIndex=0, FwdifIndex=0\n"
+              "    [3]CtrlIfIndex=6001, FwdifIndex=7001\n"
+              "\n")
+        << std::hex << wild;
     EXPECT_EQ(interfaces(1, wild), "  OutFwdif:\n    [0]CtrlIfIndex=6001, FwdifIndex=7001\n\n");
   }
 }

@@ -52,6 +52,15 @@ TEST_F(PacketListenTest, KeyMustBeAnEthernetType) {
   EXPECT_EQ(Query("27", "0x0806ff"), Framed(kArpToo));  // what follows is not looked at
 }
 
+// A digit's place may hold a sign, and the sum of both halves then wraps as 32 bits do.
+TEST_F(PacketListenTest, KeyOfSignedHalves) {
+  AddSocket(0x0806, Socket(0x0806, 17, 18));
+  EXPECT_EQ(Query("27", "0x-1-1"), "datasize empty or invalid");
+  EXPECT_EQ(platform.walks.back(), "by key 55 600 fffe0000");
+  EXPECT_EQ(Query("27", "0x9-7"), "datasize empty or invalid");
+  EXPECT_EQ(platform.walks.back(), "by key 55 600 f9080000");
+}
+
 TEST_F(PacketListenTest, Batches) {
   std::vector<Record> sockets;
   for (uint32_t i = 0; i < 3; ++i) AddSocket(0x0806, sockets.emplace_back(Socket(0x0806, 5, i)));

@@ -370,7 +370,7 @@ TEST_F(ReassemblyTest, VerifyParam) {
   EXPECT_EQ(QdtOmaFragVerifyParam(area.data(), 58, 4, nullptr, nullptr), 0);
   EXPECT_EQ(QdtOmaFragVerifyParam(area.data(), 58, 4, "1.2.3.4", "0."), 0);
   EXPECT_EQ(QdtOmaFragVerifyParam(area.data(), 58, 6, nullptr, ":"), 0);
-  EXPECT_EQ(area, std::string(58, '#'));  // written into for a refusal only
+  EXPECT_EQ(area, std::string(58, '#'));  // written only by a refusal
   EXPECT_EQ(QdtOmaFragVerifyParam(area.data(), 58, 6, "::", "1.2.3.4"), -1);
   EXPECT_STREQ(area.c_str(), "");  // the line takes 58 characters and its end: all or nothing
   area.assign(59, '#');
@@ -535,10 +535,41 @@ TEST_F(BrokenRingTest, ALoopBesidesTheHeadEnds) {
     // Nothing that the filter passes: round and round without filling the answer.
     EXPECT_EQ(List(version, version.region == kRegion4 ? "1.1.1.1" : "::1"), "");
     EXPECT_EQ(result, 0);
-    // Each round shows the entries again, until there is no room.
-    EXPECT_EQ(List(version), "nothing, -1");
+    const std::string text = version.text;
+    EXPECT_EQ(List(version), text + text + text);
+    EXPECT_EQ(result, 0);
     ring_[0].U64(24, LinkOf(ring_[0]));
-    EXPECT_EQ(List(version), "nothing, -1");
+    EXPECT_EQ(List(version), text);
+    EXPECT_EQ(result, 0);
+  }
+}
+
+// Wherever a circle begins and however long it is, each of its entries is shown and the walk ends soon after.
+TEST_F(BrokenRingTest, EveryCircleIsFound) {
+  for (const Version &version : kVersions) {
+    for (size_t entries = 1; entries <= 12; ++entries) {
+      for (size_t to = 0; to < entries; ++to) {
+        SetRing(version.region, std::vector<Record>(entries, version.entry()));
+        ring_.back().U64(24, LinkOf(ring_[to]));
+        const size_t shown = List(version).size() / std::strlen(version.text);
+        EXPECT_EQ(result, 0);
+        EXPECT_GE(shown, entries) << to;
+        EXPECT_LE(shown, 3 * entries) << to;
+      }
+    }
+  }
+}
+
+// The length of a ring is the engine's affair: 70,000 entries that do not pass, and one behind them that
+// does.
+TEST_F(BrokenRingTest, LongRingsAreWalkedToTheirEnd) {
+  for (const Version &version : kVersions) {
+    const bool isIpv4 = version.region == kRegion4;
+    std::vector<Record> entries(70000, isIpv4 ? Record(104) : Record(128));
+    entries.push_back(version.entry());
+    SetRing(version.region, entries);
+    EXPECT_EQ(List(version, isIpv4 ? "10.1.0.7" : "2001:db8:1::7"), version.text);
+    EXPECT_EQ(result, 0);
   }
 }
 

@@ -157,12 +157,21 @@ TEST_F(TaskNameTest, ThatCannotBeRead) {
   EXPECT_EQ(Shown(reinterpret_cast<const void *>(~uintptr_t{0})), "");
 }
 
-TEST_F(TaskNameTest, LongOnesAreCut) {
-  for (const auto &[length, shown] : {std::pair{255, 255}, {256, 256}, {257, 256}, {2000, 256}}) {
+TEST_F(TaskNameTest, LongOnesAreShownWhole) {
+  for (const size_t length : {255, 256, 257, 2000, 4000, 4090}) {
     std::memset(page_, '\0', kPage);
     std::memset(page_ + 5, 'n', length);
-    EXPECT_EQ(Shown(page_ + 5), std::string(shown, 'n'));
+    EXPECT_EQ(Shown(page_ + 5), std::string(length, 'n')) << length;
   }
+  std::memset(page_, 'n', 4095);
+  page_[4095] = '\0';
+  EXPECT_EQ(Shown(page_), std::string(4095, 'n'));
+}
+
+TEST_F(TaskNameTest, OnesWithoutAnEndAreCut) {
+  std::memset(page_, 'n', kPage);
+  EXPECT_EQ(Shown(page_), std::string(4095, 'n'));
+  EXPECT_EQ(Shown(page_ + kPage - 4094), std::string(4094, 'n'));
 }
 
 TEST_F(StatTest, CachesLengthsAndRoom) {

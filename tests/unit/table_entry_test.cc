@@ -10,9 +10,10 @@
 namespace qdt::test {
 namespace {
 
-constexpr uint32_t kGlobal = 0, kFib = 1, kNextHop = 2, kCtrlIf = 11, kPortHead = 14, kPort = 15;
-constexpr uint32_t kPortV6Head = 16, kAclGroup = 24, kFwdIf = 29, kTunnel = 53, kCar = 54;
-constexpr uint32_t kCpcar = 62, kHsec = 68, kIfStat = 103, kUserStat = 104;
+constexpr uint32_t kGlobal = 0, kFib = 1, kNextHop = 2, kArp = 4, kNd = 8, kCtrlIf = 11, kPortHead = 14;
+constexpr uint32_t kPort = 15, kPortV6Head = 16, kAclGroup = 24, kAclStat = 25, kBridge = 27, kFwdIf = 29;
+constexpr uint32_t kUser = 45, kTunnel = 53, kCar = 54, kCpcar = 62, kHsec = 68, kSacProfile = 99;
+constexpr uint32_t kIfStat = 103, kUserStat = 104;
 
 class TableEntryTest : public ViewTest {
  protected:
@@ -39,27 +40,40 @@ TEST_F(TableEntryTest, AnEntryThatIsNoneIsAFailedCopy) {
       {"1", "0", {kCtrlIf}},
       {"3", "10.1.0.7", {kFib}},
       {"4", "0", {kNextHop}},
+      {"6", "10.1.0.7", {kArp}},
       {"8", "all", {kCtrlIf, kPortHead}},
+      {"9", "0", {kBridge}},
       {"10", "0", {kGlobal}},
       {"11", "0", {kAclGroup}},
       {"12", "0", {kAclGroup}},
+      {"13", "0", {kAclStat}},
       {"21", "0", {kCtrlIf}},
       {"25", "0", {kCtrlIf}},
+      {"28", "a0:0b:c1:0d:e2:0f", {kUser}},
+      {"31", "0", {kCar}},
       {"32", "0", {kTunnel}},
+      {"36", "0", {kHsec}},
       {"45", "num1", {kCar}},
       {"48", "a0:0b:c1:0d:e2:0f", {kHsec}},
+      {"71", "2001:db8::7", {kNd}},
       {"73", "all", {kCtrlIf, kPortV6Head}},
+      {"74", "0", {kCtrlIf}},
+      {"78", "0", {kSacProfile}},
       {"85", "0", {kCtrlIf, kFwdIf, kIfStat}},
       {"86", "a0:0b:c1:0d:e2:0f", {kUserStat}},
   };
   for (const Lookup &lookup : lookups) {
     for (const uint32_t table : lookup.tables) {
       platform.hollowTables = {table};
-      EXPECT_EQ(Query(lookup.id, lookup.key1, "5", "5"), "memory operation error")
+      EXPECT_EQ(Query(lookup.id, lookup.key1, "5", "5", "5"), "memory operation error")
           << lookup.id << " in table " << table;
       EXPECT_EQ(platform.liveAllocations(), 0u);
     }
   }
+  platform.walks.clear();
+  platform.hollowTables = {kPortHead, kPortV6Head};
+  for (const char *id : {"8", "73"}) Query(id, "all", "5");
+  EXPECT_TRUE(platform.walks.empty());
   platform.hollowTables = {kCtrlIf};
   EXPECT_EQ(static_cast<int32_t>(QdtCliGetFwdifIndexByCtrlIndex(5)), -3);
 }
@@ -69,6 +83,17 @@ TEST_F(TableEntryTest, AViewIsToldOfAGlobalRecordThatIsNone) {
   EXPECT_EQ(FormatText(NqeTableFormatSacIfStat, Record(16104)), "code -120");
   EXPECT_EQ(platform.log,
             (std::vector<LogLine>{{3, "[SacStatGloVer] error in Search CAP_TABLE_GLOBAL, ret -3\n"}}));
+}
+
+// The lookup that found no entry has not failed itself.
+TEST_F(TableEntryTest, AnInterfaceThatIsNoneIsNotLogged) {
+  platform.AddEntry(kCtrlIf, Key(uint32_t{5}), Record(16).U32(4, 1200).bytes());
+  platform.AddEntry(kFwdIf, Key(uint32_t{1200}), Record(1544).bytes());
+  for (const uint32_t table : {kFwdIf, kIfStat}) {
+    platform.hollowTables = {table};
+    EXPECT_EQ(Call(NqeTableSearchSacIfStat, 0, "0", 5).code, -3);
+    EXPECT_TRUE(platform.log.empty());
+  }
 }
 
 // Whatever a record has bound, an address of 0 is no entry's.

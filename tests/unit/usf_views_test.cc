@@ -52,6 +52,7 @@ Bytes AddressKey(const Bytes &address, uint16_t type) {
   std::copy(address.begin(), address.end(), key.begin());
   key.push_back(type & 0xFF);
   key.push_back(type >> 8);
+  key.resize(20);
   return key;
 }
 
@@ -60,8 +61,8 @@ TEST_F(UsfViewsTest, AddressByIpv4) {
   EXPECT_EQ(Query("30", "10.1.0.7", "0", "7"), Framed(kBindingText));  // the third key counts for MACs only
   EXPECT_EQ(Query("30", "10.1.0.8", "0"), "search result not found");
   EXPECT_EQ(Query("30", "10.1.0.7", "1"), "search result not found");
-  ExpectFindsOne(NqeTableSearchUsfMacIp, kMacIp, Binding(), "search 56 0700010a0000000000000000000000000000",
-                 "10.1.0.7", 0, 7);
+  ExpectFindsOne(NqeTableSearchUsfMacIp, kMacIp, Binding(),
+                 "search 56 0700010a00000000000000000000000000000000", "10.1.0.7", 0, 7);
 }
 
 TEST_F(UsfViewsTest, AddressByIpv6) {
@@ -69,8 +70,8 @@ TEST_F(UsfViewsTest, AddressByIpv6) {
                     Binding().bytes());
   EXPECT_EQ(Query("30", "2001:db8::abcd:102", "1", "7"), Framed(kBindingText));
   EXPECT_EQ(Query("30", "2001:db8::abcd:103", "1"), "search result not found");
-  ExpectFindsOne(NqeTableSearchUsfMacIp, kMacIp, Binding(), "search 56 20010db80000000000000000abcd01020100",
-                 "2001:db8::abcd:102", 1, 7);
+  ExpectFindsOne(NqeTableSearchUsfMacIp, kMacIp, Binding(),
+                 "search 56 20010db80000000000000000abcd010201000000", "2001:db8::abcd:102", 1, 7);
 }
 
 // The third key takes the place of the type, as far as its field goes.
@@ -80,8 +81,8 @@ TEST_F(UsfViewsTest, AddressByMac) {
   EXPECT_EQ(Query("30", "a0:0b:c1:0d:e2:0f", "2", "0x50007"), Framed(kBindingText));
   EXPECT_EQ(Query("30", "a0:0b:c1:0d:e2:0f", "2", "2"), "search result not found");
   EXPECT_EQ(Query("30", "a0:0b:c1:0d:e2:0f", "2"), "search result not found");
-  ExpectFindsOne(NqeTableSearchUsfMacIp, kMacIp, Binding(), "search 56 a00bc10de20f000000000000000000000700",
-                 "a0:0b:c1:0d:e2:0f", 2, 7);
+  ExpectFindsOne(NqeTableSearchUsfMacIp, kMacIp, Binding(),
+                 "search 56 a00bc10de20f0000000000000000000007000000", "a0:0b:c1:0d:e2:0f", 2, 7);
 }
 
 TEST_F(UsfViewsTest, AddressKeysThatAreNone) {

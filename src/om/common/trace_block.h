@@ -27,10 +27,12 @@ class TraceBlock {
 // Ends the trace: no conditions, nothing left to print, counters at 0. Stations and the other switches stay.
 void ClearPacketTrace(PacketTraceBlock &block);
 
-// Adds bits to the mask, which the engine must not see before the fields that they stand for.
+// Adds bits to the mask, which the engine must not see before the fields that they stand for. A mask that
+// has them already is not written.
 inline void AddConditions(PacketTraceBlock &block, uint64_t mask) {
   uint64_t &conditions = block.conditions.mask;
-  __atomic_store_n(&conditions, conditions | mask, __ATOMIC_RELEASE);
+  const uint64_t before = __atomic_load_n(&conditions, __ATOMIC_RELAXED);
+  if ((before | mask) != before) __atomic_store_n(&conditions, before | mask, __ATOMIC_RELEASE);
 }
 
 // The discard type that operators call `name`; "all" is one, too. Of several with one name it is the last.

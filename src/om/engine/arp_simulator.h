@@ -5,7 +5,7 @@
 
 namespace qdt {
 
-// A test of the ARP simulator: the request that it sends and how far it has come. Addresses in host order.
+// A test of the ARP simulator. IPv4 addresses in host order; what type and interval mean is the engine's.
 struct ArpSimulatorEntry {
   uint32_t sourceAddress, destinationAddress;
   uint16_t vlanId;
@@ -18,16 +18,17 @@ struct ArpSimulatorEntry {
   uint64_t sendTimeMs, replyTimeMs;
 };
 QDT_RECORD_SIZE(ArpSimulatorEntry, 56);
-QDT_FIELD_AT(ArpSimulatorEntry, destinationAddress, 4);
-QDT_FIELD_AT(ArpSimulatorEntry, vlanId, 8);
-QDT_FIELD_AT(ArpSimulatorEntry, destinationMac, 10);
-QDT_FIELD_AT(ArpSimulatorEntry, type, 16);
-QDT_FIELD_AT(ArpSimulatorEntry, sourceMac, 18);
-QDT_FIELD_AT(ArpSimulatorEntry, interval, 24);
-QDT_FIELD_AT(ArpSimulatorEntry, testTimes, 28);
-QDT_FIELD_AT(ArpSimulatorEntry, sentTimes, 32);
-QDT_FIELD_AT(ArpSimulatorEntry, sendTimeMs, 40);
-QDT_FIELD_AT(ArpSimulatorEntry, replyTimeMs, 48);
+QDT_FIELD_AT(ArpSimulatorEntry, sourceAddress, 0, 4);
+QDT_FIELD_AT(ArpSimulatorEntry, destinationAddress, 4, 4);
+QDT_FIELD_AT(ArpSimulatorEntry, vlanId, 8, 2);
+QDT_FIELD_AT(ArpSimulatorEntry, destinationMac, 10, 6);
+QDT_FIELD_AT(ArpSimulatorEntry, type, 16, 2);
+QDT_FIELD_AT(ArpSimulatorEntry, sourceMac, 18, 6);
+QDT_FIELD_AT(ArpSimulatorEntry, interval, 24, 4);
+QDT_FIELD_AT(ArpSimulatorEntry, testTimes, 28, 4);
+QDT_FIELD_AT(ArpSimulatorEntry, sentTimes, 32, 4);
+QDT_FIELD_AT(ArpSimulatorEntry, sendTimeMs, 40, 8);
+QDT_FIELD_AT(ArpSimulatorEntry, replyTimeMs, 48, 8);
 
 }  // namespace qdt
 

@@ -3,7 +3,7 @@
 
 #include "src/om/engine/layout.h"
 
-// Bridges, trunks, and MAC addresses that were seen on more than one interface.
+// Bridges, trunks, and what ARP recorded of duplicate MAC addresses.
 namespace qdt {
 
 struct BridgeEntry {
@@ -12,15 +12,18 @@ struct BridgeEntry {
   uint8_t vlanFilter;
   uint8_t macLimitEnable;
   uint8_t reserved10[2];
-  uint32_t macAgingTime;  // seconds
+  uint32_t macAgingTime;
   uint32_t macLimitNum;
   uint32_t currentMacNum;
 };
 QDT_RECORD_SIZE(BridgeEntry, 24);
-QDT_FIELD_AT(BridgeEntry, vlanFilter, 8);
-QDT_FIELD_AT(BridgeEntry, macLimitEnable, 9);
-QDT_FIELD_AT(BridgeEntry, macAgingTime, 12);
-QDT_FIELD_AT(BridgeEntry, currentMacNum, 20);
+QDT_FIELD_AT(BridgeEntry, bridgeId, 0, 4);
+QDT_FIELD_AT(BridgeEntry, ifIndex, 4, 4);
+QDT_FIELD_AT(BridgeEntry, vlanFilter, 8, 1);
+QDT_FIELD_AT(BridgeEntry, macLimitEnable, 9, 1);
+QDT_FIELD_AT(BridgeEntry, macAgingTime, 12, 4);
+QDT_FIELD_AT(BridgeEntry, macLimitNum, 16, 4);
+QDT_FIELD_AT(BridgeEntry, currentMacNum, 20, 4);
 
 constexpr int kMaxTrunkMembers = 256;
 
@@ -32,11 +35,12 @@ struct TrunkEntry {
   uint32_t member[kMaxTrunkMembers];  // forwarding-interface indexes
 };
 QDT_RECORD_SIZE(TrunkEntry, 1032);
-QDT_FIELD_AT(TrunkEntry, hashType, 2);
-QDT_FIELD_AT(TrunkEntry, trunkIfIndex, 4);
-QDT_FIELD_AT(TrunkEntry, member, 8);
+QDT_FIELD_AT(TrunkEntry, activePorts, 0, 2);
+QDT_FIELD_AT(TrunkEntry, hashType, 2, 1);
+QDT_FIELD_AT(TrunkEntry, trunkIfIndex, 4, 4);
+QDT_FIELD_AT(TrunkEntry, member, 8, 1024);
 
-// An ARP sender whose MAC address is in use on another interface.
+// A duplicate MAC address, as ARP met it.
 struct DuplicateMacEntry {
   uint32_t ifIndex;
   uint32_t bridgeId;
@@ -45,8 +49,10 @@ struct DuplicateMacEntry {
   uint32_t reserved16;
 };
 QDT_RECORD_SIZE(DuplicateMacEntry, 20);
-QDT_FIELD_AT(DuplicateMacEntry, sourceMac, 8);
-QDT_FIELD_AT(DuplicateMacEntry, vlanId, 14);
+QDT_FIELD_AT(DuplicateMacEntry, ifIndex, 0, 4);
+QDT_FIELD_AT(DuplicateMacEntry, bridgeId, 4, 4);
+QDT_FIELD_AT(DuplicateMacEntry, sourceMac, 8, 6);
+QDT_FIELD_AT(DuplicateMacEntry, vlanId, 14, 2);
 
 }  // namespace qdt
 

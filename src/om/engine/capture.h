@@ -7,7 +7,7 @@ namespace qdt {
 
 constexpr int kMaxCaptureInterfaces = 8;
 
-// A packet capture: which packets are copied, how much of them and for how long.
+// The configuration of a packet capture. Units and the values of direction and drop type are the engine's.
 struct CaptureEntry {
   uint8_t aclValid;
   uint8_t aclGroupType;
@@ -26,18 +26,19 @@ struct CaptureEntry {
   int32_t ifIndex[kMaxCaptureInterfaces];  // 0 in a free slot
 };
 QDT_RECORD_SIZE(CaptureEntry, 64);
-QDT_FIELD_AT(CaptureEntry, aclGroupType, 1);
-QDT_FIELD_AT(CaptureEntry, aclGroupId, 4);
-QDT_FIELD_AT(CaptureEntry, expireTime, 8);
-QDT_FIELD_AT(CaptureEntry, packetLength, 12);
-QDT_FIELD_AT(CaptureEntry, timeout, 16);
-QDT_FIELD_AT(CaptureEntry, captureHost, 20);
-QDT_FIELD_AT(CaptureEntry, direction, 21);
-QDT_FIELD_AT(CaptureEntry, dropType, 22);
-QDT_FIELD_AT(CaptureEntry, captureDropped, 24);
-QDT_FIELD_AT(CaptureEntry, vlanId, 28);
-QDT_FIELD_AT(CaptureEntry, packetsRemaining, 30);
-QDT_FIELD_AT(CaptureEntry, ifIndex, 32);
+QDT_FIELD_AT(CaptureEntry, aclValid, 0, 1);
+QDT_FIELD_AT(CaptureEntry, aclGroupType, 1, 1);
+QDT_FIELD_AT(CaptureEntry, aclGroupId, 4, 4);
+QDT_FIELD_AT(CaptureEntry, expireTime, 8, 4);
+QDT_FIELD_AT(CaptureEntry, packetLength, 12, 4);
+QDT_FIELD_AT(CaptureEntry, timeout, 16, 4);
+QDT_FIELD_AT(CaptureEntry, captureHost, 20, 1);
+QDT_FIELD_AT(CaptureEntry, direction, 21, 1);
+QDT_FIELD_AT(CaptureEntry, dropType, 22, 2);
+QDT_FIELD_AT(CaptureEntry, captureDropped, 24, 1);
+QDT_FIELD_AT(CaptureEntry, vlanId, 28, 2);
+QDT_FIELD_AT(CaptureEntry, packetsRemaining, 30, 2);
+QDT_FIELD_AT(CaptureEntry, ifIndex, 32, 32);
 
 }  // namespace qdt
 

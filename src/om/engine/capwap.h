@@ -29,17 +29,17 @@ struct CapwapTunnelEntry {
   uint64_t boundRoute;                             // address of the destination's route
 };
 QDT_RECORD_SIZE(CapwapTunnelEntry, 112);
-QDT_FIELD_AT(CapwapTunnelEntry, mtu, 2);
-QDT_FIELD_AT(CapwapTunnelEntry, ifIndex, 4);
-QDT_FIELD_AT(CapwapTunnelEntry, dtlsIndex, 8);
-QDT_FIELD_AT(CapwapTunnelEntry, sourceAddress, 12);
-QDT_FIELD_AT(CapwapTunnelEntry, destinationAddress, 16);
-QDT_FIELD_AT(CapwapTunnelEntry, sourcePort, 20);
-QDT_FIELD_AT(CapwapTunnelEntry, destinationPort, 22);
-QDT_FIELD_AT(CapwapTunnelEntry, apMac, 28);
-QDT_FIELD_AT(CapwapTunnelEntry, encapsulationSize, 35);
-QDT_FIELD_AT(CapwapTunnelEntry, encapsulation, 40);
-QDT_FIELD_AT(CapwapTunnelEntry, boundRoute, 104);
+QDT_FIELD_AT(CapwapTunnelEntry, mtu, 2, 2);
+QDT_FIELD_AT(CapwapTunnelEntry, ifIndex, 4, 4);
+QDT_FIELD_AT(CapwapTunnelEntry, dtlsIndex, 8, 4);
+QDT_FIELD_AT(CapwapTunnelEntry, sourceAddress, 12, 4);
+QDT_FIELD_AT(CapwapTunnelEntry, destinationAddress, 16, 4);
+QDT_FIELD_AT(CapwapTunnelEntry, sourcePort, 20, 2);
+QDT_FIELD_AT(CapwapTunnelEntry, destinationPort, 22, 2);
+QDT_FIELD_AT(CapwapTunnelEntry, apMac, 28, 6);
+QDT_FIELD_AT(CapwapTunnelEntry, encapsulationSize, 35, 1);
+QDT_FIELD_AT(CapwapTunnelEntry, encapsulation, 40, 64);
+QDT_FIELD_AT(CapwapTunnelEntry, boundRoute, 104, 8);
 
 // Key of the decapsulation table: the outer addresses in host order, and the destination port.
 struct CapwapDecapKey {
@@ -49,6 +49,9 @@ struct CapwapDecapKey {
   uint16_t zero;
 };
 QDT_RECORD_SIZE(CapwapDecapKey, 12);
+QDT_FIELD_AT(CapwapDecapKey, sourceAddress, 0, 4);
+QDT_FIELD_AT(CapwapDecapKey, destinationAddress, 4, 4);
+QDT_FIELD_AT(CapwapDecapKey, port, 8, 2);
 
 // Which tunnel a packet with these outer headers came through.
 struct CapwapDecapEntry {
@@ -57,8 +60,9 @@ struct CapwapDecapEntry {
   uint32_t ifIndex;
 };
 QDT_RECORD_SIZE(CapwapDecapEntry, 20);
-QDT_FIELD_AT(CapwapDecapEntry, tunnelId, 12);
-QDT_FIELD_AT(CapwapDecapEntry, ifIndex, 16);
+QDT_FIELD_AT(CapwapDecapEntry, key, 0, 12);
+QDT_FIELD_AT(CapwapDecapEntry, tunnelId, 12, 4);
+QDT_FIELD_AT(CapwapDecapEntry, ifIndex, 16, 4);
 
 }  // namespace qdt
 

@@ -24,15 +24,16 @@ struct DhcpSnoopingBinding {
   uint32_t requestTime;  // of the client's request
 };
 QDT_RECORD_SIZE(DhcpSnoopingBinding, 44);
-QDT_FIELD_AT(DhcpSnoopingBinding, vlanId, 6);
-QDT_FIELD_AT(DhcpSnoopingBinding, ipv4Address, 8);
-QDT_FIELD_AT(DhcpSnoopingBinding, ipv6Address, 12);
-QDT_FIELD_AT(DhcpSnoopingBinding, fwdIfIndex, 28);
-QDT_FIELD_AT(DhcpSnoopingBinding, protocol, 32);
-QDT_FIELD_AT(DhcpSnoopingBinding, isPrefix, 33);
-QDT_FIELD_AT(DhcpSnoopingBinding, prefixLength, 34);
-QDT_FIELD_AT(DhcpSnoopingBinding, type, 36);
-QDT_FIELD_AT(DhcpSnoopingBinding, requestTime, 40);
+QDT_FIELD_AT(DhcpSnoopingBinding, mac, 0, 6);
+QDT_FIELD_AT(DhcpSnoopingBinding, vlanId, 6, 2);
+QDT_FIELD_AT(DhcpSnoopingBinding, ipv4Address, 8, 4);
+QDT_FIELD_AT(DhcpSnoopingBinding, ipv6Address, 12, 16);
+QDT_FIELD_AT(DhcpSnoopingBinding, fwdIfIndex, 28, 4);
+QDT_FIELD_AT(DhcpSnoopingBinding, protocol, 32, 1);
+QDT_FIELD_AT(DhcpSnoopingBinding, isPrefix, 33, 1);
+QDT_FIELD_AT(DhcpSnoopingBinding, prefixLength, 34, 1);
+QDT_FIELD_AT(DhcpSnoopingBinding, type, 36, 4);
+QDT_FIELD_AT(DhcpSnoopingBinding, requestTime, 40, 4);
 
 }  // namespace qdt
 

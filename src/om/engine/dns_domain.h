@@ -3,7 +3,7 @@
 
 #include "src/om/engine/layout.h"
 
-// Domain names that the engine looks for in DNS answers.
+// The configured DNS domains.
 namespace qdt {
 
 struct DnsDomainEntry {
@@ -14,8 +14,9 @@ struct DnsDomainEntry {
   uint8_t reserved133[3];
 };
 QDT_RECORD_SIZE(DnsDomainEntry, 136);
-QDT_FIELD_AT(DnsDomainEntry, matchType, 128);
-QDT_FIELD_AT(DnsDomainEntry, id, 132);
+QDT_FIELD_AT(DnsDomainEntry, domain, 0, 128);
+QDT_FIELD_AT(DnsDomainEntry, matchType, 128, 1);
+QDT_FIELD_AT(DnsDomainEntry, id, 132, 1);
 
 }  // namespace qdt
 

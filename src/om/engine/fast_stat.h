@@ -9,13 +9,13 @@
 // records of cores and points, which therefore stand outside the namespace.
 
 QDT_RECORD_SIZE(PmuEventSelect, 40);
-QDT_FIELD_AT(PmuEventSelect, event, 0);
-QDT_FIELD_AT(PmuEventSelect, name, 8);
-QDT_FIELD_AT(PmuEventSelect, counter, 16);
+QDT_FIELD_AT(PmuEventSelect, event, 0, 4);
+QDT_FIELD_AT(PmuEventSelect, name, 8, 8);
+QDT_FIELD_AT(PmuEventSelect, counter, 16, 4);
 
 struct FastStatPoint {
   struct Event {
-    uint64_t reserved0;  // the engine's, while it measures
+    uint64_t reserved0;
     uint64_t count;
   };
   uint32_t hits;
@@ -23,11 +23,11 @@ struct FastStatPoint {
   Event events[QDT_PMU_EVENTS];  // in the order of the mode's event table
 };
 QDT_RECORD_SIZE(FastStatPoint, 136);
+QDT_FIELD_AT(FastStatPoint, hits, 0, 4);
+QDT_FIELD_AT(FastStatPoint, packets, 4, 4);
+QDT_FIELD_AT(FastStatPoint, events, 8, 128);
 QDT_RECORD_SIZE(FastStatPoint::Event, 16);
-QDT_FIELD_AT(FastStatPoint, hits, 0);
-QDT_FIELD_AT(FastStatPoint, packets, 4);
-QDT_FIELD_AT(FastStatPoint, events, 8);
-QDT_FIELD_AT(FastStatPoint::Event, count, 8);
+QDT_FIELD_AT(FastStatPoint::Event, count, 8, 8);
 
 struct FastStatCore {
   uint32_t busy;  // set while the core measures; 0 once it has seen the stop
@@ -35,8 +35,8 @@ struct FastStatCore {
   FastStatPoint points[QDT_FAST_STAT_POINTS];
 };
 QDT_RECORD_SIZE(FastStatCore, 1096);
-QDT_FIELD_AT(FastStatCore, busy, 0);
-QDT_FIELD_AT(FastStatCore, points, 8);
+QDT_FIELD_AT(FastStatCore, busy, 0, 4);
+QDT_FIELD_AT(FastStatCore, points, 8, 1088);
 
 namespace qdt {
 
@@ -48,9 +48,9 @@ struct FastStatRegion {
   FastStatCore cores[QDT_FAST_STAT_CORES];
 };
 QDT_RECORD_SIZE(FastStatRegion, 4392);
-QDT_FIELD_AT(FastStatRegion, coreCount, 0);
-QDT_FIELD_AT(FastStatRegion, mode, 4);
-QDT_FIELD_AT(FastStatRegion, cores, 8);
+QDT_FIELD_AT(FastStatRegion, coreCount, 0, 4);
+QDT_FIELD_AT(FastStatRegion, mode, 4, 4);
+QDT_FIELD_AT(FastStatRegion, cores, 8, 4384);
 
 }  // namespace qdt
 

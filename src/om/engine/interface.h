@@ -3,9 +3,8 @@
 
 #include "src/om/engine/layout.h"
 
-// The engine's interfaces. What the control plane calls a control interface and the flow engine a flow (pct)
-// interface is one forwarding interface in the engine; small maps lead from each numbering to the
-// forwarding-interface index.
+// The engine's forwarding interfaces, and the small maps that lead from other numberings (control interfaces,
+// flow or pct interfaces, users) to the forwarding-interface index.
 namespace qdt {
 
 // Entry of the three maps. The index that is mapped is the key as well.
@@ -15,7 +14,8 @@ struct InterfaceMapEntry {
   uint32_t reserved8[2];
 };
 QDT_RECORD_SIZE(InterfaceMapEntry, 16);
-QDT_FIELD_AT(InterfaceMapEntry, fwdIfIndex, 4);
+QDT_FIELD_AT(InterfaceMapEntry, source, 0, 4);
+QDT_FIELD_AT(InterfaceMapEntry, fwdIfIndex, 4, 4);
 
 // A port to which mirrored packets are sent, found by observe id.
 struct ObservePort {
@@ -23,6 +23,8 @@ struct ObservePort {
   uint32_t fwdIfIndex;
 };
 QDT_RECORD_SIZE(ObservePort, 8);
+QDT_FIELD_AT(ObservePort, ctrlIfIndex, 0, 4);
+QDT_FIELD_AT(ObservePort, fwdIfIndex, 4, 4);
 
 // A service that packets entering an interface pass through.
 struct IngressService {
@@ -33,11 +35,13 @@ struct IngressService {
   uint64_t boundAclGroup;  // address of the ACL group entry that the engine bound to the service
 };
 QDT_RECORD_SIZE(IngressService, 16);
-QDT_FIELD_AT(IngressService, aclGroupType, 2);
-QDT_FIELD_AT(IngressService, aclGroupId, 4);
-QDT_FIELD_AT(IngressService, boundAclGroup, 8);
+QDT_FIELD_AT(IngressService, type, 0, 1);
+QDT_FIELD_AT(IngressService, parameter, 1, 1);
+QDT_FIELD_AT(IngressService, aclGroupType, 2, 2);
+QDT_FIELD_AT(IngressService, aclGroupId, 4, 4);
+QDT_FIELD_AT(IngressService, boundAclGroup, 8, 8);
 
-// One block of traffic counters; an interface has one for each of four sources, whose sum is its traffic.
+// One block of traffic counters. The engine keeps four of them apart for an interface, whose sums count.
 struct InterfaceCounters {
   int64_t inBytes;
   int64_t inPackets;
@@ -53,9 +57,16 @@ struct InterfaceCounters {
   int64_t reserved112[5];
 };
 QDT_RECORD_SIZE(InterfaceCounters, 152);
-QDT_FIELD_AT(InterfaceCounters, inBroadcast, 32);
-QDT_FIELD_AT(InterfaceCounters, outBytes, 72);
-QDT_FIELD_AT(InterfaceCounters, outBroadcast, 104);
+QDT_FIELD_AT(InterfaceCounters, inBytes, 0, 8);
+QDT_FIELD_AT(InterfaceCounters, inPackets, 8, 8);
+QDT_FIELD_AT(InterfaceCounters, inUnicast, 16, 8);
+QDT_FIELD_AT(InterfaceCounters, inMulticast, 24, 8);
+QDT_FIELD_AT(InterfaceCounters, inBroadcast, 32, 8);
+QDT_FIELD_AT(InterfaceCounters, outBytes, 72, 8);
+QDT_FIELD_AT(InterfaceCounters, outPackets, 80, 8);
+QDT_FIELD_AT(InterfaceCounters, outUnicast, 88, 8);
+QDT_FIELD_AT(InterfaceCounters, outMulticast, 96, 8);
+QDT_FIELD_AT(InterfaceCounters, outBroadcast, 104, 8);
 
 // Which ingress ACL functions are on, for each kind of ACL group. Also the global record's ingress word.
 struct IngressAclEnable {
@@ -150,50 +161,73 @@ struct ForwardingInterface {
   uint8_t reserved1472[72];
 };
 QDT_RECORD_SIZE(ForwardingInterface, 1544);
-QDT_FIELD_AT(ForwardingInterface, pctIndex, 8);
-QDT_FIELD_AT(ForwardingInterface, ctrlIfIndex, 12);
-QDT_FIELD_AT(ForwardingInterface, flags, 16);
-QDT_FIELD_AT(ForwardingInterface, tagType, 20);
-QDT_FIELD_AT(ForwardingInterface, tb, 24);
-QDT_FIELD_AT(ForwardingInterface, port, 28);
-QDT_FIELD_AT(ForwardingInterface, linkType, 32);
-QDT_FIELD_AT(ForwardingInterface, smac, 36);
-QDT_FIELD_AT(ForwardingInterface, pvid, 42);
-QDT_FIELD_AT(ForwardingInterface, bridgeId, 44);
-QDT_FIELD_AT(ForwardingInterface, macLimitNum, 52);
-QDT_FIELD_AT(ForwardingInterface, vlanId, 54);
-QDT_FIELD_AT(ForwardingInterface, curMacNum, 56);
-QDT_FIELD_AT(ForwardingInterface, tunnelIndex, 72);
-QDT_FIELD_AT(ForwardingInterface, broadPfeVapIndex, 80);
-QDT_FIELD_AT(ForwardingInterface, apWiredMac, 84);
-QDT_FIELD_AT(ForwardingInterface, apWiredPortType, 90);
-QDT_FIELD_AT(ForwardingInterface, pppoe, 92);
-QDT_FIELD_AT(ForwardingInterface, pppoeSessionId, 96);
-QDT_FIELD_AT(ForwardingInterface, pppoeDmac, 98);
-QDT_FIELD_AT(ForwardingInterface, pppVlanIf, 104);
-QDT_FIELD_AT(ForwardingInterface, tunnelType, 112);
-QDT_FIELD_AT(ForwardingInterface, tunnelId, 116);
-QDT_FIELD_AT(ForwardingInterface, mtu, 128);
-QDT_FIELD_AT(ForwardingInterface, vpnV6, 136);
-QDT_FIELD_AT(ForwardingInterface, mtuV6, 138);
-QDT_FIELD_AT(ForwardingInterface, linkIngressMap, 144);
-QDT_FIELD_AT(ForwardingInterface, counters, 176);
-QDT_FIELD_AT(ForwardingInterface, freeRuleGroup, 788);
-QDT_FIELD_AT(ForwardingInterface, carIdBroadcast, 816);
-QDT_FIELD_AT(ForwardingInterface, ingInterfaceCarId, 836);
-QDT_FIELD_AT(ForwardingInterface, sacId, 844);
-QDT_FIELD_AT(ForwardingInterface, fatherFwdIfIndex, 848);
-QDT_FIELD_AT(ForwardingInterface, ingressAcl, 852);
-QDT_FIELD_AT(ForwardingInterface, egressAcl, 856);
-QDT_FIELD_AT(ForwardingInterface, ingressAclGroup, 860);
-QDT_FIELD_AT(ForwardingInterface, egressAclGroup, 924);
-QDT_FIELD_AT(ForwardingInterface, ingL2IptablesGroup, 980);
-QDT_FIELD_AT(ForwardingInterface, ingressAclType, 988);
-QDT_FIELD_AT(ForwardingInterface, egressAclType, 996);
-QDT_FIELD_AT(ForwardingInterface, l1ServiceCount, 1008);
-QDT_FIELD_AT(ForwardingInterface, l1Service, 1016);
-QDT_FIELD_AT(ForwardingInterface, l3ServiceCount, 1400);
-QDT_FIELD_AT(ForwardingInterface, l3Service, 1408);
+QDT_FIELD_AT(ForwardingInterface, ifIndex, 0, 4);
+QDT_FIELD_AT(ForwardingInterface, pctIndex, 8, 4);
+QDT_FIELD_AT(ForwardingInterface, ctrlIfIndex, 12, 4);
+QDT_FIELD_AT(ForwardingInterface, flags, 16, 4);
+QDT_FIELD_AT(ForwardingInterface, tagType, 20, 1);
+QDT_FIELD_AT(ForwardingInterface, drvPortType, 21, 1);
+QDT_FIELD_AT(ForwardingInterface, drvSubType, 22, 1);
+QDT_FIELD_AT(ForwardingInterface, tb, 24, 2);
+QDT_FIELD_AT(ForwardingInterface, tp, 26, 2);
+QDT_FIELD_AT(ForwardingInterface, port, 28, 4);
+QDT_FIELD_AT(ForwardingInterface, linkType, 32, 4);
+QDT_FIELD_AT(ForwardingInterface, smac, 36, 6);
+QDT_FIELD_AT(ForwardingInterface, pvid, 42, 2);
+QDT_FIELD_AT(ForwardingInterface, bridgeId, 44, 4);
+QDT_FIELD_AT(ForwardingInterface, macLimitNum, 52, 2);
+QDT_FIELD_AT(ForwardingInterface, vlanId, 54, 2);
+QDT_FIELD_AT(ForwardingInterface, curMacNum, 56, 4);
+QDT_FIELD_AT(ForwardingInterface, tunnelIndex, 72, 2);
+QDT_FIELD_AT(ForwardingInterface, trunkId, 74, 2);
+QDT_FIELD_AT(ForwardingInterface, broadPeerId, 76, 2);
+QDT_FIELD_AT(ForwardingInterface, broadSessionInfo, 78, 2);
+QDT_FIELD_AT(ForwardingInterface, broadPfeVapIndex, 80, 1);
+QDT_FIELD_AT(ForwardingInterface, apWiredMac, 84, 6);
+QDT_FIELD_AT(ForwardingInterface, apWiredPortType, 90, 1);
+QDT_FIELD_AT(ForwardingInterface, apWiredPortId, 91, 1);
+QDT_FIELD_AT(ForwardingInterface, pppoe, 92, 1);
+QDT_FIELD_AT(ForwardingInterface, pppoeCode, 93, 1);
+QDT_FIELD_AT(ForwardingInterface, pppoeVersion, 94, 1);
+QDT_FIELD_AT(ForwardingInterface, pppoeType, 95, 1);
+QDT_FIELD_AT(ForwardingInterface, pppoeSessionId, 96, 2);
+QDT_FIELD_AT(ForwardingInterface, pppoeDmac, 98, 6);
+QDT_FIELD_AT(ForwardingInterface, pppVlanIf, 104, 4);
+QDT_FIELD_AT(ForwardingInterface, pppDialerIf, 108, 4);
+QDT_FIELD_AT(ForwardingInterface, tunnelType, 112, 1);
+QDT_FIELD_AT(ForwardingInterface, tunnelId, 116, 4);
+QDT_FIELD_AT(ForwardingInterface, mtu, 128, 2);
+QDT_FIELD_AT(ForwardingInterface, vpnV6, 136, 2);
+QDT_FIELD_AT(ForwardingInterface, mtuV6, 138, 2);
+QDT_FIELD_AT(ForwardingInterface, linkIngressMap, 144, 8);
+QDT_FIELD_AT(ForwardingInterface, fwdIngressMap, 152, 8);
+QDT_FIELD_AT(ForwardingInterface, linkEgressMap, 160, 8);
+QDT_FIELD_AT(ForwardingInterface, fwdEgressMap, 168, 8);
+QDT_FIELD_AT(ForwardingInterface, counters, 176, 608);
+QDT_FIELD_AT(ForwardingInterface, freeRuleGroup, 788, 4);
+QDT_FIELD_AT(ForwardingInterface, freeRuleGroupV6, 792, 4);
+QDT_FIELD_AT(ForwardingInterface, staticFreeRuleGroup, 796, 4);
+QDT_FIELD_AT(ForwardingInterface, carIdBroadcast, 816, 4);
+QDT_FIELD_AT(ForwardingInterface, carIdMulticast, 820, 4);
+QDT_FIELD_AT(ForwardingInterface, carIdUnknownUnicast, 824, 4);
+QDT_FIELD_AT(ForwardingInterface, ingVapCarId, 828, 4);
+QDT_FIELD_AT(ForwardingInterface, egrVapCarId, 832, 4);
+QDT_FIELD_AT(ForwardingInterface, ingInterfaceCarId, 836, 4);
+QDT_FIELD_AT(ForwardingInterface, egrInterfaceCarId, 840, 4);
+QDT_FIELD_AT(ForwardingInterface, sacId, 844, 4);
+QDT_FIELD_AT(ForwardingInterface, fatherFwdIfIndex, 848, 4);
+QDT_FIELD_AT(ForwardingInterface, ingressAcl, 852, 4);
+QDT_FIELD_AT(ForwardingInterface, egressAcl, 856, 4);
+QDT_FIELD_AT(ForwardingInterface, ingressAclGroup, 860, 64);
+QDT_FIELD_AT(ForwardingInterface, egressAclGroup, 924, 56);
+QDT_FIELD_AT(ForwardingInterface, ingL2IptablesGroup, 980, 4);
+QDT_FIELD_AT(ForwardingInterface, ingL4IptablesGroup, 984, 4);
+QDT_FIELD_AT(ForwardingInterface, ingressAclType, 988, 8);
+QDT_FIELD_AT(ForwardingInterface, egressAclType, 996, 8);
+QDT_FIELD_AT(ForwardingInterface, l1ServiceCount, 1008, 4);
+QDT_FIELD_AT(ForwardingInterface, l1Service, 1016, 384);
+QDT_FIELD_AT(ForwardingInterface, l3ServiceCount, 1400, 4);
+QDT_FIELD_AT(ForwardingInterface, l3Service, 1408, 64);
 
 }  // namespace qdt
 

@@ -13,6 +13,9 @@ struct ArpKey {
   uint32_t nextHop;
 };
 QDT_RECORD_SIZE(ArpKey, 8);
+QDT_FIELD_AT(ArpKey, zero, 0, 2);
+QDT_FIELD_AT(ArpKey, vpn, 2, 2);
+QDT_FIELD_AT(ArpKey, nextHop, 4, 4);
 
 // Key of ND and ND-miss entries; the next hop as four host-order words.
 struct NdKey {
@@ -21,6 +24,9 @@ struct NdKey {
   uint32_t nextHop[4];
 };
 QDT_RECORD_SIZE(NdKey, 20);
+QDT_FIELD_AT(NdKey, zero, 0, 2);
+QDT_FIELD_AT(NdKey, vpn, 2, 2);
+QDT_FIELD_AT(NdKey, nextHop, 4, 16);
 
 // What is known of a resolved neighbour, of either family.
 struct Neighbour {
@@ -33,9 +39,12 @@ struct Neighbour {
   uint16_t vlanId;
 };
 QDT_RECORD_SIZE(Neighbour, 28);
-QDT_FIELD_AT(Neighbour, ctrlIfIndex, 4);
-QDT_FIELD_AT(Neighbour, dmac, 20);
-QDT_FIELD_AT(Neighbour, vlanId, 26);
+QDT_FIELD_AT(Neighbour, ctrlIfIndex, 4, 4);
+QDT_FIELD_AT(Neighbour, fwdIfIndex, 8, 4);
+QDT_FIELD_AT(Neighbour, l3CtrlIfIndex, 12, 4);
+QDT_FIELD_AT(Neighbour, l3FwdIfIndex, 16, 4);
+QDT_FIELD_AT(Neighbour, dmac, 20, 6);
+QDT_FIELD_AT(Neighbour, vlanId, 26, 2);
 
 struct ArpEntry {
   ArpKey key;
@@ -43,7 +52,7 @@ struct ArpEntry {
   uint32_t reserved36[2];
 };
 QDT_RECORD_SIZE(ArpEntry, 44);
-QDT_FIELD_AT(ArpEntry, neighbour, 8);
+QDT_FIELD_AT(ArpEntry, neighbour, 8, 28);
 
 struct NdEntry {
   NdKey key;
@@ -51,20 +60,23 @@ struct NdEntry {
   uint32_t reserved48[2];
 };
 QDT_RECORD_SIZE(NdEntry, 56);
-QDT_FIELD_AT(NdEntry, neighbour, 20);
+QDT_FIELD_AT(NdEntry, neighbour, 20, 28);
 
 // A packet that waits for its next hop to be resolved. Addresses in host order.
 struct ArpMissEntry {
   ArpKey key;
   uint32_t reserved8[2];
-  uint32_t createTime;  // seconds of the engine's clock
+  uint32_t createTime;  // seconds of the monotonic clock
   uint32_t sourceAddress;
   uint32_t destinationAddress;
   uint32_t ttl;  // seconds
 };
 QDT_RECORD_SIZE(ArpMissEntry, 32);
-QDT_FIELD_AT(ArpMissEntry, createTime, 16);
-QDT_FIELD_AT(ArpMissEntry, ttl, 28);
+QDT_FIELD_AT(ArpMissEntry, key.nextHop, 4, 4);
+QDT_FIELD_AT(ArpMissEntry, createTime, 16, 4);
+QDT_FIELD_AT(ArpMissEntry, sourceAddress, 20, 4);
+QDT_FIELD_AT(ArpMissEntry, destinationAddress, 24, 4);
+QDT_FIELD_AT(ArpMissEntry, ttl, 28, 4);
 
 // As ArpMissEntry; the next hop as host-order words, the packet's own addresses as bytes in network order.
 struct NdMissEntry {
@@ -76,17 +88,19 @@ struct NdMissEntry {
   uint8_t destinationAddress[16];
 };
 QDT_RECORD_SIZE(NdMissEntry, 72);
-QDT_FIELD_AT(NdMissEntry, createTime, 32);
-QDT_FIELD_AT(NdMissEntry, sourceAddress, 40);
-QDT_FIELD_AT(NdMissEntry, destinationAddress, 56);
+QDT_FIELD_AT(NdMissEntry, key.nextHop, 4, 16);
+QDT_FIELD_AT(NdMissEntry, createTime, 32, 4);
+QDT_FIELD_AT(NdMissEntry, ttl, 36, 4);
+QDT_FIELD_AT(NdMissEntry, sourceAddress, 40, 16);
+QDT_FIELD_AT(NdMissEntry, destinationAddress, 56, 16);
 
 // Where the addresses of a forwarding interface are listed.
 struct PortAddressHead {
-  uint32_t fwdIfIndex;
+  uint32_t reserved0;
   uint32_t listKey;  // key of the interface's addresses in the address table of the family
 };
 QDT_RECORD_SIZE(PortAddressHead, 8);
-QDT_FIELD_AT(PortAddressHead, listKey, 4);
+QDT_FIELD_AT(PortAddressHead, listKey, 4, 4);
 
 struct PortAddress {
   uint32_t address;  // host order
@@ -95,6 +109,9 @@ struct PortAddress {
   uint32_t reserved12[2];
 };
 QDT_RECORD_SIZE(PortAddress, 20);
+QDT_FIELD_AT(PortAddress, address, 0, 4);
+QDT_FIELD_AT(PortAddress, mask, 4, 4);
+QDT_FIELD_AT(PortAddress, type, 8, 4);
 
 struct Ipv6PortAddress {
   uint32_t address[4];  // host-order words
@@ -103,7 +120,9 @@ struct Ipv6PortAddress {
   uint32_t reserved24[2];
 };
 QDT_RECORD_SIZE(Ipv6PortAddress, 32);
-QDT_FIELD_AT(Ipv6PortAddress, prefixLength, 16);
+QDT_FIELD_AT(Ipv6PortAddress, address, 0, 16);
+QDT_FIELD_AT(Ipv6PortAddress, prefixLength, 16, 4);
+QDT_FIELD_AT(Ipv6PortAddress, type, 20, 4);
 
 }  // namespace qdt
 

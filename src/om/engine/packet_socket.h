@@ -10,6 +10,7 @@ struct PacketSocketKey {
   uint16_t reserved2;
 };
 QDT_RECORD_SIZE(PacketSocketKey, 4);
+QDT_FIELD_AT(PacketSocketKey, etherType, 0, 2);
 
 // A packet socket that listens for an Ethernet type.
 struct PacketSocketEntry {
@@ -18,8 +19,9 @@ struct PacketSocketEntry {
   uint32_t ifIndex;
 };
 QDT_RECORD_SIZE(PacketSocketEntry, 12);
-QDT_FIELD_AT(PacketSocketEntry, fd, 4);
-QDT_FIELD_AT(PacketSocketEntry, ifIndex, 8);
+QDT_FIELD_AT(PacketSocketEntry, protocol, 0, 4);
+QDT_FIELD_AT(PacketSocketEntry, fd, 4, 4);
+QDT_FIELD_AT(PacketSocketEntry, ifIndex, 8, 4);
 
 }  // namespace qdt
 

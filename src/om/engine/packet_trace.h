@@ -60,7 +60,8 @@ struct PacketTraceConditions {
   uint32_t sourceFwdIf, destinationFwdIf;
   uint32_t timeout;
   uint32_t reserved28;
-  uint32_t sourceAddress, destinationAddress;  // network order
+  // Network order from the command, host order from the management agent.
+  uint32_t sourceAddress, destinationAddress;
   MacAddress sourceMac, destinationMac;
   uint8_t protocol, reserved53;
   uint16_t etherType;
@@ -73,27 +74,28 @@ struct PacketTraceConditions {
   uint8_t reserved98[6];
 };
 QDT_RECORD_SIZE(PacketTraceConditions, 104);
-QDT_FIELD_AT(PacketTraceConditions, minLength, 8);
-QDT_FIELD_AT(PacketTraceConditions, maxLength, 10);
-QDT_FIELD_AT(PacketTraceConditions, tcpFlags, 13);
-QDT_FIELD_AT(PacketTraceConditions, vlanId, 14);
-QDT_FIELD_AT(PacketTraceConditions, sourceFwdIf, 16);
-QDT_FIELD_AT(PacketTraceConditions, destinationFwdIf, 20);
-QDT_FIELD_AT(PacketTraceConditions, timeout, 24);
-QDT_FIELD_AT(PacketTraceConditions, sourceAddress, 32);
-QDT_FIELD_AT(PacketTraceConditions, destinationAddress, 36);
-QDT_FIELD_AT(PacketTraceConditions, sourceMac, 40);
-QDT_FIELD_AT(PacketTraceConditions, destinationMac, 46);
-QDT_FIELD_AT(PacketTraceConditions, protocol, 52);
-QDT_FIELD_AT(PacketTraceConditions, etherType, 54);
-QDT_FIELD_AT(PacketTraceConditions, sourceAddressV6, 56);
-QDT_FIELD_AT(PacketTraceConditions, destinationAddressV6, 72);
-QDT_FIELD_AT(PacketTraceConditions, sourcePort, 88);
-QDT_FIELD_AT(PacketTraceConditions, destinationPort, 90);
-QDT_FIELD_AT(PacketTraceConditions, discardType, 92);
-QDT_FIELD_AT(PacketTraceConditions, causeId, 94);
-QDT_FIELD_AT(PacketTraceConditions, ipType, 96);
-QDT_FIELD_AT(PacketTraceConditions, icmpType, 97);
+QDT_FIELD_AT(PacketTraceConditions, mask, 0, 8);
+QDT_FIELD_AT(PacketTraceConditions, minLength, 8, 2);
+QDT_FIELD_AT(PacketTraceConditions, maxLength, 10, 2);
+QDT_FIELD_AT(PacketTraceConditions, tcpFlags, 13, 1);
+QDT_FIELD_AT(PacketTraceConditions, vlanId, 14, 2);
+QDT_FIELD_AT(PacketTraceConditions, sourceFwdIf, 16, 4);
+QDT_FIELD_AT(PacketTraceConditions, destinationFwdIf, 20, 4);
+QDT_FIELD_AT(PacketTraceConditions, timeout, 24, 4);
+QDT_FIELD_AT(PacketTraceConditions, sourceAddress, 32, 4);
+QDT_FIELD_AT(PacketTraceConditions, destinationAddress, 36, 4);
+QDT_FIELD_AT(PacketTraceConditions, sourceMac, 40, 6);
+QDT_FIELD_AT(PacketTraceConditions, destinationMac, 46, 6);
+QDT_FIELD_AT(PacketTraceConditions, protocol, 52, 1);
+QDT_FIELD_AT(PacketTraceConditions, etherType, 54, 2);
+QDT_FIELD_AT(PacketTraceConditions, sourceAddressV6, 56, 16);
+QDT_FIELD_AT(PacketTraceConditions, destinationAddressV6, 72, 16);
+QDT_FIELD_AT(PacketTraceConditions, sourcePort, 88, 2);
+QDT_FIELD_AT(PacketTraceConditions, destinationPort, 90, 2);
+QDT_FIELD_AT(PacketTraceConditions, discardType, 92, 2);
+QDT_FIELD_AT(PacketTraceConditions, causeId, 94, 2);
+QDT_FIELD_AT(PacketTraceConditions, ipType, 96, 1);
+QDT_FIELD_AT(PacketTraceConditions, icmpType, 97, 1);
 
 // Where and how matching packets are printed.
 struct PacketTracePrint {
@@ -106,18 +108,18 @@ struct PacketTracePrint {
   uint16_t length;
 };
 QDT_RECORD_SIZE(PacketTracePrint, 8);
-QDT_FIELD_AT(PacketTracePrint, reserved1, 1);
-QDT_FIELD_AT(PacketTracePrint, toolCheck, 2);
-QDT_FIELD_AT(PacketTracePrint, toConsole, 3);
-QDT_FIELD_AT(PacketTracePrint, toLog, 4);
-QDT_FIELD_AT(PacketTracePrint, length, 6);
+QDT_FIELD_AT(PacketTracePrint, reserved1, 1, 1);
+QDT_FIELD_AT(PacketTracePrint, toolCheck, 2, 1);
+QDT_FIELD_AT(PacketTracePrint, toConsole, 3, 1);
+QDT_FIELD_AT(PacketTracePrint, toLog, 4, 1);
+QDT_FIELD_AT(PacketTracePrint, length, 6, 2);
 
 struct TracedStation {
   uint16_t reserved0;
   MacAddress mac;
 };
 QDT_RECORD_SIZE(TracedStation, 8);
-QDT_FIELD_AT(TracedStation, mac, 2);
+QDT_FIELD_AT(TracedStation, mac, 2, 6);
 
 constexpr int kMaxTracedStations = 11;
 
@@ -146,16 +148,17 @@ struct PacketTraceBlock {
   };
 };
 QDT_RECORD_SIZE(PacketTraceBlock, 224);
-QDT_FIELD_AT(PacketTraceBlock, print, 104);
-QDT_FIELD_AT(PacketTraceBlock, leftPrints, 112);
-QDT_FIELD_AT(PacketTraceBlock, fromDriver, 116);
-QDT_FIELD_AT(PacketTraceBlock, toDriver, 120);
-QDT_FIELD_AT(PacketTraceBlock, toSlowPath, 124);
-QDT_FIELD_AT(PacketTraceBlock, fromSlowPath, 128);
-QDT_FIELD_AT(PacketTraceBlock, allStations, 132);
-QDT_FIELD_AT(PacketTraceBlock, stationCount, 133);
-QDT_FIELD_AT(PacketTraceBlock, stations, 136);
-QDT_FIELD_AT(PacketTraceBlock, on, 136);
+QDT_FIELD_AT(PacketTraceBlock, conditions, 0, 104);
+QDT_FIELD_AT(PacketTraceBlock, print, 104, 8);
+QDT_FIELD_AT(PacketTraceBlock, leftPrints, 112, 4);
+QDT_FIELD_AT(PacketTraceBlock, fromDriver, 116, 4);
+QDT_FIELD_AT(PacketTraceBlock, toDriver, 120, 4);
+QDT_FIELD_AT(PacketTraceBlock, toSlowPath, 124, 4);
+QDT_FIELD_AT(PacketTraceBlock, fromSlowPath, 128, 4);
+QDT_FIELD_AT(PacketTraceBlock, allStations, 132, 1);
+QDT_FIELD_AT(PacketTraceBlock, stationCount, 133, 1);
+QDT_FIELD_AT(PacketTraceBlock, stations, 136, 88);
+QDT_FIELD_AT(PacketTraceBlock, on, 136, 88);
 
 }  // namespace qdt
 

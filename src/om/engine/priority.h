@@ -17,12 +17,13 @@ struct PriorityMaps {
   uint8_t upToTunnelDscp[8];
 };
 QDT_RECORD_SIZE(PriorityMaps, 224);
-QDT_FIELD_AT(PriorityMaps, upTo8021p, 8);
-QDT_FIELD_AT(PriorityMaps, dscpTo8021p, 16);
-QDT_FIELD_AT(PriorityMaps, dscpToUp, 80);
-QDT_FIELD_AT(PriorityMaps, p8021pToUp, 144);
-QDT_FIELD_AT(PriorityMaps, dscpToTunnelDscp, 152);
-QDT_FIELD_AT(PriorityMaps, upToTunnelDscp, 216);
+QDT_FIELD_AT(PriorityMaps, upToDscp, 0, 8);
+QDT_FIELD_AT(PriorityMaps, upTo8021p, 8, 8);
+QDT_FIELD_AT(PriorityMaps, dscpTo8021p, 16, 64);
+QDT_FIELD_AT(PriorityMaps, dscpToUp, 80, 64);
+QDT_FIELD_AT(PriorityMaps, p8021pToUp, 144, 8);
+QDT_FIELD_AT(PriorityMaps, dscpToTunnelDscp, 152, 64);
+QDT_FIELD_AT(PriorityMaps, upToTunnelDscp, 216, 8);
 
 }  // namespace qdt
 

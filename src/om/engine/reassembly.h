@@ -13,14 +13,15 @@ struct ReassemblyLink {
   uint64_t next;
 };
 QDT_RECORD_SIZE(ReassemblyLink, 16);
-QDT_FIELD_AT(ReassemblyLink, next, 8);
+QDT_FIELD_AT(ReassemblyLink, previous, 0, 8);
+QDT_FIELD_AT(ReassemblyLink, next, 8, 8);
 
 struct ReassemblyRegion {
   uint8_t reserved0[24];
   ReassemblyLink head;
 };
 QDT_RECORD_SIZE(ReassemblyRegion, 40);
-QDT_FIELD_AT(ReassemblyRegion, head, 24);
+QDT_FIELD_AT(ReassemblyRegion, head, 24, 16);
 
 struct Ipv4ReassemblyEntry {
   uint64_t reserved0[2];
@@ -30,7 +31,7 @@ struct Ipv4ReassemblyEntry {
   uint32_t destinationAddress;  // host order
   uint32_t packetId;
   uint32_t reserved48[4];
-  uint64_t timeStamp;  // when the first fragment came, in milliseconds of the processor's timer
+  uint64_t timeStamp;  // milliseconds of the processor's timer; the TTL counts from here
   uint32_t sourcePort;
   uint32_t destinationPort;
   uint32_t vlan;
@@ -44,16 +45,16 @@ struct Ipv4ReassemblyEntry {
   uint32_t : 11;
 };
 QDT_RECORD_SIZE(Ipv4ReassemblyEntry, 104);
-QDT_FIELD_AT(Ipv4ReassemblyEntry, link, 16);
-QDT_FIELD_AT(Ipv4ReassemblyEntry, vrf, 32);
-QDT_FIELD_AT(Ipv4ReassemblyEntry, sourceAddress, 36);
-QDT_FIELD_AT(Ipv4ReassemblyEntry, destinationAddress, 40);
-QDT_FIELD_AT(Ipv4ReassemblyEntry, packetId, 44);
-QDT_FIELD_AT(Ipv4ReassemblyEntry, timeStamp, 64);
-QDT_FIELD_AT(Ipv4ReassemblyEntry, sourcePort, 72);
-QDT_FIELD_AT(Ipv4ReassemblyEntry, destinationPort, 76);
-QDT_FIELD_AT(Ipv4ReassemblyEntry, vlan, 80);
-QDT_FIELD_AT(Ipv4ReassemblyEntry, fragments, 96);
+QDT_FIELD_AT(Ipv4ReassemblyEntry, link, 16, 16);
+QDT_FIELD_AT(Ipv4ReassemblyEntry, vrf, 32, 4);
+QDT_FIELD_AT(Ipv4ReassemblyEntry, sourceAddress, 36, 4);
+QDT_FIELD_AT(Ipv4ReassemblyEntry, destinationAddress, 40, 4);
+QDT_FIELD_AT(Ipv4ReassemblyEntry, packetId, 44, 4);
+QDT_FIELD_AT(Ipv4ReassemblyEntry, timeStamp, 64, 8);
+QDT_FIELD_AT(Ipv4ReassemblyEntry, sourcePort, 72, 4);
+QDT_FIELD_AT(Ipv4ReassemblyEntry, destinationPort, 76, 4);
+QDT_FIELD_AT(Ipv4ReassemblyEntry, vlan, 80, 4);
+QDT_FIELD_AT(Ipv4ReassemblyEntry, fragments, 96, 4);
 
 // As Ipv4ReassemblyEntry, but the flags of the first and the last fragment stand one bit lower. Addresses are
 // host-order words.
@@ -80,16 +81,16 @@ struct Ipv6ReassemblyEntry {
   uint32_t : 11;
 };
 QDT_RECORD_SIZE(Ipv6ReassemblyEntry, 128);
-QDT_FIELD_AT(Ipv6ReassemblyEntry, link, 16);
-QDT_FIELD_AT(Ipv6ReassemblyEntry, vrf, 32);
-QDT_FIELD_AT(Ipv6ReassemblyEntry, sourceAddress, 36);
-QDT_FIELD_AT(Ipv6ReassemblyEntry, destinationAddress, 52);
-QDT_FIELD_AT(Ipv6ReassemblyEntry, packetId, 68);
-QDT_FIELD_AT(Ipv6ReassemblyEntry, timeStamp, 88);
-QDT_FIELD_AT(Ipv6ReassemblyEntry, vlan, 96);
-QDT_FIELD_AT(Ipv6ReassemblyEntry, sourcePort, 100);
-QDT_FIELD_AT(Ipv6ReassemblyEntry, destinationPort, 104);
-QDT_FIELD_AT(Ipv6ReassemblyEntry, fragments, 120);
+QDT_FIELD_AT(Ipv6ReassemblyEntry, link, 16, 16);
+QDT_FIELD_AT(Ipv6ReassemblyEntry, vrf, 32, 4);
+QDT_FIELD_AT(Ipv6ReassemblyEntry, sourceAddress, 36, 16);
+QDT_FIELD_AT(Ipv6ReassemblyEntry, destinationAddress, 52, 16);
+QDT_FIELD_AT(Ipv6ReassemblyEntry, packetId, 68, 4);
+QDT_FIELD_AT(Ipv6ReassemblyEntry, timeStamp, 88, 8);
+QDT_FIELD_AT(Ipv6ReassemblyEntry, vlan, 96, 4);
+QDT_FIELD_AT(Ipv6ReassemblyEntry, sourcePort, 100, 4);
+QDT_FIELD_AT(Ipv6ReassemblyEntry, destinationPort, 104, 4);
+QDT_FIELD_AT(Ipv6ReassemblyEntry, fragments, 120, 4);
 
 }  // namespace qdt
 

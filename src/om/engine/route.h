@@ -14,6 +14,9 @@ struct FibKey {
   uint32_t destination;
 };
 QDT_RECORD_SIZE(FibKey, 8);
+QDT_FIELD_AT(FibKey, prefixLength, 0, 2);
+QDT_FIELD_AT(FibKey, vpn, 2, 2);
+QDT_FIELD_AT(FibKey, destination, 4, 4);
 
 // Key of the IPv6 route table; the destination in network order as well.
 struct Ipv6FibKey {
@@ -22,6 +25,9 @@ struct Ipv6FibKey {
   uint8_t destination[16];
 };
 QDT_RECORD_SIZE(Ipv6FibKey, 20);
+QDT_FIELD_AT(Ipv6FibKey, prefixLength, 0, 2);
+QDT_FIELD_AT(Ipv6FibKey, vpn, 2, 2);
+QDT_FIELD_AT(Ipv6FibKey, destination, 4, 16);
 
 // A route, of either family.
 struct RouteEntry {
@@ -32,10 +38,10 @@ struct RouteEntry {
   uint64_t boundNextHop;
 };
 QDT_RECORD_SIZE(RouteEntry, 16);
-QDT_FIELD_AT(RouteEntry, prefixLength, 1);
-QDT_FIELD_AT(RouteEntry, nextHopIndex, 2);
-QDT_FIELD_AT(RouteEntry, reIndex, 4);
-QDT_FIELD_AT(RouteEntry, boundNextHop, 8);
+QDT_FIELD_AT(RouteEntry, prefixLength, 1, 1);
+QDT_FIELD_AT(RouteEntry, nextHopIndex, 2, 2);
+QDT_FIELD_AT(RouteEntry, reIndex, 4, 4);
+QDT_FIELD_AT(RouteEntry, boundNextHop, 8, 8);
 
 constexpr int kMaxEncapsulation = 64;
 constexpr int kMaxL3EgressServices = 4;
@@ -52,9 +58,11 @@ struct EgressService {
   uint64_t boundEntry;
 };
 QDT_RECORD_SIZE(EgressService, 16);
-QDT_FIELD_AT(EgressService, argument2, 2);
-QDT_FIELD_AT(EgressService, argument3, 4);
-QDT_FIELD_AT(EgressService, boundEntry, 8);
+QDT_FIELD_AT(EgressService, type, 0, 1);
+QDT_FIELD_AT(EgressService, argument1, 1, 1);
+QDT_FIELD_AT(EgressService, argument2, 2, 2);
+QDT_FIELD_AT(EgressService, argument3, 4, 4);
+QDT_FIELD_AT(EgressService, boundEntry, 8, 8);
 
 // What is done to packets on their way to an IPv4 next hop. Counts are signed as the engine keeps them.
 struct NextHopExtension {
@@ -73,16 +81,24 @@ struct NextHopExtension {
   uint64_t outputInterface[kMaxOutputInterfaces];  // addresses of forwarding-interface records
 };
 QDT_RECORD_SIZE(NextHopExtension, 592);
-QDT_FIELD_AT(NextHopExtension, arpMiss, 4);
-QDT_FIELD_AT(NextHopExtension, l3ServiceCount, 8);
-QDT_FIELD_AT(NextHopExtension, encapsulation, 12);
-QDT_FIELD_AT(NextHopExtension, dmac, 76);
-QDT_FIELD_AT(NextHopExtension, smac, 82);
-QDT_FIELD_AT(NextHopExtension, etherType, 88);
-QDT_FIELD_AT(NextHopExtension, vlanId, 90);
-QDT_FIELD_AT(NextHopExtension, l3Service, 112);
-QDT_FIELD_AT(NextHopExtension, l1Service, 176);
-QDT_FIELD_AT(NextHopExtension, outputInterface, 560);
+QDT_FIELD_AT(NextHopExtension, portId, 0, 2);
+QDT_FIELD_AT(NextHopExtension, mtu, 2, 2);
+QDT_FIELD_AT(NextHopExtension, arpMiss, 4, 1);
+QDT_FIELD_AT(NextHopExtension, arpFake, 5, 1);
+QDT_FIELD_AT(NextHopExtension, encapType, 6, 1);
+QDT_FIELD_AT(NextHopExtension, encapSize, 7, 1);
+QDT_FIELD_AT(NextHopExtension, l3ServiceCount, 8, 1);
+QDT_FIELD_AT(NextHopExtension, l1ServiceCount, 9, 1);
+QDT_FIELD_AT(NextHopExtension, linkServiceCount, 10, 1);
+QDT_FIELD_AT(NextHopExtension, outputInterfaceCount, 11, 1);
+QDT_FIELD_AT(NextHopExtension, encapsulation, 12, 64);
+QDT_FIELD_AT(NextHopExtension, dmac, 76, 6);
+QDT_FIELD_AT(NextHopExtension, smac, 82, 6);
+QDT_FIELD_AT(NextHopExtension, etherType, 88, 2);
+QDT_FIELD_AT(NextHopExtension, vlanId, 90, 2);
+QDT_FIELD_AT(NextHopExtension, l3Service, 112, 64);
+QDT_FIELD_AT(NextHopExtension, l1Service, 176, 384);
+QDT_FIELD_AT(NextHopExtension, outputInterface, 560, 32);
 
 struct NextHopEntry {
   uint32_t ifIndex;
@@ -91,7 +107,9 @@ struct NextHopEntry {
   NextHopExtension ext;
 };
 QDT_RECORD_SIZE(NextHopEntry, 608);
-QDT_FIELD_AT(NextHopEntry, ext, 16);
+QDT_FIELD_AT(NextHopEntry, ifIndex, 0, 4);
+QDT_FIELD_AT(NextHopEntry, address, 4, 4);
+QDT_FIELD_AT(NextHopEntry, ext, 16, 592);
 
 struct Ipv6NextHopExtension {
   uint16_t portId;
@@ -102,9 +120,17 @@ struct Ipv6NextHopExtension {
   uint64_t outputInterface[kMaxOutputInterfaces];
 };
 QDT_RECORD_SIZE(Ipv6NextHopExtension, 48);
-QDT_FIELD_AT(Ipv6NextHopExtension, ndMiss, 4);
-QDT_FIELD_AT(Ipv6NextHopExtension, linkServiceCount, 8);
-QDT_FIELD_AT(Ipv6NextHopExtension, outputInterface, 16);
+QDT_FIELD_AT(Ipv6NextHopExtension, portId, 0, 2);
+QDT_FIELD_AT(Ipv6NextHopExtension, mtu, 2, 2);
+QDT_FIELD_AT(Ipv6NextHopExtension, ndMiss, 4, 1);
+QDT_FIELD_AT(Ipv6NextHopExtension, ndFake, 5, 1);
+QDT_FIELD_AT(Ipv6NextHopExtension, encapType, 6, 1);
+QDT_FIELD_AT(Ipv6NextHopExtension, encapSize, 7, 1);
+QDT_FIELD_AT(Ipv6NextHopExtension, linkServiceCount, 8, 1);
+QDT_FIELD_AT(Ipv6NextHopExtension, outputInterfaceCount, 9, 1);
+QDT_FIELD_AT(Ipv6NextHopExtension, l1ServiceCount, 10, 1);
+QDT_FIELD_AT(Ipv6NextHopExtension, l3ServiceCount, 11, 1);
+QDT_FIELD_AT(Ipv6NextHopExtension, outputInterface, 16, 32);
 
 struct Ipv6NextHopEntry {
   uint32_t ifIndex;
@@ -113,11 +139,13 @@ struct Ipv6NextHopEntry {
   Ipv6NextHopExtension ext;
 };
 QDT_RECORD_SIZE(Ipv6NextHopEntry, 72);
-QDT_FIELD_AT(Ipv6NextHopEntry, ext, 24);
+QDT_FIELD_AT(Ipv6NextHopEntry, ifIndex, 0, 4);
+QDT_FIELD_AT(Ipv6NextHopEntry, address, 4, 16);
+QDT_FIELD_AT(Ipv6NextHopEntry, ext, 24, 48);
 
 constexpr int kMaxGroupMembers = 32;
 
-// A group of next hops, of either family: backups for fast reroute and the primaries that share the load.
+// A group of next hops, of either family: backups and primaries.
 struct NextHopGroupEntry {
   uint8_t backupFrr : 1, : 7;
   uint8_t backupCount;
@@ -132,13 +160,14 @@ struct NextHopGroupEntry {
   uint64_t boundPrimary[kMaxGroupMembers];
 };
 QDT_RECORD_SIZE(NextHopGroupEntry, 784);
-QDT_FIELD_AT(NextHopGroupEntry, backupCount, 1);
-QDT_FIELD_AT(NextHopGroupEntry, hashIndex, 4);
-QDT_FIELD_AT(NextHopGroupEntry, primaryBitmap, 8);
-QDT_FIELD_AT(NextHopGroupEntry, nextHopIndex, 12);
-QDT_FIELD_AT(NextHopGroupEntry, primaryNextHopIndex, 140);
-QDT_FIELD_AT(NextHopGroupEntry, boundNextHop, 272);
-QDT_FIELD_AT(NextHopGroupEntry, boundPrimary, 528);
+QDT_FIELD_AT(NextHopGroupEntry, backupCount, 1, 1);
+QDT_FIELD_AT(NextHopGroupEntry, primaryCount, 2, 1);
+QDT_FIELD_AT(NextHopGroupEntry, hashIndex, 4, 4);
+QDT_FIELD_AT(NextHopGroupEntry, primaryBitmap, 8, 4);
+QDT_FIELD_AT(NextHopGroupEntry, nextHopIndex, 12, 128);
+QDT_FIELD_AT(NextHopGroupEntry, primaryNextHopIndex, 140, 128);
+QDT_FIELD_AT(NextHopGroupEntry, boundNextHop, 272, 256);
+QDT_FIELD_AT(NextHopGroupEntry, boundPrimary, 528, 256);
 
 }  // namespace qdt
 

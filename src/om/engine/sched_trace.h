@@ -17,10 +17,10 @@ struct SchedTraceNode {
   uint64_t successors[2];  // bit j: node j follows this one
 };
 QDT_RECORD_SIZE(SchedTraceNode, 24);
-QDT_FIELD_AT(SchedTraceNode, status, 0);
-QDT_FIELD_AT(SchedTraceNode, packets, 2);
-QDT_FIELD_AT(SchedTraceNode, presence, 4);
-QDT_FIELD_AT(SchedTraceNode, successors, 8);
+QDT_FIELD_AT(SchedTraceNode, status, 0, 1);
+QDT_FIELD_AT(SchedTraceNode, packets, 2, 2);
+QDT_FIELD_AT(SchedTraceNode, presence, 4, 4);
+QDT_FIELD_AT(SchedTraceNode, successors, 8, 16);
 
 // The way of one packet through the tasks.
 struct SchedTracePath {
@@ -28,7 +28,8 @@ struct SchedTracePath {
   uint16_t taskIds[QDT_SCHED_PATH_SLOTS];  // 0xFFFF: empty
 };
 QDT_RECORD_SIZE(SchedTracePath, 258);
-QDT_FIELD_AT(SchedTracePath, taskIds, 2);
+QDT_FIELD_AT(SchedTracePath, recorded, 0, 2);
+QDT_FIELD_AT(SchedTracePath, taskIds, 2, 256);
 
 struct SchedTraceRunc {
   uint8_t flag;
@@ -40,7 +41,8 @@ struct SchedTraceRunc {
   uint8_t reserved5793[3];  // the first bytes that a clear zeroes
   uint32_t overTimeBatches, inTimeBatches;
   uint32_t reserved5804;
-  // By task id, all of them. Events are cycles in B while time is traced; misses and hits of a cache else.
+  // By task id, all of them. Event A is cycles while time is traced; while a cache is, A is misses and B
+  // hits.
   uint64_t packets[QDT_SCHED_TASKS];
   uint64_t runs[QDT_SCHED_TASKS];
   uint64_t reserved8112[QDT_SCHED_TASKS];
@@ -52,19 +54,19 @@ struct SchedTraceRunc {
   uint16_t reserved13002[11];
 };
 QDT_RECORD_SIZE(SchedTraceRunc, 13024);
-QDT_FIELD_AT(SchedTraceRunc, flag, 0);
-QDT_FIELD_AT(SchedTraceRunc, started, 1);
-QDT_FIELD_AT(SchedTraceRunc, nodes, 2336);
-QDT_FIELD_AT(SchedTraceRunc, perfFlag, 5792);
-QDT_FIELD_AT(SchedTraceRunc, reserved5793, 5793);
-QDT_FIELD_AT(SchedTraceRunc, overTimeBatches, 5796);
-QDT_FIELD_AT(SchedTraceRunc, inTimeBatches, 5800);
-QDT_FIELD_AT(SchedTraceRunc, packets, 5808);
-QDT_FIELD_AT(SchedTraceRunc, runs, 6960);
-QDT_FIELD_AT(SchedTraceRunc, eventA, 9264);
-QDT_FIELD_AT(SchedTraceRunc, eventB, 10416);
-QDT_FIELD_AT(SchedTraceRunc, maximum, 11592);
-QDT_FIELD_AT(SchedTraceRunc, path, 12744);
+QDT_FIELD_AT(SchedTraceRunc, flag, 0, 1);
+QDT_FIELD_AT(SchedTraceRunc, started, 1, 1);
+QDT_FIELD_AT(SchedTraceRunc, nodes, 2336, 3072);
+QDT_FIELD_AT(SchedTraceRunc, perfFlag, 5792, 1);
+QDT_FIELD_AT(SchedTraceRunc, reserved5793, 5793, 3);
+QDT_FIELD_AT(SchedTraceRunc, overTimeBatches, 5796, 4);
+QDT_FIELD_AT(SchedTraceRunc, inTimeBatches, 5800, 4);
+QDT_FIELD_AT(SchedTraceRunc, packets, 5808, 1152);
+QDT_FIELD_AT(SchedTraceRunc, runs, 6960, 1152);
+QDT_FIELD_AT(SchedTraceRunc, eventA, 9264, 1152);
+QDT_FIELD_AT(SchedTraceRunc, eventB, 10416, 1152);
+QDT_FIELD_AT(SchedTraceRunc, maximum, 11592, 1152);
+QDT_FIELD_AT(SchedTraceRunc, path, 12744, 258);
 
 namespace qdt {
 
@@ -74,7 +76,8 @@ struct SchedTraceRegion {
   uint64_t runcCount;
   SchedTraceRunc runcs[];  // runcCount of them
 };
-QDT_FIELD_AT(SchedTraceRegion, runcs, 8);
+QDT_RECORD_SIZE(SchedTraceRegion, 8);  // the run contexts follow at once
+QDT_FIELD_AT(SchedTraceRegion, runcCount, 0, 8);
 
 // What is traced: bits of a run context's flag.
 enum SchedTraceFlag : uint8_t {
@@ -85,12 +88,12 @@ enum SchedTraceFlag : uint8_t {
   kTraceSnapshot = 32,  // of the active nodes
 };
 
-constexpr uint8_t kPerfExtended = 1;  // bit of the perf flag: maxima are kept, and paths and nodes on offer
+constexpr uint8_t kPerfExtended = 1;  // bit of the perf flag: maxima are shown, and the help is longer
 
 // Task ids below this are named tasks; from it on they are selector nodes, all of one name.
 constexpr uint32_t kFirstSelector = 94;
 
-// What its counters hold is spent in selector nodes on behalf of the tracing, and taken from their figures.
+// The task whose figures correct those of selector nodes.
 constexpr uint32_t kSelectorCorrection = 65;
 
 }  // namespace qdt

@@ -3,8 +3,8 @@
 
 #include "src/om/engine/layout.h"
 
-// Sessions: flows that the engine has admitted, each with the key of its initiating ("positive") and of its
-// reply ("negative") direction. IPv4 addresses and ports in host order.
+// Sessions: flows, each with the key of its initiating ("positive") and of its reply ("negative") direction.
+// IPv4 addresses in host order.
 namespace qdt {
 
 // Key of one direction of an IPv4 session.
@@ -18,11 +18,12 @@ struct SessionKey {
   uint16_t vpn;
 };
 QDT_RECORD_SIZE(SessionKey, 16);
-QDT_FIELD_AT(SessionKey, destination, 4);
-QDT_FIELD_AT(SessionKey, sourcePort, 8);
-QDT_FIELD_AT(SessionKey, destinationPort, 10);
-QDT_FIELD_AT(SessionKey, protocol, 12);
-QDT_FIELD_AT(SessionKey, vpn, 14);
+QDT_FIELD_AT(SessionKey, source, 0, 4);
+QDT_FIELD_AT(SessionKey, destination, 4, 4);
+QDT_FIELD_AT(SessionKey, sourcePort, 8, 2);
+QDT_FIELD_AT(SessionKey, destinationPort, 10, 2);
+QDT_FIELD_AT(SessionKey, protocol, 12, 1);
+QDT_FIELD_AT(SessionKey, vpn, 14, 2);
 
 // Key of one direction of an IPv6 session; addresses as four host-order words.
 struct Ipv6SessionKey {
@@ -35,11 +36,12 @@ struct Ipv6SessionKey {
   uint16_t vpn;
 };
 QDT_RECORD_SIZE(Ipv6SessionKey, 40);
-QDT_FIELD_AT(Ipv6SessionKey, destination, 16);
-QDT_FIELD_AT(Ipv6SessionKey, sourcePort, 32);
-QDT_FIELD_AT(Ipv6SessionKey, destinationPort, 34);
-QDT_FIELD_AT(Ipv6SessionKey, protocol, 36);
-QDT_FIELD_AT(Ipv6SessionKey, vpn, 38);
+QDT_FIELD_AT(Ipv6SessionKey, source, 0, 16);
+QDT_FIELD_AT(Ipv6SessionKey, destination, 16, 16);
+QDT_FIELD_AT(Ipv6SessionKey, sourcePort, 32, 2);
+QDT_FIELD_AT(Ipv6SessionKey, destinationPort, 34, 2);
+QDT_FIELD_AT(Ipv6SessionKey, protocol, 36, 1);
+QDT_FIELD_AT(Ipv6SessionKey, vpn, 38, 2);
 
 // What address translation makes of one direction; a field counts where its bit of the session is set.
 struct SessionTranslation {
@@ -49,11 +51,12 @@ struct SessionTranslation {
   uint16_t destinationPort;
 };
 QDT_RECORD_SIZE(SessionTranslation, 12);
-QDT_FIELD_AT(SessionTranslation, destination, 4);
-QDT_FIELD_AT(SessionTranslation, sourcePort, 8);
-QDT_FIELD_AT(SessionTranslation, destinationPort, 10);
+QDT_FIELD_AT(SessionTranslation, source, 0, 4);
+QDT_FIELD_AT(SessionTranslation, destination, 4, 4);
+QDT_FIELD_AT(SessionTranslation, sourcePort, 8, 2);
+QDT_FIELD_AT(SessionTranslation, destinationPort, 10, 2);
 
-// Bridging data of a session that HTTPS traffic is redirected on.
+// What a session has in addition for HTTPS, and for iptables.
 struct HttpsSubSession {
   uint32_t index;
   uint32_t fwdIfIndex;
@@ -63,22 +66,24 @@ struct HttpsSubSession {
   uint16_t ethType;
 };
 QDT_RECORD_SIZE(HttpsSubSession, 24);
-QDT_FIELD_AT(HttpsSubSession, fwdIfIndex, 4);
-QDT_FIELD_AT(HttpsSubSession, smac, 8);
-QDT_FIELD_AT(HttpsSubSession, dmac, 14);
-QDT_FIELD_AT(HttpsSubSession, vlanId, 20);
-QDT_FIELD_AT(HttpsSubSession, ethType, 22);
+QDT_FIELD_AT(HttpsSubSession, index, 0, 4);
+QDT_FIELD_AT(HttpsSubSession, fwdIfIndex, 4, 4);
+QDT_FIELD_AT(HttpsSubSession, smac, 8, 6);
+QDT_FIELD_AT(HttpsSubSession, dmac, 14, 6);
+QDT_FIELD_AT(HttpsSubSession, vlanId, 20, 2);
+QDT_FIELD_AT(HttpsSubSession, ethType, 22, 2);
 
 struct IptablesSubSession {
   uint32_t index;
   uint32_t destination;
   uint16_t destinationPort;
-  uint16_t reserved10;  // shown, although the engine gives it no meaning
+  uint16_t reserved10;  // shown all the same
 };
 QDT_RECORD_SIZE(IptablesSubSession, 12);
-QDT_FIELD_AT(IptablesSubSession, destination, 4);
-QDT_FIELD_AT(IptablesSubSession, destinationPort, 8);
-QDT_FIELD_AT(IptablesSubSession, reserved10, 10);
+QDT_FIELD_AT(IptablesSubSession, index, 0, 4);
+QDT_FIELD_AT(IptablesSubSession, destination, 4, 4);
+QDT_FIELD_AT(IptablesSubSession, destinationPort, 8, 2);
+QDT_FIELD_AT(IptablesSubSession, reserved10, 10, 2);
 
 // What application control has found the session to be.
 struct SacSubSession {
@@ -88,11 +93,11 @@ struct SacSubSession {
   uint32_t protocolId;
 };
 QDT_RECORD_SIZE(SacSubSession, 20);
-QDT_FIELD_AT(SacSubSession, appId, 8);
-QDT_FIELD_AT(SacSubSession, classId, 12);
-QDT_FIELD_AT(SacSubSession, protocolId, 16);
+QDT_FIELD_AT(SacSubSession, appId, 8, 4);
+QDT_FIELD_AT(SacSubSession, classId, 12, 4);
+QDT_FIELD_AT(SacSubSession, protocolId, 16, 4);
 
-// Flow control of a TCP session.
+// What the engine keeps of a TCP session's flow.
 struct TcpFlow {
   uint32_t reserved0;
   uint32_t congestionWindow;
@@ -109,21 +114,21 @@ struct TcpFlow {
   uint16_t holdCount;
 };
 QDT_RECORD_SIZE(TcpFlow, 36);
-QDT_FIELD_AT(TcpFlow, congestionWindow, 4);
-QDT_FIELD_AT(TcpFlow, receiveWindow, 8);
-QDT_FIELD_AT(TcpFlow, receiveWindowMin, 12);
-QDT_FIELD_AT(TcpFlow, ack, 16);
-QDT_FIELD_AT(TcpFlow, sequence, 20);
-QDT_FIELD_AT(TcpFlow, windowScale, 26);
-QDT_FIELD_AT(TcpFlow, brakeCount, 30);
-QDT_FIELD_AT(TcpFlow, accelerateCount, 32);
-QDT_FIELD_AT(TcpFlow, holdCount, 34);
+QDT_FIELD_AT(TcpFlow, congestionWindow, 4, 4);
+QDT_FIELD_AT(TcpFlow, receiveWindow, 8, 4);
+QDT_FIELD_AT(TcpFlow, receiveWindowMin, 12, 4);
+QDT_FIELD_AT(TcpFlow, ack, 16, 4);
+QDT_FIELD_AT(TcpFlow, sequence, 20, 4);
+QDT_FIELD_AT(TcpFlow, windowScale, 26, 1);
+QDT_FIELD_AT(TcpFlow, brakeCount, 30, 2);
+QDT_FIELD_AT(TcpFlow, accelerateCount, 32, 2);
+QDT_FIELD_AT(TcpFlow, holdCount, 34, 2);
 
-// A session being set up or torn down, which queries pass over.
+// The state of sessions that queries pass over.
 constexpr uint8_t kSessionInTransition = 1;
 // Aging time of a session that never ages.
 constexpr uint16_t kSessionNeverAges = 65535;
-// Aging time that makes the engine remove a session.
+// Aging time that makes the engine age a session out.
 constexpr uint16_t kSessionAgeOut = 0;
 
 // Entry of the session table. Addresses of other records are 0 where the session has none; they lead into the
@@ -159,24 +164,25 @@ struct SessionRecord {
   uint64_t reserved184;
 };
 QDT_RECORD_SIZE(SessionRecord, 192);
-QDT_FIELD_AT(SessionRecord, timeStamp, 4);
-QDT_FIELD_AT(SessionRecord, state, 9);
-QDT_FIELD_AT(SessionRecord, agingTime, 10);
-QDT_FIELD_AT(SessionRecord, natIndex, 12);
-QDT_FIELD_AT(SessionRecord, ingressIfIndex, 20);
-QDT_FIELD_AT(SessionRecord, egressIfIndex, 22);
-QDT_FIELD_AT(SessionRecord, positive, 28);
-QDT_FIELD_AT(SessionRecord, negative, 40);
-QDT_FIELD_AT(SessionRecord, serviceId, 52);
-QDT_FIELD_AT(SessionRecord, parentSessionIndex, 54);
-QDT_FIELD_AT(SessionRecord, serverMapIndex, 55);
-QDT_FIELD_AT(SessionRecord, positiveKey, 112);
-QDT_FIELD_AT(SessionRecord, negativeKey, 120);
-QDT_FIELD_AT(SessionRecord, createTime, 128);
-QDT_FIELD_AT(SessionRecord, https, 152);
-QDT_FIELD_AT(SessionRecord, iptables, 160);
-QDT_FIELD_AT(SessionRecord, sac, 168);
-QDT_FIELD_AT(SessionRecord, tcpFlow, 176);
+QDT_FIELD_AT(SessionRecord, index, 0, 4);
+QDT_FIELD_AT(SessionRecord, timeStamp, 4, 4);
+QDT_FIELD_AT(SessionRecord, state, 9, 1);
+QDT_FIELD_AT(SessionRecord, agingTime, 10, 2);
+QDT_FIELD_AT(SessionRecord, natIndex, 12, 4);
+QDT_FIELD_AT(SessionRecord, ingressIfIndex, 20, 2);
+QDT_FIELD_AT(SessionRecord, egressIfIndex, 22, 2);
+QDT_FIELD_AT(SessionRecord, positive, 28, 12);
+QDT_FIELD_AT(SessionRecord, negative, 40, 12);
+QDT_FIELD_AT(SessionRecord, serviceId, 52, 1);
+QDT_FIELD_AT(SessionRecord, parentSessionIndex, 54, 1);
+QDT_FIELD_AT(SessionRecord, serverMapIndex, 55, 1);
+QDT_FIELD_AT(SessionRecord, positiveKey, 112, 8);
+QDT_FIELD_AT(SessionRecord, negativeKey, 120, 8);
+QDT_FIELD_AT(SessionRecord, createTime, 128, 4);
+QDT_FIELD_AT(SessionRecord, https, 152, 8);
+QDT_FIELD_AT(SessionRecord, iptables, 160, 8);
+QDT_FIELD_AT(SessionRecord, sac, 168, 8);
+QDT_FIELD_AT(SessionRecord, tcpFlow, 176, 8);
 
 }  // namespace qdt
 

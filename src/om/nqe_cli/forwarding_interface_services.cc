@@ -42,7 +42,7 @@ bool ServiceIsIntact(const IngressService &service) {
 
 void PrintIngressServices(Text &text, const ForwardingInterface &e) {
   text.Print<"IngSvcSet:\n">();
-  for (int i = 0; i < e.l1ServiceCount && i < kMaxL1IngressServices; ++i) {
+  for (int i = 0; i < e.l1ServiceCount && i < kMaxL1IngressServices && !text.failed(); ++i) {
     const IngressService &s = e.l1Service[i];
     if (ServiceIsIntact(s)) {
       text.Print<"  [%2d]L1Svc=%d, %u, %u, %u, aptr(OK)\n">(i, s.type, s.parameter, s.aclGroupType,

@@ -53,7 +53,7 @@ void PrintL2AclKey(Text &text, const NextHopExtension &e) {
 void PrintServices(Text &text, const NextHopExtension &e) {
   if (e.l3ServiceCount > kMaxL3EgressServices || e.l1ServiceCount > kMaxL1EgressServices) return text.Fail();
   text.Print<"  Egress Service:\n">();
-  for (int i = 0; i < e.l3ServiceCount; ++i) {
+  for (int i = 0; i < e.l3ServiceCount && !text.failed(); ++i) {
     const EgressService &s = e.l3Service[i];
     const auto index = static_cast<int32_t>(s.argument3);
     if (L3ServiceIsIntact(s)) {
@@ -63,7 +63,7 @@ void PrintServices(Text &text, const NextHopExtension &e) {
                                                                       index);
     }
   }
-  for (int i = 0; i < e.l1ServiceCount; ++i) {
+  for (int i = 0; i < e.l1ServiceCount && !text.failed(); ++i) {
     const EgressService &s = e.l1Service[i];
     const auto group = static_cast<int32_t>(s.argument3);
     if (L1ServiceIsIntact(s)) {

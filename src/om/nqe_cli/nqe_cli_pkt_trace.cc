@@ -14,7 +14,7 @@ namespace {
 
 TraceBlock g_block;
 
-// The engine writes the block while it is shown.
+// The engine writes the block while it is shown: all that one show tells is from one copy.
 PacketTraceBlock CopyOfBlock() { return CopyOf<PacketTraceBlock>(g_block.get()); }
 
 struct NumberLine {
@@ -36,6 +36,38 @@ void PrintAddressV6(OutputBuffer *out, const char *label, const uint8_t (&addres
   QdtCliPrintf(out, "\n%s", label);
   for (int i = 0; i < 16; i += 2)
     QdtCliPrintf(out, "%s%02x%02x", i == 0 ? "" : ":", address[i], address[i + 1]);
+}
+
+void PrintConditions(OutputBuffer *out, const PacketTraceConditions &c) {
+  QdtCliPrintf(out, "\n %-25s: 0x%016llx", "Condition", static_cast<unsigned long long>(c.mask));
+  PrintNumbers(out, {{"Timeout", c.timeout},
+                     {"NotFlag", c.notFlag},
+                     {"InnerFlag", c.inner},
+                     {"EapKeyFlag", c.eapKey},
+                     {"CapwapKaFlag", c.capwapKeepalive},
+                     {"PppoeKaFlag", c.pppoeKeepalive},
+                     {"fromCpFlag", c.fromControlPlane},
+                     {"CapwapFrag", c.capwapFragment},
+                     {"SrcFwdifindex", c.sourceFwdIf},
+                     {"DstFwdifindex", c.destinationFwdIf}});
+  QdtCliPrintf(out, "\n %-25s: (%u, %u)", "PktLenRange", c.minLength, c.maxLength);
+  PrintMac(out, "Smac", c.sourceMac);
+  PrintMac(out, "Dmac", c.destinationMac);
+  QdtCliPrintf(out, "\n %-25s: 0x%x", "EthType", c.etherType);
+  PrintNumbers(out, {{"Vlan", c.vlanId}, {"tcpFlag", c.tcpFlags}});
+  QdtCliPrintf(out, "\n %-25s: 0x%x", "SrcIp", c.sourceAddress);
+  QdtCliPrintf(out, "\n %-25s: 0x%x", "DstIp", c.destinationAddress);
+  PrintNumbers(out, {{"IpProtocol", c.protocol}, {"IpType", c.ipType}, {"IcmpType", c.icmpType}});
+  QdtCliPrintf(out, "\n %-25s: %s", "DiscardType", DiscardTypeName(c.discardType));
+  PrintAddressV6(out, " IPV6 SrcIP: ", c.sourceAddressV6);
+  PrintAddressV6(out, " IPV6 DstIP: ", c.destinationAddressV6);
+}
+
+void PrintL4Conditions(OutputBuffer *out, const PacketTraceConditions &c) {
+  QdtCliPrintf(
+      out,
+      "\n TcpUdpSrcPort            : %hu\n TcpUdpDstPort            : %hu\n CapwapAllFragment        : %hhu",
+      c.sourcePort, c.destinationPort, c.capwapFragment);
 }
 
 struct Operation {
@@ -118,44 +150,16 @@ void PktTraceShow(OutputBuffer *out) {
   if (block.conditions.mask == 0) {
     QdtCliPrintf(out, "\n Condition                : 0");
   } else {
-    PktTraceShowCondition(out);
-    PktTraceShowL4Condition(out);
+    qdt::PrintConditions(out, block.conditions);
+    qdt::PrintL4Conditions(out, block.conditions);
   }
   QdtCliPrintf(out, "\n=====================================================\n");
 }
 
-void PktTraceShowCondition(OutputBuffer *out) {
-  const qdt::PacketTraceConditions c = qdt::CopyOfBlock().conditions;
-  QdtCliPrintf(out, "\n %-25s: 0x%016llx", "Condition", static_cast<unsigned long long>(c.mask));
-  qdt::PrintNumbers(out, {{"Timeout", c.timeout},
-                          {"NotFlag", c.notFlag},
-                          {"InnerFlag", c.inner},
-                          {"EapKeyFlag", c.eapKey},
-                          {"CapwapKaFlag", c.capwapKeepalive},
-                          {"PppoeKaFlag", c.pppoeKeepalive},
-                          {"fromCpFlag", c.fromControlPlane},
-                          {"CapwapFrag", c.capwapFragment},
-                          {"SrcFwdifindex", c.sourceFwdIf},
-                          {"DstFwdifindex", c.destinationFwdIf}});
-  QdtCliPrintf(out, "\n %-25s: (%u, %u)", "PktLenRange", c.minLength, c.maxLength);
-  qdt::PrintMac(out, "Smac", c.sourceMac);
-  qdt::PrintMac(out, "Dmac", c.destinationMac);
-  QdtCliPrintf(out, "\n %-25s: 0x%x", "EthType", c.etherType);
-  qdt::PrintNumbers(out, {{"Vlan", c.vlanId}, {"tcpFlag", c.tcpFlags}});
-  QdtCliPrintf(out, "\n %-25s: 0x%x", "SrcIp", c.sourceAddress);
-  QdtCliPrintf(out, "\n %-25s: 0x%x", "DstIp", c.destinationAddress);
-  qdt::PrintNumbers(out, {{"IpProtocol", c.protocol}, {"IpType", c.ipType}, {"IcmpType", c.icmpType}});
-  QdtCliPrintf(out, "\n %-25s: %s", "DiscardType", qdt::DiscardTypeName(c.discardType));
-  qdt::PrintAddressV6(out, " IPV6 SrcIP: ", c.sourceAddressV6);
-  qdt::PrintAddressV6(out, " IPV6 DstIP: ", c.destinationAddressV6);
-}
+void PktTraceShowCondition(OutputBuffer *out) { qdt::PrintConditions(out, qdt::CopyOfBlock().conditions); }
 
 void PktTraceShowL4Condition(OutputBuffer *out) {
-  const qdt::PacketTraceConditions c = qdt::CopyOfBlock().conditions;
-  QdtCliPrintf(
-      out,
-      "\n TcpUdpSrcPort            : %hu\n TcpUdpDstPort            : %hu\n CapwapAllFragment        : %hhu",
-      c.sourcePort, c.destinationPort, c.capwapFragment);
+  qdt::PrintL4Conditions(out, qdt::CopyOfBlock().conditions);
 }
 
 void PktTraceShowCounter(OutputBuffer *out) {

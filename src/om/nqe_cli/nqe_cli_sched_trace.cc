@@ -24,7 +24,7 @@ uint64_t g_schedTraceEnd;
 
 namespace {
 
-// An engine has no more forwarding cores than this; a larger count is damaged.
+// No more run contexts than these are looked at, whatever the region counts.
 constexpr uint32_t kMaxRuncs = 64;
 
 struct TraceKind {

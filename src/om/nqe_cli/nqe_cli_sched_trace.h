@@ -9,8 +9,8 @@
 // What the sources of the scheduler trace share.
 namespace qdt {
 
-// The region of the command that runs, and where its mapping ends. The region's creator counts the run
-// contexts: when the count is too large, what lies behind is not read as one, nor written to.
+// The region of the command that runs, and where its mapping ends. The count of run contexts stands in the
+// region: when it is too large, what lies behind is not read as one, nor written to.
 extern SchedTraceRegion *g_schedTraceRegion;
 extern uint64_t g_schedTraceEnd;
 

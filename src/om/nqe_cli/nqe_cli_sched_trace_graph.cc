@@ -10,8 +10,8 @@ namespace {
 
 constexpr uint8_t kActive = 1;
 
-// Tools depend on the graph as this test draws it: node j is looked for at bit j mod 32 of its 64-bit word,
-// and bit 31 is widened as a sign, so that it stands for the word's whole upper half as well.
+// Not as the bitmap is laid out, and kept so: node j is looked for at bit j mod 32 of its 64-bit word, and
+// bit 31 is widened as a sign, so that it stands for the word's whole upper half as well.
 bool IsSuccessor(const SchedTraceNode &node, uint32_t j) {
   const auto bit = static_cast<int32_t>(uint32_t{1} << (j % 32));
   const auto mask = static_cast<uint64_t>(int64_t{bit});

@@ -18,7 +18,7 @@ constexpr uint32_t kPathLineSlots = 20;
 
 double Quotient(double dividend, double divisor) { return divisor == 0 ? 0 : dividend / divisor; }
 
-// A counter without the tracing's own share, which is counted apart.
+// A selector node's counter, less that of the task that corrects them all.
 double Corrected(const uint64_t (&counters)[QDT_SCHED_TASKS], uint32_t taskId) {
   return static_cast<double>(counters[taskId]) - static_cast<double>(counters[kSelectorCorrection]);
 }
@@ -114,7 +114,7 @@ void SortTasks(const SchedTraceRunc &runc, bool average, SortEntries &entries) {
   std::qsort(entries, QDT_SCHED_TASKS, sizeof(SortEntry), CompareCycles);
 }
 
-// A selector node has seen the packets of all that stands at or behind its place.
+// For a selector node the packets of all entries from its place on are added.
 uint64_t PacketsFrom(const SchedTraceRunc &runc, const SortEntries &entries, uint32_t position) {
   uint64_t packets = 0;
   for (uint32_t i = position; i < QDT_SCHED_TASKS; ++i) packets += runc.packets[entries[i].taskId];

@@ -71,6 +71,7 @@ NQE_TABLE_SEARCH(AclRule) {
 NQE_TABLE_FORMAT_FIRST(AclRule, AclRuleRecord) {
   qdt::PrintAclRuleContent(text, e.content);
   qdt::PrintAclAction(text, e.action);
+  if (text.failed()) return;
   const AclStatKey key = {e.group, e.priority};
   const qdt::BoundEntry stat = qdt::CheckBoundEntry(qdt::kTableAclStat, key, e.action.boundStat);
   if (stat.same) {

@@ -77,7 +77,7 @@ NQE_TABLE_SEARCH(CapwapTunnel) {
 NQE_TABLE_FORMAT_ONE(CapwapTunnel, CapwapTunnelEntry) {
   PrintTunnel(text, e);
   PrintEncapsulation(text, e);
-  PrintFastPath(text, e);
+  if (!text.failed()) PrintFastPath(text, e);
   if (text.failed()) text.Fail();  // the view has one code, whatever the piece's own
 }
 

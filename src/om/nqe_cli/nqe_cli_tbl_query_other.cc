@@ -38,7 +38,7 @@ NQE_TABLE_SEARCH(AfPacketListen) {
   if (search.loopNum == 0) return QDT_TBL_INVALID_INPUT;
   unsigned high = 0, low = 0;
   if (qdt::sscanf_s(search.key1, "0x%02x%02x", &high, &low) != 2) return QDT_TBL_FAIL;
-  const PacketSocketKey key = {static_cast<uint16_t>(high << 8 | low), 0};
+  const PacketSocketKey key = {static_cast<uint16_t>(high * 256 + low), 0};
   return search.NextOfKey<PacketSocketEntry>(qdt::kTablePacketSocket, key);
 }
 
@@ -62,7 +62,7 @@ int32_t NqeTableFormatTbmMemStat(char *out, uint32_t room, const void *, int32_t
       "---------------------------------------------------------------------------------------------------"
       "\n">();
   uint32_t total = 0;
-  for (uint32_t id = 0; id < tables.size(); ++id) {
+  for (uint32_t id = 0; id < tables.size() && !text.failed(); ++id) {
     const TbmTableDesc &table = tables[id];
     uint32_t bytes = 0;
     TbmTblMemStat(qdt::kEngineInstance, id, &bytes);

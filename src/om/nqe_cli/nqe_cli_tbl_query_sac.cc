@@ -181,14 +181,16 @@ NQE_TABLE_SEARCH(SacIfStat) {
   uint32_t fwdIfIndex = 0;
   int32_t code = qdt::FindFwdIf(search.key2, fwdIfIndex);
   if (code != 0) return code;
-  qdt::ForwardingInterface interface;
-  code = qdt::ReadEntry(qdt::kTableFwdIf, fwdIfIndex, interface);
+  void *entry = nullptr;
+  code = TbmTblSearch(qdt::kEngineInstance, qdt::kTableFwdIf, &fwdIfIndex, &entry);
   if (code != 0) {
     QDT_LOG_INFO("sac search fwdif fail, ret=%d, ctrlIfIdx=%u, fwdIfIdx=%u\n", code, search.key2, fwdIfIndex);
     return code;
   }
+  qdt::ForwardingInterface interface;
+  code = qdt::CopyEntry(&interface, entry, sizeof(interface));
+  if (code != 0) return code;
   const uint32_t vapIndex = interface.vapIndex;
-  void *entry = nullptr;
   code = TbmTblSearch(qdt::kEngineInstance, qdt::kTableSacInterfaceStat, &vapIndex, &entry);
   if (code != 0) {
     QDT_LOG_INFO("sac search if stat fail, ret=%d, ctrlIfIdx=%u, vapIndex=%u\n", code, search.key2, vapIndex);

@@ -129,7 +129,7 @@ void PrintNode(Text &text, const SessionRecord &e) {
 
 void PrintHttps(Text &text, const SessionRecord &e) {
   qdt::HttpsSubSession https;
-  if (!ReadEngineMemory(e.https, &https, sizeof(https))) return;
+  if (text.failed() || !ReadEngineMemory(e.https, &https, sizeof(https))) return;
   text.Print<
       "HttpsSession:\n  SessIdx   :  %u\n  FwdIfIdx  :  %u\n  DstMac    :  %02x:%02x:%02x:%02x:%02x:%02x\n"
       "  SrcMac    :  %02x:%02x:%02x:%02x:%02x:%02x\n  VlanId    :  %u\n  EthType   :  %u\n">(
@@ -156,7 +156,7 @@ void PrintNat(Text &text, const SessionRecord &e) {
 
 void PrintIptables(Text &text, const SessionRecord &e) {
   qdt::IptablesSubSession iptables;
-  if (!ReadEngineMemory(e.iptables, &iptables, sizeof(iptables))) return;
+  if (text.failed() || !ReadEngineMemory(e.iptables, &iptables, sizeof(iptables))) return;
   text.Print<
       "IptablesSession:\n  SessIdx             :  %u\n  DstIp               :  0x%08x\n"
       "  DstPort             :  %u\n  Rsv1                :  %u\n">(

@@ -115,7 +115,7 @@ QDT_TABLE_PIECE(NqeTableVlanBitmapParseUntagBitmap) {
   return qdt::FormatPiece<qdt::VlanBitmapEntry, PrintUntaggedBitmap>(out, room, entry);
 }
 
-// The key of the lists of VLAN `key3` in bridge `key2`.
+// The key of the lists of VLAN `key3`; `key2` stands before it, for broadcasts a bridge id.
 static VlanListKey VlanListKeyOf(const qdt::Search &search) {
   return {static_cast<uint16_t>(search.key2), static_cast<uint16_t>(search.key3)};
 }

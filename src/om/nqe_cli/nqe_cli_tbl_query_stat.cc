@@ -15,7 +15,7 @@ using qdt::TimerStat;
 
 namespace {
 
-// A name that lives in the engine's memory, as far as it can be read; longer ones are cut.
+// A name that lives in the engine's memory, as far as it can be read. A damaged one may have no end.
 class TaskName {
  public:
   explicit TaskName(uint64_t address) {
@@ -34,7 +34,8 @@ class TaskName {
 
  private:
   static constexpr size_t kPiece = 64;
-  char text_[256];
+  static constexpr size_t kLongest = 4095;
+  char text_[kLongest];
   size_t size_ = 0;
 };
 
@@ -57,7 +58,7 @@ NQE_TABLE_FORMAT_ONE(PktCacheStat, PacketCacheStat) {
   s.Line<"CapwapReassPkts", "%lu">(e.capwapReassemblyPackets);
   s.Line<"CapwapFragPkts", "%lu">(e.capwapFragmentedPackets);
   text.Print<"TaskPktCache:\n">();
-  for (uint64_t i = 0; i < std::min<uint64_t>(e.taskCount, qdt::kMaxCacheTasks); ++i) {
+  for (uint64_t i = 0; i < std::min<uint64_t>(e.taskCount, qdt::kMaxCacheTasks) && !text.failed(); ++i) {
     const TaskCache &task = e.task[i];
     if (task.buffers == 0) continue;
     text.Print<"  TaskName                 :  %s\n  CacheNum                 :  %u\n">(

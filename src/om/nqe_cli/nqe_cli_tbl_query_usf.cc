@@ -96,7 +96,7 @@ NQE_TABLE_FORMAT_ONE(UsfStat, UsfStatEntry) { PrintStation(text, e.mac); }
 enum MacIpQuery : uint32_t { kByIpv4 = qdt::kUsfIpv4, kByIpv6 = qdt::kUsfIpv6, kByMac = 2 };
 
 NQE_TABLE_SEARCH(UsfMacIp) {
-  UsfMacIpKey key = {{}, static_cast<uint16_t>(search.key2)};
+  UsfMacIpKey key = {{}, static_cast<uint16_t>(search.key2), 0};
   switch (search.key2) {
     case kByIpv4: {
       const uint32_t address = ntohl(inet_addr(search.key1));

@@ -1,6 +1,7 @@
 #include "src/om/nqe_cli/route_text.h"
 
 #include <cstddef>
+#include <cstring>
 
 #include "src/om/common/address.h"
 #include "src/om/common/memory_probe.h"
@@ -20,6 +21,7 @@ void PrintRoute(Text &text, const RouteEntry &e, uint32_t nextHopTable, uint32_t
       "  NhpIndex  :  %u\n"
       "  ReIndex   :  %u\n">(e.opCode, e.multipleNextHops, e.isDefault, e.direct, e.prefixLength,
                              e.nextHopIndex, e.reIndex);
+  if (text.failed()) return;
   const uint32_t index = e.nextHopIndex;
   const BoundEntry bound =
       CheckBoundEntry(e.multipleNextHops != 0 ? groupTable : nextHopTable, index, e.boundNextHop);
@@ -34,13 +36,13 @@ void PrintNextHopGroup(Text &text, const NextHopGroupEntry &e) {
       "  PrimaryNum:    %u\n"
       "  PrimaryBitmap: %08x\n">(e.backupFrr, e.backupCount, e.hashIndex, e.primaryCount, e.primaryBitmap);
   for (int i = 0; i < e.backupCount && i < kMaxGroupMembers; ++i) {
-    text.Print<"  NhpIndex[%d]:     %u\n">(i, e.nextHopIndex[i]);
+    if (!text.Print<"  NhpIndex[%d]:     %u\n">(i, e.nextHopIndex[i])) return;
     if (!CheckBoundEntry(kTableNextHop, e.nextHopIndex[i], e.boundNextHop[i]).same) {
       text.Print<"  Entry of %d :     Error\n">(i);
     }
   }
   for (int i = 0; i < e.primaryCount && i < kMaxGroupMembers; ++i) {
-    text.Print<"  PrimaryNhpIndex[%d]:     %u\n">(i, e.primaryNextHopIndex[i]);
+    if (!text.Print<"  PrimaryNhpIndex[%d]:     %u\n">(i, e.primaryNextHopIndex[i])) return;
     if (!CheckBoundEntry(kTableNextHop, e.primaryNextHopIndex[i], e.boundPrimary[i]).same) {
       text.Print<"  PrimaryEntry of %d :     Error\n">(i);
     }
@@ -50,11 +52,12 @@ void PrintNextHopGroup(Text &text, const NextHopGroupEntry &e) {
 void PrintOutputInterfaces(Text &text, int8_t count, const uint64_t (&address)[kMaxOutputInterfaces]) {
   if (count > kMaxOutputInterfaces) return text.Fail();
   text.Print<"  OutFwdif:\n">();
-  for (int i = 0; i < count; ++i) {
-    uint32_t head[4] = {};  // the interface record's first words
+  for (int i = 0; i < count && !text.failed(); ++i) {
+    uint32_t head[4];  // the interface record's first words
     static_assert(offsetof(ForwardingInterface, ifIndex) == 0 &&
                   offsetof(ForwardingInterface, ctrlIfIndex) == 12);
-    if (address[i] != 0 && !ReadEngineMemory(address[i], head, sizeof(head))) return text.Fail();
+    // An interface whose address leads nowhere is as good as none; the other ones are shown all the same.
+    if (!ReadEngineMemory(address[i], head, sizeof(head))) std::memset(head, 0, sizeof(head));
     text.Print<"    [%d]CtrlIfIndex=%d, FwdifIndex=%d\n">(i, static_cast<int32_t>(head[3]),
                                                           static_cast<int32_t>(head[0]));
   }

@@ -23,10 +23,6 @@
 // each version, the parameter Version of these templates.
 namespace qdt::reassembly {
 
-// More entries than the engine ever collects at a time. A walk of a ring that the engine is changing may be
-// led astray, round and round past the head; it ends here.
-constexpr uint32_t kMaxEntries = 65536;
-
 // What is left of an entry's time; nothing when it is over.
 inline int32_t LeftTime(uint64_t timeStamp, uint32_t ttl) {
   const uint64_t now = TicksToMilliseconds(TimerCounter(), TimerFrequency());
@@ -55,7 +51,33 @@ int32_t PrintEntry(char *buffer, uint32_t size, uint32_t offset, const void *ent
   return WriteBlock<Version>(buffer, size, offset, entry);
 }
 
-// Prints the entries that pass the filters. A link that leads nowhere ends the walk.
+// The link behind the one at `link`; false when that cannot be read.
+inline bool Follow(uint64_t &link) {
+  ReassemblyLink here;
+  if (!ReadEngineMemory(link, &here, sizeof(here))) return false;
+  link = here.next;
+  return true;
+}
+
+// Finds out when a walk that the engine's changes have led astray goes round and round past the head: a
+// second walk follows it at half its speed, and is met only in a circle.
+class CircleCheck {
+ public:
+  explicit CircleCheck(uint64_t first) : behind_(first) {}
+
+  // Whether the walk, which has moved on to `link`, has gone round.
+  bool Closes(uint64_t link) {
+    half_ = !half_;
+    if (!half_ && !Follow(behind_)) return true;
+    return link == behind_;
+  }
+
+ private:
+  uint64_t behind_;
+  bool half_ = false;
+};
+
+// Prints the entries that pass the filters. A link that leads nowhere ends the walk, and so does a circle.
 template <typename Version>
 int32_t PrintRing(const void *region, char *buffer, uint32_t size, const typename Version::Address &source,
                   const typename Version::Address &destination) {
@@ -65,18 +87,18 @@ int32_t PrintRing(const void *region, char *buffer, uint32_t size, const typenam
   const uint64_t end = base + offsetof(ReassemblyRegion, head);
   ReassemblyRegion begin;
   if (!ReadEngineMemory(base, &begin, sizeof(begin))) return 0;
-  uint64_t link = begin.head.next;
+  CircleCheck circle(begin.head.next);
   uint32_t used = 0;
-  for (uint32_t visited = 0; link != end && visited < kMaxEntries; ++visited) {
-    Entry e;
+  Entry e;
+  for (uint64_t link = begin.head.next; link != end; link = e.link.next) {
     if (!ReadEngineMemory(link - offsetof(Entry, link), &e, sizeof(e))) break;
-    link = e.link.next;
-    if (!Version::Passes(source, e.sourceAddress) || !Version::Passes(destination, e.destinationAddress))
-      continue;
-    if (Version::CheckBlock() != 0) return kFailed;  // its code may be positive, and is no length
-    const int32_t written = WriteBlock<Version>(buffer, size, used, &e);
-    if (written < 0) return kFailed;
-    used += static_cast<uint32_t>(written);
+    if (Version::Passes(source, e.sourceAddress) && Version::Passes(destination, e.destinationAddress)) {
+      if (Version::CheckBlock() != 0) return kFailed;  // its code may be positive, and is no length
+      const int32_t written = WriteBlock<Version>(buffer, size, used, &e);
+      if (written < 0) return kFailed;
+      used += static_cast<uint32_t>(written);
+    }
+    if (circle.Closes(e.link.next)) break;
   }
   return static_cast<int32_t>(used);
 }

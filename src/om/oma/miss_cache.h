@@ -92,7 +92,7 @@ typename Miss::Entry EntryAt(const void *entries, uint32_t index) {
 
 template <typename Miss>
 int32_t PrintGroupHeader(char *text, uint32_t capacity, const void *first, uint32_t number, uint32_t size) {
-  constexpr uint32_t kVrf = 0;  // whatever the VPN of the entries
+  constexpr uint32_t kVrf = 0;  // whatever VPN the entries wait in
   const auto entry = EntryAt<Miss>(first, 0);
   Text header(text, capacity);
   header.Print<Miss::kHeader>(kRuleLine, number, kVrf, Address(entry.key.nextHop), size, kRuleLine, "Pkt",

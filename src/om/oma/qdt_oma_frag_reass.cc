@@ -8,7 +8,7 @@
 namespace qdt::reassembly {
 namespace {
 
-// Whether the global record is found decides; what it holds is not looked at.
+// The listing shows nothing of the global table: only whether it is there counts.
 int32_t FindGlobal() {
   constexpr uint32_t kKey = 0;
   void *global = nullptr;

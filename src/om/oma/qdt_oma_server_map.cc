@@ -38,13 +38,13 @@ ServerMapEntry AsEntry(const void *entry) { return CopyOf<ServerMapEntry>(entry)
 uint32_t KindOf(ServerMapType type) {
   switch (type) {
     case ServerMapType::kAspf:
-    case ServerMapType::kAspfReverse:
+    case ServerMapType::kAspf16:
       return QDT_SERVER_MAP_ASPF;
     case ServerMapType::kNatServer:
     case ServerMapType::kNatServerReverse:
       return QDT_SERVER_MAP_NAT_SERVER;
     case ServerMapType::kNoPat:
-    case ServerMapType::kNoPatReverse:
+    case ServerMapType::kNoPat15:
       return QDT_SERVER_MAP_NO_PAT;
     default:
       return QDT_SERVER_MAP_ALL;

@@ -159,7 +159,7 @@ int32_t QdtOmaPacketDropNobuffProc(char **document) {
 int32_t QdtOmaMemoryUsage(char **document) {
   uint16_t partition = 0;
   if (const int32_t code = DHF_ShmPtAttach("OSA_SHM_CST_NAME", &partition); code != 0) {
-    // Told as a note, not as an error.
+    // Unlike the other failures this one is told as information.
     QDT_LOG_INFO("Qdt share memory partition attach failed, ret: 0x%X.\n", static_cast<uint32_t>(code));
     return kFailed;
   }

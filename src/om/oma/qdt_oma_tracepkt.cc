@@ -148,6 +148,6 @@ int32_t QdtOmaTracePktQueryProc(AgentRequest request) {
   uint16_t index = 0;
   if (QdtOmaParseU16(request, "index", &index) != 0) return qdt::kFailed;
   if (index < std::size(qdt::kDisplayLines)) return qdt::RunTraceCommandLine(qdt::kDisplayLines[index]);
-  qdt::RunTraceCommandLine("trace-pkt-nqe");  // the engine's usage is the answer, and the request failed
+  qdt::RunTraceCommandLine("trace-pkt-nqe");  // its reply is the answer, and the request failed
   return qdt::kFailed;
 }
