@@ -219,7 +219,7 @@ int32_t Match(void *record) {
 
 int32_t Look(void *entry) {
   const auto &record = *static_cast<const SessionRecord *>(entry);
-  g_shown += record.valid && record.state != kSessionInTransition && record.agingTime != kSessionAgeOut;
+  g_shown += record.valid && record.state != kSessionNeverListed && record.agingTime != kSessionAgeOut;
   return 0;
 }
 

@@ -125,7 +125,7 @@ QDT_FIELD_AT(TcpFlow, accelerateCount, 32, 2);
 QDT_FIELD_AT(TcpFlow, holdCount, 34, 2);
 
 // The state of sessions that queries pass over.
-constexpr uint8_t kSessionInTransition = 1;
+constexpr uint8_t kSessionNeverListed = 1;
 // Aging time of a session that never ages.
 constexpr uint16_t kSessionNeverAges = 65535;
 // Aging time that makes the engine age a session out.

@@ -259,7 +259,7 @@ int32_t QuerySessionGetParam(AgentRequest request, int32_t queryMode) {
 
 int32_t QuerySessionNodeMatch(const void *record) {
   const auto &session = *static_cast<const qdt::SessionRecord *>(record);
-  if (!session.valid || session.state == qdt::kSessionInTransition ||
+  if (!session.valid || session.state == qdt::kSessionNeverListed ||
       session.agingTime == qdt::kSessionAgeOut) {
     return qdt::kFails;
   }
