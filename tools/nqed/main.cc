@@ -30,9 +30,12 @@ namespace {
 
 constexpr int kFailure = 2;
 constexpr std::chrono::seconds kAgingPeriod{1};  // what times are counted in
+constexpr uint32_t kMostClients = 512;           // descriptors are left for files beside them
+constexpr uint32_t kMostPatience = 86400;        // seconds
 
 constexpr char kUsage[] =
     "usage: nqed --scenario FILE [--arena PATH] [--socket PATH] [--layout DIR] [--cores N] [--traffic RATE]\n"
+    "            [--clients N] [--patience SECONDS]\n"
     "       nqed status [--arena PATH]\n"
     "\n"
     "Runs the lab engine in the foreground until SIGTERM or SIGINT; prints one line when it is ready.\n"
@@ -43,6 +46,9 @@ constexpr char kUsage[] =
     "  --layout DIR     table layouts, the built-in ones unless told otherwise\n"
     "  --cores N        forwarding cores that keep statistics, 4 unless told otherwise\n"
     "  --traffic RATE   simulate so many packets a second, none unless told otherwise\n"
+    "  --clients N      connections to the socket at a time, 128 unless told otherwise\n"
+    "  --patience SECONDS\n"
+    "                   for a client that says nothing, or takes no reply, 30 unless told otherwise\n"
     "  --help, --version\n"
     "\n"
     "exit codes: 0 stopped as asked (status: the engine runs), 2 bad usage, nothing published (status: no "
@@ -56,6 +62,7 @@ struct CommandLine {
   std::string layoutDir;  // empty: the layouts that the program was built with
   uint32_t traffic = 0;   // simulated packets a second
   EngineOptions options;
+  ServerLimits limits;
 };
 
 std::string AbsolutePath(const std::string &path) {
@@ -80,6 +87,9 @@ CommandLine Parse(Arguments arguments) {
   CommandLine line;
   EngineOptions &options = line.options;
   options.arena = kDefaultArena;
+  auto clients = static_cast<uint32_t>(line.limits.clients);
+  auto patience =
+      static_cast<uint32_t>(std::chrono::duration_cast<std::chrono::seconds>(line.limits.patience).count());
   while (!arguments.empty()) {
     if (arguments.Take("--help")) {
       line.help = true;
@@ -92,10 +102,13 @@ CommandLine Parse(Arguments arguments) {
                !arguments.TakeValue("--socket", &options.socket) &&
                !arguments.TakeValue("--layout", &line.layoutDir) &&
                !TakeNumber(&arguments, "--cores", 1, kMaxCores, &options.cores) &&
-               !TakeNumber(&arguments, "--traffic", 1, Traffic::kMaxRate, &line.traffic)) {
+               !TakeNumber(&arguments, "--traffic", 1, Traffic::kMaxRate, &line.traffic) &&
+               !TakeNumber(&arguments, "--clients", 1, kMostClients, &clients) &&
+               !TakeNumber(&arguments, "--patience", 1, kMostPatience, &patience)) {
       throw HostError("cannot make sense of " + Quoted(arguments.front()) + "; try --help");
     }
   }
+  line.limits = {clients, std::chrono::seconds(patience)};
   if (options.socket.empty()) options.socket = options.arena + kSocketEnding;
   for (std::string *path : {&options.arena, &options.socket, &line.scenario}) {
     if (!path->empty()) *path = AbsolutePath(*path);
@@ -158,7 +171,7 @@ int RunEngine(const CommandLine &line) {
   Listener listener(options.socket);
   engine.Publish();
   listener.Unlock();
-  Server server(listener.fd(), channel);
+  Server server(listener.fd(), channel, line.limits);
   server.AddTick(kAgingPeriod, [&engine] { engine.Age(); });
   if (engine.changes() >= 0) server.AddWatch(engine.changes(), [&engine] { engine.Follow(); });
   if (traffic) server.AddTick(Traffic::kPeriod, [&traffic] { traffic->Tick(); });
