@@ -85,7 +85,14 @@ Server::Server(int listener, EngineChannel run, ServerLimits limits)
 Server::~Server() = default;
 
 void Server::AddTick(std::chrono::milliseconds period, std::function<void()> work) {
-  ticks_.push_back({period, std::move(work), Clock::now() + period});
+  AddSteps(period, [work = std::move(work)] {
+    work();
+    return false;
+  });
+}
+
+void Server::AddSteps(std::chrono::milliseconds period, std::function<bool()> step) {
+  ticks_.push_back({period, std::move(step), Clock::now() + period});
 }
 
 void Server::AddWatch(int fd, std::function<void()> work) { watches_.push_back({fd, std::move(work)}); }
@@ -231,7 +238,10 @@ int Server::PollTimeout() const {
   auto wake = Clock::time_point::max();
   const auto now = Clock::now();
   if (now < acceptAgain_) wake = acceptAgain_;
-  for (const Tick &tick : ticks_) wake = std::min(wake, tick.due);
+  for (const Tick &tick : ticks_) {
+    if (tick.more) return 0;
+    wake = std::min(wake, tick.due);
+  }
   for (const Connection &client : clients_) {
     if (client.Runnable()) return 0;
     if (client.Owes()) wake = std::min(wake, client.moved + limits_.patience);
@@ -244,10 +254,10 @@ int Server::PollTimeout() const {
 void Server::RunTicks() {
   for (Tick &tick : ticks_) {
     const auto now = Clock::now();
-    if (now < tick.due) continue;
-    tick.due += tick.period;
+    if (now < tick.due && !tick.more) continue;
+    if (now >= tick.due) tick.due += tick.period;
     if (tick.due <= now) tick.due = now + tick.period;
-    tick.work();
+    tick.more = tick.step();
   }
 }
 

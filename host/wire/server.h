@@ -40,6 +40,10 @@ class Server {
   // keep pace looks at a clock. `work` is short (clients wait meanwhile) and does not throw.
   void AddTick(std::chrono::milliseconds period, std::function<void()> work);
 
+  // The same for work that is too long to be done at once: each call does a piece of it and returns whether
+  // more is left. What is left is done piece by piece, with a look at the clients after each.
+  void AddSteps(std::chrono::milliseconds period, std::function<bool()> step);
+
   // Has Serve call `work` whenever `fd`, which outlives the server, is readable or has failed, between two
   // requests. `work` takes away what made it so, is short and does not throw.
   void AddWatch(int fd, std::function<void()> work);
@@ -55,8 +59,9 @@ class Server {
   };
   struct Tick {
     std::chrono::milliseconds period;
-    std::function<void()> work;
+    std::function<bool()> step;
     std::chrono::steady_clock::time_point due;
+    bool more = false;
   };
 
   void Accept();

@@ -253,6 +253,36 @@ TEST(ServerTicks, AreCalledEveryPeriodAndBetweenRequests) {
   EXPECT_LE(fast, (passed - 200ms) / 10ms + 1);
 }
 
+// Work that never ends by itself keeps nobody waiting: it ends when a client that came meanwhile has been
+// answered.
+TEST(ServerSteps, ClientsAreAnsweredBetweenThem) {
+  const TempDir dir;
+  Listener listener(dir.File("s"));
+  listener.Unlock();
+  const UniqueFd stop(eventfd(0, EFD_CLOEXEC));
+  std::atomic<bool> began = false, answered = false;
+  int steps = 0;
+  Server server(listener.fd(), Echo);
+  server.AddSteps(1ms, [&] {
+    began = true;
+    ++steps;
+    if (!answered) return true;
+    const uint64_t one = 1;
+    EXPECT_EQ(write(stop.get(), &one, sizeof one), static_cast<ssize_t>(sizeof one));
+    return false;
+  });
+  EngineReply reply;
+  std::thread client([&] {
+    while (!began) std::this_thread::yield();
+    reply = EngineClient(dir.File("s")).Run("hello");
+    answered = true;
+  });
+  server.Serve(stop.get());
+  client.join();
+  EXPECT_EQ(reply.text, "<hello>");
+  EXPECT_GE(steps, 2);
+}
+
 // Two pipes: one is written by a client's command, the other closed by the first one's work.
 TEST(ServerWatches, AreCalledWhenTheirFileIsReadableOrAtItsEnd) {
   const TempDir dir;

@@ -172,7 +172,7 @@ int RunEngine(const CommandLine &line) {
   engine.Publish();
   listener.Unlock();
   Server server(listener.fd(), channel, line.limits);
-  server.AddTick(kAgingPeriod, [&engine] { engine.Age(); });
+  server.AddSteps(kAgingPeriod, [&engine] { return engine.AgeStep(); });
   if (engine.changes() >= 0) server.AddWatch(engine.changes(), [&engine] { engine.Follow(); });
   if (traffic) server.AddTick(Traffic::kPeriod, [&traffic] { traffic->Tick(); });
 
