@@ -86,5 +86,21 @@ nat_policy: [{name: rule_two, action: no-nat}]
   EXPECT_EQ(CountEntries().entries, 1u);
 }
 
+// A large scenario takes as much memory again as the tables that it fills.
+TEST_F(FillerTest, AScenarioIsFreedWhenItHasFilled) {
+  ScenarioFiller filler("two.yaml", Scenario::FromText("two.yaml", R"(
+ctrlif_map_fwdif: [{ctrl_if_index: 8, fwd_if_index: 9}]
+)",
+                                                       Layout::BuiltIn()));
+  const EngineOptions first{directory_.File("arena"), directory_.File("socket"), 2};
+  const EngineOptions second{directory_.File("other"), directory_.File("socket2"), 2};
+  {
+    Engine engine(first, Layout::BuiltIn(), &filler);
+    EXPECT_EQ(CountEntries().entries, 1u);
+  }
+  Engine engine(second, Layout::BuiltIn(), &filler);
+  EXPECT_EQ(CountEntries().entries, 0u);
+}
+
 }  // namespace
 }  // namespace qdt::host

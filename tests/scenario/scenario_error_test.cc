@@ -105,6 +105,9 @@ INSTANTIATE_TEST_SUITE_P(
               "s.yaml:4: other: the entry of line 2 has the same key (change group, number)"},
         Wrong{"other: [{repeat: 2, group: 1, number: 2}]",
               "s.yaml:1: other: the entry of line 1 has the same key (change group, number)"},
+        Wrong{"kinds:\n  - {index: 90}\n  - {repeat: 40, index: {from: 1, step: 1}}\n"
+              "  - {repeat: 40, index: {from: 79, step: -1}}",
+              "s.yaml:4: kinds: the entry of line 3 has the same key (change marker, index)"},
         Wrong{"other:\n  - {repeat: 4, group: 1, number: {from: 1, step: 1}}\n  - {group: 2, number: 1}",
               "s.yaml:3: other: the table is full (it holds 4 entries)"},
         Wrong{"other:\n  - {repeat: 4000000000, group: 1, number: {from: 1, step: 1}}",
