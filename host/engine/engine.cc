@@ -37,6 +37,10 @@ uint64_t UptimeSeconds() {
 
 ArenaPlan PlanFor(const EngineOptions &options, const Layout &layout) {
   ArenaPlan plan = layout.Plan(options.socket);
+  if (const RegionLayout *region = layout.FindRegion(kStatisticsRegion); region != nullptr) {
+    throw HostError(region->place + ": " + region->spec.name +
+                    ": the engine has a region of this name itself (rename it)");
+  }
   plan.regions.push_back(StatisticsSpec(options.cores));
   Measurement::Plan(&plan, options.cores);
   return plan;

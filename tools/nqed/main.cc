@@ -1,6 +1,7 @@
 // nqed: the lab engine. Fills an arena from a scenario file, publishes it and answers command lines on its
 // socket.
 
+#include <malloc.h>
 #include <sys/signalfd.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -151,6 +152,13 @@ int ShowStatus(const EngineOptions &options) {
   return 0;
 }
 
+// What reading the scenario took is free by now, but in pieces: the C library keeps them unless it is asked.
+void ReturnFreeMemory() {
+#ifdef __GLIBC__
+  malloc_trim(0);
+#endif
+}
+
 int RunEngine(const CommandLine &line) {
   const EngineOptions &options = line.options;
   if (line.scenario.empty()) throw HostError("no scenario; name one with --scenario FILE");
@@ -164,6 +172,7 @@ int RunEngine(const CommandLine &line) {
   // From here on there are files to take along when the engine is told to stop.
   const StopSignals stop;
   Engine engine(options, layout, &filler);
+  ReturnFreeMemory();
   std::optional<Traffic> traffic;
   if (line.traffic != 0) traffic.emplace(&engine, line.traffic, EngineTraceOutput());
   const EngineChannel channel = [&engine](std::string_view words) { return RunCommandLine(engine, words); };
