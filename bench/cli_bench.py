@@ -178,7 +178,8 @@ class Client:
 
 
 def expiry_costs(binaries):
-    """Processor time of the engine while sessions expire, and the longest that somebody waited who kept asking."""
+    """Processor time of the engine while sessions expire, and the most of it between a question and its answer: what
+    somebody who keeps asking waits for on a machine that does nothing else."""
     times, waits = [], []
     with directory() as place:
         scenario = place / "sessions.yaml"
@@ -195,10 +196,10 @@ def expiry_costs(binaries):
                 longest = 0
                 while not client.half_is_gone():
                     for _ in range(100):
-                        begin = time.perf_counter()
+                        begin = cpu_ms(pid)
                         client.ask("perf-mode")
-                        longest = max(longest, time.perf_counter() - begin)
-                waits.append(longest * 1000)
+                        longest = max(longest, cpu_ms(pid) - begin)
+                waits.append(longest)
     yield cost("expiry_of_32,768_of_65,536_sessions:_engine_time", statistics.median(times), "ms")
     yield cost("the_same:_longest_wait_for_an_answer", statistics.median(waits), "ms")
 
