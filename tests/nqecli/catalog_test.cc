@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <map>
-#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -62,16 +61,20 @@ std::vector<std::string> LibraryLines() {
   char word[] = "diag";
   char *const words[] = {word, nullptr};
   std::istringstream usage(std::string(host::RunEntryPoint(*diag, std::span(words, 1)).text));
-  const std::regex form(R"(( ?\d+\. (\S+))? +diag search nqpTable (\d+) (.*))");
+  constexpr std::string_view kQuery = " diag search nqpTable ";
   std::map<int, std::string> names;
   std::map<int, std::vector<std::string>> keys;
-  std::smatch parts;
   for (std::string line; std::getline(usage, line);) {
-    if (!std::regex_match(line, parts, form)) continue;
-    const int id = std::stoi(parts[3]);
-    if (parts[2].matched) names.emplace(id, parts[2]);
+    const size_t query = line.find(kQuery);
+    if (query == line.npos) continue;
+    std::istringstream head(line.substr(0, query)), tail(line.substr(query + kQuery.size()));
+    int id = -1;
+    tail >> id;
+    std::string number, name, form;
+    if (head >> number >> name) names.emplace(id, name);
+    std::getline(tail >> std::ws, form);
     auto &known = keys[id];
-    if (std::ranges::find(known, parts[4].str()) == known.end()) known.push_back(parts[4]);
+    if (std::ranges::find(known, form) == known.end()) known.push_back(form);
   }
   std::vector<std::string> lines;
   for (const auto &[id, forms] : keys) {
