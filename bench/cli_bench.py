@@ -1,16 +1,21 @@
 """nqecli from exec to exit against /bin/true: starts lab engines on arenas of their own and asks them. The two programs
-take turns, so that whatever else the machine does meets both alike.
+take turns, so that whatever else the machine does meets both alike. Then what one query costs by itself, and what the
+engine needs to load a million entries and to let 65,536 sessions expire.
 
 usage: cli_bench.py BIN_DIRECTORY [RUNS]
 
-Prints medians as JSON in the shape that Google Benchmark uses.
+What one query costs is counted with strace and valgrind; without them these rows are left out. Prints medians as JSON in the shape that Google Benchmark uses.
 """
 
 import contextlib
 import json
 import os
 import pathlib
+import re
+import shutil
+import socket
 import statistics
+import struct
 import subprocess
 import sys
 import tempfile
@@ -33,22 +38,38 @@ QUERIES = [
 ]
 
 
+MILLION = """
+ssw_macinfo:
+  - {repeat: 1000000, bridge_id: 1, vlan_id: 1234, mac: {from: 02:00:5e:00:00:00, step: 1}, static: 1, aging: 200,
+     out_if_index: {from: 10000, step: 1}}
+"""
+LOADS = 5
+
+# The half that stays stands before the half that leaves.
+SESSIONS = """
+session:
+  - {repeat: 32768, index: {from: 0, step: 1}, valid: 1, aging_time: 65535}
+  - {repeat: 32768, index: {from: 32768, step: 1}, valid: 1, aging_time: 2}
+"""
+EXPIRIES = 3
+
+
 def stop(why):
     sys.exit(f"cli_bench: {why}")
 
 
 @contextlib.contextmanager
-def engine(binaries, scenario):
-    """A running engine; gives the path of its arena."""
+def engine(binaries, scenario, *words):
+    """A running engine; gives the path of its arena and its process."""
     with tempfile.TemporaryDirectory(prefix="nqe-bench-", dir="/dev/shm") as directory:
         arena = os.path.join(directory, "arena")
         process = subprocess.Popen(
-            [binaries / "nqed", "--scenario", scenario, "--arena", arena],
+            [binaries / "nqed", "--scenario", scenario, "--arena", arena, *words],
             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True)
         try:
             if not process.stdout.readline().startswith("nqed: ready"):
                 stop("the engine does not start; what it said stands above")
-            yield arena
+            yield arena, process.pid
         finally:
             process.terminate()
             try:
@@ -88,6 +109,101 @@ def measure(name, argv, runs, output):
             "nqecli_ms": ours, "true_ms": true, "ratio": ours / true}
 
 
+def cost(name, value, unit):
+    return {"name": f"cost/{name}", "aggregate_name": "median", "value": value, "unit": unit}
+
+
+def query_costs(argv):
+    """System calls and instructions of one query, from exec to exit."""
+    check(argv)
+    with tempfile.NamedTemporaryFile() as counts:
+        if shutil.which("strace"):
+            run(["strace", "-f", "-c", "-o", counts.name, *argv])
+            total = re.search(r"(\d+) +(?:\d+ )?total", pathlib.Path(counts.name).read_text())
+            yield cost("show_map:_system_calls", int(total[1]), "calls")
+        if shutil.which("valgrind"):
+            told = run(["valgrind", "--tool=callgrind", f"--callgrind-out-file={counts.name}", *argv])
+            yield cost("show_map:_instructions", int(re.search(r"Collected : (\d+)", told)[1]), "instructions")
+
+
+def run(argv):
+    done = subprocess.run(argv, capture_output=True, text=True, timeout=PATIENCE, check=True)
+    return done.stderr
+
+
+def cpu_ms(pid):
+    """What the process has had of its processors."""
+    return int(pathlib.Path(f"/proc/{pid}/schedstat").read_text().split()[0]) / 1e6
+
+
+@contextlib.contextmanager
+def directory():
+    with tempfile.TemporaryDirectory(prefix="nqe-bench-") as path:
+        yield pathlib.Path(path)
+
+
+def load_cost(binaries):
+    """Processor time of an engine that begins with a million entries, until it is ready."""
+    with directory() as place:
+        layout = shutil.copytree(ROOT / "host" / "layout", place / "layout")
+        file = layout / "switching.yaml"
+        text, changes = re.subn(r"(ssw_macinfo:.*?capacity: )\d+", r"\g<1>1000000", file.read_text(), 1, re.DOTALL)
+        if changes != 1:
+            stop("the layout of ssw_macinfo has no capacity")
+        file.write_text(text)
+        scenario = place / "million.yaml"
+        scenario.write_text(MILLION)
+        samples = []
+        for _ in range(LOADS):
+            with engine(binaries, scenario, "--layout", layout) as (_, pid):
+                samples.append(cpu_ms(pid))
+        return cost("load_of_1,000,000_entries_by_repeat", statistics.median(samples), "ms")
+
+
+class Client:
+    """A connection to the engine's socket."""
+
+    def __init__(self, path):
+        self.socket = socket.socket(socket.AF_UNIX)
+        self.socket.settimeout(PATIENCE)
+        self.socket.connect(path)
+
+    def ask(self, line):
+        self.socket.sendall(struct.pack("<I4s", len(line), b"NQE1") + line.encode())
+        length, _ = struct.unpack("<Ii", self.socket.recv(8, socket.MSG_WAITALL))
+        return self.socket.recv(length, socket.MSG_WAITALL).decode() if length else ""
+
+    def half_is_gone(self):
+        return "entries   32768\n" in self.ask("status")
+
+
+def expiry_costs(binaries):
+    """Processor time of the engine while sessions expire, and the most of it between a question and its answer: what
+    somebody who keeps asking waits for on a machine that does nothing else."""
+    times, waits = [], []
+    with directory() as place:
+        scenario = place / "sessions.yaml"
+        scenario.write_text(SESSIONS)
+        for _ in range(EXPIRIES):
+            with engine(binaries, scenario) as (arena, pid):
+                client = Client(arena + ".sock")
+                began = cpu_ms(pid)
+                while not client.half_is_gone():
+                    time.sleep(0.2)
+                times.append(cpu_ms(pid) - began)
+            with engine(binaries, scenario) as (arena, pid):
+                client = Client(arena + ".sock")
+                longest = 0
+                while not client.half_is_gone():
+                    for _ in range(100):
+                        begin = cpu_ms(pid)
+                        client.ask("perf-mode")
+                        longest = max(longest, cpu_ms(pid) - begin)
+                waits.append(longest)
+    yield cost("expiry_of_32,768_of_65,536_sessions:_engine_time", statistics.median(times), "ms")
+    yield cost("the_same:_longest_wait_for_an_answer", statistics.median(waits), "ms")
+
+
 def main():
     if len(sys.argv) not in (2, 3):
         sys.exit(__doc__)
@@ -95,9 +211,13 @@ def main():
     runs = int(sys.argv[2]) if len(sys.argv) == 3 else 500
     results = []
     for scenario, queries in QUERIES:
-        with engine(binaries, scenario) as arena, open(os.devnull, "wb") as output:
+        with engine(binaries, scenario) as (arena, _), open(os.devnull, "wb") as output:
             results += [measure(name, [str(binaries / "nqecli"), "--arena", arena, *words], runs, output.fileno())
                         for name, words in queries]
+    with engine(binaries, QUERIES[0][0]) as (arena, _):
+        results += query_costs([str(binaries / "nqecli"), "--arena", arena, *QUERIES[0][1][0][1]])
+    results.append(load_cost(binaries))
+    results += expiry_costs(binaries)
     json.dump({"benchmarks": results}, sys.stdout, indent=1)
     print()
 

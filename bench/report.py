@@ -15,6 +15,13 @@ SESSION_RATIOS = {"query, one of 65,536": 2, "diag view, none of 65,536": 2}  # 
 CLI_MS = 5  # below
 CLI_RATIO = 2  # at most
 LIST_MS = 10  # below, for a list of some thousand entries
+COSTS = {  # at most
+    "show map: system calls": 20,
+    "show map: instructions": 100_000,
+    "load of 1,000,000 entries by repeat": 1000,
+    "expiry of 32,768 of 65,536 sessions: engine time": 50,
+    "the same: longest wait for an answer": 5,
+}
 
 
 def medians(paths):
@@ -59,11 +66,18 @@ def cli_row(words, result):
             f"{result['ratio']:.2f}"], met
 
 
+def cost_row(words, result):
+    what = words[0].replace("_", " ")
+    value = f"{result['value']:,.1f}" if result["unit"] == "ms" else f"{result['value']:,}"
+    return [what, f"{value} {result['unit']}", f"{COSTS[what]:,} {result['unit']}"], result["value"] <= COSTS[what]
+
+
 # Family: what makes a row, its columns.
 TABLES = {
     "view": (view_row, ["view", "record", "`Print`", "snprintf", "speedup"]),
     "table": (table_row, ["full table of 16,384 entries", "median per entry"]),
     "session": (session_row, ["sessions", "median", "baseline", "ratio"]),
+    "cost": (cost_row, ["costs", "median", "at most"]),
     "cli": (cli_row, ["nqecli", "exec to exit", "/bin/true", "ratio"]),
 }
 

@@ -1,6 +1,7 @@
 #include "host/base/fd.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/sendfile.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -8,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 #include <utility>
 
 namespace qdt::host {
@@ -31,11 +33,12 @@ HostError SystemError(const std::string &what) { return HostError(what + ": " + 
 void KeepStandardFds() {
   // Write-only for standard input and read-only for the outputs: using them fails, as it would have without
   // us.
-  for (int fd = 0; fd <= 2; ++fd) {
-    if (fcntl(fd, F_GETFD) < 0 && errno == EBADF) {
-      // open() takes the lowest free number, which is this one.
-      if (open("/dev/null", fd == 0 ? O_WRONLY : O_RDONLY) < 0) return;
-    }
+  pollfd standard[] = {{0, 0, 0}, {1, 0, 0}, {2, 0, 0}};
+  while (poll(standard, std::size(standard), 0) < 0 && errno == EINTR) {
+  }
+  for (const pollfd &entry : standard) {
+    // open() takes the lowest free number, which is this one.
+    if (entry.revents == POLLNVAL && open("/dev/null", entry.fd == 0 ? O_WRONLY : O_RDONLY) < 0) return;
   }
 }
 

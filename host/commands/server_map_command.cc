@@ -59,7 +59,7 @@ std::string RunServerMapCommand(Engine &engine, std::span<const std::string> wor
   Sweep sweep{table, table.At("type"), table.At("aging_time"), static_cast<uint32_t>(*address)};
   const uint32_t before = CountServerMaps();
   TbmTblTrav(0, kServerMapTable, AgeOut, &sweep);
-  engine.Age();
+  engine.AgeServerMaps();
   return "server maps reset: " + std::to_string(before - CountServerMaps()) + "\n";
 }
 

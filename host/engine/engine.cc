@@ -28,8 +28,19 @@ int32_t ClearEntry(void *entry, void *context) {
   return kGoOn;
 }
 
+// What times are counted in.
+uint64_t UptimeSeconds() {
+  timespec now = {};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<uint64_t>(now.tv_sec);
+}
+
 ArenaPlan PlanFor(const EngineOptions &options, const Layout &layout) {
   ArenaPlan plan = layout.Plan(options.socket);
+  if (const RegionLayout *region = layout.FindRegion(kStatisticsRegion); region != nullptr) {
+    throw HostError(region->place + ": " + region->spec.name +
+                    ": the engine has a region of this name itself (rename it)");
+  }
   plan.regions.push_back(StatisticsSpec(options.cores));
   Measurement::Plan(&plan, options.cores);
   return plan;
@@ -81,11 +92,9 @@ uint32_t Engine::Clear(std::string_view word) {
   return entries;
 }
 
-uint32_t Engine::Age() {
-  timespec now = {};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return aging_.Run(static_cast<uint64_t>(now.tv_sec));
-}
+uint32_t Engine::Age() { return aging_.Run(UptimeSeconds()); }
+uint32_t Engine::AgeServerMaps() { return aging_.RunTable(kServerMapTable, UptimeSeconds()); }
+bool Engine::AgeStep() { return aging_.Step(UptimeSeconds()); }
 
 std::chrono::seconds Engine::Uptime() const {
   return std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - started_);

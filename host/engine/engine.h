@@ -51,6 +51,9 @@ class Engine {
 
   // Takes out the sessions and server maps whose time is over now; returns their number.
   uint32_t Age();
+  uint32_t AgeServerMaps();
+  // A slice of that for both, for an engine that answers others meanwhile; whether more is to do.
+  bool AgeStep();
 
   const EngineOptions &options() const { return options_; }
   const Arena &arena() const { return *arena_; }

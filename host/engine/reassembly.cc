@@ -36,7 +36,21 @@ void Append(Link *head, Link *link) {
   head->previous = link;
 }
 
+// Links stand at multiples of 8 bytes, the head's before the packets and each packet's in it.
+void CheckShape(const RegionLayout &layout, const Field &packets) {
+  const bool isGood = packets.count != 0 && packets.ref.offset >= kHeadOffset + sizeof(Link) &&
+                      packets.stride >= kLinkOffset + sizeof(Link) && packets.ref.offset % 8 == 0 &&
+                      packets.stride % 8 == 0 && packets.fields.Find("waited") != nullptr;
+  if (isGood) return;
+  throw HostError(
+      layout.place + ": " + layout.spec.name +
+      ".packets: the engine cannot link them (write an array at a multiple of 8 bytes from 40 on, of "
+      "packets of 32 bytes or a greater multiple of 8, with the field waited)");
+}
+
 void StartRing(const RegionLayout &layout, Arena *arena) {
+  const Field &packets = *layout.fields.Find("packets");
+  CheckShape(layout, packets);
   auto *region = static_cast<char *>(arena->FindRegion(layout.spec.name, nullptr));
   if (!arena->Reserve(region, layout.spec.size)) {
     throw HostError(layout.spec.name +
@@ -44,7 +58,6 @@ void StartRing(const RegionLayout &layout, Arena *arena) {
   }
   auto *head = reinterpret_cast<Link *>(region + kHeadOffset);
   *head = {head, head};
-  const Field &packets = *layout.fields.Find("packets");
   const FieldRef waited = packets.fields.Find("waited")->ref;
   const uint64_t now = Milliseconds();
   for (uint32_t i = 0; i < packets.count; ++i) {

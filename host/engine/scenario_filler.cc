@@ -5,9 +5,10 @@
 namespace qdt::host {
 
 void ScenarioFiller::Fill(const FillTarget &target) {
-  scenario_.Fill(&target.arena, &target.writer);
-  PresetStatistics(scenario_.statistics(), &target.statistics);
-  target.natPolicy = scenario_.natPolicy();
+  const Scenario scenario = std::move(scenario_);  // goes with the filling: from then on the arena has it all
+  scenario.Fill(&target.arena, &target.writer);
+  PresetStatistics(scenario.statistics(), &target.statistics);
+  target.natPolicy = scenario.natPolicy();
 }
 
 }  // namespace qdt::host

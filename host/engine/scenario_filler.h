@@ -9,7 +9,7 @@
 
 namespace qdt::host {
 
-// Fills an engine from a scenario, once.
+// Fills an engine from a scenario, once, and keeps nothing of it.
 class ScenarioFiller : public Filler {
  public:
   // `file` is where the scenario was read from, with the engine's layout.

@@ -25,28 +25,59 @@ bool IsNetworkOrder(FieldKind kind) {
   return kind == FieldKind::kIpv4Net || kind == FieldKind::kIpv6 || kind == FieldKind::kMac;
 }
 
+// Words of 1 to 8 bytes.
+void CopyWord(void *to, const void *from, uint32_t size) {
+  // A copy of a known size is one load and one store; nearly all fields have these sizes.
+  switch (size) {
+    case 1:
+      std::memcpy(to, from, 1);
+      break;
+    case 2:
+      std::memcpy(to, from, 2);
+      break;
+    case 4:
+      std::memcpy(to, from, 4);
+      break;
+    case 8:
+      std::memcpy(to, from, 8);
+      break;
+    default:
+      std::memcpy(to, from, size);
+  }
+}
+
+uint64_t LoadWord(const uint8_t *bytes, uint32_t size) {
+  uint64_t word = 0;
+  CopyWord(&word, bytes, size);
+  return word;
+}
+
+void StoreWord(uint8_t *bytes, uint32_t size, uint64_t word) { CopyWord(bytes, &word, size); }
+
+// The same value with its bytes, or its four words, in the other order.
+WideValue OtherOrder(FieldKind kind, uint32_t size, WideValue value) {
+  if (size <= sizeof(uint64_t)) return __builtin_bswap64(static_cast<uint64_t>(value)) >> (64 - 8 * size);
+  auto low = static_cast<uint64_t>(value);
+  auto high = static_cast<uint64_t>(value >> 64);
+  const bool words = kind == FieldKind::kIpv6Words;
+  low = words ? std::rotl(low, 32) : __builtin_bswap64(low);
+  high = words ? std::rotl(high, 32) : __builtin_bswap64(high);
+  return WideValue{low} << 64 | high;
+}
+
+bool IsTurned(FieldKind kind) { return IsNetworkOrder(kind) || kind == FieldKind::kIpv6Words; }
+
 // Stored bytes to number and back, the whole word or area of the field.
 WideValue Load(const FieldRef &field, const uint8_t *bytes) {
-  WideValue value = 0;
-  for (uint32_t i = 0; i < field.size; ++i) {
-    if (IsNetworkOrder(field.kind)) {
-      value = value << 8 | bytes[i];
-    } else if (field.kind == FieldKind::kIpv6Words) {
-      value |= WideValue{bytes[i]} << (96 - 32 * (i / 4) + 8 * (i % 4));
-    } else {
-      value |= WideValue{bytes[i]} << (8 * i);
-    }
-  }
-  return value;
+  WideValue value = LoadWord(bytes, std::min<uint32_t>(field.size, sizeof(uint64_t)));
+  if (field.size > sizeof(uint64_t)) value |= WideValue{LoadWord(bytes + 8, field.size - 8)} << 64;
+  return IsTurned(field.kind) ? OtherOrder(field.kind, field.size, value) : value;
 }
 
 void Store(const FieldRef &field, uint8_t *bytes, WideValue value) {
-  for (uint32_t i = 0; i < field.size; ++i) {
-    uint32_t shift = 8 * i;
-    if (IsNetworkOrder(field.kind)) shift = 8 * (field.size - 1 - i);
-    if (field.kind == FieldKind::kIpv6Words) shift = 96 - 32 * (i / 4) + 8 * (i % 4);
-    bytes[i] = static_cast<uint8_t>(value >> shift);
-  }
+  if (IsTurned(field.kind)) value = OtherOrder(field.kind, field.size, value);
+  StoreWord(bytes, std::min<uint32_t>(field.size, sizeof(uint64_t)), static_cast<uint64_t>(value));
+  if (field.size > sizeof(uint64_t)) StoreWord(bytes + 8, field.size - 8, static_cast<uint64_t>(value >> 64));
 }
 
 template <typename Word>

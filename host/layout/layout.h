@@ -21,6 +21,7 @@ struct TableLayout {
   FieldSet key;           // offsets in the key, which may name fields of the record as well
   FieldSet fields;
   std::string partOf;  // table whose entries own those of this one; their key is the beginning of this one's
+  std::string place;   // where the layout stands, "FILE:LINE"
 
   // The value at a path such as "if_index", "counters[2].in_bytes" or "out_fwdif[0]". Throws HostError.
   FieldRef At(std::string_view path) const;
@@ -32,6 +33,7 @@ struct TableLayout {
 struct RegionLayout {
   RegionSpec spec;
   FieldSet fields;
+  std::string place;  // "FILE:LINE"
 
   FieldRef At(std::string_view path) const;
   // Calls `visit` with each single value and its path, in the order of the layout.
@@ -43,6 +45,11 @@ struct LayoutText {
   std::string_view file;
   std::string_view text;
 };
+
+// Names of tables, regions and fields have at most so many characters.
+constexpr size_t kMaxLayoutName = 63;
+// Regions of all layouts together; the engine adds some of its own.
+constexpr size_t kMaxLayoutRegions = 1000;
 
 // The engine's tables and regions as data. docs/scenarios.md describes the layout files' format. Immutable
 // once made, hence safe to read from any thread.

@@ -1,11 +1,15 @@
 #include "host/layout/layout_reader.h"
 
 #include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <limits>
+#include <map>
 #include <sstream>
 #include <utility>
 
+#include "host/arena/arena_plan.h"
+#include "host/arena/table_layout.h"
 #include "host/base/host_error.h"
 #include "host/base/near_name.h"
 #include "host/layout/field_line.h"
@@ -18,15 +22,15 @@ namespace {
 // field selects may, and structures that one pointer leads to.
 class BitMap {
  public:
-  explicit BitMap(uint32_t bytes) : owner_(size_t{bytes} * 8) {}
+  explicit BitMap(uint32_t bytes) : bits_(size_t{bytes} * 8) {}
 
   enum class Result { kFree, kTaken, kOutside };
 
   Result Take(const Field &field) {
-    taking_ = kAlone;
-    if (!field.selector.empty()) taking_ = OwnerNamed(field.selector);
+    sharing_ = nullptr;
+    if (!field.selector.empty()) sharing_ = &shared_[field.selector];
     if (field.pointer != 0) {
-      taking_ = OwnerNamed(std::to_string(field.pointer));  // no field has such a name
+      sharing_ = &shared_[std::to_string(field.pointer)];  // no field has such a name
       const FieldRef pointer{0, sizeof(uint64_t), FieldKind::kReference, 0, 0};
       if (const Result result = TakeValue(pointer, field.pointer); result != Result::kFree) return result;
     }
@@ -34,16 +38,6 @@ class BitMap {
   }
 
  private:
-  static constexpr uint32_t kNobody = 0;
-  static constexpr uint32_t kAlone = 1;
-
-  uint32_t OwnerNamed(const std::string &selector) {
-    const auto at = std::find(selectors_.begin(), selectors_.end(), selector);
-    const auto owner = static_cast<uint32_t>(kAlone + 1 + (at - selectors_.begin()));
-    if (at == selectors_.end()) selectors_.push_back(selector);
-    return owner;
-  }
-
   Result Take(const Field &field, uint32_t base) {
     for (uint32_t i = 0; i < std::max(field.count, 1u); ++i) {
       const uint32_t at = base + field.ref.offset + i * field.stride;
@@ -64,17 +58,27 @@ class BitMap {
   Result TakeValue(const FieldRef &ref, uint32_t at) {
     const size_t first = size_t{at} * 8 + ref.shift;
     const size_t last = first + ref.Width();
-    if ((size_t{at} + ref.size) * 8 > owner_.size()) return Result::kOutside;
+    if ((size_t{at} + ref.size) * 8 > bits_) return Result::kOutside;
+    Grow(&taken_, last);
+    if (sharing_ != nullptr) Grow(sharing_, last);
     for (size_t bit = first; bit < last; ++bit) {
-      if (owner_[bit] != kNobody && (owner_[bit] != taking_ || taking_ == kAlone)) return Result::kTaken;
-      owner_[bit] = taking_;
+      if (taken_[bit] && (sharing_ == nullptr || !(*sharing_)[bit])) return Result::kTaken;
+      taken_[bit] = true;
+      if (sharing_ != nullptr) (*sharing_)[bit] = true;
     }
     return Result::kFree;
   }
 
-  std::vector<uint32_t> owner_;  // of each bit
-  std::vector<std::string> selectors_;
-  uint32_t taking_ = kAlone;
+  // Regions are large, and their fields seldom reach their end.
+  static void Grow(std::vector<bool> *bits, size_t size) {
+    if (bits->size() < size) bits->resize(size);
+  }
+
+  size_t bits_;  // of the record
+  std::vector<bool> taken_;
+  std::map<std::string, std::vector<bool>>
+      shared_;  // what those that may share have taken, by what they share
+  std::vector<bool> *sharing_ = nullptr;
 };
 
 }  // namespace
@@ -119,6 +123,31 @@ void LayoutReader::CheckProperties(const YamlNode &node, std::initializer_list<s
   }
 }
 
+std::string LayoutReader::Place(const YamlNode &node) const {
+  return tree_->file() + ":" + std::to_string(node.line);
+}
+
+// Names become parts of paths, command lines and answers.
+void LayoutReader::CheckName(const YamlNode &name, const std::string &where) const {
+  const auto isPart = [](char c) { return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_'; };
+  if (!name.text.empty() && name.text.size() <= kMaxLayoutName && std::ranges::all_of(name.text, isPart))
+    return;
+  Fail(name, where,
+       Quoted(name.text) + " is not a name (1 to " + std::to_string(kMaxLayoutName) +
+           " letters, digits and underlines)");
+}
+
+// Neither of a table's names may be another table's.
+void LayoutReader::CheckIsFree(const YamlNode &name, const TableLayout &table) const {
+  for (const TableLayout &other : layout_.tables_) {
+    if (other.place.empty()) continue;
+    if (other.shortName == table.shortName)
+      Fail(name, "", "stands at " + other.place + " already (rename one)");
+    if (other.spec.name == table.spec.name)
+      Fail(name, "name", table.spec.name + " is " + other.shortName + " already (rename one)");
+  }
+}
+
 uint32_t LayoutReader::ReadNumber(const YamlNode &node, std::string_view property, uint32_t least,
                                   uint32_t most) {
   const YamlNode *given = node.Get(property);
@@ -160,8 +189,10 @@ void LayoutReader::ReadTable(const YamlNode &name, const YamlNode &node) {
   CheckProperties(
       node, {"id", "name", "key_size", "record_size", "data_size", "search_offset", "capacity", "group_rules",
              "lookup", "part_of", "client_writable", "attached_size", "key", "fields"});
+  CheckName(name, "");
   TableLayout table;
   table.shortName = name.text;
+  table.place = Place(name);
   const uint32_t id = table.spec.id = ReadNumber(node, "id", 0, kTableCount - 1);
   if (lines_[id] != 0)
     Fail(name, "id", std::to_string(id) + " is " + layout_.tables_[id].shortName + " already");
@@ -171,7 +202,9 @@ void LayoutReader::ReadTable(const YamlNode &name, const YamlNode &node) {
   if (full == nullptr || !full->text.starts_with("CAP_TABLE_")) {
     Fail(full != nullptr ? *full : node, "name", "not a table's name (CAP_TABLE_...)");
   }
+  CheckName(*full, "name");
   table.spec.name = full->text;
+  CheckIsFree(name, table);
   table.spec.enabled = node.Get("record_size") != nullptr;
   if (table.spec.enabled) {
     ReadShape(node, &table.spec);
@@ -189,10 +222,11 @@ void LayoutReader::ReadTable(const YamlNode &name, const YamlNode &node) {
 void LayoutReader::ReadShape(const YamlNode &node, TableSpec *spec) {
   constexpr uint32_t kMost16 = std::numeric_limits<uint16_t>::max();
   constexpr uint32_t kMostEntries = 1u << 24;
-  spec->keySize = ReadNumber(node, "key_size", 4, 256);
+  spec->keySize = ReadNumber(node, "key_size", 4, tbm::kMaxKeySize);
   spec->recordSize = ReadNumber(node, "record_size", 1, kMost16);
   spec->capacity = ReadNumber(node, "capacity", 1, kMostEntries);
-  spec->dataSize = ReadNumberOr(spec->recordSize, node, "data_size", kMost16);
+  spec->dataSize = node.Get("data_size") == nullptr ? spec->recordSize
+                                                    : ReadNumber(node, "data_size", 1, spec->recordSize);
   spec->searchOffset = ReadNumberOr(0, node, "search_offset", spec->recordSize - 1);
   spec->groupRuleSpec = ReadNumberOr(0, node, "group_rules", kMostEntries);
   spec->lookup = ReadLookup(node);
@@ -252,9 +286,14 @@ void LayoutReader::CheckRecordWide(const FieldSet &fields, const FieldSet &key) 
 
 void LayoutReader::ReadRegion(const YamlNode &name, const YamlNode &node) {
   CheckProperties(node, {"size", "fields"});
+  CheckName(name, "");
+  if (layout_.regions_.size() == kMaxLayoutRegions)
+    Fail(name, "", "more than " + std::to_string(kMaxLayoutRegions) + " regions (leave some out)");
   RegionLayout region;
   region.spec.name = name.text;
-  if (layout_.FindRegion(name.text) != nullptr) Fail(name, "", "this region is given already (remove one)");
+  region.place = Place(name);
+  if (const RegionLayout *other = layout_.FindRegion(name.text); other != nullptr)
+    Fail(name, "", "stands at " + other->place + " already (remove one)");
   region.spec.size = ReadNumber(node, "size", 1, 1u << 24);
   region.fields = ReadFields(node.Get("fields"), "", region.spec.size);
   CheckRecordWide(region.fields, FieldSet());
@@ -269,6 +308,7 @@ FieldSet LayoutReader::ReadFields(const YamlNode *node, const std::string &where
   BitMap bits(size);
   for (size_t i = 0; i < node->items.size(); i += 2) {
     const YamlNode &name = *node->items[i];
+    CheckName(name, where + name.text.substr(0, kMaxLayoutName));
     if (name.text == "repeat" || name.text == "stale")
       Fail(name, where + name.text, "a word that scenarios keep (rename it)");
     Field field = ReadField(name.text, *node->items[i + 1], where);
@@ -346,7 +386,8 @@ void LayoutReader::ReadVariant(const YamlNode &node, Field *field) {
 void LayoutReader::JoinToOwner(TableLayout *table) {
   const TableLayout *owner = layout_.FindTable(table->partOf);
   const auto fail = [&](const std::string &what) {
-    throw HostError("layouts: " + table->shortName + ".part_of: " + Quoted(table->partOf) + " " + what);
+    throw HostError(table->place + ": " + table->shortName + ".part_of: " + Quoted(table->partOf) + " " +
+                    what);
   };
   if (owner == nullptr || owner->spec.dataSize == 0 || owner->spec.lookup != Lookup::kUnique)
     fail("is not a table with one entry a key");
@@ -371,12 +412,6 @@ Layout LayoutReader::Finish() {
   std::sort(layout_.byName_.begin(), layout_.byName_.end(), [this](uint32_t a, uint32_t b) {
     return layout_.tables_[a].shortName < layout_.tables_[b].shortName;
   });
-  for (size_t i = 1; i < layout_.byName_.size(); ++i) {
-    const TableLayout &table = layout_.tables_[layout_.byName_[i]];
-    if (table.shortName == layout_.tables_[layout_.byName_[i - 1]].shortName) {
-      throw HostError("layouts: two tables are called " + table.shortName + " (rename one)");
-    }
-  }
   for (TableLayout &table : layout_.tables_) {
     if (!table.partOf.empty()) JoinToOwner(&table);
   }
@@ -387,7 +422,39 @@ Layout LayoutReader::Finish() {
                       Quoted(reference.target) + " is not a table with one entry a key");
     }
   }
+  CheckArenaHoldsAll();
   return std::move(layout_);
+}
+
+// Whatever the arena does not hold has a place: the first table or region without which it would.
+void LayoutReader::CheckArenaHoldsAll() const {
+  const auto refusal = [](const ArenaPlan &plan) -> std::string {
+    try {
+      const PlanLayout tried(plan);
+    } catch (const HostError &error) {
+      return error.what();
+    }
+    return "";
+  };
+  const ArenaPlan whole = layout_.Plan("");
+  if (refusal(whole).empty()) return;
+  ArenaPlan part;
+  part.tables.resize(kTableCount);
+  for (uint32_t id = 0; id < kTableCount; ++id) part.tables[id].id = id;
+  for (const TableLayout &table : layout_.tables_) {
+    part.tables[table.spec.id] = table.spec;
+    const std::string why = refusal(part);
+    if (!why.empty())
+      throw HostError(table.place + ": " + table.shortName + ": " + why +
+                      " (make it smaller, or leave it out)");
+  }
+  for (const RegionLayout &region : layout_.regions_) {
+    part.regions.push_back(region.spec);
+    const std::string why = refusal(part);
+    if (!why.empty())
+      throw HostError(region.place + ": " + region.spec.name + ": " + why +
+                      " (make it smaller, or leave it out)");
+  }
 }
 
 }  // namespace qdt::host

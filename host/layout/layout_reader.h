@@ -39,6 +39,10 @@ class LayoutReader {
   bool ReadFlag(const YamlNode &node, std::string_view property);
   Lookup ReadLookup(const YamlNode &node);
   void CheckProperties(const YamlNode &node, std::initializer_list<std::string_view> known);
+  void CheckName(const YamlNode &name, const std::string &where) const;
+  void CheckIsFree(const YamlNode &name, const TableLayout &table) const;
+  void CheckArenaHoldsAll() const;
+  std::string Place(const YamlNode &node) const;
   void ReadShape(const YamlNode &node, TableSpec *spec);
   void CheckKey(const TableLayout &table);
   void CheckRecordWide(const FieldSet &fields, const FieldSet &key);

@@ -34,7 +34,7 @@ struct YamlNode {
 class YamlTree {
  public:
   static constexpr uint32_t kMaxDepth = 16;
-  static constexpr uint64_t kMaxNodes = 1000000;
+  static constexpr uint64_t kMaxNodes = 8'000'000;
 
   // Throws HostError "FILE:LINE: what is wrong (how to mend it)".
   YamlTree(std::string file, std::string_view text);

@@ -227,15 +227,35 @@ WideValue EntryTemplate::At(const Value &value, uint32_t i) const {
   return now;
 }
 
-void EntryTemplate::Write(uint32_t i, uint8_t *key, uint8_t *record) const {
-  CheckVariants(i);
+void EntryTemplate::Prepare(uint32_t count, uint32_t keySize, uint32_t recordSize) {
+  sharedKey_.assign(keySize, 0);
+  sharedRecord_.assign(recordSize, 0);
+  counters_.clear();
   for (const Value &value : values_) {
-    uint8_t *area = value.inKey ? key : record;
+    uint8_t *area = (value.inKey ? sharedKey_ : sharedRecord_).data();
     if (value.field.kind == FieldKind::kText) {
       value.field.SetText(area, value.text);
+    } else if (value.step == 0) {
+      value.field.Write(area, StoredValue(value.field, value.start));
     } else {
-      value.field.Write(area, StoredValue(value.field, At(value, i)));
+      // The first one fits, and so do all when the last one does.
+      counters_.push_back(
+          {&value, value.field.Fits(value.start + value.step * (count - 1)) && !IsTimeAgo(value.field.kind)});
     }
+  }
+  for (const UnboundReference &unbound : references_)
+    unbound.key->Prepare(count, unbound.reference.target->spec.keySize, 0);
+}
+
+void EntryTemplate::Write(uint32_t i, uint8_t *key, uint8_t *record) const {
+  if (!variants_.empty()) CheckVariants(i);
+  std::copy(sharedKey_.begin(), sharedKey_.end(), key);
+  std::copy(sharedRecord_.begin(), sharedRecord_.end(), record);
+  for (const Counter &counter : counters_) {
+    const Value &value = *counter.value;
+    const WideValue now =
+        counter.isPlain ? value.start + value.step * i : StoredValue(value.field, At(value, i));
+    value.field.Write(value.inKey ? key : record, now);
   }
 }
 

@@ -32,12 +32,17 @@ class EntryTemplate {
   // Reads the fields that `entry`, a mapping, gives. `key` is null for regions. Throws HostError.
   void Bind(const FieldSet &fields, const FieldSet *key, const YamlNode &entry);
 
-  // Writes repetition `i` into zeroed areas. Throws HostError when a value has counted past its field.
+  // To be called between Bind and Write: for `count` repetitions of so many bytes each.
+  void Prepare(uint32_t count, uint32_t keySize, uint32_t recordSize);
+
+  // Writes repetition `i` as a whole. Throws HostError when a value has counted past its field. `record` may
+  // be null when a record has no bytes.
   void Write(uint32_t i, uint8_t *key, uint8_t *record) const;
 
   // The references of repetition `i`.
   std::vector<Reference> References(uint32_t i) const;
-  bool HasReferences() const { return !references_.empty(); }
+  // Whether it has references or structures that are attached to it.
+  bool LeadsElsewhere() const { return !references_.empty() || !attached_.empty(); }
 
   // The structures that the record points to, where each of its repetitions has them.
   struct Attached {
@@ -69,6 +74,12 @@ class EntryTemplate {
     std::unique_ptr<EntryTemplate> key;  // fills the target's key
   };
 
+  // A value that differs from repetition to repetition.
+  struct Counter {
+    const Value *value;
+    bool isPlain;  // fits its field in each of them, which holds it as it is counted
+  };
+
   void BindRestOfKey(const FieldSet &key, const YamlNode &entry);
   void BindVariant(const Field &field, const YamlNode &node);
   void BindAttached(const Field &field, const YamlNode &node);
@@ -94,6 +105,9 @@ class EntryTemplate {
   bool counting_;
   bool hasRepeat_ = false;  // entries may say repeat, the keys of references may not
   std::vector<Value> values_;
+  // What all repetitions share, with zeros elsewhere, and what they do not.
+  std::vector<uint8_t> sharedKey_, sharedRecord_;
+  std::vector<Counter> counters_;
   std::vector<Variant> variants_;
   std::vector<UnboundReference> references_;
   std::vector<Attached> attached_;

@@ -1,6 +1,7 @@
 #include "host/scenario/scenario.h"
 
 #include <arpa/inet.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <array>
@@ -8,7 +9,7 @@
 #include <cstring>
 #include <deque>
 #include <filesystem>
-#include <system_error>
+#include <optional>
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
@@ -18,6 +19,7 @@
 #include "host/base/text_file.h"
 #include "host/layout/yaml_tree.h"
 #include "host/scenario/entry_template.h"
+#include "host/scenario/key_index.h"
 #include "host/scenario/nat_policy_section.h"
 #include "host/tbm/route_key.h"
 
@@ -28,6 +30,7 @@ class ScenarioReader {
   explicit ScenarioReader(const Layout &layout) : layout_(layout) { places_.fill(kNowhere); }
 
   Scenario Read(const std::string &file, std::string_view text) {
+    files_.insert(Identity(file));
     ReadFile(file, text);
     ResolveReferences();
     for (size_t i = 0; i < scenario_.tables_.size(); ++i) CheckOwners(scenario_.tables_[i], index_[i]);
@@ -43,9 +46,15 @@ class ScenarioReader {
 
   // What is known of a table's entries besides their bytes.
   struct Index {
-    const YamlTree *tree;                             // the file that they stand in
-    std::unordered_map<std::string, uint32_t> byKey;  // not for tables with several entries a key
-    std::vector<uint32_t> lines;
+    const YamlTree *tree;  // the file that they stand in
+    KeyIndex byKey;        // not for tables with several entries a key
+    // The first entry of each list element and the element's line.
+    std::vector<std::pair<uint32_t, uint32_t>> lines;
+
+    uint32_t LineOf(uint32_t entry) const {
+      const auto behind = std::ranges::upper_bound(lines, entry, {}, &std::pair<uint32_t, uint32_t>::first);
+      return std::prev(behind)->second;
+    }
   };
 
   struct Pending {
@@ -60,17 +69,18 @@ class ScenarioReader {
 
   // Each file is read once, so that neither circles nor files that include many others get out of hand.
   void ReadFile(const std::string &file, std::string_view text) {
-    files_.insert(Identity(file));
     const YamlTree *const outer = std::exchange(tree_, &trees_.emplace_back(file, text));
     const YamlNode &root = tree_->root();
     for (size_t i = 0; i < root.items.size(); i += 2) ReadSection(*root.items[i], *root.items[i + 1]);
     tree_ = outer;
   }
 
+  // What tells a file from another one, whatever way leads to it.
   static std::string Identity(const std::string &file) {
-    std::error_code none;  // a file that cannot be found is known by the name that was given
-    const std::filesystem::path found = std::filesystem::canonical(file, none);
-    return none ? file : found.string();
+    struct stat info {};
+    // A file that cannot be found is known by the name that was given.
+    if (stat(file.c_str(), &info) != 0) return file;
+    return std::to_string(info.st_dev) + ":" + std::to_string(info.st_ino);
   }
 
   void ReadSection(const YamlNode &name, const YamlNode &node) {
@@ -95,7 +105,7 @@ class ScenarioReader {
     for (const YamlNode *entry : node.items) {
       if (!entry->IsScalar() || entry->text.empty()) Fail(*entry, name.text, "not the name of a file");
       const std::string file = (std::filesystem::path(tree_->file()).parent_path() / entry->text).string();
-      if (files_.contains(Identity(file)))
+      if (!files_.insert(Identity(file)).second)
         Fail(*entry, name.text,
              Quoted(entry->text) + " is part of the scenario already (name each file once)");
       if (++depth_ > kMaxIncludeDepth) {
@@ -134,7 +144,7 @@ class ScenarioReader {
       Fail(name, name.text, "not a list of entries (write - {FIELD: VALUE, ...})");
     places_[table->spec.id] = static_cast<uint32_t>(scenario_.tables_.size());
     scenario_.tables_.emplace_back().layout = table;
-    index_.push_back({tree_, {}, {}});
+    index_.push_back({tree_, KeyIndex(table->spec.keySize), {}});
     for (const YamlNode *entry : node.items) ReadEntry(*table, *entry);
   }
 
@@ -152,14 +162,17 @@ class ScenarioReader {
     entry.Bind(table.fields, &table.key, node);
     planned.keys.resize(planned.keys.size() + size_t{count} * table.spec.keySize);
     planned.records.resize(planned.records.size() + size_t{count} * table.spec.StoredSize());
+    entry.Prepare(count, table.spec.keySize, table.spec.StoredSize());
+    index_.back().lines.emplace_back(first, node.line);
     for (uint32_t i = 0; i < count; ++i) {
       uint8_t *key = planned.keys.data() + size_t{first + i} * table.spec.keySize;
       entry.Write(i, key, planned.records.data() + size_t{first + i} * table.spec.StoredSize());
       CheckRoute(table, node, key);
-      Remember(table, node, key, first + i);
-      for (EntryTemplate::Reference &reference : entry.References(i)) {
+    }
+    if (table.spec.lookup != Lookup::kMany) CheckKeysAreNew(table, node, first, count);
+    for (uint32_t i = 0; i < count && entry.LeadsElsewhere(); ++i) {
+      for (EntryTemplate::Reference &reference : entry.References(i))
         pending_.push_back({places_[table.spec.id], first + i, std::move(reference)});
-      }
       for (const EntryTemplate::Attached &part : entry.attached()) {
         planned.references.push_back({first + i, part.pointer, table.spec.id, first + i, false, part.at});
       }
@@ -205,18 +218,17 @@ class ScenarioReader {
     return text;
   }
 
-  void Remember(const TableLayout &table, const YamlNode &node, const uint8_t *key, uint32_t entry) {
+  void CheckKeysAreNew(const TableLayout &table, const YamlNode &node, uint32_t first, uint32_t count) {
     Index &index = index_.back();
-    index.lines.push_back(node.line);
-    if (table.spec.lookup == Lookup::kMany) return;
-    const auto [at, isNew] =
-        index.byKey.emplace(std::string(reinterpret_cast<const char *>(key), table.spec.keySize), entry);
-    if (isNew) return;
+    const auto other = index.byKey.Add(scenario_.tables_.back().keys.data(), first, count);
+    if (other) FailForKey(table, node, index.LineOf(*other));
+  }
+
+  [[noreturn]] void FailForKey(const TableLayout &table, const YamlNode &node, uint32_t otherLine) const {
     std::string names;
     for (const Field &field : table.key.all()) names += (names.empty() ? "" : ", ") + field.name;
     Fail(node, table.shortName,
-         "the entry of line " + std::to_string(index.lines[at->second]) + " has the same key (change " +
-             names + ")");
+         "the entry of line " + std::to_string(otherLine) + " has the same key (change " + names + ")");
   }
 
   void ReadRegions(const YamlNode &name, const YamlNode &node) {
@@ -236,11 +248,11 @@ class ScenarioReader {
       Fail(node.IsNull() ? name : node, name.text, "not a mapping (write {FIELD: VALUE, ...})");
     EntryTemplate contents(*tree_, layout_, name.text, false);
     contents.Bind(region->fields, nullptr, node);
-    if (contents.HasReferences() || !contents.attached().empty())
-      Fail(node, name.text, "references are for tables (write an address)");
+    if (contents.LeadsElsewhere()) Fail(node, name.text, "references are for tables (write an address)");
     PlannedRegion &planned = scenario_.regions_.emplace_back();
     planned.layout = region;
     planned.bytes.resize(region->spec.size);
+    contents.Prepare(1, 0, region->spec.size);
     contents.Write(0, nullptr, planned.bytes.data());
   }
 
@@ -249,24 +261,27 @@ class ScenarioReader {
       const EntryTemplate::Reference &reference = pending.reference;
       PlannedTable &planned = scenario_.tables_[pending.place];
       const uint32_t place = places_[reference.target->spec.id];
-      uint32_t target = kNowhere;
-      if (place != kNowhere) {
-        const auto found = index_[place].byKey.find(reference.key);
-        if (found != index_[place].byKey.end()) target = found->second;
-      }
-      if (target == kNowhere) {
+      const std::optional<uint32_t> target =
+          FindEntry(place, reinterpret_cast<const uint8_t *>(reference.key.data()));
+      if (!target) {
         index_[pending.place].tree->Fail(
             reference.node->line, planned.layout->shortName + "." + reference.path + ": " +
                                       reference.target->shortName + " has no entry " + reference.wanted +
                                       " (add it, or write 0)");
       }
       planned.references.push_back(
-          {pending.entry, reference.field, reference.target->spec.id, target, reference.stale, 0});
+          {pending.entry, reference.field, reference.target->spec.id, *target, reference.stale, 0});
     }
     for (PlannedTable &planned : scenario_.tables_) {
       std::stable_sort(planned.references.begin(), planned.references.end(),
                        [](const auto &a, const auto &b) { return a.entry < b.entry; });
     }
+  }
+
+  // The entry of the table that the scenario has at `place`, if it has the table and the entry.
+  std::optional<uint32_t> FindEntry(uint32_t place, const uint8_t *key) const {
+    if (place == kNowhere) return std::nullopt;
+    return index_[place].byKey.Find(scenario_.tables_[place].keys.data(), key);
   }
 
   // Entries that are part of others need those.
@@ -277,13 +292,12 @@ class ScenarioReader {
     const uint32_t place = places_[owner.spec.id];
     for (uint32_t i = 0; i < planned.count(); ++i) {
       const uint8_t *key = planned.key(i).data();
-      const std::string wanted(reinterpret_cast<const char *>(key), owner.spec.keySize);
-      if (place != kNowhere && index_[place].byKey.contains(wanted)) continue;
+      if (FindEntry(place, key)) continue;
       std::string shown;
       for (const Field &field : owner.key.all()) {
         shown += (shown.empty() ? "{" : ", ") + field.name + ": " + ValueText(field.ref, field.ref.Read(key));
       }
-      index.tree->Fail(index.lines[i],
+      index.tree->Fail(index.LineOf(i),
                        table.shortName + ": " + owner.shortName + " has no entry " + shown + "} (add it)");
     }
   }
@@ -291,7 +305,7 @@ class ScenarioReader {
   const Layout &layout_;
   std::deque<YamlTree> trees_;                             // the files, which errors may still have to name
   const YamlTree *tree_ = nullptr;                         // the file being read
-  std::unordered_set<std::string> files_;                  // by their real paths
+  std::unordered_set<std::string> files_;                  // by their identities
   int depth_ = 0;                                          // of the file that is being read
   std::unordered_map<std::string, std::string> sections_;  // FILE:LINE of each
   Scenario scenario_;

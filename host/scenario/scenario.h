@@ -54,7 +54,7 @@ struct PlannedRegion {
 class Scenario {
  public:
   // A file above this size is refused before it is read.
-  static constexpr uint64_t kMaxFileSize = 16u << 20;
+  static constexpr uint64_t kMaxFileSize = 128u << 20;
 
   // Reads the file at `path`. Throws HostError with one line "FILE:LINE: TABLE.FIELD: what is wrong (how to
   // mend it)". `layout` must outlive the scenario.

@@ -26,6 +26,7 @@ class ScenarioFiller {
     for (const PlannedTable &table : tables_) {
       for (const PlannedReference &reference : table.references) {
         if (reference.stale) InsertPlaceholder(reference);
+        hasAddresses_[table.layout->spec.id] = hasAddresses_[reference.table] = true;
       }
     }
     for (const PlannedTable &table : tables_) InsertEntries(table);
@@ -77,12 +78,16 @@ class ScenarioFiller {
     }
   }
 
+  // Addresses are kept of tables that references begin or end in.
   void InsertEntries(const PlannedTable &table) {
-    std::vector<void *> &addresses = addresses_[table.layout->spec.id];
-    addresses.resize(table.count());
-    for (uint32_t i = 0; i < table.count(); ++i) {
-      Check(*table.layout, writer_.Insert(table.layout->spec.id, table.key(i).data(), table.record(i).data(),
-                                          &addresses[i]));
+    const TableSpec &spec = table.layout->spec;
+    const bool isKept = hasAddresses_[spec.id];
+    std::vector<void *> &addresses = addresses_[spec.id];
+    const uint32_t count = table.count();
+    if (isKept) addresses.resize(count);
+    for (uint32_t i = 0; i < count; ++i) {
+      Check(*table.layout, writer_.Insert(spec.id, table.key(i).data(), table.record(i).data(),
+                                          isKept ? &addresses[i] : nullptr));
     }
   }
 
@@ -115,6 +120,7 @@ class ScenarioFiller {
   const std::vector<PlannedTable> &tables_;
   TableWriter &writer_;
   std::array<uint32_t, kTableCount> places_{};
+  std::array<bool, kTableCount> hasAddresses_{};
   std::array<std::vector<void *>, kTableCount> addresses_;
   std::array<std::set<std::string>, kTableCount> takenKeys_;
   std::map<Target, void *> placeholders_;

@@ -2,11 +2,14 @@
 
 #include <poll.h>
 #include <sys/socket.h>
+#include <syslog.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <utility>
+
+#include "host/wire/make_room.h"
 
 namespace qdt::host {
 namespace {
@@ -15,6 +18,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr size_t kReadPiece = 64 << 10;
 constexpr auto kAcceptPause = std::chrono::milliseconds(100);
+constexpr char kMadeRoom[] = "the engine has too many clients and closed this idle connection; connect again";
 
 // Sends what it can of `bytes` from `at` on, with the file `fd` (or -1) beside its first byte.
 ssize_t SendPiece(int socket, const std::string &bytes, size_t at, int fd) {
@@ -35,10 +39,18 @@ ssize_t SendPiece(int socket, const std::string &bytes, size_t at, int fd) {
   return sendmsg(socket, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
 }
 
+uid_t UserOf(int socket) {
+  ucred peer{};
+  socklen_t size = sizeof peer;
+  getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size);
+  return peer.uid;
+}
+
 }  // namespace
 
 struct Server::Connection {
   UniqueFd socket;
+  uid_t user = 0;
   FrameReader in;
   std::string out;  // the one reply that is on its way
   size_t sent = 0;
@@ -47,12 +59,23 @@ struct Server::Connection {
   bool finished = false;  // the peer sends nothing more
   bool dead = false;
   bool waiting = false;  // another request may be complete already
-  // When the client was last seen to move on: it began a request, or took a piece of its reply.
+  bool asked = false;    // a whole request has come
+  // When the client was last seen to move on: it came, began another request, was given a reply or had taken
+  // it.
   Clock::time_point moved = Clock::now();
 
   bool Sending() const { return sent < out.size(); }
   bool Resting() const { return !Sending() && in.Empty(); }
   bool Runnable() const { return waiting && !Sending(); }
+  // Only who has been answered may rest.
+  bool Owes() const { return !asked || !Resting(); }
+  Occupant AsOccupant() const {
+    const Doing doing = Runnable()  ? Doing::kAsking
+                        : Sending() ? Doing::kTaking
+                        : asked     ? Doing::kResting
+                                    : Doing::kSilent;
+    return {user, doing, moved};
+  }
   short Events() const { return Sending() ? POLLOUT : waiting ? 0 : POLLIN; }
 };
 
@@ -62,7 +85,14 @@ Server::Server(int listener, EngineChannel run, ServerLimits limits)
 Server::~Server() = default;
 
 void Server::AddTick(std::chrono::milliseconds period, std::function<void()> work) {
-  ticks_.push_back({period, std::move(work), Clock::now() + period});
+  AddSteps(period, [work = std::move(work)] {
+    work();
+    return false;
+  });
+}
+
+void Server::AddSteps(std::chrono::milliseconds period, std::function<bool()> step) {
+  ticks_.push_back({period, std::move(step), Clock::now() + period});
 }
 
 void Server::AddWatch(int fd, std::function<void()> work) { watches_.push_back({fd, std::move(work)}); }
@@ -100,9 +130,12 @@ void Server::Accept() {
     }
     return;
   }
+  const uid_t user = UserOf(socket.get());
+  const bool refused = clients_.size() >= limits_.clients && !MakeRoom(user);
   Connection &client = clients_.emplace_back();
   client.socket = std::move(socket);
-  if (clients_.size() > limits_.clients) {
+  client.user = user;
+  if (refused) {
     client.closing = true;
     Reply(&client,
           {kReplyRefused, "the engine serves " + std::to_string(limits_.clients) + " clients already", {}});
@@ -110,11 +143,26 @@ void Server::Accept() {
   }
 }
 
+bool Server::MakeRoom(uid_t user) {
+  if (!std::exchange(clientsSaid_, true)) {
+    syslog(LOG_ERR, "the limit clients is reached: %zu connections; from now on idle ones make room\n",
+           limits_.clients);
+  }
+  std::vector<Occupant> occupants;
+  for (const Connection &client : clients_) occupants.push_back(client.AsOccupant());
+  const std::optional<size_t> leaves = WhoMakesRoom(occupants, user);
+  if (!leaves) return false;
+  const auto client = std::next(clients_.begin(), static_cast<std::ptrdiff_t>(*leaves));
+  if (!client->Sending()) Reply(&*client, {kReplyRefused, kMadeRoom, {}});
+  clients_.erase(client);
+  return true;
+}
+
 void Server::Read(Connection *client) {
   static char piece[kReadPiece];
   const ssize_t count = recv(client->socket.get(), piece, sizeof piece, MSG_DONTWAIT);
   if (count > 0) {
-    if (client->in.Empty()) client->moved = Clock::now();
+    if (client->asked && client->in.Empty()) client->moved = Clock::now();
     client->in.Append(piece, count);
     client->waiting = true;
   } else if (count == 0) {
@@ -139,6 +187,7 @@ void Server::Advance(Connection *client) {
   }
   switch (client->in.Next(&request)) {
     case FrameReader::State::kFrame:
+      client->asked = true;
       Reply(client, RunOne(request));
       break;
     case FrameReader::State::kTooLong:
@@ -178,8 +227,8 @@ void Server::Flush(Connection *client) {
   }
   client->sent += count;
   client->handover = UniqueFd();
-  client->moved = Clock::now();
   if (!client->Sending()) {
+    client->moved = Clock::now();
     std::string().swap(client->out);
     client->sent = 0;
   }
@@ -189,10 +238,13 @@ int Server::PollTimeout() const {
   auto wake = Clock::time_point::max();
   const auto now = Clock::now();
   if (now < acceptAgain_) wake = acceptAgain_;
-  for (const Tick &tick : ticks_) wake = std::min(wake, tick.due);
+  for (const Tick &tick : ticks_) {
+    if (tick.more) return 0;
+    wake = std::min(wake, tick.due);
+  }
   for (const Connection &client : clients_) {
     if (client.Runnable()) return 0;
-    if (!client.Resting()) wake = std::min(wake, client.moved + limits_.patience);
+    if (client.Owes()) wake = std::min(wake, client.moved + limits_.patience);
   }
   if (wake == Clock::time_point::max()) return -1;
   return static_cast<int>(
@@ -202,17 +254,25 @@ int Server::PollTimeout() const {
 void Server::RunTicks() {
   for (Tick &tick : ticks_) {
     const auto now = Clock::now();
-    if (now < tick.due) continue;
-    tick.due += tick.period;
+    if (now < tick.due && !tick.more) continue;
+    if (now >= tick.due) tick.due += tick.period;
     if (tick.due <= now) tick.due = now + tick.period;
-    tick.work();
+    tick.more = tick.step();
   }
 }
 
 void Server::DropStalled() {
   const auto limit = Clock::now() - limits_.patience;
-  clients_.remove_if(
-      [&](const Connection &client) { return client.dead || (!client.Resting() && client.moved <= limit); });
+  clients_.remove_if([&](const Connection &client) {
+    if (client.dead) return true;
+    if (!client.Owes() || client.moved > limit) return false;
+    if (!std::exchange(patienceSaid_, true)) {
+      syslog(LOG_ERR, "the limit patience is reached: user %u has not %s for %lld ms and is cut off\n",
+             client.user, client.Sending() ? "taken a reply" : "sent a whole request",
+             static_cast<long long>(limits_.patience.count()));
+    }
+    return true;
+  });
 }
 
 }  // namespace qdt::host

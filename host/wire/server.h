@@ -1,6 +1,8 @@
 #ifndef HOST_WIRE_SERVER_H_
 #define HOST_WIRE_SERVER_H_
 
+#include <sys/types.h>
+
 #include <chrono>
 #include <cstddef>
 #include <functional>
@@ -12,10 +14,13 @@
 
 namespace qdt::host {
 
+// What the server bears. Each limit is said once in the system log, by its name here, when it is first met.
 struct ServerLimits {
+  // Connections at a time. At this number the least busy one of the user who holds most makes room for a new
+  // one (WhoMakesRoom); only when that user's own requests fill all places is one more refused.
   size_t clients = 128;
-  // A client that leaves a request half sent or a reply unread for this long is dropped. One that rests
-  // between two requests may stay for ever.
+  // A client that asks nothing for this long, or has not sent a request as a whole or not taken a reply as a
+  // whole so long after it was begun, is dropped. One that rests between two requests may stay.
   std::chrono::milliseconds patience{30'000};
 };
 
@@ -35,6 +40,10 @@ class Server {
   // keep pace looks at a clock. `work` is short (clients wait meanwhile) and does not throw.
   void AddTick(std::chrono::milliseconds period, std::function<void()> work);
 
+  // The same for work that is too long to be done at once: each call does a piece of it and returns whether
+  // more is left. What is left is done piece by piece, with a look at the clients after each.
+  void AddSteps(std::chrono::milliseconds period, std::function<bool()> step);
+
   // Has Serve call `work` whenever `fd`, which outlives the server, is readable or has failed, between two
   // requests. `work` takes away what made it so, is short and does not throw.
   void AddWatch(int fd, std::function<void()> work);
@@ -50,11 +59,14 @@ class Server {
   };
   struct Tick {
     std::chrono::milliseconds period;
-    std::function<void()> work;
+    std::function<bool()> step;
     std::chrono::steady_clock::time_point due;
+    bool more = false;
   };
 
   void Accept();
+  // Room for a connection of `user`; false when there is none.
+  bool MakeRoom(uid_t user);
   void Read(Connection *client);
   // Runs the client's next request if it is complete and the last reply is out.
   void Advance(Connection *client);
@@ -72,7 +84,8 @@ class Server {
   std::vector<Watch> watches_;
   std::vector<Tick> ticks_;
   std::chrono::steady_clock::time_point
-      acceptAgain_{};  // not before, when the process had no descriptor left
+      acceptAgain_{};                                // not before, when the process had no descriptor left
+  bool clientsSaid_ = false, patienceSaid_ = false;  // in the system log
 };
 
 }  // namespace qdt::host

@@ -3,6 +3,7 @@
 import os
 import re
 import resource
+import shutil
 import subprocess
 
 import pytest
@@ -170,3 +171,16 @@ def test_snapshot_past_the_file_size_limit(engine, directory):
     limit = lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (65536, 65536))
     engine.cli("snapshot", copy, preexec_fn=limit).failed(f"cannot write {copy}: File too large")
     assert list(directory.iterdir()) == []
+
+
+@pytest.mark.skipif(shutil.which("strace") is None, reason="takes strace")
+def test_one_key_takes_few_system_calls(engine, tmp_path):
+    if ", static," not in nqecli("--version").out:
+        pytest.skip("the dynamic loader has calls of its own")
+    trace = tmp_path / "trace"
+    done = subprocess.run(["strace", "-f", "-o", trace, BIN / "nqecli", "--arena", engine.arena, "show",
+                           "ctrlif_map_fwdif", "1001"], capture_output=True, text=True, timeout=PATIENCE)
+    if done.returncode != 0:
+        pytest.skip("processes may not be traced here: " + done.stderr)
+    calls = [line for line in trace.read_text().splitlines() if "(" in line and "exit_group" not in line]
+    assert len(calls) <= 20, "\n".join(calls)

@@ -174,6 +174,10 @@ def test_bad_scenario_leaves_the_dead_engines_arena(place):
     (["scenario.yaml"], '"scenario.yaml"'),
     (["--scenario", "/nowhere/x.yaml", "--arena", "/tmp/nqe-never"], "/nowhere/x.yaml"),
     (["--scenario", "/dev/null"], "/dev/null"),
+    (["--clients", "0"], '--clients "0" is not a number from 1 to 512'),
+    (["--clients", "513"], '--clients "513" is not a number from 1 to 512'),
+    (["--patience", "0"], '--patience "0" is not a number from 1 to 86400'),
+    (["--patience", "86401"], '--patience "86401" is not a number from 1 to 86400'),
 ])
 def test_bad_usage(words, part):
     nqed(*words).failed(part, tool="nqed")
@@ -431,13 +435,21 @@ def test_slow_reader_holds_up_nobody(engine):
         assert slow.reply() == first
 
 
-def test_too_many_clients(engine):
-    clients = [engine.client() for _ in range(128)]
-    assert clients[-1].ask("status")[0] == 0
-    assert engine.client().reply() == (-1, "the engine serves 128 clients already")
-    clients.pop().close()
-    wait_until(lambda: engine.client().ask("help")[0] == 0, "a place is free again")
-    assert clients[0].ask("status")[0] == 0
+def test_silent_clients_lock_nobody_out(engine):
+    asked = engine.client()
+    assert asked.ask("status")[0] == 0
+    silent = [engine.client() for _ in range(127)]
+    assert engine.cli("engine", "status").code == 0
+    assert silent[0].reply() == (-1, "the engine has too many clients and closed this idle connection; connect again")
+    assert asked.ask("status")[0] == 0
+    assert silent[-1].ask("status")[0] == 0
+
+
+def test_patience_with_clients(place):
+    place.start("--clients", "2", "--patience", "1")
+    silent = place.client()
+    assert silent.socket.recv(1) == b""  # closed, and nothing was said
+    place.stop()
 
 
 def test_clients_killed_in_mid_request(engine):

@@ -2,6 +2,7 @@
 #include <time.h>
 
 #include <atomic>
+#include <vector>
 
 #include "host/engine/engine.h"
 #include "host/engine/scenario_filler.h"
@@ -99,6 +100,65 @@ TEST_F(AgingTest, RefreshedSessionsStay) {
   Layout::BuiltIn().Table(kFlowPartitionTable).At("refreshed").Set(Session(1), start_ + 105);
   aging.Run(start_ + 110);
   EXPECT_EQ(Left(), (std::vector<uint32_t>{1, 2, 3, 5}));
+}
+
+// Sessions that leave together are taken out in slices, between which the engine does other things.
+TEST(AgingSliceTest, AFullTableLeavesInSlices) {
+  constexpr uint32_t kSessions = 65536;
+  const TempDir directory;
+  ScenarioFiller filler{"test", Scenario::FromText("test", R"(
+session: [{repeat: 65536, index: {from: 0, step: 1}, valid: 1, aging_time: 7}]
+server_map:
+  - {type: 2, source: 0.0.0.0, source_port: 0, destination: 192.0.2.1, destination_port: 1, vrf: 0, protocol: 6,
+     aging_time: 7}
+)",
+                                                   Layout::BuiltIn())};
+  Engine engine({directory.File("arena"), directory.File("socket")}, Layout::BuiltIn(), &filler);
+  TableWriter writer(const_cast<Arena *>(&engine.arena()));
+  Aging aging(Layout::BuiltIn(), &writer);
+  const auto sessions = [] {
+    uint32_t count = 0;
+    EXPECT_EQ(TbmTblEntryNum(0, kFlowPartitionTable, &count), 0);
+    return count;
+  };
+  timespec now = {};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  const uint64_t later = static_cast<uint64_t>(now.tv_sec) + 100;
+  uint32_t steps = 1;
+  uint32_t left = sessions();
+  ASSERT_EQ(left, kSessions);
+  while (aging.Step(later)) {
+    ++steps;
+    EXPECT_LE(left - sessions(), 1024u);
+    left = sessions();
+    // One that comes back where the sweep has been stays for now.
+    if (steps == 20) {
+      std::vector<uint8_t> record(Layout::BuiltIn().Table(kFlowPartitionTable).spec.StoredSize());
+      const uint32_t key = 0;
+      ASSERT_EQ(writer.Insert(kFlowPartitionTable, &key, record.data(), nullptr), 0);
+      ++left;
+    }
+  }
+  EXPECT_EQ(sessions(), 1u);
+  EXPECT_GE(steps, kSessions / 1024);
+  EXPECT_LE(steps, kSessions / 1024 + 10);
+  EXPECT_EQ(aging.Run(later), 0u);
+  uint32_t maps = 0;
+  EXPECT_EQ(TbmHashMapEntryNum(g_tbmGlobalInfo->serverMaps, &maps), 0);
+  EXPECT_EQ(maps, 0u);
+}
+
+TEST(AgingSliceTest, ASweepIsSlicedAsWellWhenNothingLeaves) {
+  const TempDir directory;
+  ScenarioFiller filler{"test", Scenario::FromText("test", R"(
+session: [{repeat: 65536, index: {from: 0, step: 1}, valid: 1, aging_time: 65535}]
+)",
+                                                   Layout::BuiltIn())};
+  Engine engine({directory.File("arena"), directory.File("socket")}, Layout::BuiltIn(), &filler);
+  uint32_t steps = 1;
+  while (engine.AgeStep()) ++steps;
+  EXPECT_GE(steps, 8u);
+  EXPECT_EQ(CountEntries().entries, 65536u);
 }
 
 TEST_F(AgingTest, OtherTablesDoNotAge) {

@@ -86,5 +86,62 @@ nat_policy: [{name: rule_two, action: no-nat}]
   EXPECT_EQ(CountEntries().entries, 1u);
 }
 
+// A large scenario takes as much memory again as the tables that it fills.
+TEST_F(FillerTest, AScenarioIsFreedWhenItHasFilled) {
+  ScenarioFiller filler("two.yaml", Scenario::FromText("two.yaml", R"(
+ctrlif_map_fwdif: [{ctrl_if_index: 8, fwd_if_index: 9}]
+)",
+                                                       Layout::BuiltIn()));
+  const EngineOptions first{directory_.File("arena"), directory_.File("socket"), 2};
+  const EngineOptions second{directory_.File("other"), directory_.File("socket2"), 2};
+  {
+    Engine engine(first, Layout::BuiltIn(), &filler);
+    EXPECT_EQ(CountEntries().entries, 1u);
+  }
+  Engine engine(second, Layout::BuiltIn(), &filler);
+  EXPECT_EQ(CountEntries().entries, 0u);
+}
+
+// What an engine cannot work with is refused by the line where it stands.
+TEST_F(FillerTest, LayoutsThatTheEngineCannotUseAreRefused) {
+  const auto errorOf = [&](const std::vector<LayoutText> &files) -> std::string {
+    const Layout layout = Layout::FromTexts(files);
+    try {
+      Engine engine({directory_.File("arena"), directory_.File("socket"), 2}, layout, &filler_);
+    } catch (const HostError &error) {
+      return error.what();
+    }
+    return "no error";
+  };
+  std::vector<LayoutText> files = EmbeddedLayouts();
+  files.push_back({"own.yaml", "regions:\n  NQE_RUNC_STAT: {size: 8}\n"});
+  EXPECT_EQ(errorOf(files),
+            "own.yaml:2: NQE_RUNC_STAT: the engine has a region of this name itself (rename it)");
+
+  std::string tables = "tables:\n";
+  for (uint32_t id = 0; id < kTableCount; ++id) {
+    const std::string number = std::to_string(id);
+    tables += "  t" + number + ": {id: " + number + ", name: CAP_TABLE_T" + number + "}\n";
+  }
+  const auto packetsError = [&](const std::string &packets) {
+    const std::string text =
+        "regions:\n  IP_REASS_CTX_PTR: {size: 200, fields: {packets: " + packets + "}}\n";
+    return errorOf({{"tables.yaml", tables}, {"own.yaml", text}});
+  };
+  EXPECT_EQ(packetsError("{at: 40, count: 5, stride: 32, fields: {waited: 0 u32}}"), "no error");
+  for (const char *packets : {"0 u8", "{at: 40, fields: {waited: 0 u32}}",
+                              "{at: 39, count: 5, stride: 32, fields: {waited: 0 u32}}",
+                              "{at: 44, count: 4, stride: 32, fields: {waited: 0 u32}}",
+                              "{at: 40, count: 5, stride: 31, fields: {waited: 0 u32}}",
+                              "{at: 40, count: 4, stride: 36, fields: {waited: 0 u32}}",
+                              "{at: 40, count: 5, stride: 32, fields: {came: 0 u32}}"}) {
+    EXPECT_EQ(packetsError(packets),
+              "own.yaml:2: IP_REASS_CTX_PTR.packets: the engine cannot link them (write an array at a "
+              "multiple of 8 "
+              "bytes from 40 on, of packets of 32 bytes or a greater multiple of 8, with the field waited)")
+        << packets;
+  }
+}
+
 }  // namespace
 }  // namespace qdt::host

@@ -220,7 +220,7 @@ INSTANTIATE_TEST_SUITE_P(
         Wrong{"tables:\n  t: {id: 0, name: CAP_TABLE_T}\n  t: {id: 0, name: CAP_TABLE_T}",
               "a.yaml:3: \"t\" stands twice in one mapping (remove one)"},
         Wrong{"tables:\n  filler_7: {id: 0, name: CAP_TABLE_T}",
-              "layouts: two tables are called filler_7 (rename one)"},
+              "filler.yaml:8: filler_7: stands at a.yaml:2 already (rename one)"},
         Wrong{"regions: {}", "layouts: table 0 is missing (give all 109 ids)"},
         Wrong{"regions:\n  R: {size: 0}", "a.yaml:2: R.size: not a number from 1 to 16777216"},
         Wrong{"regions:\n  R:\n    size: 8\n    fields:\n      a: 0 u32\n      b: 3 u8",

@@ -2,7 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
 #include "host/base/host_error.h"
+#include "host/library/entry_points.h"
 #include "tools/nqecli/query.h"
 
 namespace qdt::nqecli {
@@ -10,23 +17,22 @@ namespace {
 
 using host::HostError;
 
-constexpr char kUsage[] =
-    "diag clear cpcar status\n"
-    " 0. fwdif                    diag search nqpTable 0 0 ctrl-if-Index 0 0\n"
-    " 3. fib                      diag search nqpTable 3 dip prefix vpn 0\n"
-    "10. global                   diag search nqpTable 10 0 0 0 0\n"
-    "11. acl_group                diag search nqpTable 11 0 groupType groupId 0\n"
-    "                             diag search nqpTable 11 all|num(eg:num5) 0 0 0\n"
-    "23. ssw_macinfo              diag search nqpTable 23 mac br-id vlan-id 0\n"
-    "                             diag search nqpTable 23 all|num(eg:num5) 0 0 0\n"
-    "37. timer_stat               diag search nqpTable 37 0 key 0 0\n"
-    "                             diag search nqpTable 23 all|num(eg:num5) 0 0 0\n"
-    "35. cpcar_pro                diag search nqpTable 35 0 pro_type_id wireless 0\n"
-    "                             diag search nqpTable 35 pro_type_name 0 wireless 0\n"
-    "50. session                  diag search nqpTable 50 sip:dip srcPort dstPort protocol\n"
-    "                             diag search nqpTable 50 sip|dip(sip:xxx | dip:xxx) 0 0 0\n"
-    "74. port_inst_state          diag search nqpTable 74 0 0 inst-id ctrl-if-index\n"
-    "86. sac_usf_stat             diag search nqpTable 86 0 mac 0 0\n";
+constexpr TableLine kLines[] = {
+    {0, "fwdif", "0 ctrl-if-Index 0 0"},
+    {3, "fib", "dip prefix vpn 0"},
+    {10, "global", "0 0 0 0"},
+    {11, "acl_group", "0 groupType groupId 0"},
+    {11, "acl_group", "all|num(eg:num5) 0 0 0"},
+    {23, "ssw_macinfo", "mac br-id vlan-id 0"},
+    {23, "ssw_macinfo", "all|num(eg:num5) 0 0 0"},
+    {35, "cpcar_pro", "0 pro_type_id wireless 0"},
+    {35, "cpcar_pro", "pro_type_name 0 wireless 0"},
+    {37, "timer_stat", "0 key 0 0"},
+    {50, "session", "sip:dip srcPort dstPort protocol"},
+    {50, "session", "sip|dip(sip:xxx | dip:xxx) 0 0 0"},
+    {74, "port_inst_state", "0 0 inst-id ctrl-if-index"},
+    {86, "sac_usf_stat", "0 mac 0 0"},
+};
 
 class CatalogTest : public testing::Test {
  protected:
@@ -44,62 +50,90 @@ class CatalogTest : public testing::Test {
     return text;
   }
 
-  const Catalog catalog_ = Catalog::FromUsage(kUsage);
+  const Catalog catalog_{kLines};
 };
 
-TEST_F(CatalogTest, ReadsTheUsageList) {
-  ASSERT_EQ(catalog_.tables().size(), 10u);
-  const TableInfo &group = *catalog_.Find("acl_group");
+// What the library prints, line by line: "11. acl_group    diag search nqpTable 11 0 groupType groupId 0". A
+// line without a name, or one whose keys begin with another table's id, belongs to the table of that id; the
+// same line counts once.
+std::vector<std::string> LibraryLines() {
+  const host::EntryPoint *diag = host::FindEntryPoint("diag");
+  char word[] = "diag";
+  char *const words[] = {word, nullptr};
+  std::istringstream usage(std::string(host::RunEntryPoint(*diag, std::span(words, 1)).text));
+  constexpr std::string_view kQuery = " diag search nqpTable ";
+  std::map<int, std::string> names;
+  std::map<int, std::vector<std::string>> keys;
+  for (std::string line; std::getline(usage, line);) {
+    const size_t query = line.find(kQuery);
+    if (query == line.npos) continue;
+    std::istringstream head(line.substr(0, query)), tail(line.substr(query + kQuery.size()));
+    int id = -1;
+    tail >> id;
+    std::string number, name, form;
+    if (head >> number >> name) names.emplace(id, name);
+    std::getline(tail >> std::ws, form);
+    auto &known = keys[id];
+    if (std::ranges::find(known, form) == known.end()) known.push_back(form);
+  }
+  std::vector<std::string> lines;
+  for (const auto &[id, forms] : keys) {
+    for (const std::string &form : forms) lines.push_back(std::to_string(id) + " " + names[id] + " " + form);
+  }
+  return lines;
+}
+
+TEST(TableLinesTest, AreThoseThatTheLibraryPrints) {
+  std::vector<std::string> lines;
+  for (const TableLine &line : TableLines()) {
+    lines.push_back(std::to_string(line.id) + " " + std::string(line.name) + " " + std::string(line.keys));
+  }
+  EXPECT_EQ(lines, LibraryLines());
+  EXPECT_EQ(lines.size(), 99u);
+}
+
+TEST_F(CatalogTest, ATableHasItsLinesInTheirOrder) {
+  const TableInfo group = *catalog_.Find("acl_group");
   EXPECT_EQ(group.id, 11u);
   ASSERT_EQ(group.syntax.size(), 2u);
   EXPECT_EQ(group.syntax[0].text, "0 groupType groupId 0");
   EXPECT_EQ(group.syntax[1].text, "all|num(eg:num5) 0 0 0");
-  EXPECT_EQ(group.syntax[1].slots, (std::array<std::string, 4>{"all|num(eg:num5)", "0", "0", "0"}));
+  EXPECT_EQ(group.syntax[1].slots, (std::array<std::string_view, 4>{"all|num(eg:num5)", "0", "0", "0"}));
+  EXPECT_EQ(catalog_.Find("37")->syntax.size(), 1u);
 }
 
-TEST_F(CatalogTest, ALineBelongsToTheTableOfItsKeysAndCountsOnce) {
-  ASSERT_EQ(catalog_.Find("23")->syntax.size(), 2u);
-  EXPECT_EQ(catalog_.Find("23")->syntax[1].text, "all|num(eg:num5) 0 0 0");
-  EXPECT_EQ(catalog_.Find("37")->syntax.size(), 1u);
-  // Also when it is the table's first line.
-  EXPECT_EQ(Catalog::FromUsage("7. a diag search nqpTable 7 0 0 0 0\n  diag search nqpTable 8 x 0 0 0\n"
-                               "8. b diag search nqpTable 8 0 y 0 0\n")
-                .Find("b")
-                ->syntax.size(),
-            2u);
-  // Tables come by id, whatever the order of the lines.
-  EXPECT_EQ(catalog_.tables()[5].name, "cpcar_pro");
-  EXPECT_EQ(catalog_.tables()[6].name, "timer_stat");
+TEST_F(CatalogTest, ListsTheTablesById) {
+  const std::vector<TableInfo> tables = catalog_.Tables();
+  ASSERT_EQ(tables.size(), 10u);
+  EXPECT_EQ(tables[0].name, "fwdif");
+  EXPECT_EQ(tables[3].name, "acl_group");
+  EXPECT_EQ(tables[3].syntax.size(), 2u);
+  EXPECT_EQ(tables[5].name, "cpcar_pro");
+  EXPECT_EQ(tables[9].id, 86u);
 }
 
 TEST_F(CatalogTest, AnExampleWithBlanksIsOneSlot) {
   EXPECT_EQ(catalog_.Find("session")->syntax[1].slots,
-            (std::array<std::string, 4>{"sip|dip(sip:xxx | dip:xxx)", "0", "0", "0"}));
-}
-
-TEST_F(CatalogTest, PassesOverOtherText) {
-  EXPECT_TRUE(Catalog::FromUsage("").tables().empty());
-  EXPECT_TRUE(
-      Catalog::FromUsage("\n\nno list diag search nqpTable\n x diag search nqpTable y 0").tables().empty());
+            (std::array<std::string_view, 4>{"sip|dip(sip:xxx | dip:xxx)", "0", "0", "0"}));
 }
 
 TEST_F(CatalogTest, FindsByNameOrId) {
   EXPECT_EQ(catalog_.Find("fib")->id, 3u);
   EXPECT_EQ(catalog_.Find("3")->name, "fib");
-  EXPECT_EQ(catalog_.Find("fi"), nullptr);
-  EXPECT_EQ(catalog_.Find(""), nullptr);
-  EXPECT_EQ(catalog_.Find("14"), nullptr);
-  EXPECT_EQ(catalog_.Find("4294967299"), nullptr);
-  EXPECT_EQ(catalog_.Find("-3"), nullptr);
+  EXPECT_FALSE(catalog_.Find("fi"));
+  EXPECT_FALSE(catalog_.Find(""));
+  EXPECT_FALSE(catalog_.Find("14"));
+  EXPECT_FALSE(catalog_.Find("4294967299"));
+  EXPECT_FALSE(catalog_.Find("-3"));
 }
 
 TEST_F(CatalogTest, NamesTheNearest) {
   EXPECT_EQ(catalog_.Nearest("fwfid")->name, "fwdif");
   EXPECT_EQ(catalog_.Nearest("acl-grop")->name, "acl_group");
   EXPECT_EQ(catalog_.Nearest("SESSION")->name, "session");
-  EXPECT_EQ(catalog_.Nearest("something else"), nullptr);
-  EXPECT_EQ(catalog_.Nearest(""), nullptr);
-  EXPECT_EQ(catalog_.Nearest(std::string(1 << 20, 'f')), nullptr);
+  EXPECT_FALSE(catalog_.Nearest("something else"));
+  EXPECT_FALSE(catalog_.Nearest(""));
+  EXPECT_FALSE(catalog_.Nearest(std::string(1 << 20, 'f')));
 }
 
 TEST_F(CatalogTest, KeysFillTheOpenSlots) {
@@ -141,6 +175,20 @@ TEST_F(CatalogTest, RefusesWhatIsNoKey) {
   EXPECT_EQ(Keys("acl_group", {"1", "4294967296"}),
             "key 2 of table acl_group is \"4294967296\" but has to be a number from 0 to 4294967295");
   EXPECT_EQ(Keys("fib", {"1", "2", "3", "4", "5"}), "a table has at most 4 keys, these are 5");
+}
+
+// A list that takes long to print is printed again only for an answer that may be it.
+TEST(Usage, ItsLastLineNamesTheFamily) {
+  for (const host::EntryPoint &entry : host::EntryPoints()) {
+    std::string name = entry.name;
+    char *const words[] = {name.data(), nullptr};
+    const std::string usage(host::RunEntryPoint(entry, std::span(words, 1)).text);
+    EXPECT_TRUE(MayBeUsage(entry, usage)) << usage;
+    EXPECT_TRUE(MayBeUsage(entry, "no such word\n" + usage)) << usage;
+  }
+  const host::EntryPoint &diag = *host::FindEntryPoint("diag");
+  EXPECT_FALSE(MayBeUsage(diag, ""));
+  EXPECT_FALSE(MayBeUsage(diag, "  CtrlIfIdx  :  1000\n------------------------------"));
 }
 
 TEST(QueryCodes, AnErrorMessageIsTheWholeAnswer) {

@@ -185,30 +185,31 @@ tables:
 
 INSTANTIATE_TEST_SUITE_P(
     All, WrongOwnerTest,
-    testing::Values(WrongOwner{"key_size: 12, part_of: onwer", "{a: 0 u32, b: 4 u32}",
-                               "layouts: part.part_of: \"onwer\" is not a table with one entry a key"},
-                    WrongOwner{"key_size: 12, part_of: filler_9", "{a: 0 u32, b: 4 u32}",
-                               "layouts: part.part_of: \"filler_9\" is not a table with one entry a key"},
-                    WrongOwner{"key_size: 12, part_of: small", "{a: 0 u32}",
-                               "layouts: part.part_of: \"small\" has a key that cannot begin this table's (8 "
-                               "bytes or a multiple, and "
-                               "shorter)"},
-                    WrongOwner{"key_size: 8, part_of: owner", "{a: 0 u32, b: 4 u32}",
-                               "layouts: part.part_of: \"owner\" has a key that cannot begin this table's (8 "
-                               "bytes or a multiple, and "
-                               "shorter)"},
-                    WrongOwner{"key_size: 12, part_of: owner", "{a: 0 u32, c: 4 u32}",
-                               "layouts: part.part_of: \"owner\" has the key field b, which this table's key "
-                               "must have in the same "
-                               "place"},
-                    WrongOwner{"key_size: 12, part_of: owner", "{a: 0 u32, b: 8 u32}",
-                               "layouts: part.part_of: \"owner\" has the key field b, which this table's key "
-                               "must have in the same "
-                               "place"},
-                    WrongOwner{"key_size: 12, part_of: owner", "{a: 0 u32, b: 4 u16}",
-                               "layouts: part.part_of: \"owner\" has the key field b, which this table's key "
-                               "must have in the same "
-                               "place"}));
+    testing::Values(
+        WrongOwner{"key_size: 12, part_of: onwer", "{a: 0 u32, b: 4 u32}",
+                   "a.yaml:5: part.part_of: \"onwer\" is not a table with one entry a key"},
+        WrongOwner{"key_size: 12, part_of: filler_9", "{a: 0 u32, b: 4 u32}",
+                   "a.yaml:5: part.part_of: \"filler_9\" is not a table with one entry a key"},
+        WrongOwner{"key_size: 12, part_of: small", "{a: 0 u32}",
+                   "a.yaml:5: part.part_of: \"small\" has a key that cannot begin this table's (8 "
+                   "bytes or a multiple, and "
+                   "shorter)"},
+        WrongOwner{"key_size: 8, part_of: owner", "{a: 0 u32, b: 4 u32}",
+                   "a.yaml:5: part.part_of: \"owner\" has a key that cannot begin this table's (8 "
+                   "bytes or a multiple, and "
+                   "shorter)"},
+        WrongOwner{"key_size: 12, part_of: owner", "{a: 0 u32, c: 4 u32}",
+                   "a.yaml:5: part.part_of: \"owner\" has the key field b, which this table's key "
+                   "must have in the same "
+                   "place"},
+        WrongOwner{"key_size: 12, part_of: owner", "{a: 0 u32, b: 8 u32}",
+                   "a.yaml:5: part.part_of: \"owner\" has the key field b, which this table's key "
+                   "must have in the same "
+                   "place"},
+        WrongOwner{"key_size: 12, part_of: owner", "{a: 0 u32, b: 4 u16}",
+                   "a.yaml:5: part.part_of: \"owner\" has the key field b, which this table's key "
+                   "must have in the same "
+                   "place"}));
 
 }  // namespace
 }  // namespace qdt::host

@@ -72,6 +72,8 @@ class RawClient {
   // Whether the server has closed and nothing is left to read.
   bool AtEnd() { return Read(1).empty() && closed_; }
 
+  int fd() const { return fd_.get(); }
+
   void FinishSending() { shutdown(fd_.get(), SHUT_WR); }
 
  private:

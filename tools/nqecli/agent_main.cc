@@ -2,7 +2,6 @@
 
 #include <cstring>
 #include <iostream>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -72,13 +71,14 @@ class Session {
  private:
   const Place &place_;
   const host::Model model_;
-  std::unique_ptr<host::Arena> arena_;
+  bool attached_ = false;
 };
 
 ExitCode Session::Run(std::span<char *const> words) {
   const Handler &handler = HandlerOf(words[0]);
   const host::OwnedTree request = model_.MakeRequest(handler.rpc, ParametersOf(words.subspan(1)));
-  if (arena_ == nullptr) arena_ = Attach(place_);
+  if (!attached_) Attach(place_);
+  attached_ = true;
   const host::HandlerAnswer answer = host::RunHandler(handler, request.get());
   if (!WriteAnswer(answer.text)) return kUnusable;
   if (answer.result == 0) return kAnswered;

@@ -38,14 +38,15 @@ std::string PlaceHelp() {
   return text;
 }
 
-std::unique_ptr<Arena> Attach(const Place &place) {
+Arena &Attach(const Place &place) {
   const std::string path = place.saved()         ? place.snapshot
                            : place.arena.empty() ? host::kDefaultArena
                                                  : place.arena;
-  auto arena = Arena::Attach(path, place.saved() ? Arena::Access::kSnapshot : Arena::Access::kLive);
-  Arena::SetCurrent(arena.get());
+  Arena &arena =
+      *Arena::Attach(path, place.saved() ? Arena::Access::kSnapshot : Arena::Access::kLive).release();
+  Arena::SetCurrent(&arena);
   // A saved arena still knows the socket of its engine; what is asked of a copy must not reach that engine.
-  host::SetEngineChannel(place.saved() ? NoEngine : host::SocketChannel(arena->socketPath()));
+  host::SetEngineChannel(place.saved() ? NoEngine : host::SocketChannel(arena.socketPath()));
   return arena;
 }
 

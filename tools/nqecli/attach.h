@@ -1,7 +1,6 @@
 #ifndef TOOLS_NQECLI_ATTACH_H_
 #define TOOLS_NQECLI_ATTACH_H_
 
-#include <memory>
 #include <string>
 
 #include "host/arena/arena.h"
@@ -24,8 +23,8 @@ bool TakePlace(host::Arguments *arguments, Place *place);
 std::string PlaceHelp();
 
 // The engine's arena, or a saved one, as what this process works on; its engine is what the library's
-// services reach. Throws HostError.
-std::unique_ptr<host::Arena> Attach(const Place &place);
+// services reach. It lasts as long as the process, whose end takes the mapping along. Throws HostError.
+host::Arena &Attach(const Place &place);
 
 // "  USAGE   HELP\n", with the help in the column that the tools use.
 void AddHelpLine(std::string *text, std::string usage, const std::string &help);

@@ -8,15 +8,12 @@
 #include "host/base/host_error.h"
 #include "host/base/near_name.h"
 #include "host/base/words.h"
-#include "host/library/entry_points.h"
 #include "qdt/cli.h"
 
 namespace qdt::nqecli {
 namespace {
 
 using host::HostError;
-
-constexpr std::string_view kQueryWords = " diag search nqpTable ";
 
 // The text up to the next blank, taken off `text`. Blanks inside parentheses do not count: some keys are
 // explained with examples.
@@ -59,72 +56,59 @@ std::optional<std::array<std::string, kKeyCount>> Fit(const KeySyntax &syntax, s
   return placed;
 }
 
+KeySyntax SyntaxOf(const TableLine &line) {
+  KeySyntax syntax;
+  syntax.text = line.keys;
+  std::string_view keys = line.keys;
+  for (std::string_view &slot : syntax.slots) slot = TakeWord(&keys);
+  // A MAC address is no number: it is the first key wherever the list shows it.
+  const auto mac = std::ranges::find(syntax.slots, "mac");
+  if (mac != syntax.slots.end() && syntax.slots[0] == "0") std::swap(syntax.slots[0], *mac);
+  return syntax;
+}
+
+std::span<const TableLine> LinesOf(std::span<const TableLine> lines, uint32_t id) {
+  const auto [first, last] = std::ranges::equal_range(lines, id, {}, &TableLine::id);
+  return {first, last};
+}
+
+TableInfo InfoOf(std::span<const TableLine> lines) {
+  TableInfo table{lines.front().id, lines.front().name, {}};
+  for (const TableLine &line : lines) table.syntax.push_back(SyntaxOf(line));
+  return table;
+}
+
 }  // namespace
 
-Catalog Catalog::FromUsage(std::string_view usage) {
-  Catalog catalog;
-  while (!usage.empty()) {
-    const size_t end = std::min(usage.find('\n'), usage.size());
-    const std::string_view line = usage.substr(0, end);
-    usage.remove_prefix(std::min(end + 1, usage.size()));
-    const size_t query = line.find(kQueryWords);
-    if (query == line.npos) continue;
-    std::string_view keys = line.substr(query + kQueryWords.size());
-    const std::optional<uint32_t> id = ParseId(TakeWord(&keys));
-    if (!id) continue;
-    KeySyntax syntax;
-    syntax.text = keys.substr(std::min<size_t>(1, keys.size()));
-    for (std::string &slot : syntax.slots) slot = TakeWord(&keys);
-    // A MAC address is no number: it is the first key wherever the list shows it.
-    const auto mac = std::ranges::find(syntax.slots, "mac");
-    if (mac != syntax.slots.end() && syntax.slots[0] == "0") std::swap(syntax.slots[0], *mac);
-    TableInfo *table = catalog.Row(*id);
-    const auto same = [&](const KeySyntax &other) { return other.text == syntax.text; };
-    if (std::none_of(table->syntax.begin(), table->syntax.end(), same))
-      table->syntax.push_back(std::move(syntax));
-    // " 0. fwdif"; later lines of a table have no name.
-    std::string_view name = line.substr(0, query);
-    TakeWord(&name);
-    name = TakeWord(&name);
-    if (table->name.empty()) table->name = name;
-  }
-  return catalog;
-}
-
-Catalog Catalog::Load() {
-  const host::EntryPoint *diag = host::FindEntryPoint("diag");
-  char *const words[] = {const_cast<char *>(diag->name), nullptr};
-  return FromUsage(host::RunEntryPoint(*diag, std::span(words, 1)).text);
-}
-
-TableInfo *Catalog::Row(uint32_t id) {
-  const auto at = std::lower_bound(tables_.begin(), tables_.end(), id,
-                                   [](const TableInfo &table, uint32_t wanted) { return table.id < wanted; });
-  if (at != tables_.end() && at->id == id) return &*at;
-  TableInfo added;
-  added.id = id;
-  return &*tables_.insert(at, std::move(added));
-}
-
-const TableInfo *Catalog::Find(std::string_view nameOrId) const {
+std::optional<TableInfo> Catalog::Find(std::string_view nameOrId) const {
   const std::optional<uint32_t> id = ParseId(nameOrId);
-  for (const TableInfo &table : tables_) {
-    if (id ? table.id == *id : table.name == nameOrId) return &table;
+  for (const TableLine &line : lines_) {
+    if (id ? line.id == *id : line.name == nameOrId) return InfoOf(LinesOf(lines_, line.id));
   }
-  return nullptr;
+  return std::nullopt;
 }
 
-const TableInfo *Catalog::Nearest(std::string_view name) const {
+std::optional<TableInfo> Catalog::Nearest(std::string_view name) const {
   // What people mistype without noticing.
   std::string folded(name);
   for (char &c : folded) c = c == '-' ? '_' : static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  if (const TableInfo *meant = Find(folded)) return meant;
+  if (auto meant = Find(folded)) return meant;
   host::NearName near(folded);
-  const TableInfo *nearest = nullptr;
-  for (const TableInfo &table : tables_) {
-    if (near.Offer(table.name)) nearest = &table;
+  std::string_view nearest;
+  for (const TableLine &line : lines_) {
+    if (near.Offer(line.name)) nearest = line.name;
   }
-  return nearest;
+  return nearest.empty() ? std::nullopt : Find(nearest);
+}
+
+std::vector<TableInfo> Catalog::Tables() const {
+  std::vector<TableInfo> tables;
+  for (std::span<const TableLine> rest = lines_; !rest.empty();) {
+    const auto lines = LinesOf(rest, rest.front().id);
+    tables.push_back(InfoOf(lines));
+    rest = rest.subspan(lines.size());
+  }
+  return tables;
 }
 
 std::array<std::string, kKeyCount> PlaceKeys(const TableInfo &table, std::span<char *const> keys) {
@@ -148,7 +132,7 @@ std::array<std::string, kKeyCount> PlaceKeys(const TableInfo &table, std::span<c
   std::array<std::string, kKeyCount> placed{"0", "0", "0", "0"};
   for (size_t slot = 0; slot < keys.size(); ++slot) {
     if ((slot > 0 || !textFirst) && !IsNumber(keys[slot])) {
-      throw HostError("key " + std::to_string(slot + 1) + " of table " + table.name + " is " +
+      throw HostError("key " + std::to_string(slot + 1) + " of table " + std::string(table.name) + " is " +
                       host::Quoted(keys[slot]) + " but has to be a number from 0 to 4294967295");
     }
     placed[slot] = keys[slot];

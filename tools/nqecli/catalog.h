@@ -3,10 +3,13 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "tools/nqecli/table_lines.h"
 
 namespace qdt::nqecli {
 
@@ -14,40 +17,34 @@ constexpr size_t kKeyCount = 4;
 
 // One way to ask a table: four slots, "0" where nothing is to be said.
 struct KeySyntax {
-  std::array<std::string, kKeyCount> slots;
-  std::string text;  // as the usage list has it, without the table's id
+  std::array<std::string_view, kKeyCount> slots;
+  std::string_view text;  // as the usage list has it, without the table's id
 };
 
 // A table that the diag command shows.
 struct TableInfo {
   uint32_t id = 0;
-  std::string name;
+  std::string_view name;
   std::vector<KeySyntax> syntax;
 };
 
-// The tables by id, read from the usage list that the library prints: there is no second list to keep in
-// step.
+// The tables of the diag command.
 class Catalog {
  public:
-  // Lines that do not show a table's keys are passed over. A line belongs to the table whose id its keys
-  // begin with, wherever it stands; a line that repeats another says nothing new.
-  static Catalog FromUsage(std::string_view usage);
+  // `lines` stand in order of id and outlive the catalog.
+  explicit Catalog(std::span<const TableLine> lines = TableLines()) : lines_(lines) {}
 
-  // The library's own list.
-  static Catalog Load();
+  // By name or by number; nothing when there is none.
+  std::optional<TableInfo> Find(std::string_view nameOrId) const;
 
-  // By name or by number; null when there is none.
-  const TableInfo *Find(std::string_view nameOrId) const;
+  // The table whose name is nearest to a mistyped one; nothing when none is near.
+  std::optional<TableInfo> Nearest(std::string_view name) const;
 
-  // The table whose name is nearest to a mistyped one; null when none is near.
-  const TableInfo *Nearest(std::string_view name) const;
-
-  const std::vector<TableInfo> &tables() const { return tables_; }
+  // In order of id.
+  std::vector<TableInfo> Tables() const;
 
  private:
-  TableInfo *Row(uint32_t id);
-
-  std::vector<TableInfo> tables_;  // in order of id
+  std::span<const TableLine> lines_;
 };
 
 // The keys that a user typed, put into the four slots; the rest is "0". They fill the slots that the first

@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -25,7 +24,6 @@
 namespace qdt::nqecli {
 namespace {
 
-using host::Arena;
 using host::Arguments;
 using host::EntryPoint;
 using host::HostError;
@@ -41,52 +39,53 @@ struct Command {
 
 ExitCode RunDirect(const Place &place, const EntryPoint &entry, std::span<char *const> words) {
   // A name alone asks for the usage list, which takes no engine unless the family stands on a region.
-  std::unique_ptr<Arena> arena;
-  if (words.size() > 1 || entry.onRegion) arena = Attach(place);
+  if (words.size() > 1 || entry.onRegion) Attach(place);
   return RunFamily(entry, words);
 }
 
 ExitCode ShowTables(const Place &, std::span<char *const> words) {
   if (!words.empty()) throw HostError("tables takes no words; try --help");
-  const auto pad = [](std::string text, size_t width) {
+  const auto pad = [](std::string_view word, size_t width) {
+    std::string text(word);
     text.resize(std::max(text.size(), width), ' ');
     return text;
   };
   std::string text = "id  " + pad("name", 24) + "flag  keys\n";
-  const Catalog catalog = Catalog::Load();
-  for (const TableInfo &table : catalog.tables()) {
+  for (const TableInfo &table : Catalog().Tables()) {
     const bool flag = table.id < QDT_DIAG_TABLE_COUNT && g_qdtTblGetAllItemsOfOneKey[table.id] != 0;
     std::string head = pad(std::to_string(table.id), 4) + pad(table.name, 24) + pad(flag ? "1" : "0", 6);
     for (const KeySyntax &syntax : table.syntax) {
-      text += head + syntax.text + '\n';
+      text += head;
+      text += syntax.text;
+      text += '\n';
       head.assign(head.size(), ' ');
     }
   }
   return Print(text);
 }
 
-const TableInfo &FindTable(const Catalog &catalog, std::string_view name) {
-  if (const TableInfo *table = catalog.Find(name)) return *table;
-  const TableInfo *near = catalog.Nearest(name);
+TableInfo FindTable(std::string_view name) {
+  const Catalog catalog;
+  if (auto table = catalog.Find(name)) return *table;
+  const auto near = catalog.Nearest(name);
   throw HostError(
       "unknown table " + Quoted(name) +
-      (near != nullptr ? "; did you mean " + near->name + "?" : "; \"nqecli tables\" lists them"));
+      (near ? "; did you mean " + std::string(near->name) + "?" : "; \"nqecli tables\" lists them"));
 }
 
 ExitCode Show(const Place &place, std::span<char *const> words) {
   if (words.empty()) throw HostError("show what? Name a table; \"nqecli tables\" lists them");
-  const Catalog catalog = Catalog::Load();
-  const TableInfo &table = FindTable(catalog, words[0]);
+  const TableInfo table = FindTable(words[0]);
   std::vector<std::string> query{"diag", "search", "nqpTable", std::to_string(table.id)};
   for (std::string &key : PlaceKeys(table, words.subspan(1))) query.push_back(std::move(key));
   std::vector<char *> pointers;
   for (std::string &word : query) pointers.push_back(word.data());
 
-  const auto arena = Attach(place);
+  Attach(place);
   const ExitCode code = RunFamily(*host::FindEntryPoint("diag"), pointers);
   if (code == kFailed) {
-    std::string hint = "the keys of table " + table.name + " are:";
-    for (const KeySyntax &syntax : table.syntax) hint += "\n  " + syntax.text;
+    std::string hint = "the keys of table " + std::string(table.name) + " are:";
+    for (const KeySyntax &syntax : table.syntax) hint += "\n  " + std::string(syntax.text);
     WriteError(hint);
   }
   return code;
@@ -96,7 +95,7 @@ ExitCode Snapshot(const Place &place, std::span<char *const> words) {
   if (words.size() != 1 || *words[0] == 0)
     throw HostError("snapshot takes the name of the file to write; try --help");
   if (place.saved()) throw HostError("snapshot takes a running engine; a saved arena can just be copied");
-  SaveSnapshot(Attach(place)->socketPath(), words[0]);
+  SaveSnapshot(Attach(place).socketPath(), words[0]);
   return kAnswered;
 }
 
@@ -105,7 +104,7 @@ ExitCode AskEngine(const Place &place, std::span<char *const> words) {
   if (words.empty())
     throw HostError("engine takes a command of the engine; \"nqecli engine help\" lists them");
   if (place.saved()) throw HostError("engine takes a running engine, not a saved arena");
-  const host::EngineReply reply = host::EngineClient(Attach(place)->socketPath()).Run(host::JoinWords(words));
+  const host::EngineReply reply = host::EngineClient(Attach(place).socketPath()).Run(host::JoinWords(words));
   if (reply.fd.ok()) throw HostError("that reply is a file; use nqecli snapshot FILE");
   if (reply.status == host::kReplyOk) return Print(reply.text);
   WriteError(reply.text.empty() ? "the engine's code is " + std::to_string(reply.status) : reply.text);

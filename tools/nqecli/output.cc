@@ -1,12 +1,15 @@
 #include "tools/nqecli/output.h"
 
 #include <poll.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <exception>
+#include <iterator>
 #include <string>
 
 #include "host/base/fd.h"
@@ -14,11 +17,16 @@
 namespace qdt::nqecli {
 namespace {
 
-bool WriteAll(int fd, std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t written = write(fd, text.data(), text.size());
+// Writes a text and what ends it.
+bool WriteAll(int fd, std::string_view text, std::string_view end = {}) {
+  while (!text.empty() || !end.empty()) {
+    const iovec pieces[] = {{const_cast<char *>(text.data()), text.size()},
+                            {const_cast<char *>(end.data()), end.size()}};
+    const ssize_t written = writev(fd, pieces, std::size(pieces));
     if (written >= 0) {
-      text.remove_prefix(written);
+      const size_t ofText = std::min<size_t>(written, text.size());
+      text.remove_prefix(ofText);
+      end.remove_prefix(written - ofText);
     } else if (errno == EAGAIN) {
       // Somebody else made the terminal or pipe non-blocking.
       pollfd entry{fd, POLLOUT, 0};
@@ -34,7 +42,7 @@ bool WriteAll(int fd, std::string_view text) {
 
 bool WriteAnswer(std::string_view text) {
   if (text.empty()) return true;
-  if (WriteAll(STDOUT_FILENO, text) && (text.back() == '\n' || WriteAll(STDOUT_FILENO, "\n"))) return true;
+  if (WriteAll(STDOUT_FILENO, text, text.back() == '\n' ? "" : "\n")) return true;
   // Whoever closes a pipe early has seen enough.
   if (errno != EPIPE) WriteError(std::string("cannot write the answer: ") + std::strerror(errno));
   return false;
@@ -50,8 +58,10 @@ void WriteError(std::string_view text) {
 int RunTool(int argc, char **argv, ExitCode (*run)(host::Arguments arguments)) {
   host::KeepStandardFds();
   // What these would end is an error of a system call instead, which cleans up and says so.
-  std::signal(SIGPIPE, SIG_IGN);
-  std::signal(SIGXFSZ, SIG_IGN);
+  sigset_t signals;
+  sigemptyset(&signals);
+  for (const int signal : {SIGPIPE, SIGXFSZ}) sigaddset(&signals, signal);
+  sigprocmask(SIG_BLOCK, &signals, nullptr);
   try {
     return run(host::Arguments(argc, argv));
   } catch (const std::exception &error) {

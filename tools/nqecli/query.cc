@@ -25,12 +25,14 @@ bool LacksRegion(std::string_view answer) {
          answer.substr(0, answer.find('\n')).find(" OsaSmmap failed") != answer.npos;
 }
 
-// The packet trace says in a last line of this kind what it refuses.
-bool IsRefusal(std::string_view answer) {
+std::string_view LastLine(std::string_view answer) {
   if (answer.ends_with('\n')) answer.remove_suffix(1);
   const size_t end = answer.rfind('\n');
-  return answer.substr(end == std::string_view::npos ? 0 : end + 1).starts_with("Error: ");
+  return answer.substr(end == std::string_view::npos ? 0 : end + 1);
 }
+
+// The packet trace says in a last line of this kind what it refuses.
+bool IsRefusal(std::string_view answer) { return LastLine(answer).starts_with("Error: "); }
 
 }  // namespace
 
@@ -48,18 +50,28 @@ bool IsErrorMessage(std::string_view answer) {
   return answer == QDT_UNKNOWN_CODE_MESSAGE;
 }
 
+bool MayBeUsage(const host::EntryPoint &entry, std::string_view answer) {
+  return entry.onRegion || LastLine(answer).find(entry.name) != answer.npos;
+}
+
 ExitCode RunFamily(const host::EntryPoint &entry, std::span<char *const> words) {
-  // A family asked with its name alone prints its usage list; it prints the same for words that are no
-  // command.
-  const std::string usage(host::RunEntryPoint(entry, words.first(1)).text);
-  const host::Answer answer = host::RunEntryPoint(entry, words);
+  host::Answer answer = host::RunEntryPoint(entry, words);
   if (!WriteAnswer(answer.text)) return kUnusable;
+  // A family asked with its name alone prints its usage list; it prints the same for words that are no
+  // command, and may say first what it does not know.
+  bool isUsage = false;
+  std::string kept;
+  if (MayBeUsage(entry, answer.text)) {
+    kept = answer.text;
+    answer.text = kept;
+    isUsage = kept.ends_with(host::RunEntryPoint(entry, words.first(1)).text);
+  }
   // Shared regions are only mapped by who may write to them.
   const host::Arena *arena = host::Arena::Current();
   if (LacksRegion(answer.text) && arena != nullptr && !arena->Writable()) {
     WriteError("this user may only read the arena, and this takes its shared regions");
   }
-  if (answer.text.ends_with(usage)) return kUnusable;  // a family may say first what it does not know
+  if (isUsage) return kUnusable;
   // The library only learns that the engine could not be asked.
   if (const std::string failure = host::TakeEngineFailure(); !failure.empty()) {
     WriteError(failure);

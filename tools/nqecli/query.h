@@ -2,6 +2,7 @@
 #define TOOLS_NQECLI_QUERY_H_
 
 #include <span>
+#include <string_view>
 
 #include "host/library/entry_points.h"
 #include "tools/nqecli/output.h"
@@ -11,6 +12,10 @@ namespace qdt::nqecli {
 // Runs one of the library's command families on the current arena and writes its answer. words[0] is its
 // name.
 ExitCode RunFamily(const host::EntryPoint &entry, std::span<char *const> words);
+
+// Whether an answer can end with the family's usage list, whose last line names the family, so that it has to
+// be compared with it: printing that list takes longer than most queries.
+bool MayBeUsage(const host::EntryPoint &entry, std::string_view answer);
 
 // The message of a return code.
 const char *CodeMessage(int32_t code);

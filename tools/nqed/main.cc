@@ -1,6 +1,7 @@
 // nqed: the lab engine. Fills an arena from a scenario file, publishes it and answers command lines on its
 // socket.
 
+#include <malloc.h>
 #include <sys/signalfd.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -30,9 +31,12 @@ namespace {
 
 constexpr int kFailure = 2;
 constexpr std::chrono::seconds kAgingPeriod{1};  // what times are counted in
+constexpr uint32_t kMostClients = 512;           // descriptors are left for files beside them
+constexpr uint32_t kMostPatience = 86400;        // seconds
 
 constexpr char kUsage[] =
     "usage: nqed --scenario FILE [--arena PATH] [--socket PATH] [--layout DIR] [--cores N] [--traffic RATE]\n"
+    "            [--clients N] [--patience SECONDS]\n"
     "       nqed status [--arena PATH]\n"
     "\n"
     "Runs the lab engine in the foreground until SIGTERM or SIGINT; prints one line when it is ready.\n"
@@ -43,6 +47,9 @@ constexpr char kUsage[] =
     "  --layout DIR     table layouts, the built-in ones unless told otherwise\n"
     "  --cores N        forwarding cores that keep statistics, 4 unless told otherwise\n"
     "  --traffic RATE   simulate so many packets a second, none unless told otherwise\n"
+    "  --clients N      connections to the socket at a time, 128 unless told otherwise\n"
+    "  --patience SECONDS\n"
+    "                   for a client that says nothing, or takes no reply, 30 unless told otherwise\n"
     "  --help, --version\n"
     "\n"
     "exit codes: 0 stopped as asked (status: the engine runs), 2 bad usage, nothing published (status: no "
@@ -56,6 +63,7 @@ struct CommandLine {
   std::string layoutDir;  // empty: the layouts that the program was built with
   uint32_t traffic = 0;   // simulated packets a second
   EngineOptions options;
+  ServerLimits limits;
 };
 
 std::string AbsolutePath(const std::string &path) {
@@ -80,6 +88,9 @@ CommandLine Parse(Arguments arguments) {
   CommandLine line;
   EngineOptions &options = line.options;
   options.arena = kDefaultArena;
+  auto clients = static_cast<uint32_t>(line.limits.clients);
+  auto patience =
+      static_cast<uint32_t>(std::chrono::duration_cast<std::chrono::seconds>(line.limits.patience).count());
   while (!arguments.empty()) {
     if (arguments.Take("--help")) {
       line.help = true;
@@ -92,10 +103,13 @@ CommandLine Parse(Arguments arguments) {
                !arguments.TakeValue("--socket", &options.socket) &&
                !arguments.TakeValue("--layout", &line.layoutDir) &&
                !TakeNumber(&arguments, "--cores", 1, kMaxCores, &options.cores) &&
-               !TakeNumber(&arguments, "--traffic", 1, Traffic::kMaxRate, &line.traffic)) {
+               !TakeNumber(&arguments, "--traffic", 1, Traffic::kMaxRate, &line.traffic) &&
+               !TakeNumber(&arguments, "--clients", 1, kMostClients, &clients) &&
+               !TakeNumber(&arguments, "--patience", 1, kMostPatience, &patience)) {
       throw HostError("cannot make sense of " + Quoted(arguments.front()) + "; try --help");
     }
   }
+  line.limits = {clients, std::chrono::seconds(patience)};
   if (options.socket.empty()) options.socket = options.arena + kSocketEnding;
   for (std::string *path : {&options.arena, &options.socket, &line.scenario}) {
     if (!path->empty()) *path = AbsolutePath(*path);
@@ -138,6 +152,13 @@ int ShowStatus(const EngineOptions &options) {
   return 0;
 }
 
+// What reading the scenario took is free by now, but in pieces: the C library keeps them unless it is asked.
+void ReturnFreeMemory() {
+#ifdef __GLIBC__
+  malloc_trim(0);
+#endif
+}
+
 int RunEngine(const CommandLine &line) {
   const EngineOptions &options = line.options;
   if (line.scenario.empty()) throw HostError("no scenario; name one with --scenario FILE");
@@ -151,6 +172,7 @@ int RunEngine(const CommandLine &line) {
   // From here on there are files to take along when the engine is told to stop.
   const StopSignals stop;
   Engine engine(options, layout, &filler);
+  ReturnFreeMemory();
   std::optional<Traffic> traffic;
   if (line.traffic != 0) traffic.emplace(&engine, line.traffic, EngineTraceOutput());
   const EngineChannel channel = [&engine](std::string_view words) { return RunCommandLine(engine, words); };
@@ -158,8 +180,8 @@ int RunEngine(const CommandLine &line) {
   Listener listener(options.socket);
   engine.Publish();
   listener.Unlock();
-  Server server(listener.fd(), channel);
-  server.AddTick(kAgingPeriod, [&engine] { engine.Age(); });
+  Server server(listener.fd(), channel, line.limits);
+  server.AddSteps(kAgingPeriod, [&engine] { return engine.AgeStep(); });
   if (engine.changes() >= 0) server.AddWatch(engine.changes(), [&engine] { engine.Follow(); });
   if (traffic) server.AddTick(Traffic::kPeriod, [&traffic] { traffic->Tick(); });
 
