@@ -8,8 +8,8 @@ cd "$(dirname "$0")"
 need_packages g++ cmake ninja-build pkg-config libyaml-cpp-dev libyang2-dev libnetconf2-dev libssh-dev libyuma-base \
   openssh-client python3 python3-ncclient graphviz
 echo "building (once; the first time takes a minute or two) ..."
-configure build
-compile build nqed nqecli nqecli-agent omad qdt_util >build/demo.log 2>&1 || { tail -n 40 build/demo.log; exit 1; }
+configure release
+compile release --target nqed nqecli nqecli-agent omad qdt_util >build/demo.log 2>&1 || { tail -n 40 build/demo.log; exit 1; }
 
 work=$(mktemp -d)
 engine= agent=

@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # What demo.sh and test.sh share. Sourced with the repository's root as the working directory.
 
 # Installs the Debian packages that are missing.
@@ -15,19 +16,22 @@ need_packages() {
     >/dev/null
 }
 
-# configure DIRECTORY [CMAKE_OPTION...]; ccache is used where it is installed. A directory that was configured before keeps
-# its generator.
+# tree PRESET: the directory that it is built in.
+tree() { [ "$1" = release ] && echo build || echo "build-$1"; }
+
+# configure PRESET; ccache is used where it is installed. A tree that was configured before keeps its generator.
 configure() {
-  local directory=$1 settings=()
-  shift
-  [ -f "$directory/CMakeCache.txt" ] || settings+=(-G Ninja)
-  command -v ccache >/dev/null && settings+=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
-  cmake -S . -B "$directory" "${settings[@]}" "$@" >/dev/null
+  local settings=() cache generator
+  cache=$(tree "$1")/CMakeCache.txt
+  if [ -f "$cache" ]; then
+    generator=$(sed -n 's/^CMAKE_GENERATOR:INTERNAL=//p' "$cache")
+    settings+=(-G "$generator")
+  fi
+  ! command -v ccache >/dev/null || settings+=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+  # A tree whose compiler changes forgets the other settings, and has to be told them again.
+  [ ! -f "$cache" ] || cmake --preset "$1" "${settings[@]}" >/dev/null || return
+  cmake --preset "$1" "${settings[@]}" >/dev/null
 }
 
-# compile DIRECTORY [TARGET...]
-compile() {
-  local directory=$1
-  shift
-  cmake --build "$directory" --parallel "$(nproc)" ${1:+--target "$@"}
-}
+# compile PRESET [CMAKE_BUILD_OPTION...]. ccache keeps what is compiled with precompiled headers when it is told to.
+compile() { CCACHE_SLOPPINESS=pch_defines,time_macros cmake --build --preset "$@" --parallel "$(nproc)"; }

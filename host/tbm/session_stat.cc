@@ -43,7 +43,10 @@ struct Totals {
 
 // The protocol that the session's key tells, or -1.
 int ProtocolOf(const Session &session) {
-  const uint8_t *protocol = session.positiveKey + ((session.flags & kIpv6) != 0 ? kProtocolAt6 : kProtocolAt);
+  // A record may lead anywhere, also to null: what lies behind is no pointer before it has been checked.
+  const auto key = reinterpret_cast<uintptr_t>(session.positiveKey);
+  const auto *const protocol =
+      reinterpret_cast<const uint8_t *>(key + ((session.flags & kIpv6) != 0 ? kProtocolAt6 : kProtocolAt));
   return Arena::Current()->Contains(protocol, 1) ? *protocol : -1;
 }
 

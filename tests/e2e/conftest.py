@@ -21,6 +21,25 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 BIN = pathlib.Path(os.environ.get("QDT_BIN", ROOT / "build" / "bin")).resolve()
 PATIENCE = 30  # seconds that anything may take before a test calls it hanging
 
+# Files whose tests take longest, the longest first.
+LONGEST = ("test_kill", "test_engine", "test_netconf", "test_sessions")
+
+
+def pytest_configure(config):
+    config.addinivalue_line("markers", "apart: shares no engine with other tests of its file")
+    config.addinivalue_line("markers", "xdist_group: goes to one process with the others of the group")
+
+
+@pytest.hookimpl(tryfirst=True)
+def pytest_collection_modifyitems(items):
+    """For runs on several processes (-n 4 --dist loadgroup): which tests go together, and in which order."""
+    rank = {name: place for place, name in enumerate(LONGEST)}
+    items.sort(key=lambda item: rank.get(item.path.stem, len(rank)))
+    for item in items:
+        apart = item.get_closest_marker("apart")
+        item.add_marker(pytest.mark.xdist_group(item.name if apart else item.path.stem))
+
+
 # Interface n + 1000 of the control plane is forwarding interface n.
 SCENARIO = """\
 ctrlif_map_fwdif:

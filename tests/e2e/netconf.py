@@ -37,18 +37,25 @@ class Agent:
         self.host_key = make_key(self.directory / "host")
         self.user_key = make_key(self.directory / "user")
         self.socket = self.directory / "nc.sock"
-        self.port = free_port()
+        self.port = None
         self.process = None
 
     def start(self, *words):
-        self.process = subprocess.Popen(
-            [BIN / "omad", "--arena", self.arena, "--host-key", self.host_key, "--user-key",
-             f"operator={self.user_key}.pub", "--port", str(self.port), "--unix", self.socket, *words],
-            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
-        ready = self.process.stdout.readline()
-        assert ready == (f"omad: ready, pid {self.process.pid}, SSH 127.0.0.1:{self.port}, "
-                         f"socket {self.socket}\n"), ready + self.process.stderr.read()
-        return self
+        # Tests run side by side, so that a port which was free may be taken before the agent has it.
+        for _ in range(10):
+            self.port = free_port()
+            self.process = subprocess.Popen(
+                [BIN / "omad", "--arena", self.arena, "--host-key", self.host_key, "--user-key",
+                 f"operator={self.user_key}.pub", "--port", str(self.port), "--unix", self.socket, *words],
+                stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+            ready = self.process.stdout.readline()
+            if ready == (f"omad: ready, pid {self.process.pid}, SSH 127.0.0.1:{self.port}, "
+                         f"socket {self.socket}\n"):
+                return self
+            _, error = self.process.communicate(timeout=PATIENCE)
+            if f"cannot listen on 127.0.0.1:{self.port}" not in error:
+                break
+        raise AssertionError(f"{ready}{error}")
 
     def stop(self):
         """A clean end: exit code 0 and nothing said."""

@@ -1,4 +1,4 @@
-"""Engine and readers killed at random points, two hundred times over one arena.
+"""Engine and readers killed at random points, two hundred times over four arenas.
 
 Half of the engines are killed from their first instruction on, the other half once they serve. All spans are multiples
 of what this machine takes to start an engine, so that slow machines meet the same moments as fast ones.
@@ -9,9 +9,12 @@ import signal
 import subprocess
 import time
 
+import pytest
+
 from conftest import BIN, PATIENCE, map_answer, nqed
 
-CYCLES = 200
+ARENAS = 4  # side by side where pytest has several processes
+CYCLES = 50  # of each
 READERS = 3
 SEED = 20240117
 
@@ -44,12 +47,22 @@ def check_reader(process, answer, killed):
     return False
 
 
-def test_engine_and_readers_killed_at_random_points(place):
-    chance = random.Random(SEED)
-    began = time.monotonic()
-    place.start()
-    start_span = time.monotonic() - began
-    place.stop()
+def quickest_start(place):
+    """What a start takes when nothing else keeps the machine."""
+    spans = []
+    for _ in range(5):
+        began = time.monotonic()
+        place.start()
+        spans.append(time.monotonic() - began)
+        place.stop()
+    return min(spans)
+
+
+@pytest.mark.apart
+@pytest.mark.parametrize("arena", range(ARENAS))
+def test_engine_and_readers_killed_at_random_points(place, arena):
+    chance = random.Random(SEED + arena)
+    start_span = quickest_start(place)
     copies = place.directory / "copies"
     copies.mkdir()
     answered = 0
