@@ -6,6 +6,7 @@
 #include "host/agent/xml_text.h"
 #include "host/arena/arena.h"
 #include "host/omcc/omcc.h"
+#include "host/tbm/client_writes.h"
 #include "platform/engine.h"
 #include "platform/memory.h"
 #include "qdt/server_map.h"
@@ -73,14 +74,16 @@ const Handler *FindHandler(std::string_view name) {
 }
 
 HandlerAnswer RunHandler(const Handler &handler, lyd_node *request) {
-  const Arena *arena = Arena::Current();
+  Arena *arena = Arena::Current();
   if (handler.writes && arena != nullptr && !arena->Writable())
     throw HostError("this user may only read the arena, and " + std::string(handler.rpc) + " changes it");
   const std::lock_guard lock(g_running);
+  if (arena != nullptr) arena->DropCopies();
   HandlerAnswer answer{0, false, {}};
   g_answer = &answer;
   answer.result = handler.run != nullptr ? handler.run(AsRequest(request)) : RunDocument(handler, &answer);
   g_answer = nullptr;
+  if (handler.writes) tbm::TakeClientWrites();
   answer.text = XmlText(std::move(answer.text));
   return answer;
 }

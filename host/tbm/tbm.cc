@@ -1,38 +1,35 @@
 #include "platform/tbm.h"
 
-#include <time.h>
-
 #include <algorithm>
 #include <cstring>
 
 #include "host/arena/arena.h"
+#include "host/tbm/deliver.h"
 #include "host/tbm/route_key.h"
 #include "host/tbm/status.h"
+#include "host/tbm/visit.h"
 #include "host/tbm/walk.h"
 
 namespace qdt::host::tbm {
 
 namespace {
 
-int32_t SearchFor(const TableView &view, const TableKey &key, void **entry) {
-  Slot *slot;
-  const int32_t status = view.Find(key, &slot);
-  if (status == kTbmOk) *entry = view.Address(slot);
-  return status;
-}
-
-// Waits for a change of the record that the engine is in the middle of. kTorn: the engine was killed there,
-// and the record has no whole state to show.
-TableView::Copied CopyPatiently(const TableView &view, const Place &place, void *record) {
-  constexpr int kWaits = 1000;
-  constexpr timespec kMillisecond = {0, 1000000};
-  TableView::Copied copied = view.Copy(place, record);
-  for (int i = 0; i < kWaits && copied == TableView::Copied::kTorn; ++i) {
-    if (!Arena::Current()->EngineAlive()) break;
-    nanosleep(&kMillisecond, nullptr);
-    copied = view.Copy(place, record);
+// The route with the longest prefix that holds the key's destination, one prefix length after the other. Its
+// statuses are those of TableView::Find.
+int32_t FindRoute(const TableView &view, const void *key, Place *found) {
+  const uint32_t addressSize = PrefixAddressSize(view.shape());
+  if (!view.HasIndex()) return kTbmNotFound;
+  uint8_t bytes[kMaxKeySize];
+  std::memcpy(bytes, key, view.shape().keySize);
+  for (uint32_t length = addressSize * 8 + 1; length-- > 0;) {
+    if (view.PrefixCounts()[length].load(std::memory_order_acquire) == 0) continue;
+    KeepPrefix(bytes + kPrefixAddressOffset, addressSize, length);
+    const uint16_t prefixLength = static_cast<uint16_t>(length);
+    std::memcpy(bytes, &prefixLength, sizeof(prefixLength));
+    const int32_t status = view.Find(view.KeyOf(bytes), found);
+    if (status != kTbmNotFound) return status;
   }
-  return copied;
+  return kTbmNotFound;
 }
 
 // Distinguishes the walks of one arena: a context that began one cannot go on with another.
@@ -64,11 +61,11 @@ int32_t FillBatch(const TableView &view, const Order &order, Cursor *cursor, cha
       return kTbmOk;
     }
     if (cursor->count == room) return kTbmMore;
-    const TableView::Copied copied = CopyPatiently(view, place, buffer);
+    const TableView::Copied copied = view.Copy(place, buffer, view.shape().recordSize);
+    if (copied == TableView::Copied::kRestless) return kTbmWalkLost;
     if (copied == TableView::Copied::kGone) continue;
     cursor->last = place;
     cursor->deletionTold = false;
-    if (copied == TableView::Copied::kTorn) continue;
     buffer += view.shape().recordSize;
     ++cursor->count;
   }
@@ -114,28 +111,19 @@ int32_t TbmTblSearch(uint32_t instance, uint32_t table, const void *key, void **
   const int32_t status = TableView::OpenCurrent(instance, table, &view);
   if (status != kTbmOk) return status;
   if (key == nullptr || entry == nullptr) return kTbmBadParam;
-  return SearchFor(view, view.KeyOf(key), entry);
+  const TableKey tableKey = view.KeyOf(key);
+  return DeliverFound(
+      view, [&](Place *found) { return view.Find(tableKey, found); }, entry);
 }
 
 int32_t TbmTblMatch(uint32_t instance, uint32_t table, const void *key, void **entry) {
   TableView view;
   const int32_t status = TableView::OpenCurrent(instance, table, &view);
   if (status != kTbmOk) return status;
-  const uint32_t addressSize = PrefixAddressSize(view.shape());
-  if (addressSize == 0) return kTbmNotSupported;
+  if (PrefixAddressSize(view.shape()) == 0) return kTbmNotSupported;
   if (key == nullptr || entry == nullptr) return kTbmBadParam;
-  if (!view.HasIndex()) return kTbmNotFound;
-  uint8_t bytes[kMaxKeySize];
-  std::memcpy(bytes, key, view.shape().keySize);
-  for (uint32_t length = addressSize * 8 + 1; length-- > 0;) {
-    KeepPrefix(bytes + kPrefixAddressOffset, addressSize, length);
-    if (view.PrefixCounts()[length].load(std::memory_order_acquire) == 0) continue;
-    const uint16_t prefixLength = static_cast<uint16_t>(length);
-    std::memcpy(bytes, &prefixLength, sizeof(prefixLength));
-    const int32_t found = SearchFor(view, view.KeyOf(bytes), entry);
-    if (found != kTbmNotFound) return found;
-  }
-  return kTbmNotFound;
+  return DeliverFound(
+      view, [&](Place *found) { return FindRoute(view, key, found); }, entry);
 }
 
 int32_t TbmTblTrav(uint32_t instance, uint32_t table, TbmTravCallback callback, void *context) {
@@ -144,14 +132,8 @@ int32_t TbmTblTrav(uint32_t instance, uint32_t table, TbmTravCallback callback, 
   if (status != kTbmOk) return status;
   if (callback == nullptr) return kTbmBadParam;
   const uint64_t end = view.state().lastSerial.load(std::memory_order_acquire);
-  const TableOrder order(view);
-  Place place;
-  for (;;) {
-    const Step step = order.Next(&place);
-    if (step == Step::kLost) return kTbmWalkLost;
-    if (step == Step::kEnd || place.serial > end) return kTbmOk;
-    if (callback(view.Record(view.SlotAt(place.ref)), context) == kTbmStop) return kTbmOk;
-  }
+  const int32_t visited = Visit(view, TableOrder(view), end, callback, context);
+  return visited == kTbmStop ? kTbmOk : visited;
 }
 
 void TbmTblTravContextInit(TbmTravContext *ctx) {

@@ -24,7 +24,9 @@ class TableOrder {
   Step Next(Place *place) const;
 
  private:
-  Step Follow(Place *place) const;
+  Step FindIn(uint32_t epoch, Place *place) const;
+  uint32_t IndexBehind(uint32_t epoch, uint32_t count, const Place &place) const;
+  void Prefetch(uint32_t epoch, uint32_t count, uint32_t index) const;
 
   const TableView &table_;
 };
@@ -40,6 +42,7 @@ class ChainOrder {
 
  private:
   Step FollowChain(Place *place) const;
+  uint32_t FirstBehind(const Place &place) const;
 
   const TableView &table_;
   const Bucket &bucket_;
