@@ -7,7 +7,7 @@ cd "$(dirname "$0")"
 
 need_packages g++ cmake ninja-build libyaml-cpp-dev googletest clang-14 clang-format-14 python3 python3-pytest \
   pkg-config libyang2-dev libyang2-tools libnetconf2-dev libssh-dev libyuma-base openssh-client openssl procps \
-  python3-ncclient graphviz g++-aarch64-linux-gnu qemu-user || exit 1
+  python3-ncclient graphviz spin g++-aarch64-linux-gnu qemu-user || exit 1
 
 passed=0
 failed=0
@@ -66,7 +66,7 @@ export ASAN_OPTIONS=detect_leaks=1:abort_on_error=0 UBSAN_OPTIONS=print_stacktra
 
 step "build with GCC, x86-64" build build &&
   step "unit tests" run_programs build &&
-  step "formats that must not compile, exported names" ctest --test-dir build -E '_tests$' --output-on-failure
+  step "formats that must not compile, exported names, models" ctest --test-dir build -E '_tests$' --output-on-failure
 step "end to end" end_to_end build
 step "build with Clang, x86-64" build build-clang -DCMAKE_CXX_COMPILER=clang++-14 -DQDT_BUILD_TESTS=OFF
 step "build with ASan and UBSan" build build-asan "${sanitized[@]}" &&

@@ -53,4 +53,16 @@ uint32_t Aging::Run(uint64_t uptime) {
   return removed;
 }
 
+bool Aging::RunSome(uint64_t uptime) {
+  constexpr uint32_t kMost = 2048;
+  if (tables_.empty()) return false;
+  const AgingTable &table = tables_[next_];
+  if (!sweep_) sweep_.emplace(table.spec.id);
+  Sweep sweep{table, writer_, uptime, 0};
+  if (sweep_->Next(Look, &sweep, kMost)) return true;
+  sweep_.reset();
+  next_ = (next_ + 1) % tables_.size();
+  return next_ != 0;
+}
+
 }  // namespace qdt::host

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "host/layout/layout.h"
+#include "host/tbm/table_sweep.h"
 #include "host/tbm/table_writer.h"
 
 namespace qdt::host {
@@ -32,11 +33,17 @@ class Aging {
   // the current arena.
   uint32_t Run(uint64_t uptime);
 
+  // Goes on with the round that RunSome has begun, or begins one: looks at no more entries than an engine can
+  // spare time for between two requests. False when the round is over.
+  bool RunSome(uint64_t uptime);
+
  private:
   void AddTable(const TableLayout &layout);
 
   TableWriter &writer_;
   std::vector<AgingTable> tables_;
+  size_t next_ = 0;  // the table that RunSome looks at, and where in it
+  std::optional<TableSweep> sweep_;
 };
 
 }  // namespace qdt::host

@@ -28,6 +28,13 @@ int32_t ClearEntry(void *entry, void *context) {
   return kGoOn;
 }
 
+// Of the monotonic clock.
+uint64_t Seconds() {
+  timespec now = {};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<uint64_t>(now.tv_sec);
+}
+
 ArenaPlan PlanFor(const EngineOptions &options, const Layout &layout) {
   ArenaPlan plan = layout.Plan(options.socket);
   plan.regions.push_back(StatisticsSpec(options.cores));
@@ -81,11 +88,9 @@ uint32_t Engine::Clear(std::string_view word) {
   return entries;
 }
 
-uint32_t Engine::Age() {
-  timespec now = {};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return aging_.Run(static_cast<uint64_t>(now.tv_sec));
-}
+uint32_t Engine::Age() { return aging_.Run(Seconds()); }
+
+bool Engine::AgeSome() { return aging_.RunSome(Seconds()); }
 
 std::chrono::seconds Engine::Uptime() const {
   return std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - started_);

@@ -51,6 +51,8 @@ class Engine {
 
   // Takes out the sessions and server maps whose time is over now; returns their number.
   uint32_t Age();
+  // Some of that, in a short time; false when it has looked at all of them.
+  bool AgeSome();
 
   const EngineOptions &options() const { return options_; }
   const Arena &arena() const { return *arena_; }

@@ -2,7 +2,7 @@
 #define HOST_TBM_DELIVER_H_
 
 #include "host/tbm/status.h"
-#include "host/tbm/table_view.h"
+#include "host/tbm/walk.h"
 
 namespace qdt::host::tbm {
 
@@ -11,13 +11,17 @@ namespace qdt::host::tbm {
 template <typename Find>
 int32_t DeliverFound(const TableView &table, const Find &find, void **entry) {
   constexpr int kAttempts = 10000;
+  uint64_t gone = 0;
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
     Place found;
     const int32_t status = find(&found);
     if (status != kTbmOk) return status;
     const TableView::Copied copied = table.Deliver(found);
     if (copied == TableView::Copied::kRestless) break;
-    if (copied == TableView::Copied::kGone) continue;
+    if (copied == TableView::Copied::kGone) {
+      if (!IsNewlyGone(found, &gone)) break;
+      continue;
+    }
     *entry = table.Address(found.ref);
     return kTbmOk;
   }

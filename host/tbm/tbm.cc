@@ -52,6 +52,7 @@ bool Resume(Cursor *cursor, const TableView &view, uint64_t walk) {
 // Fills `buffer` with the next `room` entries at most. kTbmMore when a further entry lives behind them.
 template <typename Order>
 int32_t FillBatch(const TableView &view, const Order &order, Cursor *cursor, char *buffer, uint32_t room) {
+  uint64_t gone = 0;
   for (;;) {
     Place place = cursor->last;
     const Step step = order.Next(&place);
@@ -63,7 +64,10 @@ int32_t FillBatch(const TableView &view, const Order &order, Cursor *cursor, cha
     if (cursor->count == room) return kTbmMore;
     const TableView::Copied copied = view.Copy(place, buffer, view.shape().recordSize);
     if (copied == TableView::Copied::kRestless) return kTbmWalkLost;
-    if (copied == TableView::Copied::kGone) continue;
+    if (copied == TableView::Copied::kGone) {
+      if (!IsNewlyGone(place, &gone)) return kTbmWalkLost;
+      continue;
+    }
     cursor->last = place;
     cursor->deletionTold = false;
     buffer += view.shape().recordSize;

@@ -2,6 +2,7 @@
 #define HOST_TBM_WALK_H_
 
 #include <cstdint>
+#include <utility>
 
 #include "host/tbm/table_view.h"
 
@@ -48,6 +49,13 @@ class ChainOrder {
   const Bucket &bucket_;
   const TableKey *key_;  // null: any
 };
+
+// Whether an entry that was found but had no record any more is another one than the last time, *gone. The
+// writer clears the record's serial last, so that no entry is found again then: only a damaged table shows
+// one.
+inline bool IsNewlyGone(const Place &place, uint64_t *gone) {
+  return std::exchange(*gone, place.serial) != place.serial;
+}
 
 // What a TbmTravContext holds. All zero: no walk has begun.
 struct Cursor {

@@ -1,6 +1,7 @@
 // nqed: the lab engine. Fills an arena from a scenario file, publishes it and answers command lines on its
 // socket.
 
+#include <sys/eventfd.h>
 #include <sys/signalfd.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -159,7 +160,16 @@ int RunEngine(const CommandLine &line) {
   engine.Publish();
   listener.Unlock();
   Server server(listener.fd(), channel);
-  server.AddTick(kAgingPeriod, [&engine] { engine.Age(); });
+  // A round of aging each second, in pieces between which clients are served.
+  const UniqueFd moreToAge(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+  if (!moreToAge.ok()) throw SystemError("cannot wait for the sessions' aging");
+  const auto age = [&engine, &moreToAge] {
+    eventfd_t count;
+    eventfd_read(moreToAge.get(), &count);
+    if (engine.AgeSome()) eventfd_write(moreToAge.get(), 1);
+  };
+  server.AddTick(kAgingPeriod, age);
+  server.AddWatch(moreToAge.get(), age);
   if (engine.changes() >= 0) server.AddWatch(engine.changes(), [&engine] { engine.Follow(); });
   if (traffic) server.AddTick(Traffic::kPeriod, [&traffic] { traffic->Tick(); });
 
