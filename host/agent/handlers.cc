@@ -11,6 +11,7 @@
 #include "host/base/words.h"
 #include "host/omcc/model.h"
 #include "host/omcc/omcc.h"
+#include "host/tbm/client_writes.h"
 #include "platform/engine.h"
 #include "platform/memory.h"
 #include "qdt/server_map.h"
@@ -98,14 +99,16 @@ const Handler *FindHandler(std::string_view name) {
 
 HandlerAnswer RunHandler(const Handler &handler, lyd_node *request) {
   if (handler.check != nullptr) handler.check(request);
-  const Arena *arena = Arena::Current();
+  Arena *arena = Arena::Current();
   if (handler.writes && arena != nullptr && !arena->Writable())
     throw HostError("this user may only read the arena, and " + std::string(handler.rpc) + " changes it");
   const std::lock_guard lock(g_running);
+  if (arena != nullptr) arena->DropCopies();
   HandlerAnswer answer{0, false, {}};
   g_answer = &answer;
   answer.result = handler.run != nullptr ? handler.run(AsRequest(request)) : RunDocument(handler, &answer);
   g_answer = nullptr;
+  if (handler.writes) tbm::TakeClientWrites();
   answer.text = XmlText(std::move(answer.text));
   return answer;
 }

@@ -16,12 +16,6 @@ TbmGlobalInfo *g_tbmGlobalInfo = nullptr;
 
 namespace qdt::host {
 
-namespace {
-
-Arena *g_current = nullptr;
-
-}  // namespace
-
 uint64_t HeaderSum(const ArenaHeader &header) {
   ArenaHeader copy = header;
   copy.headerSum = 0;
@@ -30,6 +24,7 @@ uint64_t HeaderSum(const ArenaHeader &header) {
 }
 
 Arena::Impl::~Impl() {
+  if (live != nullptr) munmap(live, RecordBytes());
   if (header != nullptr) munmap(header, size);
   // A forked child has a copy of this object, but the file is the engine's.
   if (!buildPath.empty() && owner == getpid()) unlink(buildPath.c_str());
@@ -49,6 +44,25 @@ bool Arena::Impl::Map(uint64_t base, uint64_t bytes, int protection, int flags) 
   return true;
 }
 
+// Maps a part of the file anew, for reading and writing.
+bool Arena::Impl::Retake(uint64_t offset, uint64_t bytes, int flags) {
+  return bytes == 0 || mmap(Base() + offset, bytes, PROT_READ | PROT_WRITE, flags | MAP_FIXED | MAP_NORESERVE,
+                            file.get(), static_cast<off_t>(offset)) != MAP_FAILED;
+}
+
+bool Arena::Impl::SplitForClient(bool shared) {
+  const uint64_t records = header->recordsOffset;
+  const uint64_t tail = header->tailOffset;
+  if (RecordBytes() != 0) {
+    void *got = mmap(nullptr, RecordBytes(), PROT_READ, MAP_SHARED | MAP_NORESERVE, file.get(),
+                     static_cast<off_t>(records));
+    if (got == MAP_FAILED) return false;
+    live = static_cast<char *>(got);
+  }
+  return Retake(records, RecordBytes(), MAP_PRIVATE) &&
+         Retake(tail, size - tail, shared ? MAP_SHARED : MAP_PRIVATE);
+}
+
 ArenaState Arena::Impl::State() const {
   return static_cast<ArenaState>(std::atomic_ref<uint32_t>(header->state).load(std::memory_order_acquire));
 }
@@ -57,10 +71,13 @@ void Arena::Impl::SetState(ArenaState state) {
   std::atomic_ref<uint32_t>(header->state).store(static_cast<uint32_t>(state), std::memory_order_release);
 }
 
-Arena::Arena(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
+Arena::Arena(std::unique_ptr<Impl> impl)
+    : impl_(std::move(impl)), header_(impl_->header), role_(impl_->role) {
+  if (impl_->live != nullptr) liveShift_ = impl_->live - (impl_->Base() + header_->recordsOffset);
+}
 
 Arena::~Arena() {
-  if (g_current == this) SetCurrent(nullptr);
+  if (current_ == this) SetCurrent(nullptr);
 }
 
 bool Arena::EngineAlive() const {
@@ -77,10 +94,17 @@ void Arena::CopyTo(int fd) const {
 }
 
 const std::string &Arena::path() const { return impl_->path; }
-ArenaHeader *Arena::header() const { return impl_->header; }
 const std::string Arena::socketPath() const { return impl_->header->socketPath; }
 uint32_t Arena::enginePid() const { return static_cast<uint32_t>(impl_->header->enginePid); }
 bool Arena::Writable() const { return impl_->writable; }
+
+void Arena::NoteCopies() { impl_->copies = true; }
+
+void Arena::DropCopies() {
+  if (impl_->copies && impl_->live != nullptr)
+    madvise(impl_->Base() + impl_->header->recordsOffset, impl_->RecordBytes(), MADV_DONTNEED);
+  impl_->copies = false;
+}
 
 bool Arena::Contains(const void *address, size_t size) const {
   const uint64_t offset = reinterpret_cast<uint64_t>(address) - impl_->header->base;
@@ -102,10 +126,8 @@ uint64_t Arena::StorageBytes() const {
   const ArenaHeader &header = *impl_->header;
   const auto *state = reinterpret_cast<const tbm::TableState *>(impl_->Base() + header.stateOffset);
   uint64_t bytes = header.fixedBytes;
-  for (uint32_t id = 0; id < header.tableCount; ++id, ++state) {
-    const tbm::TableShape &shape = impl_->Shapes()[id];
-    if (shape.dataSize != 0) bytes += tbm::StorageBytes(shape, *state);
-  }
+  for (uint32_t id = 0; id < header.tableCount; ++id, ++state)
+    bytes += state->bytes.load(std::memory_order_relaxed);
   return bytes;
 }
 
@@ -116,13 +138,11 @@ bool Arena::Reserve(void *address, size_t size) {
 }
 
 void Arena::SetCurrent(Arena *arena) {
-  g_current = arena;
+  current_ = arena;
   g_tbmGlobalInfo =
       arena == nullptr
           ? nullptr
           : reinterpret_cast<TbmGlobalInfo *>(arena->impl_->Base() + arena->header()->infoOffset);
 }
-
-Arena *Arena::Current() { return g_current; }
 
 }  // namespace qdt::host

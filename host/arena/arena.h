@@ -34,14 +34,20 @@ struct ArenaHeader;
 // address that its header records, so that records can hold real addresses. See docs/arena.md for the file's
 // layout.
 //
+// In a client the records' part of that mapping is the process's own: who reads tables in place there reads
+// copies, which the table manager has made whole and which nobody changes under the reader's eyes. What the
+// engine has is mapped a second time (LiveShift).
+//
 // An Arena object owns the mapping and, in the engine, the lock that says "this engine lives". The kernel
 // drops the lock with the process, however it ends. Not thread-safe; one engine thread writes.
 class Arena {
  public:
   enum class Access {
-    kLive,      // the shared file of a running engine: tables read-only, regions and session records writable
+    kLive,      // the shared file of a running engine: regions writable, records the process's own
     kSnapshot,  // any arena file, also one without an engine, mapped privately: writes stay in this process
   };
+
+  enum class Role { kEngine, kClient, kSnapshot };
 
   // Lays out a new arena beside `path` under a temporary name; nobody sees it until Publish. Throws HostError
   // when the place cannot be written, has too little room, or no base address is free.
@@ -75,14 +81,25 @@ class Arena {
   void CopyTo(int fd) const;
 
   const std::string &path() const;
-  ArenaHeader *header() const;
+  ArenaHeader *header() const { return header_; }
   const std::string socketPath() const;
   uint32_t enginePid() const;
 
-  // Whether this process may write to regions and session records: the engine, clients with write permission,
-  // and readers of a snapshot (whose writes stay in their process). Where a live arena may only be read,
-  // writes do not fault either, but reach nobody: ask first. VRX_Smmap refuses there.
+  Role role() const { return role_; }
+
+  // Whether this process may write to regions and ask for sessions to end: the engine, clients with write
+  // permission, and readers of a snapshot (whose writes stay in their process). Where a live arena may only
+  // be read, writes do not fault either, but reach nobody: ask first. VRX_Smmap refuses there.
   bool Writable() const;
+
+  // How far behind a record's address the bytes are mapped that the engine has there: 0 but in a client.
+  ptrdiff_t LiveShift() const { return liveShift_; }
+
+  // That this process has made copies of records at their addresses, or may have written to some.
+  void NoteCopies();
+  // Gives them up: the mapping at the base shows what the engine has again. To be called between any two
+  // commands, so that what one reads is fresh. Pointers to records that one has got mean nothing to the next.
+  void DropCopies();
 
   // Bytes of storage that the arena occupies so far.
   uint64_t StorageBytes() const;
@@ -101,12 +118,16 @@ class Arena {
   // The arena that this process works on: what the platform's table and shared-memory functions use. Also
   // sets g_tbmGlobalInfo. Null detaches.
   static void SetCurrent(Arena *arena);
-  static Arena *Current();
+  static Arena *Current() { return current_; }
 
  private:
   struct Impl;
   explicit Arena(std::unique_ptr<Impl> impl);
+  static inline Arena *current_ = nullptr;
   std::unique_ptr<Impl> impl_;
+  ArenaHeader *header_;
+  ptrdiff_t liveShift_ = 0;
+  Role role_;
 };
 
 }  // namespace qdt::host

@@ -48,9 +48,10 @@ bool SizesFit(const ArenaHeader &header) {
     return offset % 8 == 0 && offset <= total && size <= total - offset;
   };
   return header.tableCount == kTableCount && header.regionCount <= kMaxRegions &&
-         header.base % kTailAlignment == 0 && holds(header.directoryOffset, header.directorySize) &&
+         header.base % kMapAlignment == 0 && holds(header.directoryOffset, header.directorySize) &&
          directory < header.directorySize && holds(header.infoOffset, info) && holds(header.tailOffset, 0) &&
-         header.tailOffset % kTailAlignment == 0 &&
+         header.recordsOffset <= header.tailOffset && header.recordsOffset % kMapAlignment == 0 &&
+         header.tailOffset % kMapAlignment == 0 &&
          holds(header.stateOffset, header.tableCount * sizeof(tbm::TableState)) &&
          header.socketPath[kSocketPathRoom - 1] == 0;
 }
@@ -157,13 +158,33 @@ class DirectoryCheck {
     if (shape.dataSize == 0) return true;
     return shape.keySize <= tbm::kMaxKeySize && shape.groupKeySize <= shape.keySize &&
            shape.recordSize != 0 && shape.searchOffset < shape.recordSize &&
-           shape.recordOffset >= sizeof(tbm::Slot) + shape.keySize &&
-           uint64_t{shape.recordOffset} + shape.recordSize + shape.attachedSize <= shape.slotSize &&
-           shape.nodeCount <= shape.capacity && shape.slotSize % 8 == 0 && shape.recordOffset % 8 == 0 &&
-           shape.indexOffset % 8 == 0 && shape.slabOffset % 8 == 0 &&
+           shape.headSize == tbm::HeadSize(shape.keySize) &&
+           sizeof(tbm::Slot) + tbm::StoredSize(shape) <= shape.slotSize &&
+           shape.nodeCount <= shape.capacity && shape.slotSize % 8 == 0 &&
            std::has_single_bit(shape.bucketCount) && shape.lookup <= static_cast<uint8_t>(Lookup::kPrefix6) &&
-           Holds(shape.indexOffset, tbm::IndexSize(shape)) &&
-           Holds(shape.slabOffset, uint64_t{shape.slotSize} * shape.capacity);
+           shape.logRoom == tbm::LogRoom(shape.capacity) && AgingIsGood(shape) && PlacesAreGood(shape);
+  }
+
+  static bool AgingIsGood(const tbm::TableShape &shape) {
+    if (shape.agingSize == 0) return true;
+    return std::has_single_bit(shape.agingSize) && shape.agingSize <= tbm::kWord &&
+           shape.agingOffset % shape.agingSize == 0 && shape.agingOffset < shape.recordSize &&
+           shape.agingSize <= shape.recordSize - shape.agingOffset;
+  }
+
+  // What only the engine writes stands before the records, records before the tail, requests in it.
+  bool PlacesAreGood(const tbm::TableShape &shape) const {
+    const auto holds = [](uint64_t begin, uint64_t end, uint64_t offset, uint64_t size) {
+      return offset % 8 == 0 && offset >= begin && offset <= end && size <= end - offset;
+    };
+    const uint64_t records = header_.recordsOffset;
+    const uint64_t tail = header_.tailOffset;
+    return holds(0, records, shape.indexOffset, tbm::IndexSize(shape)) &&
+           holds(0, records, shape.headsOffset, uint64_t{shape.headSize} * shape.capacity) &&
+           holds(0, records, shape.logOffset, uint64_t{shape.logRoom} * 2 * sizeof(tbm::LogEntry)) &&
+           holds(records, tail, shape.slabOffset, uint64_t{shape.slotSize} * shape.capacity) &&
+           (shape.agingSize == 0 ||
+            holds(tail, header_.totalSize, shape.requestOffset, shape.capacity * sizeof(uint64_t)));
   }
 
   const ArenaHeader &header_;
@@ -190,7 +211,8 @@ std::unique_ptr<Arena> Arena::Attach(const std::string &path, Access access) {
   }
   const bool shared = IsLive(access) && (fcntl(impl->file.get(), F_GETFL) & O_ACCMODE) == O_RDWR;
   impl->writable = shared || !IsLive(access);
-  if (!impl->Map(header.base, header.totalSize, PROT_READ, shared ? MAP_SHARED : MAP_PRIVATE)) {
+  impl->role = IsLive(access) ? Role::kClient : Role::kSnapshot;
+  if (!impl->Map(header.base, header.totalSize, PROT_READ, IsLive(access) ? MAP_SHARED : MAP_PRIVATE)) {
     char address[32];
     std::snprintf(address, sizeof(address), "0x%llx", static_cast<unsigned long long>(header.base));
     throw HostError("cannot map the arena at " + path + " at its address " + address + ": " +
@@ -203,9 +225,12 @@ std::unique_ptr<Arena> Arena::Attach(const std::string &path, Access access) {
   if (!check.InfoIsGood()) {
     throw HostError("the arena at " + path + " has damaged table descriptors" + kAgainHint);
   }
-  // A private mapping takes writes as well, so that nothing faults; they stay in this process.
-  if (mprotect(impl->Base() + header.tailOffset, header.totalSize - header.tailOffset,
-               PROT_READ | PROT_WRITE) != 0) {
+  // What is private takes writes as well, so that nothing faults; they stay in this process.
+  const bool ready = IsLive(access)
+                         ? impl->SplitForClient(shared)
+                         : mprotect(impl->Base() + header.recordsOffset,
+                                    header.totalSize - header.recordsOffset, PROT_READ | PROT_WRITE) == 0;
+  if (!ready) {
     throw HostError("cannot map the arena at " + path + ": " + SystemText(errno));
   }
   return std::unique_ptr<Arena>(new Arena(std::move(impl)));

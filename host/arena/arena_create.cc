@@ -1,6 +1,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/random.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -46,12 +47,11 @@ uint64_t NanosecondsSince1970() {
   return static_cast<uint64_t>(now.tv_sec) * 1000000000 + static_cast<uint64_t>(now.tv_nsec);
 }
 
-uint64_t RandomIdentity() {
-  uint64_t identity = NanosecondsSince1970();
-  ArenaFile random("/dev/urandom", O_RDONLY);
-  if (random.ok() && read(random.get(), &identity, sizeof(identity)) < 0)
-    identity ^= uint64_t(getpid()) << 32;
-  return identity;
+uint64_t RandomWord() {
+  uint64_t word = NanosecondsSince1970() * 0x9e3779b97f4a7c15;
+  // Small requests are whole, and fail on kernels alone that do not know the call.
+  if (getrandom(&word, sizeof(word), 0) < 0) word ^= uint64_t(getpid()) << 32;
+  return word;
 }
 
 bool StartsLikeArena(const ArenaFile &file) {
@@ -150,6 +150,7 @@ std::unique_ptr<Arena> Arena::Create(const std::string &path, const ArenaPlan &p
   impl->file = CreateLocked(buildPath, path);
   impl->buildPath = buildPath;
   impl->owner = getpid();
+  impl->role = Role::kEngine;
   impl->writable = true;
   const int fd = impl->file.get();
   if (ftruncate(fd, static_cast<off_t>(shape.totalSize)) != 0) RefuseToCreate(path, errno);
@@ -173,7 +174,8 @@ std::unique_ptr<Arena> Arena::Create(const std::string &path, const ArenaPlan &p
   header->base = reinterpret_cast<uint64_t>(header);
   header->enginePid = static_cast<uint64_t>(getpid());
   header->startTime = NanosecondsSince1970();
-  header->identity = RandomIdentity();
+  header->identity = RandomWord();
+  for (uint64_t &word : header->hashKey) word = RandomWord();
   header->headerSum = HeaderSum(*header);
   impl->SetState(ArenaState::kBuilding);
   return std::unique_ptr<Arena>(new Arena(std::move(impl)));

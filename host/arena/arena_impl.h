@@ -20,6 +20,12 @@ struct Arena::Impl {
   // Maps the file at `base`; false with errno when that is not possible. `flags` are MAP_SHARED or
   // MAP_PRIVATE, `protection` is that of the whole mapping.
   bool Map(uint64_t base, uint64_t size, int protection, int flags);
+  // Makes of the engine's bytes, mapped at the base to be read, what a client works on: records of its own
+  // there, the engine's elsewhere, and the tail `shared` with all others or its own. False with errno.
+  bool SplitForClient(bool shared);
+  // The records' part of the file.
+  uint64_t RecordBytes() const { return header->tailOffset - header->recordsOffset; }
+  bool Retake(uint64_t offset, uint64_t bytes, int flags);
 
   ArenaState State() const;
   void SetState(ArenaState state);
@@ -34,8 +40,11 @@ struct Arena::Impl {
   ArenaFile file;
   ArenaHeader *header = nullptr;
   uint64_t size = 0;
+  char *live = nullptr;  // the records as the engine has them, in a client
+  Arena::Role role = Arena::Role::kSnapshot;
   pid_t owner = 0;        // the engine's process; 0 in clients
   bool writable = false;  // Arena::Writable
+  bool copies = false;    // Arena::NoteCopies
 };
 
 // Sum over the header as ArenaHeader::headerSum holds it.

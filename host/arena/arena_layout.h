@@ -9,7 +9,7 @@
 namespace qdt::host {
 
 constexpr char kArenaMagic[8] = {'Q', 'D', 'T', 'A', 'R', 'E', 'N', 'A'};
-constexpr uint32_t kArenaVersion = 2;
+constexpr uint32_t kArenaVersion = 3;
 constexpr uint32_t kByteOrderMark = 0x01020304;
 constexpr uint32_t kByteOrderSwapped = 0x04030201;
 
@@ -21,8 +21,8 @@ enum class ArenaState : uint32_t {
 };
 
 constexpr uint32_t kMaxRegions = 1024;
-// Of the mapping's base and of the part that clients may write: the largest page size in use.
-constexpr uint64_t kTailAlignment = 64 << 10;
+// Of the mapping's base and of the parts that are mapped in ways of their own: the largest page size in use.
+constexpr uint64_t kMapAlignment = 64 << 10;
 constexpr size_t kSocketPathRoom = 256;
 constexpr size_t kRegionNameRoom = 64;
 
@@ -41,22 +41,24 @@ struct ArenaHeader {
   uint64_t directoryOffset;  // tables, regions, names: constant, covered by directorySum
   uint64_t directorySize;
   uint64_t directorySum;
-  uint64_t infoOffset;   // tbm::InfoArea: TbmGlobalInfo, the table descriptors and more
-  uint64_t stateOffset;  // TableState of each table
-  uint64_t tailOffset;   // from here to the end clients may write
-  uint64_t fixedBytes;   // storage reserved when the arena was made
+  uint64_t infoOffset;     // tbm::InfoArea: TbmGlobalInfo, the table descriptors and more
+  uint64_t stateOffset;    // TableState of each table
+  uint64_t recordsOffset;  // from here to the tail: the tables' records, and nothing else
+  uint64_t tailOffset;     // from here to the end clients may write
+  uint64_t fixedBytes;     // storage reserved when the arena was made
   uint64_t enginePid;
-  uint64_t startTime;  // nanoseconds since 1970
-  uint64_t identity;   // random; tells two arenas of one path apart
+  uint64_t startTime;   // nanoseconds since 1970
+  uint64_t identity;    // random; tells two arenas of one path apart
+  uint64_t hashKey[2];  // random; nobody can choose keys that share a bucket without it
   char socketPath[kSocketPathRoom];
   uint64_t headerSum;
   uint32_t state;  // ArenaState, read and written atomically
   uint32_t reserved;
 };
-static_assert(sizeof(ArenaHeader) == 400);
+static_assert(sizeof(ArenaHeader) == 424);
 static_assert(offsetof(ArenaHeader, base) == 24 && offsetof(ArenaHeader, directoryOffset) == 48);
-static_assert(offsetof(ArenaHeader, enginePid) == 104 && offsetof(ArenaHeader, socketPath) == 128);
-static_assert(offsetof(ArenaHeader, headerSum) == 384 && offsetof(ArenaHeader, state) == 392);
+static_assert(offsetof(ArenaHeader, enginePid) == 112 && offsetof(ArenaHeader, socketPath) == 152);
+static_assert(offsetof(ArenaHeader, headerSum) == 408 && offsetof(ArenaHeader, state) == 416);
 
 // One region of the region directory.
 struct RegionEntry {

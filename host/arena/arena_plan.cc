@@ -16,6 +16,27 @@ constexpr uint64_t kMaxSize = uint64_t{1} << 36;
 constexpr uint32_t kMaxRecordSize = 1 << 20;
 constexpr uint32_t kMaxCapacity = 1 << 24;
 
+// One store changes an aging time, and a record's serial stands in one page with it.
+template <typename Refuse>
+void CheckAging(const TableSpec &spec, const Refuse &refuse) {
+  if (!spec.ClientWritable()) return;
+  if (!std::has_single_bit(spec.agingSize) || spec.agingSize > tbm::kWord ||
+      spec.agingOffset % spec.agingSize != 0) {
+    refuse(
+        "an aging time that clients may set must be a word of 1, 2, 4 or 8 bytes at a multiple of its size");
+  }
+  if (spec.agingOffset + spec.agingSize > std::min<uint64_t>(spec.recordSize, kPage - sizeof(tbm::Slot))) {
+    refuse("the aging time that clients may set lies outside its record or beyond its first " +
+           std::to_string(kPage - sizeof(tbm::Slot)) + " bytes");
+  }
+}
+
+// Where clients may write no page ends between a record's serial and its aging time.
+uint32_t SlotSize(const TableSpec &spec) {
+  const auto size = static_cast<uint32_t>(sizeof(tbm::Slot) + tbm::RoundUpToWord(spec.StoredSize()));
+  return spec.ClientWritable() ? std::bit_ceil(size) : size;
+}
+
 void CheckTable(const TableSpec &spec, uint32_t id) {
   const auto refuse = [&](const std::string &what) {
     throw HostError("table " + std::to_string(id) + " (" + spec.name + "): " + what);
@@ -40,6 +61,7 @@ void CheckTable(const TableSpec &spec, uint32_t id) {
   if (spec.capacity == 0 || spec.capacity > kMaxCapacity) {
     refuse("its capacity must be 1 to " + std::to_string(kMaxCapacity));
   }
+  CheckAging(spec, refuse);
 }
 
 }  // namespace
@@ -78,9 +100,11 @@ void PlanLayout::AddTable(const TableSpec &spec) {
     shape.groupKeySize = spec.groupKeySize;
     shape.lookup = static_cast<uint8_t>(spec.lookup);
     shape.enabled = spec.enabled;
-    shape.clientWritable = spec.clientWritable;
-    shape.recordOffset = static_cast<uint32_t>(sizeof(tbm::Slot) + tbm::RoundUpToWord(spec.keySize));
-    shape.slotSize = shape.recordOffset + static_cast<uint32_t>(tbm::RoundUpToWord(spec.StoredSize()));
+    shape.agingSize = spec.agingSize;
+    shape.agingOffset = spec.agingOffset;
+    shape.headSize = tbm::HeadSize(spec.keySize);
+    shape.slotSize = SlotSize(spec);
+    shape.logRoom = tbm::LogRoom(spec.capacity);
     shape.attachedSize = spec.attachedSize;
     shape.nodeCount = spec.id == kFlowPartitionTable ? spec.capacity : 0;
     shape.bucketCount = std::bit_ceil(spec.capacity);
@@ -134,21 +158,26 @@ void PlanLayout::PlaceRegions(bool engineOnly) {
   }
 }
 
-// What clients may write stands behind everything else: the regions, then the slabs of the tables that allow
-// it.
+// First what readers follow, then the records, of which clients make copies, and at the end what clients may
+// write: the regions, then the requests of the tables that take any.
 void PlanLayout::PlaceTables() {
   for (tbm::TableShape &shape : shapes_) {
     if (shape.dataSize == 0) continue;
     shape.indexOffset = Take(tbm::IndexSize(shape), kPage);
-    if (!shape.clientWritable) shape.slabOffset = Take(uint64_t{shape.slotSize} * shape.capacity, kPage);
+    shape.headsOffset = Take(uint64_t{shape.headSize} * shape.capacity, 64);
+    shape.logOffset = Take(uint64_t{shape.logRoom} * 2 * sizeof(tbm::LogEntry), 64);
   }
-  header_.tailOffset = Take(0, kTailAlignment);
+  header_.recordsOffset = Take(0, kMapAlignment);
+  for (tbm::TableShape &shape : shapes_) {
+    if (shape.dataSize != 0) shape.slabOffset = Take(uint64_t{shape.slotSize} * shape.capacity, kPage);
+  }
+  header_.tailOffset = Take(0, kMapAlignment);
   PlaceRegions(false);
   regionsEnd_ = end_;
   for (tbm::TableShape &shape : shapes_) {
-    if (shape.clientWritable) shape.slabOffset = Take(uint64_t{shape.slotSize} * shape.capacity, kPage);
+    if (shape.agingSize != 0) shape.requestOffset = Take(shape.capacity * sizeof(uint64_t), kPage);
   }
-  header_.totalSize = Take(0, kTailAlignment);
+  header_.totalSize = Take(0, kMapAlignment);
   if (header_.totalSize > kMaxSize) throw HostError("the tables together are too large for an arena");
   header_.fixedBytes = FixedEnd() + regionsEnd_ - header_.tailOffset;
 }

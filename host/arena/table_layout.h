@@ -14,8 +14,9 @@ struct TbmHashMap {
   uint32_t reserved;
 };
 
-// The bytes of a table in the arena: its constant shape, its changing state, its hash index and its slab of
-// slots. The arena places and checks them; what goes on inside is the table manager's (host/tbm).
+// The bytes of a table in the arena: its constant shape, its changing state, its index, the heads of its
+// slots, the log of its order, its records and what clients ask of it. The arena places and checks them; what
+// goes on inside is the table manager's (host/tbm).
 //
 // Slots are named by numbers from 1 on; 0 says "none", so zeroed storage is an empty table. Serials count the
 // entries ever inserted into a table from 1 on; a slot with serial 0 holds no entry. As no two entries share
@@ -40,18 +41,24 @@ struct TableShape {
   uint32_t groupRuleSpec;
   uint8_t lookup;  // Lookup
   uint8_t enabled;
-  uint8_t clientWritable;
+  uint8_t agingSize;      // bytes of the aging time that clients may set to 0; 0: they change nothing
   uint8_t groupKeySize;   // 0, or whole words of the key that alone are hashed
   uint32_t nameOffset;    // from the file's start
-  uint32_t slotSize;      // slot header, key and record, each filled up to 8 bytes
-  uint32_t recordOffset;  // of the record in its slot
-  uint32_t bucketCount;   // a power of two
-  uint64_t indexOffset;   // IndexSize bytes
-  uint64_t slabOffset;    // capacity slots
+  uint32_t headSize;      // of a slot's head with the key, see HeadSize
+  uint32_t slotSize;      // of a Slot with its record
   uint32_t attachedSize;  // bytes behind a record that walks do not deliver
+  uint32_t agingOffset;   // of the aging time in the record
+  uint32_t bucketCount;   // a power of two
   uint32_t nodeCount;     // of the flow partition, whose nodes are this table's entries: its capacity, or 0
+  uint32_t logRoom;       // entries of one log
+  uint32_t reserved;
+  uint64_t indexOffset;    // IndexSize bytes
+  uint64_t headsOffset;    // capacity heads
+  uint64_t logOffset;      // two logs
+  uint64_t slabOffset;     // capacity records' places
+  uint64_t requestOffset;  // a word for each slot, where clients may write
 };
-static_assert(sizeof(TableShape) == 64 && offsetof(TableShape, indexOffset) == 40);
+static_assert(sizeof(TableShape) == 104 && offsetof(TableShape, indexOffset) == 64);
 
 // One chain of the hash index, in order of insertion. `removals` counts the entries ever taken out of the
 // chain: a reader that finds it unchanged has not strayed into another chain through a slot that was used
@@ -62,18 +69,69 @@ struct Bucket {
 };
 static_assert(sizeof(Bucket) == 8);
 
+// What a search touches of a slot; the key follows.
+struct Head {
+  std::atomic<uint64_t> serial;     // 0 while the slot holds no entry
+  std::atomic<uint32_t> chainNext;  // next entry of the bucket
+  uint32_t chainPrev;  // the writer's; the first entry of a bucket names the last one, a free slot the next
+  std::atomic<uint32_t> hash;
+  uint32_t reserved;
+};
+static_assert(sizeof(Head) == 24 && offsetof(Head, hash) == 16);
+
+// What a walk touches of it; the record follows. The serial is set before that of the head and cleared after
+// it: an entry that a search finds has a record.
+struct Slot {
+  std::atomic<uint64_t> serial;
+  std::atomic<uint32_t> version;  // odd while the record is being overwritten in place
+  uint32_t reserved;
+};
+static_assert(sizeof(Slot) == 16 && offsetof(Slot, version) == 8);
+
+// Bytes of a head with its key: half a cache line, or whole ones, so that a search that meets an entry
+// touches as few as possible.
+constexpr uint32_t HeadSize(uint32_t keySize) {
+  const auto size = static_cast<uint32_t>(sizeof(Head) + RoundUpToWord(keySize));
+  return size <= 32 ? 32 : (size + 63) / 64 * 64;
+}
+
+// One entry of a table's order. A log names all entries of the table by rising serials; those that have left
+// since are known by their slot's serial, which is another.
+struct LogEntry {
+  std::atomic<uint64_t> serial;
+  std::atomic<uint32_t> ref;
+  uint32_t reserved;
+};
+static_assert(sizeof(LogEntry) == 16);
+
+// The writer begins to tidy a log when less than half of it is of use, and carries over so many entries with
+// each change of the table.
+constexpr uint32_t kTidySlack = 64;
+constexpr uint32_t kTidyStep = 8;
+
+// Enough for what comes while a full table's log is being tidied.
+constexpr uint32_t LogRoom(uint32_t capacity) { return capacity * 2 + capacity / 2 + 4 * kTidySlack; }
+
 constexpr uint32_t PrefixAddressSize(const TableShape &shape) {
   return host::PrefixAddressSize(static_cast<Lookup>(shape.lookup));
 }
 
-// Where in the index the flow partition's nodes stand: addresses of records, by slot, null while it is free.
+// What stands in the index behind the buckets: the flow partition's nodes (addresses of records, by slot,
+// null while it is free), of route tables a counter of each prefix length, and the spare.
 constexpr uint64_t NodesOffset(const TableShape &shape) { return shape.bucketCount * sizeof(Bucket); }
-
-// Bytes of the buckets, and behind them for route tables a counter of each prefix length, for the sessions
-// the flow partition's nodes.
-constexpr uint64_t IndexSize(const TableShape &shape) {
+constexpr uint64_t PrefixCountsOffset(const TableShape &shape) {
+  return NodesOffset(shape) + uint64_t{shape.nodeCount} * sizeof(void *);
+}
+constexpr uint64_t SpareOffset(const TableShape &shape) {
   const uint64_t lengths = PrefixAddressSize(shape) == 0 ? 0 : PrefixAddressSize(shape) * 8 + 1;
-  return NodesOffset(shape) + lengths * sizeof(uint32_t) + uint64_t{shape.nodeCount} * sizeof(void *);
+  return PrefixCountsOffset(shape) + RoundUpToWord(lengths * sizeof(uint32_t));
+}
+constexpr uint64_t StoredSize(const TableShape &shape) {
+  return uint64_t{shape.recordSize} + shape.attachedSize;
+}
+// The spare holds what a record was before the change that the writer is in the middle of.
+constexpr uint64_t IndexSize(const TableShape &shape) {
+  return SpareOffset(shape) + RoundUpToWord(StoredSize(shape));
 }
 
 // What stands at ArenaHeader::infoOffset. The two last parts are pointed to when their tables are defined.
@@ -85,42 +143,31 @@ struct InfoArea {
 };
 static_assert(sizeof(InfoArea) == 32 + 109 * 48 + 16 + 8);
 
-// Head of a slot; the key follows, the record stands at TableShape::recordOffset.
-struct Slot {
-  std::atomic<uint64_t> serial;  // 0 while the slot holds no entry
-  std::atomic<uint32_t>
-      orderNext;       // next entry of the table in order of insertion; of a free slot: next free slot
-  uint32_t orderPrev;  // the writer's
-  std::atomic<uint32_t> chainNext;  // next entry of the bucket
-  uint32_t chainPrev;               // the writer's; the first entry of a bucket names the last one
-  std::atomic<uint32_t> hash;
-  std::atomic<uint32_t> version;  // odd while the writer overwrites the record in place
-};
-static_assert(sizeof(Slot) == 32 && offsetof(Slot, version) == 28);
-
 // Changing; written by the engine alone.
 struct TableState {
   std::atomic<uint64_t> lastSerial;  // of the entry inserted last
-  std::atomic<uint64_t> slabBytes;   // storage reserved for the slab so far
+  std::atomic<uint64_t> bytes;       // storage reserved for the table so far
   std::atomic<uint32_t> usedSlots;   // slots that ever held an entry; readers touch no others
   std::atomic<uint32_t> indexReady;  // non-zero when the index has its storage
-  std::atomic<uint32_t> orderHead;
-  uint32_t orderTail;  // from here on the writer's
-  uint32_t freeHead;
+  // The log in force is number logEpoch % 2; it is overwritten only while a later epoch is in force.
+  std::atomic<uint32_t> logEpoch;
+  std::atomic<uint32_t> logCount[2];
+  uint32_t freeHead;  // from here on the writer's
   uint32_t freeTail;
   uint32_t freeCount;
   uint32_t fullSaid;  // that the table is full is in the system log
-  uint64_t reserved[2];
+  uint32_t tidying;   // non-zero while the log is being tidied into the other one
+  uint32_t tidyFrom;
+  uint32_t tidyTo;
+  uint64_t headBytes;  // storage reserved so far
+  uint64_t slabBytes;
+  uint64_t logBytes[2];
+  uint64_t reserved[4];
 };
-static_assert(sizeof(TableState) == 64);
+static_assert(sizeof(TableState) == 128);
 
 inline bool HasIndex(const TableState &state) {
   return state.indexReady.load(std::memory_order_acquire) != 0;
-}
-
-// Storage reserved for the table so far.
-inline uint64_t StorageBytes(const TableShape &shape, const TableState &state) {
-  return state.slabBytes.load(std::memory_order_relaxed) + (HasIndex(state) ? IndexSize(shape) : 0);
 }
 
 static_assert(std::atomic<uint64_t>::is_always_lock_free && std::atomic<uint32_t>::is_always_lock_free);

@@ -52,9 +52,12 @@ struct TableSpec {
       0;  // entries whose keys begin with the same so many bytes are walked together; 0: none
   Lookup lookup = Lookup::kUnique;
   bool enabled = true;
-  bool clientWritable =
-      false;  // clients may write into live records (a session reset ages sessions in place)
+  // Where in a record its aging time stands, and its bytes. Clients may set it to 0, which ends the entry (a
+  // session reset does); 0 bytes: clients change nothing in this table.
+  uint32_t agingOffset = 0;
+  uint8_t agingSize = 0;
 
+  bool ClientWritable() const { return agingSize != 0; }
   // Bytes of an entry as it is written.
   uint32_t StoredSize() const { return recordSize + attachedSize; }
 };

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "host/layout/layout.h"
+#include "host/tbm/table_sweep.h"
 #include "host/tbm/table_writer.h"
 
 namespace qdt::host {
@@ -41,30 +42,13 @@ class Aging {
   bool Step(uint64_t uptime);
 
  private:
-  // How far a sweep has come, and what a slice of it may still do.
-  struct Sweep {
-    uint64_t uptime = 0;
-    size_t table = 0;    // in tables_
-    uint32_t place = 0;  // in that table: a node or a bucket
-    uint32_t looks = 0;
-    uint32_t removals = 0;
-    uint32_t removed = 0;
-
-    bool IsUsedUp() const { return looks == 0 || removals == 0; }
-  };
-
   void AddTable(const TableLayout &layout);
-  static Sweep WholeSweep(uint64_t uptime);
-  // Goes on until the slice is used up; whether the sweep has more to do.
-  bool GoOn(Sweep *sweep);
-  bool GoOnIn(const AgingTable &table, Sweep *sweep);
-  bool GoOnInSessions(const AgingTable &table, Sweep *sweep);
-  bool GoOnInServerMaps(const AgingTable &table, Sweep *sweep);
-  void Look(const AgingTable &table, void *record, Sweep *sweep);
 
   TableWriter &writer_;
   std::vector<AgingTable> tables_;
-  std::optional<Sweep> sweep_;  // the one under way
+  size_t next_ = 0;  // the table that Step goes on with, and how far it has come in it
+  uint64_t uptime_ = 0;
+  std::optional<TableSweep> sweep_;
 };
 
 }  // namespace qdt::host

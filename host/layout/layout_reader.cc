@@ -167,14 +167,6 @@ uint32_t LayoutReader::ReadNumberOr(uint32_t otherwise, const YamlNode &node, st
   return node.Get(property) != nullptr ? ReadNumber(node, property, 0, most) : otherwise;
 }
 
-bool LayoutReader::ReadFlag(const YamlNode &node, std::string_view property) {
-  const YamlNode *given = node.Get(property);
-  if (given == nullptr) return false;
-  if (given->text != "true" && given->text != "false")
-    Fail(*given, std::string(property), "not true or false");
-  return given->text == "true";
-}
-
 Lookup LayoutReader::ReadLookup(const YamlNode &node) {
   const YamlNode *given = node.Get("lookup");
   if (given == nullptr || given->text == "unique") return Lookup::kUnique;
@@ -212,6 +204,7 @@ void LayoutReader::ReadTable(const YamlNode &name, const YamlNode &node) {
     table.fields = ReadFields(node.Get("fields"), "", table.spec.StoredSize());
     CheckKey(table);
     CheckRecordWide(table.fields, table.key);
+    if (const YamlNode *name = node.Get("client_writable")) ReadClientWritable(*name, &table);
     if (const YamlNode *owner = node.Get("part_of")) table.partOf = owner->text;
   } else if (node.items.size() != 4) {
     Fail(node, "record_size", "missing (a table without it has an id and a name only)");
@@ -239,7 +232,18 @@ void LayoutReader::ReadShape(const YamlNode &node, TableSpec *spec) {
   if (spec->attachedSize != 0 && spec->recordSize % 8 != 0) {
     Fail(*node.Get("attached_size"), "attached_size", "for records of whole 8 bytes only");
   }
-  spec->clientWritable = ReadFlag(node, "client_writable");
+}
+
+// The aging time that clients may set to 0.
+void LayoutReader::ReadClientWritable(const YamlNode &name, TableLayout *table) {
+  const Field *field = table->fields.Find(name.text);
+  if (field == nullptr || field->count != 0 || !field->fields.empty())
+    Fail(name, "client_writable", Quoted(name.text) + " is not a value of this table (name its aging time)");
+  const FieldRef &ref = field->ref;
+  if (ref.kind != FieldKind::kUnsigned || ref.bits != 0 || ref.offset % ref.size != 0)
+    Fail(name, "client_writable", "not a whole number at a multiple of its size (u8, u16, u32 or u64)");
+  table->spec.agingOffset = ref.offset;
+  table->spec.agingSize = static_cast<uint8_t>(ref.size);
 }
 
 // One text of a scenario fills the key's field and the record's field of the same name.

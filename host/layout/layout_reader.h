@@ -36,7 +36,6 @@ class LayoutReader {
   void ReadRegion(const YamlNode &name, const YamlNode &node);
   uint32_t ReadNumber(const YamlNode &node, std::string_view property, uint32_t least, uint32_t most);
   uint32_t ReadNumberOr(uint32_t otherwise, const YamlNode &node, std::string_view property, uint32_t most);
-  bool ReadFlag(const YamlNode &node, std::string_view property);
   Lookup ReadLookup(const YamlNode &node);
   void CheckProperties(const YamlNode &node, std::initializer_list<std::string_view> known);
   void CheckName(const YamlNode &name, const std::string &where) const;
@@ -44,6 +43,7 @@ class LayoutReader {
   void CheckArenaHoldsAll() const;
   std::string Place(const YamlNode &node) const;
   void ReadShape(const YamlNode &node, TableSpec *spec);
+  void ReadClientWritable(const YamlNode &name, TableLayout *table);
   void CheckKey(const TableLayout &table);
   void CheckRecordWide(const FieldSet &fields, const FieldSet &key);
   void ReadPointer(const YamlNode &node, Field *field);

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "host/arena/arena.h"
 #include "qdt/trace.h"
 
 namespace qdt::host {
@@ -35,6 +36,7 @@ const EntryPoint *FindEntryPoint(std::string_view name) {
 }
 
 Answer RunEntryPoint(const EntryPoint &entry, std::span<char *const> words) {
+  if (Arena *arena = Arena::Current()) arena->DropCopies();
   OutputBuffer out{g_answer, 0};
   g_answer[0] = '\0';
   Answer answer;

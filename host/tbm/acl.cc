@@ -1,4 +1,5 @@
 #include "host/tbm/acl_rules.h"
+#include "host/tbm/deliver.h"
 #include "host/tbm/status.h"
 #include "host/tbm/table_view.h"
 #include "host/tbm/walk.h"
@@ -17,12 +18,12 @@ struct GroupKey {
 // wild.
 bool KeyOfGroup(const TableView &groups, const void *address, GroupKey *key) {
   static_assert(sizeof(GroupKey) == kWord);
-  Slot *slot = groups.SlotOfAddress(address);
-  if (slot == nullptr || groups.shape().keySize != sizeof(GroupKey)) return false;
-  const uint64_t serial = slot->serial.load(std::memory_order_acquire);
-  LoadWords(key, TableView::Key(slot), sizeof(*key));
-  std::atomic_thread_fence(std::memory_order_acquire);
-  return serial != 0 && slot->serial.load(std::memory_order_relaxed) == serial;
+  const uint32_t ref = groups.RefOfAddress(address);
+  if (ref == 0 || groups.shape().keySize != sizeof(GroupKey)) return false;
+  Head *group = groups.HeadAt(ref);
+  const uint64_t serial = group->serial.load(std::memory_order_acquire);
+  LoadWords(key, TableView::Key(group), sizeof(*key));
+  return serial != 0 && group->serial.load(std::memory_order_relaxed) == serial;
 }
 
 // The table that holds the rules of all groups.
@@ -51,10 +52,10 @@ int32_t TbmAclGroupSearchByPri(void *groupEntry, uint32_t priority, void **actio
   GroupKey group;
   if (!KeyOfGroup(groups, groupEntry, &group)) return kTbmNotFound;
   const AclRuleKey key = {group.type, group.id, priority};
-  Slot *rule;
-  status = rules.Find(rules.KeyOf(&key), &rule);
+  const TableKey ruleKey = rules.KeyOf(&key);
+  status = DeliverFound(
+      rules, [&](Place *found) { return rules.Find(ruleKey, found); }, action);
   if (status != kTbmOk) return status;
-  *action = rules.Address(rule);
   *content = static_cast<char *>(*action) + kAclActionSize;
   return kTbmOk;
 }

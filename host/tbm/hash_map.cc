@@ -2,7 +2,7 @@
 
 #include "host/tbm/status.h"
 #include "host/tbm/table_view.h"
-#include "host/tbm/walk.h"
+#include "host/tbm/visit.h"
 #include "platform/tbm.h"
 
 // The engine's one hash map is a table seen by its buckets.
@@ -42,12 +42,9 @@ int32_t TbmHashMapTravBuckets(TbmHashMap *map, TbmTravCallback callback, void *c
   const uint64_t lastSerial = table.state().lastSerial.load(std::memory_order_acquire);
   for (uint32_t bucket = first; bucket < end; ++bucket) {
     const ChainOrder chain(table, bucket);
-    for (Place place;;) {
-      const Step step = chain.Next(&place);
-      if (step == Step::kLost) return kTbmWalkLost;
-      if (step == Step::kEnd || place.serial > lastSerial) break;
-      if (callback(table.Record(table.SlotAt(place.ref)), context) == kTbmStop) return kTbmOk;
-    }
+    const int32_t visited = Visit(table, chain, lastSerial, callback, context);
+    if (visited == kTbmStop) return kTbmOk;
+    if (visited != kTbmOk) return visited;
   }
   *nextBucket = end;
   return end < buckets ? kTbmMore : kTbmOk;

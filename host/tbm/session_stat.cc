@@ -5,6 +5,7 @@
 #include "host/arena/arena.h"
 #include "host/arena/table_spec.h"
 #include "host/tbm/status.h"
+#include "host/tbm/walk.h"
 #include "platform/engine.h"
 #include "platform/tbm.h"
 
@@ -36,28 +37,41 @@ constexpr uint8_t kValid = 1 << 5;
 constexpr uint32_t kAnyTranslation = 0xf;
 constexpr uint32_t kProtocolAt = 12;  // in the keys
 constexpr uint32_t kProtocolAt6 = 36;
+constexpr size_t kMostStored = 1024;
 
 struct Totals {
   uint32_t sessions, ipv4, ipv6, tcp, udp, icmp, other, translated, classified, leaving;
 };
 
+// A session as it was at one moment, with what is attached to it.
+struct Copy {
+  const Session &session;
+  const uint8_t *address;  // where the original stands
+  uint32_t size;
+
+  // The byte at an address, which leads into what is attached to the session; -1 when it does not.
+  int At(uint64_t wanted) const {
+    const uint64_t offset = wanted - reinterpret_cast<uint64_t>(address);
+    return offset < size ? reinterpret_cast<const uint8_t *>(&session)[offset] : -1;
+  }
+};
+
 // The protocol that the session's key tells, or -1.
-int ProtocolOf(const Session &session) {
-  // A record may lead anywhere, also to null: what lies behind is no pointer before it has been checked.
-  const auto key = reinterpret_cast<uintptr_t>(session.positiveKey);
-  const auto *const protocol =
-      reinterpret_cast<const uint8_t *>(key + ((session.flags & kIpv6) != 0 ? kProtocolAt6 : kProtocolAt));
-  return Arena::Current()->Contains(protocol, 1) ? *protocol : -1;
+int ProtocolOf(const Copy &copy) {
+  const Session &session = copy.session;
+  const auto key = reinterpret_cast<uint64_t>(session.positiveKey);
+  return copy.At(key + ((session.flags & kIpv6) != 0 ? kProtocolAt6 : kProtocolAt));
 }
 
-void Count(const Session &session, Totals *totals) {
+void Count(const Copy &copy, Totals *totals) {
+  const Session &session = copy.session;
   if ((session.flags & kValid) == 0) return;
   ++totals->sessions;
   ++((session.flags & kIpv6) != 0 ? totals->ipv6 : totals->ipv4);
   totals->translated += (session.translated & kAnyTranslation) != 0;
   totals->classified += session.application != nullptr;
   totals->leaving += session.agingTime == 0;
-  switch (ProtocolOf(session)) {
+  switch (ProtocolOf(copy)) {
     case 6:
       ++totals->tcp;
       break;
@@ -73,18 +87,30 @@ void Count(const Session &session, Totals *totals) {
   }
 }
 
+// A session that ends under the walk takes nothing from the count of the others.
 bool CountAll(Totals *totals) {
-  constexpr uint32_t kBatch = 64;
-  Session batch[kBatch];
-  TbmTravContext walk;
-  TbmTblTravContextInit(&walk);
-  for (;;) {
-    uint32_t bytes = sizeof(batch);
-    const int32_t status = TbmTblTravNext(0, kFlowPartitionTable, &walk, batch, &bytes);
-    for (uint32_t i = 0; i < bytes / sizeof(Session); ++i) Count(batch[i], totals);
-    if (status == qdt::host::tbm::kTbmOk) return true;
-    // A session that ends under the walk takes nothing from the count of the others.
-    if (status != qdt::host::tbm::kTbmMore && status != qdt::host::tbm::kTbmCursorDeleted) return false;
+  using namespace qdt::host::tbm;
+  TableView table;
+  if (TableView::OpenCurrent(0, kFlowPartitionTable, &table) != kTbmOk) return false;
+  alignas(Session) uint8_t bytes[kMostStored];
+  const uint32_t size = table.StoredSize();
+  if (size < sizeof(Session) || size > sizeof(bytes)) return false;
+  const uint64_t end = table.state().lastSerial.load(std::memory_order_acquire);
+  const TableOrder order(table);
+  for (Place place;;) {
+    const Step step = order.Next(&place);
+    if (step == Step::kLost) return false;
+    if (step == Step::kEnd || place.serial > end) return true;
+    switch (table.Copy(place, bytes, size)) {
+      case TableView::Copied::kRestless:
+        return false;
+      case TableView::Copied::kGone:
+        break;
+      case TableView::Copied::kWhole:
+        Count({*reinterpret_cast<const Session *>(bytes),
+               reinterpret_cast<const uint8_t *>(table.Record(place.ref)), size},
+              totals);
+    }
   }
 }
 

@@ -2,7 +2,9 @@
 
 #include <sched.h>
 
-#include "host/base/mix.h"
+#include <cstdlib>
+#include <memory>
+
 #include "host/tbm/status.h"
 
 namespace qdt::host::tbm {
@@ -10,24 +12,62 @@ namespace qdt::host::tbm {
 namespace {
 
 // A search is repeated only when an entry left the very chain that it was walking.
-constexpr int kSearchAttempts = 1000;
-// An Update takes well under a microsecond unless its engine was suspended or killed in the middle of it.
-constexpr int kCopyAttempts = 2000;
+constexpr int kSearchAttempts = 10000;
+// A copy is repeated only when the writer has begun or finished another change of this very record.
+constexpr int kCopyAttempts = 10000;
+
+// Product of two words folded into one. Unlike sums of multiples, nobody who does not know the arena's key
+// can choose words that fall together.
+uint64_t Fold(uint64_t a, uint64_t b) {
+  const auto product = static_cast<unsigned __int128>(a) * b;
+  return static_cast<uint64_t>(product) ^ static_cast<uint64_t>(product >> 64);
+}
+
+uint32_t KeyedHash(const uint64_t *words, uint32_t count, uint64_t size, const uint64_t (&key)[2]) {
+  uint64_t state = key[1] ^ size;
+  uint32_t i = 0;
+  for (; i + 2 <= count; i += 2) state = Fold(words[i] ^ key[0], words[i + 1] ^ state);
+  if (i < count) state = Fold(words[i] ^ key[0], state ^ key[1]);
+  return static_cast<uint32_t>(Fold(state ^ key[0], key[1] | 1) >> 32);
+}
+
+// Room for a record between the engine's bytes and the place where it is delivered, so that what stood there
+// goes on standing there when the copy fails. Grows and stays.
+class Desk {
+ public:
+  void *Room(size_t size) {
+    if (size > size_) {
+      bytes_.reset(static_cast<char *>(std::malloc(size)));
+      size_ = bytes_ == nullptr ? 0 : size;
+    }
+    return bytes_.get();
+  }
+
+ private:
+  struct Free {
+    void operator()(char *bytes) const { std::free(bytes); }
+  };
+  std::unique_ptr<char, Free> bytes_;
+  size_t size_ = 0;
+};
 
 }  // namespace
 
-TableKey::TableKey(const void *bytes, size_t size, size_t hashed) : wordCount(RoundUpToWord(size) / kWord) {
-  if (wordCount != 0) words[wordCount - 1] = 0;
-  std::memcpy(words, bytes, size);
-  uint64_t state = kMixSeed;
-  for (uint32_t i = 0; i < RoundUpToWord(hashed) / kWord; ++i) state = MixWord(state, words[i]);
-  hash = static_cast<uint32_t>(MixWord(state, hashed));
+TableKey::TableKey(const void *bytes, size_t size, size_t hashed, const uint64_t (&hashKey)[2])
+    : wordCount(static_cast<uint32_t>(RoundUpToWord(size) / kWord)) {
+  const char *at = static_cast<const char *>(bytes);
+  for (uint32_t i = 0; i < wordCount; ++i, at += kWord) words[i] = PartOfWord(at, size - i * kWord);
+  hash = KeyedHash(words, static_cast<uint32_t>(RoundUpToWord(hashed) / kWord), hashed, hashKey);
 }
 
-int32_t TableView::Open(ArenaHeader *header, uint32_t table, TableView *view) {
+int32_t TableView::Open(Arena *arena, uint32_t table, TableView *view) {
+  ArenaHeader *header = arena->header();
   if (table >= header->tableCount) return kTbmBadParam;
   char *base = reinterpret_cast<char *>(header);
   view->base_ = base;
+  view->liveShift_ = arena->LiveShift();
+  view->arena_ = arena;
+  view->header_ = header;
   view->shape_ = reinterpret_cast<TableShape *>(base + header->directoryOffset) + table;
   view->state_ = reinterpret_cast<TableState *>(base + header->stateOffset) + table;
   view->info_ = reinterpret_cast<InfoArea *>(base + header->infoOffset);
@@ -36,28 +76,27 @@ int32_t TableView::Open(ArenaHeader *header, uint32_t table, TableView *view) {
 }
 
 int32_t TableView::OpenCurrent(uint32_t instance, uint32_t table, TableView *view) {
-  const Arena *arena = Arena::Current();
+  Arena *arena = Arena::Current();
   if (arena == nullptr) return kTbmNotReady;
   if (instance != 0) return kTbmBadParam;
-  return Open(arena->header(), table, view);
+  return Open(arena, table, view);
 }
 
-Slot *TableView::SlotOfAddress(const void *address) const {
-  const uint64_t offset = reinterpret_cast<uint64_t>(address) - reinterpret_cast<uint64_t>(SlotAt(1)) -
-                          shape_->recordOffset - shape_->searchOffset;
-  if (offset % shape_->slotSize != 0 || offset / shape_->slotSize >= shape_->capacity) return nullptr;
-  Slot *slot = At(static_cast<uint32_t>(offset / shape_->slotSize) + 1);
-  return slot != nullptr && slot->serial.load(std::memory_order_relaxed) != 0 ? slot : nullptr;
+uint32_t TableView::RefOfAddress(const void *address) const {
+  const uint64_t offset =
+      reinterpret_cast<uint64_t>(address) - reinterpret_cast<uint64_t>(Record(1)) - shape_->searchOffset;
+  if (offset % shape_->slotSize != 0 || offset / shape_->slotSize >= shape_->capacity) return 0;
+  const auto ref = static_cast<uint32_t>(offset / shape_->slotSize) + 1;
+  return IsSlot(ref) && LiveSlot(ref)->serial.load(std::memory_order_relaxed) != 0 ? ref : 0;
 }
 
 bool TableView::Lives(const Place &place) const {
-  Slot *slot = At(place.ref);
-  return slot != nullptr && slot->serial.load(std::memory_order_acquire) == place.serial;
+  return IsSlot(place.ref) && LiveSlot(place.ref)->serial.load(std::memory_order_acquire) == place.serial;
 }
 
-bool TableView::HasKey(Slot *slot, const TableKey &key) const {
-  if (slot->hash.load(std::memory_order_relaxed) != key.hash) return false;
-  uint64_t *words = Key(slot);
+bool TableView::HasKey(Head *head, const TableKey &key) const {
+  if (head->hash.load(std::memory_order_acquire) != key.hash) return false;
+  const uint64_t *words = Key(head);
   for (uint32_t i = 0; i < key.wordCount; ++i) {
     if (LoadWord(&words[i]) != key.words[i]) return false;
   }
@@ -65,53 +104,106 @@ bool TableView::HasKey(Slot *slot, const TableKey &key) const {
 }
 
 // False when the chain led astray.
-bool TableView::Scan(const Bucket &bucket, const TableKey &key, Slot **found) const {
-  *found = nullptr;
+bool TableView::Scan(const Bucket &bucket, const TableKey &key, Place *found) const {
+  found->serial = 0;
   uint32_t ref = bucket.head.load(std::memory_order_acquire);
   for (uint32_t steps = shape_->capacity; ref != 0; --steps) {
-    Slot *slot = At(ref);
-    if (slot == nullptr || steps == 0) return false;
-    if (HasKey(slot, key)) {
-      *found = slot;
-      return true;
+    Head *head = At(ref);
+    if (head == nullptr || steps == 0) return false;
+    if (HasKey(head, key)) {
+      found->serial = head->serial.load(std::memory_order_acquire);
+      found->ref = ref;
+      // It may be leaving right now: then the chain goes on behind it.
+      if (found->serial != 0) return true;
     }
-    ref = slot->chainNext.load(std::memory_order_acquire);
+    ref = head->chainNext.load(std::memory_order_acquire);
   }
   return true;
 }
 
-int32_t TableView::Find(const TableKey &key, Slot **found) const {
-  *found = nullptr;
+int32_t TableView::Find(const TableKey &key, Place *found) const {
   if (!HasIndex()) return kTbmNotFound;
   const Bucket &bucket = BucketOf(key.hash);
   for (int attempt = 0; attempt < kSearchAttempts; ++attempt) {
     const uint32_t removals = bucket.removals.load(std::memory_order_acquire);
     const bool straight = Scan(bucket, key, found);
-    std::atomic_thread_fence(std::memory_order_acquire);
     if (bucket.removals.load(std::memory_order_relaxed) != removals) continue;
     if (!straight) return kTbmInternal;  // nothing moved: the chain itself is damaged
-    return *found != nullptr ? kTbmOk : kTbmNotFound;
+    return found->serial != 0 ? kTbmOk : kTbmNotFound;
   }
   return kTbmInternal;
 }
 
-TableView::Copied TableView::Copy(const Place &place, void *record) const {
-  Slot *slot = At(place.ref);
-  if (slot == nullptr) return Copied::kGone;
+// While the version is odd the record is being overwritten, and the spare holds what it was before: a reader
+// need not wait, and finds the record whole where the writer was killed.
+TableView::Copied TableView::CopyAsItIs(const Place &place, void *record, uint32_t size) const {
+  if (!IsSlot(place.ref)) return Copied::kGone;
+  const Slot *slot = LiveSlot(place.ref);
   for (int attempt = 0; attempt < kCopyAttempts; ++attempt) {
     const uint32_t version = slot->version.load(std::memory_order_acquire);
-    if (version % 2 == 0) {
-      LoadWords(record, Record(slot), shape_->recordSize);
-      std::atomic_thread_fence(std::memory_order_acquire);
-      if (slot->serial.load(std::memory_order_relaxed) != place.serial) return Copied::kGone;
-      if (slot->version.load(std::memory_order_relaxed) == version) return Copied::kWhole;
-    } else if (slot->serial.load(std::memory_order_relaxed) != place.serial) {
-      return Copied::kGone;
-    }
+    LoadWords(record, version % 2 == 0 ? LiveRecord(place.ref) : Spare(), size);
+    if (slot->serial.load(std::memory_order_acquire) != place.serial) return Copied::kGone;
+    if (slot->version.load(std::memory_order_relaxed) == version) return Copied::kWhole;
     // Lets the writer go on where it shares this processor.
     if (attempt % 16 == 15) sched_yield();
   }
-  return Copied::kTorn;
+  return Copied::kRestless;
+}
+
+TableView::Copied TableView::Copy(const Place &place, void *record, uint32_t size) const {
+  const Copied copied = CopyAsItIs(place, record, size);
+  if (copied == Copied::kWhole && IsAskedToEnd(place)) EndIn(record);
+  return copied;
+}
+
+TableView::Copied TableView::Deliver(const Place &place) const {
+  const Arena::Role role = arena_->role();
+  if (role == Arena::Role::kEngine) {  // which looks and changes in turns
+    if (IsAskedToEnd(place)) EndForAll(place.ref);
+    return Copied::kWhole;
+  }
+  if (role == Arena::Role::kSnapshot && RestsWhole(place)) return Copied::kWhole;
+  static thread_local Desk desk;
+  const uint32_t size = StoredSize();
+  void *whole = desk.Room(size);
+  if (whole == nullptr) return Copied::kRestless;
+  const Copied copied = Copy(place, whole, size);
+  if (copied != Copied::kWhole) return copied;
+  arena_->NoteCopies();
+  // A store of the same bytes as well: from here on the page is this process's own.
+  std::memcpy(Record(place.ref), whole, size);
+  SlotAt(place.ref)->serial.store(place.serial, std::memory_order_relaxed);
+  return Copied::kWhole;
+}
+
+bool TableView::IsAskedToEnd(const Place &place) const {
+  return shape_->agingSize != 0 && Request(place.ref).load(std::memory_order_relaxed) == place.serial;
+}
+
+// Nobody writes to a snapshot any more.
+bool TableView::RestsWhole(const Place &place) const {
+  return Lives(place) && SlotAt(place.ref)->version.load(std::memory_order_relaxed) % 2 == 0 &&
+         !IsAskedToEnd(place);
+}
+
+// An aging time lies within one word, so that readers need no version.
+void TableView::EndForAll(uint32_t ref) const {
+  const uint32_t first = shape_->agingOffset / kWord;
+  uint64_t *word = Record(ref) + first;
+  uint64_t changed = LoadWord(word);
+  std::memset(reinterpret_cast<char *>(&changed) + shape_->agingOffset % kWord, 0, shape_->agingSize);
+  StoreWord(word, changed);
+}
+
+bool TableView::HasEnded(const void *record) const {
+  const auto *aging = static_cast<const volatile char *>(record) + shape_->agingOffset;
+  char any = 0;
+  for (uint32_t i = 0; i < shape_->agingSize; ++i) any = static_cast<char>(any | aging[i]);
+  return any == 0;
+}
+
+void TableView::EndIn(void *record) const {
+  std::memset(static_cast<char *>(record) + shape_->agingOffset, 0, shape_->agingSize);
 }
 
 }  // namespace qdt::host::tbm

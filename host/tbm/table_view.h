@@ -12,9 +12,9 @@
 
 namespace qdt::host::tbm {
 
-// A key with its words filled up with zeros, and the hash of its first `hashed` bytes.
+// A key with its words filled up with zeros, and the hash of its first `hashed` bytes under the arena's key.
 struct TableKey {
-  TableKey(const void *bytes, size_t size, size_t hashed);
+  TableKey(const void *bytes, size_t size, size_t hashed, const uint64_t (&hashKey)[2]);
 
   uint64_t words[kMaxKeySize / kWord];
   uint32_t wordCount;
@@ -24,8 +24,10 @@ struct TableKey {
 // A place in a walk: the entry of serial `serial`, which stands in slot `ref` for as long as it lives. Serial
 // 0 is the place before the first entry.
 struct Place {
-  uint32_t ref = 0;
   uint64_t serial = 0;
+  uint32_t ref = 0;
+  uint32_t logEpoch = 0;  // where the entry stood in the order when it was found: a hint
+  uint32_t logIndex = 0;
 };
 
 // One defined table of an arena, as readers and the writer see it. Trusts the constant directory, which was
@@ -36,76 +38,121 @@ class TableView {
   TableView() = default;
 
   // kTbmOk, kTbmBadParam for a wrong id, kTbmNotSupported for a table that is not defined.
-  static int32_t Open(ArenaHeader *header, uint32_t table, TableView *view);
+  static int32_t Open(Arena *arena, uint32_t table, TableView *view);
   // The same for the arena that this process works on; kTbmNotReady when there is none.
   static int32_t OpenCurrent(uint32_t instance, uint32_t table, TableView *view);
 
   const TableShape &shape() const { return *shape_; }
   TableState &state() const { return *state_; }
   TbmTableDesc &descriptor() const { return *descriptor_; }
+  Arena *arena() const { return arena_; }
   const char *name() const { return base_ + shape_->nameOffset; }
+  uint32_t StoredSize() const { return shape_->recordSize + shape_->attachedSize; }
 
-  // The slot, or null for a number that no slot has or had.
-  Slot *At(uint32_t ref) const {
-    if (ref - 1 >= shape_->capacity || ref > state_->usedSlots.load(std::memory_order_acquire))
-      return nullptr;
-    return SlotAt(ref);
+  // Whether a slot has or had the number.
+  bool IsSlot(uint32_t ref) const {
+    return ref - 1 < shape_->capacity && ref <= state_->usedSlots.load(std::memory_order_acquire);
   }
+  // The slot's head, or null for a number that no slot has or had.
+  Head *At(uint32_t ref) const { return IsSlot(ref) ? HeadAt(ref) : nullptr; }
   // As At for a number that the writer knows to be good.
+  Head *HeadAt(uint32_t ref) const {
+    return reinterpret_cast<Head *>(base_ + shape_->headsOffset + uint64_t{ref - 1} * shape_->headSize);
+  }
+  static uint64_t *Key(Head *head) { return reinterpret_cast<uint64_t *>(head + 1); }
+
+  // The slot at its address, where this process has what it delivers, and its record.
   Slot *SlotAt(uint32_t ref) const {
     return reinterpret_cast<Slot *>(base_ + shape_->slabOffset + uint64_t{ref - 1} * shape_->slotSize);
   }
-
-  static uint64_t *Key(Slot *slot) { return reinterpret_cast<uint64_t *>(slot + 1); }
-  uint64_t *Record(Slot *slot) const {
-    return reinterpret_cast<uint64_t *>(reinterpret_cast<char *>(slot) + shape_->recordOffset);
+  uint64_t *Record(uint32_t ref) const { return reinterpret_cast<uint64_t *>(SlotAt(ref) + 1); }
+  // The same as the engine has it.
+  Slot *LiveSlot(uint32_t ref) const {
+    return reinterpret_cast<Slot *>(reinterpret_cast<char *>(SlotAt(ref)) + liveShift_);
   }
-  // The live entry of a delivered address, or null.
-  Slot *SlotOfAddress(const void *address) const;
+  const uint64_t *LiveRecord(uint32_t ref) const {
+    return reinterpret_cast<const uint64_t *>(LiveSlot(ref) + 1);
+  }
+  uint64_t *Spare() const { return reinterpret_cast<uint64_t *>(Index() + SpareOffset(*shape_)); }
+
+  // The slot of a delivered address whose entry lives, or 0.
+  uint32_t RefOfAddress(const void *address) const;
   // What TbmTblSearch delivers.
-  void *Address(Slot *slot) const { return reinterpret_cast<char *>(Record(slot)) + shape_->searchOffset; }
+  void *Address(uint32_t ref) const { return reinterpret_cast<char *>(Record(ref)) + shape_->searchOffset; }
 
   // Whether the index has storage; nothing of it may be touched before.
   bool HasIndex() const { return tbm::HasIndex(*state_); }
-  Bucket &BucketOf(uint32_t hash) const { return Buckets()[hash & (shape_->bucketCount - 1)]; }
+  Bucket &BucketOf(uint32_t hash) const { return BucketAt(hash & (shape_->bucketCount - 1)); }
+  Bucket &BucketAt(uint32_t number) const { return reinterpret_cast<Bucket *>(Index())[number]; }
   // Number of entries by prefix length, of a route table with an index.
   std::atomic<uint32_t> *PrefixCounts() const {
-    return reinterpret_cast<std::atomic<uint32_t> *>(Buckets() + shape_->bucketCount);
+    return reinterpret_cast<std::atomic<uint32_t> *>(Index() + PrefixCountsOffset(*shape_));
   }
   char *Index() const { return base_ + shape_->indexOffset; }
-  Bucket &BucketAt(uint32_t number) const { return Buckets()[number]; }
   // The flow partition and its nodes, which have a place when the table's shape has any.
   TbmFlowPartition &FlowPartition() const { return info_->flowPartition; }
   void **Nodes() const { return reinterpret_cast<void **>(Index() + NodesOffset(*shape_)); }
+  LogEntry *Log(uint32_t epoch) const {
+    return reinterpret_cast<LogEntry *>(base_ + shape_->logOffset) + uint64_t{epoch % 2} * shape_->logRoom;
+  }
+  // Entries of the log of an epoch; a damaged number is cut to what a log holds.
+  uint32_t LogCount(uint32_t epoch) const {
+    const uint32_t count = state_->logCount[epoch % 2].load(std::memory_order_acquire);
+    return count < shape_->logRoom ? count : shape_->logRoom;
+  }
+  // Of a table that clients may write to: the serial of the entry that a client asks to end, by slot.
+  std::atomic<uint64_t> &Request(uint32_t ref) const {
+    return reinterpret_cast<std::atomic<uint64_t> *>(base_ + shape_->requestOffset)[ref - 1];
+  }
 
   uint32_t EntryNum() const {
     return std::atomic_ref<uint32_t>(descriptor_->entryNum).load(std::memory_order_relaxed);
   }
   // Storage reserved for the table so far.
-  uint64_t StorageBytes() const { return tbm::StorageBytes(*shape_, *state_); }
+  uint64_t StorageBytes() const { return state_->bytes.load(std::memory_order_relaxed); }
 
   // Whether the place's entry still lives.
   bool Lives(const Place &place) const;
-  bool HasKey(Slot *slot, const TableKey &key) const;
+  bool HasKey(Head *head, const TableKey &key) const;
 
   // `key` has keySize bytes.
-  TableKey KeyOf(const void *key) const { return TableKey(key, shape_->keySize, HashedSize()); }
+  TableKey KeyOf(const void *key) const { return {key, shape_->keySize, HashedSize(), header_->hashKey}; }
   // What all entries of a group begin with, of a table that has groups: the entries stand in one chain.
-  TableKey GroupKeyOf(const void *key) const { return TableKey(key, HashedSize(), HashedSize()); }
+  TableKey GroupKeyOf(const void *key) const { return {key, HashedSize(), HashedSize(), header_->hashKey}; }
 
-  // kTbmOk and the live entry, kTbmNotFound, or kTbmInternal when the bucket never comes to rest.
-  int32_t Find(const TableKey &key, Slot **found) const;
+  // kTbmOk and a live entry, kTbmNotFound, or kTbmInternal when the bucket never comes to rest.
+  int32_t Find(const TableKey &key, Place *found) const;
 
-  enum class Copied { kWhole, kGone, kTorn };
-  // Copies the record. kGone: the entry was removed meanwhile. kTorn: an Update of it stands still half-way.
-  Copied Copy(const Place &place, void *record) const;
+  enum class Copied {
+    kWhole,
+    kGone,     // the entry was removed meanwhile
+    kRestless  // it changes faster than it can be copied
+  };
+  // Copies the record's first `size` bytes as the engine had them at one moment, but for the aging time of an
+  // entry that a client has asked to end.
+  Copied Copy(const Place &place, void *record, uint32_t size) const;
+
+  // Makes the record at its address whole, with what is attached to it, and lets it rest there for as long as
+  // this process does not look at the entry again: what TbmTblSearch's callers read in place. In the engine
+  // the record is the one that everybody sees.
+  Copied Deliver(const Place &place) const;
+
+  // Whether a client has asked for the entry to end, and its aging time in `record`.
+  bool IsAskedToEnd(const Place &place) const;
+  bool HasEnded(const void *record) const;
+  void EndIn(void *record) const;
 
  private:
   size_t HashedSize() const { return shape_->groupKeySize != 0 ? shape_->groupKeySize : shape_->keySize; }
-  Bucket *Buckets() const { return reinterpret_cast<Bucket *>(Index()); }
-  bool Scan(const Bucket &bucket, const TableKey &key, Slot **found) const;
+  bool RestsWhole(const Place &place) const;
+  void EndForAll(uint32_t ref) const;
+  bool Scan(const Bucket &bucket, const TableKey &key, Place *found) const;
+  Copied CopyAsItIs(const Place &place, void *record, uint32_t size) const;
 
   char *base_ = nullptr;
+  ptrdiff_t liveShift_ = 0;
+  Arena *arena_ = nullptr;
+  const ArenaHeader *header_ = nullptr;
   const TableShape *shape_ = nullptr;
   TableState *state_ = nullptr;
   InfoArea *info_ = nullptr;

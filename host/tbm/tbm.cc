@@ -1,25 +1,18 @@
 #include "platform/tbm.h"
 
-#include <time.h>
-
 #include <algorithm>
 #include <cstring>
 
 #include "host/arena/arena.h"
+#include "host/tbm/deliver.h"
 #include "host/tbm/route_key.h"
 #include "host/tbm/status.h"
+#include "host/tbm/visit.h"
 #include "host/tbm/walk.h"
 
 namespace qdt::host::tbm {
 
 namespace {
-
-int32_t SearchFor(const TableView &view, const TableKey &key, void **entry) {
-  Slot *slot;
-  const int32_t status = view.Find(key, &slot);
-  if (status == kTbmOk) *entry = view.Address(slot);
-  return status;
-}
 
 // What a key of the ARP-miss cache stands for when nothing stands under it: false when that is nothing else.
 bool ExchangeWords(const TableView &view, uint32_t table, const void *key, uint32_t (&exchanged)[2]) {
@@ -31,18 +24,22 @@ bool ExchangeWords(const TableView &view, uint32_t table, const void *key, uint3
   return words[1] == 0;
 }
 
-// Waits for a change of the record that the engine is in the middle of. kTorn: the engine was killed there,
-// and the record has no whole state to show.
-TableView::Copied CopyPatiently(const TableView &view, const Place &place, void *record) {
-  constexpr int kWaits = 1000;
-  constexpr timespec kMillisecond = {0, 1000000};
-  TableView::Copied copied = view.Copy(place, record);
-  for (int i = 0; i < kWaits && copied == TableView::Copied::kTorn; ++i) {
-    if (!Arena::Current()->EngineAlive()) break;
-    nanosleep(&kMillisecond, nullptr);
-    copied = view.Copy(place, record);
+// The route with the longest prefix that holds the key's destination, one prefix length after the other. Its
+// statuses are those of TableView::Find.
+int32_t FindRoute(const TableView &view, const void *key, Place *found) {
+  const uint32_t addressSize = PrefixAddressSize(view.shape());
+  if (!view.HasIndex()) return kTbmNotFound;
+  uint8_t bytes[kMaxKeySize];
+  std::memcpy(bytes, key, view.shape().keySize);
+  for (uint32_t length = addressSize * 8 + 1; length-- > 0;) {
+    if (view.PrefixCounts()[length].load(std::memory_order_acquire) == 0) continue;
+    KeepPrefix(bytes + kPrefixAddressOffset, addressSize, length);
+    const uint16_t prefixLength = static_cast<uint16_t>(length);
+    std::memcpy(bytes, &prefixLength, sizeof(prefixLength));
+    const int32_t status = view.Find(view.KeyOf(bytes), found);
+    if (status != kTbmNotFound) return status;
   }
-  return copied;
+  return kTbmNotFound;
 }
 
 // Distinguishes the walks of one arena: a context that began one cannot go on with another.
@@ -59,8 +56,8 @@ TableKey KeyToWalk(const TableView &view, uint32_t table, const void *key, const
   Cursor cursor;
   std::memcpy(&cursor, ctx.opaque, sizeof(cursor));
   if (cursor.begun) return cursor.walk == MakeWalkId(table, &exchanged) ? exchanged : told;
-  Slot *slot = nullptr;
-  return view.Find(told, &slot) == kTbmNotFound ? exchanged : told;
+  Place found;
+  return view.Find(told, &found) == kTbmNotFound ? exchanged : told;
 }
 
 // Puts a fresh cursor before the first entry; false when the cursor belongs to another walk.
@@ -78,6 +75,7 @@ bool Resume(Cursor *cursor, const TableView &view, uint64_t walk) {
 // Fills `buffer` with the next `room` entries at most. kTbmMore when a further entry lives behind them.
 template <typename Order>
 int32_t FillBatch(const TableView &view, const Order &order, Cursor *cursor, char *buffer, uint32_t room) {
+  uint64_t gone = 0;
   for (;;) {
     Place place = cursor->last;
     const Step step = order.Next(&place);
@@ -87,11 +85,14 @@ int32_t FillBatch(const TableView &view, const Order &order, Cursor *cursor, cha
       return kTbmOk;
     }
     if (cursor->count == room) return kTbmMore;
-    const TableView::Copied copied = CopyPatiently(view, place, buffer);
-    if (copied == TableView::Copied::kGone) continue;
+    const TableView::Copied copied = view.Copy(place, buffer, view.shape().recordSize);
+    if (copied == TableView::Copied::kRestless) return kTbmWalkLost;
+    if (copied == TableView::Copied::kGone) {
+      if (!IsNewlyGone(place, &gone)) return kTbmWalkLost;
+      continue;
+    }
     cursor->last = place;
     cursor->deletionTold = false;
-    if (copied == TableView::Copied::kTorn) continue;
     buffer += view.shape().recordSize;
     ++cursor->count;
   }
@@ -137,31 +138,24 @@ int32_t TbmTblSearch(uint32_t instance, uint32_t table, const void *key, void **
   const int32_t status = TableView::OpenCurrent(instance, table, &view);
   if (status != kTbmOk) return status;
   if (key == nullptr || entry == nullptr) return kTbmBadParam;
-  const int32_t found = SearchFor(view, view.KeyOf(key), entry);
+  const auto find = [&view, entry](const void *wanted) {
+    const TableKey tableKey = view.KeyOf(wanted);
+    return DeliverFound(
+        view, [&](Place *found) { return view.Find(tableKey, found); }, entry);
+  };
+  const int32_t found = find(key);
   uint32_t words[2];
-  if (found != kTbmNotFound || !ExchangeWords(view, table, key, words)) return found;
-  return SearchFor(view, view.KeyOf(words), entry);
+  return found != kTbmNotFound || !ExchangeWords(view, table, key, words) ? found : find(words);
 }
 
 int32_t TbmTblMatch(uint32_t instance, uint32_t table, const void *key, void **entry) {
   TableView view;
   const int32_t status = TableView::OpenCurrent(instance, table, &view);
   if (status != kTbmOk) return status;
-  const uint32_t addressSize = PrefixAddressSize(view.shape());
-  if (addressSize == 0) return kTbmNotSupported;
+  if (PrefixAddressSize(view.shape()) == 0) return kTbmNotSupported;
   if (key == nullptr || entry == nullptr) return kTbmBadParam;
-  if (!view.HasIndex()) return kTbmNotFound;
-  uint8_t bytes[kMaxKeySize];
-  std::memcpy(bytes, key, view.shape().keySize);
-  for (uint32_t length = addressSize * 8 + 1; length-- > 0;) {
-    KeepPrefix(bytes + kPrefixAddressOffset, addressSize, length);
-    if (view.PrefixCounts()[length].load(std::memory_order_acquire) == 0) continue;
-    const uint16_t prefixLength = static_cast<uint16_t>(length);
-    std::memcpy(bytes, &prefixLength, sizeof(prefixLength));
-    const int32_t found = SearchFor(view, view.KeyOf(bytes), entry);
-    if (found != kTbmNotFound) return found;
-  }
-  return kTbmNotFound;
+  return DeliverFound(
+      view, [&](Place *found) { return FindRoute(view, key, found); }, entry);
 }
 
 int32_t TbmTblTrav(uint32_t instance, uint32_t table, TbmTravCallback callback, void *context) {
@@ -170,14 +164,8 @@ int32_t TbmTblTrav(uint32_t instance, uint32_t table, TbmTravCallback callback, 
   if (status != kTbmOk) return status;
   if (callback == nullptr) return kTbmBadParam;
   const uint64_t end = view.state().lastSerial.load(std::memory_order_acquire);
-  const TableOrder order(view);
-  Place place;
-  for (;;) {
-    const Step step = order.Next(&place);
-    if (step == Step::kLost) return kTbmWalkLost;
-    if (step == Step::kEnd || place.serial > end) return kTbmOk;
-    if (callback(view.Record(view.SlotAt(place.ref)), context) == kTbmStop) return kTbmOk;
-  }
+  const int32_t visited = Visit(view, TableOrder(view), end, callback, context);
+  return visited == kTbmStop ? kTbmOk : visited;
 }
 
 void TbmTblTravContextInit(TbmTravContext *ctx) {

@@ -4,63 +4,91 @@ namespace qdt::host::tbm {
 
 namespace {
 
-// A step starts again when the entry that it stands on is removed at that very moment, and looks again when
-// only the entry's neighbour changes.
+// A step starts again when the log is replaced, or when an entry leaves its bucket, at that very moment.
 constexpr int kAttempts = 10000;
-constexpr int kLooks = 100;
+
+// So far ahead of a walk its records are fetched.
+constexpr uint32_t kAhead = 12;
 
 }  // namespace
 
-// Moves from a living entry (or from before the first) to its neighbour. kLost: the entry is gone, or the
-// writer keeps changing its neighbour.
-Step TableOrder::Follow(Place *place) const {
-  Slot *slot = place->serial == 0 ? nullptr : table_.At(place->ref);
-  if (place->serial != 0 && slot == nullptr) return Step::kLost;
-  const std::atomic<uint32_t> &link = slot == nullptr ? table_.state().orderHead : slot->orderNext;
-  for (int look = 0; look < kLooks; ++look) {
-    const uint32_t ref = link.load(std::memory_order_acquire);
-    Slot *next = table_.At(ref);
-    const uint64_t serial = next == nullptr ? 0 : next->serial.load(std::memory_order_acquire);
-    std::atomic_thread_fence(std::memory_order_acquire);
-    // The link and the serial belong together when the entry lived and named the same neighbour all the
-    // while.
-    if (slot != nullptr && slot->serial.load(std::memory_order_relaxed) != place->serial) return Step::kLost;
-    if (link.load(std::memory_order_relaxed) != ref) continue;
-    if (ref == 0) return Step::kEnd;
-    if (serial <= place->serial) continue;
-    *place = {ref, serial};
+// The index of the first log entry behind the place.
+uint32_t TableOrder::IndexBehind(uint32_t epoch, uint32_t count, const Place &place) const {
+  if (place.serial == 0) return 0;
+  const LogEntry *log = table_.Log(epoch);
+  if (place.logEpoch == epoch && place.logIndex < count &&
+      log[place.logIndex].serial.load(std::memory_order_acquire) == place.serial) {
+    return place.logIndex + 1;
+  }
+  uint32_t first = 0;
+  for (uint32_t length = count; length != 0;) {
+    const uint32_t half = length / 2;
+    const bool before = log[first + half].serial.load(std::memory_order_acquire) <= place.serial;
+    first = before ? first + half + 1 : first;
+    length = before ? length - half - 1 : half;
+  }
+  return first;
+}
+
+void TableOrder::Prefetch(uint32_t epoch, uint32_t count, uint32_t index) const {
+  if (index + kAhead >= count) return;
+  // An address alone: a wild one does no harm.
+  __builtin_prefetch(table_.LiveSlot(table_.Log(epoch)[index + kAhead].ref.load(std::memory_order_relaxed)));
+}
+
+Step TableOrder::FindIn(uint32_t epoch, Place *place) const {
+  const uint32_t count = table_.LogCount(epoch);
+  const LogEntry *log = table_.Log(epoch);
+  for (uint32_t index = IndexBehind(epoch, count, *place); index < count; ++index) {
+    const uint64_t serial = log[index].serial.load(std::memory_order_acquire);
+    const uint32_t ref = log[index].ref.load(std::memory_order_acquire);
+    if (serial == 0 || !table_.Lives({serial, ref, 0, 0})) continue;
+    Prefetch(epoch, count, index);
+    if (serial <= place->serial) return Step::kLost;
+    *place = {serial, ref, epoch, index};
     return Step::kEntry;
+  }
+  return Step::kEnd;
+}
+
+Step TableOrder::Next(Place *place) const {
+  const std::atomic<uint32_t> &inForce = table_.state().logEpoch;
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    const uint32_t epoch = inForce.load(std::memory_order_acquire);
+    Place at = *place;
+    const Step step = FindIn(epoch, &at);
+    // A log is overwritten only after another has come in force: what was read is of this one, up to its end.
+    if (inForce.load(std::memory_order_relaxed) != epoch) continue;
+    if (step == Step::kEntry) *place = at;
+    return step;
   }
   return Step::kLost;
 }
 
-Step TableOrder::Next(Place *place) const {
-  for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    // From the start, when the entry is gone: its successor is the first one with a greater serial.
-    Place at = table_.Lives(*place) ? *place : Place{};
-    Step step;
-    do {
-      step = Follow(&at);
-    } while (step == Step::kEntry && at.serial <= place->serial);
-    if (step == Step::kEntry) *place = at;
-    if (step != Step::kLost) return step;
+// The first slot of the chain that may stand behind the place: the successor of its entry, or the chain's
+// beginning when that has gone.
+uint32_t ChainOrder::FirstBehind(const Place &place) const {
+  Head *head = place.serial == 0 ? nullptr : table_.At(place.ref);
+  if (head != nullptr && head->serial.load(std::memory_order_acquire) == place.serial) {
+    const uint32_t next = head->chainNext.load(std::memory_order_acquire);
+    // The link was the entry's own while it lived.
+    if (head->serial.load(std::memory_order_relaxed) == place.serial) return next;
   }
-  return Step::kLost;
+  return bucket_.head.load(std::memory_order_acquire);
 }
 
 // As the chain is now: the caller checks that no entry left it meanwhile.
 Step ChainOrder::FollowChain(Place *place) const {
-  uint32_t ref = table_.Lives(*place) ? table_.SlotAt(place->ref)->chainNext.load(std::memory_order_acquire)
-                                      : bucket_.head.load(std::memory_order_acquire);
+  uint32_t ref = FirstBehind(*place);
   for (uint32_t steps = table_.shape().capacity; ref != 0; --steps) {
-    Slot *slot = table_.At(ref);
-    if (slot == nullptr || steps == 0) return Step::kLost;
-    const uint64_t serial = slot->serial.load(std::memory_order_acquire);
-    if (serial > place->serial && (key_ == nullptr || table_.HasKey(slot, *key_))) {
-      *place = {ref, serial};
+    Head *head = table_.At(ref);
+    if (head == nullptr || steps == 0) return Step::kLost;
+    const uint64_t serial = head->serial.load(std::memory_order_acquire);
+    if (serial > place->serial && (key_ == nullptr || table_.HasKey(head, *key_))) {
+      *place = {serial, ref, 0, 0};
       return Step::kEntry;
     }
-    ref = slot->chainNext.load(std::memory_order_acquire);
+    ref = head->chainNext.load(std::memory_order_acquire);
   }
   return Step::kEnd;
 }
@@ -71,7 +99,6 @@ Step ChainOrder::Next(Place *place) const {
     const uint32_t removals = bucket_.removals.load(std::memory_order_acquire);
     Place at = *place;
     const Step step = FollowChain(&at);
-    std::atomic_thread_fence(std::memory_order_acquire);
     if (bucket_.removals.load(std::memory_order_relaxed) != removals) continue;
     if (step == Step::kEntry) *place = at;
     return step;

@@ -2,6 +2,7 @@
 #define HOST_TBM_WALK_H_
 
 #include <cstdint>
+#include <utility>
 
 #include "host/tbm/table_view.h"
 
@@ -24,7 +25,9 @@ class TableOrder {
   Step Next(Place *place) const;
 
  private:
-  Step Follow(Place *place) const;
+  Step FindIn(uint32_t epoch, Place *place) const;
+  uint32_t IndexBehind(uint32_t epoch, uint32_t count, const Place &place) const;
+  void Prefetch(uint32_t epoch, uint32_t count, uint32_t index) const;
 
   const TableView &table_;
 };
@@ -40,11 +43,19 @@ class ChainOrder {
 
  private:
   Step FollowChain(Place *place) const;
+  uint32_t FirstBehind(const Place &place) const;
 
   const TableView &table_;
   const Bucket &bucket_;
   const TableKey *key_;  // null: any
 };
+
+// Whether an entry that was found but had no record any more is another one than the last time, *gone. The
+// writer clears the record's serial last, so that no entry is found again then: only a damaged table shows
+// one.
+inline bool IsNewlyGone(const Place &place, uint64_t *gone) {
+  return std::exchange(*gone, place.serial) != place.serial;
+}
 
 // What a TbmTravContext holds. All zero: no walk has begun.
 struct Cursor {

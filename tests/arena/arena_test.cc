@@ -14,6 +14,7 @@
 #include <fstream>
 
 #include "host/arena/arena_layout.h"
+#include "host/arena/table_layout.h"
 #include "tests/host/host_fixture.h"
 
 namespace qdt::host {
@@ -255,7 +256,7 @@ TEST_F(ArenaTest, DamagedTablesNeverCrashAReader) {
   LeaveSnapshot();
   const ArenaHeader header = ReadHeader();
   // All of the changing state: serials, heads, counts.
-  const std::vector<uint8_t> noise(kTableCount * 64, 0xa5);
+  const std::vector<uint8_t> noise(kTableCount * sizeof(tbm::TableState), 0xa5);
   Poke(header.stateOffset, noise.data(), noise.size());
   const std::string said = InChild(nullptr, [&]() -> std::string {
     const auto arena = Arena::Attach(path_, Access::kSnapshot);
@@ -284,7 +285,7 @@ TEST_F(ArenaTest, OtherVersionsAndByteOrdersAreNamed) {
   Poke(offsetof(ArenaHeader, version), &version, sizeof(version));
   EXPECT_EQ(Attach(),
             "error: the arena at " + path_ +
-                " was written by version 8, this program reads version 2 (use tools and engine of one "
+                " was written by version 9, this program reads version 3 (use tools and engine of one "
                 "version)");
   Poke(offsetof(ArenaHeader, byteOrder), &kByteOrderSwapped, sizeof(kByteOrderSwapped));
   EXPECT_EQ(Attach(), "error: the arena at " + path_ +

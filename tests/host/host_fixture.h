@@ -34,7 +34,9 @@ constexpr uint32_t kOddTable = 60;      // sizes that fill no word
 struct Record {
   uint64_t id = 0;
   uint64_t body[4] = {};
-  uint64_t sum = 0;
+  uint64_t sum = 0;      // of all before
+  uint32_t aging = 300;  // where clients may write, they may set this to 0
+  uint32_t reserved = 0;
 
   static Record Make(uint64_t id, uint64_t salt = 0);
   bool Whole() const;

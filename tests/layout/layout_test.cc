@@ -139,10 +139,12 @@ TEST(BuiltInLayoutTest, PlanListsAllTablesInOrder) {
   EXPECT_EQ(plan.tables[26].capacity, 16384u);
   EXPECT_EQ(plan.tables[45].capacity, 8192u);
   EXPECT_EQ(plan.tables[65].capacity, 65536u);
-  EXPECT_TRUE(plan.tables[64].clientWritable);
-  EXPECT_TRUE(plan.tables[65].clientWritable);
+  EXPECT_EQ(plan.tables[64].agingOffset, 24u);
+  EXPECT_EQ(plan.tables[64].agingSize, 4u);
+  EXPECT_EQ(plan.tables[65].agingOffset, 10u);
+  EXPECT_EQ(plan.tables[65].agingSize, 2u);
   EXPECT_EQ(plan.tables[65].attachedSize, 184u);
-  EXPECT_FALSE(plan.tables[29].clientWritable);
+  EXPECT_FALSE(plan.tables[29].ClientWritable());
   EXPECT_EQ(plan.tables[74].recordSize, plan.tables[74].dataSize + 4u);
   EXPECT_EQ(plan.tables[9].dataSize, 0u);
   EXPECT_FALSE(plan.tables[9].enabled);
@@ -213,8 +215,12 @@ INSTANTIATE_TEST_SUITE_P(
               "hash}",
               "a.yaml:2: t.lookup: \"hash\" is no way to find entries (unique, many, prefix4 or prefix6)"},
         Wrong{"tables:\n  t: {id: 0, name: CAP_TABLE_T, key_size: 4, record_size: 8, capacity: 1, "
-              "client_writable: 1}",
-              "a.yaml:2: t.client_writable: not true or false"},
+              "client_writable: left, key: {a: 0 u32}, fields: {a: 0 u32}}",
+              "a.yaml:2: t.client_writable: \"left\" is not a value of this table (name its aging time)"},
+        Wrong{"tables:\n  t: {id: 0, name: CAP_TABLE_T, key_size: 4, record_size: 8, capacity: 1, "
+              "client_writable: b, key: {a: 0 u32}, fields: {a: 0 u32, b: 4 u8 bit 1}}",
+              "a.yaml:2: t.client_writable: not a whole number at a multiple of its size (u8, u16, u32 or "
+              "u64)"},
         Wrong{"tables:\n  t: {id: 0, name: CAP_TABLE_T}\n  u: {id: 0, name: CAP_TABLE_U}",
               "a.yaml:3: u.id: 0 is t already"},
         Wrong{"tables:\n  t: {id: 0, name: CAP_TABLE_T}\n  t: {id: 0, name: CAP_TABLE_T}",

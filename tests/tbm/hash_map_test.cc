@@ -123,14 +123,21 @@ TEST_F(HashMapTest, ClientsAgeNodesOut) {
   Record *const node = static_cast<Record *>(Add(kServerMapTable, 1, 1));
   EXPECT_EQ(AsClient([](Arena *) -> std::string {
               const auto write = [](void *entry, void *) -> int32_t {
-                static_cast<Record *>(entry)->body[1] = 5;
+                static_cast<Record *>(entry)->aging = 0;
                 return kGoOn;
               };
               uint32_t next = 0;
               return std::to_string(TbmHashMapTravBuckets(Map(), write, nullptr, 0, kBuckets, &next, 1));
             }),
             "0");
-  EXPECT_EQ(node->body[1], 5u);
+  const auto look = [](void *entry, void *context) -> int32_t {
+    *static_cast<uint32_t *>(context) = static_cast<Record *>(entry)->aging;
+    return kGoOn;
+  };
+  uint32_t next = 0, seen = 300;
+  EXPECT_EQ(TbmHashMapTravBuckets(Map(), look, &seen, 0, kBuckets, &next, 1), 0);
+  EXPECT_EQ(seen, 0u);
+  EXPECT_EQ(node->aging, 0u);
 }
 
 // A process that walks the map while nodes come and go: those that stay are shown once each.

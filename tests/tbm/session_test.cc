@@ -1,10 +1,13 @@
+#include <sched.h>
 #include <sys/mman.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <map>
 #include <random>
 
+#include "host/tbm/client_writes.h"
 #include "platform/engine.h"
 #include "tests/host/host_fixture.h"
 
@@ -97,16 +100,75 @@ TEST_F(SessionTest, UndefinedTablesHaveNoPartitionAndNoMap) {
             "none");
 }
 
-TEST_F(SessionTest, ClientsSeeThePartitionAndWriteIntoSessions) {
-  Flow *const flow = AddFlow(4);
+// The aging times that a walk shows, by session.
+int32_t CollectAging(void *entry, void *context) {
+  const auto *record = static_cast<const Record *>(entry);
+  (*static_cast<std::map<uint64_t, uint32_t> *>(context))[record->id] = record->aging;
+  return -9;
+}
+
+std::map<uint64_t, uint32_t> AgingTimes() {
+  std::map<uint64_t, uint32_t> times;
+  EXPECT_EQ(TbmTblTrav(0, kFlowPartitionTable, CollectAging, &times), 0);
+  return times;
+}
+
+// Writes through the partition's nodes, as a reset does.
+void EndSession(uint64_t id) {
+  for (uint32_t i = 0; i < g_tbmGlobalInfo->flowPartition->nodeCount; ++i) {
+    auto *session = static_cast<Flow *>(g_tbmGlobalInfo->flowPartition->nodes[i]);
+    if (session != nullptr && session->record.id == id) session->record.aging = 0;
+  }
+}
+
+TEST_F(SessionTest, ClientsSeeThePartitionAndEndSessions) {
+  for (uint32_t key = 1; key <= 3; ++key) AddFlow(key);
+  EXPECT_EQ(
+      AsClient([](Arena *) -> std::string {
+        EndSession(2);
+        tbm::TakeClientWrites();
+        // At once, before the engine has looked.
+        return AgingTimes() == std::map<uint64_t, uint32_t>{{1, 300}, {2, 0}, {3, 300}} ? "ended" : "not";
+      }),
+      "ended");
+  EXPECT_EQ(AgingTimes(), (std::map<uint64_t, uint32_t>{{1, 300}, {2, 0}, {3, 300}}));
+}
+
+TEST_F(SessionTest, WhatACommandOfAClientDoesNotTakeStaysItsOwn) {
+  AddFlow(1);
   EXPECT_EQ(AsClient([](Arena *) -> std::string {
-              for (uint32_t i = 0; i < Partition()->nodeCount; ++i) {
-                if (auto *session = static_cast<Flow *>(Partition()->nodes[i])) session->record.body[2] = 77;
-              }
+              EndSession(1);
               return "written";
             }),
             "written");
-  EXPECT_EQ(flow->record.body[2], 77u);
+  EXPECT_EQ(AgingTimes(), (std::map<uint64_t, uint32_t>{{1, 300}}));
+}
+
+// A page that a client has written to shows what it was then; what the engine did since is not undone.
+TEST_F(SessionTest, OldCopiesEndNobodyElse) {
+  for (uint32_t key = 1; key <= 2; ++key) AddFlow(key);
+  auto *const gates = static_cast<std::atomic<int> *>(
+      mmap(nullptr, sizeof(int), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+  Child client(&engine_, [&]() -> std::string {
+    const auto arena = Arena::Attach(path_, Arena::Access::kLive);
+    Arena::SetCurrent(arena.get());
+    EndSession(1);
+    EndSession(2);
+    *gates = 1;
+    while (*gates != 2) sched_yield();
+    tbm::TakeClientWrites();
+    return "done";
+  });
+  while (*gates != 1) sched_yield();
+  // The slot of session 1 gets another session: all others are taken first.
+  RemoveFlow(1);
+  for (uint32_t key = 10; key < 10 + 2999; ++key) AddFlow(key);
+  *gates = 2;
+  EXPECT_EQ(client.Wait(), "done");
+  munmap(gates, sizeof(int));
+  const std::map<uint64_t, uint32_t> times = AgingTimes();
+  EXPECT_EQ(times.size(), 3000u);
+  for (const auto &[id, aging] : times) EXPECT_EQ(aging, id == 2 ? 0u : 300u) << id;
 }
 
 TEST_F(SessionTest, WhatIsWrittenIntoASnapshotStaysThere) {

@@ -1,0 +1,50 @@
+#include "host/tbm/client_writes.h"
+
+#include <algorithm>
+
+#include "host/tbm/status.h"
+
+namespace qdt::host::tbm {
+
+namespace {
+
+bool IsClient(const TableView &table) { return table.arena()->role() == Arena::Role::kClient; }
+
+// The copy at the record's address is the entry's own when its serial stands before it: another entry's copy
+// may be older than the entry that has the slot now.
+void TakeWritesOf(const TableView &table) {
+  const uint32_t used =
+      std::min(table.state().usedSlots.load(std::memory_order_acquire), table.shape().capacity);
+  for (uint32_t ref = 1; ref <= used; ++ref) {
+    const uint64_t serial = table.LiveSlot(ref)->serial.load(std::memory_order_acquire);
+    if (serial == 0 || table.SlotAt(ref)->serial.load(std::memory_order_acquire) != serial) continue;
+    if (table.HasEnded(table.Record(ref)) && !table.HasEnded(table.LiveRecord(ref)))
+      table.Request(ref).store(serial, std::memory_order_release);
+  }
+}
+
+}  // namespace
+
+ClientWrite::ClientWrite(const TableView &table, const Place &place)
+    : table_(table),
+      place_(place),
+      mayEnd_(table.shape().agingSize != 0 && IsClient(table) && !table.HasEnded(table.Record(place.ref))) {}
+
+ClientWrite::~ClientWrite() {
+  if (mayEnd_ && table_.HasEnded(table_.Record(place_.ref)))
+    table_.Request(place_.ref).store(place_.serial, std::memory_order_release);
+}
+
+void TakeClientWrites() {
+  Arena *arena = Arena::Current();
+  if (arena == nullptr || arena->role() != Arena::Role::kClient) return;
+  for (uint32_t id = 0; id < kTableCount; ++id) {
+    TableView table;
+    const bool defined = TableView::Open(arena, id, &table) == kTbmOk;
+    if (defined && table.shape().agingSize != 0 && table.HasIndex()) TakeWritesOf(table);
+  }
+  arena->NoteCopies();
+  arena->DropCopies();
+}
+
+}  // namespace qdt::host::tbm
