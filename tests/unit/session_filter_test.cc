@@ -359,18 +359,20 @@ TEST_F(SessionFilterTest, SessionsWithoutAKey) {
 }
 
 // Rows that no request can make active, asked directly.
-SessionFilterRow &RowOf(const std::string &name) {
-  for (SessionFilterRow &row : g_sessionFilter) {
-    if (row.name == name) return row;
+size_t RowOf(const std::string &name) {
+  for (size_t row = 0; row < kSessionFilterRows; ++row) {
+    if (SessionFilterName(row) == name) return row;
   }
   ADD_FAILURE() << "no row " << name;
-  return g_sessionFilter[0];
+  return 0;
 }
+
+FilterValue &ValueOf(const std::string &name) { return g_sessionFilter[RowOf(name)]; }
 
 TEST_F(SessionFilterTest, MissingKeysHavePortZero) {
   const auto compare = [](const char *name, const Record &record) {
     Candidate candidate(*static_cast<const SessionRecord *>(record.data()));
-    return RowOf(name).compare(candidate, FilterValue{});
+    return CompareByRow(RowOf(name), candidate, FilterValue{});
   };
   const Record ipv4 = Ipv4().U64(112, 0), ipv6 = Ipv6().U64(112, 0);
   for (const char *name : {"global-source-port", "global-destination-port", "inside-destination-port"}) {
@@ -386,13 +388,13 @@ TEST_F(SessionFilterTest, MissingKeysHavePortZero) {
 
 TEST_F(SessionFilterTest, UnsupportedRowsPassAndSaySo) {
   SessionParamValuelClear();
-  RowOf("next-hop").value.words[3] = 1;
+  ValueOf("next-hop").words[3] = 1;
   QuerySessionGetParam(&request_, 0);  // finds it set
   EXPECT_EQ(QuerySessionNodeMatch(Ipv4().data()), 0);
   EXPECT_EQ(platform.log, (std::vector<LogLine>{{6, "Does not support match session by NextHop\n"}}));
   platform.log.clear();
   SessionParamValuelClear();
-  RowOf("vlan-id").value.words[0] = 1;
+  ValueOf("vlan-id").words[0] = 1;
   QuerySessionGetParam(&request_, 0);
   EXPECT_EQ(QuerySessionNodeMatch(Ipv4().data()), 0);
   EXPECT_EQ(platform.log, (std::vector<LogLine>{{6, "Does not support match session by VlanId\n"}}));
@@ -429,11 +431,11 @@ TEST_F(SessionFilterTest, TheOrderOfTheRows) {
                           "feature",
                           "type"};
   static_assert(std::size(kNames) == 20);
-  for (int i = 0; i < 20; ++i) EXPECT_STREQ(g_sessionFilter[i].name, kNames[i]);
+  for (size_t i = 0; i < 20; ++i) EXPECT_STREQ(SessionFilterName(i), kNames[i]);
 }
 
 TEST_F(SessionFilterTest, WhatARequestLeavesInTheRows) {
-  const auto value = [](const char *name) { return RowOf(name).value.words[0]; };
+  const auto value = [](const char *name) { return ValueOf(name).words[0]; };
   SessionParamValuelClear();
   QuerySessionGetParam(&request_, 1);
   EXPECT_EQ(value("session-number"), 10u);
@@ -454,10 +456,11 @@ TEST_F(SessionFilterTest, WhatARequestLeavesInTheRows) {
   EXPECT_EQ(value("global-source-ip"), 0x01020304u);
 
   SessionParamValuelClear();
-  for (const SessionFilterRow &row : g_sessionFilter) {
-    const bool type = std::string_view(row.name) == "type";
-    EXPECT_EQ(row.value.words[0], type ? 1u : 0u) << row.name;
-    for (int i = 1; i < 4; ++i) EXPECT_EQ(row.value.words[i], 0u) << row.name;
+  for (size_t row = 0; row < kSessionFilterRows; ++row) {
+    const bool type = std::string_view(SessionFilterName(row)) == "type";
+    const auto &words = g_sessionFilter[row].words;
+    EXPECT_EQ(words[0], type ? 1u : 0u) << SessionFilterName(row);
+    for (int i = 1; i < 4; ++i) EXPECT_EQ(words[i], 0u) << SessionFilterName(row);
   }
   QuerySessionGetParam(&request_, 0);  // a reset
   EXPECT_EQ(value("session-number"), 0u);

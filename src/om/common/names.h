@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
+#include <string_view>
 
 namespace qdt {
 
@@ -50,6 +51,20 @@ consteval auto PackNames() {
   }
   return names;
 }
+
+// A short text that lies in its row: as Names, without an address.
+template <size_t kLongest>
+struct FixedText {
+  char text[kLongest + 1]{};
+
+  template <size_t N>
+  requires(N <= kLongest + 1) consteval FixedText(
+      const char (&literal)[N]) {  // NOLINT(google-explicit-constructor): literals are the point
+    for (size_t i = 0; i < N; ++i) text[i] = literal[i];
+  }
+
+  constexpr operator std::string_view() const { return text; }  // NOLINT(google-explicit-constructor)
+};
 
 }  // namespace qdt
 

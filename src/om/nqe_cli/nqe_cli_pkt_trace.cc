@@ -1,10 +1,11 @@
 #include "src/om/nqe_cli/nqe_cli_pkt_trace.h"
 
-#include <string_view>
+#include <cstring>
 
 #include "src/om/common/address.h"
 #include "src/om/common/log.h"
 #include "src/om/common/record_copy.h"
+#include "src/om/common/rows.h"
 #include "src/om/common/trace_block.h"
 #include "src/om/nqe_cli/command_words.h"
 
@@ -78,6 +79,7 @@ constexpr Operation kOperations[] = {
     {"enable", PktTraceEnable},       {"disable", PktTraceDisable}, {"show", PktTraceShow},
     {"counter", PktTraceShowCounter}, {"clear", PktTraceClear},
 };
+constexpr auto kOperationNames = Column<kOperations, &Operation::name>();
 
 }  // namespace
 
@@ -104,10 +106,15 @@ int32_t PktTraceAttach() {
 }
 
 int32_t CliCmdPktTrace(OutputBuffer *out, int32_t wordCount, char **words) {
-  const std::string_view word = wordCount >= 2 && wordCount <= 4 ? words[1] : "";
-  if (word == "set" && wordCount > 2) return PktTraceSet(out, words[2], wordCount > 3 ? words[3] : nullptr);
-  const qdt::Operation *const operation = qdt::FindByName(qdt::kOperations, word);
-  (operation == nullptr ? CliCmdPktTraceHelp : operation->run)(out);
+  const char *const word = wordCount >= 2 && wordCount <= 4 ? words[1] : "";
+  if (std::strcmp(word, "set") == 0 && wordCount > 2)
+    return PktTraceSet(out, words[2], wordCount > 3 ? words[3] : nullptr);
+  const size_t operation = qdt::IndexOf(qdt::kOperationNames, word);
+  if (operation == std::size(qdt::kOperations)) {
+    CliCmdPktTraceHelp(out);
+  } else {
+    qdt::CallOf<qdt::kOperations, &qdt::Operation::run>(operation, out);
+  }
   return 0;
 }
 

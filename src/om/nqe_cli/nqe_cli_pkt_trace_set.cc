@@ -6,6 +6,7 @@
 #include <type_traits>
 
 #include "src/om/common/bounded.h"
+#include "src/om/common/rows.h"
 #include "src/om/common/trace_block.h"
 #include "src/om/nqe_cli/nqe_cli_pkt_trace.h"
 
@@ -22,22 +23,24 @@ struct Value {
   uint8_t bytes[16] = {};
 };
 
-// How an argument is read, and the code of one that is out of bounds. Without `read` there is no argument,
-// and the value is `min`.
+// What an argument is. Without one the value is the least that is allowed.
+enum class Argument : uint8_t { kNone, kNumber, kMac, kEtherType, kIpv4, kIpv6, kDiscardType, kIpType };
+
+// How an argument is read, and the code of one that is out of bounds.
 struct Check {
-  int32_t (*read)(OutputBuffer *out, const char *argument, const Check &check, Value &value);
+  Argument argument;
   uint32_t min, max;
   int32_t code;
 };
 
-int32_t ReadNumber(OutputBuffer *, const char *argument, const Check &check, Value &value) {
+int32_t ReadNumber(const char *argument, const Check &check, Value &value) {
   uint8_t ok = 0;
   value.number = QdtCliParseUint(argument, &ok);
   if (ok == 0) return QDT_PKT_TRACE_INPUT;
   return value.number < check.min || value.number > check.max ? check.code : 0;
 }
 
-int32_t ReadMac(OutputBuffer *, const char *argument, const Check &check, Value &value) {
+int32_t ReadMac(const char *argument, const Check &check, Value &value) {
   char text[sizeof("00:00:00:00:00:00")];  // a longer one is refused, not cut
   if (strcpy_s(text, sizeof(text), argument) != 0) return check.code;
   return QdtCliStr2Mac(text, value.bytes, sizeof(MacAddress)) == 0 ? 0 : check.code;
@@ -53,7 +56,7 @@ int32_t ReadEtherType(OutputBuffer *out, const char *argument, const Check &chec
   return 0;
 }
 
-int32_t ReadIpv4(OutputBuffer *, const char *argument, const Check &check, Value &value) {
+int32_t ReadIpv4(const char *argument, const Check &check, Value &value) {
   unsigned part[4];
   if (sscanf_s(argument, "%u.%u.%u.%u", &part[0], &part[1], &part[2], &part[3]) < 4) return check.code;
   uint32_t address = 0;
@@ -65,14 +68,14 @@ int32_t ReadIpv4(OutputBuffer *, const char *argument, const Check &check, Value
   return 0;
 }
 
-int32_t ReadIpv6(OutputBuffer *, const char *argument, const Check &check, Value &value) {
+int32_t ReadIpv6(const char *argument, const Check &check, Value &value) {
   char word[46];
   if (sscanf_s(argument, "%45s", word) != 1) return check.code;
   return inet_pton(AF_INET6, word, value.bytes) == 1 ? 0 : check.code;
 }
 
 // Names of several words cannot be asked for: only the first is read.
-int32_t ReadDiscardType(OutputBuffer *, const char *argument, const Check &check, Value &value) {
+int32_t ReadDiscardType(const char *argument, const Check &check, Value &value) {
   char word[128];
   if (sscanf_s(argument, "%127s", word) != 1) return check.code;
   const std::optional<uint16_t> type = FindDiscardType(word);
@@ -81,20 +84,49 @@ int32_t ReadDiscardType(OutputBuffer *, const char *argument, const Check &check
   return 0;
 }
 
-int32_t ReadIpType(OutputBuffer *, const char *argument, const Check &check, Value &value) {
+int32_t ReadIpType(const char *argument, const Check &check, Value &value) {
   const std::string_view word = argument;
   if (word != "ipv4" && word != "ipv6") return check.code;
   value.number = word == "ipv4" ? kTraceIpv4 : kTraceIpv6;
   return 0;
 }
 
-constexpr Check Number(uint32_t min, uint32_t max, int32_t code) { return {ReadNumber, min, max, code}; }
-constexpr Check Fixed(uint32_t value) { return {nullptr, value, value, 0}; }
+int32_t Read(OutputBuffer *out, const char *argument, const Check &check, Value &value) {
+  if (check.argument == Argument::kNone) {
+    value.number = check.min;
+    return 0;
+  }
+  if (argument == nullptr) return QDT_PKT_TRACE_INPUT;
+  switch (check.argument) {
+    case Argument::kMac:
+      return ReadMac(argument, check, value);
+    case Argument::kEtherType:
+      return ReadEtherType(out, argument, check, value);
+    case Argument::kIpv4:
+      return ReadIpv4(argument, check, value);
+    case Argument::kIpv6:
+      return ReadIpv6(argument, check, value);
+    case Argument::kDiscardType:
+      return ReadDiscardType(argument, check, value);
+    case Argument::kIpType:
+      return ReadIpType(argument, check, value);
+    default:
+      return ReadNumber(argument, check, value);
+  }
+}
+
+constexpr Check Number(uint32_t min, uint32_t max, int32_t code) {
+  return {Argument::kNumber, min, max, code};
+}
+constexpr Check Other(Argument argument, int32_t code = QDT_PKT_TRACE_INPUT) {
+  return {argument, 0, 0, code};
+}
+constexpr Check Fixed(uint32_t value) { return {Argument::kNone, value, value, 0}; }
 
 constexpr Check kAnyNumber = Number(0, UINT32_MAX, 0);
 constexpr Check kSwitch = Number(0, 1, QDT_PKT_TRACE_INPUT);
-constexpr Check kMac = {ReadMac, 0, 0, QDT_PKT_TRACE_INPUT};
-constexpr Check kIpv4 = {ReadIpv4, 0, 0, QDT_PKT_TRACE_INPUT};
+constexpr Check kMac = Other(Argument::kMac);
+constexpr Check kIpv4 = Other(Argument::kIpv4);
 
 // Where a value goes.
 using Store = void (*)(Block &block, const Value &value);
@@ -188,12 +220,8 @@ constexpr Setter kSetters[] = {
      "packet trace set smac ok"},
     {"dmac", "dmac <xx:xx:xx:xx:xx:xx>", kMac, Put<&Conditions::destinationMac>, kTraceDestinationMac,
      "packet trace set dmac ok"},
-    {"eth_type",
-     "eth_type <eth_type eg:0x0806>",
-     {ReadEtherType, 0, 0, QDT_PKT_TRACE_INPUT},
-     Put<&Conditions::etherType>,
-     kTraceEtherType,
-     "packet trace set eth type ok"},
+    {"eth_type", "eth_type <eth_type eg:0x0806>", Other(Argument::kEtherType), Put<&Conditions::etherType>,
+     kTraceEtherType, "packet trace set eth type ok"},
     {"vlan", "vlan <vlan>", kAnyNumber, Put<&Conditions::vlanId>, kTraceVlan, "packet trace set vlan ok"},
     {"arp", "arp", Fixed(0x0806), Put<&Conditions::etherType>, kTraceEtherType, "packet trace set arp ok"},
     {"eap_key", "eap_key", Fixed(1), PutEapKey, kTraceEapKey, "packet trace set eap key ok"},
@@ -201,17 +229,10 @@ constexpr Setter kSetters[] = {
      "packet trace set sip ok"},
     {"dip", "dip <x.x.x.x>", kIpv4, PutIpv4<&Conditions::destinationAddress>,
      kTraceDestinationAddress | kTraceIpType, "packet trace set dip ok"},
-    {"sip6",
-     "sip6 <sip6>",
-     {ReadIpv6, 0, 0, QDT_PKT_TRACE_SOURCE_V6},
-     PutIpv6<&Conditions::sourceAddressV6>,
-     kTraceSourceAddressV6 | kTraceIpType,
-     "packet trace set sip6 ok"},
-    {"dip6",
-     "dip6 <dip6>",
-     {ReadIpv6, 0, 0, QDT_PKT_TRACE_DESTINATION_V6},
-     PutIpv6<&Conditions::destinationAddressV6>,
-     kTraceDestinationAddressV6 | kTraceIpType,
+    {"sip6", "sip6 <sip6>", Other(Argument::kIpv6, QDT_PKT_TRACE_SOURCE_V6),
+     PutIpv6<&Conditions::sourceAddressV6>, kTraceSourceAddressV6 | kTraceIpType, "packet trace set sip6 ok"},
+    {"dip6", "dip6 <dip6>", Other(Argument::kIpv6, QDT_PKT_TRACE_DESTINATION_V6),
+     PutIpv6<&Conditions::destinationAddressV6>, kTraceDestinationAddressV6 | kTraceIpType,
      "packet trace set dip6 ok"},
     {"protocol", "protocol <protocol>", Number(0, 255, QDT_PKT_TRACE_PROTOCOL), Put<&Conditions::protocol>,
      kTraceProtocol, "packet trace set portocol ok"},
@@ -233,57 +254,47 @@ constexpr Setter kSetters[] = {
      "packet trace set pppoe keepalive ok"},
     {"tcp_flags", "tcp_flags <1-32>", Number(0, 32, QDT_PKT_TRACE_RANGE), Put<&Conditions::tcpFlags>,
      kTraceTcpFlags, "packet trace set tcp_flag ok"},
-    {"ip_type",
-     "ip-type",
-     {ReadIpType, 0, 0, QDT_PKT_TRACE_INPUT},
-     Put<&Conditions::ipType>,
-     kTraceIpType,
+    {"ip_type", "ip-type", Other(Argument::kIpType), Put<&Conditions::ipType>, kTraceIpType,
      "packet trace set ipType ok"},
     {"icmp_type", "icmp-type", kAnyNumber, Put<&Conditions::icmpType>, kTraceIcmpType,
      "packet trace set icmpType ok"},
-    {"discard_type",
-     "discard_type <eg:arp miss>",
-     {ReadDiscardType, 0, 0, QDT_PKT_TRACE_INPUT},
-     Put<&Conditions::discardType>,
-     kTraceDiscardType,
-     "packet trace set discard type ok"},
+    {"discard_type", "discard_type <eg:arp miss>", Other(Argument::kDiscardType),
+     Put<&Conditions::discardType>, kTraceDiscardType, "packet trace set discard type ok"},
     {"cause_id", "cause_id", kAnyNumber, Put<&Conditions::causeId>, kTraceCauseId,
      "packet trace set cause id ok"},
+    // Conditions that other programs set; the command has no keyword for them.
+    {nullptr, nullptr, Fixed(5246), PutPorts, kTraceCapwap, "packet trace set capwap ctrl ok"},
+    {nullptr, nullptr, Fixed(5247), PutPorts, kTraceCapwap, "packet trace set capwap data ok"},
+    {nullptr, nullptr, Fixed(1), PutCapwapFragment, kTraceCapwap, "packet trace set capwap fragment ok"},
 };
+constexpr size_t kCapwapFragment = std::size(kSetters) - 1;
+constexpr size_t kCapwapData = kCapwapFragment - 1;
+constexpr size_t kCapwapControl = kCapwapData - 1;
 
-// Conditions that other programs set; the command has no keyword for them.
-constexpr Setter kCapwapControl = {nullptr,  nullptr,      Fixed(5246),
-                                   PutPorts, kTraceCapwap, "packet trace set capwap ctrl ok"};
-constexpr Setter kCapwapData = {nullptr,  nullptr,      Fixed(5247),
-                                PutPorts, kTraceCapwap, "packet trace set capwap data ok"};
-constexpr Setter kCapwapFragment = {nullptr,           nullptr,      Fixed(1),
-                                    PutCapwapFragment, kTraceCapwap, "packet trace set capwap fragment ok"};
+constexpr auto kKeywords = Column<kSetters, &Setter::keyword>();
+constexpr auto kHelps = Column<kSetters, &Setter::help>();
+constexpr auto kChecks = Column<kSetters, &Setter::check>();
+constexpr auto kMasks = Column<kSetters, &Setter::mask>();
+constexpr auto kConfirmations = Column<kSetters, &Setter::confirmation>();
 
-constexpr const Setter *FindSetter(std::string_view keyword) {
-  for (const Setter &setter : kSetters) {
-    if (keyword == setter.keyword) return &setter;
-  }
-  return nullptr;
+consteval size_t RowOf(std::string_view keyword) {
+  size_t row = 0;
+  while (keyword != kSetters[row].keyword) ++row;
+  return row;
 }
 
-// Nothing is written before the argument has been accepted.
-int32_t Run(const Setter &setter, OutputBuffer *out, const char *argument, Block &block) {
+// Runs setter number `setter`. Nothing is written before the argument has been accepted.
+int32_t Run(size_t setter, OutputBuffer *out, const char *argument, Block &block) {
   Value value;
-  if (setter.check.read == nullptr) {
-    value.number = setter.check.min;
-  } else if (argument == nullptr) {
-    return QDT_PKT_TRACE_INPUT;
-  } else if (const int32_t code = setter.check.read(out, argument, setter.check, value); code != 0) {
-    return code;
-  }
-  setter.store(block, value);
-  AddConditions(block, setter.mask);
-  QdtCliPrintf(out, "%s", setter.confirmation);
+  if (const int32_t code = Read(out, argument, kChecks[setter], value); code != 0) return code;
+  CallOf<kSetters, &Setter::store>(setter, block, value);
+  AddConditions(block, kMasks[setter]);
+  QdtCliPrintf(out, "%s", kConfirmations[setter]);
   return 0;
 }
 
 // By code, from QDT_PKT_TRACE_INPUT on.
-constexpr const char *kMessages[] = {
+constexpr const char *kMessageList[] = {
     "Error: input error",
     "Error: ip address error",
     "Error: source IPv6 address invalid",
@@ -293,22 +304,24 @@ constexpr const char *kMessages[] = {
     "Error: protocol invalid",
     "Error: number out of range",
 };
+constexpr auto kMessages = PackNames<kMessageList>();
 
 }  // namespace
 
 void PrintSetterHelp(OutputBuffer *out) {
-  for (const Setter &setter : kSetters) QdtCliPrintf(out, "nqecli pkt_trace set %s \n", setter.help);
+  for (size_t setter = 0; setter < kCapwapControl; ++setter)
+    QdtCliPrintf(out, "nqecli pkt_trace set %s \n", kHelps[setter]);
 }
 
 }  // namespace qdt
 
 int32_t PktTraceSet(OutputBuffer *out, const char *keyword, const char *argument) {
-  const qdt::Setter *const setter = qdt::FindSetter(keyword);
-  if (setter == nullptr) {
+  const size_t setter = qdt::IndexOf(qdt::kKeywords, keyword);
+  if (setter == qdt::kKeywords.size()) {
     QdtCliPrintf(out, "Error: Unsupported pkt trace type.\n");
     return 0;
   }
-  const int32_t code = qdt::Run(*setter, out, argument, qdt::CommandTraceBlock());
+  const int32_t code = qdt::Run(setter, out, argument, qdt::CommandTraceBlock());
   if (code == 0) return -1;  // the setter's result less one, by which callers know success
   QdtCliPrintf(out, "%s.\n", qdt::kMessages[code - QDT_PKT_TRACE_INPUT]);
   return 0;
@@ -320,8 +333,8 @@ int32_t PktTraceSet(OutputBuffer *out, const char *keyword, const char *argument
     return qdt::Run(setter, out, argument, *static_cast<qdt::PacketTraceBlock *>(block));    \
   }
 
-QDT_PKT_TRACE_SETTER(PktTraceSetTimeout, *qdt::FindSetter("timeout"))
-QDT_PKT_TRACE_SETTER(PktTraceSetSip, *qdt::FindSetter("sip"))
+QDT_PKT_TRACE_SETTER(PktTraceSetTimeout, qdt::RowOf("timeout"))
+QDT_PKT_TRACE_SETTER(PktTraceSetSip, qdt::RowOf("sip"))
 QDT_PKT_TRACE_SETTER(PktTraceSetCapwapCtrl, qdt::kCapwapControl)
 QDT_PKT_TRACE_SETTER(PktTraceSetCapwapData, qdt::kCapwapData)
 QDT_PKT_TRACE_SETTER(PktTraceSetCapwapFrag, qdt::kCapwapFragment)

@@ -7,6 +7,7 @@
 #include "platform/shm.h"
 #include "src/om/common/log.h"
 #include "src/om/common/mapping.h"
+#include "src/om/common/rows.h"
 #include "src/om/nqe_cli/command_words.h"
 
 // The perf task command: its words, and what it changes in the region.
@@ -28,7 +29,7 @@ namespace {
 constexpr uint32_t kMaxRuncs = 64;
 
 struct TraceKind {
-  const char *name;
+  FixedText<9> name;
   SchedTraceFlag flag;
 };
 constexpr TraceKind kTraceKinds[] = {
@@ -74,6 +75,7 @@ constexpr Subcommand kSubcommands[] = {
     {"show_active_node", RunPlain<SchedTraceShowActiveNode>},
     {"topdown", RunTopDown},
 };
+constexpr auto kSubcommandNames = Column<kSubcommands, &Subcommand::name>();
 
 constexpr int32_t kMaxWords = 4;  // perf task SUBCOMMAND ARGUMENT
 
@@ -175,8 +177,10 @@ int32_t SchedTraceCmdInner(OutputBuffer *out, int32_t wordCount, char **words) {
   const char *const name = qdt::WordAt(wordCount, words, 2);
   if (wordCount <= qdt::kMaxWords && family != nullptr && name != nullptr &&
       std::strcmp(family, "task") == 0) {
-    const qdt::Subcommand *const subcommand = qdt::FindByName(qdt::kSubcommands, name);
-    if (subcommand != nullptr && subcommand->run(out, qdt::WordAt(wordCount, words, 3))) return 0;
+    const size_t subcommand = qdt::IndexOf(qdt::kSubcommandNames, name);
+    if (subcommand < std::size(qdt::kSubcommands) && qdt::CallOf<qdt::kSubcommands, &qdt::Subcommand::run>(
+                                                         subcommand, out, qdt::WordAt(wordCount, words, 3)))
+      return 0;
   }
   SchedTraceHelp(out);
   return -1;

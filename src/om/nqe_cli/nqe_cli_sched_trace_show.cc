@@ -2,6 +2,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "src/om/common/names.h"
 #include "src/om/nqe_cli/nqe_cli_sched_trace.h"
 
 // The figures of the scheduler trace: averages by task, tasks by cycles, and a packet's path.
@@ -45,7 +46,7 @@ Averages AveragesOf(const SchedTraceRunc &runc, uint32_t taskId, uint32_t packet
 void PrintHeader(OutputBuffer *out, uint8_t flag) {
   constexpr struct {
     SchedTraceFlag flag;
-    const char *title;
+    FixedText<19> title;
   } kTitles[] = {
       {kTraceTime, "Time Trace:\n"},
       {kTraceICache, "ICache Trace:\n"},
@@ -59,7 +60,7 @@ void PrintHeader(OutputBuffer *out, uint8_t flag) {
   }
   for (const auto &row : kTitles) {
     if ((flag & row.flag) == 0) continue;
-    QdtCliPrintf(out, "%s", row.title);
+    QdtCliPrintf(out, "%s", row.title.text);
     return;
   }
   QdtCliPrintf(out, "NQE do not support current tracer flag %d.\n", flag);

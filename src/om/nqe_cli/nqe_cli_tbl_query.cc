@@ -11,6 +11,7 @@
 #include "src/om/common/log.h"
 #include "src/om/common/memory_probe.h"
 #include "src/om/common/owned.h"
+#include "src/om/common/rows.h"
 #include "src/om/nqe_cli/command_words.h"
 #include "src/om/nqe_cli/table_usage.h"
 
@@ -38,9 +39,12 @@ struct ErrorMessage {
 constexpr ErrorMessage g_nqeTblErrMsg[30] = {QDT_TABLE_CODES(QDT_ERROR_MESSAGE)};  // the rest is spare
 #undef QDT_ERROR_MESSAGE
 
+constexpr auto kCodes = Column<g_nqeTblErrMsg, &ErrorMessage::code>();
+constexpr auto kMessages = Column<g_nqeTblErrMsg, &ErrorMessage::text>();
+
 const char *MessageOf(int32_t code) {
-  for (const ErrorMessage &message : g_nqeTblErrMsg) {
-    if (message.code == code && message.text != nullptr) return message.text;
+  for (size_t i = 0; i < kCodes.size(); ++i) {
+    if (kCodes[i] == code && kMessages[i] != nullptr) return kMessages[i];
   }
   return QDT_UNKNOWN_CODE_MESSAGE;
 }

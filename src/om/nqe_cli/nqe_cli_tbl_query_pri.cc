@@ -1,5 +1,6 @@
 #include "qdt/tables.h"
 #include "src/om/common/log.h"
+#include "src/om/common/rows.h"
 #include "src/om/engine/priority.h"
 #include "src/om/nqe_cli/table_view.h"
 
@@ -62,8 +63,10 @@ struct MapWriter {
 };
 
 // The first line is constant text, its values included: what is stored for it is never shown.
+int32_t NoData(char *, uint32_t, uint32_t, const void *) { return 0; }
+
 constexpr MapWriter kWriters[] = {
-    {Up2DscpHead, nullptr},
+    {Up2DscpHead, NoData},
     {UpTo8021pHead, UpTo8021pData},
     {P8021p2UpHead, P8021p2UpData},
     {Up2TnlDscpHead, Up2TnlDscpData},
@@ -104,11 +107,13 @@ NQE_TABLE_SEARCH(Priority) { return search.FindOne<PriorityMaps>(qdt::kTablePrio
 QDT_TABLE_FORMAT(NqeTableFormatPriority) {
   if (record == nullptr || recordLen != static_cast<int32_t>(sizeof(PriorityMaps))) return QDT_TBL_DATA_SIZE;
   uint32_t position = 0;
-  for (const qdt::MapWriter &writer : qdt::kWriters) {
-    const int32_t head = writer.head(out, room, position);
+  using qdt::MapWriter;
+  for (size_t map = 0; map < std::size(qdt::kWriters); ++map) {
+    const int32_t head = qdt::CallOf<qdt::kWriters, &MapWriter::head>(map, out, room, position);
     if (head < 0) return QDT_TBL_FORMAT;
     position += static_cast<uint32_t>(head);
-    if (writer.data != nullptr) position += static_cast<uint32_t>(writer.data(out, room, position, record));
+    position +=
+        static_cast<uint32_t>(qdt::CallOf<qdt::kWriters, &MapWriter::data>(map, out, room, position, record));
   }
   return static_cast<int32_t>(position);
 }

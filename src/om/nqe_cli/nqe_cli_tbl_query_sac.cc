@@ -6,6 +6,7 @@
 #include "qdt/tables.h"
 #include "src/om/common/address.h"
 #include "src/om/common/log.h"
+#include "src/om/common/names.h"
 #include "src/om/engine/global.h"
 #include "src/om/engine/interface.h"
 #include "src/om/engine/sac.h"
@@ -19,9 +20,9 @@ namespace {
 
 // Empty for what is no action.
 const char *ActionName(uint8_t actionType) {
-  static constexpr const char *kNames[] = {"remark-dscp", "remark-dot1p", "deny", "car",
-                                           "dynamic-optimization"};
-  return actionType >= 1 && actionType <= std::size(kNames) ? kNames[actionType - 1] : "";
+  static constexpr FixedText<20> kNames[] = {"remark-dscp", "remark-dot1p", "deny", "car",
+                                             "dynamic-optimization"};
+  return actionType >= 1 && actionType <= std::size(kNames) ? kNames[actionType - 1].text : "";
 }
 
 std::string_view Name(const char (&name)[32]) { return {name, strnlen(name, sizeof(name))}; }

@@ -1,11 +1,12 @@
 #include <array>
 #include <cstddef>
+#include <cstring>
 #include <span>
-#include <string_view>
 #include <tuple>
 
 #include "qdt/oma.h"
 #include "src/om/common/log.h"
+#include "src/om/common/names.h"
 #include "src/om/common/owned.h"
 #include "src/om/common/text.h"
 #include "src/om/oma/command_line.h"
@@ -42,32 +43,23 @@ int32_t RunEgn(AgentRequest request, const char *const (&parameters)[N]) {
 }
 
 // A command of the performance tracer that a word of the request selects.
-struct WordCommand {
-  const char *parameter;
-  struct Choice {
-    std::string_view word;
-    const char *line;
-  };
-  std::span<const Choice> choices;
-  const char *other;   // for every other word
-  const char *absent;  // without the parameter
+struct Choice {
+  FixedText<7> word;
+  FixedText<23> line;
 };
-
-constexpr WordCommand::Choice kOrders[] = {{"average", "perf task topdown avg"},
-                                           {"total", "perf task topdown total"}};
-constexpr WordCommand kTaskQuery = {"sort-by-cycles", kOrders, "perf task", "perf task show"};
-
-constexpr WordCommand::Choice kTraceModes[] = {
+constexpr Choice kOrders[] = {{"average", "perf task topdown avg"}, {"total", "perf task topdown total"}};
+constexpr Choice kTraceModes[] = {
     {"cycle", "perf task set time"}, {"icache", "perf task set icache"}, {"dcache", "perf task set dcache"}};
-constexpr WordCommand kTaskSet = {"trace-mode", kTraceModes, "perf task", "perf task"};
 
-const char *SelectLine(AgentRequest request, const WordCommand &command) {
-  const char *const word = FindText(request, command.parameter);
-  if (word == nullptr) return command.absent;
-  for (const WordCommand::Choice &choice : command.choices) {
-    if (choice.word == word) return choice.line;
+// The choice that the parameter names; `other` for every other word, `absent` without the parameter.
+const char *SelectLine(AgentRequest request, const char *parameter, std::span<const Choice> choices,
+                       const char *other, const char *absent) {
+  const char *const word = FindText(request, parameter);
+  if (word == nullptr) return absent;
+  for (const Choice &choice : choices) {
+    if (std::strcmp(choice.word.text, word) == 0) return choice.line.text;
   }
-  return command.other;
+  return other;
 }
 
 int32_t BuildNatGroupUsage(char *buffer, int32_t capacity, AgentRequest request) {
@@ -103,13 +95,14 @@ int32_t QdtOmaEgnStatResetProc(AgentRequest request) {
 }
 
 int32_t QdtOmaPerfTaskQueryProc(AgentRequest request) {
-  return QdtOmaRunCmdline(qdt::SelectLine(request, qdt::kTaskQuery));
+  return QdtOmaRunCmdline(
+      qdt::SelectLine(request, "sort-by-cycles", qdt::kOrders, "perf task", "perf task show"));
 }
 
 int32_t QdtOmaPerfTaskResetProc(AgentRequest /*request*/) { return QdtOmaRunCmdline("perf task clear"); }
 
 int32_t QdtOmaPerfTaskSetProc(AgentRequest request) {
-  return QdtOmaRunCmdline(qdt::SelectLine(request, qdt::kTaskSet));
+  return QdtOmaRunCmdline(qdt::SelectLine(request, "trace-mode", qdt::kTraceModes, "perf task", "perf task"));
 }
 
 int32_t QdtOmaPerfModeSetProc(AgentRequest request) {

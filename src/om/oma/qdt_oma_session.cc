@@ -27,7 +27,7 @@ using SessionLine = ListingEnd<SessionQueryOutput>;
 
 const SessionRecord &AsSession(const void *record) { return *static_cast<const SessionRecord *>(record); }
 
-bool IsVerbose() { return g_sessionFilter[kFilterVerbose].value.words[0] == 1; }
+bool IsVerbose() { return g_sessionFilter[kFilterVerbose].words[0] == 1; }
 
 bool PrintCreation(SessionLine &line, const SessionRecord &session, const char *id) {
   const time_t createTime = session.createTime;
@@ -192,7 +192,7 @@ int32_t QuerySessionPrintTcpFlowInfo(const void *record, SessionQueryOutput *out
 
 int32_t OmaQuerySessionGetInfo(void *record, void *context) {
   auto *const output = static_cast<SessionQueryOutput *>(context);
-  if (output->counter > qdt::g_sessionFilter[qdt::kFilterLimit].value.words[0]) return QDT_TBL_STOP;
+  if (output->counter > qdt::g_sessionFilter[qdt::kFilterLimit].words[0]) return QDT_TBL_STOP;
   qdt::EngineMemoryScope::NoteDelivered(record, sizeof(qdt::SessionRecord));
   const int32_t matched = QuerySessionNodeMatch(record);
   if (matched == kFailed) return QDT_TBL_STOP;

@@ -1,12 +1,12 @@
 #include <algorithm>
 #include <cstring>
-#include <span>
 #include <string_view>
 
 #include "platform/engine.h"
 #include "qdt/oma.h"
 #include "qdt/stats.h"
 #include "src/om/common/log.h"
+#include "src/om/common/names.h"
 #include "src/om/common/owned.h"
 #include "src/om/common/text.h"
 
@@ -28,22 +28,22 @@ struct Range {
   uint32_t count;
 };
 
-constexpr Range kNormal[] = {{QDT_STAT_NORMAL, QDT_STAT_NORMAL_COUNT},
-                             {QDT_STAT_RECEIVED, QDT_STAT_RECEIVED_COUNT},
-                             {QDT_STAT_TRANSMITTED, QDT_STAT_TRANSMITTED_COUNT}};
-constexpr Range kDiscard[] = {{QDT_STAT_DISCARD, QDT_STAT_DISCARD_COUNT}, {QDT_STAT_CAR, QDT_STAT_CAR_COUNT}};
-constexpr Range kError[] = {{QDT_STAT_ERROR, QDT_STAT_ERROR_COUNT}};
-
-// In the order of an answer.
+// In the order of an answer. Ranges without counters are none.
 struct Section {
   uint32_t kind;
-  const char *header;
-  std::span<const Range> ranges;
+  FixedText<32> header;
+  Range ranges[3];
 };
 constexpr Section kSections[] = {
-    {QDT_STAT_KIND_NORMAL, "\n Normal statistic information:", kNormal},
-    {QDT_STAT_KIND_DISCARD, "\n Discard statistic information:", kDiscard},
-    {QDT_STAT_KIND_ERROR, "\n Error statistic information:", kError},
+    {QDT_STAT_KIND_NORMAL,
+     "\n Normal statistic information:",
+     {{QDT_STAT_NORMAL, QDT_STAT_NORMAL_COUNT},
+      {QDT_STAT_RECEIVED, QDT_STAT_RECEIVED_COUNT},
+      {QDT_STAT_TRANSMITTED, QDT_STAT_TRANSMITTED_COUNT}}},
+    {QDT_STAT_KIND_DISCARD,
+     "\n Discard statistic information:",
+     {{QDT_STAT_DISCARD, QDT_STAT_DISCARD_COUNT}, {QDT_STAT_CAR, QDT_STAT_CAR_COUNT}}},
+    {QDT_STAT_KIND_ERROR, "\n Error statistic information:", {{QDT_STAT_ERROR, QDT_STAT_ERROR_COUNT}}},
 };
 
 uint32_t SelectedKinds(AgentRequest request) {
@@ -110,7 +110,7 @@ void PrintAnswer(char *out, uint32_t kinds, const StatVector &statistics) {
   Listing listing(out, kAnswerRoom);
   for (const Section &section : kSections) {
     if ((section.kind & kinds) == 0) continue;
-    listing.PrintHeader(section.header);
+    listing.PrintHeader(section.header.text);
     for (const Range &range : section.ranges) listing.PrintBlock(range, statistics);
   }
 }

@@ -7,6 +7,7 @@
 #include "qdt/oma.h"
 #include "qdt/stats.h"
 #include "src/om/common/log.h"
+#include "src/om/common/names.h"
 #include "src/om/common/owned.h"
 #include "src/om/common/table_descriptor.h"
 #include "src/om/common/text.h"
@@ -67,9 +68,9 @@ struct FreeDocument {
 // An answer that is a document with one figure. Its first two leaves say where it was measured: there is one
 // slot and one processor.
 struct FigureDocument {
-  const char *place[2];
-  const char *figure;
-  const char *missing;  // logged when there is no document
+  FixedText<7> place[2];
+  FixedText<18> figure;
+  FixedText<44> missing;  // logged when there is no document
 };
 
 constexpr FigureDocument kNobuffDocument = {
@@ -85,14 +86,14 @@ constexpr uint32_t kFigureRoom = 128;
 int32_t FormatFigure(const FigureDocument &layout, const char *value, char **text) {
   const std::unique_ptr<omcc_doc, FreeDocument> document(omcc_new_doc());
   if (document == nullptr) {
-    QDT_LOG_ERROR("%s", layout.missing);
+    QDT_LOG_ERROR("%s", layout.missing.text);
     return kFailed;
   }
   omcc_node *const node = omcc_new_node(omcc_doc_root(document.get()), kFigurePath, kFigureNode);
-  for (const char *name : layout.place) {
-    if (omcc_new_leaf_str(node, name, "0") != 0) return kFailed;  // so does a node that is missing
+  for (const auto &name : layout.place) {
+    if (omcc_new_leaf_str(node, name.text, "0") != 0) return kFailed;  // so does a node that is missing
   }
-  if (omcc_new_leaf_str(node, layout.figure, value) != 0) {
+  if (omcc_new_leaf_str(node, layout.figure.text, value) != 0) {
     QDT_LOG_ERROR("qdt add omcc leaf failed\n");
     return kFailed;
   }

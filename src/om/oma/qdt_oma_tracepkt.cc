@@ -5,6 +5,7 @@
 #include "src/om/common/address.h"
 #include "src/om/common/log.h"
 #include "src/om/common/owned.h"
+#include "src/om/common/rows.h"
 #include "src/om/common/text.h"
 #include "src/om/oma/command_line.h"
 #include "src/om/oma/request.h"
@@ -43,18 +44,21 @@ bool PrintAddress(Text &options, AgentRequest request, const char *name) {
   return true;
 }
 
-using Builder = int32_t (*)(char *text, uint32_t room, AgentRequest request);
+struct Builder {
+  int32_t (*build)(char *text, uint32_t room, AgentRequest request);
+};
 
 // Each builder goes on where the one before says that it ended.
-constexpr Builder kBuilders[] = {FormatTypeIp,    FormatTypeMac,     FormatTypePort,   FormatTypeEthType,
-                                 FormatTypeProto, FormatTypeTimeOut, FormatTypeEnable, FormatTypeIndex};
+constexpr Builder kBuilders[] = {{FormatTypeIp},      {FormatTypeMac},   {FormatTypePort},
+                                 {FormatTypeEthType}, {FormatTypeProto}, {FormatTypeTimeOut},
+                                 {FormatTypeEnable},  {FormatTypeIndex}};
 
 bool BuildSetLine(char *line, AgentRequest request) {
   Text command(line, kTraceLineRoom);
   command.Print<"trace-pkt-nqe set ">();
   uint32_t at = command.size();
   for (size_t i = 0; i < std::size(kBuilders); ++i) {
-    const int32_t length = kBuilders[i](line + at, kTraceLineRoom - at, request);
+    const int32_t length = CallOf<kBuilders, &Builder::build>(i, line + at, kTraceLineRoom - at, request);
     if (length < 0) {
       QDT_LOG_ERROR("format msg for trace pkt fail, index: %d\n", static_cast<int>(i));
       return false;
@@ -64,8 +68,8 @@ bool BuildSetLine(char *line, AgentRequest request) {
   return true;
 }
 
-constexpr const char *kDisplayLines[] = {"trace-pkt-nqe display index 0", "trace-pkt-nqe display index 1",
-                                         "trace-pkt-nqe display index 2", "trace-pkt-nqe display index 3"};
+constexpr FixedText<29> kDisplayLines[] = {"trace-pkt-nqe display index 0", "trace-pkt-nqe display index 1",
+                                           "trace-pkt-nqe display index 2", "trace-pkt-nqe display index 3"};
 
 }  // namespace
 }  // namespace qdt
@@ -147,7 +151,7 @@ int32_t QdtOmaTracePktSetProc(AgentRequest request) {
 int32_t QdtOmaTracePktQueryProc(AgentRequest request) {
   uint16_t index = 0;
   if (QdtOmaParseU16(request, "index", &index) != 0) return qdt::kFailed;
-  if (index < std::size(qdt::kDisplayLines)) return qdt::RunTraceCommandLine(qdt::kDisplayLines[index]);
+  if (index < std::size(qdt::kDisplayLines)) return qdt::RunTraceCommandLine(qdt::kDisplayLines[index].text);
   qdt::RunTraceCommandLine("trace-pkt-nqe");  // its reply is the answer, and the request failed
   return qdt::kFailed;
 }

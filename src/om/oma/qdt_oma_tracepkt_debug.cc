@@ -1,11 +1,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <optional>
-#include <string_view>
 #include <type_traits>
 
 #include "qdt/oma.h"
 #include "src/om/common/log.h"
+#include "src/om/common/rows.h"
 #include "src/om/common/trace_block.h"
 #include "src/om/oma/request.h"
 
@@ -116,12 +116,14 @@ constexpr Parameter kParameters[] = {
     {"tcp-flag-value", Number<&Conditions::tcpFlags>, kTraceTcpFlags},
     {"icmp-type", Number<&Conditions::icmpType>, kTraceIcmpType},
 };
+constexpr auto kParameterNames = Column<kParameters, &Parameter::name>();
+constexpr auto kParameterMasks = Column<kParameters, &Parameter::mask>();
 
 // A word of a parameter that is a condition by itself; other words are none. They come behind the addresses,
 // whose IP version gives way to the one that "ip-type" names.
 struct Word {
   const char *name;
-  std::string_view word;
+  const char *word;
   void (*write)(Conditions &conditions);
   uint64_t mask;
 };
@@ -140,6 +142,9 @@ constexpr Word kWords[] = {
     {"fragment-protocol", "capwap", [](Conditions &c) { c.capwapFragment = 1; }, kTraceCapwap},
     {"fragment-protocol", "802.11", Nothing, kTraceWirelessFragment},
 };
+constexpr auto kWordNames = Column<kWords, &Word::name>();
+constexpr auto kWordTexts = Column<kWords, &Word::word>();
+constexpr auto kWordMasks = Column<kWords, &Word::mask>();
 
 uint8_t Flag(AgentRequest request, const char *name) { return QdtOmaGetBool(request, name) & 1; }
 
@@ -161,14 +166,15 @@ void WriteControls(AgentRequest request, Block &block) {
 }
 
 void WriteConditions(AgentRequest request, Block &block) {
-  for (const Parameter &parameter : kParameters) {
-    if (parameter.write(request, parameter.name, block)) AddConditions(block, parameter.mask);
+  for (size_t i = 0; i < kParameterNames.size(); ++i) {
+    if (CallOf<kParameters, &Parameter::write>(i, request, kParameterNames[i], block))
+      AddConditions(block, kParameterMasks[i]);
   }
-  for (const Word &word : kWords) {
-    const char *const text = FindText(request, word.name);
-    if (text == nullptr || text != word.word) continue;
-    word.write(block.conditions);
-    AddConditions(block, word.mask);
+  for (size_t i = 0; i < kWordNames.size(); ++i) {
+    const char *const text = FindText(request, kWordNames[i]);
+    if (text == nullptr || std::strcmp(text, kWordTexts[i]) != 0) continue;
+    CallOf<kWords, &Word::write>(i, block.conditions);
+    AddConditions(block, kWordMasks[i]);
   }
 }
 

@@ -10,6 +10,7 @@
 
 #include "src/om/common/address.h"
 #include "src/om/common/log.h"
+#include "src/om/common/rows.h"
 #include "src/om/oma/request.h"
 
 namespace qdt {
@@ -19,7 +20,7 @@ constexpr uint32_t kDefaultLimit = 10;
 constexpr int32_t kQueryMode = 1;
 
 struct Service {
-  std::string_view name;
+  FixedText<7> name;
   uint32_t id;
 };
 constexpr Service kServices[] = {{"http", 1},   {"dns", 2},  {"ftp", 3},     {"ras", 4},
@@ -198,33 +199,46 @@ constexpr auto kCompareGlobalSourcePort = ComparePort<TranslatedSourcePort, &Ses
 constexpr auto kCompareInsideDestinationPort =
     ComparePort<TranslatedDestinationPort, &SessionFlow::destinationPort>;
 
-}  // namespace
-
-// In the order in which a session is held against them.
-SessionFilterRow g_sessionFilter[kSessionFilterRows] = {
-    {"create-in", ReadU8, CompareCreateTime, false, {}},
-    {"egress-ifindex", ReadU32, CompareEgress, false, {}},
-    {"global-destination-ip", ReadAddress, kCompareGlobalDestination, false, {}},
-    {"global-destination-port", ReadU16, kCompareGlobalDestinationPort, false, {}},
-    {"global-source-ip", ReadAddress, kCompareGlobalSource, false, {}},
-    {"global-source-port", ReadU16, kCompareGlobalSourcePort, false, {}},
-    {"ingress-ifindex", ReadU32, CompareIngress, false, {}},
-    {"inside-destination-ip", ReadAddress, kCompareInsideDestination, false, {}},
-    {"inside-destination-port", ReadU16, kCompareInsideDestinationPort, false, {}},
-    {"inside-source-ip", ReadAddress, kCompareInsideSource, false, {}},
-    {"inside-source-port", ReadU16, CompareInsideSourcePort, false, {}},
-    {"next-hop", nullptr, PassNextHop, false, {}},
-    {"protocol", ReadU8, CompareProtocol, false, {}},
-    {"service-id", ReadService, CompareService, false, {}},
-    {"session-number", ReadLimit, PassAll, true, {}},
-    {"verbose", ReadFlag, PassAll, true, {}},
-    {"vlan-id", nullptr, PassVlanId, false, {}},
-    {"vpn-id", ReadU16, CompareVpn, false, {}},
-    {"feature", ReadFeature, CompareFeature, false, {}},
-    {"type", ReadType, CompareType, false, {}},
+// Who reads a row's parameter.
+enum class Use : uint8_t {
+  kBoth,         // queries and resets
+  kQuery,        // it shapes a query's answer
+  kUnsupported,  // nobody
 };
 
-namespace {
+struct Row {
+  const char *name;  // of the request's parameter
+  // Reads the parameter: zero when it is absent or malformed and the row has no default.
+  FilterValue (*read)(AgentRequest request, const char *name);
+  int32_t (*compare)(Candidate &candidate, const FilterValue &value);
+  Use use = Use::kBoth;
+};
+
+// In the order in which a session is held against them.
+constexpr Row kRows[kSessionFilterRows] = {
+    {"create-in", ReadU8, CompareCreateTime},
+    {"egress-ifindex", ReadU32, CompareEgress},
+    {"global-destination-ip", ReadAddress, kCompareGlobalDestination},
+    {"global-destination-port", ReadU16, kCompareGlobalDestinationPort},
+    {"global-source-ip", ReadAddress, kCompareGlobalSource},
+    {"global-source-port", ReadU16, kCompareGlobalSourcePort},
+    {"ingress-ifindex", ReadU32, CompareIngress},
+    {"inside-destination-ip", ReadAddress, kCompareInsideDestination},
+    {"inside-destination-port", ReadU16, kCompareInsideDestinationPort},
+    {"inside-source-ip", ReadAddress, kCompareInsideSource},
+    {"inside-source-port", ReadU16, CompareInsideSourcePort},
+    {"next-hop", ReadU32, PassNextHop, Use::kUnsupported},
+    {"protocol", ReadU8, CompareProtocol},
+    {"service-id", ReadService, CompareService},
+    {"session-number", ReadLimit, PassAll, Use::kQuery},
+    {"verbose", ReadFlag, PassAll, Use::kQuery},
+    {"vlan-id", ReadU32, PassVlanId, Use::kUnsupported},
+    {"vpn-id", ReadU16, CompareVpn},
+    {"feature", ReadFeature, CompareFeature},
+    {"type", ReadType, CompareType},
+};
+constexpr auto kNames = Column<kRows, &Row::name>();
+constexpr auto kUses = Column<kRows, &Row::use>();
 
 // The rows that a session is held against, a bit for each. A table of sessions is long, and most rows filter
 // nothing.
@@ -233,25 +247,34 @@ uint32_t g_activeRows;
 void FindActiveRows() {
   g_activeRows = 0;
   for (uint32_t i = 0; i < kSessionFilterRows; ++i) {
-    const SessionFilterRow &row = g_sessionFilter[i];
-    if (!row.queryOnly && !row.value.IsZero()) g_activeRows |= uint32_t{1} << i;
+    if (kUses[i] != Use::kQuery && !g_sessionFilter[i].IsZero()) g_activeRows |= uint32_t{1} << i;
   }
 }
 
 }  // namespace
+
+FilterValue g_sessionFilter[kSessionFilterRows];
+
+const char *SessionFilterName(size_t row) { return kNames[row]; }
+
+int32_t CompareByRow(size_t row, Candidate &candidate, const FilterValue &value) {
+  return CallOf<kRows, &Row::compare>(row, candidate, value);
+}
+
 }  // namespace qdt
 
 int32_t SessionParamValuelClear() {
-  for (qdt::SessionFilterRow &row : qdt::g_sessionFilter) row.value = {};
-  qdt::g_sessionFilter[qdt::kFilterType].value = qdt::Number(qdt::kSessionIpv4);
+  for (qdt::FilterValue &value : qdt::g_sessionFilter) value = {};
+  qdt::g_sessionFilter[qdt::kFilterType] = qdt::Number(qdt::kSessionIpv4);
   qdt::FindActiveRows();
   return 1;
 }
 
 int32_t QuerySessionGetParam(AgentRequest request, int32_t queryMode) {
-  for (qdt::SessionFilterRow &row : qdt::g_sessionFilter) {
-    if (row.read == nullptr || (row.queryOnly && queryMode != qdt::kQueryMode)) continue;
-    row.value = row.read(request, row.name);
+  for (uint32_t i = 0; i < qdt::kSessionFilterRows; ++i) {
+    const qdt::Use use = qdt::kUses[i];
+    if (use == qdt::Use::kUnsupported || (use == qdt::Use::kQuery && queryMode != qdt::kQueryMode)) continue;
+    qdt::g_sessionFilter[i] = qdt::CallOf<qdt::kRows, &qdt::Row::read>(i, request, qdt::kNames[i]);
   }
   qdt::FindActiveRows();
   return 0;
@@ -265,11 +288,11 @@ int32_t QuerySessionNodeMatch(const void *record) {
   }
   qdt::Candidate candidate(session);
   for (uint32_t rows = qdt::g_activeRows; rows != 0; rows &= rows - 1) {
-    const qdt::SessionFilterRow &row = qdt::g_sessionFilter[std::countr_zero(rows)];
-    const int32_t compared = row.compare(candidate, row.value);
+    const auto row = static_cast<size_t>(std::countr_zero(rows));
+    const int32_t compared = qdt::CompareByRow(row, candidate, qdt::g_sessionFilter[row]);
     if (compared == qdt::kPasses) continue;
     if (compared == qdt::kFails) return qdt::kFails;
-    QDT_LOG_ERROR("Query session compare %s failed, ret: %d\n", row.name, compared);
+    QDT_LOG_ERROR("Query session compare %s failed, ret: %d\n", qdt::kNames[row], compared);
     return -1;
   }
   return 0;

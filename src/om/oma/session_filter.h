@@ -1,6 +1,7 @@
 #ifndef SRC_OM_OMA_SESSION_FILTER_H_
 #define SRC_OM_OMA_SESSION_FILTER_H_
 
+#include <cstddef>
 #include <cstdint>
 
 #include "qdt/session.h"
@@ -41,20 +42,17 @@ class Candidate {
 // What a comparator returns.
 enum Compared : int32_t { kPasses = 0, kFails = 1, kCannotCompare = 2 };
 
-struct SessionFilterRow {
-  const char *name;  // of the request's parameter
-  // Reads the parameter: zero when it is absent or malformed and the row has no default. Null for a
-  // parameter that is known but not supported.
-  FilterValue (*read)(AgentRequest request, const char *name);
-  int32_t (*compare)(Candidate &candidate, const FilterValue &value);
-  bool queryOnly;  // shapes a query's answer, and is not for resets
-  FilterValue value;
-};
-
 // The rows that others know by their place.
 enum SessionFilterIndex { kFilterLimit = 14, kFilterVerbose = 15, kFilterType = 19, kSessionFilterRows = 20 };
 
-extern SessionFilterRow g_sessionFilter[kSessionFilterRows];
+// What the session is compared with, by row.
+extern FilterValue g_sessionFilter[kSessionFilterRows];
+
+// The request's parameter that a row stands for.
+const char *SessionFilterName(size_t row);
+
+// Holds the session against one row: a value of Compared.
+int32_t CompareByRow(size_t row, Candidate &candidate, const FilterValue &value);
 
 // Values of the type.
 enum SessionType : uint32_t { kSessionIpv4 = 1, kSessionIpv6 = 2 };
