@@ -59,9 +59,20 @@ bool Arena::Impl::SplitForClient(bool shared) {
     if (got == MAP_FAILED) return false;
     live = static_cast<char *>(got);
   }
-  return Retake(records, RecordBytes(), MAP_PRIVATE) &&
-         Retake(tail, size - tail, shared ? MAP_SHARED : MAP_PRIVATE);
+  tailIsClosed = shared;
+  return Retake(records, RecordBytes(), MAP_PRIVATE) && (shared || Retake(tail, size - tail, MAP_PRIVATE));
 }
+
+void Arena::Impl::OpenTail() {
+  if (!tailIsClosed.load(std::memory_order_acquire)) return;
+  const uint64_t tail = header->tailOffset;
+  if (mprotect(Base() + tail, size - tail, PROT_READ | PROT_WRITE) != 0) {
+    throw SystemError("cannot write to the arena at " + path);
+  }
+  tailIsClosed.store(false, std::memory_order_release);
+}
+
+void Arena::OpenTail() const { impl_->OpenTail(); }
 
 ArenaState Arena::Impl::State() const {
   return static_cast<ArenaState>(std::atomic_ref<uint32_t>(header->state).load(std::memory_order_acquire));
@@ -73,6 +84,7 @@ void Arena::Impl::SetState(ArenaState state) {
 
 Arena::Arena(std::unique_ptr<Impl> impl)
     : impl_(std::move(impl)), header_(impl_->header), role_(impl_->role) {
+  if (role_ == Role::kEngine) changed_.resize(impl_->size / kSnapshotPage);
   if (impl_->live != nullptr) liveShift_ = impl_->live - (impl_->Base() + header_->recordsOffset);
 }
 
@@ -91,6 +103,30 @@ void Arena::CopyTo(int fd) const {
     throw HostError(what + ": " + SystemText(EFBIG) + " (raise the limit on file sizes)");
   }
   CopySparse(impl_->file.get(), fd, what, [] { return false; });
+}
+
+std::vector<uint32_t> Arena::ChangedSince(uint32_t moment) const {
+  // Only the parts of tables between these two are changed by table changes alone.
+  const uint64_t first = (impl_->FixedEnd() + kSnapshotPage - 1) / kSnapshotPage;
+  const uint64_t tail = header_->tailOffset / kSnapshotPage;
+  std::vector<uint32_t> pages;
+  for (uint32_t page = 0; page < changed_.size(); ++page) {
+    if (page < first || page >= tail || changed_[page] >= moment) pages.push_back(page);
+  }
+  return pages;
+}
+
+void Arena::CopyChanged(uint32_t moment, int fd) const {
+  const std::string what = "cannot write the snapshot";
+  if (ftruncate(fd, static_cast<off_t>(impl_->size)) != 0) throw HostError(what + ": " + SystemText(errno));
+  // Neighbours together; what has no storage is not touched.
+  const std::vector<uint32_t> pages = ChangedSince(moment);
+  for (size_t at = 0; at < pages.size();) {
+    size_t end = at + 1;
+    while (end < pages.size() && pages[end] == pages[end - 1] + 1) ++end;
+    CopyData(impl_->file.get(), fd, pages[at] * kSnapshotPage, (end - at) * kSnapshotPage, what);
+    at = end;
+  }
 }
 
 const std::string &Arena::path() const { return impl_->path; }
@@ -117,6 +153,7 @@ void *Arena::FindRegion(std::string_view name, uint32_t *size) const {
   for (uint32_t i = 0; i < header.regionCount; ++i, ++region) {
     if (name != region->name) continue;
     if (size != nullptr) *size = region->size;
+    if (region->offset >= header.tailOffset) OpenTail();
     return impl_->Base() + region->offset;
   }
   return nullptr;

@@ -30,6 +30,8 @@ struct ArenaPlan {
 
 struct ArenaHeader;
 
+constexpr uint64_t kSnapshotPage = 4096;
+
 // The one shared file that carries everything an engine publishes, mapped in every process at the base
 // address that its header records, so that records can hold real addresses. See docs/arena.md for the file's
 // layout.
@@ -80,6 +82,23 @@ class Arena {
   // it that the writer stands still (the engine calls it between two changes). Throws HostError.
   void CopyTo(int fd) const;
 
+  // Copying while the engine works: whoever copies remembers a moment, copies the file, copies again what has
+  // changed since, until that is little, and has the engine hand over the rest while it stands still.
+  //
+  // The engine's: a moment, later than all changes noted so far.
+  uint32_t MarkMoment() { return ++moment_; }
+  // Pages of kSnapshotPage bytes, by number, that have changed since the moment; those that anybody may
+  // change without a word (regions, requests, counts) among them.
+  std::vector<uint32_t> ChangedSince(uint32_t moment) const;
+  // Writes those pages to `fd` (a new, empty regular file), each at its place. Throws HostError.
+  void CopyChanged(uint32_t moment, int fd) const;
+  // That the engine changes `size` bytes, not 0, of a table.
+  void NoteChange(const void *address, size_t size) {
+    const uint64_t offset = reinterpret_cast<uint64_t>(address) - reinterpret_cast<uint64_t>(header_);
+    for (uint64_t page = offset / kSnapshotPage; page <= (offset + size - 1) / kSnapshotPage; ++page)
+      changed_[page] = moment_;
+  }
+
   const std::string &path() const;
   ArenaHeader *header() const { return header_; }
   const std::string socketPath() const;
@@ -91,6 +110,8 @@ class Arena {
   // permission, and readers of a snapshot (whose writes stay in their process). Where a live arena may only
   // be read, writes do not fault either, but reach nobody: ask first. VRX_Smmap refuses there.
   bool Writable() const;
+  // To be called before a client stores into the tail, apart from regions that FindRegion found.
+  void OpenTail() const;
 
   // How far behind a record's address the bytes are mapped that the engine has there: 0 but in a client.
   ptrdiff_t LiveShift() const { return liveShift_; }
@@ -128,6 +149,8 @@ class Arena {
   ArenaHeader *header_;
   ptrdiff_t liveShift_ = 0;
   Role role_;
+  uint32_t moment_ = 1;
+  std::vector<uint32_t> changed_;  // in the engine, the moment of each page's last change
 };
 
 }  // namespace qdt::host

@@ -23,9 +23,11 @@ constexpr char kAgainHint[] = " (let nqed write it again)";
 
 bool IsLive(Arena::Access access) { return access == Arena::Access::kLive; }
 
-ArenaFile Open(const std::string &path, Arena::Access access) {
+// `shared` becomes whether the file may be written.
+ArenaFile Open(const std::string &path, Arena::Access access, bool *shared) {
   ArenaFile file;
   if (IsLive(access)) file = ArenaFile(path, O_RDWR);
+  *shared = file.ok();
   // Tables may be read by who must not write to the regions.
   if (!file.ok()) file = ArenaFile(path, O_RDONLY);
   if (file.ok()) return file;
@@ -198,7 +200,8 @@ class DirectoryCheck {
 std::unique_ptr<Arena> Arena::Attach(const std::string &path, Access access) {
   auto impl = std::make_unique<Impl>();
   impl->path = path;
-  impl->file = Open(path, access);
+  bool shared;
+  impl->file = Open(path, access, &shared);
   const ArenaHeader header = ReadHeader(impl->file, path);
   if (header.state == static_cast<uint32_t>(ArenaState::kBuilding)) {
     throw HostError("the arena at " + path + " is not finished (wait until nqed has published it)");
@@ -209,7 +212,6 @@ std::unique_ptr<Arena> Arena::Attach(const std::string &path, Access access) {
         " was left by a process that has ended (start nqed; to look into what it left use --snapshot " +
         path + ")");
   }
-  const bool shared = IsLive(access) && (fcntl(impl->file.get(), F_GETFL) & O_ACCMODE) == O_RDWR;
   impl->writable = shared || !IsLive(access);
   impl->role = IsLive(access) ? Role::kClient : Role::kSnapshot;
   if (!impl->Map(header.base, header.totalSize, PROT_READ, IsLive(access) ? MAP_SHARED : MAP_PRIVATE)) {

@@ -150,6 +150,7 @@ std::unique_ptr<Arena> Arena::Create(const std::string &path, const ArenaPlan &p
   impl->file = CreateLocked(buildPath, path);
   impl->buildPath = buildPath;
   impl->owner = getpid();
+  impl->firstTable = layout.FixedEnd();
   impl->role = Role::kEngine;
   impl->writable = true;
   const int fd = impl->file.get();

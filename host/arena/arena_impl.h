@@ -23,9 +23,14 @@ struct Arena::Impl {
   // Makes of the engine's bytes, mapped at the base to be read, what a client works on: records of its own
   // there, the engine's elsewhere, and the tail `shared` with all others or its own. False with errno.
   bool SplitForClient(bool shared);
+  // Where the first table begins: what stands before is written by all parts of the engine.
+  uint64_t FixedEnd() const { return firstTable; }
   // The records' part of the file.
   uint64_t RecordBytes() const { return header->tailOffset - header->recordsOffset; }
   bool Retake(uint64_t offset, uint64_t bytes, int flags);
+  // Lets a client that may do so write to the tail. Not done before something is about to be written: most queries
+  // look at tables alone.
+  void OpenTail();
 
   ArenaState State() const;
   void SetState(ArenaState state);
@@ -40,11 +45,13 @@ struct Arena::Impl {
   ArenaFile file;
   ArenaHeader *header = nullptr;
   uint64_t size = 0;
+  uint64_t firstTable = 0;
   char *live = nullptr;  // the records as the engine has them, in a client
   Arena::Role role = Arena::Role::kSnapshot;
   pid_t owner = 0;        // the engine's process; 0 in clients
   bool writable = false;  // Arena::Writable
   bool copies = false;    // Arena::NoteCopies
+  std::atomic<bool> tailIsClosed = false;
 };
 
 // Sum over the header as ArenaHeader::headerSum holds it.

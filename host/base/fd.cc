@@ -42,6 +42,21 @@ void KeepStandardFds() {
   }
 }
 
+void CopyData(int from, int to, uint64_t offset, uint64_t size, const std::string &what) {
+  const auto limit = static_cast<off_t>(offset + size);
+  off_t at = lseek(from, static_cast<off_t>(offset), SEEK_DATA);
+  for (; at >= 0 && at < limit; at = lseek(from, at, SEEK_DATA)) {
+    const off_t end = std::min(lseek(from, at, SEEK_HOLE), limit);
+    if (end < 0 || lseek(to, at, SEEK_SET) < 0) throw SystemError(what);
+    while (at < end) {
+      const ssize_t sent = sendfile(to, from, &at, static_cast<size_t>(end - at));
+      if (sent < 0 && errno != EINTR) throw SystemError(what);
+      if (sent == 0) throw HostError(what + ": the source ended early");
+    }
+  }
+  if (at < 0 && errno != ENXIO) throw SystemError(what);  // ENXIO: nothing but a hole up to the end
+}
+
 bool CopySparse(int from, int to, const std::string &what, bool (*cancelled)()) {
   constexpr size_t kPiece = 4 << 20;
   struct stat info;

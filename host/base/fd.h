@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <string>
 
 #include "host/base/host_error.h"
@@ -36,6 +37,10 @@ void KeepStandardFds();
 // Copies the regular file `from` to the new, empty regular file `to`; holes stay holes. `cancelled` is asked
 // between two pieces. Returns false when it was cancelled; throws HostError naming `what` on failure.
 bool CopySparse(int from, int to, const std::string &what, bool (*cancelled)());
+
+// Copies what has storage of `size` bytes at `offset` to the same place of `to`. Throws HostError naming
+// `what`.
+void CopyData(int from, int to, uint64_t offset, uint64_t size, const std::string &what);
 
 }  // namespace qdt::host
 

@@ -1,8 +1,10 @@
 #include "host/commands/commands.h"
 
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <charconv>
 #include <span>
 #include <string>
 #include <vector>
@@ -68,11 +70,46 @@ EngineReply Status(Engine &engine, const Words &) {
   return {kReplyOk, text, {}};
 }
 
-EngineReply Snapshot(Engine &engine, const Words &) {
-  UniqueFd copy(memfd_create("nqe-snapshot", MFD_CLOEXEC));
-  if (!copy.ok()) throw SystemError("cannot make room for a snapshot");
-  engine.arena().CopyTo(copy.get());
-  return {kReplyOk, "", std::move(copy)};
+UniqueFd MemoryFile() {
+  UniqueFd file(memfd_create("nqe-snapshot", MFD_CLOEXEC));
+  if (!file.ok()) throw SystemError("cannot make room for a snapshot");
+  return file;
+}
+
+// Pages that have changed, by number, and the moment at which that was.
+EngineReply ChangedPages(Arena &arena, uint32_t since) {
+  const std::string moment = std::to_string(arena.MarkMoment());
+  const std::vector<uint32_t> pages = arena.ChangedSince(since);
+  UniqueFd list = MemoryFile();
+  const size_t bytes = pages.size() * sizeof(pages[0]);
+  if (write(list.get(), pages.data(), bytes) != static_cast<ssize_t>(bytes))
+    throw SystemError("cannot write the snapshot");
+  return {kReplyOk, moment, std::move(list)};
+}
+
+// A copy in one go; or one that its reader makes of the engine's file while the engine goes on, for which the
+// engine tells what has changed since a moment, and in the end hands over the rest.
+EngineReply Snapshot(Engine &engine, const Words &words) {
+  Arena &arena = engine.arena();
+  uint32_t moment = 0;
+  if (words.size() == 1) {
+    UniqueFd copy = MemoryFile();
+    arena.CopyTo(copy.get());
+    return {kReplyOk, "", std::move(copy)};
+  }
+  if (words.size() == 2 && words[1] == "begin") return {kReplyOk, std::to_string(arena.MarkMoment()), {}};
+  if (words.size() == 3) {
+    const auto [end, error] = std::from_chars(words[2].data(), words[2].data() + words[2].size(), moment);
+    if (error == std::errc() && end == words[2].data() + words[2].size()) {
+      if (words[1] == "changed") return ChangedPages(arena, moment);
+      if (words[1] == "rest") {
+        UniqueFd rest = MemoryFile();
+        arena.CopyChanged(moment, rest.get());
+        return {kReplyOk, "", std::move(rest)};
+      }
+    }
+  }
+  throw HostError("snapshot how? (snapshot; or snapshot begin, changed MOMENT, rest MOMENT)");
 }
 
 EngineReply Clear(Engine &engine, const Words &words) {

@@ -57,6 +57,7 @@ class Engine {
 
   const EngineOptions &options() const { return options_; }
   const Arena &arena() const { return *arena_; }
+  Arena &arena() { return *arena_; }
   Statistics &statistics() { return statistics_; }
   Measurement &measurement() { return measurement_; }
   const Layout &layout() const { return layout_; }

@@ -25,6 +25,7 @@ int32_t TakeInterface(void *entry, void *context) {
 }
 
 void Add(const FieldRef &counter, void *record, uint64_t amount) {
+  Arena::Current()->NoteChange(static_cast<char *>(record) + counter.offset, counter.size);
   counter.WriteShared(record, counter.Get(record) + amount);
 }
 

@@ -10,6 +10,11 @@ namespace {
 
 bool IsClient(const TableView &table) { return table.arena()->role() == Arena::Role::kClient; }
 
+void AskForEnd(const TableView &table, const Place &place) {
+  table.arena()->OpenTail();
+  table.Request(place.ref).store(place.serial, std::memory_order_release);
+}
+
 // The copy at the record's address is the entry's own when its serial stands before it: another entry's copy
 // may be older than the entry that has the slot now.
 void TakeWritesOf(const TableView &table) {
@@ -19,7 +24,7 @@ void TakeWritesOf(const TableView &table) {
     const uint64_t serial = table.LiveSlot(ref)->serial.load(std::memory_order_acquire);
     if (serial == 0 || table.SlotAt(ref)->serial.load(std::memory_order_acquire) != serial) continue;
     if (table.HasEnded(table.Record(ref)) && !table.HasEnded(table.LiveRecord(ref)))
-      table.Request(ref).store(serial, std::memory_order_release);
+      AskForEnd(table, {ref, serial});
   }
 }
 
@@ -31,8 +36,7 @@ ClientWrite::ClientWrite(const TableView &table, const Place &place)
       mayEnd_(table.shape().agingSize != 0 && IsClient(table) && !table.HasEnded(table.Record(place.ref))) {}
 
 ClientWrite::~ClientWrite() {
-  if (mayEnd_ && table_.HasEnded(table_.Record(place_.ref)))
-    table_.Request(place_.ref).store(place_.serial, std::memory_order_release);
+  if (mayEnd_ && table_.HasEnded(table_.Record(place_.ref))) AskForEnd(table_, place_);
 }
 
 void TakeClientWrites() {

@@ -74,6 +74,7 @@ bool TableChange::EnsureLog(uint32_t which, uint32_t count) {
 // Nodes are read in place, by whoever walks the flow partition.
 void TableChange::SetNode(uint32_t ref, void *record) {
   if (shape_.nodeCount == 0) return;
+  Note(&view_.Nodes()[ref - 1], sizeof(void *));
   std::atomic_ref<void *>(view_.Nodes()[ref - 1]).store(record, std::memory_order_release);
 }
 
@@ -97,6 +98,7 @@ void TableChange::FreeSlot(uint32_t ref) {
   if (state_.freeCount == 0) {
     state_.freeHead = ref;
   } else {
+    NoteHead(state_.freeTail);
     view_.HeadAt(state_.freeTail)->chainPrev = ref;
   }
   state_.freeTail = ref;
@@ -108,6 +110,7 @@ void TableChange::AppendToLog(uint32_t ref, uint64_t serial) {
   std::atomic<uint32_t> &count = state_.logCount[epoch % 2];
   const uint32_t index = count.load(std::memory_order_relaxed);
   LogEntry &entry = view_.Log(epoch)[index];
+  Note(&entry, sizeof(entry));
   entry.serial.store(serial, std::memory_order_release);
   entry.ref.store(ref, std::memory_order_release);
   count.store(index + 1, std::memory_order_release);
@@ -140,6 +143,7 @@ void TableChange::Tidy() {
       state_.tidying = 0;
       return;
     }
+    Note(&to[state_.tidyTo], sizeof(LogEntry));
     to[state_.tidyTo].serial.store(serial, std::memory_order_release);
     to[state_.tidyTo].ref.store(ref, std::memory_order_release);
     ++state_.tidyTo;
@@ -154,12 +158,16 @@ void TableChange::AppendToChain(uint32_t ref) {
   Head *head = view_.HeadAt(ref);
   Bucket &bucket = view_.BucketOf(head->hash.load(std::memory_order_relaxed));
   const uint32_t first = bucket.head.load(std::memory_order_relaxed);
+  Note(&bucket, sizeof(bucket));
+  NoteHead(ref);
   if (first == 0) {
     head->chainPrev = ref;
     bucket.head.store(ref, std::memory_order_release);
     return;
   }
   const uint32_t last = view_.HeadAt(first)->chainPrev;
+  NoteHead(last);
+  NoteHead(first);
   head->chainPrev = last;
   view_.HeadAt(last)->chainNext.store(ref, std::memory_order_release);
   view_.HeadAt(first)->chainPrev = ref;
@@ -171,10 +179,14 @@ void TableChange::LeaveChain(uint32_t ref) {
   const uint32_t first = bucket.head.load(std::memory_order_relaxed);
   const uint32_t next = head->chainNext.load(std::memory_order_relaxed);
   const uint32_t prev = head->chainPrev;
+  Note(&bucket, sizeof(bucket));
+  NoteHead(prev);
   (first == ref ? bucket.head : view_.HeadAt(prev)->chainNext).store(next, std::memory_order_release);
   // The first entry names the last one; the last entry's successor is the first in this respect.
   const uint32_t follower = next != 0 ? next : first == ref ? 0 : first;
-  if (follower != 0) view_.HeadAt(follower)->chainPrev = prev;
+  if (follower == 0) return;
+  NoteHead(follower);
+  view_.HeadAt(follower)->chainPrev = prev;
 }
 
 void TableChange::Count(uint32_t ref, int32_t change) {
@@ -184,6 +196,7 @@ void TableChange::Count(uint32_t ref, int32_t change) {
   uint16_t length;
   LoadWords(&length, TableView::Key(view_.HeadAt(ref)), sizeof(length));
   std::atomic<uint32_t> &count = view_.PrefixCounts()[length];
+  Note(&count, sizeof(count));
   count.store(count.load(std::memory_order_relaxed) + change, std::memory_order_release);
 }
 
@@ -199,6 +212,8 @@ int32_t TableChange::Insert(const TableKey &key, const void *record, void **addr
 
   const uint64_t serial = state_.lastSerial.load(std::memory_order_relaxed) + 1;
   Head *head = view_.HeadAt(ref);
+  NoteHead(ref);
+  NoteSlot(ref);
   head->chainNext.store(0, std::memory_order_release);
   head->hash.store(key.hash, std::memory_order_release);
   StoreWords(TableView::Key(head), key.words, key.wordCount * kWord);
@@ -219,6 +234,8 @@ int32_t TableChange::Insert(const TableKey &key, const void *record, void **addr
 
 void TableChange::Remove(uint32_t ref) {
   Head *head = view_.HeadAt(ref);
+  NoteHead(ref);
+  NoteSlot(ref);
   SetNode(ref, nullptr);
   LeaveChain(ref);
   head->serial.store(0, std::memory_order_release);
@@ -233,6 +250,8 @@ void TableChange::Remove(uint32_t ref) {
 
 void TableChange::Update(uint32_t ref, const void *record) {
   Slot *slot = view_.SlotAt(ref);
+  NoteSlot(ref);
+  Note(view_.Spare(), view_.StoredSize());
   StoreWords(view_.Spare(), view_.Record(ref), view_.StoredSize());
   const uint32_t version = slot->version.load(std::memory_order_relaxed);
   slot->version.store(version + 1, std::memory_order_release);

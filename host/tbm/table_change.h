@@ -16,6 +16,10 @@ class TableChange {
   void Update(uint32_t ref, const void *record);
 
  private:
+  // That a thing is about to change: before its first byte does.
+  void Note(const void *thing, size_t size) { view_.arena()->NoteChange(thing, size); }
+  void NoteHead(uint32_t ref) { Note(view_.HeadAt(ref), shape_.headSize); }
+  void NoteSlot(uint32_t ref) { Note(view_.SlotAt(ref), shape_.slotSize); }
   bool EnsureIndex();
   bool EnsureSlot(uint32_t ref);
   bool EnsureLog(uint32_t which, uint32_t count);

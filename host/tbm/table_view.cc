@@ -191,6 +191,7 @@ void TableView::EndForAll(uint32_t ref) const {
   const uint32_t first = shape_->agingOffset / kWord;
   uint64_t *word = Record(ref) + first;
   uint64_t changed = LoadWord(word);
+  arena_->NoteChange(word, sizeof(*word));
   std::memset(reinterpret_cast<char *>(&changed) + shape_->agingOffset % kWord, 0, shape_->agingSize);
   StoreWord(word, changed);
 }

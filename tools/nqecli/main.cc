@@ -95,7 +95,7 @@ ExitCode Snapshot(const Place &place, std::span<char *const> words) {
   if (words.size() != 1 || *words[0] == 0)
     throw HostError("snapshot takes the name of the file to write; try --help");
   if (place.saved()) throw HostError("snapshot takes a running engine; a saved arena can just be copied");
-  SaveSnapshot(Attach(place).socketPath(), words[0]);
+  SaveSnapshot(Attach(place), words[0]);
   return kAnswered;
 }
 

@@ -3,11 +3,14 @@
 
 #include <string>
 
+#include "host/arena/arena.h"
+
 namespace qdt::nqecli {
 
-// Has the engine that listens at `socketPath` hand over a copy of its arena and keeps it as the new file
-// `file`. An existing file is never touched, and nothing is left behind on failure. Throws HostError.
-void SaveSnapshot(const std::string &socketPath, const std::string &file);
+// Copies the arena of the engine that is attached to the new file `file`, as it is at one moment. The engine
+// goes on meanwhile, and stands still only to hand over what has changed last. An existing file is never
+// touched, and nothing is left behind on failure. Throws HostError.
+void SaveSnapshot(const host::Arena &arena, const std::string &file);
 
 }  // namespace qdt::nqecli
 
