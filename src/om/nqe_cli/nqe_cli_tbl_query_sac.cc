@@ -179,13 +179,13 @@ NQE_TABLE_FORMAT_ONE(SacPriorityMapping, SacPriorityMapping) {
 }
 
 NQE_TABLE_SEARCH(SacIfStat) {
-  uint32_t fwdIfIndex = 0;
-  int32_t code = qdt::FindFwdIf(search.key2, fwdIfIndex);
-  if (code != 0) return code;
+  const qdt::FwdIfIndex index = qdt::FindFwdIf(search.key2);
+  if (index.code != 0) return index.code;
   qdt::ForwardingInterface interface;
-  code = qdt::ReadEntry(qdt::kTableFwdIf, fwdIfIndex, interface);
+  int32_t code = qdt::ReadEntry(qdt::kTableFwdIf, index.value, interface);
   if (code != 0) {
-    QDT_LOG_INFO("sac search fwdif fail, ret=%d, ctrlIfIdx=%u, fwdIfIdx=%u\n", code, search.key2, fwdIfIndex);
+    QDT_LOG_INFO("sac search fwdif fail, ret=%d, ctrlIfIdx=%u, fwdIfIdx=%u\n", code, search.key2,
+                 index.value);
     return code;
   }
   const uint32_t vapIndex = interface.vapIndex;
