@@ -24,7 +24,7 @@ void TakeWritesOf(const TableView &table) {
     const uint64_t serial = table.LiveSlot(ref)->serial.load(std::memory_order_acquire);
     if (serial == 0 || table.SlotAt(ref)->serial.load(std::memory_order_acquire) != serial) continue;
     if (table.HasEnded(table.Record(ref)) && !table.HasEnded(table.LiveRecord(ref)))
-      AskForEnd(table, {ref, serial});
+      AskForEnd(table, Place{.serial = serial, .ref = ref});
   }
 }
 

@@ -372,7 +372,7 @@ FilterValue &ValueOf(const std::string &name) { return g_sessionFilter[RowOf(nam
 TEST_F(SessionFilterTest, MissingKeysHavePortZero) {
   const auto compare = [](const char *name, const Record &record) {
     Candidate candidate(*static_cast<const SessionRecord *>(record.data()));
-    return CompareByRow(RowOf(name), candidate, FilterValue{});
+    return g_sessionComparators[RowOf(name)](candidate, FilterValue{});
   };
   const Record ipv4 = Ipv4().U64(112, 0), ipv6 = Ipv6().U64(112, 0);
   for (const char *name : {"global-source-port", "global-destination-port", "inside-destination-port"}) {

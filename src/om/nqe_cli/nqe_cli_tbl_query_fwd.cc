@@ -47,9 +47,9 @@ NQE_TABLE_FORMAT_ONE(PfeVapIfMap, InterfaceMapEntry) {
 }
 
 NQE_TABLE_SEARCH(Fwdif) {
-  uint32_t fwdIfIndex = 0;
-  if (const int32_t code = qdt::FindFwdIf(search.key2, fwdIfIndex); code != 0) return code;
-  return search.FindOne<ForwardingInterface>(qdt::kTableFwdIf, fwdIfIndex);
+  const qdt::FwdIfIndex index = qdt::FindFwdIf(search.key2);
+  if (index.code != 0) return index.code;
+  return search.FindOne<ForwardingInterface>(qdt::kTableFwdIf, index.value);
 }
 
 NQE_TABLE_FORMAT_ONE(Fwdif, ForwardingInterface) {

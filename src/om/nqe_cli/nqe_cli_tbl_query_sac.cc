@@ -179,13 +179,13 @@ NQE_TABLE_FORMAT_ONE(SacPriorityMapping, SacPriorityMapping) {
 }
 
 NQE_TABLE_SEARCH(SacIfStat) {
-  uint32_t fwdIfIndex = 0;
-  int32_t code = qdt::FindFwdIf(search.key2, fwdIfIndex);
-  if (code != 0) return code;
+  const qdt::FwdIfIndex index = qdt::FindFwdIf(search.key2);
+  if (index.code != 0) return index.code;
   void *entry = nullptr;
-  code = TbmTblSearch(qdt::kEngineInstance, qdt::kTableFwdIf, &fwdIfIndex, &entry);
+  int32_t code = TbmTblSearch(qdt::kEngineInstance, qdt::kTableFwdIf, &index.value, &entry);
   if (code != 0) {
-    QDT_LOG_INFO("sac search fwdif fail, ret=%d, ctrlIfIdx=%u, fwdIfIdx=%u\n", code, search.key2, fwdIfIndex);
+    QDT_LOG_INFO("sac search fwdif fail, ret=%d, ctrlIfIdx=%u, fwdIfIdx=%u\n", code, search.key2,
+                 index.value);
     return code;
   }
   qdt::ForwardingInterface interface;

@@ -59,9 +59,9 @@ NQE_TABLE_FORMAT_ONE(Vlan, VlanEntry) {
 }
 
 NQE_TABLE_SEARCH(VlanBitmap) {
-  uint32_t fwdIfIndex = 0;
-  if (const int32_t code = FindFwdIf(search.key2, fwdIfIndex); code != 0) return code;
-  return search.FindOne<VlanBitmapEntry>(qdt::kTableVlanBitmap, fwdIfIndex);
+  const qdt::FwdIfIndex index = FindFwdIf(search.key2);
+  if (index.code != 0) return index.code;
+  return search.FindOne<VlanBitmapEntry>(qdt::kTableVlanBitmap, index.value);
 }
 
 void toBinary(char *buffer, uint32_t value) {
@@ -170,9 +170,11 @@ NQE_TABLE_FORMAT_EACH(PortTag, PortTagEntry) {
 }
 
 NQE_TABLE_SEARCH(PortIsolate) {
-  PortIsolateKey key{};
-  if (const int32_t code = FindFwdIf(search.key2, key.source); code != 0) return code;
-  if (const int32_t code = FindFwdIf(search.key3, key.destination); code != 0) return code;
+  const qdt::FwdIfIndex source = FindFwdIf(search.key2);
+  if (source.code != 0) return source.code;
+  const qdt::FwdIfIndex destination = FindFwdIf(search.key3);
+  if (destination.code != 0) return destination.code;
+  const PortIsolateKey key = {source.value, destination.value};
   return search.FindOne<PortIsolateEntry>(qdt::kTablePortIsolate, key);
 }
 
@@ -208,8 +210,9 @@ NQE_TABLE_FORMAT_EACH(SswMcElb, MulticastEntry) { PrintMulticastPort(text, e.fwd
 
 NQE_TABLE_SEARCH(SswMc2UcElb) {
   if (search.loopNum == 0) return QDT_TBL_INVALID_INPUT;
-  MulticastUserKey key = {VlanListKeyOf(search), 0, {}};
-  if (FindFwdIf(search.key4, key.fwdIfIndex) != 0) return QDT_TBL_RAW_DATA;
+  const qdt::FwdIfIndex index = FindFwdIf(search.key4);
+  if (index.code != 0) return QDT_TBL_RAW_DATA;
+  MulticastUserKey key = {VlanListKeyOf(search), index.value, {}};
   if (!qdt::ParseAddressPair(search.key1, key.address.group, key.address.source)) return QDT_TBL_FAIL;
   return search.NextOfKey<MulticastUserEntry>(qdt::kTableMulticastUser, key);
 }
@@ -220,8 +223,10 @@ NQE_TABLE_FORMAT_EACH(SswMc2UcElb, MulticastUserEntry) {
 
 NQE_TABLE_SEARCH(PortInstState) {
   if (search.loopNum != 0) return search.NextOf<PortInstanceEntry>(qdt::kTablePortInstance);
-  PortInstanceKey key = {static_cast<uint16_t>(search.key2), static_cast<uint16_t>(search.key3), 0};
-  if (const int32_t code = FindFwdIf(search.key4, key.fwdIfIndex); code != 0) return code;
+  const qdt::FwdIfIndex index = FindFwdIf(search.key4);
+  if (index.code != 0) return index.code;
+  const PortInstanceKey key = {static_cast<uint16_t>(search.key2), static_cast<uint16_t>(search.key3),
+                               index.value};
   return search.FindOne<PortInstanceEntry>(qdt::kTablePortInstance, key);
 }
 

@@ -20,10 +20,10 @@ inline bool AsksForAll(const Search &search) { return std::strcmp(search.key1, "
 template <typename Record>
 int32_t NextOfPort(const Search &search, uint32_t heads, uint32_t addresses) {
   if (search.loopNum == 0) return QDT_TBL_INVALID_INPUT;
-  uint32_t fwdIfIndex = 0;
-  if (const int32_t code = FindFwdIf(search.key2, fwdIfIndex); code != 0) return code;
+  const FwdIfIndex index = FindFwdIf(search.key2);
+  if (index.code != 0) return index.code;
   PortAddressHead head;
-  if (const int32_t code = ReadEntry(heads, fwdIfIndex, head); code != 0) return code;
+  if (const int32_t code = ReadEntry(heads, index.value, head); code != 0) return code;
   return search.NextOfKey<Record>(addresses, head.listKey);
 }
 

@@ -18,9 +18,9 @@ int32_t ReadEntryBytes(uint32_t table, const void *key, size_t offset, void *out
   return CopyEntry(out, entry == nullptr ? nullptr : static_cast<const char *>(entry) + offset, size);
 }
 
-int32_t FindFwdIf(uint32_t ctrlIfIndex, uint32_t &fwdIfIndex) {
-  fwdIfIndex = QdtCliGetFwdifIndexByCtrlIndex(ctrlIfIndex);
-  return std::min(static_cast<int32_t>(fwdIfIndex), 0);
+FwdIfIndex FindFwdIf(uint32_t ctrlIfIndex) {
+  const uint32_t found = QdtCliGetFwdifIndexByCtrlIndex(ctrlIfIndex);
+  return {found, std::min(static_cast<int32_t>(found), 0)};
 }
 
 BoundEntry CheckBound(EntryLookup lookup, uint32_t table, const void *key, uint64_t bound) {

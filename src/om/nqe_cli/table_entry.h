@@ -23,9 +23,13 @@ int32_t ReadEntry(uint32_t table, const Key &key, Field &field, size_t offset = 
   return ReadEntryBytes(table, &key, offset, &field, sizeof(field));
 }
 
-// The index of the forwarding interface of a control interface; 0 or a negative code. An index and a code
+// The index of the forwarding interface of a control interface, and 0 or a negative code. An index and a code
 // come back from the platform's map alike: no interface index is that large.
-int32_t FindFwdIf(uint32_t ctrlIfIndex, uint32_t &fwdIfIndex);
+struct FwdIfIndex {
+  uint32_t value;
+  int32_t code;
+};
+FwdIfIndex FindFwdIf(uint32_t ctrlIfIndex);
 
 // Result of comparing the address of an entry that another record keeps with the live entry of `key`.
 struct BoundEntry {

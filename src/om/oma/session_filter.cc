@@ -210,7 +210,7 @@ struct Row {
   const char *name;  // of the request's parameter
   // Reads the parameter: zero when it is absent or malformed and the row has no default.
   FilterValue (*read)(AgentRequest request, const char *name);
-  int32_t (*compare)(Candidate &candidate, const FilterValue &value);
+  SessionComparator compare;
   Use use = Use::kBoth;
 };
 
@@ -239,6 +239,8 @@ constexpr Row kRows[kSessionFilterRows] = {
 };
 constexpr auto kNames = Column<kRows, &Row::name>();
 constexpr auto kUses = Column<kRows, &Row::use>();
+constexpr auto kComparators =
+    Column<kRows, &Row::compare>();  // with addresses: each session is held against them
 
 // The rows that a session is held against, a bit for each. A table of sessions is long, and most rows filter
 // nothing.
@@ -257,9 +259,9 @@ FilterValue g_sessionFilter[kSessionFilterRows];
 
 const char *SessionFilterName(size_t row) { return kNames[row]; }
 
-int32_t CompareByRow(size_t row, Candidate &candidate, const FilterValue &value) {
-  return CallOf<kRows, &Row::compare>(row, candidate, value);
-}
+// With addresses: every session of a table is held against them.
+constinit const std::array<SessionComparator, kSessionFilterRows> g_sessionComparators =
+    Column<kRows, &Row::compare>();
 
 }  // namespace qdt
 
@@ -289,7 +291,7 @@ int32_t QuerySessionNodeMatch(const void *record) {
   qdt::Candidate candidate(session);
   for (uint32_t rows = qdt::g_activeRows; rows != 0; rows &= rows - 1) {
     const auto row = static_cast<size_t>(std::countr_zero(rows));
-    const int32_t compared = qdt::CompareByRow(row, candidate, qdt::g_sessionFilter[row]);
+    const int32_t compared = qdt::g_sessionComparators[row](candidate, qdt::g_sessionFilter[row]);
     if (compared == qdt::kPasses) continue;
     if (compared == qdt::kFails) return qdt::kFails;
     QDT_LOG_ERROR("Query session compare %s failed, ret: %d\n", qdt::kNames[row], compared);

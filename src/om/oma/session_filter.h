@@ -1,6 +1,7 @@
 #ifndef SRC_OM_OMA_SESSION_FILTER_H_
 #define SRC_OM_OMA_SESSION_FILTER_H_
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 
@@ -51,8 +52,11 @@ extern FilterValue g_sessionFilter[kSessionFilterRows];
 // The request's parameter that a row stands for.
 const char *SessionFilterName(size_t row);
 
-// Holds the session against one row: a value of Compared.
-int32_t CompareByRow(size_t row, Candidate &candidate, const FilterValue &value);
+// Holds a session against a row's value; a value of Compared.
+using SessionComparator = int32_t (*)(Candidate &candidate, const FilterValue &value);
+
+// By row.
+extern const std::array<SessionComparator, kSessionFilterRows> g_sessionComparators;
 
 // Values of the type.
 enum SessionType : uint32_t { kSessionIpv4 = 1, kSessionIpv6 = 2 };
