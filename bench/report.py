@@ -14,6 +14,7 @@ SEARCH_NS = 200  # below
 CLI_MS = 5  # below
 CLI_RATIO = 2  # at most
 LIST_MS = 10  # below, for a list of some thousand entries
+ROUTE_CHANGE_NS = 1000  # at most, the mean of an insertion and a removal
 
 
 def medians(paths):
@@ -49,6 +50,20 @@ def session_row(words, result):
             f"{result['ratio']:.2f}"], None
 
 
+def route_row(words, result):
+    what, _, where = words[:3]
+    found = "" if result["found"] == 1 else f", {100 * result['found']:.0f} % found"
+    goal = result["goal_ns"]
+    return [what, f"{result['routes']:,.0f}", where + found, nanoseconds(result["run_ns"]),
+            nanoseconds(result["baseline_ns"])], result["run_ns"] <= goal if goal else None
+
+
+def route_change_row(words, result):
+    took = (result["insert_ns"] + result["remove_ns"]) / 2
+    return [words[0], f"{result['routes']:,.0f}", nanoseconds(result["insert_ns"]), nanoseconds(result["remove_ns"]),
+            f"{result['bytes']:,.0f}"], took <= ROUTE_CHANGE_NS if result["goal_ns"] else None
+
+
 def cli_row(words, result):
     met = result["nqecli_ms"] < CLI_MS and result["ratio"] <= CLI_RATIO
     if words[0].startswith("list"):
@@ -62,6 +77,8 @@ TABLES = {
     "view": (view_row, ["view", "record", "`Print`", "snprintf", "speedup"]),
     "table": (table_row, ["full table of 16,384 entries", "median per entry"]),
     "session": (session_row, ["sessions", "median", "baseline", "ratio"]),
+    "route": (route_row, ["routes", "number", "destinations", "median", "a map a length"]),
+    "routechange": (route_change_row, ["routes", "number", "insertion", "removal", "bytes a route"]),
     "cli": (cli_row, ["nqecli", "exec to exit", "/bin/true", "ratio"]),
 }
 
@@ -75,7 +92,7 @@ def main():
         sys.exit(__doc__)
     family = None
     missed = 0
-    for next_family, words, result in medians(sys.argv[1:]):
+    for next_family, words, result in sorted(medians(sys.argv[1:]), key=lambda row: list(TABLES).index(row[0])):
         make_row, columns = TABLES[next_family]
         if next_family != family:
             family = next_family

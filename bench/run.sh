@@ -22,12 +22,15 @@ quietly() {
 }
 
 quietly cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release -DQDT_BUILD_BENCH=ON -DQDT_BUILD_TESTS=OFF
-quietly cmake --build "$build" --parallel 2 --target views_bench table_bench session_bench nqecli nqed
-for bench in views table session; do
+quietly cmake --build "$build" --parallel 2 --target views_bench table_bench session_bench route_bench nqecli nqed
+for bench in views table session route; do
+  # Each repetition of the routes' takes a median of many already.
+  [ "$bench" != route ] || repetitions=3
   quietly "$build/bin/${bench}_bench" --benchmark_repetitions="$repetitions" \
     --benchmark_report_aggregates_only=true --benchmark_out="$build/$bench.json" --benchmark_out_format=json
 done
 rm -f "$build.log"
 /usr/bin/python3 "$root/bench/cli_bench.py" "$build/bin" "$runs" >"$build/cli.json"
 
-/usr/bin/python3 "$root/bench/report.py" "$build/views.json" "$build/table.json" "$build/session.json" "$build/cli.json"
+/usr/bin/python3 "$root/bench/report.py" "$build/views.json" "$build/table.json" "$build/session.json" \
+  "$build/route.json" "$build/cli.json"
