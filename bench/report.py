@@ -27,6 +27,7 @@ COSTS = {  # at most
     "expiry of 32,768 of 65,536 sessions: engine time": 50,
     "the same: longest wait for an answer": 5,
 }
+ROUTE_CHANGE_NS = 1000  # at most, the mean of an insertion and a removal
 
 
 def medians(paths):
@@ -77,6 +78,20 @@ def session_row(words, result):
             f"{result['ratio']:.2f}"], None if goal is None else result["ratio"] <= goal
 
 
+def route_row(words, result):
+    what, _, where = words[:3]
+    found = "" if result["found"] == 1 else f", {100 * result['found']:.0f} % found"
+    goal = result["goal_ns"]
+    return [what, f"{result['routes']:,.0f}", where + found, nanoseconds(result["run_ns"]),
+            nanoseconds(result["baseline_ns"])], result["run_ns"] <= goal if goal else None
+
+
+def route_change_row(words, result):
+    took = (result["insert_ns"] + result["remove_ns"]) / 2
+    return [words[0], f"{result['routes']:,.0f}", nanoseconds(result["insert_ns"]), nanoseconds(result["remove_ns"]),
+            f"{result['bytes']:,.0f}"], took <= ROUTE_CHANGE_NS if result["goal_ns"] else None
+
+
 def cli_row(words, result):
     met = result["nqecli_ms"] < CLI_MS and result["ratio"] <= CLI_RATIO
     if words[0].startswith("list"):
@@ -98,6 +113,8 @@ TABLES = {
     "table": (table_row, ["full table", "least time", "baseline", "ratio"]),
     "session": (session_row, ["sessions", "median", "baseline", "ratio"]),
     "cost": (cost_row, ["costs", "median", "at most"]),
+    "route": (route_row, ["routes", "number", "destinations", "median", "a map a length"]),
+    "routechange": (route_change_row, ["routes", "number", "insertion", "removal", "bytes a route"]),
     "cli": (cli_row, ["nqecli", "exec to exit", "/bin/true", "ratio"]),
 }
 

@@ -22,11 +22,11 @@ quietly() {
 }
 
 quietly cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release -DQDT_BUILD_BENCH=ON -DQDT_BUILD_TESTS=OFF
-quietly cmake --build "$build" --parallel 2 --target views_bench table_bench session_bench nqecli nqed
+quietly cmake --build "$build" --parallel 2 --target views_bench table_bench session_bench route_bench nqecli nqed
 # The tables' own program repeats what it measures and takes the least; the views' takes the median of 200 turns.
-for bench in views table session; do
+for bench in views table session route; do
   case $bench in
-    table) times=3 ;;
+    table | route) times=3 ;;
     views) times=5 ;;
     *) times=$repetitions ;;
   esac
@@ -36,4 +36,5 @@ done
 rm -f "$build.log"
 /usr/bin/python3 "$root/bench/cli_bench.py" "$build/bin" "$runs" >"$build/cli.json"
 
-/usr/bin/python3 "$root/bench/report.py" "$build/views.json" "$build/table.json" "$build/session.json" "$build/cli.json"
+/usr/bin/python3 "$root/bench/report.py" "$build/views.json" "$build/table.json" "$build/session.json" \
+  "$build/route.json" "$build/cli.json"
