@@ -4,7 +4,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <memory>
 #include <string_view>
 #include <type_traits>
 
@@ -50,9 +49,33 @@ struct FreeEx {
   void operator()(void *pointer) const { free_ex(g_mallocHandle, pointer); }
 };
 
-// Memory of the platform's allocator, released when its owner goes.
-template <typename T>
-using Owned = std::unique_ptr<T, FreeEx>;
+// Memory of the platform's allocator, or what else Free releases, which goes when its owner goes. What
+// std::unique_ptr is, whose header alone takes longer to compile than most sources do without it.
+template <typename T, typename Free = FreeEx>
+class Owned {
+ public:
+  explicit Owned(T *pointer) : pointer_(pointer) {}
+  Owned(Owned &&other) noexcept : pointer_(other.release()) {}
+  Owned &operator=(Owned &&) = delete;
+  ~Owned() {
+    if (pointer_ != nullptr) Free()(pointer_);
+  }
+
+  T *get() const { return pointer_; }
+  T *operator->() const { return pointer_; }
+  std::add_lvalue_reference_t<T> operator*() const { return *pointer_; }
+  bool operator==(std::nullptr_t) const { return pointer_ == nullptr; }
+
+  // Leaves it to the caller.
+  T *release() {
+    T *const pointer = pointer_;
+    pointer_ = nullptr;
+    return pointer;
+  }
+
+ private:
+  T *pointer_;
+};
 using OwnedText = Owned<char>;
 
 // `size` bytes for text, not initialised; null on failure.

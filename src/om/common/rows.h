@@ -4,7 +4,6 @@
 #include <array>
 #include <cstddef>
 #include <cstring>
-#include <iterator>
 #include <type_traits>
 #include <utility>
 

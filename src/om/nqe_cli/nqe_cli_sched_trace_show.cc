@@ -1,6 +1,5 @@
 #include <cstdlib>
 #include <cstring>
-#include <iterator>
 
 #include "src/om/common/names.h"
 #include "src/om/nqe_cli/nqe_cli_sched_trace.h"

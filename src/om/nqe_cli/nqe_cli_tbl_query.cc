@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <iterator>
 
 #include "platform/engine.h"
 #include "platform/memory.h"

@@ -13,10 +13,9 @@ Text TextAt(char *out, uint32_t room, uint32_t position) {
   return position < room && out != nullptr ? Text(out + position, room - position) : Text(nullptr, 0);
 }
 
-template <format::Format Label>
-int32_t WriteHead(char *out, uint32_t room, uint32_t position) {
+int32_t WriteHead(char *out, uint32_t room, uint32_t position, const char *label) {
   Text text = TextAt(out, room, position);
-  text.Print<Label>();
+  text.Print<"%s">(label);
   return text.Result();
 }
 
@@ -81,7 +80,7 @@ constexpr MapWriter kWriters[] = {
 using qdt::PriorityMaps;
 
 #define PRIORITY_HEAD(name, label) \
-  QDT_PRIORITY_HEAD(name) { return qdt::WriteHead<label>(out, room, position); }
+  QDT_PRIORITY_HEAD(name) { return qdt::WriteHead(out, room, position, label); }
 
 PRIORITY_HEAD(Up2DscpHead, "  UP    to  DSCP     :  0 8 16 24 32 40 48 56\n")
 PRIORITY_HEAD(UpTo8021pHead, "  UP    to  8021P    :  ")

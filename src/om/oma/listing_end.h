@@ -31,12 +31,8 @@ class ListingEnd {
   template <format::Format F, typename... Args>
   bool Print(Args... args) {
     Text text(listing_.text + listing_.length, Room());
-    if (!text.Print<F>(args...)) {
-      FailPrint();
-      return false;
-    }
-    listing_.length += text.size();
-    return true;
+    text.Print<F>(args...);
+    return Add(text);
   }
 
   // What a printer returns whose prints all went well, or did not: the bytes that it has added, or -1. What
@@ -51,6 +47,16 @@ class ListingEnd {
  private:
   uint32_t Room() const {
     return listing_.length < listing_.capacity ? listing_.capacity - listing_.length : 0;
+  }
+
+  // Not part of Print, so that there is one of it.
+  [[gnu::noinline]] bool Add(const Text &text) {
+    if (text.failed()) {
+      FailPrint();
+      return false;
+    }
+    listing_.length += text.size();
+    return true;
   }
 
   Listing &listing_;

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
-#include <iterator>
+#include <string_view>
 
 #include "platform/engine.h"
 #include "platform/omcc.h"

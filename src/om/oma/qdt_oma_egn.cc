@@ -25,21 +25,30 @@ bool Read(AgentRequest request, const char *name, uint32_t *value) {
   return QdtOmaParseU32(request, name, value) == kDone;
 }
 
-// Runs a line of the application-identification engine: the format F with the values of the parameters, all
-// of which are needed. Without one of them the engine is asked for its help.
-template <format::Format F, typename T, size_t N>
-int32_t RunEgn(AgentRequest request, const char *const (&parameters)[N]) {
-  std::array<T, N> values{};
-  for (size_t i = 0; i < N; ++i) {
-    // Releasing this line is left to the allocator, which knows what is not its own.
-    if (!Read(request, parameters[i], &values[i])) return QdtOmaRunOwnedCmdline("egn help");
-  }
+// Runs the command line that `print` makes of `values`.
+int32_t RunLine(void (*print)(Text &text, const void *values), const void *values) {
   char *buffer = nullptr;
   if (QdtOmaAllocCmdline(&buffer) != kDone) return kFailed;
   OwnedText line(buffer);
   Text text(buffer, kCommandLineRoom);
-  std::apply([&text](auto... value) { text.Print<F>(value...); }, values);
+  print(text, values);
   return text.failed() ? kFailed : QdtOmaRunOwnedCmdline(line.release());
+}
+
+// Runs a line of the application-identification engine: the format F with the values of the parameters, all
+// of which are needed. Without one of them the engine is asked for its help.
+template <format::Format F, typename T, size_t N>
+int32_t RunEgn(AgentRequest request, const char *const (&parameters)[N]) {
+  using Values = std::array<T, N>;
+  Values values{};
+  for (size_t i = 0; i < N; ++i) {
+    // Releasing this line is left to the allocator, which knows what is not its own.
+    if (!Read(request, parameters[i], &values[i])) return QdtOmaRunOwnedCmdline("egn help");
+  }
+  const auto print = [](Text &text, const void *read) {
+    std::apply([&text](auto... value) { text.Print<F>(value...); }, *static_cast<const Values *>(read));
+  };
+  return RunLine(print, &values);
 }
 
 // A command of the performance tracer that a word of the request selects.

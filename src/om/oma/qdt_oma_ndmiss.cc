@@ -1,5 +1,5 @@
 #include <algorithm>
-#include <iterator>
+#include <string_view>
 
 #include "src/om/oma/miss_cache.h"
 

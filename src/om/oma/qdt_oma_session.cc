@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <ctime>
-#include <iterator>
 
 #include "platform/engine.h"
 #include "platform/tbm.h"

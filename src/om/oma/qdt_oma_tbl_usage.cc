@@ -1,5 +1,4 @@
 #include <cstdint>
-#include <memory>
 
 #include "platform/engine.h"
 #include "platform/omcc.h"
@@ -84,7 +83,7 @@ constexpr int32_t kFigureFormat = 2;
 constexpr uint32_t kFigureRoom = 128;
 
 int32_t FormatFigure(const FigureDocument &layout, const char *value, char **text) {
-  const std::unique_ptr<omcc_doc, FreeDocument> document(omcc_new_doc());
+  const Owned<omcc_doc, FreeDocument> document(omcc_new_doc());
   if (document == nullptr) {
     QDT_LOG_ERROR("%s", layout.missing.text);
     return kFailed;

@@ -1,5 +1,5 @@
 #include <cstdlib>
-#include <iterator>
+#include <string_view>
 
 #include "qdt/oma.h"
 #include "src/om/common/address.h"

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <bit>
 #include <ctime>
-#include <iterator>
 #include <string_view>
 
 #include "src/om/common/address.h"
