@@ -134,6 +134,7 @@ TEST_F(ProofTest, ClientsThatStoreAtRandomHarmNobody) {
   for (uint32_t key = 0; key < 100; ++key) Add(kSessionTable, key, key);
   Child vandal(&engine_, [&]() -> std::string {
     const auto client = Arena::Attach(path_, Arena::Access::kLive);
+    client->OpenTail();
     const ArenaHeader &header = *client->header();
     std::mt19937_64 random(7);
     char *const base = reinterpret_cast<char *>(client->header());
