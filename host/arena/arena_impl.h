@@ -28,8 +28,8 @@ struct Arena::Impl {
   // The records' part of the file.
   uint64_t RecordBytes() const { return header->tailOffset - header->recordsOffset; }
   bool Retake(uint64_t offset, uint64_t bytes, int flags);
-  // Lets a client that may do so write to the tail. Not done before something is about to be written: most queries
-  // look at tables alone.
+  // Lets a client that may do so write to the tail. Not done before something is about to be written: most
+  // queries look at tables alone.
   void OpenTail();
 
   ArenaState State() const;
