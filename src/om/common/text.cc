@@ -13,8 +13,6 @@ using format::Kind;
 using format::Piece;
 using format::Program;
 
-constexpr char kDigits[] = "0123456789abcdef";
-
 // Copies a short run of characters, and touches nothing else: two copies that overlap are as quick as one,
 // and quicker than a call.
 template <size_t kSize>
