@@ -49,6 +49,7 @@ tests_of() {
       ;;
     aarch64)
       step googletest "unit tests as AArch64 binaries" programs aarch64
+      step ctest "what a device asks of the library, AArch64" ctest --preset aarch64 -L library
       ;;
   esac
 }

@@ -238,8 +238,6 @@ constexpr Row kRows[kSessionFilterRows] = {
 };
 constexpr auto kNames = Column<kRows, &Row::name>();
 constexpr auto kUses = Column<kRows, &Row::use>();
-constexpr auto kComparators =
-    Column<kRows, &Row::compare>();  // with addresses: each session is held against them
 
 // The rows that a session is held against, a bit for each. A table of sessions is long, and most rows filter
 // nothing.
