@@ -65,6 +65,18 @@ struct FixedText {
   constexpr operator std::string_view() const { return text; }  // NOLINT(google-explicit-constructor)
 };
 
+// Packed names as an array of pointers, for callers that want one. It is made when it is first asked for;
+// whoever makes it makes the same.
+template <const auto &kNames>
+const char *const *ArrayOf() {
+  static const char *array[kNames.size()];
+  static bool made = false;
+  if (__atomic_load_n(&made, __ATOMIC_ACQUIRE)) return array;
+  for (size_t i = 0; i < kNames.size(); ++i) __atomic_store_n(&array[i], kNames[i], __ATOMIC_RELAXED);
+  __atomic_store_n(&made, true, __ATOMIC_RELEASE);
+  return array;
+}
+
 }  // namespace qdt
 
 #endif  // SRC_OM_COMMON_NAMES_H_

@@ -595,12 +595,4 @@ static_assert(kNames.size() == QDT_STAT_NAMES);
 
 }  // namespace
 
-// The callers' array is made when it is first asked for; whoever makes it makes the same.
-const char *const *QdtOmaSysStatDescGet() {
-  static const char *array[kNames.size()];
-  static bool made = false;
-  if (__atomic_load_n(&made, __ATOMIC_ACQUIRE)) return array;
-  for (size_t i = 0; i < kNames.size(); ++i) __atomic_store_n(&array[i], kNames[i], __ATOMIC_RELAXED);
-  __atomic_store_n(&made, true, __ATOMIC_RELEASE);
-  return array;
-}
+const char *const *QdtOmaSysStatDescGet() { return qdt::ArrayOf<kNames>(); }
