@@ -68,8 +68,8 @@ KeySyntax SyntaxOf(const TableLine &line) {
 }
 
 std::span<const TableLine> LinesOf(std::span<const TableLine> lines, uint32_t id) {
-  const auto [first, last] = std::ranges::equal_range(lines, id, {}, &TableLine::id);
-  return {first, last};
+  const auto first = std::ranges::lower_bound(lines, id, {}, &TableLine::id);
+  return {first, std::ranges::upper_bound(lines, id, {}, &TableLine::id)};
 }
 
 TableInfo InfoOf(std::span<const TableLine> lines) {
