@@ -52,7 +52,7 @@ TEST_F(ArenaCopyTest, PiecesAreTheArenaAtOneMoment) {
   for (uint32_t number = 0; number < 3000; ++number) {
     for (const uint32_t table : kTables) change(table, number % 1500);
   }
-  const auto text = [this](const std::string &path) {
+  const auto text = [](const std::string &path) {
     std::ifstream in(path, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(in), {});
   };

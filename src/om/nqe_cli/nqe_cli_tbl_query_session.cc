@@ -86,14 +86,14 @@ struct SessionSearch {
 
 // Collects the record when it matches.
 int32_t Collect(const void *record, SessionCollect *collect, SearchText &text) {
-  const auto &session = *static_cast<const SessionRecord *>(record);
   if (collect->Count > collect->Limit) return QDT_TBL_STOP;
+  const auto session = qdt::CopyOf<SessionRecord>(record);
   if (session.positiveKey == 0 || session.negativeKey == 0) return QDT_TBL_CONTINUE;
   qdt::EngineMemoryScope::NoteDelivered(record, sizeof(session));
   if (!Matches(collect->Key, text, session)) return QDT_TBL_CONTINUE;
   const size_t room = size_t{collect->Limit - collect->Count} * sizeof(SessionRecord);
   auto *const end = static_cast<char *>(collect->Records) + size_t{collect->Count} * sizeof(SessionRecord);
-  if (qdt::memcpy_s(end, room, record, sizeof(SessionRecord)) != 0) return QDT_TBL_STOP;
+  if (qdt::memcpy_s(end, room, &session, sizeof(session)) != 0) return QDT_TBL_STOP;
   collect->Bytes += sizeof(SessionRecord);
   ++collect->Count;
   return QDT_TBL_CONTINUE;

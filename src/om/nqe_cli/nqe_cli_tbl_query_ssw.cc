@@ -67,7 +67,7 @@ NQE_TABLE_SEARCH(VlanBitmap) {
 void toBinary(char *buffer, uint32_t value) {
   for (int shift = 24; shift >= 0; shift -= 8) {
     // Eight bits at once, each in a character of its own, the highest first.
-    uint64_t bits = (value >> shift & 0xFF) * 0x0101010101010101 & 0x0102040810204080;
+    uint64_t bits = uint64_t{value >> shift & 0xFF} * 0x0101010101010101 & 0x0102040810204080;
     bits = ((bits + 0x7F7F7F7F7F7F7F7F) >> 7 & 0x0101010101010101) + 0x3030303030303030;
     std::memcpy(buffer, &bits, sizeof(bits));
     buffer[8] = ' ';
