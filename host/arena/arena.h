@@ -15,7 +15,7 @@ namespace qdt::host {
 
 // One named shared-memory region that the engine publishes (VRX_Smmap finds it by name), zeroed at creation.
 struct RegionSpec {
-  std::string name;
+  std::string_view name;  // stays its owner's while a plan is laid out
   uint32_t size = 0;
   bool clientWritable = true;  // false: only the engine may write, a client's store faults
 };

@@ -39,10 +39,10 @@ uint32_t SlotSize(const TableSpec &spec) {
 
 void CheckTable(const TableSpec &spec, uint32_t id) {
   const auto refuse = [&](const std::string &what) {
-    throw HostError("table " + std::to_string(id) + " (" + spec.name + "): " + what);
+    throw HostError("table " + std::to_string(id) + " (" + std::string(spec.name) + "): " + what);
   };
   if (spec.id != id) refuse("stands in the place of table " + std::to_string(id));
-  if (spec.name.find('\0') != std::string::npos) refuse("its name contains a NUL");
+  if (spec.name.find('\0') != spec.name.npos) refuse("its name contains a NUL");
   if (spec.dataSize == 0) return;
   if (spec.keySize == 0 || spec.keySize > tbm::kMaxKeySize) {
     refuse("its key must have 1 to " + std::to_string(tbm::kMaxKeySize) + " bytes");
@@ -89,7 +89,8 @@ void PlanLayout::AddTable(const TableSpec &spec) {
   CheckTable(spec, static_cast<uint32_t>(shapes_.size()));
   tbm::TableShape shape = {};
   shape.nameOffset = static_cast<uint32_t>(names_.size());  // made absolute when the names have their place
-  names_.append(spec.name.c_str(), spec.name.size() + 1);
+  names_ += spec.name;
+  names_ += '\0';
   if (spec.dataSize != 0) {
     shape.keySize = spec.keySize;
     shape.dataSize = spec.dataSize;
@@ -110,7 +111,7 @@ void PlanLayout::AddTable(const TableSpec &spec) {
     shape.bucketCount = std::bit_ceil(spec.capacity);
     if (kPrefixAddressOffset + tbm::PrefixAddressSize(shape) > shape.keySize &&
         tbm::PrefixAddressSize(shape) != 0) {
-      throw HostError("table " + std::to_string(spec.id) + " (" + spec.name +
+      throw HostError("table " + std::to_string(spec.id) + " (" + std::string(spec.name) +
                       "): its key is too short for a route");
     }
   }
@@ -119,11 +120,12 @@ void PlanLayout::AddTable(const TableSpec &spec) {
 
 void PlanLayout::AddRegion(const RegionSpec &spec) {
   if (spec.name.empty() || spec.name.size() >= kRegionNameRoom || spec.size == 0) {
-    throw HostError("region \"" + spec.name + "\" needs a name of 1 to 63 characters and a size");
+    throw HostError("region \"" + std::string(spec.name) +
+                    "\" needs a name of 1 to 63 characters and a size");
   }
   const auto same = [&](const RegionEntry &other) { return spec.name == other.name; };
   if (std::any_of(regions_.begin(), regions_.end(), same))
-    throw HostError("two regions are named " + spec.name);
+    throw HostError("two regions are named " + std::string(spec.name));
   RegionEntry region = {};
   std::memcpy(region.name, spec.name.data(), spec.name.size());
   region.size = spec.size;

@@ -2,7 +2,7 @@
 #define HOST_ARENA_TABLE_SPEC_H_
 
 #include <cstdint>
-#include <string>
+#include <string_view>
 
 namespace qdt::host {
 
@@ -37,7 +37,7 @@ constexpr uint32_t PrefixAddressSize(Lookup lookup) {
 // The shape of one engine table. A table with dataSize 0 is not defined: it exists by id and name only.
 struct TableSpec {
   uint32_t id = 0;
-  std::string name;         // "CAP_TABLE_..."
+  std::string_view name;    // "CAP_TABLE_..."; stays its owner's while a plan is laid out
   uint16_t keySize = 0;     // bytes compared and hashed
   uint16_t dataSize = 0;    // as the descriptor tells it
   uint32_t recordSize = 0;  // bytes of one stored entry, what a walk delivers

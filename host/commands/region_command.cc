@@ -12,7 +12,7 @@ namespace {
 std::string ListRegions(const Layout &layout) {
   std::string text;
   for (const RegionLayout &region : layout.regions()) {
-    if (!region.fields.empty()) text += region.spec.name + "\n";
+    if (!region.fields.empty()) text += std::string(region.spec.name) + "\n";
   }
   return text;
 }
@@ -49,8 +49,8 @@ FieldRef FindValue(const RegionLayout &region, const std::string &name) {
     if (near.Offer(path)) nearest = path;
   });
   if (found) return *found;
-  throw HostError(region.spec.name + " has no value " + Quoted(name) +
-                  DidYouMean(nearest, "\"region " + region.spec.name + "\" lists them"));
+  throw HostError(std::string(region.spec.name) + " has no value " + Quoted(name) +
+                  DidYouMean(nearest, "\"region " + std::string(region.spec.name) + "\" lists them"));
 }
 
 void SetValue(const FieldRef &field, uint8_t *bytes, const std::string &value) {

@@ -38,7 +38,7 @@ uint64_t UptimeSeconds() {
 ArenaPlan PlanFor(const EngineOptions &options, const Layout &layout) {
   ArenaPlan plan = layout.Plan(options.socket);
   if (const RegionLayout *region = layout.FindRegion(kStatisticsRegion); region != nullptr) {
-    throw HostError(region->place + ": " + region->spec.name +
+    throw HostError(std::string(region->place) + ": " + std::string(region->spec.name) +
                     ": the engine has a region of this name itself (rename it)");
   }
   plan.regions.push_back(StatisticsSpec(options.cores));

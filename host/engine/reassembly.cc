@@ -43,7 +43,7 @@ void CheckShape(const RegionLayout &layout, const Field &packets) {
                       packets.stride % 8 == 0 && packets.fields.Find("waited") != nullptr;
   if (isGood) return;
   throw HostError(
-      layout.place + ": " + layout.spec.name +
+      std::string(layout.place) + ": " + std::string(layout.spec.name) +
       ".packets: the engine cannot link them (write an array at a multiple of 8 bytes from 40 on, of "
       "packets of 32 bytes or a greater multiple of 8, with the field waited)");
 }
@@ -53,7 +53,7 @@ void StartRing(const RegionLayout &layout, Arena *arena) {
   CheckShape(layout, packets);
   auto *region = static_cast<char *>(arena->FindRegion(layout.spec.name, nullptr));
   if (!arena->Reserve(region, layout.spec.size)) {
-    throw HostError(layout.spec.name +
+    throw HostError(std::string(layout.spec.name) +
                     ": no space is left under the arena (free some, or place the arena elsewhere)");
   }
   auto *head = reinterpret_cast<Link *>(region + kHeadOffset);

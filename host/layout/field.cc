@@ -193,27 +193,16 @@ void FieldRef::SetText(void *record, std::string_view text) const {
   std::memcpy(field, text.data(), std::min<size_t>(text.size(), size));
 }
 
-bool FieldSet::Add(Field field) {
-  const auto at =
-      std::lower_bound(byName_.begin(), byName_.end(), field.name,
-                       [this](uint32_t i, const std::string &name) { return fields_[i].name < name; });
-  if (at != byName_.end() && fields_[*at].name == field.name) return false;
-  byName_.insert(at, static_cast<uint32_t>(fields_.size()));
-  fields_.push_back(std::move(field));
-  return true;
-}
-
 const Field *FieldSet::Find(std::string_view name) const {
-  const auto at =
-      std::lower_bound(byName_.begin(), byName_.end(), name,
-                       [this](uint32_t i, std::string_view wanted) { return fields_[i].name < wanted; });
-  return at != byName_.end() && fields_[*at].name == name ? &fields_[*at] : nullptr;
+  const std::span<const uint16_t> order(byName_, size_);
+  const auto at = std::ranges::lower_bound(order, name, {}, [this](uint16_t i) { return fields_[i].name; });
+  return at != order.end() && fields_[*at].name == name ? &fields_[*at] : nullptr;
 }
 
 const Field *FieldSet::Nearest(std::string_view name) const {
   NearName near(name);
   const Field *nearest = nullptr;
-  for (const Field &field : fields_) {
+  for (const Field &field : all()) {
     if (near.Offer(field.name)) nearest = &field;
   }
   return nearest;

@@ -3,9 +3,9 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace qdt::host {
 
@@ -68,37 +68,49 @@ struct FieldRef {
 
 struct Field;
 
-// The named fields of a record or of a structure inside it, in the order of the layout file.
+// The named fields of a record or of a structure inside it, in the order of the layout file. They stand in
+// constants of the program or in a LayoutStore; a set only names them.
 class FieldSet {
  public:
-  // Adds the field; false when the name is taken.
-  bool Add(Field field);
+  constexpr FieldSet() = default;
+  // `byName` has the fields' places in the order of their names.
+  constexpr FieldSet(const Field *fields, const uint16_t *byName, uint32_t size)
+      : fields_(fields), byName_(byName), size_(size) {}
+
   const Field *Find(std::string_view name) const;
   // The field whose name is nearest to a mistyped one, or null when none is near.
   const Field *Nearest(std::string_view name) const;
 
-  bool empty() const { return fields_.empty(); }
-  const std::vector<Field> &all() const { return fields_; }
+  constexpr bool empty() const { return size_ == 0; }
+  constexpr std::span<const Field> all() const;
 
  private:
-  std::vector<Field> fields_;
-  std::vector<uint32_t> byName_;  // indexes into fields_, sorted by name
+  const Field *fields_ = nullptr;
+  const uint16_t *byName_ = nullptr;
+  uint32_t size_ = 0;
 };
 
 // What clears counters, as Field::clearedBy names it.
 constexpr std::string_view kClearedByCpcar = "cpcar";  // the control plane's rate limits
 
+// What a value is to those who look at an engine's state over time.
+enum class FieldRole : uint8_t {
+  kState,
+  kCounter,  // counts what has happened; its differences are of interest
+  kClock,    // a time, or what is left of one: changes by itself
+};
+
 // A field by name: one value, a structure, or an array of either.
 struct Field {
-  std::string name;
-  FieldRef ref;                       // the value, or element 0; for structures only the offset counts
-  uint32_t count = 0;                 // elements of an array, 0 for a single value or structure
-  uint32_t stride = 0;                // bytes from one element to the next
-  FieldSet fields;                    // of a structure, their offsets counted from its start
-  std::vector<std::string> targets;   // short names of the tables that a reference can lead to
-  std::optional<WideValue> constant;  // key fields that always hold one value
-  std::string clearedBy;              // word of the engine's command that sets the field to 0, if any
-  uint32_t line = 0;                  // in the layout file
+  std::string_view name;
+  FieldRef ref;         // the value, or element 0; for structures only the offset counts
+  uint32_t count = 0;   // elements of an array, 0 for a single value or structure
+  uint32_t stride = 0;  // bytes from one element to the next
+  FieldSet fields;      // of a structure, their offsets counted from its start
+  std::span<const std::string_view> targets;  // short names of the tables that a reference can lead to
+  std::optional<WideValue> constant;          // key fields that always hold one value
+  std::string_view clearedBy;                 // word of the engine's command that sets the field to 0, if any
+  uint32_t line = 0;                          // in the layout file
 
   // Where the record points to the structure when an entry has it; 0 for other fields. Structures that one
   // pointer leads to may share bytes.
@@ -106,12 +118,28 @@ struct Field {
 
   // A structure that a record holds only when a field of its key has one of these values; the structures that
   // one key field selects may share bytes.
-  std::string selector;
-  std::vector<uint32_t> selectedBy;
+  std::string_view selector;
+  std::span<const uint32_t> selectedBy;
 
   // Bytes of one element.
   uint32_t elementSize = 0;
+
+  // What the field means to people and programs that read records without knowing the engine.
+  FieldRole role = FieldRole::kState;
+  std::string_view about;  // one line, without a full stop; empty when nobody has said it yet
+  std::string_view unit;   // "bytes", "s"; empty for plain numbers
+
+  // Of a number: the table whose entries have it as their key. 0 and the field's highest value lead nowhere.
+  // Where `mustLead` is set the entry has to be there; else it may be, as with interfaces of other boards.
+  std::string_view leadsTo;
+  bool mustLead = false;
+  // Of a reference: the fields beside it, in the order of the target's key, that say which entry it leads to.
+  std::span<const std::string_view> agreesWith;
+  // Of a number: the array beside it whose elements it counts.
+  std::string_view counts;
 };
+
+constexpr std::span<const Field> FieldSet::all() const { return {fields_, size_}; }
 
 bool IsTimeAgo(FieldKind kind);
 

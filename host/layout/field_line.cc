@@ -41,7 +41,12 @@ constexpr Type kTypes[] = {
 // Reads a field line word by word; the first mistake stays.
 class FieldLineParser {
  public:
-  FieldLineParser(std::string_view line, Field *field) : field_(*field) {
+  FieldLineParser(std::string_view line, LayoutStore *store, Field *field) : store_(*store), field_(*field) {
+    constexpr std::string_view kMeaning = " -- ";
+    if (const size_t meaning = line.find(kMeaning); meaning != line.npos) {
+      field_.about = Kept(line.substr(meaning + kMeaning.size()));
+      line = line.substr(0, meaning);
+    }
     while (!line.empty()) {
       const size_t start = line.find_first_not_of(' ');
       if (start == std::string_view::npos) break;
@@ -60,6 +65,8 @@ class FieldLineParser {
   }
 
  private:
+  std::string_view Kept(std::string_view word) { return store_.Keep(std::string(word)); }
+
   std::string_view Word() { return next_ < words_.size() ? words_[next_++] : std::string_view(); }
 
   void Wrong(const std::string &what) {
@@ -103,16 +110,55 @@ class FieldLineParser {
                      "time_ago, text or ref"));
   }
 
-  void ParseTargets(std::string_view tables) {
-    while (!tables.empty()) {
-      const size_t end = std::min(tables.find('|'), tables.size());
-      field_.targets.emplace_back(tables.substr(0, end));
-      tables.remove_prefix(std::min(end + 1, tables.size()));
+  // WORD[SEPARATOR WORD ...]
+  std::span<const std::string_view> Words(std::string_view list, char separator) {
+    std::vector<std::string_view> words;
+    while (!list.empty()) {
+      const size_t end = std::min(list.find(separator), list.size());
+      words.push_back(Kept(list.substr(0, end)));
+      list.remove_prefix(std::min(end + 1, list.size()));
     }
+    return store_.Keep(std::move(words));
+  }
+
+  void ParseTargets(std::string_view tables) {
+    field_.targets = Words(tables, '|');
     if (field_.targets.empty()) Wrong("a reference to no table (write ref TABLE or ref TABLE|TABLE)");
   }
 
+  bool IsNumber() const {
+    return field_.ref.kind == FieldKind::kUnsigned || field_.ref.kind == FieldKind::kSigned;
+  }
+
+  // What the value means; whether the word is one of this kind.
+  bool ParseMeaning(std::string_view word) {
+    if (word == "counter" || word == "clock") {
+      field_.role = word == "counter" ? FieldRole::kCounter : FieldRole::kClock;
+      if (!IsNumber() && !IsTimeAgo(field_.ref.kind)) Wrong(Quoted(word) + " is for numbers");
+    } else if (word == "unit") {
+      field_.unit = Kept(Word());
+      if (field_.unit.empty()) Wrong("a unit without a name (write unit bytes)");
+    } else if (word == "leads_to" || word == "must_lead_to") {
+      field_.leadsTo = Kept(Word());
+      field_.mustLead = word == "must_lead_to";
+      if (FormOf(field_.ref.kind) == ValueForm::kReference || field_.leadsTo.empty())
+        Wrong(Quoted(word) + " names the table of a number that is its key");
+    } else if (word == "agrees_with") {
+      field_.agreesWith = Words(Word(), ',');
+      if (field_.ref.kind != FieldKind::kReference || field_.agreesWith.empty())
+        Wrong("agrees_with names the fields that say which entry a reference leads to");
+    } else if (word == "counts") {
+      field_.counts = Kept(Word());
+      if (!IsNumber() || field_.counts.empty())
+        Wrong("counts names the array whose elements a number counts");
+    } else {
+      return false;
+    }
+    return true;
+  }
+
   void ParseOption(std::string_view word) {
+    if (ParseMeaning(word)) return;
     if (word == "bit") {
       const uint32_t bit = Number("the number of the bit");
       SetBits(bit, bit);
@@ -133,7 +179,7 @@ class FieldLineParser {
       field_.stride = Number("the bytes from one element to the next");
       if (field_.stride < field_.elementSize) Wrong("elements that overlap (every at least their size)");
     } else if (word == "cleared_by") {
-      field_.clearedBy = Word();
+      field_.clearedBy = Kept(Word());
       if (field_.clearedBy != kClearedByCpcar)
         Wrong(Quoted(field_.clearedBy) + " clears nothing (cpcar does)");
     } else if (word == "=" && field_.count == 0 && field_.ref.kind != FieldKind::kText) {
@@ -141,8 +187,10 @@ class FieldLineParser {
       field_.constant = ParseValue(field_.ref, Word(), &problem);
       if (!field_.constant) Wrong(problem);
     } else {
-      Wrong(Quoted(word) +
-            " is out of place (OFFSET TYPE, then bit, bits, x COUNT, every STRIDE, cleared_by or = VALUE)");
+      Wrong(
+          Quoted(word) +
+          " is out of place (OFFSET TYPE, then bit, bits, x COUNT, every STRIDE, cleared_by, counter, clock, "
+          "unit, leads_to, must_lead_to, agrees_with, counts, = VALUE or -- MEANING)");
     }
   }
 
@@ -158,14 +206,15 @@ class FieldLineParser {
 
   std::vector<std::string_view> words_;
   size_t next_ = 0;
+  LayoutStore &store_;
   Field &field_;
   std::string problem_;
 };
 
 }  // namespace
 
-bool ParseFieldLine(std::string_view line, Field *field, std::string *problem) {
-  return FieldLineParser(line, field).Parse(problem);
+bool ParseFieldLine(std::string_view line, LayoutStore *store, Field *field, std::string *problem) {
+  return FieldLineParser(line, store, field).Parse(problem);
 }
 
 }  // namespace qdt::host

@@ -2,17 +2,12 @@
 
 #include <algorithm>
 #include <charconv>
-#include <filesystem>
 
 #include "host/base/host_error.h"
 #include "host/base/near_name.h"
-#include "host/base/text_file.h"
-#include "host/layout/layout_reader.h"
 
 namespace qdt::host {
 namespace {
-
-constexpr uint64_t kMaxLayoutFile = 4u << 20;
 
 // Follows one step of a path, "name" or "name[index]", and takes it off the path.
 const Field *Step(const FieldSet &fields, std::string_view *path, uint32_t *base) {
@@ -31,7 +26,7 @@ const Field *Step(const FieldSet &fields, std::string_view *path, uint32_t *base
   return field;
 }
 
-FieldRef Resolve(const std::string &owner, const FieldSet &fields, std::string_view path) {
+FieldRef Resolve(std::string_view owner, const FieldSet &fields, std::string_view path) {
   const std::string whole(path);
   const FieldSet *set = &fields;
   uint32_t base = 0;
@@ -41,7 +36,7 @@ FieldRef Resolve(const std::string &owner, const FieldSet &fields, std::string_v
     base += field->ref.offset;
     set = &field->fields;
   }
-  throw HostError(owner + "." + whole + ": the layout has no such value");
+  throw HostError(std::string(owner) + "." + whole + ": the layout has no such value");
 }
 
 using ValueVisitor = std::function<void(const std::string &path, const FieldRef &)>;
@@ -49,7 +44,7 @@ using ValueVisitor = std::function<void(const std::string &path, const FieldRef 
 void Visit(const FieldSet &fields, const std::string &prefix, uint32_t base, const ValueVisitor &visit) {
   for (const Field &field : fields.all()) {
     for (uint32_t i = 0; i < std::max(field.count, 1u); ++i) {
-      std::string path = prefix + field.name;
+      std::string path = prefix + std::string(field.name);
       if (field.count != 0) path += "[" + std::to_string(i) + "]";
       const uint32_t at = base + i * field.stride;
       if (field.fields.empty()) {
@@ -78,31 +73,6 @@ FieldRef RegionLayout::At(std::string_view path) const { return Resolve(spec.nam
 
 void RegionLayout::ForEachValue(const ValueVisitor &visit) const { Visit(fields, "", 0, visit); }
 
-const Layout &Layout::BuiltIn() {
-  static const Layout layout = FromTexts(EmbeddedLayouts());
-  return layout;
-}
-
-Layout Layout::FromTexts(const std::vector<LayoutText> &files) {
-  LayoutReader reader;
-  for (const LayoutText &file : files) reader.ReadFile(YamlTree(std::string(file.file), file.text));
-  return reader.Finish();
-}
-
-Layout Layout::FromDirectory(const std::string &directory) {
-  std::vector<std::string> paths;
-  std::error_code error;
-  for (const auto &entry : std::filesystem::directory_iterator(directory, error)) {
-    if (entry.path().extension() == ".yaml") paths.push_back(entry.path().string());
-  }
-  if (error)
-    throw HostError(directory + ": " + error.message() + " (name a readable directory of layout files)");
-  std::sort(paths.begin(), paths.end());
-  LayoutReader reader;
-  for (const std::string &path : paths) reader.ReadFile(YamlTree(path, ReadTextFile(path, kMaxLayoutFile)));
-  return reader.Finish();
-}
-
 ArenaPlan Layout::Plan(const std::string &socketPath) const {
   ArenaPlan plan;
   for (const TableLayout &table : tables_) plan.tables.push_back(table.spec);
@@ -113,8 +83,7 @@ ArenaPlan Layout::Plan(const std::string &socketPath) const {
 
 const TableLayout *Layout::FindTable(std::string_view shortName) const {
   const auto at =
-      std::lower_bound(byName_.begin(), byName_.end(), shortName,
-                       [this](uint32_t id, std::string_view name) { return tables_[id].shortName < name; });
+      std::ranges::lower_bound(byName_, shortName, {}, [this](uint16_t id) { return tables_[id].shortName; });
   return at != byName_.end() && tables_[*at].shortName == shortName ? &tables_[*at] : nullptr;
 }
 

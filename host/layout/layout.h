@@ -3,8 +3,11 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
+#include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "host/arena/arena.h"
@@ -17,11 +20,12 @@ namespace qdt::host {
 // defined; a table without fields can be read by the tools, but a scenario cannot fill it yet.
 struct TableLayout {
   TableSpec spec;
-  std::string shortName;  // what scenarios call it: the name of its view where it has one ("arp")
-  FieldSet key;           // offsets in the key, which may name fields of the record as well
+  std::string_view shortName;  // what scenarios call it: the name of its view where it has one ("arp")
+  std::string_view about;      // what the table holds, one line without a full stop; may be empty
+  FieldSet key;                // offsets in the key, which may name fields of the record as well
   FieldSet fields;
-  std::string partOf;  // table whose entries own those of this one; their key is the beginning of this one's
-  std::string place;   // where the layout stands, "FILE:LINE"
+  std::string_view partOf;  // table whose entries own those of this one; their key begins this one's
+  std::string_view place;   // where the layout stands, "FILE:LINE"
 
   // The value at a path such as "if_index", "counters[2].in_bytes" or "out_fwdif[0]". Throws HostError.
   FieldRef At(std::string_view path) const;
@@ -32,18 +36,13 @@ struct TableLayout {
 // One named shared-memory region.
 struct RegionLayout {
   RegionSpec spec;
+  std::string_view about;
   FieldSet fields;
-  std::string place;  // "FILE:LINE"
+  std::string_view place;  // "FILE:LINE"
 
   FieldRef At(std::string_view path) const;
   // Calls `visit` with each single value and its path, in the order of the layout.
   void ForEachValue(const std::function<void(const std::string &path, const FieldRef &)> &visit) const;
-};
-
-// One layout file.
-struct LayoutText {
-  std::string_view file;
-  std::string_view text;
 };
 
 // Names of tables, regions and fields have at most so many characters.
@@ -51,21 +50,22 @@ constexpr size_t kMaxLayoutName = 63;
 // Regions of all layouts together; the engine adds some of its own.
 constexpr size_t kMaxLayoutRegions = 1000;
 
+class LayoutStore;
+
 // The engine's tables and regions as data. docs/scenarios.md describes the layout files' format. Immutable
-// once made, hence safe to read from any thread.
+// once made, hence safe to read from any thread; copies share what they name.
 class Layout {
  public:
-  // The layouts that the program was built with, read at the first call.
+  // The layouts that the program was built with: constants of the program, which cost nothing to have.
   static const Layout &BuiltIn();
 
-  // Reads every *.yaml file of the directory. Throws HostError ("FILE:LINE: TABLE.FIELD: ...") when a file is
-  // not readable or a layout is wrong: every table id must be given once, fields must lie inside their
-  // records and apart from each other.
-  static Layout FromDirectory(const std::string &directory);
+  // `byName` has the ids in the order of the short names. `store` keeps what all this leads to, unless it is
+  // constant.
+  Layout(std::span<const TableLayout> tables, std::span<const RegionLayout> regions,
+         std::span<const uint16_t> byName, std::shared_ptr<const LayoutStore> store = nullptr)
+      : tables_(tables), regions_(regions), byName_(byName), store_(std::move(store)) {}
 
-  static Layout FromTexts(const std::vector<LayoutText> &files);
-
-  // What an engine's arena has to hold.
+  // What an engine's arena has to hold. Names are those of this layout.
   ArenaPlan Plan(const std::string &socketPath) const;
 
   // Null when there is no such table or region. FindTable takes short names, Table ids below kTableCount.
@@ -75,19 +75,15 @@ class Layout {
   // The region whose name is nearest to a mistyped one; empty when none is near.
   std::string_view NearestRegion(std::string_view name) const;
 
-  const std::vector<TableLayout> &tables() const { return tables_; }  // in order of id
-  const std::vector<RegionLayout> &regions() const { return regions_; }
+  std::span<const TableLayout> tables() const { return tables_; }  // in order of id
+  std::span<const RegionLayout> regions() const { return regions_; }
 
  private:
-  friend class LayoutReader;
-
-  std::vector<TableLayout> tables_;
-  std::vector<RegionLayout> regions_;
-  std::vector<uint32_t> byName_;  // ids, sorted by short name
+  std::span<const TableLayout> tables_;
+  std::span<const RegionLayout> regions_;
+  std::span<const uint16_t> byName_;
+  std::shared_ptr<const LayoutStore> store_;
 };
-
-// The files embedded at build time.
-std::vector<LayoutText> EmbeddedLayouts();
 
 }  // namespace qdt::host
 

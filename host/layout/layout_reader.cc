@@ -28,7 +28,7 @@ class BitMap {
 
   Result Take(const Field &field) {
     sharing_ = nullptr;
-    if (!field.selector.empty()) sharing_ = &shared_[field.selector];
+    if (!field.selector.empty()) sharing_ = &shared_[std::string(field.selector)];
     if (field.pointer != 0) {
       sharing_ = &shared_[std::to_string(field.pointer)];  // no field has such a name
       const FieldRef pointer{0, sizeof(uint64_t), FieldKind::kReference, 0, 0};
@@ -83,7 +83,7 @@ class BitMap {
 
 }  // namespace
 
-LayoutReader::LayoutReader() { layout_.tables_.resize(kTableCount); }
+LayoutReader::LayoutReader() { tables_.resize(kTableCount); }
 
 void LayoutReader::ReadFile(const YamlTree &tree) {
   tree_ = &tree;
@@ -123,8 +123,22 @@ void LayoutReader::CheckProperties(const YamlNode &node, std::initializer_list<s
   }
 }
 
-std::string LayoutReader::Place(const YamlNode &node) const {
-  return tree_->file() + ":" + std::to_string(node.line);
+std::string_view LayoutReader::Place(const YamlNode &node) {
+  return store_->Keep(tree_->file() + ":" + std::to_string(node.line));
+}
+
+// What a table, region or structure is, in one line.
+std::string_view LayoutReader::ReadAbout(const YamlNode &node) {
+  const YamlNode *given = node.Get("about");
+  if (given == nullptr) return {};
+  if (!given->IsScalar() || given->text.empty() || given->text.find('\n') != given->text.npos)
+    Fail(*given, "about", "not one line of text");
+  return store_->Keep(given->text);
+}
+
+const TableLayout *LayoutReader::FindTable(std::string_view shortName) const {
+  const auto at = std::ranges::find(tables_, shortName, &TableLayout::shortName);
+  return at != tables_.end() && !at->place.empty() ? &*at : nullptr;
 }
 
 // Names become parts of paths, command lines and answers.
@@ -139,12 +153,13 @@ void LayoutReader::CheckName(const YamlNode &name, const std::string &where) con
 
 // Neither of a table's names may be another table's.
 void LayoutReader::CheckIsFree(const YamlNode &name, const TableLayout &table) const {
-  for (const TableLayout &other : layout_.tables_) {
+  for (const TableLayout &other : tables_) {
     if (other.place.empty()) continue;
     if (other.shortName == table.shortName)
-      Fail(name, "", "stands at " + other.place + " already (rename one)");
+      Fail(name, "", "stands at " + std::string(other.place) + " already (rename one)");
     if (other.spec.name == table.spec.name)
-      Fail(name, "name", table.spec.name + " is " + other.shortName + " already (rename one)");
+      Fail(name, "name",
+           std::string(table.spec.name) + " is " + std::string(other.shortName) + " already (rename one)");
   }
 }
 
@@ -180,14 +195,15 @@ Lookup LayoutReader::ReadLookup(const YamlNode &node) {
 void LayoutReader::ReadTable(const YamlNode &name, const YamlNode &node) {
   CheckProperties(
       node, {"id", "name", "key_size", "record_size", "data_size", "search_offset", "capacity", "group_rules",
-             "lookup", "part_of", "client_writable", "attached_size", "key", "fields"});
+             "lookup", "part_of", "client_writable", "attached_size", "about", "key", "fields"});
   CheckName(name, "");
   TableLayout table;
-  table.shortName = name.text;
+  table.shortName = store_->Keep(name.text);
+  table.about = ReadAbout(node);
   table.place = Place(name);
   const uint32_t id = table.spec.id = ReadNumber(node, "id", 0, kTableCount - 1);
   if (lines_[id] != 0)
-    Fail(name, "id", std::to_string(id) + " is " + layout_.tables_[id].shortName + " already");
+    Fail(name, "id", std::to_string(id) + " is " + std::string(tables_[id].shortName) + " already");
   lines_[id] = name.line;
 
   const YamlNode *full = node.Get("name");
@@ -195,7 +211,7 @@ void LayoutReader::ReadTable(const YamlNode &name, const YamlNode &node) {
     Fail(full != nullptr ? *full : node, "name", "not a table's name (CAP_TABLE_...)");
   }
   CheckName(*full, "name");
-  table.spec.name = full->text;
+  table.spec.name = store_->Keep(full->text);
   CheckIsFree(name, table);
   table.spec.enabled = node.Get("record_size") != nullptr;
   if (table.spec.enabled) {
@@ -205,11 +221,11 @@ void LayoutReader::ReadTable(const YamlNode &name, const YamlNode &node) {
     CheckKey(table);
     CheckRecordWide(table.fields, table.key);
     if (const YamlNode *name = node.Get("client_writable")) ReadClientWritable(*name, &table);
-    if (const YamlNode *owner = node.Get("part_of")) table.partOf = owner->text;
-  } else if (node.items.size() != 4) {
-    Fail(node, "record_size", "missing (a table without it has an id and a name only)");
+    if (const YamlNode *owner = node.Get("part_of")) table.partOf = store_->Keep(owner->text);
+  } else if (node.items.size() != 4 && (node.items.size() != 6 || table.about.empty())) {
+    Fail(node, "record_size", "missing (a table without it has an id, a name and about only)");
   }
-  layout_.tables_[id] = std::move(table);
+  tables_[id] = table;
 }
 
 void LayoutReader::ReadShape(const YamlNode &node, TableSpec *spec) {
@@ -255,15 +271,20 @@ void LayoutReader::CheckKey(const TableLayout &table) {
   for (const Field &field : table.key.all()) {
     at.line = field.line;
     if (field.count != 0 || !field.fields.empty() || field.ref.kind == FieldKind::kReference) {
-      Fail(at, "key." + field.name, "not a single value (keys have no arrays, structures or references)");
+      Fail(at, "key." + std::string(field.name),
+           "not a single value (keys have no arrays, structures or references)");
     }
     const Field *twin = table.fields.Find(field.name);
     if (twin == nullptr) continue;
     if (twin->count != 0 || !twin->fields.empty() || FormOf(twin->ref.kind) != FormOf(field.ref.kind)) {
-      Fail(at, "key." + field.name,
+      Fail(at, "key." + std::string(field.name),
            "another kind of value than the record's field of this name (rename one)");
     }
   }
+}
+
+std::string Joined(const Field &outer, const Field &inner) {
+  return std::string(outer.name) + "." + std::string(inner.name);
 }
 
 // What concerns a record as a whole: structures are chosen by fields of the key.
@@ -272,43 +293,46 @@ void LayoutReader::CheckRecordWide(const FieldSet &fields, const FieldSet &key) 
   for (const Field &field : fields.all()) {
     at.line = field.line;
     if (!field.selector.empty() && key.Find(field.selector) == nullptr) {
-      Fail(at, field.name, Quoted(field.selector) + " is not a field of the key that could select a variant");
+      Fail(at, std::string(field.name),
+           Quoted(field.selector) + " is not a field of the key that could select a variant");
     }
     if (field.ref.kind == FieldKind::kAddress)
-      Fail(at, field.name, "address is for keys (a record tells which kind it holds)");
+      Fail(at, std::string(field.name), "address is for keys (a record tells which kind it holds)");
     for (const Field &inner : field.fields.all()) {
       at.line = inner.line;
       if (!inner.selector.empty() || !inner.clearedBy.empty())
-        Fail(at, field.name + "." + inner.name,
-             "variant and cleared_by are not for fields inside a structure");
+        Fail(at, Joined(field, inner), "variant and cleared_by are not for fields inside a structure");
       if (inner.pointer != 0 || IsTimeAgo(inner.ref.kind))
-        Fail(at, field.name + "." + inner.name,
+        Fail(at, Joined(field, inner),
              "pointer, uptime_ago and time_ago are not for fields inside a structure");
     }
   }
 }
 
 void LayoutReader::ReadRegion(const YamlNode &name, const YamlNode &node) {
-  CheckProperties(node, {"size", "fields"});
+  CheckProperties(node, {"size", "about", "fields"});
   CheckName(name, "");
-  if (layout_.regions_.size() == kMaxLayoutRegions)
+  if (regions_.size() == kMaxLayoutRegions)
     Fail(name, "", "more than " + std::to_string(kMaxLayoutRegions) + " regions (leave some out)");
   RegionLayout region;
-  region.spec.name = name.text;
+  region.spec.name = store_->Keep(name.text);
+  region.about = ReadAbout(node);
   region.place = Place(name);
-  if (const RegionLayout *other = layout_.FindRegion(name.text); other != nullptr)
-    Fail(name, "", "stands at " + other->place + " already (remove one)");
+  for (const RegionLayout &other : regions_) {
+    if (other.spec.name == name.text)
+      Fail(name, "", "stands at " + std::string(other.place) + " already (remove one)");
+  }
   region.spec.size = ReadNumber(node, "size", 1, 1u << 24);
   region.fields = ReadFields(node.Get("fields"), "", region.spec.size);
   CheckRecordWide(region.fields, FieldSet());
-  layout_.regions_.push_back(std::move(region));
+  regions_.push_back(region);
 }
 
 FieldSet LayoutReader::ReadFields(const YamlNode *node, const std::string &where, uint32_t size) {
-  FieldSet fields;
-  if (node == nullptr) return fields;
+  if (node == nullptr) return {};
   if (!node->IsMap())
     Fail(*node, where.empty() ? "fields" : where + "fields", "not a mapping (write NAME: OFFSET TYPE)");
+  std::vector<Field> fields;  // the mapping's keys are unique
   BitMap bits(size);
   for (size_t i = 0; i < node->items.size(); i += 2) {
     const YamlNode &name = *node->items[i];
@@ -322,34 +346,40 @@ FieldSet LayoutReader::ReadFields(const YamlNode *node, const std::string &where
       case BitMap::Result::kTaken:
         Fail(name, where + name.text, "shares bits with a field before it");
       case BitMap::Result::kFree:
-        fields.Add(std::move(field));  // the mapping's keys are unique
+        fields.push_back(field);
     }
   }
-  return fields;
+  const FieldSet set = store_->Keep(std::move(fields));
+  CheckMeanings(set);
+  return set;
 }
 
 Field LayoutReader::ReadField(const std::string &name, const YamlNode &node, const std::string &where) {
   Field field = node.IsMap() ? ReadStructure(node, where + name) : ReadLine(node, where + name);
-  field.name = name;
+  field.name = store_->Keep(name);
   field.line = node.line;
-  for (const std::string &target : field.targets) {
+  for (const std::string_view target : field.targets) {
     references_.push_back({tree_->file(), node.line, where_ + "." + where + name, target});
   }
+  if (!field.leadsTo.empty())
+    references_.push_back({tree_->file(), node.line, where_ + "." + where + name, field.leadsTo});
   return field;
 }
 
 Field LayoutReader::ReadLine(const YamlNode &node, const std::string &where) {
   Field field;
   std::string problem = "not a field (write OFFSET TYPE)";
-  if (!node.IsScalar() || !ParseFieldLine(node.text, &field, &problem)) Fail(node, where, problem);
+  if (!node.IsScalar() || !ParseFieldLine(node.text, store_.get(), &field, &problem))
+    Fail(node, where, problem);
   return field;
 }
 
 Field LayoutReader::ReadStructure(const YamlNode &node, const std::string &where) {
   const std::string outer = std::exchange(where_, where_ + "." + where);
-  CheckProperties(node, {"at", "count", "stride", "variant", "pointer", "fields"});
+  CheckProperties(node, {"at", "count", "stride", "variant", "pointer", "about", "fields"});
   constexpr uint32_t kMost = 1u << 24;
   Field field;
+  field.about = ReadAbout(node);
   field.ref.offset = ReadNumber(node, "at", 0, kMost);
   if (node.Get("count") != nullptr) {
     field.count = ReadNumber(node, "count", 1, kMost);
@@ -379,8 +409,12 @@ void LayoutReader::ReadPointer(const YamlNode &node, Field *field) {
 // KEYFIELD VALUE [VALUE ...]
 void LayoutReader::ReadVariant(const YamlNode &node, Field *field) {
   std::istringstream words(node.text);
-  words >> field->selector;
-  for (uint32_t value; words >> value;) field->selectedBy.push_back(value);
+  std::string selector;
+  words >> selector;
+  std::vector<uint32_t> values;
+  for (uint32_t value; words >> value;) values.push_back(value);
+  field->selector = store_->Keep(std::move(selector));
+  field->selectedBy = store_->Keep(std::move(values));
   if (field->selectedBy.empty() || !words.eof()) {
     Fail(node, "variant", "not a choice (write KEYFIELD VALUE, with one value or several)");
   }
@@ -388,10 +422,10 @@ void LayoutReader::ReadVariant(const YamlNode &node, Field *field) {
 
 // Entries of one owner begin with its key, and so can be walked together.
 void LayoutReader::JoinToOwner(TableLayout *table) {
-  const TableLayout *owner = layout_.FindTable(table->partOf);
+  const TableLayout *owner = FindTable(table->partOf);
   const auto fail = [&](const std::string &what) {
-    throw HostError(table->place + ": " + table->shortName + ".part_of: " + Quoted(table->partOf) + " " +
-                    what);
+    throw HostError(std::string(table->place) + ": " + std::string(table->shortName) +
+                    ".part_of: " + Quoted(table->partOf) + " " + what);
   };
   if (owner == nullptr || owner->spec.dataSize == 0 || owner->spec.lookup != Lookup::kUnique)
     fail("is not a table with one entry a key");
@@ -401,37 +435,64 @@ void LayoutReader::JoinToOwner(TableLayout *table) {
     const Field *own = table->key.Find(field.name);
     if (own == nullptr || own->ref.offset != field.ref.offset || own->ref.kind != field.ref.kind ||
         own->ref.size != field.ref.size) {
-      fail("has the key field " + field.name + ", which this table's key must have in the same place");
+      fail("has the key field " + std::string(field.name) +
+           ", which this table's key must have in the same place");
     }
   }
   table->spec.groupKeySize = static_cast<uint8_t>(owner->spec.keySize);
 }
 
 Layout LayoutReader::Finish() {
+  std::vector<uint16_t> byName;
   for (uint32_t id = 0; id < kTableCount; ++id) {
     if (lines_[id] == 0)
       throw HostError("layouts: table " + std::to_string(id) + " is missing (give all 109 ids)");
-    layout_.byName_.push_back(id);
+    byName.push_back(static_cast<uint16_t>(id));
   }
-  std::sort(layout_.byName_.begin(), layout_.byName_.end(), [this](uint32_t a, uint32_t b) {
-    return layout_.tables_[a].shortName < layout_.tables_[b].shortName;
-  });
-  for (TableLayout &table : layout_.tables_) {
+  std::ranges::sort(byName, {}, [this](uint16_t id) { return tables_[id].shortName; });
+  for (TableLayout &table : tables_) {
     if (!table.partOf.empty()) JoinToOwner(&table);
   }
+  CheckReferences();
+  LayoutStore &store = *store_;
+  const auto tables = store.Keep(std::move(tables_));
+  const auto regions = store.Keep(std::move(regions_));
+  Layout layout(tables, regions, store.Keep(std::move(byName)), std::move(store_));
+  CheckArenaHoldsAll(layout);
+  return layout;
+}
+
+void LayoutReader::CheckReferences() const {
   for (const Reference &reference : references_) {
-    const TableLayout *table = layout_.FindTable(reference.target);
+    const TableLayout *table = FindTable(reference.target);
     if (table == nullptr || table->spec.dataSize == 0 || table->spec.lookup == Lookup::kMany) {
       throw HostError(reference.file + ":" + std::to_string(reference.line) + ": " + reference.where + ": " +
                       Quoted(reference.target) + " is not a table with one entry a key");
     }
   }
-  CheckArenaHoldsAll();
-  return std::move(layout_);
+}
+
+// What options say of other fields is true: those stand beside it.
+void LayoutReader::CheckMeanings(const FieldSet &fields) {
+  YamlNode at;
+  for (const Field &field : fields.all()) {
+    at.line = field.line;
+    for (const std::string_view other : field.agreesWith) {
+      const Field *beside = fields.Find(other);
+      if (beside == nullptr || !beside->fields.empty() ||
+          (beside->count != 0 && beside->count != field.count))
+        Fail(at, std::string(field.name),
+             Quoted(other) + " is not a value beside it that could say where it leads");
+    }
+    if (field.counts.empty()) continue;
+    const Field *counted = fields.Find(field.counts);
+    if (counted == nullptr || counted->count == 0)
+      Fail(at, std::string(field.name), Quoted(field.counts) + " is not an array beside it");
+  }
 }
 
 // Whatever the arena does not hold has a place: the first table or region without which it would.
-void LayoutReader::CheckArenaHoldsAll() const {
+void LayoutReader::CheckArenaHoldsAll(const Layout &layout) {
   const auto refusal = [](const ArenaPlan &plan) -> std::string {
     try {
       const PlanLayout tried(plan);
@@ -440,24 +501,24 @@ void LayoutReader::CheckArenaHoldsAll() const {
     }
     return "";
   };
-  const ArenaPlan whole = layout_.Plan("");
+  const ArenaPlan whole = layout.Plan("");
   if (refusal(whole).empty()) return;
   ArenaPlan part;
   part.tables.resize(kTableCount);
   for (uint32_t id = 0; id < kTableCount; ++id) part.tables[id].id = id;
-  for (const TableLayout &table : layout_.tables_) {
+  const auto check = [&](std::string_view place, std::string_view name) {
+    const std::string why = refusal(part);
+    if (!why.empty())
+      throw HostError(std::string(place) + ": " + std::string(name) + ": " + why +
+                      " (make it smaller, or leave it out)");
+  };
+  for (const TableLayout &table : layout.tables()) {
     part.tables[table.spec.id] = table.spec;
-    const std::string why = refusal(part);
-    if (!why.empty())
-      throw HostError(table.place + ": " + table.shortName + ": " + why +
-                      " (make it smaller, or leave it out)");
+    check(table.place, table.shortName);
   }
-  for (const RegionLayout &region : layout_.regions_) {
+  for (const RegionLayout &region : layout.regions()) {
     part.regions.push_back(region.spec);
-    const std::string why = refusal(part);
-    if (!why.empty())
-      throw HostError(region.place + ": " + region.spec.name + ": " + why +
-                      " (make it smaller, or leave it out)");
+    check(region.place, region.spec.name);
   }
 }
 

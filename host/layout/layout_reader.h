@@ -3,16 +3,17 @@
 
 #include <array>
 #include <initializer_list>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "host/layout/layout.h"
+#include "host/layout/layout_store.h"
 #include "host/layout/yaml_tree.h"
 
 namespace qdt::host {
 
-// Reads layout files into a Layout. Throws HostError as Layout::FromDirectory tells.
+// Reads layout files into a Layout. Throws HostError as ReadLayouts tells.
 class LayoutReader {
  public:
   LayoutReader();
@@ -20,7 +21,7 @@ class LayoutReader {
   void ReadFile(const YamlTree &tree);
 
   // What only the whole set tells: every id is there, every reference leads to a table that can be referred
-  // to.
+  // to. The reader is of no use afterwards.
   Layout Finish();
 
  private:
@@ -29,7 +30,7 @@ class LayoutReader {
     std::string file;
     uint32_t line;
     std::string where;
-    std::string target;
+    std::string_view target;
   };
 
   void ReadTable(const YamlNode &name, const YamlNode &node);
@@ -40,12 +41,16 @@ class LayoutReader {
   void CheckProperties(const YamlNode &node, std::initializer_list<std::string_view> known);
   void CheckName(const YamlNode &name, const std::string &where) const;
   void CheckIsFree(const YamlNode &name, const TableLayout &table) const;
-  void CheckArenaHoldsAll() const;
-  std::string Place(const YamlNode &node) const;
+  static void CheckArenaHoldsAll(const Layout &layout);
+  void CheckReferences() const;
+  const TableLayout *FindTable(std::string_view shortName) const;
+  std::string_view Place(const YamlNode &node);
+  std::string_view ReadAbout(const YamlNode &node);
   void ReadShape(const YamlNode &node, TableSpec *spec);
   void ReadClientWritable(const YamlNode &name, TableLayout *table);
   void CheckKey(const TableLayout &table);
   void CheckRecordWide(const FieldSet &fields, const FieldSet &key);
+  void CheckMeanings(const FieldSet &fields);
   void ReadPointer(const YamlNode &node, Field *field);
   void ReadVariant(const YamlNode &node, Field *field);
   void JoinToOwner(TableLayout *table);
@@ -59,7 +64,9 @@ class LayoutReader {
 
   const YamlTree *tree_ = nullptr;
   std::string where_;  // the table or region being read
-  Layout layout_;
+  std::shared_ptr<LayoutStore> store_ = std::make_shared<LayoutStore>();
+  std::vector<TableLayout> tables_;
+  std::vector<RegionLayout> regions_;
   std::array<uint32_t, kTableCount> lines_{};  // where each table was given; 0 is nowhere
   std::vector<Reference> references_;
 };

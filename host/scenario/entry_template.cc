@@ -9,11 +9,12 @@
 
 namespace qdt::host {
 
-EntryTemplate::EntryTemplate(const YamlTree &tree, const Layout &layout, std::string owner, bool counting)
-    : tree_(tree), layout_(layout), owner_(std::move(owner)), counting_(counting) {}
+EntryTemplate::EntryTemplate(const YamlTree &tree, const Layout &layout, std::string_view owner,
+                             bool counting)
+    : tree_(tree), layout_(layout), owner_(owner), counting_(counting) {}
 
-void EntryTemplate::Fail(const YamlNode &node, const std::string &path, const std::string &what) const {
-  tree_.Fail(node.line, owner_ + (path.empty() ? "" : "." + path) + ": " + what);
+void EntryTemplate::Fail(const YamlNode &node, std::string_view path, const std::string &what) const {
+  tree_.Fail(node.line, owner_ + (path.empty() ? "" : ".") + std::string(path) + ": " + what);
 }
 
 void EntryTemplate::Bind(const FieldSet &fields, const FieldSet *key, const YamlNode &entry) {
@@ -27,7 +28,7 @@ void EntryTemplate::Bind(const FieldSet &fields, const FieldSet *key, const Yaml
 void EntryTemplate::BindTimes(const FieldSet &fields, const YamlNode &entry) {
   for (const Field &field : fields.all()) {
     if (IsTimeAgo(field.ref.kind) && entry.Get(field.name) == nullptr)
-      values_.push_back({field.ref, false, 0, 0, {}, &entry, field.name});
+      values_.push_back({field.ref, false, 0, 0, {}, &entry, std::string(field.name)});
   }
 }
 
@@ -35,7 +36,7 @@ void EntryTemplate::BindTimes(const FieldSet &fields, const YamlNode &entry) {
 void EntryTemplate::BindRestOfKey(const FieldSet &key, const YamlNode &entry) {
   for (const Field &field : key.all()) {
     if (field.constant) {
-      values_.push_back({field.ref, true, *field.constant, 0, {}, &entry, field.name});
+      values_.push_back({field.ref, true, *field.constant, 0, {}, &entry, std::string(field.name)});
     } else if (entry.Get(field.name) == nullptr) {
       Fail(entry, field.name, "missing (it is part of the entry's key)");
     }
@@ -70,7 +71,8 @@ void EntryTemplate::BindMap(const FieldSet &fields, const FieldSet *key, const Y
 void EntryTemplate::BindVariant(const Field &field, const YamlNode &node) {
   for (const Variant &other : variants_) {
     if (other.field->selector == field.selector)
-      Fail(node, field.name, "stands in the same bytes as " + other.field->name + " (remove one)");
+      Fail(node, field.name,
+           "stands in the same bytes as " + std::string(other.field->name) + " (remove one)");
   }
   variants_.push_back({&field, &node});
 }
@@ -91,12 +93,12 @@ void EntryTemplate::CheckVariants(uint32_t i) const {
       return value.inKey && value.path == variant.field->selector;
     };
     const auto value = std::find_if(values_.begin(), values_.end(), isSelector);
-    const std::vector<uint32_t> &selectedBy = variant.field->selectedBy;
+    const std::span<const uint32_t> selectedBy = variant.field->selectedBy;
     if (std::find(selectedBy.begin(), selectedBy.end(), At(*value, i)) != selectedBy.end()) continue;
     std::string choice;
     for (const uint32_t number : selectedBy)
       choice += (choice.empty() ? "" : " or ") + std::to_string(number);
-    Fail(*variant.node, variant.field->name, "is for " + variant.field->selector + " " + choice);
+    Fail(*variant.node, variant.field->name, "is for " + std::string(variant.field->selector) + " " + choice);
   }
 }
 
@@ -184,22 +186,23 @@ void EntryTemplate::BindReference(const Field &field, const YamlNode &node, uint
                                   const std::string &path) {
   if (field.targets.size() == 1) return BindTarget(field, field.targets[0], node, base, path);
   std::string choice;
-  for (const std::string &target : field.targets) {
+  for (const std::string_view target : field.targets) {
     const YamlNode *key = node.items.size() == 2 ? node.Get(target) : nullptr;
-    if (key != nullptr && key->IsMap()) return BindTarget(field, target, *key, base, path + "." + target);
-    choice += (choice.empty() ? "{" : " or {") + target + ": {KEY FIELD: VALUE, ...}}";
+    if (key != nullptr && key->IsMap())
+      return BindTarget(field, target, *key, base, path + "." + std::string(target));
+    choice += (choice.empty() ? "{" : " or {") + std::string(target) + ": {KEY FIELD: VALUE, ...}}";
   }
   Fail(node, path, "not a reference that names its table (write " + choice + ")");
 }
 
-void EntryTemplate::BindTarget(const Field &field, const std::string &table, const YamlNode &node,
+void EntryTemplate::BindTarget(const Field &field, std::string_view table, const YamlNode &node,
                                uint32_t base, const std::string &path) {
   const TableLayout *target = layout_.FindTable(table);
   const YamlNode *stale = node.Get("stale");
   if (stale != nullptr && (node.items.size() != 2 || !stale->IsMap())) {
     Fail(node, path, "not a stale reference (write {stale: {KEY FIELD: VALUE, ...}})");
   }
-  if (target->key.empty()) Fail(node, path, target->shortName + " has no fields yet (write 0)");
+  if (target->key.empty()) Fail(node, path, std::string(target->shortName) + " has no fields yet (write 0)");
   UnboundReference unbound;
   unbound.reference = {field.ref.At(base), target, {}, stale != nullptr, &node, path, {}};
   unbound.key = std::make_unique<EntryTemplate>(tree_, layout_, owner_ + "." + path, counting_);

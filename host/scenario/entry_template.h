@@ -27,7 +27,7 @@ class EntryTemplate {
   };
 
   // `owner` is the table's or region's name in error lines; `counting` says whether values may count up.
-  EntryTemplate(const YamlTree &tree, const Layout &layout, std::string owner, bool counting);
+  EntryTemplate(const YamlTree &tree, const Layout &layout, std::string_view owner, bool counting);
 
   // Reads the fields that `entry`, a mapping, gives. `key` is null for regions. Throws HostError.
   void Bind(const FieldSet &fields, const FieldSet *key, const YamlNode &entry);
@@ -92,12 +92,12 @@ class EntryTemplate {
   void BindElement(const Field &field, const YamlNode &node, uint32_t base, const std::string &path);
   void BindValue(const FieldRef &field, bool inKey, const YamlNode &node, const std::string &path);
   void BindReference(const Field &field, const YamlNode &node, uint32_t base, const std::string &path);
-  void BindTarget(const Field &field, const std::string &table, const YamlNode &node, uint32_t base,
+  void BindTarget(const Field &field, std::string_view table, const YamlNode &node, uint32_t base,
                   const std::string &path);
   WideValue Parse(const FieldRef &field, const YamlNode &node, const std::string &path) const;
   WideValue At(const Value &value, uint32_t i) const;
   std::string KeyText(uint32_t i) const;
-  [[noreturn]] void Fail(const YamlNode &node, const std::string &path, const std::string &what) const;
+  [[noreturn]] void Fail(const YamlNode &node, std::string_view path, const std::string &what) const;
 
   const YamlTree &tree_;
   const Layout &layout_;

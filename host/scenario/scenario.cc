@@ -150,12 +150,12 @@ class ScenarioReader {
 
   void ReadEntry(const TableLayout &table, const YamlNode &node) {
     if (!node.IsMap())
-      Fail(node, table.shortName, "an entry that is not a mapping (write {FIELD: VALUE, ...})");
+      Fail(node, std::string(table.shortName), "an entry that is not a mapping (write {FIELD: VALUE, ...})");
     const uint32_t count = Repetitions(table, node);
     PlannedTable &planned = scenario_.tables_.back();
     const uint32_t first = planned.count();
     if (count > table.spec.capacity - first) {
-      Fail(node, table.shortName,
+      Fail(node, std::string(table.shortName),
            "the table is full (it holds " + std::to_string(table.spec.capacity) + " entries)");
     }
     EntryTemplate entry(*tree_, layout_, table.shortName, node.Get("repeat") != nullptr);
@@ -186,7 +186,7 @@ class ScenarioReader {
     const char *end = repeat->text.data() + repeat->text.size();
     const auto [stop, error] = std::from_chars(repeat->text.data(), end, count);
     if (repeat->text.empty() || error != std::errc() || stop != end || count == 0) {
-      Fail(*repeat, table.shortName + ".repeat",
+      Fail(*repeat, std::string(table.shortName) + ".repeat",
            Quoted(repeat->text) + " is not a number of entries (1 or more)");
     }
     return count;
@@ -199,7 +199,7 @@ class ScenarioReader {
     uint16_t length;
     std::memcpy(&length, key, sizeof length);
     if (length > size * 8) {
-      Fail(node, table.shortName,
+      Fail(node, std::string(table.shortName),
            "a prefix of " + std::to_string(length) + " bits (the address has " + std::to_string(size * 8) +
                ")");
     }
@@ -207,7 +207,7 @@ class ScenarioReader {
     std::memcpy(address, key + kPrefixAddressOffset, size);
     const std::string given = RouteText(address, size);
     KeepPrefix(address, size, length);
-    Fail(node, table.shortName,
+    Fail(node, std::string(table.shortName),
          given + " has bits behind its prefix of " + std::to_string(length) + " bits (write " +
              RouteText(address, size) + ")");
   }
@@ -226,8 +226,8 @@ class ScenarioReader {
 
   [[noreturn]] void FailForKey(const TableLayout &table, const YamlNode &node, uint32_t otherLine) const {
     std::string names;
-    for (const Field &field : table.key.all()) names += (names.empty() ? "" : ", ") + field.name;
-    Fail(node, table.shortName,
+    for (const Field &field : table.key.all()) names += (names.empty() ? "" : ", ") + std::string(field.name);
+    Fail(node, std::string(table.shortName),
          "the entry of line " + std::to_string(otherLine) + " has the same key (change " + names + ")");
   }
 
@@ -265,9 +265,9 @@ class ScenarioReader {
           FindEntry(place, reinterpret_cast<const uint8_t *>(reference.key.data()));
       if (!target) {
         index_[pending.place].tree->Fail(
-            reference.node->line, planned.layout->shortName + "." + reference.path + ": " +
-                                      reference.target->shortName + " has no entry " + reference.wanted +
-                                      " (add it, or write 0)");
+            reference.node->line, std::string(planned.layout->shortName) + "." + reference.path + ": " +
+                                      std::string(reference.target->shortName) + " has no entry " +
+                                      reference.wanted + " (add it, or write 0)");
       }
       planned.references.push_back(
           {pending.entry, reference.field, reference.target->spec.id, *target, reference.stale, 0});
@@ -295,10 +295,11 @@ class ScenarioReader {
       if (FindEntry(place, key)) continue;
       std::string shown;
       for (const Field &field : owner.key.all()) {
-        shown += (shown.empty() ? "{" : ", ") + field.name + ": " + ValueText(field.ref, field.ref.Read(key));
+        shown += (shown.empty() ? "{" : ", ") + std::string(field.name) + ": " +
+                 ValueText(field.ref, field.ref.Read(key));
       }
-      index.tree->Fail(index.LineOf(i),
-                       table.shortName + ": " + owner.shortName + " has no entry " + shown + "} (add it)");
+      index.tree->Fail(index.LineOf(i), std::string(table.shortName) + ": " + std::string(owner.shortName) +
+                                            " has no entry " + shown + "} (add it)");
     }
   }
 

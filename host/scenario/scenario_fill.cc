@@ -48,7 +48,7 @@ class ScenarioFiller {
     if (status == kNoSpace)
       what = "no space is left under the arena (free some, or place the arena elsewhere)";
     if (status == kFull) what = "the table is full (a stale reference needs one free place)";
-    throw HostError(table.shortName + ": " + what);
+    throw HostError(std::string(table.shortName) + ": " + what);
   }
 
   // The target's record under a key that no entry of the scenario has.
@@ -134,10 +134,10 @@ void Scenario::Fill(Arena *arena, TableWriter *writer) const {
     uint32_t size = 0;
     void *place = arena->FindRegion(region.layout->spec.name, &size);
     if (place == nullptr || size != region.bytes.size()) {
-      throw HostError(region.layout->spec.name + ": the arena was made with another layout");
+      throw HostError(std::string(region.layout->spec.name) + ": the arena was made with another layout");
     }
     if (!arena->Reserve(place, size)) {
-      throw HostError(region.layout->spec.name +
+      throw HostError(std::string(region.layout->spec.name) +
                       ": no space is left under the arena (free some, or place the arena elsewhere)");
     }
     std::memcpy(place, region.bytes.data(), size);

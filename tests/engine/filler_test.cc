@@ -4,8 +4,10 @@
 
 #include <filesystem>
 
+#include "host/base/text_file.h"
 #include "host/engine/engine.h"
 #include "host/engine/scenario_filler.h"
+#include "host/layout/layout_files.h"
 #include "platform/engine.h"
 #include "platform/tbm.h"
 #include "tests/engine/made_up_filler.h"
@@ -14,6 +16,15 @@
 // An engine knows nothing of what fills it.
 namespace qdt::host {
 namespace {
+
+// The layouts that the programs are built with, as files.
+std::vector<std::string> SourceLayoutTexts() {
+  std::vector<std::string> texts;
+  for (const auto &entry : std::filesystem::directory_iterator(QDT_SOURCE_DIR "/host/layout")) {
+    if (entry.path().extension() == ".yaml") texts.push_back(ReadTextFile(entry.path(), 1 << 20));
+  }
+  return texts;
+}
 
 class FillerTest : public testing::Test {
  protected:
@@ -105,7 +116,7 @@ ctrlif_map_fwdif: [{ctrl_if_index: 8, fwd_if_index: 9}]
 // What an engine cannot work with is refused by the line where it stands.
 TEST_F(FillerTest, LayoutsThatTheEngineCannotUseAreRefused) {
   const auto errorOf = [&](const std::vector<LayoutText> &files) -> std::string {
-    const Layout layout = Layout::FromTexts(files);
+    const Layout layout = ReadLayouts(files);
     try {
       Engine engine({directory_.File("arena"), directory_.File("socket"), 2}, layout, &filler_);
     } catch (const HostError &error) {
@@ -113,7 +124,9 @@ TEST_F(FillerTest, LayoutsThatTheEngineCannotUseAreRefused) {
     }
     return "no error";
   };
-  std::vector<LayoutText> files = EmbeddedLayouts();
+  const std::vector<std::string> texts = SourceLayoutTexts();
+  std::vector<LayoutText> files;
+  for (const std::string &text : texts) files.push_back({"source.yaml", text});
   files.push_back({"own.yaml", "regions:\n  NQE_RUNC_STAT: {size: 8}\n"});
   EXPECT_EQ(errorOf(files),
             "own.yaml:2: NQE_RUNC_STAT: the engine has a region of this name itself (rename it)");

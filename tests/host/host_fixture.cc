@@ -66,10 +66,15 @@ bool Record::Whole() const { return sum == SumOf(*this); }
 
 ArenaPlan TestPlan() {
   ArenaPlan plan;
+  static const std::vector<std::string> names = [] {
+    std::vector<std::string> all;
+    for (uint32_t id = 0; id < kTableCount; ++id) all.push_back("CAP_TABLE_" + std::to_string(id));
+    return all;
+  }();
   for (uint32_t id = 0; id < kTableCount; ++id) {
     TableSpec spec;
     spec.id = id;
-    spec.name = "CAP_TABLE_" + std::to_string(id);
+    spec.name = names[id];
     plan.tables.push_back(spec);
   }
   const auto define = [&plan](const TableSpec &spec) { plan.tables[spec.id] = spec; };

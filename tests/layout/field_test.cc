@@ -11,9 +11,10 @@ namespace qdt::host {
 namespace {
 
 FieldRef Line(std::string_view line) {
+  LayoutStore store;
   Field field;
   std::string problem;
-  EXPECT_TRUE(ParseFieldLine(line, &field, &problem)) << problem;
+  EXPECT_TRUE(ParseFieldLine(line, &store, &field, &problem)) << problem;
   return field.ref;
 }
 
@@ -156,13 +157,20 @@ TEST(FieldLineTest, RejectsWhatItCannotRead) {
       {"0 u32 x 4 every 2", "elements that overlap (every at least their size)"},
       {"0 u16 = 65536", "65536 does not fit 16 bits (0 to 65535)"},
       {"0 u16 host",
-       "\"host\" is out of place (OFFSET TYPE, then bit, bits, x COUNT, every STRIDE, cleared_by or = "
-       "VALUE)"},
+       "\"host\" is out of place (OFFSET TYPE, then bit, bits, x COUNT, every STRIDE, cleared_by, counter, "
+       "clock, "
+       "unit, leads_to, must_lead_to, agrees_with, counts, = VALUE or -- MEANING)"},
+      {"0 mac counter", "\"counter\" is for numbers"},
+      {"0 u16 unit", "a unit without a name (write unit bytes)"},
+      {"0 ref t leads_to t", "\"leads_to\" names the table of a number that is its key"},
+      {"0 u32 agrees_with index", "agrees_with names the fields that say which entry a reference leads to"},
+      {"0 ipv4 counts list", "counts names the array whose elements a number counts"},
   };
   for (const auto &[line, expected] : kCases) {
+    LayoutStore store;
     Field field;
     std::string problem;
-    EXPECT_FALSE(ParseFieldLine(line, &field, &problem)) << line;
+    EXPECT_FALSE(ParseFieldLine(line, &store, &field, &problem)) << line;
     EXPECT_EQ(problem, expected) << line;
   }
 }

@@ -44,7 +44,7 @@ class LayoutLimitTest : public testing::TestWithParam<Limit> {
  protected:
   static std::string ErrorIn(const std::string &text) {
     static const std::string filler = FillerTables(1);
-    return ErrorOf([&] { Layout::FromTexts({{"a.yaml", text}, {"filler.yaml", filler}}); });
+    return ErrorOf([&] { ReadLayouts({{"a.yaml", text}, {"filler.yaml", filler}}); });
   }
 };
 

@@ -5,6 +5,8 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <ostream>
+#include <tuple>
 
 #include "tests/layout/test_layout.h"
 
@@ -191,7 +193,7 @@ class WrongLayoutTest : public testing::TestWithParam<Wrong> {};
 TEST_P(WrongLayoutTest, IsRefusedWithOneLine) {
   static const std::string filler = FillerTables(1);
   EXPECT_EQ(ErrorOf([] {
-              Layout::FromTexts({{"a.yaml", GetParam().text}, {"filler.yaml", filler}});
+              ReadLayouts({{"a.yaml", GetParam().text}, {"filler.yaml", filler}});
             }),
             GetParam().error);
 }
@@ -208,7 +210,7 @@ INSTANTIATE_TEST_SUITE_P(
         Wrong{"tables:\n  t: {id: 0, name: CAP_TABLE_T, capacty: 3}",
               "a.yaml:2: t.capacty: no such property (did you mean capacity?)"},
         Wrong{"tables:\n  t: {id: 0, name: CAP_TABLE_T, capacity: 3}",
-              "a.yaml:2: t.record_size: missing (a table without it has an id and a name only)"},
+              "a.yaml:2: t.record_size: missing (a table without it has an id, a name and about only)"},
         Wrong{"tables:\n  t: {id: 0, name: CAP_TABLE_T, key_size: 4, record_size: 8}",
               "a.yaml:2: t.capacity: missing, a number from 1 to 16777216"},
         Wrong{"tables:\n  t: {id: 0, name: CAP_TABLE_T, key_size: 4, record_size: 8, capacity: 1, lookup: "
@@ -276,23 +278,114 @@ TEST(LayoutTest, ReadsADirectory) {
   std::ofstream(directory / "one.yaml") << "tables: {t: {id: 0, name: CAP_TABLE_T}}\n";
   std::ofstream(directory / "two.yaml") << FillerTables(1);
   std::ofstream(directory / "notes.txt") << "not a layout";
-  EXPECT_EQ(Layout::FromDirectory(directory).Table(0).shortName, "t");
+  EXPECT_EQ(ReadLayoutDirectory(directory).Table(0).shortName, "t");
   std::ofstream(directory / "two.yaml") << "nonsense";
-  EXPECT_EQ(ErrorOf([&] { Layout::FromDirectory(directory); }),
+  EXPECT_EQ(ErrorOf([&] { ReadLayoutDirectory(directory); }),
             (directory / "two.yaml").string() + ":1: not a mapping (write NAME: at the start of a line)");
   fs::remove_all(directory);
-  EXPECT_EQ(ErrorOf([&] { Layout::FromDirectory(directory); }),
+  EXPECT_EQ(ErrorOf([&] { ReadLayoutDirectory(directory); }),
             directory.string() + ": No such file or directory (name a readable directory of layout files)");
+}
+
+template <typename T>
+bool SameWords(std::span<T> a, std::span<T> b) {
+  return std::ranges::equal(a, b);
+}
+
+bool SameRef(const FieldRef &a, const FieldRef &b) {
+  return a.offset == b.offset && a.size == b.size && a.kind == b.kind && a.shift == b.shift &&
+         a.bits == b.bits;
+}
+
+// Every property of every field, but for the place in the file.
+void ExpectSame(const FieldSet &a, const FieldSet &b, const std::string &where) {
+  ASSERT_EQ(a.all().size(), b.all().size()) << where;
+  for (size_t i = 0; i < a.all().size(); ++i) {
+    const Field &x = a.all()[i];
+    const Field &y = b.all()[i];
+    const std::string path = where + "." + std::string(x.name);
+    ASSERT_EQ(x.name, y.name) << where;
+    EXPECT_EQ(b.Find(x.name), &y) << path;
+    EXPECT_TRUE(SameRef(x.ref, y.ref)) << path;
+    EXPECT_TRUE(x.constant == y.constant) << path;
+    EXPECT_TRUE(SameWords(x.targets, y.targets) && SameWords(x.selectedBy, y.selectedBy)) << path;
+    EXPECT_TRUE(SameWords(x.agreesWith, y.agreesWith)) << path;
+    EXPECT_EQ(std::tie(x.count, x.stride, x.clearedBy, x.line, x.pointer, x.selector, x.elementSize, x.role,
+                       x.about, x.unit, x.leadsTo, x.mustLead, x.counts),
+              std::tie(y.count, y.stride, y.clearedBy, y.line, y.pointer, y.selector, y.elementSize, y.role,
+                       y.about, y.unit, y.leadsTo, y.mustLead, y.counts))
+        << path;
+    ExpectSame(x.fields, y.fields, path);
+  }
 }
 
 // The files of the source tree are what the programs carry.
 TEST(LayoutTest, SourceFilesAreTheBuiltInOnes) {
-  const Layout layout = Layout::FromDirectory(QDT_SOURCE_DIR "/host/layout");
-  ASSERT_EQ(layout.tables().size(), Layout::BuiltIn().tables().size());
+  const Layout layout = ReadLayoutDirectory(QDT_SOURCE_DIR "/host/layout");
+  const Layout &compiled = Layout::BuiltIn();
+  ASSERT_EQ(layout.tables().size(), compiled.tables().size());
   for (uint32_t id = 0; id < kTableCount; ++id) {
-    EXPECT_EQ(layout.Table(id).shortName, Layout::BuiltIn().Table(id).shortName);
-    EXPECT_EQ(layout.Table(id).fields.all().size(), Layout::BuiltIn().Table(id).fields.all().size());
+    const TableLayout &table = layout.Table(id);
+    const TableLayout &other = compiled.Table(id);
+    const TableSpec &spec = table.spec;
+    const TableSpec &same = other.spec;
+    EXPECT_EQ(std::tie(table.shortName, table.about, table.partOf, spec.id, spec.name, spec.keySize,
+                       spec.dataSize, spec.recordSize, spec.searchOffset, spec.attachedSize, spec.capacity),
+              std::tie(other.shortName, other.about, other.partOf, same.id, same.name, same.keySize,
+                       same.dataSize, same.recordSize, same.searchOffset, same.attachedSize, same.capacity));
+    EXPECT_EQ(std::tie(spec.groupRuleSpec, spec.groupKeySize, spec.lookup, spec.enabled, spec.agingOffset,
+                       spec.agingSize),
+              std::tie(same.groupRuleSpec, same.groupKeySize, same.lookup, same.enabled, same.agingOffset,
+                       same.agingSize))
+        << table.shortName;
+    EXPECT_EQ(compiled.FindTable(table.shortName), &other);
+    ExpectSame(table.key, other.key, std::string(table.shortName) + ".key");
+    ExpectSame(table.fields, other.fields, std::string(table.shortName));
   }
+  ASSERT_EQ(layout.regions().size(), compiled.regions().size());
+  for (size_t i = 0; i < layout.regions().size(); ++i) {
+    const RegionLayout &region = layout.regions()[i];
+    const RegionLayout &other = compiled.regions()[i];
+    EXPECT_EQ(std::tie(region.spec.name, region.spec.size, region.spec.clientWritable, region.about),
+              std::tie(other.spec.name, other.spec.size, other.spec.clientWritable, other.about));
+    ExpectSame(region.fields, other.fields, std::string(region.spec.name));
+  }
+}
+
+// What a layout says of the meaning of its fields, and what it may not say.
+TEST(LayoutTest, ReadsMeanings) {
+  const std::string filler = FillerTables(1);
+  const auto read = [&](const std::string &fields) {
+    const std::string text =
+        "tables:\n  t: {id: 0, name: CAP_TABLE_T, about: what it holds, key_size: 4, record_size: 64, "
+        "capacity: 4,\n"
+        "      key: {index: 0 u32 leads_to t}, fields: {" +
+        fields + "}}\n";
+    return ReadLayouts({{"a.yaml", text}, {"filler.yaml", filler}});
+  };
+  const Layout layout = read(
+      "n: 0 u8 counts list, list: 4 u32 x 2 counter unit packets -- what came in, to: 16 ref t agrees_with "
+      "index, "
+      "index: 24 u32 must_lead_to t, when: 28 u32 clock unit s, s: {at: 32, about: some more, fields: {a: 0 "
+      "u8}}");
+  const TableLayout &table = layout.Table(0);
+  EXPECT_EQ(table.about, "what it holds");
+  EXPECT_EQ(table.key.Find("index")->leadsTo, "t");
+  EXPECT_FALSE(table.key.Find("index")->mustLead);
+  EXPECT_EQ(table.fields.Find("n")->counts, "list");
+  EXPECT_EQ(table.fields.Find("list")->role, FieldRole::kCounter);
+  EXPECT_EQ(table.fields.Find("list")->unit, "packets");
+  EXPECT_EQ(table.fields.Find("list")->about, "what came in");
+  EXPECT_EQ(table.fields.Find("to")->agreesWith[0], "index");
+  EXPECT_TRUE(table.fields.Find("index")->mustLead);
+  EXPECT_EQ(table.fields.Find("when")->role, FieldRole::kClock);
+  EXPECT_EQ(table.fields.Find("s")->about, "some more");
+  EXPECT_EQ(ErrorOf([&] { read("a: 0 u8 counts list"); }),
+            "a.yaml:3: t.a: \"list\" is not an array beside it");
+  EXPECT_EQ(ErrorOf([&] { read("a: 0 ref t agrees_with index"); }),
+            "a.yaml:3: t.a: \"index\" is not a value beside it that could say where it leads");
+  EXPECT_EQ(ErrorOf([&] { read("a: 0 u8 leads_to nowhere"); }),
+            "a.yaml:3: t.a: \"nowhere\" is not a table with one entry a key");
 }
 
 }  // namespace

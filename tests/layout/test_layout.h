@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "host/base/host_error.h"
-#include "host/layout/layout.h"
+#include "host/layout/layout_files.h"
 
 namespace qdt::host {
 
@@ -35,7 +35,7 @@ inline std::string FillerTables(uint32_t first) {
 // One table with a field of every kind, and two that refer to each other.
 inline Layout KindsLayout() {
   static const std::string filler = FillerTables(5);
-  return Layout::FromTexts({{"kinds.yaml", R"(
+  return ReadLayouts({{"kinds.yaml", R"(
 tables:
   kinds:
     id: 0
@@ -91,7 +91,7 @@ regions:
   TIMES: {size: 12, fields: {tcp: 0 u16, apps: {at: 2, count: 2, stride: 4, fields: {ttl: 2 u16}}}}
   PLAIN: {size: 4}
 )"},
-                            {"filler.yaml", filler}});
+                      {"filler.yaml", filler}});
 }
 
 // The bytes in hexadecimal, in groups of four.

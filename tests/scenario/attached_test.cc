@@ -156,14 +156,14 @@ TEST_F(AttachedTest, WrongSessions) {
 std::string LayoutRefusal(const std::string &fields, const std::string &recordSize = "32") {
   static const std::string filler = FillerTables(1);
   return ErrorOf([&] {
-    Layout::FromTexts({{"a.yaml",
-                        "tables:\n  flow:\n    id: 0\n    name: CAP_TABLE_FLOW\n    key_size: 4\n"
-                        "    record_size: " +
-                            recordSize +
-                            "\n    attached_size: 16\n    capacity: 4\n    key: {n: 0 u32}\n"
-                            "    fields: {" +
-                            fields + "}\n"},
-                       {"filler.yaml", filler}});
+    ReadLayouts({{"a.yaml",
+                  "tables:\n  flow:\n    id: 0\n    name: CAP_TABLE_FLOW\n    key_size: 4\n"
+                  "    record_size: " +
+                      recordSize +
+                      "\n    attached_size: 16\n    capacity: 4\n    key: {n: 0 u32}\n"
+                      "    fields: {" +
+                      fields + "}\n"},
+                 {"filler.yaml", filler}});
   });
 }
 

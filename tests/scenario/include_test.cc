@@ -109,7 +109,7 @@ Layout AddressLayout(const std::string &fields) {
       "tables:\n  hosts: {id: 0, name: CAP_TABLE_HOSTS, key_size: 18, record_size: 24, capacity: 300,\n"
       "          key: {address: 0 address, kind: 16 u16}, fields: {" +
       fields + "}}\n";
-  return Layout::FromTexts({{"a.yaml", text}, {"filler.yaml", filler}});
+  return ReadLayouts({{"a.yaml", text}, {"filler.yaml", filler}});
 }
 
 std::string KeyOf(const std::string &entry, uint32_t i = 0) {

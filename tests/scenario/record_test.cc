@@ -43,7 +43,7 @@ tables:
         fields: {key: &far {at: 0, fields: {a: 0 u16, b: 2 u8}}, mask: {at: 4, fields: {a: 0 u16}}}
 )"
                     : parts);
-  return Layout::FromTexts({{"a.yaml", text}, {"filler.yaml", filler}});
+  return ReadLayouts({{"a.yaml", text}, {"filler.yaml", filler}});
 }
 
 std::string PartOf(const std::string &scenario) {
@@ -177,10 +177,7 @@ tables:
   small: {id: 1, name: CAP_TABLE_SMALL, key_size: 4, record_size: 8, capacity: 8, key: {a: 0 u32}, fields: {a: 0 u32}}
   part: {id: 2, name: CAP_TABLE_PART, record_size: 8, capacity: 8, fields: {z: 0 u32}, )") +
                            GetParam().part + ", key: " + GetParam().key + "}\n";
-  EXPECT_EQ(ErrorOf([&] {
-              Layout::FromTexts({{"a.yaml", text}, {"filler.yaml", filler}});
-            }),
-            GetParam().error);
+  EXPECT_EQ(ErrorOf([&] { ReadLayouts({{"a.yaml", text}, {"filler.yaml", filler}}); }), GetParam().error);
 }
 
 INSTANTIATE_TEST_SUITE_P(

@@ -249,10 +249,10 @@ TEST(NatPolicyErrorTest, EveryMistakeHasALine) {
 TEST(RouteLayoutTest, KeysOfRoutesNeedRoomForTheAddress) {
   static const std::string filler = FillerTables(1);
   EXPECT_EQ(ErrorOf([] {
-              Layout::FromTexts({{"r.yaml",
-                                  "tables:\n  r: {id: 0, name: CAP_TABLE_R, key_size: 19, record_size: 16, "
-                                  "lookup: prefix6, capacity: 8}\n"},
-                                 {"filler.yaml", filler}});
+              ReadLayouts({{"r.yaml",
+                            "tables:\n  r: {id: 0, name: CAP_TABLE_R, key_size: 19, record_size: 16, "
+                            "lookup: prefix6, capacity: 8}\n"},
+                           {"filler.yaml", filler}});
             }),
             "r.yaml:2: r.key_size: too small for routes (20 at least)");
 }

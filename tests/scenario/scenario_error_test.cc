@@ -191,7 +191,7 @@ TEST(ScenarioBoundsTest, ManyValuesAreRefused) {
 TEST(ScenarioBoundsTest, EntriesMayBeListedByTheHundredThousand) {
   constexpr int kEntries = 120'000;
   static const std::string filler = FillerTables(1);
-  const Layout layout = Layout::FromTexts({{"wide.yaml", R"(
+  const Layout layout = ReadLayouts({{"wide.yaml", R"(
 tables:
   wide:
     id: 0
@@ -202,7 +202,7 @@ tables:
     key: {index: 0 u32}
     fields: {index: 0 u32, a: 4 u32, b: 8 u32, c: 12 u32, d: 16 ipv4}
 )"},
-                                           {"filler.yaml", filler}});
+                                     {"filler.yaml", filler}});
   std::string text = "wide:\n";
   for (int i = 0; i < kEntries; ++i) {
     text += "  - {index: " + std::to_string(i) + ", a: 1, b: 2, c: 3, d: 192.0.2.1}\n";

@@ -19,6 +19,7 @@
 #include "host/commands/commands.h"
 #include "host/engine/engine.h"
 #include "host/engine/scenario_filler.h"
+#include "host/layout/layout_files.h"
 #include "host/library/services.h"
 #include "host/packet/traffic.h"
 #include "host/wire/client.h"
@@ -165,7 +166,7 @@ int RunEngine(const CommandLine &line) {
   // Said at once, not after a long load.
   Arena::CheckFree(options.arena);
   std::optional<Layout> otherLayout;
-  if (!line.layoutDir.empty()) otherLayout = Layout::FromDirectory(line.layoutDir);
+  if (!line.layoutDir.empty()) otherLayout = ReadLayoutDirectory(line.layoutDir);
   const Layout &layout = otherLayout ? *otherLayout : Layout::BuiltIn();
   ScenarioFiller filler(line.scenario, Scenario::Load(line.scenario, layout));
 
