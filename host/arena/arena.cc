@@ -44,6 +44,14 @@ bool Arena::Impl::Map(uint64_t base, uint64_t bytes, int protection, int flags) 
   return true;
 }
 
+bool Arena::Impl::MapAnywhere(uint64_t bytes, int flags) {
+  void *got = mmap(nullptr, bytes, PROT_READ, flags | MAP_NORESERVE, file.get(), 0);
+  if (got == MAP_FAILED) return false;
+  header = static_cast<ArenaHeader *>(got);
+  size = bytes;
+  return true;
+}
+
 // Maps a part of the file anew, for reading and writing.
 bool Arena::Impl::Retake(uint64_t offset, uint64_t bytes, int flags) {
   return bytes == 0 || mmap(Base() + offset, bytes, PROT_READ | PROT_WRITE, flags | MAP_FIXED | MAP_NORESERVE,
@@ -133,6 +141,8 @@ const std::string &Arena::path() const { return impl_->path; }
 const std::string Arena::socketPath() const { return impl_->header->socketPath; }
 uint32_t Arena::enginePid() const { return static_cast<uint32_t>(impl_->header->enginePid); }
 bool Arena::Writable() const { return impl_->writable; }
+
+ptrdiff_t Arena::Shift() const { return impl_->Base() - reinterpret_cast<char *>(impl_->header->base); }
 
 void Arena::NoteCopies() { impl_->copies = true; }
 

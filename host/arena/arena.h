@@ -49,7 +49,7 @@ class Arena {
     kSnapshot,  // any arena file, also one without an engine, mapped privately: writes stay in this process
   };
 
-  enum class Role { kEngine, kClient, kSnapshot };
+  enum class Role { kEngine, kClient, kSnapshot, kReader };
 
   // Lays out a new arena beside `path` under a temporary name; nobody sees it until Publish. Throws HostError
   // when the place cannot be written, has too little room, or no base address is free.
@@ -59,6 +59,10 @@ class Arena {
   // version or byte order, truncated or damaged, when its base is taken in this process, and for kLive also
   // when no engine holds it ("the engine is gone").
   static std::unique_ptr<Arena> Attach(const std::string &path, Access access);
+
+  // Maps the arena at whatever address is free, to be read only: for those who copy records out and follow no
+  // pointer in them, and so may look at many arenas at once. Shows what the engine has. Throws as Attach.
+  static std::unique_ptr<Arena> Look(const std::string &path, Access access);
 
   // The destructor unmaps. An arena created but not published leaves no file behind.
   ~Arena();
@@ -115,6 +119,9 @@ class Arena {
 
   // How far behind a record's address the bytes are mapped that the engine has there: 0 but in a client.
   ptrdiff_t LiveShift() const { return liveShift_; }
+
+  // How far behind its address in the engine a byte is mapped here: 0 but for those who look.
+  ptrdiff_t Shift() const;
 
   // That this process has made copies of records at their addresses, or may have written to some.
   void NoteCopies();

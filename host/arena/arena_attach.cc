@@ -103,6 +103,7 @@ class DirectoryCheck {
   // `header` is that of the mapping.
   explicit DirectoryCheck(ArenaHeader *header)
       : header_(*header),
+        shift_(reinterpret_cast<char *>(header) - reinterpret_cast<char *>(header->base)),
         base_(reinterpret_cast<char *>(header)),
         shapes_(reinterpret_cast<tbm::TableShape *>(base_ + header->directoryOffset)),
         regions_(reinterpret_cast<const RegionEntry *>(shapes_ + header->tableCount)) {}
@@ -125,11 +126,11 @@ class DirectoryCheck {
   bool InfoIsGood() const {
     const auto *area = reinterpret_cast<const tbm::InfoArea *>(base_ + header_.infoOffset);
     const TbmTableDesc *descriptors = area->tables;
-    if (area->info.tableCount != header_.tableCount || area->info.tables != descriptors) return false;
+    if (area->info.tableCount != header_.tableCount || Here(area->info.tables) != descriptors) return false;
     for (uint32_t i = 0; i < header_.tableCount; ++i) {
       const TbmTableDesc &is = descriptors[i];
       const tbm::TableShape &should = shapes_[i];
-      if (is.name != base_ + should.nameOffset || is.keySize != should.keySize ||
+      if (Here(is.name) != base_ + should.nameOffset || is.keySize != should.keySize ||
           is.dataSize != should.dataSize || is.spec != should.capacity ||
           is.groupRuleSpec != should.groupRuleSpec) {
         return false;
@@ -139,6 +140,12 @@ class DirectoryCheck {
   }
 
  private:
+  // Where the byte at an address of the engine is mapped in this process. A wild address stays one: it is
+  // only compared.
+  const void *Here(const void *address) const {
+    return reinterpret_cast<const void *>(reinterpret_cast<uintptr_t>(address) + shift_);
+  }
+
   bool Holds(uint64_t offset, uint64_t size) const {
     return offset <= header_.totalSize && size <= header_.totalSize - offset;
   }
@@ -148,10 +155,13 @@ class DirectoryCheck {
     const tbm::TableShape &sessions = shapes_[kFlowPartitionTable];
     const void *nodes = base_ + sessions.indexOffset + tbm::NodesOffset(sessions);
     const TbmFlowPartition &partition = area.flowPartition;
-    return area.info.serverMaps == (shapes_[kServerMapTable].dataSize != 0 ? &area.serverMaps : nullptr) &&
-           area.info.flowPartition == (sessions.dataSize != 0 ? &partition : nullptr) &&
+    const auto leadsTo = [&](const void *pointer, const void *place, bool defined) {
+      return defined ? Here(pointer) == place : pointer == nullptr;
+    };
+    return leadsTo(area.info.serverMaps, &area.serverMaps, shapes_[kServerMapTable].dataSize != 0) &&
+           leadsTo(area.info.flowPartition, &partition, sessions.dataSize != 0) &&
            partition.nodeCount == sessions.nodeCount &&
-           (partition.nodes == nullptr || (sessions.nodeCount != 0 && partition.nodes == nodes));
+           (partition.nodes == nullptr || leadsTo(partition.nodes, nodes, sessions.nodeCount != 0));
   }
 
   bool ShapeIsGood(const tbm::TableShape &shape) const {
@@ -190,29 +200,54 @@ class DirectoryCheck {
   }
 
   const ArenaHeader &header_;
+  const ptrdiff_t shift_;
   char *const base_;
   const tbm::TableShape *const shapes_;
   const RegionEntry *const regions_;
 };
 
-}  // namespace
-
-std::unique_ptr<Arena> Arena::Attach(const std::string &path, Access access) {
-  auto impl = std::make_unique<Impl>();
-  impl->path = path;
+// The file and its header, which is good as far as the file alone tells.
+struct OpenedArena {
+  ArenaFile file;
+  ArenaHeader header;
   bool shared;
-  impl->file = Open(path, access, &shared);
-  const ArenaHeader header = ReadHeader(impl->file, path);
-  if (header.state == static_cast<uint32_t>(ArenaState::kBuilding)) {
+};
+
+OpenedArena OpenArena(const std::string &path, Arena::Access access) {
+  OpenedArena opened;
+  opened.file = Open(path, access, &opened.shared);
+  opened.header = ReadHeader(opened.file, path);
+  if (opened.header.state == static_cast<uint32_t>(ArenaState::kBuilding)) {
     throw HostError("the arena at " + path + " is not finished (wait until nqed has published it)");
   }
-  if (IsLive(access) && !impl->file.Locked()) {
+  if (IsLive(access) && !opened.file.Locked()) {
     throw HostError(
         "the engine is gone: the arena at " + path +
         " was left by a process that has ended (start nqed; to look into what it left use --snapshot " +
         path + ")");
   }
-  impl->writable = shared || !IsLive(access);
+  return opened;
+}
+
+void CheckMapped(ArenaHeader *mapped, const ArenaHeader &header, const std::string &path) {
+  const DirectoryCheck check(mapped);
+  if (std::memcmp(mapped, &header, offsetof(ArenaHeader, state)) != 0 || !check.TablesAreGood()) {
+    throw HostError("the arena at " + path + " has a damaged table directory" + kAgainHint);
+  }
+  if (!check.InfoIsGood()) {
+    throw HostError("the arena at " + path + " has damaged table descriptors" + kAgainHint);
+  }
+}
+
+}  // namespace
+
+std::unique_ptr<Arena> Arena::Attach(const std::string &path, Access access) {
+  auto impl = std::make_unique<Impl>();
+  OpenedArena opened = OpenArena(path, access);
+  const ArenaHeader &header = opened.header;
+  impl->path = path;
+  impl->file = std::move(opened.file);
+  impl->writable = opened.shared || !IsLive(access);
   impl->role = IsLive(access) ? Role::kClient : Role::kSnapshot;
   if (!impl->Map(header.base, header.totalSize, PROT_READ, IsLive(access) ? MAP_SHARED : MAP_PRIVATE)) {
     char address[32];
@@ -220,21 +255,28 @@ std::unique_ptr<Arena> Arena::Attach(const std::string &path, Access access) {
     throw HostError("cannot map the arena at " + path + " at its address " + address + ": " +
                     (errno == EEXIST ? "in use in this process (start the tool again)" : SystemText(errno)));
   }
-  const DirectoryCheck check(impl->header);
-  if (std::memcmp(impl->header, &header, offsetof(ArenaHeader, state)) != 0 || !check.TablesAreGood()) {
-    throw HostError("the arena at " + path + " has a damaged table directory" + kAgainHint);
-  }
-  if (!check.InfoIsGood()) {
-    throw HostError("the arena at " + path + " has damaged table descriptors" + kAgainHint);
-  }
+  CheckMapped(impl->header, header, path);
   // What is private takes writes as well, so that nothing faults; they stay in this process.
   const bool ready = IsLive(access)
-                         ? impl->SplitForClient(shared)
+                         ? impl->SplitForClient(opened.shared)
                          : mprotect(impl->Base() + header.recordsOffset,
                                     header.totalSize - header.recordsOffset, PROT_READ | PROT_WRITE) == 0;
   if (!ready) {
     throw HostError("cannot map the arena at " + path + ": " + SystemText(errno));
   }
+  return std::unique_ptr<Arena>(new Arena(std::move(impl)));
+}
+
+std::unique_ptr<Arena> Arena::Look(const std::string &path, Access access) {
+  auto impl = std::make_unique<Impl>();
+  OpenedArena opened = OpenArena(path, access);
+  impl->path = path;
+  impl->file = std::move(opened.file);
+  impl->role = Role::kReader;
+  if (!impl->MapAnywhere(opened.header.totalSize, IsLive(access) ? MAP_SHARED : MAP_PRIVATE)) {
+    throw HostError("cannot map the arena at " + path + ": " + SystemText(errno));
+  }
+  CheckMapped(impl->header, opened.header, path);
   return std::unique_ptr<Arena>(new Arena(std::move(impl)));
 }
 

@@ -20,6 +20,8 @@ struct Arena::Impl {
   // Maps the file at `base`; false with errno when that is not possible. `flags` are MAP_SHARED or
   // MAP_PRIVATE, `protection` is that of the whole mapping.
   bool Map(uint64_t base, uint64_t size, int protection, int flags);
+  // The same at whatever address is free, to be read.
+  bool MapAnywhere(uint64_t size, int flags);
   // Makes of the engine's bytes, mapped at the base to be read, what a client works on: records of its own
   // there, the engine's elsewhere, and the tail `shared` with all others or its own. False with errno.
   bool SplitForClient(bool shared);

@@ -10,6 +10,7 @@ namespace qdt::host {
 // The words of a tool's command line, taken off one by one. Throws HostError for an option without its value.
 class Arguments {
  public:
+  explicit Arguments(std::span<char *const> words) : words_(words) {}
   Arguments(int argc, char **argv) : words_(argv + (argc > 0), argv + argc) {}
 
   bool empty() const { return words_.empty(); }

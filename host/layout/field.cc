@@ -7,11 +7,11 @@
 #include <atomic>
 #include <bit>
 #include <charconv>
-#include <cstdio>
 #include <cstring>
 
 #include "host/base/host_error.h"
 #include "host/base/near_name.h"
+#include "host/layout/value_text.h"
 
 namespace qdt::host {
 namespace {
@@ -139,14 +139,6 @@ std::optional<WideValue> ParseMac(std::string_view text) {
 std::string Decimal(WideValue value, bool isSigned) {
   return isSigned ? std::to_string(static_cast<int64_t>(value))
                   : std::to_string(static_cast<uint64_t>(value));
-}
-
-std::string IpText(int family, WideValue value, uint32_t size) {
-  uint8_t bytes[16];
-  for (uint32_t i = 0; i < size; ++i) bytes[i] = static_cast<uint8_t>(value >> (8 * (size - 1 - i)));
-  char text[INET6_ADDRSTRLEN] = "";
-  inet_ntop(family, bytes, text, sizeof text);
-  return text;
 }
 
 }  // namespace
@@ -286,24 +278,8 @@ std::string RangeProblem(const FieldRef &field, const std::string &shown) {
 }
 
 std::string ValueText(const FieldRef &field, WideValue value) {
-  switch (FormOf(field.kind)) {
-    case ValueForm::kIpv4:
-      return IpText(AF_INET, value, 4);
-    case ValueForm::kIpv6:
-      return IpText(AF_INET6, value, 16);
-    case ValueForm::kMac: {
-      std::string text;
-      char byte[8];
-      for (int shift = 40; shift >= 0; shift -= 8) {
-        snprintf(byte, sizeof byte, "%02x%s", static_cast<unsigned>(value >> shift & 0xff),
-                 shift > 0 ? ":" : "");
-        text += byte;
-      }
-      return text;
-    }
-    default:
-      return Decimal(value, field.kind == FieldKind::kSigned);
-  }
+  char text[kValueRoom];
+  return {text, WriteValue(field, value, text)};
 }
 
 }  // namespace qdt::host

@@ -115,6 +115,10 @@ struct Field {
   // Where the record points to the structure when an entry has it; 0 for other fields. Structures that one
   // pointer leads to may share bytes.
   uint32_t pointer = 0;
+  // Of two structures that one pointer can lead to: the field of the record that tells them apart, and its
+  // value where it is this one.
+  std::string_view chosenBy;
+  uint32_t chosenValue = 0;
 
   // A structure that a record holds only when a field of its key has one of these values; the structures that
   // one key field selects may share bytes.

@@ -298,6 +298,11 @@ void LayoutReader::CheckRecordWide(const FieldSet &fields, const FieldSet &key) 
     }
     if (field.ref.kind == FieldKind::kAddress)
       Fail(at, std::string(field.name), "address is for keys (a record tells which kind it holds)");
+    if (const Field *choice = fields.Find(field.chosenBy);
+        !field.chosenBy.empty() && (choice == nullptr || choice->count != 0 || !choice->fields.empty())) {
+      Fail(at, std::string(field.name),
+           Quoted(field.chosenBy) + " is not a value of the record that could tell");
+    }
     for (const Field &inner : field.fields.all()) {
       at.line = inner.line;
       if (!inner.selector.empty() || !inner.clearedBy.empty())
@@ -376,7 +381,7 @@ Field LayoutReader::ReadLine(const YamlNode &node, const std::string &where) {
 
 Field LayoutReader::ReadStructure(const YamlNode &node, const std::string &where) {
   const std::string outer = std::exchange(where_, where_ + "." + where);
-  CheckProperties(node, {"at", "count", "stride", "variant", "pointer", "about", "fields"});
+  CheckProperties(node, {"at", "count", "stride", "variant", "pointer", "chosen_by", "about", "fields"});
   constexpr uint32_t kMost = 1u << 24;
   Field field;
   field.about = ReadAbout(node);
@@ -404,20 +409,32 @@ void LayoutReader::ReadPointer(const YamlNode &node, Field *field) {
   if (field->pointer % 8 != 0 || field->ref.offset % 8 != 0) {
     Fail(*node.Get("pointer"), "pointer", "pointer and structure must stand at multiples of 8 bytes");
   }
+  const YamlNode *choice = node.Get("chosen_by");
+  if (choice == nullptr) return;
+  const FieldValues chosen = ReadValues(*choice, "chosen_by", "FIELD VALUE");
+  if (chosen.values.size() != 1) Fail(*choice, "chosen_by", "more than one value (write FIELD VALUE)");
+  field->chosenBy = chosen.field;
+  field->chosenValue = chosen.values.front();
 }
 
-// KEYFIELD VALUE [VALUE ...]
 void LayoutReader::ReadVariant(const YamlNode &node, Field *field) {
+  FieldValues chosen = ReadValues(node, "variant", "KEYFIELD VALUE, with one value or several");
+  field->selector = chosen.field;
+  field->selectedBy = store_->Keep(std::move(chosen.values));
+}
+
+// FIELD VALUE [VALUE ...]
+LayoutReader::FieldValues LayoutReader::ReadValues(const YamlNode &node, const char *property,
+                                                   const char *form) {
   std::istringstream words(node.text);
-  std::string selector;
-  words >> selector;
-  std::vector<uint32_t> values;
-  for (uint32_t value; words >> value;) values.push_back(value);
-  field->selector = store_->Keep(std::move(selector));
-  field->selectedBy = store_->Keep(std::move(values));
-  if (field->selectedBy.empty() || !words.eof()) {
-    Fail(node, "variant", "not a choice (write KEYFIELD VALUE, with one value or several)");
-  }
+  FieldValues read;
+  std::string name;
+  words >> name;
+  for (uint32_t value; words >> value;) read.values.push_back(value);
+  if (read.values.empty() || !words.eof())
+    Fail(node, property, "not a choice (write " + std::string(form) + ")");
+  read.field = store_->Keep(std::move(name));
+  return read;
 }
 
 // Entries of one owner begin with its key, and so can be walked together.

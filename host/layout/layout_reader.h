@@ -52,6 +52,11 @@ class LayoutReader {
   void CheckRecordWide(const FieldSet &fields, const FieldSet &key);
   void CheckMeanings(const FieldSet &fields);
   void ReadPointer(const YamlNode &node, Field *field);
+  struct FieldValues {
+    std::string_view field;
+    std::vector<uint32_t> values;
+  };
+  FieldValues ReadValues(const YamlNode &node, const char *property, const char *form);
   void ReadVariant(const YamlNode &node, Field *field);
   void JoinToOwner(TableLayout *table);
 

@@ -310,10 +310,10 @@ void ExpectSame(const FieldSet &a, const FieldSet &b, const std::string &where) 
     EXPECT_TRUE(x.constant == y.constant) << path;
     EXPECT_TRUE(SameWords(x.targets, y.targets) && SameWords(x.selectedBy, y.selectedBy)) << path;
     EXPECT_TRUE(SameWords(x.agreesWith, y.agreesWith)) << path;
-    EXPECT_EQ(std::tie(x.count, x.stride, x.clearedBy, x.line, x.pointer, x.selector, x.elementSize, x.role,
-                       x.about, x.unit, x.leadsTo, x.mustLead, x.counts),
-              std::tie(y.count, y.stride, y.clearedBy, y.line, y.pointer, y.selector, y.elementSize, y.role,
-                       y.about, y.unit, y.leadsTo, y.mustLead, y.counts))
+    EXPECT_EQ(std::tie(x.count, x.stride, x.clearedBy, x.line, x.pointer, x.chosenBy, x.chosenValue,
+                       x.selector, x.elementSize, x.role, x.about, x.unit, x.leadsTo, x.mustLead, x.counts),
+              std::tie(y.count, y.stride, y.clearedBy, y.line, y.pointer, y.chosenBy, y.chosenValue,
+                       y.selector, y.elementSize, y.role, y.about, y.unit, y.leadsTo, y.mustLead, y.counts))
         << path;
     ExpectSame(x.fields, y.fields, path);
   }

@@ -17,6 +17,7 @@
 #include "qdt/tables.h"
 #include "tools/nqecli/attach.h"
 #include "tools/nqecli/catalog.h"
+#include "tools/nqecli/command.h"
 #include "tools/nqecli/output.h"
 #include "tools/nqecli/query.h"
 #include "tools/nqecli/snapshot.h"
@@ -28,14 +29,6 @@ using host::Arguments;
 using host::EntryPoint;
 using host::HostError;
 using host::Quoted;
-
-// A subcommand; the library's command families come beside these. Gets the words behind its name.
-struct Command {
-  const char *name;
-  const char *usage;
-  const char *help;
-  ExitCode (*run)(const Place &place, std::span<char *const> words);
-};
 
 ExitCode RunDirect(const Place &place, const EntryPoint &entry, std::span<char *const> words) {
   // A name alone asks for the usage list, which takes no engine unless the family stands on a region.
@@ -147,7 +140,9 @@ std::string Help() {
   for (const EntryPoint &entry : host::EntryPoints()) {
     AddHelpLine(&text, std::string(entry.name) + " WORDS...", entry.help);
   }
-  for (const Command &command : kCommands) AddHelpLine(&text, command.usage, command.help);
+  for (const std::span<const Command> commands : {std::span<const Command>(kCommands), DataCommands()}) {
+    for (const Command &command : commands) AddHelpLine(&text, command.usage, command.help);
+  }
   text += "\n" + PlaceHelp();
   AddHelpLine(&text, "--help, --version", "this text; version and how the tool was built");
   text += "\nexit codes: 0 an answer, 1 the query failed, 2 bad usage or no engine\n";
@@ -167,8 +162,10 @@ ExitCode Run(Arguments arguments) {
   if (const EntryPoint *entry = host::FindEntryPoint(arguments.front())) {
     return RunDirect(place, *entry, arguments.rest());
   }
-  for (const Command &command : kCommands) {
-    if (arguments.Take(command.name)) return command.run(place, arguments.rest());
+  for (const std::span<const Command> commands : {std::span<const Command>(kCommands), DataCommands()}) {
+    for (const Command &command : commands) {
+      if (arguments.Take(command.name)) return command.run(place, arguments.rest());
+    }
   }
   throw HostError("unknown command " + Quoted(arguments.front()) + "; try --help");
 }

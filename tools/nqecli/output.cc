@@ -48,6 +48,16 @@ bool WriteAnswer(std::string_view text) {
   return false;
 }
 
+void WriteOut(std::string_view text) {
+  if (WriteAll(STDOUT_FILENO, text)) return;
+  if (errno == EPIPE) throw OutputClosed();
+  throw host::SystemError("cannot write the answer");
+}
+
+void WriteAside(std::string_view lines) {
+  if (!lines.empty()) WriteAll(STDERR_FILENO, lines);
+}
+
 void WriteError(std::string_view text) {
   std::string line = "nqecli: ";
   line += text;
@@ -64,6 +74,8 @@ int RunTool(int argc, char **argv, ExitCode (*run)(host::Arguments arguments)) {
   sigprocmask(SIG_BLOCK, &signals, nullptr);
   try {
     return run(host::Arguments(argc, argv));
+  } catch (const OutputClosed &) {
+    return kUnusable;
   } catch (const std::exception &error) {
     WriteError(error.what());
     return kUnusable;

@@ -1,6 +1,7 @@
 #ifndef TOOLS_NQECLI_OUTPUT_H_
 #define TOOLS_NQECLI_OUTPUT_H_
 
+#include <exception>
 #include <string_view>
 
 #include "host/base/arguments.h"
@@ -21,6 +22,18 @@ bool WriteAnswer(std::string_view text);
 
 // WriteAnswer as a command's end.
 inline ExitCode Print(std::string_view text) { return WriteAnswer(text) ? kAnswered : kUnusable; }
+
+// What WriteOut throws when nobody reads standard output any longer: whoever closes a pipe early has seen
+// enough.
+struct OutputClosed : std::exception {
+  const char *what() const noexcept override { return "standard output is closed"; }
+};
+
+// Writes a part of an answer. Throws HostError or OutputClosed.
+void WriteOut(std::string_view text);
+
+// Remarks on an answer, lines to standard error.
+void WriteAside(std::string_view lines);
 
 // One line on standard error: "nqecli: TEXT".
 void WriteError(std::string_view text);

@@ -120,6 +120,7 @@ class LayoutWriter {
          << ", .fields = " << Fields(field.fields) << ", .targets = " << Texts(field.targets)
          << ", .constant = " << Constant(field.constant) << ", .clearedBy = " << Text(field.clearedBy)
          << ", .line = " << Number(field.line) << ", .pointer = " << Number(field.pointer)
+         << ", .chosenBy = " << Text(field.chosenBy) << ", .chosenValue = " << Number(field.chosenValue)
          << ", .selector = " << Text(field.selector) << ", .selectedBy = " << Numbers(field.selectedBy)
          << ", .elementSize = " << Number(field.elementSize) << ", .role = static_cast<FieldRole>("
          << Number(static_cast<uint8_t>(field.role)) << "), .about = " << Text(field.about)

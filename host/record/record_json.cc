@@ -1,0 +1,186 @@
+#include "host/record/record_json.h"
+
+#include <algorithm>
+#include <string>
+
+#include "host/layout/value_text.h"
+
+namespace qdt::host {
+namespace {
+
+void WriteReference(JsonWriter *json, const RecordBytes &record, const Field &field, uint64_t address) {
+  const Reference to = record.source.Resolve(field.targets, address);
+  char text[kValueRoom];
+  const std::string_view hex(text, WriteHex(address, text));
+  if (to.kind == Reference::Kind::kNone) {
+    json->Null();
+    return;
+  }
+  if (to.kind == Reference::Kind::kWild) return JsonText(json, hex);
+  const bool named = field.targets.size() > 1;
+  if (named) {
+    json->StartObject();
+    JsonKey(json, to.table->shortName);
+  }
+  if (to.kind == Reference::Kind::kEntry) {
+    WriteJsonKey(json, *to.table, to.key);
+  } else {
+    json->StartObject();
+    JsonKey(json, "stale");
+    JsonText(json, hex);
+    json->EndObject();
+  }
+  if (named) json->EndObject();
+}
+
+void WriteNumber(JsonWriter *json, const FieldRef &ref, WideValue value) {
+  if (ref.Width() == 1) {
+    json->Bool(value != 0);
+  } else if (ref.kind == FieldKind::kSigned) {
+    json->Int64(static_cast<int64_t>(value));
+  } else {
+    json->Uint64(static_cast<uint64_t>(value));
+  }
+}
+
+void WriteStructure(JsonWriter *json, const RecordBytes &record, const ShapeNode &node, uint32_t base) {
+  json->StartObject();
+  for (const ShapeNode &inner : node.inner) {
+    JsonKey(json, inner.name);
+    WriteJsonNode(json, record, inner, base, node.field->fields);
+  }
+  json->EndObject();
+}
+
+const uint8_t *BytesOf(const RecordBytes &record, bool inKey) { return inKey ? record.key : record.record; }
+
+// What a pointer leads to instead of the entry's own structure.
+void WriteStrayed(JsonWriter *json, uint64_t pointer) {
+  char text[kValueRoom];
+  json->StartObject();
+  JsonKey(json, "stale");
+  JsonText(json, {text, WriteHex(pointer, text)});
+  json->EndObject();
+}
+
+}  // namespace
+
+void JsonEscaped(JsonWriter *json, std::string_view text) {
+  std::string escaped;
+  AppendEscaped(text, &escaped);
+  JsonText(json, escaped);
+}
+
+void WriteJsonKey(JsonWriter *json, const TableLayout &table, const uint8_t *key) {
+  json->StartObject();
+  for (const Field &field : table.key.all()) {
+    if (field.constant) continue;
+    JsonKey(json, field.name);
+    const FieldRef ref = field.ref.kind == FieldKind::kAddress ? NarrowAddressIn(field.ref, key) : field.ref;
+    char text[kValueRoom];
+    if (ref.kind == FieldKind::kText) {
+      JsonEscaped(json, ref.GetText(key));
+    } else if (FormOf(ref.kind) == ValueForm::kNumber) {
+      WriteNumber(json, ref, ref.Read(key));
+    } else {
+      JsonText(json, {text, WriteValue(ref, ref.Read(key), text)});
+    }
+  }
+  json->EndObject();
+}
+
+void WriteJsonValue(JsonWriter *json, const RecordBytes &record, const Field &field, const FieldRef &ref,
+                    const uint8_t *bytes) {
+  char text[kValueRoom];
+  switch (FormOf(ref.kind)) {
+    case ValueForm::kText:
+      return JsonEscaped(json, ref.GetText(bytes));
+    case ValueForm::kReference:
+      return WriteReference(json, record, field, ref.Get(bytes));
+    case ValueForm::kAddress: {
+      const FieldRef narrow = NarrowAddressIn(ref, bytes);
+      return JsonText(json, {text, WriteValue(narrow, narrow.Read(bytes), text)});
+    }
+    case ValueForm::kNumber:
+      return WriteNumber(
+          json, ref, IsTimeAgo(ref.kind) ? record.source.SecondsAgo(ref, ref.Read(bytes)) : ref.Read(bytes));
+    default:
+      return JsonText(json, {text, WriteValue(ref, ref.Read(bytes), text)});
+  }
+}
+
+uint32_t ShownElements(const Field &field, uint32_t base, const FieldSet &beside, const uint8_t *bytes) {
+  const uint8_t *first = bytes + base + field.ref.offset;
+  const auto isZero = [](uint8_t byte) { return byte == 0; };
+  uint32_t shown = field.count;
+  while (shown > 0 && std::all_of(first + (shown - 1) * field.stride,
+                                  first + (shown - 1) * field.stride + field.elementSize, isZero)) {
+    --shown;
+  }
+  for (const Field &counter : beside.all()) {
+    if (counter.counts != field.name) continue;
+    const uint64_t counted = counter.ref.At(base).Get(bytes);
+    if (counted <= field.count) shown = std::max(shown, static_cast<uint32_t>(counted));
+  }
+  return shown;
+}
+
+void WriteJsonNode(JsonWriter *json, const RecordBytes &record, const ShapeNode &node, uint32_t base,
+                   const FieldSet &beside) {
+  const Field &field = *node.field;
+  const uint8_t *bytes = BytesOf(record, node.inKey);
+  const auto write = [&](uint32_t element) {
+    const uint32_t at = base + element * field.stride;
+    if (node.IsStructure()) {
+      WriteStructure(json, record, node, at + field.ref.offset);
+    } else {
+      WriteJsonValue(json, record, field, field.ref.At(at), bytes);
+    }
+  };
+  if (!node.IsArray()) return write(node.element.value_or(0));
+  json->StartArray();
+  const uint32_t shown = ShownElements(field, base, beside, bytes);
+  for (uint32_t i = 0; i < shown; ++i) write(i);
+  json->EndArray();
+}
+
+bool DiffersFromKey(const ShapeNode &node, const RecordBytes &record) {
+  if (node.twin == nullptr) return false;
+  if (node.field->ref.kind == FieldKind::kText)
+    return node.twin->ref.GetText(record.record) != node.field->ref.GetText(record.key);
+  return node.twin->ref.Read(record.record) != node.field->ref.Read(record.key);
+}
+
+void WriteJson(JsonWriter *json, const RecordBytes &record, const RecordShape &shape) {
+  json->StartObject();
+  bool differs = false;
+  for (const ShapeNode &node : shape.nodes) {
+    const Field &field = *node.field;
+    if (node.inKey) {
+      if (field.constant && node.twin == nullptr) continue;
+      differs = differs || DiffersFromKey(node, record);
+    } else if (record.entry != nullptr && (field.pointer != 0 || !field.selector.empty())) {
+      if (!record.entry->Has(field)) continue;
+      if (field.pointer != 0 && record.entry->IsStrayed(field)) {
+        JsonKey(json, node.name);
+        WriteStrayed(json, record.entry->PointerTo(field));
+        continue;
+      }
+    }
+    JsonKey(json, node.name);
+    WriteJsonNode(json, record, node, 0, record.entry == nullptr ? FieldSet() : record.entry->table().fields);
+  }
+  if (differs) {
+    JsonKey(json, "record");
+    json->StartObject();
+    for (const ShapeNode &node : shape.nodes) {
+      if (!DiffersFromKey(node, record)) continue;
+      JsonKey(json, node.name);
+      WriteJsonValue(json, record, *node.twin, node.twin->ref, record.record);
+    }
+    json->EndObject();
+  }
+  json->EndObject();
+}
+
+}  // namespace qdt::host

@@ -1,0 +1,69 @@
+#ifndef HOST_RECORD_RECORD_JSON_H_
+#define HOST_RECORD_RECORD_JSON_H_
+
+#include <rapidjson/writer.h>
+
+#include <string_view>
+
+#include "host/record/record_shape.h"
+#include "host/record/record_source.h"
+#include "host/record/text_out.h"
+
+namespace qdt::host {
+
+// Texts are valid UTF-8 by the time they get here (AppendEscaped).
+using JsonWriter = rapidjson::Writer<TextOut>;
+
+inline void JsonText(JsonWriter *json, std::string_view text) {
+  json->String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
+}
+inline void JsonKey(JsonWriter *json, std::string_view key) {
+  json->Key(key.data(), static_cast<rapidjson::SizeType>(key.size()));
+}
+// A text of an engine, escaped.
+void JsonEscaped(JsonWriter *json, std::string_view text);
+
+// A record's bytes, and what tells which of its structures it has; for regions `entry` is null, and so is
+// `key`.
+struct RecordBytes {
+  const RecordSource &source;
+  const EntryReader *entry;
+  const uint8_t *key;
+  const uint8_t *record;
+
+  explicit RecordBytes(const RecordSource &from, const EntryReader &reader)
+      : source(from), entry(&reader), key(reader.entry().key), record(reader.entry().record) {}
+  RecordBytes(const RecordSource &from, const uint8_t *region)
+      : source(from), entry(nullptr), key(nullptr), record(region) {}
+};
+
+// Writes records as JSON objects: fields by their names; structures as objects, left out where the record
+// does not have them; arrays without the zeros at their end, but for as many elements as the record counts;
+// single bits as booleans, numbers exactly; addresses as text; times as seconds ago; references as the key of
+// the entry that they lead to ({"index": 5}, by name of its table where there are several: {"nhp": {"index":
+// 5}}), as {"stale": "0x7f0000001000"} where no entry is any more, null, or any other address as
+// "0x7f0000001000".
+//
+// A record whose field says another thing than its key has the field again in an object named "record".
+void WriteJson(JsonWriter *json, const RecordBytes &record, const RecordShape &shape);
+
+// The fields of `key`, a whole key of the table, as an object.
+void WriteJsonKey(JsonWriter *json, const TableLayout &table, const uint8_t *key);
+
+// One node's value; of an array all that is shown of it. `base` is where its structure begins.
+void WriteJsonNode(JsonWriter *json, const RecordBytes &record, const ShapeNode &node, uint32_t base,
+                   const FieldSet &beside);
+
+// A single value, `bytes` of the key or record.
+void WriteJsonValue(JsonWriter *json, const RecordBytes &record, const Field &field, const FieldRef &ref,
+                    const uint8_t *bytes);
+
+// How many elements of the array at `base` are shown. `beside` are the fields of its structure.
+uint32_t ShownElements(const Field &field, uint32_t base, const FieldSet &beside, const uint8_t *bytes);
+
+// Whether the record's own field says another thing than the key's of the same name.
+bool DiffersFromKey(const ShapeNode &node, const RecordBytes &record);
+
+}  // namespace qdt::host
+
+#endif  // HOST_RECORD_RECORD_JSON_H_

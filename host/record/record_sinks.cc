@@ -1,0 +1,270 @@
+#include "host/record/record_sinks.h"
+
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+#include "host/record/record_yaml.h"
+
+namespace qdt::host {
+namespace {
+
+// {"table": "fib", "id": 1, "records": [{...}], "count": N, "truncated": false}
+class JsonSink : public RecordSink {
+ public:
+  JsonSink(TextOut *out, const AnswerName &name, const RecordShape &shape)
+      : out_(*out), name_(name), shape_(shape), json_(*out) {}
+
+  void Begin() override {
+    json_.StartObject();
+    JsonKey(&json_, name_.kind);
+    JsonText(&json_, name_.name);
+    if (name_.kind != "region") {
+      JsonKey(&json_, "id");
+      json_.Uint(name_.id);
+    }
+    JsonKey(&json_, "records");
+    json_.StartArray();
+  }
+  void Record(const RecordBytes &record) override { WriteJson(&json_, record, shape_); }
+  void End(uint64_t count, bool truncated) override {
+    json_.EndArray();
+    JsonKey(&json_, "count");
+    json_.Uint64(count);
+    JsonKey(&json_, "truncated");
+    json_.Bool(truncated);
+    json_.EndObject();
+    out_.Put('\n');
+  }
+  // A document that stops in the middle is none.
+  void Fail(std::string_view) override { out_.Put('\n'); }
+
+ private:
+  TextOut &out_;
+  AnswerName name_;
+  const RecordShape &shape_;
+  JsonWriter json_;
+};
+
+class JsonLinesSink : public RecordSink {
+ public:
+  JsonLinesSink(TextOut *out, const RecordShape &shape) : out_(*out), shape_(shape) {}
+
+  void Record(const RecordBytes &record) override {
+    JsonWriter json(out_);
+    WriteJson(&json, record, shape_);
+    out_.Put('\n');
+  }
+  void End(uint64_t count, bool truncated) override {
+    if (!truncated) return;
+    JsonWriter json(out_);
+    json.StartObject();
+    JsonKey(&json, "truncated");
+    json.Bool(true);
+    JsonKey(&json, "count");
+    json.Uint64(count);
+    json.EndObject();
+    out_.Put('\n');
+  }
+  void Fail(std::string_view message) override {
+    JsonWriter json(out_);
+    json.StartObject();
+    JsonKey(&json, "error");
+    JsonEscaped(&json, message);
+    json.EndObject();
+    out_.Put('\n');
+  }
+
+ private:
+  TextOut &out_;
+  const RecordShape &shape_;
+};
+
+// RFC 4180, with a line of names.
+class CsvSink : public RecordSink {
+ public:
+  CsvSink(TextOut *out, const RecordShape &shape, const FieldSet &fields)
+      : out_(*out), columns_(ColumnsOf(shape, fields)) {}
+
+  void Begin() override {
+    for (const RowColumn &column : columns_) Cell(column.path);
+    EndLine();
+  }
+  void Record(const RecordBytes &record) override {
+    for (const RowColumn &column : columns_) {
+      cell_.clear();
+      cells_.Append(record, column, &cell_);
+      Cell(cell_);
+    }
+    EndLine();
+  }
+  void End(uint64_t count, bool truncated) override {
+    if (truncated) Remark("truncated behind " + std::to_string(count) + " records");
+  }
+  void Fail(std::string_view message) override { Remark("error: " + std::string(message)); }
+
+ private:
+  void Cell(std::string_view text) {
+    if (!std::exchange(atStart_, false)) out_.Put(',');
+    if (text.find_first_of("\",\r\n") == text.npos) return out_.Append(text);
+    out_.Put('"');
+    for (const char c : text) {
+      if (c == '"') out_.Put(c);
+      out_.Put(c);
+    }
+    out_.Put('"');
+  }
+  void EndLine() {
+    out_.Append("\r\n");
+    atStart_ = true;
+  }
+  // No line of the table: it has one cell.
+  void Remark(const std::string &text) {
+    Cell("#" + text);
+    EndLine();
+  }
+
+  TextOut &out_;
+  const std::vector<RowColumn> columns_;
+  CellWriter cells_;
+  std::string cell_;
+  bool atStart_ = true;
+};
+
+// Columns as wide as the first records need them.
+class ColumnSink : public RecordSink {
+ public:
+  ColumnSink(TextOut *out, const RecordShape &shape, const FieldSet &fields, uint32_t width,
+             std::string *aside)
+      : out_(*out), columns_(ColumnsOf(shape, fields)), limit_(width), aside_(aside) {}
+
+  void Record(const RecordBytes &record) override {
+    std::vector<std::string> row(columns_.size());
+    for (size_t i = 0; i < columns_.size(); ++i) cells_.Append(record, columns_[i], &row[i]);
+    if (measured_) return Line(row);
+    first_.push_back(std::move(row));
+    if (first_.size() == kMeasured) Measure();
+  }
+  void End(uint64_t count, bool truncated) override {
+    Measure();
+    if (aside_ == nullptr) return;
+    if (truncated)
+      *aside_ += "more entries follow behind these " + std::to_string(count) + "; raise --limit\n";
+    if (shown_ < columns_.size()) {
+      *aside_ += std::to_string(columns_.size() - shown_) +
+                 " more columns do not fit the line; choose with --fields, or ask for --json\n";
+    }
+  }
+  void Fail(std::string_view message) override {
+    Measure();
+    out_.Append("error: ");
+    out_.Append(message);
+    out_.Put('\n');
+  }
+
+ private:
+  static constexpr size_t kMeasured = 256;
+
+  void Measure() {
+    if (std::exchange(measured_, true)) return;
+    std::vector<std::string> names;
+    for (const RowColumn &column : columns_) names.push_back(column.path);
+    widths_.resize(columns_.size());
+    uint64_t used = 0;
+    for (size_t i = 0; i < columns_.size(); ++i) {
+      widths_[i] = names[i].size();
+      for (const auto &row : first_) widths_[i] = std::max(widths_[i], Characters(row[i]));
+      used += widths_[i] + (i == 0 ? 0 : 2);
+      if (limit_ != 0 && used > limit_ && i > 0) break;
+      shown_ = i + 1;
+    }
+    // A list of nothing has no heading.
+    if (!first_.empty()) Line(names);
+    for (const auto &row : first_) Line(row);
+    first_.clear();
+  }
+
+  static size_t Characters(std::string_view text) {
+    return static_cast<size_t>(
+        std::ranges::count_if(text, [](char c) { return (static_cast<uint8_t>(c) & 0xc0) != 0x80; }));
+  }
+
+  void Line(const std::vector<std::string> &row) {
+    size_t blanks = 0;
+    for (size_t i = 0; i < shown_; ++i) {
+      const size_t pad = widths_[i] - std::min(widths_[i], Characters(row[i]));
+      if (columns_[i].IsNumber()) blanks += pad;
+      if (!row[i].empty()) {
+        for (; blanks > 0; --blanks) out_.Put(' ');
+        out_.Append(row[i]);
+      }
+      blanks += 2 + (columns_[i].IsNumber() ? 0 : pad);
+    }
+    out_.Put('\n');
+  }
+
+  TextOut &out_;
+  const std::vector<RowColumn> columns_;
+  const uint32_t limit_;
+  std::string *const aside_;
+  CellWriter cells_;
+  std::vector<std::vector<std::string>> first_;
+  std::vector<size_t> widths_;
+  size_t shown_ = 0;
+  bool measured_ = false;
+};
+
+class YamlSink : public RecordSink {
+ public:
+  YamlSink(TextOut *out, const AnswerName &name, const RecordShape &shape)
+      : out_(*out), name_(name), shape_(shape), yaml_(out) {}
+
+  void Begin() override {
+    out_.Append(name_.name);
+    out_.Put(':');
+  }
+  void Record(const RecordBytes &record) override {
+    out_.Append("\n  - ");
+    yaml_.Record(record, shape_);
+    any_ = true;
+  }
+  void End(uint64_t count, bool truncated) override {
+    out_.Append(any_ ? "\n" : " []\n");
+    if (truncated) out_.Append("# truncated behind " + std::to_string(count) + " entries\n");
+  }
+  // Not YAML, so that nobody loads a part for the whole.
+  void Fail(std::string_view message) override {
+    out_.Append("\n%error: ");
+    out_.Append(message);
+    out_.Put('\n');
+  }
+
+ private:
+  TextOut &out_;
+  AnswerName name_;
+  const RecordShape &shape_;
+  YamlWriter yaml_;
+  bool any_ = false;
+};
+
+}  // namespace
+
+std::unique_ptr<RecordSink> MakeSink(RecordFormat format, TextOut *out, const AnswerName &name,
+                                     const RecordShape &shape, const FieldSet &fields, uint32_t width,
+                                     std::string *aside) {
+  switch (format) {
+    case RecordFormat::kJson:
+      return std::make_unique<JsonSink>(out, name, shape);
+    case RecordFormat::kJsonLines:
+      return std::make_unique<JsonLinesSink>(out, shape);
+    case RecordFormat::kCsv:
+      return std::make_unique<CsvSink>(out, shape, fields);
+    case RecordFormat::kYaml:
+      return std::make_unique<YamlSink>(out, name, shape);
+    case RecordFormat::kColumns:
+      break;
+  }
+  return std::make_unique<ColumnSink>(out, shape, fields, width, aside);
+}
+
+}  // namespace qdt::host

@@ -1,0 +1,167 @@
+#include "tools/nqecli/data_words.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <charconv>
+
+#include "host/base/host_error.h"
+#include "host/base/near_name.h"
+#include "host/wire/paths.h"
+
+namespace qdt::nqecli {
+namespace {
+
+using host::HostError;
+using host::Quoted;
+using host::RecordFormat;
+
+struct Flag {
+  DataOption option;
+  std::string_view name;
+};
+
+constexpr Flag kFlags[] = {
+    {kOptionJson, "--json"}, {kOptionLines, "--ndjson"}, {kOptionCsv, "--csv"},
+    {kOptionYaml, "--yaml"}, {kOptionCount, "--count"},  {kOptionCounters, "--counters"},
+};
+
+constexpr Flag kValues[] = {
+    {kOptionFields, "--fields"}, {kOptionSort, "--sort"}, {kOptionLimit, "--limit"},
+    {kOptionWarn, "--warn"},     {kOptionInterval, "-i"}, {kOptionTimes, "--times"},
+};
+
+uint64_t ReadNumber(std::string_view option, const std::string &text, uint64_t least, uint64_t most) {
+  uint64_t number = 0;
+  const char *end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, number);
+  if (error == std::errc() && stop == end && number >= least && number <= most) return number;
+  throw HostError(std::string(option) + " " + Quoted(text) + " is not a number from " +
+                  std::to_string(least) + " to " + std::to_string(most));
+}
+
+double ReadSeconds(const std::string &text) {
+  double seconds = 0;
+  const char *end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, seconds);
+  if (error == std::errc() && stop == end && seconds >= 0.1 && seconds <= 86400) return seconds;
+  throw HostError("-i " + Quoted(text) + " is not a number of seconds from 0.1 to 86400");
+}
+
+void SetFormat(DataWords *words, std::string_view flag, RecordFormat format) {
+  if (words->format != RecordFormat::kColumns && words->format != format)
+    throw HostError(std::string(flag) + " and another form exclude each other; name one");
+  words->format = format;
+}
+
+void SetFlag(DataWords *words, const Flag &flag) {
+  switch (flag.option) {
+    case kOptionJson:
+      return SetFormat(words, flag.name, RecordFormat::kJson);
+    case kOptionLines:
+      return SetFormat(words, flag.name, RecordFormat::kJsonLines);
+    case kOptionCsv:
+      return SetFormat(words, flag.name, RecordFormat::kCsv);
+    case kOptionYaml:
+      return SetFormat(words, flag.name, RecordFormat::kYaml);
+    case kOptionCount:
+      words->count = true;
+      return;
+    default:
+      words->counters = true;
+  }
+}
+
+void SetValue(DataWords *words, const Flag &flag, const std::string &value) {
+  switch (flag.option) {
+    case kOptionFields:
+      words->fields = value;
+      return;
+    case kOptionSort:
+      words->sort = value;
+      return;
+    case kOptionLimit:
+      words->limit = ReadNumber(flag.name, value, 0, UINT64_MAX - 1);
+      return;
+    case kOptionWarn:
+      words->warn = static_cast<uint32_t>(ReadNumber(flag.name, value, 1, 100));
+      return;
+    case kOptionInterval:
+      words->interval = ReadSeconds(value);
+      return;
+    default:
+      words->times = ReadNumber(flag.name, value, 1, UINT64_MAX);
+  }
+}
+
+bool TakeFlag(host::Arguments *arguments, DataWords *words, uint32_t takes) {
+  for (const Flag &flag : kFlags) {
+    if ((takes & flag.option) == 0 || !arguments->Take(flag.name)) continue;
+    SetFlag(words, flag);
+    return true;
+  }
+  std::string value;
+  for (const Flag &flag : kValues) {
+    if ((takes & flag.option) == 0 || !arguments->TakeValue(flag.name, &value)) continue;
+    SetValue(words, flag, value);
+    return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+DataWords::DataWords(const Place &given, std::span<char *const> all, uint32_t takes) : place(given) {
+  host::Arguments arguments(all);
+  while (!arguments.empty()) {
+    if (!arguments.AtOption()) {
+      words.emplace_back(arguments.front());
+      arguments.Take(arguments.front());
+    } else if (!TakePlace(&arguments, &place) && !TakeFlag(&arguments, this, takes)) {
+      host::NearName near(arguments.front());
+      std::string_view nearest;
+      for (const std::span<const Flag> flags :
+           {std::span<const Flag>(kFlags), std::span<const Flag>(kValues)}) {
+        for (const Flag &flag : flags) {
+          if ((takes & flag.option) != 0 && near.Offer(flag.name)) nearest = flag.name;
+        }
+      }
+      throw HostError("unknown option " + Quoted(arguments.front()) +
+                      host::DidYouMean(nearest, "try --help"));
+    }
+  }
+}
+
+std::unique_ptr<host::RecordSource> OpenSource(const Place &place) {
+  const host::Layout &layout = host::Layout::BuiltIn();
+  if (place.saved()) return host::RecordSource::OfSnapshot(place.snapshot, layout);
+  return host::RecordSource::OfEngine(place.arena.empty() ? host::kDefaultArena : place.arena, layout);
+}
+
+const host::TableLayout &TableOf(std::string_view name) {
+  const host::Layout &layout = host::Layout::BuiltIn();
+  const host::TableLayout *table = layout.FindTable(name);
+  if (table == nullptr) {
+    host::NearName near(name);
+    std::string_view nearest;
+    for (const host::TableLayout &other : layout.tables()) {
+      if (!other.fields.empty() && near.Offer(other.shortName)) nearest = other.shortName;
+    }
+    throw HostError("unknown table " + Quoted(name) +
+                    host::DidYouMean(nearest, "\"nqecli usage\" lists them"));
+  }
+  if (table->fields.empty())
+    throw HostError("nothing is known of the fields of table " + std::string(name) +
+                    ", so that it cannot be read");
+  return *table;
+}
+
+void StandardOut::Write(std::string_view text) { WriteOut(text); }
+
+uint32_t TerminalWidth() {
+  winsize size = {};
+  if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0) return 0;
+  return size.ws_col;
+}
+
+}  // namespace qdt::nqecli

@@ -1,0 +1,70 @@
+#ifndef TOOLS_NQECLI_DATA_WORDS_H_
+#define TOOLS_NQECLI_DATA_WORDS_H_
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/record/record_sinks.h"
+#include "host/record/record_source.h"
+#include "tools/nqecli/attach.h"
+#include "tools/nqecli/output.h"
+
+namespace qdt::nqecli {
+
+// The options of the commands that show data, each a bit: a command says which of them it takes.
+enum DataOption : uint32_t {
+  kOptionJson = 1 << 0,
+  kOptionLines = 1 << 1,  // --ndjson
+  kOptionCsv = 1 << 2,
+  kOptionYaml = 1 << 3,
+  kOptionFields = 1 << 4,
+  kOptionSort = 1 << 5,
+  kOptionLimit = 1 << 6,
+  kOptionCount = 1 << 7,
+  kOptionCounters = 1 << 8,
+  kOptionWarn = 1 << 9,
+  kOptionInterval = 1 << 10,  // -i SECONDS
+  kOptionTimes = 1 << 11,
+};
+constexpr uint32_t kOptionForms = kOptionJson | kOptionLines | kOptionCsv;
+
+// The words of a command that shows data: options stand anywhere among the others.
+struct DataWords {
+  Place place;
+  std::vector<std::string> words;  // all that are no options
+  host::RecordFormat format = host::RecordFormat::kColumns;
+  std::string fields;
+  std::string sort;
+  uint64_t limit = UINT64_MAX;
+  bool count = false;
+  bool counters = false;
+  uint32_t warn = 0;    // percent; 0 when not given
+  double interval = 0;  // seconds; 0 when not given
+  uint64_t times = 0;   // 0 when not given
+
+  // Throws HostError for an option that the command does not take.
+  DataWords(const Place &given, std::span<char *const> all, uint32_t takes);
+};
+
+// Where the records are read: of the place's engine, or of its saved arena.
+std::unique_ptr<host::RecordSource> OpenSource(const Place &place);
+
+// The table of a name, with fields. Throws HostError with the name that was meant.
+const host::TableLayout &TableOf(std::string_view name);
+
+// Standard output. Throws HostError when it takes no more, and OutputClosed when nobody reads it any longer.
+class StandardOut : public host::TextOut {
+ private:
+  void Write(std::string_view text) override;
+};
+
+// Characters of a line on the terminal behind standard output; 0 when that is none.
+uint32_t TerminalWidth();
+
+}  // namespace qdt::nqecli
+
+#endif  // TOOLS_NQECLI_DATA_WORDS_H_
