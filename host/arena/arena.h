@@ -64,6 +64,9 @@ class Arena {
   // pointer in them, and so may look at many arenas at once. Shows what the engine has. Throws as Attach.
   static std::unique_ptr<Arena> Look(const std::string &path, Access access);
 
+  // Whether a running engine holds the arena at `path`; false when there is none.
+  static bool IsHeld(const std::string &path);
+
   // The destructor unmaps. An arena created but not published leaves no file behind.
   ~Arena();
   Arena(const Arena &) = delete;

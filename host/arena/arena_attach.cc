@@ -267,6 +267,11 @@ std::unique_ptr<Arena> Arena::Attach(const std::string &path, Access access) {
   return std::unique_ptr<Arena>(new Arena(std::move(impl)));
 }
 
+bool Arena::IsHeld(const std::string &path) {
+  const ArenaFile file(path, O_RDONLY);
+  return file.ok() && file.Locked();
+}
+
 std::unique_ptr<Arena> Arena::Look(const std::string &path, Access access) {
   auto impl = std::make_unique<Impl>();
   OpenedArena opened = OpenArena(path, access);

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "host/record/record_yaml.h"
+#include "host/record/row_text.h"
 
 namespace qdt::host {
 namespace {
@@ -106,13 +107,7 @@ class CsvSink : public RecordSink {
  private:
   void Cell(std::string_view text) {
     if (!std::exchange(atStart_, false)) out_.Put(',');
-    if (text.find_first_of("\",\r\n") == text.npos) return out_.Append(text);
-    out_.Put('"');
-    for (const char c : text) {
-      if (c == '"') out_.Put(c);
-      out_.Put(c);
-    }
-    out_.Put('"');
+    AppendCsvCell(text, &out_);
   }
   void EndLine() {
     out_.Append("\r\n");
@@ -136,7 +131,9 @@ class ColumnSink : public RecordSink {
  public:
   ColumnSink(TextOut *out, const RecordShape &shape, const FieldSet &fields, uint32_t width,
              std::string *aside)
-      : out_(*out), columns_(ColumnsOf(shape, fields)), limit_(width), aside_(aside) {}
+      : out_(*out), columns_(ColumnsOf(shape, fields)), limit_(width), aside_(aside) {
+    for (const RowColumn &column : columns_) isNumber_.push_back(column.IsNumber());
+  }
 
   void Record(const RecordBytes &record) override {
     std::vector<std::string> row(columns_.size());
@@ -169,14 +166,11 @@ class ColumnSink : public RecordSink {
     if (std::exchange(measured_, true)) return;
     std::vector<std::string> names;
     for (const RowColumn &column : columns_) names.push_back(column.path);
-    widths_.resize(columns_.size());
+    widths_ = WidthsOf(names, first_);
     uint64_t used = 0;
-    for (size_t i = 0; i < columns_.size(); ++i) {
-      widths_[i] = names[i].size();
-      for (const auto &row : first_) widths_[i] = std::max(widths_[i], Characters(row[i]));
-      used += widths_[i] + (i == 0 ? 0 : 2);
-      if (limit_ != 0 && used > limit_ && i > 0) break;
-      shown_ = i + 1;
+    for (shown_ = 0; shown_ < columns_.size(); ++shown_) {
+      used += widths_[shown_] + (shown_ == 0 ? 0 : 2);
+      if (limit_ != 0 && used > limit_ && shown_ > 0) break;
     }
     // A list of nothing has no heading.
     if (!first_.empty()) Line(names);
@@ -184,24 +178,7 @@ class ColumnSink : public RecordSink {
     first_.clear();
   }
 
-  static size_t Characters(std::string_view text) {
-    return static_cast<size_t>(
-        std::ranges::count_if(text, [](char c) { return (static_cast<uint8_t>(c) & 0xc0) != 0x80; }));
-  }
-
-  void Line(const std::vector<std::string> &row) {
-    size_t blanks = 0;
-    for (size_t i = 0; i < shown_; ++i) {
-      const size_t pad = widths_[i] - std::min(widths_[i], Characters(row[i]));
-      if (columns_[i].IsNumber()) blanks += pad;
-      if (!row[i].empty()) {
-        for (; blanks > 0; --blanks) out_.Put(' ');
-        out_.Append(row[i]);
-      }
-      blanks += 2 + (columns_[i].IsNumber() ? 0 : pad);
-    }
-    out_.Put('\n');
-  }
+  void Line(const std::vector<std::string> &row) { AppendRow(row, widths_, isNumber_, shown_, &out_); }
 
   TextOut &out_;
   const std::vector<RowColumn> columns_;
@@ -210,6 +187,7 @@ class ColumnSink : public RecordSink {
   CellWriter cells_;
   std::vector<std::vector<std::string>> first_;
   std::vector<size_t> widths_;
+  std::vector<bool> isNumber_;
   size_t shown_ = 0;
   bool measured_ = false;
 };

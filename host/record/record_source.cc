@@ -156,6 +156,13 @@ bool EntryReader::NextIn(const Order &order) {
 
 bool EntryReader::Next() { return NextIn(tbm::TableOrder(*view_)); }
 
+bool EntryReader::NextPlace(tbm::Place *place) {
+  const tbm::Step step = tbm::TableOrder(*view_).Next(&place_);
+  if (step == tbm::Step::kLost) FailRestless();
+  *place = place_;
+  return step == tbm::Step::kEntry && place_.serial <= endSerial_;
+}
+
 bool EntryReader::NextOfKey(const uint8_t *key) {
   const tbm::TableKey wanted = view_->KeyOf(key);
   return NextIn(tbm::ChainOrder(*view_, wanted));

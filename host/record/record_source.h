@@ -96,6 +96,8 @@ class EntryReader {
   // The next entry in order of insertion; false behind the last one that the table held when the reader was
   // made. Throws HostError when a live engine changes the table faster than it can be followed.
   bool Next();
+  // The same without reading it.
+  bool NextPlace(tbm::Place *place);
   // The same among the entries that share a key, and in a table with groups among those of the key's group;
   // to begin anew, Rewind.
   bool NextOfKey(const uint8_t *key);

@@ -104,11 +104,10 @@ ExitCode AskEngine(const Place &place, std::span<char *const> words) {
   return kFailed;
 }
 
-// Management documents take a library that has no archive to link with. So that this tool goes on starting at
-// once, its companion speaks of them.
-ExitCode Agent(const Place &place, std::span<char *const> words) {
-  const std::string companion =
-      std::filesystem::read_symlink("/proc/self/exe").replace_filename("nqecli-agent");
+// Runs a program that stands beside this one in this one's place.
+[[noreturn]] void RunCompanion(const Place &place, const char *name, const char *needs,
+                               std::span<char *const> words) {
+  const std::string companion = std::filesystem::read_symlink("/proc/self/exe").replace_filename(name);
   std::vector<std::string> arguments{companion};
   if (!place.arena.empty()) arguments.push_back("--arena=" + place.arena);
   if (place.saved()) arguments.push_back("--snapshot=" + place.snapshot);
@@ -117,8 +116,18 @@ ExitCode Agent(const Place &place, std::span<char *const> words) {
   for (std::string &argument : arguments) pointers.push_back(argument.data());
   pointers.push_back(nullptr);
   execv(companion.c_str(), pointers.data());
-  throw HostError("cannot run " + companion + " (" + std::strerror(errno) +
-                  "); it is built where libyang2-dev is installed");
+  throw HostError("cannot run " + companion + " (" + std::strerror(errno) + "); it is built where " + needs +
+                  " is installed");
+}
+
+// Management documents take a library that has no archive to link with, SQL takes threads. So that this tool
+// goes on starting at once, companions speak of them.
+ExitCode Agent(const Place &place, std::span<char *const> words) {
+  RunCompanion(place, "nqecli-agent", "libyang2-dev", words);
+}
+
+ExitCode Sql(const Place &place, std::span<char *const> words) {
+  RunCompanion(place, "nqecli-sql", "libsqlite3-dev", words);
 }
 
 constexpr Command kCommands[] = {
@@ -129,6 +138,8 @@ constexpr Command kCommands[] = {
      AskEngine},
     {"agent", "agent [HANDLER ...]",
      "run a management command, NAME=VALUE each parameter; alone it lists them", Agent},
+    {"sql", "sql [STATEMENTS]", "ask the tables in SQL; --json --ndjson --csv --frozen --schema [TABLE]",
+     Sql},
 };
 
 std::string Help() {

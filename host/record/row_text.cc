@@ -1,0 +1,47 @@
+#include "host/record/row_text.h"
+
+#include <algorithm>
+
+namespace qdt::host {
+
+void AppendCsvCell(std::string_view text, TextOut *out) {
+  if (text.find_first_of("\",\r\n") == text.npos) return out->Append(text);
+  out->Put('"');
+  for (const char c : text) {
+    if (c == '"') out->Put(c);
+    out->Put(c);
+  }
+  out->Put('"');
+}
+
+size_t Characters(std::string_view text) {
+  return static_cast<size_t>(
+      std::ranges::count_if(text, [](char c) { return (static_cast<uint8_t>(c) & 0xc0) != 0x80; }));
+}
+
+std::vector<size_t> WidthsOf(const std::vector<std::string> &names,
+                             const std::vector<std::vector<std::string>> &rows) {
+  std::vector<size_t> widths;
+  for (size_t i = 0; i < names.size(); ++i) {
+    widths.push_back(names[i].size());
+    for (const auto &row : rows) widths[i] = std::max(widths[i], Characters(row[i]));
+  }
+  return widths;
+}
+
+void AppendRow(const std::vector<std::string> &cells, const std::vector<size_t> &widths,
+               const std::vector<bool> &isNumber, size_t shown, TextOut *out) {
+  size_t blanks = 0;  // none at a line's end
+  for (size_t i = 0; i < shown; ++i) {
+    const size_t pad = widths[i] - std::min(widths[i], Characters(cells[i]));
+    if (isNumber[i]) blanks += pad;
+    if (!cells[i].empty()) {
+      for (; blanks > 0; --blanks) out->Put(' ');
+      out->Append(cells[i]);
+    }
+    blanks += 2 + (isNumber[i] ? 0 : pad);
+  }
+  out->Put('\n');
+}
+
+}  // namespace qdt::host

@@ -1,0 +1,174 @@
+#include "host/sql/fact_module.h"
+
+#include "host/base/host_error.h"
+#include "host/sql/sql_value.h"
+
+namespace qdt::host {
+namespace {
+
+struct Module {
+  std::shared_ptr<ArenaSet> arenas;
+  FactTable facts;
+};
+
+struct Table : sqlite3_vtab {
+  explicit Table(const Module &of) : sqlite3_vtab{}, module(of), showArena(of.arenas->IsMany()) {}
+  const Module &module;
+  const bool showArena;
+};
+
+struct Cursor : sqlite3_vtab_cursor {
+  explicit Cursor(const Table &of) : sqlite3_vtab_cursor{}, table(of) {}
+  const Table &table;
+  struct Row {
+    size_t arena;
+    FactTable::Row values;
+  };
+  std::vector<Row> rows;
+  size_t at = 0;
+};
+
+int Connect(sqlite3 *connection, void *data, int, const char *const *, sqlite3_vtab **result,
+            char **message) {
+  try {
+    auto table = std::make_unique<Table>(*static_cast<const Module *>(data));
+    const std::string text = table->module.facts.Declaration(table->showArena, false);
+    const int code = sqlite3_declare_vtab(connection, text.c_str());
+    if (code != SQLITE_OK) return code;
+    *result = table.release();
+    return SQLITE_OK;
+  } catch (const std::exception &error) {
+    *message = sqlite3_mprintf("%s", error.what());
+    return SQLITE_ERROR;
+  }
+}
+
+int Disconnect(sqlite3_vtab *table) {
+  delete static_cast<Table *>(table);
+  return SQLITE_OK;
+}
+
+int BestIndex(sqlite3_vtab *, sqlite3_index_info *info) {
+  info->idxStr = const_cast<char *>("facts");
+  info->estimatedCost = 1000;
+  info->estimatedRows = 100;
+  return SQLITE_OK;
+}
+
+int Open(sqlite3_vtab *table, sqlite3_vtab_cursor **cursor) {
+  return Guarded(table, [&] {
+    *cursor = new Cursor(*static_cast<Table *>(table));
+    return SQLITE_OK;
+  });
+}
+
+int Close(sqlite3_vtab_cursor *cursor) {
+  delete static_cast<Cursor *>(cursor);
+  return SQLITE_OK;
+}
+
+// Within one statement the rows stay the same, so that joins agree.
+int Filter(sqlite3_vtab_cursor *base, int, const char *, int, sqlite3_value **) {
+  auto *cursor = static_cast<Cursor *>(base);
+  cursor->at = 0;
+  if (!cursor->rows.empty()) return SQLITE_OK;
+  return Guarded(base->pVtab, [&] {
+    const Module &module = cursor->table.module;
+    for (size_t i = 0; i < std::max<size_t>(module.arenas->size(), 1); ++i) {
+      std::vector<FactTable::Row> rows;
+      module.facts.read(*module.arenas->View(i), &rows);
+      for (FactTable::Row &row : rows) cursor->rows.push_back({i, std::move(row)});
+    }
+    return SQLITE_OK;
+  });
+}
+
+int Next(sqlite3_vtab_cursor *cursor) {
+  ++static_cast<Cursor *>(cursor)->at;
+  return SQLITE_OK;
+}
+
+int Eof(sqlite3_vtab_cursor *base) {
+  const auto *cursor = static_cast<Cursor *>(base);
+  return cursor->at >= cursor->rows.size() ? 1 : 0;
+}
+
+void Result(sqlite3_context *context, const FactTable::Value &value) {
+  if (const auto *number = std::get_if<int64_t>(&value)) return sqlite3_result_int64(context, *number);
+  if (const auto *real = std::get_if<double>(&value)) return sqlite3_result_double(context, *real);
+  if (const auto *text = std::get_if<std::string>(&value)) return ResultText(context, *text);
+  sqlite3_result_null(context);
+}
+
+int Column(sqlite3_vtab_cursor *base, sqlite3_context *context, int number) {
+  const auto *cursor = static_cast<Cursor *>(base);
+  const Cursor::Row &row = cursor->rows[cursor->at];
+  const bool first = cursor->table.showArena;
+  const size_t place = static_cast<size_t>(number) - (first ? 1 : 0);
+  if (first ? number == 0 : place == row.values.size()) {
+    ResultText(context, cursor->table.module.arenas->Name(row.arena));
+  } else {
+    Result(context, row.values[place]);
+  }
+  return SQLITE_OK;
+}
+
+int Rowid(sqlite3_vtab_cursor *cursor, sqlite3_int64 *row) {
+  *row = static_cast<sqlite3_int64>(static_cast<Cursor *>(cursor)->at + 1);
+  return SQLITE_OK;
+}
+
+constexpr sqlite3_module kModule = {
+    .iVersion = 2,
+    .xCreate = nullptr,
+    .xConnect = Connect,
+    .xBestIndex = BestIndex,
+    .xDisconnect = Disconnect,
+    .xDestroy = Disconnect,
+    .xOpen = Open,
+    .xClose = Close,
+    .xFilter = Filter,
+    .xNext = Next,
+    .xEof = Eof,
+    .xColumn = Column,
+    .xRowid = Rowid,
+    .xUpdate = nullptr,
+    .xBegin = nullptr,
+    .xSync = nullptr,
+    .xCommit = nullptr,
+    .xRollback = nullptr,
+    .xFindFunction = nullptr,
+    .xRename = nullptr,
+    .xSavepoint = nullptr,
+    .xRelease = nullptr,
+    .xRollbackTo = nullptr,
+    .xShadowName = nullptr,
+};
+
+}  // namespace
+
+std::string FactTable::Declaration(bool showArena, bool explained) const {
+  std::vector<std::string> lines;
+  std::vector<std::string> meanings;
+  const auto add = [&](const std::string &column, const std::string &meaning) {
+    lines.push_back(column);
+    meanings.push_back(meaning);
+  };
+  if (showArena) add("\"arena\" TEXT", "the arena that the row is from");
+  for (const Column &column : columns) add("\"" + column.name + "\" " + column.type, column.about);
+  if (!showArena) add("\"_arena\" TEXT HIDDEN", "the arena that the row is from");
+  std::string text = "CREATE TABLE \"" + name + "\"(";
+  for (size_t i = 0; i < lines.size(); ++i) {
+    text += (explained ? "\n  " : "") + lines[i] + (i + 1 < lines.size() ? "," : "");
+    if (explained) text += " -- " + meanings[i];
+  }
+  return text + (explained ? "\n)" : ")");
+}
+
+int AddFactModule(sqlite3 *connection, const std::shared_ptr<ArenaSet> &arenas, FactTable table) {
+  auto *kept = new Module{arenas, std::move(table)};
+  return sqlite3_create_module_v2(connection, kept->facts.name.c_str(), &kModule, kept,
+                                  [](void *data) { delete static_cast<Module *>(data); });
+}
+
+}  // namespace qdt::host

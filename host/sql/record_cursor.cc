@@ -1,0 +1,223 @@
+#include "host/sql/record_cursor.h"
+
+#include <algorithm>
+#include <cstring>
+#include <thread>
+
+#include "host/base/host_error.h"
+#include "host/tbm/route_key.h"
+
+namespace qdt::host {
+namespace {
+
+// Rows between two looks whether the engine still lives, which are system calls.
+constexpr uint32_t kRowsBetweenLooks = 1024;
+
+size_t Threads() { return std::max<size_t>(std::thread::hardware_concurrency(), 1); }
+
+}  // namespace
+
+RecordCursor::RecordCursor(const ArenaSet &arenas, const SqlTable &table) : arenas_(arenas), table_(table) {}
+
+RecordCursor::~RecordCursor() = default;
+
+// Many arenas are walked ahead of whoever takes the rows; what leads to one row is not worth a thread.
+bool RecordCursor::IsParallel() const { return plan_ == Plan::kWalk && arenas_.size() > 1; }
+
+void RecordCursor::Begin(Plan plan, std::vector<uint8_t> key) {
+  plan_ = plan;
+  key_ = std::move(key);
+  ahead_.clear();
+  nextArena_ = 0;
+  inArena_ = false;
+  element_ = elements_ = 0;
+}
+
+void RecordCursor::Nothing() { Begin(Plan::kNothing, {}); }
+void RecordCursor::Walk(bool unread) {
+  Begin(Plan::kWalk, {});
+  unread_ = unread && table_.list() == nullptr;
+}
+void RecordCursor::Key(std::vector<uint8_t> bytes) { Begin(Plan::kKey, std::move(bytes)); }
+void RecordCursor::Group(std::vector<uint8_t> bytes) { Begin(Plan::kGroup, std::move(bytes)); }
+void RecordCursor::Match(std::vector<uint8_t> bytes) { Begin(Plan::kMatch, std::move(bytes)); }
+void RecordCursor::Address(uint64_t address) {
+  Begin(Plan::kAddress, {});
+  wantedAddress_ = address;
+}
+
+void RecordCursor::Indexed(const std::function<uint64_t()> &hashOf, uint64_t hash) {
+  if (!indexed_) MakeIndex(hashOf);
+  Begin(Plan::kIndexed, {});
+  wantedHash_ = hash;
+  indexAt_ =
+      static_cast<size_t>(std::ranges::lower_bound(index_, hash, {}, &Indexing::hash) - index_.begin());
+}
+
+void RecordCursor::MakeIndex(const std::function<uint64_t()> &hashOf) {
+  Walk(false);
+  while (Next())
+    index_.push_back({hashOf(), static_cast<uint32_t>(arena_), element_, reader_->entry().place});
+  std::ranges::stable_sort(index_, {}, &Indexing::hash);
+  indexed_ = true;
+}
+
+void RecordCursor::UseArena(size_t i) {
+  if (reader_ != nullptr && source_ != nullptr && arena_ == i && !IsParallel()) {
+    if (++sinceCheck_ % kRowsBetweenLooks == 0) CheckAlive(*source_);
+    // A walk shows what there is when it begins.
+    if (plan_ != Plan::kWalk) return reader_->Rewind();
+  }
+  reader_.reset();
+  arena_ = i;
+  if (IsParallel()) {
+    Scanned scanned = ahead_.front().get();
+    ahead_.erase(ahead_.begin());
+    source_ = std::move(scanned.source);
+    places_ = std::move(scanned.places);
+    place_ = 0;
+  } else {
+    source_ = arenas_.View(i);
+  }
+  reader_ = std::make_unique<EntryReader>(*source_, table_.layout());
+}
+
+void RecordCursor::ScanAhead() {
+  const auto scan = [this](size_t i) {
+    Scanned scanned;
+    scanned.source = arenas_.Open(i);
+    EntryReader reader(*scanned.source, table_.layout());
+    scanned.places.reserve(reader.Count());
+    tbm::Place place;
+    while (reader.NextPlace(&place)) scanned.places.push_back(place);
+    return scanned;
+  };
+  while (ahead_.size() < Threads() && nextArena_ + ahead_.size() < arenas_.size())
+    ahead_.push_back(std::async(std::launch::async, scan, nextArena_ + ahead_.size()));
+}
+
+bool RecordCursor::NextArena() {
+  while (nextArena_ < arenas_.size() || (arenas_.empty() && nextArena_ == 0)) {
+    if (IsParallel()) ScanAhead();
+    const size_t i = nextArena_;
+    if (!arenas_.empty() && arenaName_ && arenas_.Name(i) != *arenaName_) {
+      if (IsParallel()) {
+        ahead_.front().get();
+        ahead_.erase(ahead_.begin());
+      }
+      ++nextArena_;
+      continue;
+    }
+    UseArena(i);
+    ++nextArena_;
+    if (IsParallel()) ScanAhead();
+    inArena_ = true;
+    asked_ = false;
+    return true;
+  }
+  return false;
+}
+
+bool RecordCursor::NextScanned() {
+  while (place_ < places_.size()) {
+    const tbm::Place &place = places_[place_++];
+    if (unread_ || reader_->Again(place)) return true;
+  }
+  return false;
+}
+
+bool RecordCursor::FindRoute() {
+  const uint32_t size = PrefixAddressSize(table_.layout().spec.lookup);
+  for (uint32_t length = size * 8 + 1; length-- > 0;) {
+    KeepPrefix(key_.data() + kPrefixAddressOffset, size, length);
+    const auto stored = static_cast<uint16_t>(length);
+    std::memcpy(key_.data(), &stored, sizeof(stored));
+    if (reader_->Find(key_.data())) return true;
+  }
+  return false;
+}
+
+// The next entry of the current arena.
+bool RecordCursor::NextOfArena() {
+  if (plan_ == Plan::kWalk) {
+    if (++sinceCheck_ % kRowsBetweenLooks == 0) CheckAlive(*source_);
+    if (IsParallel()) return NextScanned();
+    tbm::Place unused;
+    return unread_ ? reader_->NextPlace(&unused) : reader_->Next();
+  }
+  if (plan_ == Plan::kGroup) return reader_->NextOfGroup(key_.data());
+  if (plan_ == Plan::kKey && table_.layout().spec.lookup == Lookup::kMany)
+    return reader_->NextOfKey(key_.data());
+  if (std::exchange(asked_, true)) return false;
+  if (plan_ == Plan::kKey) return reader_->Find(key_.data());
+  if (plan_ == Plan::kMatch) {
+    const std::vector<uint8_t> key = key_;  // FindRoute shortens it
+    const bool found = FindRoute();
+    key_ = key;
+    return found;
+  }
+  return reader_->At(wantedAddress_);
+}
+
+bool RecordCursor::NextIndexed() {
+  for (; indexAt_ < index_.size() && index_[indexAt_].hash == wantedHash_; ++indexAt_) {
+    const Indexing &row = index_[indexAt_];
+    if (arena_ != row.arena || reader_ == nullptr) UseArena(row.arena);
+    if (!reader_->Again(row.place)) continue;
+    if (table_.list() != nullptr) {
+      if (!FirstElement() || row.element >= elements_) continue;
+      SetElement(row.element);
+    }
+    ++indexAt_;
+    return true;
+  }
+  return false;
+}
+
+bool RecordCursor::NextEntry() {
+  for (;;) {
+    if (!inArena_ && !NextArena()) return false;
+    if (NextOfArena()) return true;
+    inArena_ = false;
+  }
+}
+
+void RecordCursor::SetElement(uint32_t element) {
+  const RowColumn &list = *table_.list();
+  const Field &field = *list.node->field;
+  element_ = element;
+  elementBase_ = list.base + element * field.stride + (list.node->IsStructure() ? field.ref.offset : 0);
+}
+
+// Whether the record has elements in the table's list.
+bool RecordCursor::FirstElement() {
+  const RowColumn &list = *table_.list();
+  if (list.part != nullptr &&
+      (!reader_->Has(*list.part) || (list.part->pointer != 0 && reader_->IsStrayed(*list.part)))) {
+    elements_ = 0;
+  } else {
+    elements_ = ShownElements(*list.node->field, list.base, list.beside, reader_->entry().record);
+  }
+  SetElement(0);
+  return elements_ != 0;
+}
+
+bool RecordCursor::Next() {
+  if (plan_ == Plan::kNothing) return false;
+  if (plan_ == Plan::kIndexed) return NextIndexed();
+  if (table_.list() == nullptr) return NextEntry();
+  if (element_ + 1 < elements_) {
+    SetElement(element_ + 1);
+    return true;
+  }
+  while (NextEntry()) {
+    if (FirstElement()) return true;
+  }
+  return false;
+}
+
+uint64_t RecordCursor::address() const {
+  return reader_->entry().address + table_.layout().spec.searchOffset;
+}
+
+}  // namespace qdt::host

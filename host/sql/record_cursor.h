@@ -1,0 +1,116 @@
+#ifndef HOST_SQL_RECORD_CURSOR_H_
+#define HOST_SQL_RECORD_CURSOR_H_
+
+#include <cstdint>
+#include <functional>
+#include <future>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/sql/arena_set.h"
+#include "host/sql/sql_columns.h"
+
+namespace qdt::host {
+
+// Walks the rows of one table over all arenas of a set, in one of the ways that a statement can ask for. What
+// throws is a HostError.
+class RecordCursor {
+ public:
+  RecordCursor(const ArenaSet &arenas, const SqlTable &table);
+  ~RecordCursor();
+
+  // Each begins anew. Rows have to be asked for with Next before the first.
+  //
+  // All rows. When nobody is going to look at a column, records are not read.
+  void Walk(bool unread);
+  // The entries of a whole key, `bytes` as in the table, or of the group that a key begins with.
+  void Key(std::vector<uint8_t> bytes);
+  void Group(std::vector<uint8_t> bytes);
+  // The entry that references with this address lead to.
+  void Address(uint64_t address);
+  // The route with the longest prefix that holds the key's destination, in the key's VPN.
+  void Match(std::vector<uint8_t> bytes);
+  // Rows whose column may have a value of this hash, by an index that the first call makes. `hashOf` gives
+  // the hash of the current row's value.
+  void Indexed(const std::function<uint64_t()> &hashOf, uint64_t hash);
+  // No rows.
+  void Nothing();
+  // Only rows of arenas with this name, of the calls behind this one.
+  void OfArena(std::optional<std::string> name) { arenaName_ = std::move(name); }
+
+  bool Next();
+
+  // Of the current row.
+  RecordBytes bytes() const { return RecordBytes(*source_, *reader_); }
+  const RecordSource &source() const { return *source_; }
+  // Where the entry lies, as references to it hold it.
+  uint64_t address() const;
+  const std::string &arena() const { return arenas_.Name(arena_); }
+  uint32_t element() const { return element_; }
+  // Where the element begins that the columns of a list are counted from.
+  uint32_t elementBase() const { return elementBase_; }
+
+ private:
+  enum class Plan : uint8_t { kNothing, kWalk, kKey, kGroup, kAddress, kMatch, kIndexed };
+  // An arena with the places of its entries in their order, for a walk over many.
+  struct Scanned {
+    std::unique_ptr<RecordSource> source;
+    std::vector<tbm::Place> places;
+  };
+  // What an index says of one row.
+  struct Indexing {
+    uint64_t hash;
+    uint32_t arena;
+    uint32_t element;
+    tbm::Place place;
+  };
+
+  void Begin(Plan plan, std::vector<uint8_t> key);
+  bool NextEntry();
+  bool NextArena();
+  bool NextOfArena();
+  bool NextScanned();
+  bool NextIndexed();
+  bool FindRoute();
+  bool FirstElement();
+  void UseArena(size_t i);
+  void ScanAhead();
+  void SetElement(uint32_t element);
+  void MakeIndex(const std::function<uint64_t()> &hashOf);
+  bool IsParallel() const;
+
+  const ArenaSet &arenas_;
+  const SqlTable &table_;
+  Plan plan_ = Plan::kNothing;
+  std::vector<uint8_t> key_;
+  uint64_t wantedAddress_ = 0;
+  bool unread_ = false;
+  std::optional<std::string> arenaName_;
+
+  size_t arena_ = 0;
+  size_t nextArena_ = 0;
+  bool inArena_ = false;  // rows of the current one may follow
+  bool asked_ = false;    // of plans with one row: it has been looked for
+  std::shared_ptr<const RecordSource> source_;
+  std::unique_ptr<EntryReader> reader_;
+  uint32_t sinceCheck_ = 0;
+
+  std::vector<std::future<Scanned>> ahead_;  // of the arenas from nextArena_ on
+  std::vector<tbm::Place> places_;
+  size_t place_ = 0;
+
+  uint32_t element_ = 0;
+  uint32_t elements_ = 0;
+  uint32_t elementBase_ = 0;
+
+  bool indexed_ = false;
+  std::vector<Indexing> index_;
+  size_t indexAt_ = 0;
+  uint64_t wantedHash_ = 0;
+};
+
+}  // namespace qdt::host
+
+#endif  // HOST_SQL_RECORD_CURSOR_H_

@@ -1,0 +1,443 @@
+#include "host/sql/record_module.h"
+
+#include <algorithm>
+#include <cstring>
+#include <functional>
+
+#include "host/base/host_error.h"
+#include "host/layout/value_text.h"
+#include "host/sql/record_cursor.h"
+#include "host/sql/sql_value.h"
+
+namespace qdt::host {
+namespace {
+
+using Kind = SqlColumn::Kind;
+
+// SQLite's table: nothing but C's structure may stand before ours.
+struct Table : sqlite3_vtab {
+  Table(const RecordModule &of)
+      : sqlite3_vtab{}, module(of), columns(*of.layout, of.list ? &*of.list : nullptr, of.arenas->IsMany()) {}
+
+  const RecordModule &module;
+  const SqlTable columns;
+};
+
+struct Cursor : sqlite3_vtab_cursor {
+  explicit Cursor(const Table &of) : sqlite3_vtab_cursor{}, table(of), rows(*of.module.arenas, of.columns) {}
+
+  const Table &table;
+  RecordCursor rows;
+  CellWriter cells;
+  std::string cell;
+  int64_t row = 0;
+  bool end = true;
+};
+
+// The ways to find rows, as EXPLAIN QUERY PLAN shows them; each tells what its arguments are. A plan with
+// kOfArena has the arena's name as its last one.
+enum Way : int {
+  kWalk = 0,
+  kKey = 1,
+  kGroup = 2,
+  kAddress = 3,
+  kMatch = 4,
+  kIndex = 5,
+  kUnread = 6,
+  kOfArena = 16
+};
+
+// What the statement says of each column: the number of the usable constraint column = VALUE, or -1.
+class Equalities {
+ public:
+  Equalities(const sqlite3_index_info &info, size_t columns) : constraint_(columns, -1) {
+    for (int i = 0; i < info.nConstraint; ++i) {
+      const auto &constraint = info.aConstraint[i];
+      if (constraint.iColumn < 0 || constraint.op != SQLITE_INDEX_CONSTRAINT_EQ) continue;
+      if (constraint.usable) constraint_[constraint.iColumn] = i;
+    }
+  }
+
+  int Of(int column) const { return column < 0 ? -1 : constraint_[column]; }
+  bool OfAll(const std::vector<int> &columns, size_t count) const {
+    return count != 0 && std::all_of(columns.begin(), columns.begin() + static_cast<ptrdiff_t>(count),
+                                     [this](int column) { return Of(column) >= 0; });
+  }
+
+ private:
+  std::vector<int> constraint_;
+};
+
+class Planner {
+ public:
+  Planner(const Table &table, sqlite3_index_info *info)
+      : table_(table.columns), info_(*info), equal_(*info, table_.columns().size()) {
+    entries_ = 1000.0;
+    if (!table.module.arenas->empty()) {
+      try {
+        const auto view = table.module.arenas->View(0);
+        const tbm::TableView *records = view->View(table_.layout());
+        entries_ = records == nullptr ? 1.0 : std::max(records->EntryNum(), 1u);
+      } catch (const HostError &) {
+        // Said when the statement runs.
+      }
+      entries_ *= static_cast<double>(table.module.arenas->size());
+    }
+    if (table_.list() != nullptr) entries_ *= 2;
+  }
+
+  int Choose() {
+    const int match = equal_.Of(table_.Find(Kind::kMatch));
+    // The column has no value of its own: without this constraint there is nothing that it could be held
+    // against.
+    if (match < 0 && AsksForMatch()) return SQLITE_CONSTRAINT;
+    if (match >= 0) {
+      Begin(kMatch, "match", 3, 1);
+      Take(match, true);
+      if (const int vpn = equal_.Of(table_.Find("vpn")); vpn >= 0) Take(vpn, true);
+    } else if (const int address = equal_.Of(table_.Find(Kind::kAddress)); address >= 0) {
+      Begin(kAddress, "_address", 1, table_.list() == nullptr ? 1 : 4);
+      Take(address, true);
+    } else if (equal_.OfAll(table_.key(), table_.key().size())) {
+      const bool one = table_.layout().spec.lookup != Lookup::kMany;
+      Begin(kKey, Names(table_.key().size()), one ? 2 : 4, one && table_.list() == nullptr ? 1 : 4);
+      if (one && table_.list() == nullptr) info_.idxFlags |= SQLITE_INDEX_SCAN_UNIQUE;
+      TakeKey(table_.key().size());
+    } else if (equal_.OfAll(table_.key(), table_.groupKey())) {
+      Begin(kGroup, "group " + Names(table_.groupKey()), 16, 16);
+      TakeKey(table_.groupKey());
+    } else if (const int column = AnyColumn(); column >= 0) {
+      // The first question walks the table, all others do not: what matters when it stands inside a loop.
+      Begin(kIndex, "index on " + table_.columns()[column].name, 20 + entries_ / 16,
+            std::max(1.0, entries_ / 64));
+      Take(equal_.Of(column), false);
+      info_.idxNum |= column << 8;
+    } else {
+      Begin(info_.colUsed == 0 ? kUnread : kWalk, "walk", entries_ * 1.5 + 8, entries_);
+    }
+    if (const int arena = equal_.Of(table_.Find(Kind::kArena)); arena >= 0) {
+      info_.idxNum |= kOfArena;
+      Take(arena, false);
+    }
+    return SQLITE_OK;
+  }
+
+ private:
+  bool AsksForMatch() const {
+    const int column = table_.Find(Kind::kMatch);
+    for (int i = 0; column >= 0 && i < info_.nConstraint; ++i) {
+      if (info_.aConstraint[i].iColumn == column && info_.aConstraint[i].op == SQLITE_INDEX_CONSTRAINT_EQ)
+        return true;
+    }
+    return false;
+  }
+
+  // A column that is no list and no key and for which one value is asked.
+  int AnyColumn() const {
+    for (size_t i = 0; i < table_.columns().size(); ++i) {
+      const Kind kind = table_.columns()[i].kind;
+      if (kind != Kind::kArena && kind != Kind::kArray && equal_.Of(static_cast<int>(i)) >= 0)
+        return static_cast<int>(i);
+    }
+    return -1;
+  }
+
+  std::string Names(size_t count) const {
+    std::string names;
+    for (size_t i = 0; i < count; ++i)
+      names += (names.empty() ? "" : ",") + table_.columns()[table_.key()[i]].name;
+    return names;
+  }
+
+  void Begin(Way way, const std::string &shown, double cost, double rows) {
+    info_.idxNum = way;
+    info_.idxStr = sqlite3_mprintf("%s", shown.c_str());
+    info_.needToFreeIdxStr = 1;
+    info_.estimatedCost = cost;
+    info_.estimatedRows = static_cast<sqlite3_int64>(std::max(rows, 1.0));
+  }
+
+  void TakeKey(size_t count) {
+    for (size_t i = 0; i < count; ++i) Take(equal_.Of(table_.key()[i]), true);
+  }
+
+  void Take(int constraint, bool omit) {
+    info_.aConstraintUsage[constraint].argvIndex = ++arguments_;
+    info_.aConstraintUsage[constraint].omit = omit;
+  }
+
+  const SqlTable &table_;
+  sqlite3_index_info &info_;
+  const Equalities equal_;
+  double entries_;
+  int arguments_ = 0;
+};
+
+uint64_t HashOf(std::string_view text) { return std::hash<std::string_view>()(text); }
+uint64_t HashOf(int64_t number) { return std::hash<int64_t>()(number) * 0x9e3779b97f4a7c15u; }
+
+// Hands over the values of one row, or hashes them.
+class RowReader {
+ public:
+  explicit RowReader(Cursor *cursor) : cursor_(*cursor), bytes_(cursor->rows.bytes()) {}
+
+  void Result(sqlite3_context *context, const SqlColumn &column) {
+    switch (column.kind) {
+      case Kind::kArena:
+        return ResultText(context, cursor_.rows.arena());
+      case Kind::kElement:
+        return sqlite3_result_int64(context, cursor_.rows.element());
+      case Kind::kAddress:
+        return sqlite3_result_int64(context, static_cast<int64_t>(cursor_.rows.address()));
+      case Kind::kMatch:
+        return sqlite3_result_null(context);
+      default:
+        break;
+    }
+    if (!HasValue(column)) return sqlite3_result_null(context);
+    const FieldRef ref = RefOf(column);
+    const uint8_t *place = Bytes(column);
+    if (column.kind == Kind::kReference) return ResultNumber(context, kAddressRef, ref.Get(place));
+    if (column.kind == Kind::kValue && FormOf(ref.kind) == ValueForm::kNumber) {
+      const WideValue value = ref.Read(place);
+      return ResultNumber(context, ref, IsTimeAgo(ref.kind) ? bytes_.source.SecondsAgo(ref, value) : value);
+    }
+    Cell(column, ref, place);
+    if (cursor_.cell.empty() && ref.kind == FieldKind::kReference) return sqlite3_result_null(context);
+    ResultText(context, cursor_.cell);
+  }
+
+  uint64_t Hash(const SqlColumn &column) {
+    if (column.kind == Kind::kElement) return HashOf(int64_t{cursor_.rows.element()});
+    if (!HasValue(column)) return 0;
+    const FieldRef ref = RefOf(column);
+    const uint8_t *place = Bytes(column);
+    if (column.kind == Kind::kReference) return HashOf(static_cast<int64_t>(ref.Get(place)));
+    if (FormOf(ref.kind) == ValueForm::kNumber) {
+      const WideValue value = ref.Read(place);
+      return HashOf(static_cast<int64_t>(IsTimeAgo(ref.kind) ? bytes_.source.SecondsAgo(ref, value) : value));
+    }
+    Cell(column, ref, place);
+    return HashOf(std::string_view(cursor_.cell));
+  }
+
+ private:
+  static constexpr FieldRef kAddressRef{0, 8, FieldKind::kUnsigned, 0, 0};
+
+  // Whether the record has the structure in which the column's value stands.
+  bool HasValue(const SqlColumn &column) const {
+    const Field *part = column.row->part;
+    return column.ofElement || part == nullptr ||
+           (bytes_.entry->Has(*part) && (part->pointer == 0 || !bytes_.entry->IsStrayed(*part)));
+  }
+
+  FieldRef RefOf(const SqlColumn &column) const {
+    const ShapeNode &node = *column.row->node;
+    const uint32_t base = column.row->base + (column.ofElement ? cursor_.rows.elementBase() : 0);
+    return node.field->ref.At(base + node.element.value_or(0) * node.field->stride);
+  }
+
+  const uint8_t *Bytes(const SqlColumn &column) const {
+    return column.row->node->inKey ? bytes_.key : bytes_.record;
+  }
+
+  void Cell(const SqlColumn &column, const FieldRef &ref, const uint8_t *place) {
+    cursor_.cell.clear();
+    const ShapeNode &node = *column.row->node;
+    if (node.IsArray()) {
+      RowColumn row = *column.row;
+      if (column.ofElement) row.base += cursor_.rows.elementBase();
+      row.part = nullptr;
+      cursor_.cells.Append(bytes_, row, &cursor_.cell);
+    } else if (ref.kind == FieldKind::kReference) {
+      AppendReference(bytes_.source.Resolve(node.field->targets, ref.Get(place)), &cursor_.cell);
+    } else {
+      AppendValue(&bytes_.source, ref, place, &cursor_.cell);
+    }
+  }
+
+  Cursor &cursor_;
+  const RecordBytes bytes_;
+};
+
+// Reads the arguments of a plan.
+class Filter {
+ public:
+  Filter(Cursor *cursor, int way, int count, sqlite3_value **values)
+      : cursor_(*cursor), table_(cursor->table.columns), way_(way), values_(values, values + count) {}
+
+  void Start() {
+    RecordCursor &rows = cursor_.rows;
+    rows.OfArena(std::nullopt);
+    if ((way_ & kOfArena) != 0) {
+      rows.OfArena(std::string(TextOf(values_.back())));
+      values_.pop_back();
+    }
+    switch (way_ & 15) {
+      case kKey:
+        return StartKey(table_.key().size(), [&](std::vector<uint8_t> key) { rows.Key(std::move(key)); });
+      case kGroup:
+        return StartKey(table_.groupKey(), [&](std::vector<uint8_t> key) { rows.Group(std::move(key)); });
+      case kAddress:
+        if (sqlite3_value_numeric_type(values_[0]) != SQLITE_INTEGER) return rows.Nothing();
+        return rows.Address(static_cast<uint64_t>(sqlite3_value_int64(values_[0])));
+      case kMatch:
+        return StartMatch();
+      case kIndex:
+        return StartIndex();
+      default:
+        return rows.Walk((way_ & 15) == kUnread);
+    }
+  }
+
+ private:
+  template <typename Found>
+  void StartKey(size_t count, const Found &found) {
+    std::vector<uint8_t> key(table_.layout().spec.keySize);
+    for (const Field &field : table_.layout().key.all()) {
+      if (field.constant) field.ref.Write(key.data(), *field.constant);
+    }
+    for (size_t i = 0; i < count; ++i) {
+      const SqlColumn &column = table_.columns()[table_.key()[i]];
+      if (!WriteSqlValue(values_[i], column.row->node->field->ref, key.data())) return cursor_.rows.Nothing();
+    }
+    found(std::move(key));
+  }
+
+  void StartMatch() {
+    const TableSpec &spec = table_.layout().spec;
+    std::vector<uint8_t> key(spec.keySize);
+    const Field *destination = table_.layout().key.Find("destination");
+    const Field *vpn = table_.layout().key.Find("vpn");
+    if (destination == nullptr || !WriteSqlValue(values_[0], destination->ref, key.data()))
+      return cursor_.rows.Nothing();
+    if (values_.size() > 1 && (vpn == nullptr || !WriteSqlValue(values_[1], vpn->ref, key.data())))
+      return cursor_.rows.Nothing();
+    cursor_.rows.Match(std::move(key));
+  }
+
+  // Where a value and a column could be equal in ways that their hashes do not show, all rows are looked at.
+  void StartIndex() {
+    const SqlColumn &column = table_.columns()[static_cast<size_t>(way_ >> 8)];
+    const bool isNumber = std::strcmp(column.Type(), "INTEGER") == 0;
+    const int type = sqlite3_value_type(values_[0]);
+    if (type == SQLITE_NULL) return cursor_.rows.Nothing();
+    if (isNumber ? type != SQLITE_INTEGER : type != SQLITE_TEXT) return cursor_.rows.Walk(false);
+    const uint64_t hash =
+        isNumber ? HashOf(static_cast<int64_t>(sqlite3_value_int64(values_[0]))) : HashOf(TextOf(values_[0]));
+    cursor_.rows.Indexed([&] { return RowReader(&cursor_).Hash(column); }, hash);
+  }
+
+  Cursor &cursor_;
+  const SqlTable &table_;
+  const int way_;
+  std::vector<sqlite3_value *> values_;
+};
+
+int Connect(sqlite3 *connection, void *data, int, const char *const *, sqlite3_vtab **result,
+            char **message) {
+  try {
+    const auto &module = *static_cast<const RecordModule *>(data);
+    auto table = std::make_unique<Table>(module);
+    const int code = sqlite3_declare_vtab(connection, table->columns.Declaration(module.name, false).c_str());
+    if (code != SQLITE_OK) return code;
+    *result = table.release();
+    return SQLITE_OK;
+  } catch (const std::exception &error) {
+    *message = sqlite3_mprintf("%s", error.what());
+    return SQLITE_ERROR;
+  }
+}
+
+int Disconnect(sqlite3_vtab *table) {
+  delete static_cast<Table *>(table);
+  return SQLITE_OK;
+}
+
+int BestIndex(sqlite3_vtab *table, sqlite3_index_info *info) {
+  return Guarded(table, [&] { return Planner(*static_cast<Table *>(table), info).Choose(); });
+}
+
+int Open(sqlite3_vtab *table, sqlite3_vtab_cursor **cursor) {
+  return Guarded(table, [&] {
+    *cursor = new Cursor(*static_cast<Table *>(table));
+    return SQLITE_OK;
+  });
+}
+
+int Close(sqlite3_vtab_cursor *cursor) {
+  delete static_cast<Cursor *>(cursor);
+  return SQLITE_OK;
+}
+
+int Next(sqlite3_vtab_cursor *base) {
+  auto *cursor = static_cast<Cursor *>(base);
+  return Guarded(base->pVtab, [&] {
+    cursor->end = !cursor->rows.Next();
+    ++cursor->row;
+    return SQLITE_OK;
+  });
+}
+
+int FilterRows(sqlite3_vtab_cursor *base, int way, const char *, int count, sqlite3_value **values) {
+  auto *cursor = static_cast<Cursor *>(base);
+  const int started = Guarded(base->pVtab, [&] {
+    Filter(cursor, way, count, values).Start();
+    cursor->row = 0;
+    return SQLITE_OK;
+  });
+  return started == SQLITE_OK ? Next(base) : started;
+}
+
+int Eof(sqlite3_vtab_cursor *cursor) { return static_cast<Cursor *>(cursor)->end ? 1 : 0; }
+
+int Column(sqlite3_vtab_cursor *base, sqlite3_context *context, int number) {
+  auto *cursor = static_cast<Cursor *>(base);
+  return Guarded(base->pVtab, [&] {
+    RowReader(cursor).Result(context, cursor->table.columns.columns()[static_cast<size_t>(number)]);
+    return SQLITE_OK;
+  });
+}
+
+int Rowid(sqlite3_vtab_cursor *cursor, sqlite3_int64 *row) {
+  *row = static_cast<Cursor *>(cursor)->row;
+  return SQLITE_OK;
+}
+
+// Without xCreate a table is there under its module's name; without xUpdate it is to be read only.
+constexpr sqlite3_module kModule = {
+    .iVersion = 2,
+    .xCreate = nullptr,
+    .xConnect = Connect,
+    .xBestIndex = BestIndex,
+    .xDisconnect = Disconnect,
+    .xDestroy = Disconnect,
+    .xOpen = Open,
+    .xClose = Close,
+    .xFilter = FilterRows,
+    .xNext = Next,
+    .xEof = Eof,
+    .xColumn = Column,
+    .xRowid = Rowid,
+    .xUpdate = nullptr,
+    .xBegin = nullptr,
+    .xSync = nullptr,
+    .xCommit = nullptr,
+    .xRollback = nullptr,
+    .xFindFunction = nullptr,
+    .xRename = nullptr,
+    .xSavepoint = nullptr,
+    .xRelease = nullptr,
+    .xRollbackTo = nullptr,
+    .xShadowName = nullptr,
+};
+
+}  // namespace
+
+int AddRecordModule(sqlite3 *connection, RecordModule module) {
+  auto *kept = new RecordModule(std::move(module));
+  return sqlite3_create_module_v2(connection, kept->name.c_str(), &kModule, kept,
+                                  [](void *data) { delete static_cast<RecordModule *>(data); });
+}
+
+}  // namespace qdt::host
