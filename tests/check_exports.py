@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Checks the names in the built library against the public headers.
 
-libqdt_util.so must export exactly the names that include/qdt/ declares with QDT_API, must need nothing but
-the C and C++ runtime, and must carry a soname. Neither it nor libqdt_util.a may define a platform name
+libqdt_util.so must export exactly the names that include/qdt/ declares with QDT_API, all of one version, must need
+nothing but the C and C++ runtime, and must carry a soname. Neither it nor libqdt_util.a may define a platform name
 (include/platform/): whoever links the library supplies those.
 
 usage: check_exports.py SOURCE_DIR LIBRARY_DIR COMPILER NM READELF
@@ -14,6 +14,7 @@ import subprocess
 import sys
 
 RUNTIME = re.compile(r"lib(stdc\+\+|c\+\+|c\+\+abi|gcc_s|unwind|m|c)\.so|ld-linux")
+VERSION = "QDT_UTIL_1.0"
 MARK = '__attribute__((visibility("default")))'
 
 
@@ -88,7 +89,10 @@ def main(source, libraries, compiler, nm, readelf):
         if sample not in platform:
             problems.append(f"this script does not find {sample} in include/platform/")
 
-    exported = defined_names(nm, "-D", shared)
+    versioned = defined_names(nm, "-D", shared) - {VERSION}
+    problems += [f"exported without the version {VERSION}: {name}" for name in sorted(versioned)
+                 if not name.endswith(f"@@{VERSION}")]
+    exported = {name.partition("@")[0] for name in versioned}
     problems += [f"exported but not declared with QDT_API: {name}" for name in sorted(exported - declared)]
     problems += [f"declared with QDT_API but not exported: {name}" for name in sorted(declared - exported)]
     for library in (shared, archive):
