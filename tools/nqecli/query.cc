@@ -54,18 +54,11 @@ bool MayBeUsage(const host::EntryPoint &entry, std::string_view answer) {
   return entry.onRegion || LastLine(answer).find(entry.name) != answer.npos;
 }
 
-ExitCode RunFamily(const host::EntryPoint &entry, std::span<char *const> words) {
-  host::Answer answer = host::RunEntryPoint(entry, words);
-  if (!WriteAnswer(answer.text)) return kUnusable;
-  // A family asked with its name alone prints its usage list; it prints the same for words that are no
-  // command, and may say first what it does not know.
-  bool isUsage = false;
-  std::string kept;
-  if (MayBeUsage(entry, answer.text)) {
-    kept = answer.text;
-    answer.text = kept;
-    isUsage = kept.ends_with(host::RunEntryPoint(entry, words.first(1)).text);
-  }
+namespace {
+
+// What is said beside an answer that has been written, and the code that it stands for. `name` is what was
+// asked.
+ExitCode CodeOf(std::string_view name, const host::Answer &answer, bool isUsage) {
   // Shared regions are only mapped by who may write to them.
   const host::Arena *arena = host::Arena::Current();
   if (LacksRegion(answer.text) && arena != nullptr && !arena->Writable()) {
@@ -78,12 +71,35 @@ ExitCode RunFamily(const host::EntryPoint &entry, std::span<char *const> words) 
     return kUnusable;
   }
   if (answer.text.empty() && answer.result != 0) {
-    WriteError(std::string(entry.name) + " failed with code " + std::to_string(answer.result) + ": " +
+    WriteError(std::string(name) + " failed with code " + std::to_string(answer.result) + ": " +
                CodeMessage(answer.result));
     return kFailed;
   }
   const bool failed = answer.result < 0 || IsErrorMessage(answer.text) || IsRefusal(answer.text);
   return failed ? kFailed : kAnswered;
+}
+
+}  // namespace
+
+ExitCode RunFamily(const host::EntryPoint &entry, std::span<char *const> words) {
+  host::Answer answer = host::RunEntryPoint(entry, words);
+  if (!WriteAnswer(answer.text)) return kUnusable;
+  // A family asked with its name alone prints its usage list; it prints the same for words that are no
+  // command, and may say first what it does not know.
+  bool isUsage = false;
+  std::string kept;
+  if (MayBeUsage(entry, answer.text)) {
+    kept = answer.text;
+    answer.text = kept;
+    isUsage = kept.ends_with(host::RunEntryPoint(entry, words.first(1)).text);
+  }
+  return CodeOf(entry.name, answer, isUsage);
+}
+
+ExitCode RunTableQuery(const host::TableQuery &ask) {
+  const host::Answer answer = host::AnswerTableQuery(ask, WriteOut);
+  if (!WriteAnswer(answer.text)) return kUnusable;
+  return CodeOf("show", answer, false);
 }
 
 }  // namespace qdt::nqecli
