@@ -25,9 +25,17 @@ constexpr uint32_t kTail = 64 << 10;
 constexpr uint32_t kMostRoom = 0x7ffff000;
 
 constexpr uint32_t kSessionTable = 65;
-constexpr uint32_t kSessionSize = 192;
 constexpr uint32_t kListedByItself = 682;
 constexpr uint32_t kPiece = 256;  // sessions that are written at a time
+struct CodeText {
+  int32_t code;
+  const char *message;
+};
+
+#define QDT_CODE_TEXT(name, code, message) {code, message},
+constexpr CodeText kCodes[] = {QDT_TABLE_CODES(QDT_CODE_TEXT)};
+#undef QDT_CODE_TEXT
+
 constexpr char kFrameLine[] = "------------------------------";
 
 // Address space whose pages become real as the text grows.
@@ -74,21 +82,11 @@ bool WasFull(std::string_view answer) {
   return std::any_of(tail, tail + kTail, [](char c) { return c != '\0'; });
 }
 
-// The query's first key is shorter than the room for it.
-SessionSearchKey SearchKeyOf(const TableQuery &ask) {
-  SessionSearchKey key{};
-  std::memcpy(key.Text, ask.key1, std::strlen(ask.key1));
-  key.SrcPort = ask.key2;
-  key.DstPort = ask.key3;
-  key.Protocol = ask.key4;
-  return key;
-}
-
 // The sessions that a query asks for, in the room that they take.
 class Sessions {
  public:
   explicit Sessions(const TableQuery &ask) {
-    collect_.Key = SearchKeyOf(ask);
+    collect_.Key = SessionKeyOf(ask);
     collect_.Limit = std::min<uint32_t>(TbmTblGetSpec(0, kSessionTable), kMostRoom / kSessionSize);
     records_.reset(new (std::nothrow) char[size_t{collect_.Limit} * kSessionSize]);
     collect_.Records = records_.get();
@@ -128,16 +126,39 @@ bool MayExceedView(const TableQuery &ask) {
   if (ask.table != kSessionView || AsksForCount(ask)) return false;
   uint32_t count = 0;
   if (TbmTblEntryNum(0, kSessionTable, &count) != 0 || count <= kListedByItself) return false;
-  if (std::strlen(ask.key1) + 1 >= sizeof(SessionSearchKey::Text)) return false;
-  if (std::strncmp(ask.key1, "all", 3) == 0) return true;
-  const SessionSearchKey key = SearchKeyOf(ask);
-  constexpr char kNoSession[16] = {};
-  return SessionNodeMatchHashNode(&key, kNoSession) != QDT_TBL_UNSUPPORTED;
+  return IsSessionKey(ask) && IsSessionFilter(ask);
 }
 
 }  // namespace
 
 bool AsksForCount(const TableQuery &ask) { return std::strncmp(ask.key1, "num", 3) == 0; }
+
+const char *CodeMessage(int32_t code) {
+  for (const CodeText &row : kCodes) {
+    if (row.code == code) return row.message;
+  }
+  return QDT_UNKNOWN_CODE_MESSAGE;
+}
+
+bool IsSessionKey(const TableQuery &ask) {
+  return std::strlen(ask.key1) + 1 < sizeof(SessionSearchKey::Text);
+}
+
+SessionSearchKey SessionKeyOf(const TableQuery &ask) {
+  SessionSearchKey key{};
+  std::memcpy(key.Text, ask.key1, std::strlen(ask.key1));
+  key.SrcPort = ask.key2;
+  key.DstPort = ask.key3;
+  key.Protocol = ask.key4;
+  return key;
+}
+
+bool IsSessionFilter(const TableQuery &ask) {
+  if (std::strncmp(ask.key1, "all", 3) == 0 || AsksForCount(ask)) return true;
+  const SessionSearchKey key = SessionKeyOf(ask);
+  constexpr char kNoSession[16] = {};
+  return SessionNodeMatchHashNode(&key, kNoSession) != QDT_TBL_UNSUPPORTED;
+}
 
 Answer AnswerTableQuery(const TableQuery &ask, const std::function<void(std::string_view)> &write) {
   if (Arena *arena = Arena::Current()) arena->DropCopies();

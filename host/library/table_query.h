@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "host/library/entry_points.h"
+#include "qdt/session.h"
 
 namespace qdt::host {
 
@@ -16,9 +17,20 @@ struct TableQuery {
   uint32_t key2 = 0, key3 = 0, key4 = 0;
 };
 
-// The diag table of the sessions, whose view lists no more than 682 by itself, and its "num" words.
-constexpr uint32_t kSessionView = 50;
+// Whether the first key is the word "num", whatever follows it.
 bool AsksForCount(const TableQuery &ask);
+
+// The message of a return code.
+const char *CodeMessage(int32_t code);
+
+// The sessions' view lists no more than 682 by itself; who collects its records does not stop there.
+constexpr uint32_t kSessionView = 50;
+constexpr uint32_t kSessionSize = 192;
+// Whether the view takes a first key of this length; others have no SessionSearchKey.
+bool IsSessionKey(const TableQuery &ask);
+SessionSearchKey SessionKeyOf(const TableQuery &ask);
+// Whether such a key is one that a session could match.
+bool IsSessionFilter(const TableQuery &ask);
 
 // Answers a query as the diag command does, but at any length: the operation gets as much room as its text
 // needs, and sessions are listed to the last one. What comes before the last piece of a long answer goes to

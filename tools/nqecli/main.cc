@@ -97,7 +97,8 @@ ExitCode Agent(const Place &place, std::span<char *const> words) {
 
 constexpr Command kCommands[] = {
     {"tables", "tables", "list the tables with flag (1: always all entries of one key) and keys", ShowTables},
-    {"show", "show NAME [KEYS...]", "query a table by its name or id; keys left out are 0", Show},
+    {"show", "show NAME [KEYS...]",
+     "query a table by its name or id; keys left out are 0; --json --ndjson --csv --fields F,..", Show},
     {"snapshot", "snapshot FILE", "save a copy of the running engine's arena", Snapshot},
     {"engine", "engine WORDS...", "send the running engine a command line; engine help lists its commands",
      AskEngine},

@@ -9,19 +9,10 @@
 namespace qdt::nqecli {
 namespace {
 
-struct CodeText {
-  int32_t code;
-  const char *message;
-};
-
-#define QDT_CODE_TEXT(name, code, message) {code, message},
-constexpr CodeText kCodes[] = {QDT_TABLE_CODES(QDT_CODE_TEXT)};
-#undef QDT_CODE_TEXT
-
 // What may have failed for want of a region: a view as a whole, or a family at its beginning. Such an answer
 // is one short line or begins with one; long answers are not searched.
 bool LacksRegion(std::string_view answer) {
-  return answer == CodeMessage(QDT_TBL_FORMAT) ||
+  return answer == host::CodeMessage(QDT_TBL_FORMAT) ||
          answer.substr(0, answer.find('\n')).find(" OsaSmmap failed") != answer.npos;
 }
 
@@ -36,18 +27,10 @@ bool IsRefusal(std::string_view answer) { return LastLine(answer).starts_with("E
 
 }  // namespace
 
-const char *CodeMessage(int32_t code) {
-  for (const CodeText &row : kCodes) {
-    if (row.code == code) return row.message;
-  }
-  return QDT_UNKNOWN_CODE_MESSAGE;
-}
-
 bool IsErrorMessage(std::string_view answer) {
-  for (const CodeText &row : kCodes) {
-    if (answer == row.message) return true;
-  }
-  return answer == QDT_UNKNOWN_CODE_MESSAGE;
+#define QDT_IS_MESSAGE(name, code, message) || answer == (message)
+  return answer == QDT_UNKNOWN_CODE_MESSAGE QDT_TABLE_CODES(QDT_IS_MESSAGE);
+#undef QDT_IS_MESSAGE
 }
 
 bool MayBeUsage(const host::EntryPoint &entry, std::string_view answer) {
@@ -72,7 +55,7 @@ ExitCode CodeOf(std::string_view name, const host::Answer &answer, bool isUsage)
   }
   if (answer.text.empty() && answer.result != 0) {
     WriteError(std::string(name) + " failed with code " + std::to_string(answer.result) + ": " +
-               CodeMessage(answer.result));
+               host::CodeMessage(answer.result));
     return kFailed;
   }
   const bool failed = answer.result < 0 || IsErrorMessage(answer.text) || IsRefusal(answer.text);

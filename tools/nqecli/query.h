@@ -21,9 +21,6 @@ ExitCode RunTableQuery(const host::TableQuery &ask);
 // be compared with it: printing that list takes longer than most queries.
 bool MayBeUsage(const host::EntryPoint &entry, std::string_view answer);
 
-// The message of a return code.
-const char *CodeMessage(int32_t code);
-
 // Whether an answer is nothing but the message of a failed query.
 bool IsErrorMessage(std::string_view answer);
 
