@@ -11,6 +11,8 @@ namespace qdt::nqecli {
 
 ExitCode Show(const Place &place, std::span<char *const> words);
 ExitCode List(const Place &place, std::span<char *const> words);
+ExitCode Regions(const Place &place, std::span<char *const> words);
+ExitCode Statistics(const Place &place, std::span<char *const> words);
 ExitCode Usage(const Place &place, std::span<char *const> words);
 
 }  // namespace qdt::nqecli
