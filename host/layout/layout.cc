@@ -69,6 +69,7 @@ std::vector<FieldRef> TableLayout::ClearedBy(std::string_view word) const {
 }
 
 FieldRef TableLayout::At(std::string_view path) const { return Resolve(shortName, fields, path); }
+FieldRef ViewLayout::At(std::string_view path) const { return Resolve(name, fields, path); }
 FieldRef RegionLayout::At(std::string_view path) const { return Resolve(spec.name, fields, path); }
 
 void RegionLayout::ForEachValue(const ValueVisitor &visit) const { Visit(fields, "", 0, visit); }
@@ -92,6 +93,11 @@ const RegionLayout *Layout::FindRegion(std::string_view name) const {
     if (region.spec.name == name) return &region;
   }
   return nullptr;
+}
+
+const ViewLayout *Layout::FindView(uint32_t id) const {
+  const auto at = std::ranges::lower_bound(views_, id, {}, &ViewLayout::id);
+  return at != views_.end() && at->id == id ? &*at : nullptr;
 }
 
 std::string_view Layout::NearestRegion(std::string_view name) const {

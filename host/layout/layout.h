@@ -45,15 +45,30 @@ struct RegionLayout {
   void ForEachValue(const std::function<void(const std::string &path, const FieldRef &)> &visit) const;
 };
 
-// Names of tables, regions and fields have at most so many characters.
+// What one view of the diag command shows: a table's records, a region, or records of its own.
+struct ViewLayout {
+  uint32_t id = 0;          // the diag command's number
+  std::string_view name;    // the diag command's name
+  std::string_view about;   // of records of its own, one line without a full stop
+  std::string_view table;   // short name; empty when these are no table's records
+  std::string_view region;  // name; empty when these are no region's bytes
+  uint32_t recordSize = 0;  // of records of its own
+  FieldSet fields;          // of records of its own
+  std::string_view place;   // "FILE:LINE"
+
+  FieldRef At(std::string_view path) const;  // of records of its own
+};
+
+// Names of tables, regions, views and fields have at most so many characters.
 constexpr size_t kMaxLayoutName = 63;
 // Regions of all layouts together; the engine adds some of its own.
 constexpr size_t kMaxLayoutRegions = 1000;
 
 class LayoutStore;
 
-// The engine's tables and regions as data. docs/scenarios.md describes the layout files' format. Immutable
-// once made, hence safe to read from any thread; copies share what they name.
+// The engine's tables and regions as data, and what the diag command's views show of them. docs/scenarios.md
+// describes the layout files' format. Immutable once made, hence safe to read from any thread; copies share
+// what they name.
 class Layout {
  public:
   // The layouts that the program was built with: constants of the program, which cost nothing to have.
@@ -62,8 +77,9 @@ class Layout {
   // `byName` has the ids in the order of the short names. `store` keeps what all this leads to, unless it is
   // constant.
   Layout(std::span<const TableLayout> tables, std::span<const RegionLayout> regions,
-         std::span<const uint16_t> byName, std::shared_ptr<const LayoutStore> store = nullptr)
-      : tables_(tables), regions_(regions), byName_(byName), store_(std::move(store)) {}
+         std::span<const ViewLayout> views, std::span<const uint16_t> byName,
+         std::shared_ptr<const LayoutStore> store = nullptr)
+      : tables_(tables), regions_(regions), views_(views), byName_(byName), store_(std::move(store)) {}
 
   // What an engine's arena has to hold. Names are those of this layout.
   ArenaPlan Plan(const std::string &socketPath) const;
@@ -72,15 +88,18 @@ class Layout {
   const TableLayout *FindTable(std::string_view shortName) const;
   const TableLayout &Table(uint32_t id) const { return tables_[id]; }
   const RegionLayout *FindRegion(std::string_view name) const;
+  const ViewLayout *FindView(uint32_t id) const;
   // The region whose name is nearest to a mistyped one; empty when none is near.
   std::string_view NearestRegion(std::string_view name) const;
 
   std::span<const TableLayout> tables() const { return tables_; }  // in order of id
   std::span<const RegionLayout> regions() const { return regions_; }
+  std::span<const ViewLayout> views() const { return views_; }  // in order of id
 
  private:
   std::span<const TableLayout> tables_;
   std::span<const RegionLayout> regions_;
+  std::span<const ViewLayout> views_;
   std::span<const uint16_t> byName_;
   std::shared_ptr<const LayoutStore> store_;
 };

@@ -90,19 +90,22 @@ void LayoutReader::ReadFile(const YamlTree &tree) {
   const YamlNode &root = tree.root();
   for (size_t i = 0; i < root.items.size(); i += 2) {
     const YamlNode &section = *root.items[i];
-    const YamlNode &entries = *root.items[i + 1];
-    if (section.text != "tables" && section.text != "regions") {
-      tree.Fail(section.line, section.text + ": not a section of a layout (tables or regions)");
-    }
-    if (!entries.IsMap())
-      tree.Fail(section.line, section.text + ": not a mapping (write NAME: and its properties)");
-    for (size_t j = 0; j < entries.items.size(); j += 2) {
-      where_ = entries.items[j]->text;
-      if (!entries.items[j + 1]->IsMap())
-        Fail(*entries.items[j], "", "not a mapping (write PROPERTY: VALUE)");
-      section.text == "tables" ? ReadTable(*entries.items[j], *entries.items[j + 1])
-                               : ReadRegion(*entries.items[j], *entries.items[j + 1]);
-    }
+    if (section.text != "tables" && section.text != "regions" && section.text != "views")
+      tree.Fail(section.line, section.text + ": not a section of a layout (tables, regions or views)");
+    ReadSection(section, *root.items[i + 1]);
+  }
+}
+
+void LayoutReader::ReadSection(const YamlNode &section, const YamlNode &entries) {
+  if (!entries.IsMap())
+    tree_->Fail(section.line, section.text + ": not a mapping (write NAME: and its properties)");
+  const auto read = section.text == "tables"    ? &LayoutReader::ReadTable
+                    : section.text == "regions" ? &LayoutReader::ReadRegion
+                                                : &LayoutReader::ReadView;
+  for (size_t i = 0; i < entries.items.size(); i += 2) {
+    where_ = entries.items[i]->text;
+    if (!entries.items[i + 1]->IsMap()) Fail(*entries.items[i], "", "not a mapping (write PROPERTY: VALUE)");
+    (this->*read)(*entries.items[i], *entries.items[i + 1]);
   }
 }
 
@@ -471,10 +474,12 @@ Layout LayoutReader::Finish() {
     if (!table.partOf.empty()) JoinToOwner(&table);
   }
   CheckReferences();
+  std::ranges::sort(views_, {}, &ViewLayout::id);
   LayoutStore &store = *store_;
   const auto tables = store.Keep(std::move(tables_));
   const auto regions = store.Keep(std::move(regions_));
-  Layout layout(tables, regions, store.Keep(std::move(byName)), std::move(store_));
+  const auto views = store.Keep(std::move(views_));
+  Layout layout(tables, regions, views, store.Keep(std::move(byName)), std::move(store_));
   CheckArenaHoldsAll(layout);
   return layout;
 }

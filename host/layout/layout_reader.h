@@ -35,6 +35,8 @@ class LayoutReader {
 
   void ReadTable(const YamlNode &name, const YamlNode &node);
   void ReadRegion(const YamlNode &name, const YamlNode &node);
+  void ReadView(const YamlNode &name, const YamlNode &node);
+  void ReadSection(const YamlNode &section, const YamlNode &entries);
   uint32_t ReadNumber(const YamlNode &node, std::string_view property, uint32_t least, uint32_t most);
   uint32_t ReadNumberOr(uint32_t otherwise, const YamlNode &node, std::string_view property, uint32_t most);
   Lookup ReadLookup(const YamlNode &node);
@@ -72,6 +74,7 @@ class LayoutReader {
   std::shared_ptr<LayoutStore> store_ = std::make_shared<LayoutStore>();
   std::vector<TableLayout> tables_;
   std::vector<RegionLayout> regions_;
+  std::vector<ViewLayout> views_;
   std::array<uint32_t, kTableCount> lines_{};  // where each table was given; 0 is nowhere
   std::vector<Reference> references_;
 };

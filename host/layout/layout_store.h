@@ -23,6 +23,7 @@ class LayoutStore {
   std::span<const uint16_t> Keep(std::vector<uint16_t> places) { return Last(&places_, &places); }
   std::span<const TableLayout> Keep(std::vector<TableLayout> tables) { return Last(&tables_, &tables); }
   std::span<const RegionLayout> Keep(std::vector<RegionLayout> regions) { return Last(&regions_, &regions); }
+  std::span<const ViewLayout> Keep(std::vector<ViewLayout> views) { return Last(&views_, &views); }
   // The names are unique.
   FieldSet Keep(std::vector<Field> fields);
 
@@ -39,6 +40,7 @@ class LayoutStore {
   std::deque<std::vector<Field>> fields_;
   std::deque<std::vector<TableLayout>> tables_;
   std::deque<std::vector<RegionLayout>> regions_;
+  std::deque<std::vector<ViewLayout>> views_;
 };
 
 }  // namespace qdt::host

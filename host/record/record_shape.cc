@@ -140,9 +140,11 @@ RecordShape RecordShape::Whole(const TableLayout &table) {
   return shape;
 }
 
-RecordShape RecordShape::Whole(const RegionLayout &region) {
+RecordShape RecordShape::Whole(const RegionLayout &region) { return Whole(region.fields); }
+
+RecordShape RecordShape::Whole(const FieldSet &fields) {
   RecordShape shape;
-  for (const Field &field : region.fields.all()) shape.nodes.push_back(WholeNode(field, false));
+  for (const Field &field : fields.all()) shape.nodes.push_back(WholeNode(field, false));
   return shape;
 }
 

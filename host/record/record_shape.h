@@ -30,6 +30,7 @@ struct RecordShape {
 
   static RecordShape Whole(const TableLayout &table);
   static RecordShape Whole(const RegionLayout &region);
+  static RecordShape Whole(const FieldSet &fields);  // of records without a key
   // `paths` are joined by commas: "index,counters[0].in_bytes,positive". Throws HostError for what the table
   // does not have, with the name that was meant.
   static RecordShape Select(const TableLayout &table, std::string_view paths);

@@ -4,6 +4,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/record/csv_out.h"
 #include "host/record/record_yaml.h"
 #include "host/record/row_text.h"
 
@@ -81,23 +82,23 @@ class JsonLinesSink : public RecordSink {
   const RecordShape &shape_;
 };
 
-// RFC 4180, with a line of names.
+// A line of names, then a line a record.
 class CsvSink : public RecordSink {
  public:
   CsvSink(TextOut *out, const RecordShape &shape, const FieldSet &fields)
-      : out_(*out), columns_(ColumnsOf(shape, fields)) {}
+      : csv_(out), columns_(ColumnsOf(shape, fields)) {}
 
   void Begin() override {
-    for (const RowColumn &column : columns_) Cell(column.path);
-    EndLine();
+    for (const RowColumn &column : columns_) csv_.Cell(column.path);
+    csv_.EndLine();
   }
   void Record(const RecordBytes &record) override {
     for (const RowColumn &column : columns_) {
       cell_.clear();
       cells_.Append(record, column, &cell_);
-      Cell(cell_);
+      csv_.Cell(cell_);
     }
-    EndLine();
+    csv_.EndLine();
   }
   void End(uint64_t count, bool truncated) override {
     if (truncated) Remark("truncated behind " + std::to_string(count) + " records");
@@ -105,25 +106,16 @@ class CsvSink : public RecordSink {
   void Fail(std::string_view message) override { Remark("error: " + std::string(message)); }
 
  private:
-  void Cell(std::string_view text) {
-    if (!std::exchange(atStart_, false)) out_.Put(',');
-    AppendCsvCell(text, &out_);
-  }
-  void EndLine() {
-    out_.Append("\r\n");
-    atStart_ = true;
-  }
   // No line of the table: it has one cell.
   void Remark(const std::string &text) {
-    Cell("#" + text);
-    EndLine();
+    csv_.Cell("#" + text);
+    csv_.EndLine();
   }
 
-  TextOut &out_;
+  CsvOut csv_;
   const std::vector<RowColumn> columns_;
   CellWriter cells_;
   std::string cell_;
-  bool atStart_ = true;
 };
 
 // Columns as wide as the first records need them.

@@ -4,16 +4,6 @@
 
 namespace qdt::host {
 
-void AppendCsvCell(std::string_view text, TextOut *out) {
-  if (text.find_first_of("\",\r\n") == text.npos) return out->Append(text);
-  out->Put('"');
-  for (const char c : text) {
-    if (c == '"') out->Put(c);
-    out->Put(c);
-  }
-  out->Put('"');
-}
-
 size_t Characters(std::string_view text) {
   return static_cast<size_t>(
       std::ranges::count_if(text, [](char c) { return (static_cast<uint8_t>(c) & 0xc0) != 0x80; }));

@@ -11,9 +11,6 @@ namespace qdt::host {
 
 // Tables of text as answers show them.
 
-// A cell of RFC 4180, between quotes where it has to be.
-void AppendCsvCell(std::string_view text, TextOut *out);
-
 // Characters of UTF-8.
 size_t Characters(std::string_view text);
 

@@ -1,6 +1,7 @@
 #ifndef HOST_TBM_DELIVER_H_
 #define HOST_TBM_DELIVER_H_
 
+#include "host/tbm/observer.h"
 #include "host/tbm/status.h"
 #include "host/tbm/walk.h"
 
@@ -22,6 +23,7 @@ int32_t DeliverFound(const TableView &table, const Find &find, void **entry) {
       if (!IsNewlyGone(found, &gone)) break;
       continue;
     }
+    NoteDelivered(table, found);
     *entry = table.Address(found.ref);
     return kTbmOk;
   }

@@ -64,6 +64,7 @@ int32_t TableView::Open(Arena *arena, uint32_t table, TableView *view) {
   ArenaHeader *header = arena->header();
   if (table >= header->tableCount) return kTbmBadParam;
   char *base = reinterpret_cast<char *>(header);
+  view->id_ = table;
   view->base_ = base;
   view->liveShift_ = arena->LiveShift();
   view->arena_ = arena;

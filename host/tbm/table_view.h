@@ -42,6 +42,7 @@ class TableView {
   // The same for the arena that this process works on; kTbmNotReady when there is none.
   static int32_t OpenCurrent(uint32_t instance, uint32_t table, TableView *view);
 
+  uint32_t id() const { return id_; }
   const TableShape &shape() const { return *shape_; }
   TableState &state() const { return *state_; }
   TbmTableDesc &descriptor() const { return *descriptor_; }
@@ -149,6 +150,7 @@ class TableView {
   bool Scan(const Bucket &bucket, const TableKey &key, Place *found) const;
   Copied CopyAsItIs(const Place &place, void *record, uint32_t size) const;
 
+  uint32_t id_ = 0;
   char *base_ = nullptr;
   ptrdiff_t liveShift_ = 0;
   Arena *arena_ = nullptr;

@@ -5,6 +5,7 @@
 
 #include "host/arena/arena.h"
 #include "host/tbm/deliver.h"
+#include "host/tbm/observer.h"
 #include "host/tbm/route_key.h"
 #include "host/tbm/status.h"
 #include "host/tbm/visit.h"
@@ -91,6 +92,7 @@ int32_t FillBatch(const TableView &view, const Order &order, Cursor *cursor, cha
       if (!IsNewlyGone(place, &gone)) return kTbmWalkLost;
       continue;
     }
+    NoteDelivered(view, place);
     cursor->last = place;
     cursor->deletionTold = false;
     buffer += view.shape().recordSize;

@@ -2,6 +2,7 @@
 #define HOST_TBM_VISIT_H_
 
 #include "host/tbm/client_writes.h"
+#include "host/tbm/observer.h"
 #include "host/tbm/status.h"
 #include "host/tbm/walk.h"
 
@@ -27,6 +28,7 @@ int32_t VisitSome(const TableView &table, const Order &order, uint64_t end, TbmT
     }
     *place = next;
     --most;
+    NoteDelivered(table, next);
     const ClientWrite write(table, next);
     if (callback(table.Record(next.ref), context) == kTbmStop) return kTbmStop;
   }

@@ -201,7 +201,7 @@ TEST_P(WrongLayoutTest, IsRefusedWithOneLine) {
 INSTANTIATE_TEST_SUITE_P(
     All, WrongLayoutTest,
     testing::Values(
-        Wrong{"tabels: {}", "a.yaml:1: tabels: not a section of a layout (tables or regions)"},
+        Wrong{"tabels: {}", "a.yaml:1: tabels: not a section of a layout (tables, regions or views)"},
         Wrong{"tables: []", "a.yaml:1: tables: not a mapping (write NAME: and its properties)"},
         Wrong{"tables:\n  t: 5", "a.yaml:2: t: not a mapping (write PROPERTY: VALUE)"},
         Wrong{"tables:\n  t: {name: CAP_TABLE_T}", "a.yaml:2: t.id: missing, a number from 0 to 108"},
@@ -349,6 +349,15 @@ TEST(LayoutTest, SourceFilesAreTheBuiltInOnes) {
     EXPECT_EQ(std::tie(region.spec.name, region.spec.size, region.spec.clientWritable, region.about),
               std::tie(other.spec.name, other.spec.size, other.spec.clientWritable, other.about));
     ExpectSame(region.fields, other.fields, std::string(region.spec.name));
+  }
+  ASSERT_EQ(layout.views().size(), compiled.views().size());
+  for (size_t i = 0; i < layout.views().size(); ++i) {
+    const ViewLayout &view = layout.views()[i];
+    const ViewLayout &other = compiled.views()[i];
+    EXPECT_EQ(std::tie(view.id, view.name, view.about, view.table, view.region, view.recordSize),
+              std::tie(other.id, other.name, other.about, other.table, other.region, other.recordSize));
+    EXPECT_EQ(compiled.FindView(view.id), &other);
+    ExpectSame(view.fields, other.fields, std::string(view.name));
   }
 }
 

@@ -24,7 +24,7 @@ void ForEachField(const std::string &path, const FieldSet &fields, const Visit &
   }
 }
 
-// Calls `visit` with each field of all keys, records and regions, structures before what is in them.
+// Calls `visit` with each field of all keys, records, regions and views, structures before what is in them.
 void ForEachField(const Visit &visit) {
   for (const TableLayout &table : Layout::BuiltIn().tables()) {
     ForEachField(std::string(table.shortName) + ".key", table.key, visit);
@@ -32,6 +32,8 @@ void ForEachField(const Visit &visit) {
   }
   for (const RegionLayout &region : Layout::BuiltIn().regions())
     ForEachField(std::string(region.spec.name), region.fields, visit);
+  for (const ViewLayout &view : Layout::BuiltIn().views())
+    ForEachField(std::string(view.name), view.fields, visit);
 }
 
 // "arp.fwd_if_index" and such; structures are named like values.
@@ -70,6 +72,10 @@ TEST(MeaningTest, TablesAndRegionsSayWhatTheyHold) {
   for (const RegionLayout &region : Layout::BuiltIn().regions())
     EXPECT_TRUE(IsMeaning(region.about))
         << region.place << ": " << region.spec.name << ": \"" << region.about << '"';
+  for (const ViewLayout &view : Layout::BuiltIn().views()) {
+    EXPECT_TRUE(view.fields.empty() || IsMeaning(view.about))
+        << view.place << ": " << view.name << ": \"" << view.about << '"';
+  }
 }
 
 TEST(MeaningTest, FieldsAndStructuresSayWhatTheyMean) {

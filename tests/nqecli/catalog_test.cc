@@ -197,8 +197,8 @@ TEST(QueryCodes, AnErrorMessageIsTheWholeAnswer) {
   EXPECT_TRUE(IsErrorMessage("Invalid error code"));
   EXPECT_FALSE(IsErrorMessage(""));
   EXPECT_FALSE(IsErrorMessage("search result not found\n"));
-  EXPECT_STREQ(CodeMessage(-116), "search not ready");
-  EXPECT_STREQ(CodeMessage(-13), "Invalid error code");
+  EXPECT_STREQ(host::CodeMessage(-116), "search not ready");
+  EXPECT_STREQ(host::CodeMessage(-13), "Invalid error code");
 }
 
 }  // namespace

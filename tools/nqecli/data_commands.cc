@@ -8,6 +8,10 @@ namespace {
 constexpr Command kCommands[] = {
     {"list", "list TABLE [FIELD=VALUE ...]",
      "a table's entries; --json --ndjson --csv --yaml --fields F,.. --sort F --limit N --count", List},
+    {"regions", "regions [NAME]", "the shared regions, or one's fields; --json --ndjson --csv --fields F,..",
+     Regions},
+    {"statistics", "statistics [PATTERN]",
+     "the engine's counters by name, their sums and those of each core; --json --csv", Statistics},
     {"usage", "usage [--warn PERCENT]", "how full the tables are, the fullest first; --json", Usage},
 };
 

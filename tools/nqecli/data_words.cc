@@ -94,6 +94,11 @@ void SetValue(DataWords *words, const Flag &flag, const std::string &value) {
   }
 }
 
+// Such a word is told what is wrong with it where it is used.
+bool IsNegativeNumber(std::string_view word) {
+  return word.size() > 1 && word[0] == '-' && word[1] >= '0' && word[1] <= '9';
+}
+
 bool TakeFlag(host::Arguments *arguments, DataWords *words, uint32_t takes) {
   for (const Flag &flag : kFlags) {
     if ((takes & flag.option) == 0 || !arguments->Take(flag.name)) continue;
@@ -114,7 +119,7 @@ bool TakeFlag(host::Arguments *arguments, DataWords *words, uint32_t takes) {
 DataWords::DataWords(const Place &given, std::span<char *const> all, uint32_t takes) : place(given) {
   host::Arguments arguments(all);
   while (!arguments.empty()) {
-    if (!arguments.AtOption()) {
+    if (!arguments.AtOption() || IsNegativeNumber(arguments.front())) {
       words.emplace_back(arguments.front());
       arguments.Take(arguments.front());
     } else if (!TakePlace(&arguments, &place) && !TakeFlag(&arguments, this, takes)) {

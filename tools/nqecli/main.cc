@@ -18,6 +18,7 @@
 #include "tools/nqecli/attach.h"
 #include "tools/nqecli/catalog.h"
 #include "tools/nqecli/command.h"
+#include "tools/nqecli/data_commands.h"
 #include "tools/nqecli/output.h"
 #include "tools/nqecli/query.h"
 #include "tools/nqecli/snapshot.h"
@@ -55,33 +56,6 @@ ExitCode ShowTables(const Place &, std::span<char *const> words) {
     }
   }
   return Print(text);
-}
-
-TableInfo FindTable(std::string_view name) {
-  const Catalog catalog;
-  if (auto table = catalog.Find(name)) return *table;
-  const auto near = catalog.Nearest(name);
-  throw HostError(
-      "unknown table " + Quoted(name) +
-      (near ? "; did you mean " + std::string(near->name) + "?" : "; \"nqecli tables\" lists them"));
-}
-
-ExitCode Show(const Place &place, std::span<char *const> words) {
-  if (words.empty()) throw HostError("show what? Name a table; \"nqecli tables\" lists them");
-  const TableInfo table = FindTable(words[0]);
-  std::vector<std::string> query{"diag", "search", "nqpTable", std::to_string(table.id)};
-  for (std::string &key : PlaceKeys(table, words.subspan(1))) query.push_back(std::move(key));
-  std::vector<char *> pointers;
-  for (std::string &word : query) pointers.push_back(word.data());
-
-  Attach(place);
-  const ExitCode code = RunFamily(*host::FindEntryPoint("diag"), pointers);
-  if (code == kFailed) {
-    std::string hint = "the keys of table " + std::string(table.name) + " are:";
-    for (const KeySyntax &syntax : table.syntax) hint += "\n  " + std::string(syntax.text);
-    WriteError(hint);
-  }
-  return code;
 }
 
 ExitCode Snapshot(const Place &place, std::span<char *const> words) {
@@ -132,7 +106,8 @@ ExitCode Sql(const Place &place, std::span<char *const> words) {
 
 constexpr Command kCommands[] = {
     {"tables", "tables", "list the tables with flag (1: always all entries of one key) and keys", ShowTables},
-    {"show", "show NAME [KEYS...]", "query a table by its name or id; keys left out are 0", Show},
+    {"show", "show NAME [KEYS...]",
+     "query a table by its name or id; keys left out are 0; --json --ndjson --csv --fields F,..", Show},
     {"snapshot", "snapshot FILE", "save a copy of the running engine's arena", Snapshot},
     {"engine", "engine WORDS...", "send the running engine a command line; engine help lists its commands",
      AskEngine},

@@ -9,19 +9,10 @@
 namespace qdt::nqecli {
 namespace {
 
-struct CodeText {
-  int32_t code;
-  const char *message;
-};
-
-#define QDT_CODE_TEXT(name, code, message) {code, message},
-constexpr CodeText kCodes[] = {QDT_TABLE_CODES(QDT_CODE_TEXT)};
-#undef QDT_CODE_TEXT
-
 // What may have failed for want of a region: a view as a whole, or a family at its beginning. Such an answer
 // is one short line or begins with one; long answers are not searched.
 bool LacksRegion(std::string_view answer) {
-  return answer == CodeMessage(QDT_TBL_FORMAT) ||
+  return answer == host::CodeMessage(QDT_TBL_FORMAT) ||
          answer.substr(0, answer.find('\n')).find(" OsaSmmap failed") != answer.npos;
 }
 
@@ -36,23 +27,42 @@ bool IsRefusal(std::string_view answer) { return LastLine(answer).starts_with("E
 
 }  // namespace
 
-const char *CodeMessage(int32_t code) {
-  for (const CodeText &row : kCodes) {
-    if (row.code == code) return row.message;
-  }
-  return QDT_UNKNOWN_CODE_MESSAGE;
-}
-
 bool IsErrorMessage(std::string_view answer) {
-  for (const CodeText &row : kCodes) {
-    if (answer == row.message) return true;
-  }
-  return answer == QDT_UNKNOWN_CODE_MESSAGE;
+#define QDT_IS_MESSAGE(name, code, message) || answer == (message)
+  return answer == QDT_UNKNOWN_CODE_MESSAGE QDT_TABLE_CODES(QDT_IS_MESSAGE);
+#undef QDT_IS_MESSAGE
 }
 
 bool MayBeUsage(const host::EntryPoint &entry, std::string_view answer) {
   return entry.onRegion || LastLine(answer).find(entry.name) != answer.npos;
 }
+
+namespace {
+
+// What is said beside an answer that has been written, and the code that it stands for. `name` is what was
+// asked.
+ExitCode CodeOf(std::string_view name, const host::Answer &answer, bool isUsage) {
+  // Shared regions are only mapped by who may write to them.
+  const host::Arena *arena = host::Arena::Current();
+  if (LacksRegion(answer.text) && arena != nullptr && !arena->Writable()) {
+    WriteError("this user may only read the arena, and this takes its shared regions");
+  }
+  if (isUsage) return kUnusable;
+  // The library only learns that the engine could not be asked.
+  if (const std::string failure = host::TakeEngineFailure(); !failure.empty()) {
+    WriteError(failure);
+    return kUnusable;
+  }
+  if (answer.text.empty() && answer.result != 0) {
+    WriteError(std::string(name) + " failed with code " + std::to_string(answer.result) + ": " +
+               host::CodeMessage(answer.result));
+    return kFailed;
+  }
+  const bool failed = answer.result < 0 || IsErrorMessage(answer.text) || IsRefusal(answer.text);
+  return failed ? kFailed : kAnswered;
+}
+
+}  // namespace
 
 ExitCode RunFamily(const host::EntryPoint &entry, std::span<char *const> words) {
   host::Answer answer = host::RunEntryPoint(entry, words);
@@ -66,24 +76,13 @@ ExitCode RunFamily(const host::EntryPoint &entry, std::span<char *const> words) 
     answer.text = kept;
     isUsage = kept.ends_with(host::RunEntryPoint(entry, words.first(1)).text);
   }
-  // Shared regions are only mapped by who may write to them.
-  const host::Arena *arena = host::Arena::Current();
-  if (LacksRegion(answer.text) && arena != nullptr && !arena->Writable()) {
-    WriteError("this user may only read the arena, and this takes its shared regions");
-  }
-  if (isUsage) return kUnusable;
-  // The library only learns that the engine could not be asked.
-  if (const std::string failure = host::TakeEngineFailure(); !failure.empty()) {
-    WriteError(failure);
-    return kUnusable;
-  }
-  if (answer.text.empty() && answer.result != 0) {
-    WriteError(std::string(entry.name) + " failed with code " + std::to_string(answer.result) + ": " +
-               CodeMessage(answer.result));
-    return kFailed;
-  }
-  const bool failed = answer.result < 0 || IsErrorMessage(answer.text) || IsRefusal(answer.text);
-  return failed ? kFailed : kAnswered;
+  return CodeOf(entry.name, answer, isUsage);
+}
+
+ExitCode RunTableQuery(const host::TableQuery &ask) {
+  const host::Answer answer = host::AnswerTableQuery(ask, WriteOut);
+  if (!WriteAnswer(answer.text)) return kUnusable;
+  return CodeOf("show", answer, false);
 }
 
 }  // namespace qdt::nqecli

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "host/library/entry_points.h"
+#include "host/library/table_query.h"
 #include "tools/nqecli/output.h"
 
 namespace qdt::nqecli {
@@ -13,12 +14,12 @@ namespace qdt::nqecli {
 // name.
 ExitCode RunFamily(const host::EntryPoint &entry, std::span<char *const> words);
 
+// Runs a query of a table and writes its answer, however long.
+ExitCode RunTableQuery(const host::TableQuery &ask);
+
 // Whether an answer can end with the family's usage list, whose last line names the family, so that it has to
 // be compared with it: printing that list takes longer than most queries.
 bool MayBeUsage(const host::EntryPoint &entry, std::string_view answer);
-
-// The message of a return code.
-const char *CodeMessage(int32_t code);
 
 // Whether an answer is nothing but the message of a failed query.
 bool IsErrorMessage(std::string_view answer);

@@ -15,6 +15,7 @@
 #include "host/base/fd.h"
 #include "host/base/host_error.h"
 #include "host/layout/value_text.h"
+#include "host/record/csv_out.h"
 #include "host/record/row_text.h"
 #include "host/sql/sql.h"
 #include "host/wire/paths.h"
@@ -164,11 +165,9 @@ class RowWriter {
   }
 
   void CsvLine(const std::vector<std::string> &cells) {
-    for (size_t i = 0; i < cells.size(); ++i) {
-      if (i > 0) out_.Put(',');
-      host::AppendCsvCell(cells[i], &out_);
-    }
-    out_.Append("\r\n");
+    host::CsvOut csv(&out_);
+    for (const std::string &cell : cells) csv.Cell(cell);
+    csv.EndLine();
   }
 
   void Columns() {

@@ -47,11 +47,14 @@ class LayoutWriter {
     for (const TableLayout &table : layout.tables()) tables.push_back(Table(table));
     std::vector<std::string> regions;
     for (const RegionLayout &region : layout.regions()) regions.push_back(Region(region));
+    std::vector<std::string> views;
+    for (const ViewLayout &view : layout.views()) views.push_back(View(view));
     Array("TableLayout", "kTables", tables);
     Array("RegionLayout", "kRegions", regions);
+    Array("ViewLayout", "kViews", views);
     Array("uint16_t", "kByName", ByName(layout));
     out_ << "}  // namespace\n\nconst Layout &Layout::BuiltIn() {\n"
-            "  static const Layout layout(kTables, kRegions, kByName);\n  return layout;\n}\n\n"
+            "  static const Layout layout(kTables, kRegions, kViews, kByName);\n  return layout;\n}\n\n"
             "}  // namespace qdt::host\n";
   }
 
@@ -156,6 +159,13 @@ class LayoutWriter {
     return "{{" + Text(region.spec.name) + ", " + Number(region.spec.size) + ", " +
            (region.spec.clientWritable ? "true" : "false") + "}, " + Text(region.about) + ", " + fields +
            ", " + Text(region.place) + "}";
+  }
+
+  std::string View(const ViewLayout &view) {
+    const std::string fields = Fields(view.fields);
+    return "{" + Number(view.id) + ", " + Text(view.name) + ", " + Text(view.about) + ", " +
+           Text(view.table) + ", " + Text(view.region) + ", " + Number(view.recordSize) + ", " + fields +
+           ", " + Text(view.place) + "}";
   }
 
   std::ostream &out_;

@@ -1,0 +1,38 @@
+#ifndef HOST_RECORD_CSV_OUT_H_
+#define HOST_RECORD_CSV_OUT_H_
+
+#include <string_view>
+#include <utility>
+
+#include "host/record/text_out.h"
+
+namespace qdt::host {
+
+// Lines of cells as RFC 4180 has them.
+class CsvOut {
+ public:
+  explicit CsvOut(TextOut *out) : out_(*out) {}
+
+  void Cell(std::string_view text) {
+    if (!std::exchange(atStart_, false)) out_.Put(',');
+    if (text.find_first_of("\",\r\n") == text.npos) return out_.Append(text);
+    out_.Put('"');
+    for (const char c : text) {
+      if (c == '"') out_.Put(c);
+      out_.Put(c);
+    }
+    out_.Put('"');
+  }
+  void EndLine() {
+    out_.Append("\r\n");
+    atStart_ = true;
+  }
+
+ private:
+  TextOut &out_;
+  bool atStart_ = true;
+};
+
+}  // namespace qdt::host
+
+#endif  // HOST_RECORD_CSV_OUT_H_
