@@ -9,6 +9,7 @@ constexpr Command kCommands[] = {
     {"list", "list TABLE [FIELD=VALUE ...]",
      "a table's entries; --json --ndjson --csv --yaml --fields F,.. --sort F --limit N --count", List},
     {"usage", "usage [--warn PERCENT]", "how full the tables are, the fullest first; --json", Usage},
+    {"check", "check", "hold the tables against each other, a line for each fault; --json", Check},
 };
 
 }  // namespace
