@@ -124,11 +124,9 @@ class LeafWalk {
     if (field.pointer != 0 || !field.selector.empty()) leaf.part = &field;
     const uint32_t first = node.element.value_or(0);
     const uint32_t end = node.element ? first + 1 : std::max(field.count, 1u);
-    if (field.count != 0) {
-      const FieldRef counter = CounterOf(outer.beside, field.name, outer.base);
-      if (counter.size != 0) leaf.counter = counter;
-    }
-    const bool counts = leaf.counter.size != 0 && outer.counter.size == 0;
+    // Of arrays in arrays the outer one's count tells what is in use.
+    const bool counts = field.count != 0 && outer.counter.size == 0;
+    if (counts) leaf.counter = CounterOf(outer.beside, field.name, outer.base);
     for (uint32_t i = first; i < end; ++i) {
       leaf.path = outer.path + node.name;
       if (node.IsArray()) leaf.path += "[" + std::to_string(i) + "]";

@@ -9,6 +9,9 @@ constexpr Command kCommands[] = {
     {"list", "list TABLE [FIELD=VALUE ...]",
      "a table's entries; --json --ndjson --csv --yaml --fields F,.. --sort F --limit N --count", List},
     {"usage", "usage [--warn PERCENT]", "how full the tables are, the fullest first; --json", Usage},
+    {"find", "find VALUE",
+     "every field that holds an address, prefix, MAC address, interface index or text; --json --limit N",
+     Find},
     {"check", "check", "hold the tables against each other, a line for each fault; --json", Check},
 };
 
