@@ -54,6 +54,17 @@ std::string_view SearchValue::KindName() const {
   return kNames[static_cast<size_t>(kind_)];
 }
 
+bool SearchValue::IsAddress() const {
+  switch (kind_) {
+    case Kind::kIpv4:
+      return mask_ == LowBits({0, 4, FieldKind::kIpv4, 0, 0});
+    case Kind::kIpv6:
+      return mask_ == ~WideValue{0};
+    default:
+      return kind_ == Kind::kMac;
+  }
+}
+
 bool SearchValue::IsFor(const Field &field) const {
   const ValueForm form = FormOf(field.ref.kind);
   switch (kind_) {

@@ -22,6 +22,10 @@ class SearchValue {
 
   Kind kind() const { return kind_; }
   std::string_view KindName() const;
+  // Of addresses and interface indexes; of a prefix its first address.
+  WideValue value() const { return value_; }
+  // Whether it is one IPv4, IPv6 or MAC address.
+  bool IsAddress() const;
 
   // Whether values of the field are of the kind. The keys of the tables of interfaces are, too.
   bool IsFor(const Field &field) const;

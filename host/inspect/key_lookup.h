@@ -15,6 +15,8 @@ class LookupKey {
  public:
   // All fields 0, but for those that always hold one value.
   explicit LookupKey(const TableLayout &table);
+  // Of an entry.
+  LookupKey(const TableLayout &table, const uint8_t *key);
 
   // Sets the free fields in the order of the layout, each to the value of the place in its turn: fields of a
   // key or a record, of the same form.
@@ -27,7 +29,7 @@ class LookupKey {
   void SetNumber(WideValue number);
   void SetField(std::string_view field, WideValue value);
 
-  const TableLayout &table() const { return table_; }
+  const TableLayout &table() const { return *table_; }
   const uint8_t *bytes() const { return bytes_; }
   // Whether all values are 0.
   bool IsZero() const;
@@ -39,7 +41,7 @@ class LookupKey {
   std::string Text() const;
 
  private:
-  const TableLayout &table_;
+  const TableLayout *table_;
   uint8_t bytes_[tbm::kMaxKeySize] = {};
 };
 

@@ -78,14 +78,11 @@ class ReferenceRule : public EntryRule {
 };
 
 // The fields beside a reference that tell its key; of arrays each element has its own.
-void BindByLayout(Leaf *leaf, Binding *binding) {
-  for (const std::string_view name : leaf->field->agreesWith) {
-    const Field *says = leaf->beside.Find(name);
-    const uint32_t at = leaf->base + (says->count != 0 ? leaf->element * says->stride : 0);
-    binding->said.push_back({says->ref.At(at), leaf->inKey});
-    if (says->count == 0 || leaf->counter.size != 0) continue;
-    leaf->counter = CounterOf(leaf->beside, name, leaf->base);
-    leaf->counted = leaf->element;
+void BindByLayout(const Leaf &leaf, Binding *binding) {
+  for (const std::string_view name : leaf.field->agreesWith) {
+    const Field *says = leaf.beside.Find(name);
+    const uint32_t at = leaf.base + (says->count != 0 ? leaf.element * says->stride : 0);
+    binding->said.push_back({says->ref.At(at), leaf.inKey});
   }
 }
 
@@ -139,7 +136,7 @@ void AddReferenceRules(const RecordSource &source, const TableLayout &table, Ent
     });
     if (isRoute) continue;
     Binding binding;
-    BindByLayout(&leaf, &binding);
+    BindByLayout(leaf, &binding);
     BindByRules(table, leaf, &binding);
     rules->push_back(std::make_unique<ReferenceRule>(source, std::move(leaf), std::move(binding)));
   }

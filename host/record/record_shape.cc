@@ -126,7 +126,7 @@ class LeafWalk {
     const uint32_t end = node.element ? first + 1 : std::max(field.count, 1u);
     // Of arrays in arrays the outer one's count tells what is in use.
     const bool counts = field.count != 0 && outer.counter.size == 0;
-    if (counts) leaf.counter = CounterOf(outer.beside, field.name, outer.base);
+    if (counts) leaf.counter = CounterOfArray(field, outer);
     for (uint32_t i = first; i < end; ++i) {
       leaf.path = outer.path + node.name;
       if (node.IsArray()) leaf.path += "[" + std::to_string(i) + "]";
@@ -136,6 +136,13 @@ class LeafWalk {
   }
 
  private:
+  // References to the entries that a counted array of numbers names are counted with it.
+  static FieldRef CounterOfArray(const Field &array, const Leaf &outer) {
+    const FieldRef counter = CounterOf(outer.beside, array.name, outer.base);
+    if (counter.size != 0 || array.agreesWith.empty()) return counter;
+    return CounterOf(outer.beside, array.agreesWith.front(), outer.base);
+  }
+
   bool HasWanted(const ShapeNode &node) const {
     if (wanted_ == nullptr) return true;
     if (!node.IsStructure()) return (*wanted_)(*node.field);
@@ -227,7 +234,7 @@ std::vector<Leaf> LeavesOf(const RegionLayout &region, const WantedField &wanted
 }
 
 std::vector<Leaf> LeavesAt(const TableLayout &table, std::string_view path) {
-  return LeavesOf({PathWalk(table, path).First()});
+  return Collect({PathWalk(table, path).First()}, table.key, table.fields, nullptr);
 }
 
 }  // namespace qdt::host

@@ -1,11 +1,11 @@
 """nqecli check: an engine's tables held against each other."""
 
 import json
-import random
 
 import pytest
 
 from conftest import nqecli, site_of
+from damage import damaged_copies
 
 # What the campus site's scenario plants, and nothing else.
 CAMPUS = """\
@@ -90,13 +90,8 @@ def test_no_engine(directory):
 
 @pytest.mark.parametrize("command", [("check",), ("check", "--json")])
 def test_damaged_snapshots(campus, directory, command):
-    """Words at random all over the tables: an answer, or one line, in good time."""
-    damaged = directory / "damaged"
-    generator = random.Random(7)
     codes = set()
-    for _ in range(12):
-        damaged.write_bytes(b"")
-        damaged_copy(campus.snapshot, damaged, generator)
+    for damaged in damaged_copies(campus.snapshot, directory / "damaged"):
         result = nqecli("--snapshot", damaged, *command)
         codes.add(result.code)
         if result.code == 2:
@@ -105,24 +100,3 @@ def test_damaged_snapshots(campus, directory, command):
             assert (result.code, result.err) == (1, ""), result
             assert command != ("check", "--json") or json.loads(result.out)["count"] > 0
     assert 1 in codes
-
-
-def damaged_copy(snapshot, damaged, generator):
-    """A copy of the snapshot, holes as holes, with a word in every eighth page of its contents replaced."""
-    with open(snapshot, "rb") as source, open(damaged, "r+b") as target:
-        size = source.seek(0, 2)
-        target.truncate(size)
-        at = 0
-        while True:
-            try:
-                at = source.seek(at, 3)  # SEEK_DATA
-            except OSError:
-                return
-            page = bytearray(source.read(4096))
-            if at >= 65536 and generator.randrange(8) == 0:
-                word = generator.randrange(len(page) // 8) * 8
-                value = generator.getrandbits(64) if generator.randrange(3) == 0 else generator.randrange(64)
-                page[word:word + 8] = value.to_bytes(8, "little")
-            target.seek(at)
-            target.write(page)
-            at += 4096

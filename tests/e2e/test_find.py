@@ -5,6 +5,7 @@ import json
 import pytest
 
 from conftest import nqecli, site_of
+from damage import damaged_copies
 
 STATION = """\
 arp  vpn=0 next_hop=192.0.2.14  dmac  02:00:5e:30:00:04
@@ -128,3 +129,16 @@ def test_many_entries():
     with site_of(MANY) as site:
         both(site, "find", "10.0.117.48").answered("session  index=30000  positive.source  10.0.117.48\n")
         assert len(both(site, "find", "101").out.splitlines()) == 16384 + 30000
+
+
+@pytest.mark.parametrize("value", ["101", "192.0.2.0/24", "*a*"])
+def test_damaged_snapshots(campus, directory, value):
+    codes = set()
+    for damaged in damaged_copies(campus.snapshot, directory / "damaged"):
+        result = nqecli("--snapshot", damaged, "find", value)
+        codes.add(result.code)
+        if result.code == 2:
+            assert result.err.startswith("nqecli: ") and result.err.count("\n") == 1, result
+        else:
+            assert (result.code, result.err) == (0, "") and result.out.endswith("\n"), result
+    assert 0 in codes

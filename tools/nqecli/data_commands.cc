@@ -12,6 +12,8 @@ constexpr Command kCommands[] = {
     {"find", "find VALUE",
      "every field that holds an address, prefix, MAC address, interface index or text; --json --limit N",
      Find},
+    {"explain", "explain ADDRESS [vpn=N]",
+     "follow an IPv4, IPv6 or MAC address through the tables; --json --limit N", Explain},
     {"check", "check", "hold the tables against each other, a line for each fault; --json", Check},
 };
 

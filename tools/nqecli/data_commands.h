@@ -10,6 +10,7 @@
 namespace qdt::nqecli {
 
 ExitCode Check(const Place &place, std::span<char *const> words);
+ExitCode Explain(const Place &place, std::span<char *const> words);
 ExitCode Find(const Place &place, std::span<char *const> words);
 ExitCode List(const Place &place, std::span<char *const> words);
 ExitCode Usage(const Place &place, std::span<char *const> words);
