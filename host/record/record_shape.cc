@@ -110,23 +110,74 @@ void Merge(std::vector<ShapeNode> *nodes, ShapeNode node) {
   for (ShapeNode &inner : node.inner) Merge(&same->inner, std::move(inner));
 }
 
-void AddLeaves(const ShapeNode &node, const std::string &prefix, uint32_t base, const Field *part,
-               std::vector<Leaf> *leaves) {
-  const Field &field = *node.field;
-  if (field.pointer != 0 || !field.selector.empty()) part = &field;
-  const uint32_t first = node.element.value_or(0);
-  const uint32_t end = node.element ? first + 1 : std::max(field.count, 1u);
-  for (uint32_t i = first; i < end; ++i) {
-    std::string path = prefix + node.name;
-    if (node.IsArray()) path += "[" + std::to_string(i) + "]";
-    const uint32_t at = base + i * field.stride;
-    if (node.IsStructure()) {
-      for (const ShapeNode &inner : node.inner)
-        AddLeaves(inner, path + ".", at + field.ref.offset, part, leaves);
-    } else {
-      leaves->push_back({field.ref.At(at), &field, part, node.inKey, std::move(path)});
+// Collects the values that are wanted.
+class LeafWalk {
+ public:
+  LeafWalk(const WantedField *wanted, std::vector<Leaf> *leaves) : wanted_(wanted), leaves_(leaves) {}
+
+  // Leaves of a node begin as `outer`, whose path is that of the structure with a point behind it.
+  void Add(const ShapeNode &node, const Leaf &outer) {
+    if (!HasWanted(node)) return;
+    const Field &field = *node.field;
+    Leaf leaf = outer;
+    leaf.inKey = node.inKey;
+    if (field.pointer != 0 || !field.selector.empty()) leaf.part = &field;
+    const uint32_t first = node.element.value_or(0);
+    const uint32_t end = node.element ? first + 1 : std::max(field.count, 1u);
+    // Of arrays in arrays the outer one's count tells what is in use.
+    const bool counts = field.count != 0 && outer.counter.size == 0;
+    if (counts) leaf.counter = CounterOfArray(field, outer);
+    for (uint32_t i = first; i < end; ++i) {
+      leaf.path = outer.path + node.name;
+      if (node.IsArray()) leaf.path += "[" + std::to_string(i) + "]";
+      if (counts) leaf.counted = i;
+      AddElement(node, leaf, i);
     }
   }
+
+ private:
+  // References to the entries that a counted array of numbers names are counted with it.
+  static FieldRef CounterOfArray(const Field &array, const Leaf &outer) {
+    const FieldRef counter = CounterOf(outer.beside, array.name, outer.base);
+    if (counter.size != 0 || array.agreesWith.empty()) return counter;
+    return CounterOf(outer.beside, array.agreesWith.front(), outer.base);
+  }
+
+  bool HasWanted(const ShapeNode &node) const {
+    if (wanted_ == nullptr) return true;
+    if (!node.IsStructure()) return (*wanted_)(*node.field);
+    return std::ranges::any_of(node.inner, [this](const ShapeNode &inner) { return HasWanted(inner); });
+  }
+
+  void AddElement(const ShapeNode &node, Leaf leaf, uint32_t element) {
+    const uint32_t at = leaf.base + element * node.field->stride;
+    if (!node.IsStructure()) {
+      leaf.ref = node.field->ref.At(at);
+      leaf.field = node.field;
+      leaf.element = element;
+      leaves_->push_back(std::move(leaf));
+      return;
+    }
+    leaf.path += '.';
+    leaf.beside = node.field->fields;
+    leaf.base = at + node.field->ref.offset;
+    for (const ShapeNode &inner : node.inner) Add(inner, leaf);
+  }
+
+  const WantedField *wanted_;
+  std::vector<Leaf> *leaves_;
+};
+
+std::vector<Leaf> Collect(const std::vector<ShapeNode> &nodes, const FieldSet &key, const FieldSet &fields,
+                          const WantedField *wanted) {
+  std::vector<Leaf> leaves;
+  LeafWalk walk(wanted, &leaves);
+  for (const ShapeNode &node : nodes) {
+    Leaf top;
+    top.beside = node.inKey ? key : fields;
+    walk.Add(node, top);
+  }
+  return leaves;
 }
 
 }  // namespace
@@ -158,17 +209,34 @@ RecordShape RecordShape::Select(const TableLayout &table, std::string_view paths
   return shape;
 }
 
-std::vector<Leaf> LeavesOf(const std::vector<ShapeNode> &nodes) {
-  std::vector<Leaf> leaves;
-  for (const ShapeNode &node : nodes) AddLeaves(node, "", 0, nullptr, &leaves);
-  return leaves;
+FieldRef CounterOf(const FieldSet &beside, std::string_view array, uint32_t base) {
+  for (const Field &field : beside.all()) {
+    if (field.counts == array) return field.ref.At(base);
+  }
+  return {};
 }
 
-std::vector<Leaf> LeavesOf(const TableLayout &table) { return LeavesOf(RecordShape::Whole(table).nodes); }
-std::vector<Leaf> LeavesOf(const RegionLayout &region) { return LeavesOf(RecordShape::Whole(region).nodes); }
+bool Leaf::IsInUse(const uint8_t *bytes) const {
+  if (counter.size == 0) return true;
+  return static_cast<__int128>(counter.Read(bytes)) > static_cast<__int128>(counted);
+}
+
+std::vector<Leaf> LeavesOf(const std::vector<ShapeNode> &nodes) { return Collect(nodes, {}, {}, nullptr); }
+std::vector<Leaf> LeavesOf(const TableLayout &table) {
+  return Collect(RecordShape::Whole(table).nodes, table.key, table.fields, nullptr);
+}
+std::vector<Leaf> LeavesOf(const RegionLayout &region) {
+  return Collect(RecordShape::Whole(region).nodes, {}, region.fields, nullptr);
+}
+std::vector<Leaf> LeavesOf(const TableLayout &table, const WantedField &wanted) {
+  return Collect(RecordShape::Whole(table).nodes, table.key, table.fields, &wanted);
+}
+std::vector<Leaf> LeavesOf(const RegionLayout &region, const WantedField &wanted) {
+  return Collect(RecordShape::Whole(region).nodes, {}, region.fields, &wanted);
+}
 
 std::vector<Leaf> LeavesAt(const TableLayout &table, std::string_view path) {
-  return LeavesOf({PathWalk(table, path).First()});
+  return Collect({PathWalk(table, path).First()}, table.key, table.fields, nullptr);
 }
 
 }  // namespace qdt::host

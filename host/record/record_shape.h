@@ -1,6 +1,7 @@
 #ifndef HOST_RECORD_RECORD_SHAPE_H_
 #define HOST_RECORD_RECORD_SHAPE_H_
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -43,13 +44,29 @@ struct Leaf {
   const Field *part =
       nullptr;  // the structure of the record, not of all records, in which it stands; or null
   bool inKey = false;
-  std::string path;  // "counters[2].in_bytes"
+  std::string path;      // "counters[2].in_bytes"
+  FieldSet beside;       // the fields of the structure in which it stands
+  uint32_t base = 0;     // where that begins
+  uint32_t element = 0;  // of its own array
+  FieldRef counter;      // what counts the array in which it stands; of size 0 when nothing does
+  uint32_t counted = 0;  // which element of that array it is, or is part of
+
+  // Whether the array has as many elements in use. `bytes` are the key or record.
+  bool IsInUse(const uint8_t *bytes) const;
 };
+
+// What in `beside`, a structure that begins at `base`, counts the elements of an array; of size 0 when
+// nothing does.
+FieldRef CounterOf(const FieldSet &beside, std::string_view array, uint32_t base);
 
 // All values of the nodes, arrays element by element.
 std::vector<Leaf> LeavesOf(const std::vector<ShapeNode> &nodes);
 std::vector<Leaf> LeavesOf(const TableLayout &table);
 std::vector<Leaf> LeavesOf(const RegionLayout &region);
+// Those of fields that `wanted`, which is asked of single values and arrays of them, accepts.
+using WantedField = std::function<bool(const Field &)>;
+std::vector<Leaf> LeavesOf(const TableLayout &table, const WantedField &wanted);
+std::vector<Leaf> LeavesOf(const RegionLayout &region, const WantedField &wanted);
 // Those at a path of Select's form; an array that is named without an element is all of its elements.
 std::vector<Leaf> LeavesAt(const TableLayout &table, std::string_view path);
 

@@ -13,6 +13,12 @@ constexpr Command kCommands[] = {
     {"statistics", "statistics [PATTERN]",
      "the engine's counters by name, their sums and those of each core; --json --csv", Statistics},
     {"usage", "usage [--warn PERCENT]", "how full the tables are, the fullest first; --json", Usage},
+    {"find", "find VALUE",
+     "every field that holds an address, prefix, MAC address, interface index or text; --json --limit N",
+     Find},
+    {"explain", "explain ADDRESS [vpn=N]",
+     "follow an IPv4, IPv6 or MAC address through the tables; --json --limit N", Explain},
+    {"check", "check", "hold the tables against each other, a line for each fault; --json", Check},
 };
 
 }  // namespace

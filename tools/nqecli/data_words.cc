@@ -161,6 +161,34 @@ const host::TableLayout &TableOf(std::string_view name) {
   return *table;
 }
 
+void WritePlace(host::JsonWriter *json, const host::TableLayout *table, const host::RegionLayout *region,
+                const uint8_t *key) {
+  if (region != nullptr) {
+    host::JsonKey(json, "region");
+    return host::JsonText(json, region->spec.name);
+  }
+  host::JsonKey(json, "table");
+  host::JsonText(json, table->shortName);
+  host::JsonKey(json, "id");
+  json->Uint(table->spec.id);
+  if (key == nullptr) return;
+  host::JsonKey(json, "key");
+  host::WriteJsonKey(json, *table, key);
+}
+
+void AppendPlace(const host::TableLayout *table, const host::RegionLayout *region, const uint8_t *key,
+                 std::string *line) {
+  *line += region != nullptr ? std::string_view(region->spec.name) : table->shortName;
+  *line += "  ";
+  if (key != nullptr) {
+    const size_t before = line->size();
+    host::AppendNamedKey(*table, key, line);
+    // A table of one record has a key that is always the same.
+    if (line->size() != before) return;
+  }
+  *line += '-';
+}
+
 void StandardOut::Write(std::string_view text) { WriteOut(text); }
 
 uint32_t TerminalWidth() {

@@ -56,6 +56,14 @@ std::unique_ptr<host::RecordSource> OpenSource(const Place &place);
 // The table of a name, with fields. Throws HostError with the name that was meant.
 const host::TableLayout &TableOf(std::string_view name);
 
+// Where a value stands, as members of an object: {"table": "fib", "id": 1, "key": {...}}, or {"region":
+// "..."}. The key is left out where it is null.
+void WritePlace(host::JsonWriter *json, const host::TableLayout *table, const host::RegionLayout *region,
+                const uint8_t *key);
+// The same in a line: "fib  prefix=26 vpn=0 destination=192.0.2.0", "-" for a key that is null.
+void AppendPlace(const host::TableLayout *table, const host::RegionLayout *region, const uint8_t *key,
+                 std::string *line);
+
 // Standard output. Throws HostError when it takes no more, and OutputClosed when nobody reads it any longer.
 class StandardOut : public host::TextOut {
  private:
