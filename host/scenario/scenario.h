@@ -20,8 +20,10 @@ struct PlannedReference {
   FieldRef field;       // where the address goes
   uint32_t table = 0;   // id of the table that it leads to
   uint32_t target = 0;  // index among that table's entries
-  bool stale = false;   // the address that the target had before it was replaced
+  bool stale = false;   // the address that the target had before it was replaced; of kNoTarget any free place
   uint32_t inside = 0;  // bytes from the target's record to what is meant in it
+
+  static constexpr uint32_t kNoTarget = ~0u;
 };
 
 // The entries that a scenario puts into one table, in their order.
