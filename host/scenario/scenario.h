@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "host/layout/layout.h"
+#include "host/layout/yaml_tree.h"
 #include "host/scenario/nat_policy.h"
 #include "host/scenario/statistics_section.h"
 #include "host/tbm/table_writer.h"
@@ -56,7 +57,7 @@ struct PlannedRegion {
 class Scenario {
  public:
   // A file above this size is refused before it is read.
-  static constexpr uint64_t kMaxFileSize = 128u << 20;
+  static constexpr uint64_t kMaxFileSize = YamlTree::kMaxFileSize;
 
   // Reads the file at `path`. Throws HostError with one line "FILE:LINE: TABLE.FIELD: what is wrong (how to
   // mend it)". `layout` must outlive the scenario.

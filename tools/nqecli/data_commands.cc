@@ -8,6 +8,8 @@ namespace {
 constexpr Command kCommands[] = {
     {"list", "list TABLE [FIELD=VALUE ...]",
      "a table's entries; --json --ndjson --csv --yaml --fields F,.. --sort F --limit N --count", List},
+    {"export", "export FILE", "all that the engine holds as a scenario that nqed loads; - is standard output",
+     Export},
     {"usage", "usage [--warn PERCENT]", "how full the tables are, the fullest first; --json", Usage},
 };
 
