@@ -24,6 +24,14 @@ std::string QueryPolicy(std::span<const NatPolicyRule> policy, Words words) {
   throw HostError("the NAT policy has no rule " + Quoted(words[1]));
 }
 
+// The whole policy as a scenario has it, an entry a line.
+std::string ExportPolicy(std::span<const NatPolicyRule> policy, Words words) {
+  if (!words.empty()) throw HostError("too many words (nat export-nat-policy)");
+  std::string text;
+  for (const NatPolicyRule &rule : policy) text += rule.entry + '\n';
+  return text;
+}
+
 // The rules that take their addresses from one group.
 struct GroupUse {
   std::string rules;
@@ -66,9 +74,10 @@ std::string QueryGroups(std::span<const NatPolicyRule> policy, Words words) {
 }  // namespace
 
 std::string RunNatCommand(std::span<const NatPolicyRule> policy, std::span<const std::string> words) {
-  constexpr const char *kQueries[] = {"query-nat-policy", "query-nat-address-group-usage"};
-  const bool isPolicy = FindWord("nat", kQueries, words.empty() ? "" : words[0]) == 0;
-  return isPolicy ? QueryPolicy(policy, words.subspan(1)) : QueryGroups(policy, words.subspan(1));
+  constexpr const char *kQueries[] = {"query-nat-policy", "query-nat-address-group-usage",
+                                      "export-nat-policy"};
+  constexpr decltype(&QueryPolicy) kAnswers[] = {QueryPolicy, QueryGroups, ExportPolicy};
+  return kAnswers[FindWord("nat", kQueries, words.empty() ? "" : words[0])](policy, words.subspan(1));
 }
 
 }  // namespace qdt::host

@@ -1,8 +1,9 @@
 #include "host/engine/reassembly.h"
 
-#include <time.h>
-
 #include <algorithm>
+#include <string>
+
+#include "host/regions/reassembly_regions.h"
 
 namespace qdt::host {
 namespace {
@@ -16,20 +17,6 @@ struct Link {
 constexpr uint32_t kHeadOffset = 24;
 constexpr uint32_t kLinkOffset = 16;
 
-// The processor's timer in milliseconds, in which the engine stamps packets.
-uint64_t Milliseconds() {
-#if defined(__aarch64__)
-  uint64_t counter, frequency;
-  asm volatile("isb\n\tmrs %0, cntvct_el0" : "=r"(counter));
-  asm volatile("mrs %0, cntfrq_el0" : "=r"(frequency));
-  return counter / frequency * 1000 + counter % frequency * 1000 / frequency;
-#else
-  timespec now = {};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1'000'000;
-#endif
-}
-
 void Append(Link *head, Link *link) {
   *link = {head->previous, head};
   head->previous->next = link;
@@ -40,7 +27,7 @@ void Append(Link *head, Link *link) {
 void CheckShape(const RegionLayout &layout, const Field &packets) {
   const bool isGood = packets.count != 0 && packets.ref.offset >= kHeadOffset + sizeof(Link) &&
                       packets.stride >= kLinkOffset + sizeof(Link) && packets.ref.offset % 8 == 0 &&
-                      packets.stride % 8 == 0 && packets.fields.Find("waited") != nullptr;
+                      packets.stride % 8 == 0 && packets.fields.Find(kReassemblyArrival) != nullptr;
   if (isGood) return;
   throw HostError(
       std::string(layout.place) + ": " + std::string(layout.spec.name) +
@@ -49,7 +36,7 @@ void CheckShape(const RegionLayout &layout, const Field &packets) {
 }
 
 void StartRing(const RegionLayout &layout, Arena *arena) {
-  const Field &packets = *layout.fields.Find("packets");
+  const Field &packets = *layout.fields.Find(kReassemblyPackets);
   CheckShape(layout, packets);
   auto *region = static_cast<char *>(arena->FindRegion(layout.spec.name, nullptr));
   if (!arena->Reserve(region, layout.spec.size)) {
@@ -58,8 +45,8 @@ void StartRing(const RegionLayout &layout, Arena *arena) {
   }
   auto *head = reinterpret_cast<Link *>(region + kHeadOffset);
   *head = {head, head};
-  const FieldRef waited = packets.fields.Find("waited")->ref;
-  const uint64_t now = Milliseconds();
+  const FieldRef waited = packets.fields.Find(kReassemblyArrival)->ref;
+  const uint64_t now = TimerMilliseconds();
   for (uint32_t i = 0; i < packets.count; ++i) {
     char *const packet = region + packets.ref.offset + i * packets.stride;
     // Places that the scenario has left out.
@@ -72,10 +59,10 @@ void StartRing(const RegionLayout &layout, Arena *arena) {
 }  // namespace
 
 void StartReassembly(const Layout &layout, Arena *arena) {
-  for (const char *name : {"IP_REASS_CTX_PTR", "IP6_REASS_CTX_PTR"}) {
+  for (const std::string_view name : kReassemblyRegions) {
     const RegionLayout *region = layout.FindRegion(name);
     // Tests bring layouts of their own.
-    if (region != nullptr && region->fields.Find("packets") != nullptr) StartRing(*region, arena);
+    if (region != nullptr && region->fields.Find(kReassemblyPackets) != nullptr) StartRing(*region, arena);
   }
 }
 

@@ -345,7 +345,7 @@ FieldSet LayoutReader::ReadFields(const YamlNode *node, const std::string &where
   for (size_t i = 0; i < node->items.size(); i += 2) {
     const YamlNode &name = *node->items[i];
     CheckName(name, where + name.text.substr(0, kMaxLayoutName));
-    if (name.text == "repeat" || name.text == "stale")
+    if (name.text == "repeat" || name.text == "stale" || name.text == "record")
       Fail(name, where + name.text, "a word that scenarios keep (rename it)");
     Field field = ReadField(name.text, *node->items[i + 1], where);
     switch (bits.Take(field)) {

@@ -35,6 +35,8 @@ class YamlTree {
  public:
   static constexpr uint32_t kMaxDepth = 16;
   static constexpr uint64_t kMaxNodes = 8'000'000;
+  // Bytes of the largest files that are read.
+  static constexpr uint64_t kMaxFileSize = 128u << 20;
 
   // Throws HostError "FILE:LINE: what is wrong (how to mend it)".
   YamlTree(std::string file, std::string_view text);

@@ -187,7 +187,7 @@ class ColumnSink : public RecordSink {
 class YamlSink : public RecordSink {
  public:
   YamlSink(TextOut *out, const AnswerName &name, const RecordShape &shape)
-      : out_(*out), name_(name), shape_(shape), yaml_(out) {}
+      : out_(*out), name_(name), yaml_(out, shape) {}
 
   void Begin() override {
     out_.Append(name_.name);
@@ -195,7 +195,7 @@ class YamlSink : public RecordSink {
   }
   void Record(const RecordBytes &record) override {
     out_.Append("\n  - ");
-    yaml_.Record(record, shape_);
+    yaml_.Record(record);
     any_ = true;
   }
   void End(uint64_t count, bool truncated) override {
@@ -212,7 +212,6 @@ class YamlSink : public RecordSink {
  private:
   TextOut &out_;
   AnswerName name_;
-  const RecordShape &shape_;
   YamlWriter yaml_;
   bool any_ = false;
 };

@@ -6,8 +6,17 @@
 
 #include "host/base/host_error.h"
 #include "host/base/near_name.h"
+#include "host/layout/value_text.h"
 
 namespace qdt::host {
+namespace {
+
+// Words of scenarios, which are no names of fields.
+constexpr std::string_view kRepeat = "repeat";
+constexpr std::string_view kStale = "stale";
+constexpr std::string_view kOwnFields = "record";
+
+}  // namespace
 
 EntryTemplate::EntryTemplate(const YamlTree &tree, const Layout &layout, std::string_view owner,
                              bool counting)
@@ -18,10 +27,27 @@ void EntryTemplate::Fail(const YamlNode &node, std::string_view path, const std:
 }
 
 void EntryTemplate::Bind(const FieldSet &fields, const FieldSet *key, const YamlNode &entry) {
-  hasRepeat_ = key != nullptr;
+  isEntry_ = key != nullptr;
   BindMap(fields, key, entry, 0, "");
   BindTimes(fields, entry);
-  if (key != nullptr) BindRestOfKey(*key, entry);
+  if (key == nullptr) return;
+  BindRestOfKey(*key, entry);
+  if (const YamlNode *own = entry.Get(kOwnFields)) BindOwn(fields, *key, *own);
+}
+
+// What the record's own fields say where they differ from the key's fields of the same names.
+void EntryTemplate::BindOwn(const FieldSet &fields, const FieldSet &key, const YamlNode &own) {
+  const std::string where(kOwnFields);
+  if (!own.IsMap()) Fail(own, where, "not a mapping (write {FIELD: VALUE, ...})");
+  for (size_t i = 0; i < own.items.size(); i += 2) {
+    const YamlNode &name = *own.items[i];
+    const Field *field = fields.Find(name.text);
+    if (field == nullptr || key.Find(name.text) == nullptr) {
+      Fail(name, where + "." + name.text.substr(0, 64),
+           "no field that key and record both have (write it outside of record)");
+    }
+    BindField(*field, *own.items[i + 1], 0, where + "." + name.text);
+  }
 }
 
 // A time that is left out is now, 0 seconds ago.
@@ -45,10 +71,11 @@ void EntryTemplate::BindRestOfKey(const FieldSet &key, const YamlNode &entry) {
 
 void EntryTemplate::BindMap(const FieldSet &fields, const FieldSet *key, const YamlNode &map, uint32_t base,
                             const std::string &prefix) {
+  const YamlNode *own = isEntry_ && key != nullptr ? map.Get(kOwnFields) : nullptr;
   for (size_t i = 0; i < map.items.size(); i += 2) {
     const YamlNode &name = *map.items[i];
     const YamlNode &value = *map.items[i + 1];
-    if (hasRepeat_ && key != nullptr && name.text == "repeat") continue;
+    if (isEntry_ && key != nullptr && (name.text == kRepeat || name.text == kOwnFields)) continue;
     const Field *field = fields.Find(name.text);
     const Field *keyField = key != nullptr ? key->Find(name.text) : nullptr;
     if (keyField != nullptr && keyField->constant) {
@@ -56,8 +83,13 @@ void EntryTemplate::BindMap(const FieldSet &fields, const FieldSet *key, const Y
     }
     if (keyField != nullptr) BindValue(keyField->ref, true, value, prefix + name.text);
     if (field != nullptr && !field->selector.empty()) BindVariant(*field, name);
-    if (field != nullptr && field->pointer != 0) BindAttached(*field, name);
-    if (field != nullptr) BindField(*field, value, base, prefix + name.text);
+    if (field != nullptr && field->pointer != 0 && value.Get(kStale) != nullptr) {
+      BindStrayed(*field, value);
+    } else if (field != nullptr) {
+      if (field->pointer != 0) BindAttached(*field, name);
+      const bool hasOwn = own != nullptr && own->Get(name.text) != nullptr;
+      if (keyField == nullptr || !hasOwn) BindField(*field, value, base, prefix + name.text);
+    }
     if (field == nullptr && keyField == nullptr) {
       const Field *nearest = fields.Nearest(name.text);
       if (nearest == nullptr && key != nullptr) nearest = key->Nearest(name.text);
@@ -67,23 +99,50 @@ void EntryTemplate::BindMap(const FieldSet &fields, const FieldSet *key, const Y
   }
 }
 
-// At most one of the structures that share their bytes.
+// Of structures that share their bytes one key selects one, or several, which are views of the same then.
 void EntryTemplate::BindVariant(const Field &field, const YamlNode &node) {
   for (const Variant &other : variants_) {
-    if (other.field->selector == field.selector)
+    if (other.field->selector != field.selector) continue;
+    const auto isCommon = [&](uint32_t value) {
+      return std::ranges::find(other.field->selectedBy, value) != other.field->selectedBy.end();
+    };
+    if (counting_ || std::ranges::none_of(field.selectedBy, isCommon))
       Fail(node, field.name,
            "stands in the same bytes as " + std::string(other.field->name) + " (remove one)");
+    variantsShare_ = true;
   }
   variants_.push_back({&field, &node});
 }
 
 // At most one of the structures that one pointer leads to.
+void EntryTemplate::TakePointer(const Field &field, const YamlNode &node) {
+  if (std::ranges::find(pointers_, field.pointer) != pointers_.end())
+    Fail(node, field.name, "the entry has the other kind of it already (remove one)");
+  pointers_.push_back(field.pointer);
+}
+
 void EntryTemplate::BindAttached(const Field &field, const YamlNode &node) {
-  for (const Attached &other : attached_) {
-    if (other.pointer.offset == field.pointer)
-      Fail(node, field.name, "the entry has the other kind of it already (remove one)");
-  }
+  TakePointer(field, node);
   attached_.push_back({{field.pointer, sizeof(uint64_t), FieldKind::kReference, 0, 0}, field.ref.offset});
+}
+
+// A pointer that leads elsewhere than to a structure of the entry's own: {stale: 0x7f0000001000}.
+void EntryTemplate::BindStrayed(const Field &field, const YamlNode &node) {
+  TakePointer(field, node);
+  if (node.items.size() != 2) Fail(node, field.name, "not a stale pointer (write {stale: ADDRESS})");
+  BindValue({field.pointer, sizeof(uint64_t), FieldKind::kReference, 0, 0}, false, *node.Get(kStale),
+            std::string(field.name) + "." + std::string(kStale));
+}
+
+// Where two structures stand in the same bytes the one may not say another thing than the other.
+void EntryTemplate::CheckAgreement(const uint8_t *record) const {
+  for (const Value &value : values_) {
+    if (value.inKey || IsTimeAgo(value.field.kind)) continue;
+    const bool stands = value.field.kind == FieldKind::kText
+                            ? value.field.GetText(record) == value.text.c_str()
+                            : value.field.Read(record) == value.start;
+    if (!stands) Fail(*value.node, value.path, "another value stands in the same bytes (remove one)");
+  }
 }
 
 // Whether the key of repetition `i` selects the structures that were given.
@@ -169,16 +228,28 @@ void EntryTemplate::BindValue(const FieldRef &field, bool inKey, const YamlNode 
   } else if (!node.IsScalar()) {
     Fail(node, path, node.IsNull() ? "no value (write one, or leave the field out)" : "not a single value");
   } else if (field.kind == FieldKind::kText) {
-    if (node.text.size() > field.size) {
-      Fail(node, path,
-           std::to_string(node.text.size()) + " bytes are too many (the field holds " +
-               std::to_string(field.size) + ")");
-    }
-    value.text = node.text;
+    value.text = ReadText(field, node, path);
   } else {
     value.start = Parse(field, node, path);
   }
   values_.push_back(std::move(value));
+}
+
+// Texts are written as they are shown: what cannot be typed stands behind a backslash.
+std::string EntryTemplate::ReadText(const FieldRef &field, const YamlNode &node,
+                                    const std::string &path) const {
+  std::string text;
+  if (!Unescape(node.text, &text)) {
+    Fail(node, path,
+         Quoted(node.text) +
+             " has a backslash before something else (write \\\\ for one, or \\x1b for a byte)");
+  }
+  if (text.size() > field.size) {
+    Fail(node, path,
+         std::to_string(text.size()) + " bytes are too many (the field holds " + std::to_string(field.size) +
+             ")");
+  }
+  return text;
 }
 
 // Of a field that can lead to one of several tables the value names the one: {nhp: {index: 5}}.
@@ -198,13 +269,17 @@ void EntryTemplate::BindReference(const Field &field, const YamlNode &node, uint
 void EntryTemplate::BindTarget(const Field &field, std::string_view table, const YamlNode &node,
                                uint32_t base, const std::string &path) {
   const TableLayout *target = layout_.FindTable(table);
-  const YamlNode *stale = node.Get("stale");
+  const YamlNode *stale = node.Get(kStale);
   if (stale != nullptr && (node.items.size() != 2 || !stale->IsMap())) {
     Fail(node, path, "not a stale reference (write {stale: {KEY FIELD: VALUE, ...}})");
   }
   if (target->key.empty()) Fail(node, path, std::string(target->shortName) + " has no fields yet (write 0)");
   UnboundReference unbound;
   unbound.reference = {field.ref.At(base), target, {}, stale != nullptr, &node, path, {}};
+  if (stale != nullptr && stale->items.empty()) {
+    references_.push_back(std::move(unbound));
+    return;
+  }
   unbound.key = std::make_unique<EntryTemplate>(tree_, layout_, owner_ + "." + path, counting_);
   const YamlNode &wanted = stale != nullptr ? *stale : node;
   unbound.key->BindMap(FieldSet(), &target->key, wanted, 0, "");
@@ -246,8 +321,9 @@ void EntryTemplate::Prepare(uint32_t count, uint32_t keySize, uint32_t recordSiz
           {&value, value.field.Fits(value.start + value.step * (count - 1)) && !IsTimeAgo(value.field.kind)});
     }
   }
-  for (const UnboundReference &unbound : references_)
-    unbound.key->Prepare(count, unbound.reference.target->spec.keySize, 0);
+  for (const UnboundReference &unbound : references_) {
+    if (unbound.key != nullptr) unbound.key->Prepare(count, unbound.reference.target->spec.keySize, 0);
+  }
 }
 
 void EntryTemplate::Write(uint32_t i, uint8_t *key, uint8_t *record) const {
@@ -260,15 +336,18 @@ void EntryTemplate::Write(uint32_t i, uint8_t *key, uint8_t *record) const {
         counter.isPlain ? value.start + value.step * i : StoredValue(value.field, At(value, i));
     value.field.Write(value.inKey ? key : record, now);
   }
+  if (variantsShare_) CheckAgreement(record);
 }
 
 std::vector<EntryTemplate::Reference> EntryTemplate::References(uint32_t i) const {
   std::vector<Reference> references;
   for (const UnboundReference &unbound : references_) {
     Reference reference = unbound.reference;
-    reference.key.resize(reference.target->spec.keySize);
-    unbound.key->Write(i, reinterpret_cast<uint8_t *>(reference.key.data()), nullptr);
-    reference.wanted = unbound.key->KeyText(i);
+    if (unbound.key != nullptr) {
+      reference.key.resize(reference.target->spec.keySize);
+      unbound.key->Write(i, reinterpret_cast<uint8_t *>(reference.key.data()), nullptr);
+      reference.wanted = unbound.key->KeyText(i);
+    }
     references.push_back(std::move(reference));
   }
   return references;

@@ -19,8 +19,8 @@ class EntryTemplate {
   struct Reference {
     FieldRef field;
     const TableLayout *target = nullptr;
-    std::string key;  // bytes
-    bool stale = false;
+    std::string key;     // bytes
+    bool stale = false;  // without a key: to any place where no entry is
     const YamlNode *node = nullptr;
     std::string path;
     std::string wanted;  // the key as an error line shows it
@@ -58,7 +58,7 @@ class EntryTemplate {
     bool inKey = false;
     WideValue start = 0;
     WideValue step = 0;
-    std::string_view text;  // of a text field, lives as long as the tree
+    std::string text;  // of a text field
     const YamlNode *node = nullptr;
     std::string path;
   };
@@ -71,7 +71,7 @@ class EntryTemplate {
 
   struct UnboundReference {
     Reference reference;
-    std::unique_ptr<EntryTemplate> key;  // fills the target's key
+    std::unique_ptr<EntryTemplate> key;  // fills the target's key; null where none is named
   };
 
   // A value that differs from repetition to repetition.
@@ -81,16 +81,21 @@ class EntryTemplate {
   };
 
   void BindRestOfKey(const FieldSet &key, const YamlNode &entry);
+  void BindOwn(const FieldSet &fields, const FieldSet &key, const YamlNode &own);
   void BindVariant(const Field &field, const YamlNode &node);
   void BindAttached(const Field &field, const YamlNode &node);
   void BindTimes(const FieldSet &fields, const YamlNode &entry);
+  void TakePointer(const Field &field, const YamlNode &node);
+  void BindStrayed(const Field &field, const YamlNode &node);
   void CheckVariants(uint32_t i) const;
+  void CheckAgreement(const uint8_t *record) const;
   void BindMap(const FieldSet &fields, const FieldSet *key, const YamlNode &map, uint32_t base,
                const std::string &prefix);
   void BindField(const Field &field, const YamlNode &node, uint32_t base, const std::string &path);
   void BindArray(const Field &field, const YamlNode &node, uint32_t base, const std::string &path);
   void BindElement(const Field &field, const YamlNode &node, uint32_t base, const std::string &path);
   void BindValue(const FieldRef &field, bool inKey, const YamlNode &node, const std::string &path);
+  std::string ReadText(const FieldRef &field, const YamlNode &node, const std::string &path) const;
   void BindReference(const Field &field, const YamlNode &node, uint32_t base, const std::string &path);
   void BindTarget(const Field &field, std::string_view table, const YamlNode &node, uint32_t base,
                   const std::string &path);
@@ -103,14 +108,16 @@ class EntryTemplate {
   const Layout &layout_;
   std::string owner_;
   bool counting_;
-  bool hasRepeat_ = false;  // entries may say repeat, the keys of references may not
+  bool isEntry_ = false;  // entries may say repeat and record, the keys of references may not
   std::vector<Value> values_;
   // What all repetitions share, with zeros elsewhere, and what they do not.
   std::vector<uint8_t> sharedKey_, sharedRecord_;
   std::vector<Counter> counters_;
   std::vector<Variant> variants_;
+  bool variantsShare_ = false;  // two of them stand in the same bytes, and have to agree
   std::vector<UnboundReference> references_;
   std::vector<Attached> attached_;
+  std::vector<uint32_t> pointers_;  // those that are given, by their place in the record
 };
 
 }  // namespace qdt::host

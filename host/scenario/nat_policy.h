@@ -14,6 +14,7 @@ struct NatPolicyRule {
   bool translates = false;
   uint64_t addressGroup = 0;  // whose addresses a rule that translates takes
   uint64_t hits = 0;
+  std::string entry{};  // the rule as a scenario has it, "{name: 'web', action: 'no-nat'}"
 };
 
 }  // namespace qdt::host

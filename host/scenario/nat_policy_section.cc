@@ -55,7 +55,19 @@ std::string CheckAction(const std::string &value) {
   return known ? "" : " is no action (source-nat or no-nat)";
 }
 
-std::string CheckText(const std::string &) { return ""; }
+// It stands in one line of the engine's answers.
+std::string CheckText(const std::string &value) {
+  const bool isLine = std::ranges::none_of(
+      value, [](char c) { return (static_cast<unsigned char>(c) < ' ') || c == '\x7f'; });
+  return isLine ? "" : " has control characters (write one line of text)";
+}
+
+// As YAML has a text of one line, whatever its characters mean there.
+std::string InQuotes(const std::string &value) {
+  std::string quoted = "'";
+  for (const char c : value) quoted += c == '\'' ? "''" : std::string(1, c);
+  return quoted + "'";
+}
 
 struct Property {
   const char *name;
@@ -101,7 +113,10 @@ class NatPolicyReader {
       label.resize(13, ' ');
       rule.text += (rule.text.empty() ? "  " : "\n  ") + label + ":  " + value;
       if (rule.name.empty()) rule.name = value;
+      if (property.otherwise == nullptr || value != property.otherwise)
+        rule.entry += (rule.entry.empty() ? "{" : ", ") + (property.name + (": " + InQuotes(value)));
     }
+    rule.entry += '}';
     rule.translates = ValueOf(node, "action") == kSourceNat;
     rule.addressGroup = Number(ValueOf(node, "address_group"));
     rule.hits = Number(ValueOf(node, "hits"));

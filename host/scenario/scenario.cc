@@ -46,7 +46,7 @@ class ScenarioReader {
 
   // What is known of a table's entries besides their bytes.
   struct Index {
-    const YamlTree *tree;  // the file that they stand in
+    const YamlTree *tree;  // the file that they stand in; null when there are none
     KeyIndex byKey;        // not for tables with several entries a key
     // The first entry of each list element and the element's line.
     std::vector<std::pair<uint32_t, uint32_t>> lines;
@@ -259,6 +259,10 @@ class ScenarioReader {
   void ResolveReferences() {
     for (const Pending &pending : pending_) {
       const EntryTemplate::Reference &reference = pending.reference;
+      if (reference.key.empty()) {
+        ResolveToNothing(pending);
+        continue;
+      }
       PlannedTable &planned = scenario_.tables_[pending.place];
       const uint32_t place = places_[reference.target->spec.id];
       const std::optional<uint32_t> target =
@@ -276,6 +280,19 @@ class ScenarioReader {
       std::stable_sort(planned.references.begin(), planned.references.end(),
                        [](const auto &a, const auto &b) { return a.entry < b.entry; });
     }
+  }
+
+  // To a place where no entry is. A table that has none is part of the scenario then, so that it can be
+  // found.
+  void ResolveToNothing(const Pending &pending) {
+    const TableLayout &target = *pending.reference.target;
+    if (places_[target.spec.id] == kNowhere) {
+      places_[target.spec.id] = static_cast<uint32_t>(scenario_.tables_.size());
+      scenario_.tables_.emplace_back().layout = &target;
+      index_.push_back({nullptr, KeyIndex(target.spec.keySize), {}});
+    }
+    scenario_.tables_[pending.place].references.push_back(
+        {pending.entry, pending.reference.field, target.spec.id, PlannedReference::kNoTarget, true, 0});
   }
 
   // The entry of the table that the scenario has at `place`, if it has the table and the entry.

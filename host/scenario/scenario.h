@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "host/layout/layout.h"
+#include "host/layout/yaml_tree.h"
 #include "host/scenario/nat_policy.h"
 #include "host/scenario/statistics_section.h"
 #include "host/tbm/table_writer.h"
@@ -20,8 +21,10 @@ struct PlannedReference {
   FieldRef field;       // where the address goes
   uint32_t table = 0;   // id of the table that it leads to
   uint32_t target = 0;  // index among that table's entries
-  bool stale = false;   // the address that the target had before it was replaced
+  bool stale = false;   // the address that the target had before it was replaced; of kNoTarget any free place
   uint32_t inside = 0;  // bytes from the target's record to what is meant in it
+
+  static constexpr uint32_t kNoTarget = ~0u;
 };
 
 // The entries that a scenario puts into one table, in their order.
@@ -54,7 +57,7 @@ struct PlannedRegion {
 class Scenario {
  public:
   // A file above this size is refused before it is read.
-  static constexpr uint64_t kMaxFileSize = 128u << 20;
+  static constexpr uint64_t kMaxFileSize = YamlTree::kMaxFileSize;
 
   // Reads the file at `path`. Throws HostError with one line "FILE:LINE: TABLE.FIELD: what is wrong (how to
   // mend it)". `layout` must outlive the scenario.

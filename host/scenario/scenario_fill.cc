@@ -57,9 +57,12 @@ class ScenarioFiller {
     if (placeholders_.contains(target)) return;
     const PlannedTable &table = tables_[target.first];
     const std::string key = FreeKey(table, target.second);
+    const std::vector<uint8_t> nothing(table.layout->spec.StoredSize());
+    const bool hasTarget = target.second != PlannedReference::kNoTarget;
     void *address = nullptr;
     Check(*table.layout,
-          writer_.Insert(reference.table, key.data(), table.record(target.second).data(), &address));
+          writer_.Insert(reference.table, key.data(),
+                         hasTarget ? table.record(target.second).data() : nothing.data(), &address));
     placeholders_.emplace(target, address);
   }
 
@@ -70,7 +73,8 @@ class ScenarioFiller {
     if (taken.empty()) {
       for (uint32_t i = 0; i < table.count(); ++i) taken.insert(bytes(table.key(i)));
     }
-    std::string key = bytes(table.key(entry));
+    std::string key(table.layout->spec.keySize, '\0');
+    if (entry != PlannedReference::kNoTarget) key = bytes(table.key(entry));
     for (uint32_t variant = 0xffff;; --variant) {
       key[2] = static_cast<char>(variant);
       key[3] = static_cast<char>(variant >> 8);

@@ -183,7 +183,10 @@ TEST_F(SwitchCommandTest, Refusals) {
        "trace-pkt-nqe set: --source-port: 65536 does not fit 16 bits (0 to 65535)"},
       {"trace-pkt-nqe set --source-ip=fe80::1",
        "trace-pkt-nqe set: --source-ip: \"fe80::1\" is not an IPv4 address (such as 192.0.2.1)"},
-      {"nat", "nat what? The engine knows: query-nat-policy, query-nat-address-group-usage"},
+      {"nat",
+       "nat what? The engine knows: query-nat-policy, query-nat-address-group-usage, "
+       "export-nat-policy"},
+      {"nat export-nat-policy all", "too many words (nat export-nat-policy)"},
       {"nat query-nat-policy name staff",
        "nat query-nat-policy what? The engine answers: nat query-nat-policy ruleName NAME"},
       {"nat query-nat-policy ruleName nobody", "the NAT policy has no rule \"nobody\""},
@@ -296,6 +299,16 @@ TEST_F(SwitchCommandTest, NatAddressGroups) {
             "  Hits         :  5\n");
   EXPECT_EQ(Run("nat query-nat-address-group-usage id 9"),
             "no rule of the NAT policy takes addresses from group 9\n");
+}
+
+TEST_F(SwitchCommandTest, NatPolicyAsAScenarioHasIt) {
+  const std::string policy = Run("nat export-nat-policy");
+  EXPECT_EQ(policy,
+            "{name: 'stay', action: 'no-nat', address_group: '2', hits: '12'}\n"
+            "{name: 'guests', action: 'source-nat', address_group: '0x2', hits: '18446744073709551000'}\n"
+            "{name: 'staff', action: 'source-nat', address_group: '1', hits: '5'}\n"
+            "{name: 'late', action: 'source-nat', address_group: '2', hits: '600'}\n"
+            "{name: 'plain', action: 'source-nat'}\n");
 }
 
 TEST_F(SwitchCommandTest, ServerMapsOfAnAddress) {

@@ -255,6 +255,8 @@ INSTANTIATE_TEST_SUITE_P(
               "a.yaml:5: R.a: \"u31\" is not a kind of field (did you mean u32?)"},
         Wrong{"regions:\n  R:\n    size: 8\n    fields:\n      repeat: 0 u8",
               "a.yaml:5: R.repeat: a word that scenarios keep (rename it)"},
+        Wrong{"regions:\n  R: {size: 4, fields: {\n    a: 0 u8,\n    b: 1 u8,\n    record: 2 u8}}",
+              "a.yaml:5: R.record: a word that scenarios keep (rename it)"},
         Wrong{"tables:\n  t:\n    {id: 0, name: CAP_TABLE_T, key_size: 4, record_size: 8, capacity: 1, "
               "fields: {a: 0 u32}}",
               "a.yaml:2: t: key and fields belong together (give both or none)"},

@@ -73,6 +73,22 @@ TEST_F(AttachedTest, PartsThatAreLeftOutAreNull) {
   EXPECT_NE(Pointer(Find(kSession, {2}) + 120), nullptr);
 }
 
+TEST_F(AttachedTest, StrayedPointersHoldTheAddress) {
+  FillSessions(
+      "  - {index: 1, positive: {stale: 0x7f0000001000}, tcp: {cwnd: 1}, is_ipv6: 1}\n"
+      "  - {index: 2, sac: {stale: 0}}\n");
+  const uint8_t *session = Find(kSession, {1});
+  EXPECT_EQ(Bytes(session + 112, 8), "00100000 007f0000");
+  EXPECT_EQ(Bytes(Pointer(session + 176), 8), "00000000 01000000");
+  EXPECT_EQ(Pointer(Find(kSession, {2}) + 168), nullptr);
+}
+
+TEST_F(AttachedTest, PartsOfZeros) {
+  FillSessions("  - {index: 1, positive: {}, tcp: {}}\n");
+  EXPECT_EQ(Bytes(Pointer(Find(kSession, {1}) + 112), 16), "00000000 00000000 00000000 00000000");
+  EXPECT_EQ(Bytes(Pointer(Find(kSession, {1}) + 176), 8), "00000000 00000000");
+}
+
 TEST_F(AttachedTest, KeysOfIpv6) {
   FillSessions(R"(
   - {index: 1, is_ipv6: 1, positive6: {source: "2001:db8::1:2", source_port: 1, destination: "2001:db8:5::", destination_port: 2,
@@ -141,6 +157,12 @@ server_map:
 TEST_F(AttachedTest, WrongSessions) {
   EXPECT_EQ(Refusal("  - {index: 1, positive: {protocol: 6}, positive6: {protocol: 6}}\n"),
             "s.yaml:2: session.positive6: the entry has the other kind of it already (remove one)");
+  EXPECT_EQ(Refusal("  - {index: 1, positive: {protocol: 6}, positive6: {stale: 5}}\n"),
+            "s.yaml:2: session.positive6: the entry has the other kind of it already (remove one)");
+  EXPECT_EQ(Refusal("  - {index: 1, positive: {stale: 5, protocol: 6}}\n"),
+            "s.yaml:2: session.positive: not a stale pointer (write {stale: ADDRESS})");
+  EXPECT_EQ(Refusal("  - {index: 1, positive: {stale: {}}}\n"),
+            "s.yaml:2: session.positive.stale: not a value (write one, or {from: VALUE, step: NUMBER})");
   EXPECT_EQ(Refusal("  - {index: 1, positive: {port: 6}}\n"),
             "s.yaml:2: session.positive.port: no such field (remove it)");
   EXPECT_EQ(Refusal("  - {valid: 1}\n"), "s.yaml:2: session.index: missing (it is part of the entry's key)");

@@ -25,6 +25,8 @@ class FillTest : public testing::Test {
   }
 
   void Fill(const Layout &layout, const Scenario &scenario) {
+    Arena::SetCurrent(nullptr);
+    arena_.reset();
     const std::string path = testing::TempDir() + "qdt_fill_" + std::to_string(getpid());
     arena_ = Arena::Create(path, layout.Plan("/nowhere"));
     TableWriter writer(arena_.get());

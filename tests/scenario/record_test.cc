@@ -41,6 +41,10 @@ tables:
         at: 20
         variant: kind 1 3
         fields: {key: &far {at: 0, fields: {a: 0 u16, b: 2 u8}}, mask: {at: 4, fields: {a: 0 u16}}}
+      both:
+        at: 20
+        variant: kind 3
+        fields: {a: 0 u32, name: 4 text 4, rest: 8 i16}
 )"
                     : parts);
   return ReadLayouts({{"a.yaml", text}, {"filler.yaml", filler}});
@@ -64,6 +68,19 @@ TEST(VariantTest, StandInTheSameBytes) {
   EXPECT_EQ(PartOf("part: [{kind: 3, number: 7, place: 1, far: {key: {b: 0x33}}}]"),
             "00000000 00003300 00000000 00000000");
   EXPECT_EQ(PartOf("part: [{kind: 0, number: 7, place: 1}]"), "00000000 00000000 00000000 00000000");
+}
+
+TEST(VariantTest, OfZerosIsAVariant) {
+  EXPECT_EQ(PartOf("part: [{kind: 0, number: 7, place: 1, near: {}}]"),
+            "00000000 00000000 00000000 00000000");
+}
+
+// A key can select two structures, which are two views of the same bytes.
+TEST(VariantTest, OfOneKeyMayStandBesideEachOtherWhereTheyAgree) {
+  EXPECT_EQ(
+      PartOf("part: [{kind: 3, number: 7, place: 1, far: {key: {a: 0x1122, b: 0x33}, mask: {a: 0x4241}},"
+             " both: {a: 0x44331122, name: AB, rest: -2}}]"),
+      "00000000 22113344 41420000 feff0000");
 }
 
 TEST(VariantTest, AreFoundByPath) {
@@ -112,6 +129,14 @@ INSTANTIATE_TEST_SUITE_P(
               "s.yaml:6: part.far: is for kind 1 or 3"},
         Wrong{"part:\n  - {kind: 0, number: 7, place: 1, near: {low: 1}, far: {key: {a: 1}}}",
               "s.yaml:3: part.far: stands in the same bytes as near (remove one)"},
+        Wrong{"part:\n  - {kind: 3, number: 7, place: 1, far: {key: {a: 1}}, both: {a: 2}}",
+              "s.yaml:3: part.far.key.a: another value stands in the same bytes (remove one)"},
+        Wrong{"part:\n  - {kind: 3, number: 7, place: 1, far: {mask: {a: 1}}, both: {name: x}}",
+              "s.yaml:3: part.far.mask.a: another value stands in the same bytes (remove one)"},
+        Wrong{"part:\n  - {kind: 1, number: 7, place: 1, far: {key: {a: 1}}, both: {a: 1}}",
+              "s.yaml:3: part.both: is for kind 3"},
+        Wrong{"part:\n  - {repeat: 1, kind: 3, number: 7, place: 1, far: {key: {a: 1}}, both: {a: 1}}",
+              "s.yaml:3: part.both: stands in the same bytes as far (remove one)"},
         Wrong{"part:\n  - {repeat: 2, kind: {from: 0, step: 1}, number: 7, place: 1, near: {low: 1}}",
               "s.yaml:3: part.near: is for kind 0"},
         Wrong{"part:\n  - {kind: 0, number: 7, place: 1}\n  - {kind: 0, number: 8, place: 1}",

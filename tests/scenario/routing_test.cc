@@ -206,6 +206,16 @@ TEST(RouteErrorTest, AReferenceNamesItsTable) {
             "s.yaml:2: fib.next_hop.nhp.number: no such field (remove it)");
 }
 
+TEST(NatPolicyTest, RulesAreKnownAsEntries) {
+  const std::string rule =
+      R"({name: 'a', source: '192.0.2.0/24', service: ' it''s {x}: [#&*!|>%@`", ', action: 'no-nat', hits: '0x10'})";
+  const Scenario read = Scenario::FromText("s.yaml", "nat_policy: [" + rule + "]", Layout::BuiltIn());
+  EXPECT_EQ(read.natPolicy().at(0).entry, rule);
+  EXPECT_NE(read.natPolicy().at(0).text.find("  Service      :   it's {x}: [#&*!|>%@`\", \n"),
+            std::string::npos)
+      << read.natPolicy().at(0).text;
+}
+
 TEST(NatPolicyErrorTest, EveryMistakeHasALine) {
   const std::map<std::string, std::string> mistakes = {
       {"{}", "s.yaml:1: nat_policy: not a list of rules (write - {name: ...})"},
@@ -234,6 +244,8 @@ TEST(NatPolicyErrorTest, EveryMistakeHasALine) {
       {"[{name: a, action: no-nat, hits: many}]",
        "s.yaml:1: nat_policy.hits: \"many\" is not a number (decimal or 0x...)"},
       {"[{name: a, action: no-nat, hits: [1]}]", "s.yaml:1: nat_policy.hits: not a single value"},
+      {R"([{name: a, action: no-nat, service: "tcp\n80"}])",
+       "s.yaml:1: nat_policy.service: \"tcp?80\" has control characters (write one line of text)"},
       {"[{name: a, action: no-nat, sauce: any}]",
        "s.yaml:1: nat_policy.sauce: no such property (did you mean source?)"},
       {"\n  - {name: a, action: no-nat}\n  - {name: a, action: no-nat}",

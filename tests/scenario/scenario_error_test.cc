@@ -67,6 +67,17 @@ INSTANTIATE_TEST_SUITE_P(
               "s.yaml:1: kinds.mac: \"7\" is not a MAC address (such as 02:00:5e:00:53:01)"},
         Wrong{"kinds: [{index: 1, name: ninechars}]",
               "s.yaml:1: kinds.name: 9 bytes are too many (the field holds 8)"},
+        Wrong{
+            R"(kinds: [{index: 1, name: 'a\b'}])",
+            R"(s.yaml:1: kinds.name: "a\b" has a backslash before something else (write \\ for one, or \x1b for a byte))"},
+        Wrong{
+            R"(kinds: [{index: 1, name: 'a\x1'}])",
+            R"(s.yaml:1: kinds.name: "a\x1" has a backslash before something else (write \\ for one, or \x1b for a byte))"},
+        Wrong{
+            R"(kinds: [{index: 1, name: '\'}])",
+            R"(s.yaml:1: kinds.name: "\" has a backslash before something else (write \\ for one, or \x1b for a byte))"},
+        Wrong{R"(kinds: [{index: 1, name: '\x00\x01\x02\x03\x04\x05\x06\x07\x08'}])",
+              "s.yaml:1: kinds.name: 9 bytes are too many (the field holds 8)"},
         Wrong{"kinds: [{index: 1, byte: }]",
               "s.yaml:1: kinds.byte: no value (write one, or leave the field out)"},
         Wrong{"kinds: [{index: 1, byte: [1]}]", "s.yaml:1: kinds.byte: not a single value"},
@@ -122,6 +133,19 @@ INSTANTIATE_TEST_SUITE_P(
               "s.yaml:1: route.next.extra: no such field (remove it)"},
         Wrong{"kinds: [{index: 1, peer: {stale: 5}}]",
               "s.yaml:1: kinds.peer: not a stale reference (write {stale: {KEY FIELD: VALUE, ...}})"},
+        Wrong{"kinds: [{index: 1, peer: {stale: {}, group: 1}}]",
+              "s.yaml:1: kinds.peer: not a stale reference (write {stale: {KEY FIELD: VALUE, ...}})"},
+        Wrong{"kinds: [{index: 1, record: 5}]",
+              "s.yaml:1: kinds.record: not a mapping (write {FIELD: VALUE, ...})"},
+        Wrong{"kinds:\n  - index: 1\n    record: {byte: 5}",
+              "s.yaml:3: kinds.record.byte: no field that key and record both have (write it outside of "
+              "record)"},
+        Wrong{"kinds: [{index: 1, record: {marker: 5}}]",
+              "s.yaml:1: kinds.record.marker: no field that key and record both have (write it outside of "
+              "record)"},
+        Wrong{"kinds: [{index: 1, record: {index: x}}]",
+              "s.yaml:1: kinds.record.index: \"x\" is not a number (decimal or 0x...)"},
+        Wrong{"regions: {TIMES: {record: {tcp: 1}}}", "s.yaml:1: TIMES.record: no such field (remove it)"},
         Wrong{"kinds: [{index: 1, peer: somewhere}]",
               "s.yaml:1: kinds.peer: \"somewhere\" is not a number (decimal or 0x...)"},
         Wrong{"regions: [TIMES]", "s.yaml:1: regions: not a mapping (write REGION: {FIELD: VALUE, ...})"},

@@ -57,6 +57,112 @@ other: [{repeat: 4, group: 1, number: {from: 1, step: 1}}]
             "other: the table is full (a stale reference needs one free place)");
 }
 
+TEST_F(FillTest, StaleReferencesWithoutAKeyLeadToAPlaceWithoutAnEntry) {
+  Fill(KindsLayout(), R"(
+kinds:
+  - {index: 1, peer: {stale: {}}, peers: [{stale: {}}, {stale: {index: 1}}, {index: 1}]}
+  - {repeat: 2, index: {from: 2, step: 1}, peer: {stale: {}}}
+other:
+  - {repeat: 3, group: 1, number: {from: 1, step: 1}}
+)");
+  const uint8_t *one = Find(0, {kMarker, 1});
+  const uint8_t *peer = Pointer(one + 128);
+  EXPECT_TRUE(arena_->Contains(peer, 1));
+  for (uint32_t number = 1; number <= 3; ++number) EXPECT_NE(Find(1, {1, number}), peer) << number;
+  for (uint32_t index : {2, 3}) EXPECT_EQ(Pointer(Find(0, {kMarker, index}) + 128), peer) << index;
+  const uint8_t *self = Pointer(one + 136);
+  EXPECT_TRUE(arena_->Contains(self, 1));
+  for (uint32_t index = 1; index <= 3; ++index) EXPECT_NE(Find(0, {kMarker, index}), self) << index;
+  EXPECT_NE(Pointer(one + 144), self);
+  EXPECT_EQ(Pointer(one + 152), one);
+  uint32_t entries = 0;
+  EXPECT_EQ(TbmTblEntryNum(0, 1, &entries), 0);
+  EXPECT_EQ(entries, 3u);
+}
+
+TEST_F(FillTest, StaleReferencesWithoutAKeyNeedNoEntry) {
+  for (const char *others : {"", "other: []\n"}) {
+    Fill(KindsLayout(), std::string(others) + "kinds: [{index: 1, peer: {stale: {}}}]");
+    EXPECT_TRUE(arena_->Contains(Pointer(Find(0, {kMarker, 1}) + 128), 1)) << others;
+    uint32_t entries = 1;
+    EXPECT_EQ(TbmTblEntryNum(0, 1, &entries), 0);
+    EXPECT_EQ(entries, 0u);
+  }
+}
+
+TEST_F(FillTest, StaleReferencesWithoutAKeyNeedOneFreePlace) {
+  EXPECT_EQ(ErrorOf([&] {
+              Fill(KindsLayout(), R"(
+kinds: [{index: 1, peer: {stale: {}}}]
+other: [{repeat: 4, group: 1, number: {from: 1, step: 1}}]
+)");
+            }),
+            "other: the table is full (a stale reference needs one free place)");
+}
+
+TEST_F(FillTest, StaleRoutesWithoutAKeyNameTheirTable) {
+  Fill(Layout::BuiltIn(), R"(
+fib: [{prefix: 24, vpn: 0, destination: 192.0.2.0, next_hop: {nhp_group: {stale: {}}}}]
+capwap_tunnel: [{tunnel_id: 1, route: {stale: {}}}]
+)");
+  const uint8_t key[8] = {24, 0, 0, 0, 192, 0, 2, 0};
+  void *entry = nullptr;
+  ASSERT_EQ(TbmTblSearch(0, Layout::BuiltIn().FindTable("fib")->spec.id, key, &entry), 0);
+  const FieldRef next = Layout::BuiltIn().FindTable("fib")->At("next_hop");
+  const auto *place = reinterpret_cast<const void *>(next.Get(entry));
+  EXPECT_TRUE(arena_->Contains(place, 1));
+  const FieldRef route = Layout::BuiltIn().FindTable("capwap_tunnel")->At("route");
+  const uint8_t *tunnel = Find(Layout::BuiltIn().FindTable("capwap_tunnel")->spec.id, {1});
+  ASSERT_NE(tunnel, nullptr);
+  EXPECT_TRUE(arena_->Contains(reinterpret_cast<const void *>(route.Get(tunnel)), 1));
+  EXPECT_NE(reinterpret_cast<const void *>(route.Get(tunnel)), entry);
+}
+
+TEST_F(FillTest, RecordsMaySayAnotherThingThanTheirKeys) {
+  Fill(KindsLayout(), R"(
+kinds:
+  - {index: 7, record: {index: 9}}
+  - {repeat: 2, index: {from: 20, step: 1}, record: {index: {from: 5, step: -5}}}
+  - {repeat: 2, index: {from: 30, step: 1}, record: {index: 3}}
+  - {record: {}, index: 8}
+other: [{group: 1, number: 2, record: {number: 0}}]
+)");
+  const auto word = [&](uint32_t index) { return Hex(std::span(Find(0, {kMarker, index}), 4)); };
+  EXPECT_EQ(word(7), "09000000");
+  EXPECT_EQ(word(20), "05000000");
+  EXPECT_EQ(word(21), "00000000");
+  EXPECT_EQ(word(30), "03000000");
+  EXPECT_EQ(word(31), "03000000");
+  EXPECT_EQ(word(8), "08000000");
+  EXPECT_EQ(Hex(std::span(Find(1, {1, 2}) - 8, 8)), "01000000 00000000");
+}
+
+// A value of the key that is too large for the record's field stands in the key alone.
+TEST_F(FillTest, WideKeysOfNarrowRecords) {
+  Fill(Layout::BuiltIn(), R"(
+acl_group: [{group_type: 70000, group_id: 1}]
+acl_rule: [{group_type: 70000, group_id: 1, priority: 1024, record: {group_type: 4464, priority: 5}}]
+)");
+  const uint8_t *rule = Find(Layout::BuiltIn().FindTable("acl_rule")->spec.id, {70000, 1, 1024});
+  ASSERT_NE(rule, nullptr);
+  EXPECT_EQ(Hex(std::span(rule + 56, 4)), "05007011");
+}
+
+TEST_F(FillTest, TextsAreEscapedBytes) {
+  Fill(KindsLayout(), R"(
+kinds:
+  - {index: 1, name: 'a\\b\x1b\xff'}
+  - {index: 2, name: "\\x00A\\x7F\xe4"}
+  - {index: 3, name: é}
+  - {index: 4, name: '\\\\\\\\\\\\\\\\'}
+)");
+  const auto name = [&](uint32_t index) { return Hex(std::span(Find(0, {kMarker, index}) + 88, 8)); };
+  EXPECT_EQ(name(1), "615c621b ff000000");
+  EXPECT_EQ(name(2), "00417fc3 a4000000");  // YAML's own \xe4 is a character
+  EXPECT_EQ(name(3), "c3a90000 00000000");
+  EXPECT_EQ(name(4), "5c5c5c5c 5c5c5c5c");
+}
+
 TEST_F(FillTest, WalksDeliverTheOrderOfTheFile) {
   Fill(KindsLayout(), "list: [{owner: 9, value: 3}, {owner: 8, value: 1}, {owner: 9, value: 2}]");
   uint64_t values[4] = {};

@@ -12,6 +12,8 @@ constexpr Command kCommands[] = {
      Regions},
     {"statistics", "statistics [PATTERN]",
      "the engine's counters by name, their sums and those of each core; --json --csv", Statistics},
+    {"export", "export FILE", "all that the engine holds as a scenario that nqed loads; - is standard output",
+     Export},
     {"usage", "usage [--warn PERCENT]", "how full the tables are, the fullest first; --json", Usage},
     {"find", "find VALUE",
      "every field that holds an address, prefix, MAC address, interface index or text; --json --limit N",

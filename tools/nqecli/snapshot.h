@@ -12,6 +12,10 @@ namespace qdt::nqecli {
 // touched, and nothing is left behind on failure. Throws HostError.
 void SaveSnapshot(const host::Arena &arena, const std::string &file);
 
+// The same to `to`, a new, empty regular file; `file` is what it will be called, in error lines. Ends early
+// when DeferredSignals are on and one arrives.
+void CopyEngine(const host::Arena &arena, int to, const std::string &file);
+
 }  // namespace qdt::nqecli
 
 #endif  // TOOLS_NQECLI_SNAPSHOT_H_
