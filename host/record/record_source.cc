@@ -97,6 +97,17 @@ Reference RecordSource::Resolve(std::span<const std::string_view> targets, uint6
   return reference;
 }
 
+Reference RecordSource::Resolve(std::span<const TableLayout *const> targets, uint64_t address) const {
+  Reference reference;
+  reference.address = address;
+  if (address == 0) return reference;
+  reference.kind = Reference::Kind::kWild;
+  for (const TableLayout *table : targets) {
+    if (ResolveIn(*table, &reference)) break;
+  }
+  return reference;
+}
+
 WideValue RecordSource::SecondsAgo(const FieldRef &field, WideValue stored) const {
   const uint64_t now = field.kind == FieldKind::kUptimeAgo ? uptime_ : now_;
   return stored < now ? now - stored : 0;
@@ -156,6 +167,13 @@ bool EntryReader::NextIn(const Order &order) {
 
 bool EntryReader::Next() { return NextIn(tbm::TableOrder(*view_)); }
 
+bool EntryReader::NextPlace(tbm::Place *place) {
+  const tbm::Step step = tbm::TableOrder(*view_).Next(&place_);
+  if (step == tbm::Step::kLost) FailRestless();
+  *place = place_;
+  return step == tbm::Step::kEntry && place_.serial <= endSerial_;
+}
+
 bool EntryReader::NextOfKey(const uint8_t *key) {
   const tbm::TableKey wanted = view_->KeyOf(key);
   return NextIn(tbm::ChainOrder(*view_, wanted));
@@ -180,6 +198,20 @@ bool EntryReader::Find(const uint8_t *key) {
     if (Take(found)) return true;
   }
   FailRestless();
+}
+
+bool EntryReader::FindNear(const uint8_t *key, uint32_t guess) {
+  if (tbm::Head *head = view_->At(guess); head != nullptr) {
+    const uint64_t serial = head->serial.load(std::memory_order_acquire);
+    uint64_t words[tbm::kMaxKeySize / tbm::kWord];
+    const uint32_t size = view_->shape().keySize;
+    tbm::LoadWords(words, tbm::TableView::Key(head), size);
+    if (serial != 0 && std::memcmp(words, key, size) == 0 && Take({serial, guess, 0, 0}) &&
+        std::memcmp(entry_.key, key, size) == 0) {
+      return true;
+    }
+  }
+  return Find(key);
 }
 
 bool EntryReader::At(uint64_t address) {

@@ -9,6 +9,7 @@
 // The commands that show the engine's state as data, one source each. They get the words behind their name.
 namespace qdt::nqecli {
 
+ExitCode Diff(const Place &place, std::span<char *const> words);
 ExitCode List(const Place &place, std::span<char *const> words);
 ExitCode Usage(const Place &place, std::span<char *const> words);
 
