@@ -5,11 +5,14 @@
 #include <algorithm>
 #include <cstring>
 
+#include "host/arena/arena_layout.h"
 #include "host/base/host_error.h"
 #include "host/tbm/status.h"
 
 namespace qdt::host {
 namespace {
+
+constexpr uint64_t kNanoseconds = 1000000000;  // of a second
 
 uint64_t SecondsOf(clockid_t clock) {
   timespec now = {};
@@ -28,7 +31,13 @@ RecordSource::RecordSource(std::unique_ptr<Arena> arena, const Layout &layout, b
       layout_(layout),
       live_(live),
       uptime_(SecondsOf(CLOCK_MONOTONIC)),
-      now_(SecondsOf(CLOCK_REALTIME)) {}
+      now_(SecondsOf(CLOCK_REALTIME)) {
+  // What an engine has left behind does not say when that was.
+  const ArenaHeader &header = *arena_->header();
+  if (live || header.savedTime == 0) return;
+  uptime_ = header.savedUptime;
+  now_ = header.savedTime / kNanoseconds;
+}
 
 std::unique_ptr<RecordSource> RecordSource::OfEngine(const std::string &arena, const Layout &layout) {
   return std::unique_ptr<RecordSource>(

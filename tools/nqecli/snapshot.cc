@@ -150,6 +150,7 @@ void SaveSnapshot(const host::Arena &arena, const std::string &file) {
   struct stat info;
   if (fstat(rest.get(), &info) != 0) throw SystemError(what);
   host::CopyData(rest.get(), copy.fd(), 0, info.st_size, what);
+  host::Arena::StampCopy(copy.fd());
   copy.Keep();
 }
 
