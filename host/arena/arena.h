@@ -89,6 +89,10 @@ class Arena {
   // it that the writer stands still (the engine calls it between two changes). Throws HostError.
   void CopyTo(int fd) const;
 
+  // Writes into the header of a whole copy when it was made, that is now, and by which program. Throws
+  // HostError.
+  static void StampCopy(int fd);
+
   // Copying while the engine works: whoever copies remembers a moment, copies the file, copies again what has
   // changed since, until that is little, and has the engine hand over the rest while it stands still.
   //

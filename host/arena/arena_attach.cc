@@ -55,7 +55,8 @@ bool SizesFit(const ArenaHeader &header) {
          header.recordsOffset <= header.tailOffset && header.recordsOffset % kMapAlignment == 0 &&
          header.tailOffset % kMapAlignment == 0 &&
          holds(header.stateOffset, header.tableCount * sizeof(tbm::TableState)) &&
-         header.socketPath[kSocketPathRoom - 1] == 0;
+         header.socketPath[kSocketPathRoom - 1] == 0 && header.arenaPath[kArenaPathRoom - 1] == 0 &&
+         header.program[kProgramRoom - 1] == 0;
 }
 
 bool StateIsKnown(uint32_t state) {

@@ -6,11 +6,14 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 
 #include "host/arena/arena_impl.h"
 #include "host/arena/arena_plan.h"
+#include "host/base/arguments.h"
+#include "host/base/time_text.h"
 
 // Making, publishing and taking back an arena: the engine's side.
 namespace qdt::host {
@@ -41,14 +44,21 @@ constexpr timespec kPause = {0, 2000000};
   throw HostError("cannot create the arena " + path + ": " + SystemText(error) + " (" + mend + ")");
 }
 
-uint64_t NanosecondsSince1970() {
-  timespec now = {};
-  clock_gettime(CLOCK_REALTIME, &now);
-  return static_cast<uint64_t>(now.tv_sec) * 1000000000 + static_cast<uint64_t>(now.tv_nsec);
+// Fills the rest with NULs. What does not fit is left out: half a path is worse than none.
+template <size_t kRoom>
+void StoreText(const std::string &text, char (&room)[kRoom]) {
+  std::memset(room, 0, kRoom);
+  if (text.size() < kRoom) std::memcpy(room, text.data(), text.size());
+}
+
+std::string AbsolutePath(const std::string &path) {
+  char here[PATH_MAX];
+  return path.starts_with('/') || getcwd(here, sizeof(here)) == nullptr ? path
+                                                                        : std::string(here) + "/" + path;
 }
 
 uint64_t RandomWord() {
-  uint64_t word = NanosecondsSince1970() * 0x9e3779b97f4a7c15;
+  uint64_t word = NanosecondsNow() * 0x9e3779b97f4a7c15;
   // Small requests are whole, and fail on kernels alone that do not know the call.
   if (getrandom(&word, sizeof(word), 0) < 0) word ^= uint64_t(getpid()) << 32;
   return word;
@@ -138,6 +148,21 @@ ArenaFile TakeOver(const std::string &path) {
 
 }  // namespace
 
+void Arena::StampCopy(int fd) {
+  const std::string what = "cannot write the snapshot";
+  ArenaHeader header = {};
+  if (pread(fd, &header, sizeof(header), 0) != static_cast<ssize_t>(sizeof(header)))
+    throw HostError(what + ": " + SystemText(EIO));
+  timespec uptime = {};
+  clock_gettime(CLOCK_MONOTONIC, &uptime);
+  header.savedTime = NanosecondsNow();
+  header.savedUptime = static_cast<uint64_t>(uptime.tv_sec);
+  StoreText(ProgramVersion(), header.program);
+  header.headerSum = HeaderSum(header);
+  if (pwrite(fd, &header, sizeof(header), 0) != static_cast<ssize_t>(sizeof(header)))
+    throw HostError(what + ": " + SystemText(errno));
+}
+
 std::unique_ptr<Arena> Arena::Create(const std::string &path, const ArenaPlan &plan) {
   const PlanLayout layout(plan);
   const ArenaHeader &shape = layout.header();
@@ -174,7 +199,9 @@ std::unique_ptr<Arena> Arena::Create(const std::string &path, const ArenaPlan &p
   ArenaHeader *header = impl->header;
   header->base = reinterpret_cast<uint64_t>(header);
   header->enginePid = static_cast<uint64_t>(getpid());
-  header->startTime = NanosecondsSince1970();
+  header->startTime = NanosecondsNow();
+  StoreText(AbsolutePath(path), header->arenaPath);
+  StoreText(ProgramVersion(), header->program);
   header->identity = RandomWord();
   for (uint64_t &word : header->hashKey) word = RandomWord();
   header->headerSum = HeaderSum(*header);

@@ -9,7 +9,7 @@
 namespace qdt::host {
 
 constexpr char kArenaMagic[8] = {'Q', 'D', 'T', 'A', 'R', 'E', 'N', 'A'};
-constexpr uint32_t kArenaVersion = 3;
+constexpr uint32_t kArenaVersion = 4;
 constexpr uint32_t kByteOrderMark = 0x01020304;
 constexpr uint32_t kByteOrderSwapped = 0x04030201;
 
@@ -24,6 +24,8 @@ constexpr uint32_t kMaxRegions = 1024;
 // Of the mapping's base and of the parts that are mapped in ways of their own: the largest page size in use.
 constexpr uint64_t kMapAlignment = 64 << 10;
 constexpr size_t kSocketPathRoom = 256;
+constexpr size_t kArenaPathRoom = 256;
+constexpr size_t kProgramRoom = 32;
 constexpr size_t kRegionNameRoom = 64;
 
 // First bytes of the file. Offsets count from the file's start. Everything is constant from publishing on,
@@ -51,14 +53,20 @@ struct ArenaHeader {
   uint64_t identity;    // random; tells two arenas of one path apart
   uint64_t hashKey[2];  // random; nobody can choose keys that share a bucket without it
   char socketPath[kSocketPathRoom];
+  char arenaPath[kArenaPathRoom];  // where the engine has published it; empty when that is too long
+  // Of a copy, when it was made; 0 in an engine's own file.
+  uint64_t savedTime;          // nanoseconds since 1970
+  uint64_t savedUptime;        // the same moment in seconds of the monotonic clock
+  char program[kProgramRoom];  // of the program that has made the file
   uint64_t headerSum;
   uint32_t state;  // ArenaState, read and written atomically
   uint32_t reserved;
 };
-static_assert(sizeof(ArenaHeader) == 424);
+static_assert(sizeof(ArenaHeader) == 728);
 static_assert(offsetof(ArenaHeader, base) == 24 && offsetof(ArenaHeader, directoryOffset) == 48);
 static_assert(offsetof(ArenaHeader, enginePid) == 112 && offsetof(ArenaHeader, socketPath) == 152);
-static_assert(offsetof(ArenaHeader, headerSum) == 408 && offsetof(ArenaHeader, state) == 416);
+static_assert(offsetof(ArenaHeader, arenaPath) == 408 && offsetof(ArenaHeader, savedTime) == 664);
+static_assert(offsetof(ArenaHeader, headerSum) == 712 && offsetof(ArenaHeader, state) == 720);
 
 // One region of the region directory.
 struct RegionEntry {

@@ -26,6 +26,8 @@ bool Arguments::TakeValue(std::string_view name, std::string *value) {
   return true;
 }
 
+std::string ProgramVersion() { return QDT_VERSION; }
+
 std::string BuildInfo(bool isStatic) {
 #if defined(__clang__)
   constexpr char kCompiler[] = "clang " __clang_version__;
@@ -40,9 +42,8 @@ std::string BuildInfo(bool isStatic) {
   constexpr char kTarget[] = "another processor";
 #endif
   const std::string sanitizers = QDT_SANITIZE_NAMES;
-  return std::string(QDT_VERSION) + " (" + kCompiler + ", " + kTarget + ", " +
-         (isStatic ? "static" : "dynamic") + ", " +
-         (sanitizers.empty() ? "no sanitizers" : "sanitizers " + sanitizers) + ")";
+  return ProgramVersion() + " (" + kCompiler + ", " + kTarget + ", " + (isStatic ? "static" : "dynamic") +
+         ", " + (sanitizers.empty() ? "no sanitizers" : "sanitizers " + sanitizers) + ")";
 }
 
 }  // namespace qdt::host

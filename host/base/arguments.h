@@ -30,6 +30,9 @@ class Arguments {
   std::span<char *const> words_;
 };
 
+// "1.2.0", that of the project.
+std::string ProgramVersion();
+
 // "VERSION (how it was built)" for --version: compiler, processor, linkage, sanitizers.
 std::string BuildInfo(bool isStatic);
 

@@ -95,6 +95,7 @@ EngineReply Snapshot(Engine &engine, const Words &words) {
   if (words.size() == 1) {
     UniqueFd copy = MemoryFile();
     arena.CopyTo(copy.get());
+    Arena::StampCopy(copy.get());
     return {kReplyOk, "", std::move(copy)};
   }
   if (words.size() == 2 && words[1] == "begin") return {kReplyOk, std::to_string(arena.MarkMoment()), {}};

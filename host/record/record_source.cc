@@ -5,11 +5,14 @@
 #include <algorithm>
 #include <cstring>
 
+#include "host/arena/arena_layout.h"
 #include "host/base/host_error.h"
 #include "host/tbm/status.h"
 
 namespace qdt::host {
 namespace {
+
+constexpr uint64_t kNanoseconds = 1000000000;  // of a second
 
 uint64_t SecondsOf(clockid_t clock) {
   timespec now = {};
@@ -28,7 +31,13 @@ RecordSource::RecordSource(std::unique_ptr<Arena> arena, const Layout &layout, b
       layout_(layout),
       live_(live),
       uptime_(SecondsOf(CLOCK_MONOTONIC)),
-      now_(SecondsOf(CLOCK_REALTIME)) {}
+      now_(SecondsOf(CLOCK_REALTIME)) {
+  // What an engine has left behind does not say when that was.
+  const ArenaHeader &header = *arena_->header();
+  if (live || header.savedTime == 0) return;
+  uptime_ = header.savedUptime;
+  now_ = header.savedTime / kNanoseconds;
+}
 
 std::unique_ptr<RecordSource> RecordSource::OfEngine(const std::string &arena, const Layout &layout) {
   return std::unique_ptr<RecordSource>(
@@ -93,6 +102,17 @@ Reference RecordSource::Resolve(std::span<const std::string_view> targets, uint6
   for (const std::string_view target : targets) {
     const TableLayout *table = layout_.FindTable(target);
     if (table != nullptr && ResolveIn(*table, &reference)) break;
+  }
+  return reference;
+}
+
+Reference RecordSource::Resolve(std::span<const TableLayout *const> targets, uint64_t address) const {
+  Reference reference;
+  reference.address = address;
+  if (address == 0) return reference;
+  reference.kind = Reference::Kind::kWild;
+  for (const TableLayout *table : targets) {
+    if (ResolveIn(*table, &reference)) break;
   }
   return reference;
 }
@@ -187,6 +207,20 @@ bool EntryReader::Find(const uint8_t *key) {
     if (Take(found)) return true;
   }
   FailRestless();
+}
+
+bool EntryReader::FindNear(const uint8_t *key, uint32_t guess) {
+  if (tbm::Head *head = view_->At(guess); head != nullptr) {
+    const uint64_t serial = head->serial.load(std::memory_order_acquire);
+    uint64_t words[tbm::kMaxKeySize / tbm::kWord];
+    const uint32_t size = view_->shape().keySize;
+    tbm::LoadWords(words, tbm::TableView::Key(head), size);
+    if (serial != 0 && std::memcmp(words, key, size) == 0 && Take({serial, guess, 0, 0}) &&
+        std::memcmp(entry_.key, key, size) == 0) {
+      return true;
+    }
+  }
+  return Find(key);
 }
 
 bool EntryReader::At(uint64_t address) {

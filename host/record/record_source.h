@@ -48,6 +48,8 @@ class RecordSource {
 
   // Where the address in a field of a record leads to. `targets` are those of the field.
   Reference Resolve(std::span<const std::string_view> targets, uint64_t address) const;
+  // The same for who has looked the targets up, because he asks often.
+  Reference Resolve(std::span<const TableLayout *const> targets, uint64_t address) const;
 
   // What people see of a time: the seconds that have passed since, at the moment that the source shows; 0 for
   // one to come.
@@ -92,20 +94,25 @@ class EntryReader {
   const Entry &entry() const { return entry_; }
   // Entries that the table holds right now.
   uint32_t Count() const;
+  // Whether the table had never held any when the reader was made.
+  bool IsUnused() const { return endSerial_ == 0; }
 
   // The next entry in order of insertion; false behind the last one that the table held when the reader was
   // made. Throws HostError when a live engine changes the table faster than it can be followed.
   bool Next();
-  // The same without reading it.
+  // The same without a look at the entry: only its place, for Again.
   bool NextPlace(tbm::Place *place);
-  // The same among the entries that share a key, and in a table with groups among those of the key's group;
-  // to begin anew, Rewind.
+  // The same as Next among the entries that share a key, and in a table with groups among those of the key's
+  // group; to begin anew, Rewind.
   bool NextOfKey(const uint8_t *key);
   bool NextOfGroup(const uint8_t *key);
   void Rewind() { place_ = {}; }
 
   // The entry of a key; false when there is none.
   bool Find(const uint8_t *key);
+  // The same, looking first at slot `guess`, where the entry stands in an arena that was filled alike. For
+  // tables with one entry a key.
+  bool FindNear(const uint8_t *key, uint32_t guess);
   // The entry at the address that references to it hold; false when none lives there.
   bool At(uint64_t address);
   // An entry seen before, as it is now; false when it has gone.

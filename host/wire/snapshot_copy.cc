@@ -80,6 +80,7 @@ bool CopySnapshot(const Arena &arena, int fd, const std::string &what,
   struct stat info;
   if (fstat(rest.get(), &info) != 0) throw SystemError(what);
   CopyData(rest.get(), fd, 0, info.st_size, what);
+  Arena::StampCopy(fd);
   return true;
 }
 

@@ -6,6 +6,8 @@ namespace qdt::nqecli {
 namespace {
 
 constexpr Command kCommands[] = {
+    {"diff", "diff A B [TABLE ...]",
+     "what two snapshots, or a snapshot and the word live, have differently; --counters --json", Diff},
     {"list", "list TABLE [FIELD=VALUE ...]",
      "a table's entries; --json --ndjson --csv --yaml --fields F,.. --sort F --limit N --count", List},
     {"regions", "regions [NAME]", "the shared regions, or one's fields; --json --ndjson --csv --fields F,..",

@@ -14,6 +14,7 @@ ExitCode Check(const Place &place, std::span<char *const> words);
 ExitCode Explain(const Place &place, std::span<char *const> words);
 ExitCode Find(const Place &place, std::span<char *const> words);
 ExitCode Export(const Place &place, std::span<char *const> words);
+ExitCode Diff(const Place &place, std::span<char *const> words);
 ExitCode List(const Place &place, std::span<char *const> words);
 ExitCode Regions(const Place &place, std::span<char *const> words);
 ExitCode Statistics(const Place &place, std::span<char *const> words);

@@ -22,6 +22,7 @@
 #include "tools/nqecli/output.h"
 #include "tools/nqecli/query.h"
 #include "tools/nqecli/snapshot.h"
+#include "tools/nqecli/snapshot_info.h"
 
 namespace qdt::nqecli {
 namespace {
@@ -58,7 +59,24 @@ ExitCode ShowTables(const Place &, std::span<char *const> words) {
   return Print(text);
 }
 
+ExitCode SnapshotInfo(const Place &place, std::span<char *const> words) {
+  std::string file;
+  bool asJson = false;
+  for (Arguments arguments(words); !arguments.empty();) {
+    if (arguments.Take("--json")) {
+      asJson = true;
+    } else if (!file.empty() || !arguments.TakeValue("--info", &file)) {
+      throw HostError("snapshot --info takes one file and --json; try --help");
+    }
+  }
+  if (place.saved()) throw HostError("snapshot --info names its file itself; leave --snapshot out");
+  return PrintSnapshotInfo(file, asJson);
+}
+
 ExitCode Snapshot(const Place &place, std::span<char *const> words) {
+  if (std::ranges::any_of(words,
+                          [](const char *word) { return std::string_view(word).starts_with("--info"); }))
+    return SnapshotInfo(place, words);
   if (words.size() != 1 || *words[0] == 0)
     throw HostError("snapshot takes the name of the file to write; try --help");
   if (place.saved()) throw HostError("snapshot takes a running engine; a saved arena can just be copied");
@@ -108,7 +126,8 @@ constexpr Command kCommands[] = {
     {"tables", "tables", "list the tables with flag (1: always all entries of one key) and keys", ShowTables},
     {"show", "show NAME [KEYS...]",
      "query a table by its name or id; keys left out are 0; --json --ndjson --csv --fields F,..", Show},
-    {"snapshot", "snapshot FILE", "save a copy of the running engine's arena", Snapshot},
+    {"snapshot", "snapshot FILE",
+     "save a copy of the running engine's arena; --info FILE [--json]: what a copy is", Snapshot},
     {"engine", "engine WORDS...", "send the running engine a command line; engine help lists its commands",
      AskEngine},
     {"agent", "agent [HANDLER ...]",

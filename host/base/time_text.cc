@@ -1,0 +1,28 @@
+#include "host/base/time_text.h"
+
+#include <time.h>
+
+#include <cstdio>
+
+namespace qdt::host {
+
+constexpr uint64_t kNanoseconds = 1000000000;  // of a second
+
+uint64_t NanosecondsNow() {
+  timespec now = {};
+  clock_gettime(CLOCK_REALTIME, &now);
+  return static_cast<uint64_t>(now.tv_sec) * kNanoseconds + static_cast<uint64_t>(now.tv_nsec);
+}
+
+std::string UtcText(uint64_t nanoseconds) {
+  const auto seconds = static_cast<time_t>(nanoseconds / kNanoseconds);
+  tm parts = {};
+  gmtime_r(&seconds, &parts);
+  char text[40];
+  const size_t length = strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%S", &parts);
+  std::snprintf(text + length, sizeof(text) - length, ".%03uZ",
+                static_cast<unsigned>(nanoseconds % kNanoseconds / 1000000));
+  return text;
+}
+
+}  // namespace qdt::host

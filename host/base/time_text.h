@@ -1,0 +1,17 @@
+#ifndef HOST_BASE_TIME_TEXT_H_
+#define HOST_BASE_TIME_TEXT_H_
+
+#include <cstdint>
+#include <string>
+
+namespace qdt::host {
+
+// Nanoseconds since 1970.
+uint64_t NanosecondsNow();
+
+// "2026-11-22T06:39:57.123Z", of nanoseconds since 1970.
+std::string UtcText(uint64_t nanoseconds);
+
+}  // namespace qdt::host
+
+#endif  // HOST_BASE_TIME_TEXT_H_
