@@ -6,8 +6,11 @@ namespace qdt::nqecli {
 namespace {
 
 constexpr Command kCommands[] = {
+    {"fields", "fields TABLE", "a table's or region's fields and what they mean; --json", Fields},
     {"list", "list TABLE [FIELD=VALUE ...]",
      "a table's entries; --json --ndjson --csv --yaml --fields F,.. --sort F --limit N --count", List},
+    {"schema", "schema [TABLE]", "JSON Schema of what list, and all other commands, print with --json",
+     Schema},
     {"usage", "usage [--warn PERCENT]", "how full the tables are, the fullest first; --json", Usage},
 };
 

@@ -9,7 +9,9 @@
 // The commands that show the engine's state as data, one source each. They get the words behind their name.
 namespace qdt::nqecli {
 
+ExitCode Fields(const Place &place, std::span<char *const> words);
 ExitCode List(const Place &place, std::span<char *const> words);
+ExitCode Schema(const Place &place, std::span<char *const> words);
 ExitCode Usage(const Place &place, std::span<char *const> words);
 
 }  // namespace qdt::nqecli
