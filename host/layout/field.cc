@@ -18,6 +18,27 @@ namespace {
 
 static_assert(std::endian::native == std::endian::little, "records are little-endian");
 
+constexpr FieldType kTypes[] = {
+    {"u8", FieldKind::kUnsigned, 1},
+    {"u16", FieldKind::kUnsigned, 2},
+    {"u32", FieldKind::kUnsigned, 4},
+    {"u64", FieldKind::kUnsigned, 8},
+    {"i8", FieldKind::kSigned, 1},
+    {"i16", FieldKind::kSigned, 2},
+    {"i32", FieldKind::kSigned, 4},
+    {"i64", FieldKind::kSigned, 8},
+    {"ipv4", FieldKind::kIpv4, 4},
+    {"ipv4_net", FieldKind::kIpv4Net, 4},
+    {"ipv6", FieldKind::kIpv6, 16},
+    {"ipv6_words", FieldKind::kIpv6Words, 16},
+    {"mac", FieldKind::kMac, 6},
+    {"text", FieldKind::kText, 0},
+    {"ref", FieldKind::kReference, 8},
+    {"address", FieldKind::kAddress, 16},
+    {"uptime_ago", FieldKind::kUptimeAgo, 4},
+    {"time_ago", FieldKind::kTimeAgo, 4},
+};
+
 WideValue Mask(uint32_t bits) { return bits >= 128 ? ~WideValue{0} : (WideValue{1} << bits) - 1; }
 
 // Whether the bytes of the value stand with the most significant one first.
@@ -136,11 +157,6 @@ std::optional<WideValue> ParseMac(std::string_view text) {
   return value;
 }
 
-std::string Decimal(WideValue value, bool isSigned) {
-  return isSigned ? std::to_string(static_cast<int64_t>(value))
-                  : std::to_string(static_cast<uint64_t>(value));
-}
-
 }  // namespace
 
 WideValue FieldRef::Read(const void *record) const {
@@ -174,6 +190,15 @@ bool FieldRef::Fits(WideValue value) const {
   return (value & ~Mask(Width())) == 0;
 }
 
+int64_t FieldRef::Least() const {
+  return kind == FieldKind::kSigned ? static_cast<int64_t>(~Mask(Width() - 1)) : 0;
+}
+
+uint64_t FieldRef::Greatest() const {
+  const uint32_t width = kind == FieldKind::kSigned ? Width() - 1 : std::min(Width(), 64u);
+  return static_cast<uint64_t>(Mask(width));
+}
+
 std::string_view FieldRef::GetText(const void *record) const {
   const char *text = static_cast<const char *>(record) + offset;
   return {text, strnlen(text, size)};
@@ -198,6 +223,15 @@ const Field *FieldSet::Nearest(std::string_view name) const {
     if (near.Offer(field.name)) nearest = &field;
   }
   return nearest;
+}
+
+std::span<const FieldType> FieldTypes() { return kTypes; }
+
+std::string_view TypeName(const FieldRef &field) {
+  for (const FieldType &type : kTypes) {
+    if (type.kind == field.kind && (type.size == field.size || type.size == 0)) return type.name;
+  }
+  return "";
 }
 
 bool IsTimeAgo(FieldKind kind) { return kind == FieldKind::kUptimeAgo || kind == FieldKind::kTimeAgo; }
@@ -270,9 +304,8 @@ WideValue StoredValue(const FieldRef &field, WideValue written) {
 
 std::string RangeProblem(const FieldRef &field, const std::string &shown) {
   const uint32_t width = field.Width();
-  const bool isSigned = field.kind == FieldKind::kSigned;
-  const std::string low = isSigned ? Decimal(~Mask(width - 1), true) : "0";
-  const std::string high = Decimal(Mask(isSigned ? width - 1 : std::min(width, 64u)), isSigned);
+  const std::string low = std::to_string(field.Least());
+  const std::string high = std::to_string(field.Greatest());
   return shown + " does not fit " + std::to_string(width) + (width == 1 ? " bit (" : " bits (") +
          (FormOf(field.kind) == ValueForm::kNumber ? low + " to " + high : "count less far") + ")";
 }

@@ -50,6 +50,10 @@ struct FieldRef {
   uint64_t Get(const void *record) const { return static_cast<uint64_t>(Read(record)); }
   void Set(void *record, uint64_t value) const { Write(record, value); }
 
+  // The least and the greatest number that fit, of kinds that people write as numbers and have up to 64 bits.
+  int64_t Least() const;
+  uint64_t Greatest() const;
+
   // Whether Write would keep the whole value.
   bool Fits(WideValue value) const;
   // Width of the value: "1 bit", "16 bits".
@@ -144,6 +148,16 @@ struct Field {
 };
 
 constexpr std::span<const Field> FieldSet::all() const { return {fields_, size_}; }
+
+// The words of the layouts for kinds of values.
+struct FieldType {
+  std::string_view name;  // "u16", "ipv4_net"
+  FieldKind kind;
+  uint16_t size;  // bytes; 0 where each field says how long it is
+};
+std::span<const FieldType> FieldTypes();
+// The word for the field's kind.
+std::string_view TypeName(const FieldRef &field);
 
 bool IsTimeAgo(FieldKind kind);
 

@@ -11,33 +11,6 @@
 namespace qdt::host {
 namespace {
 
-struct Type {
-  std::string_view name;
-  FieldKind kind;
-  uint16_t size;
-};
-
-constexpr Type kTypes[] = {
-    {"u8", FieldKind::kUnsigned, 1},
-    {"u16", FieldKind::kUnsigned, 2},
-    {"u32", FieldKind::kUnsigned, 4},
-    {"u64", FieldKind::kUnsigned, 8},
-    {"i8", FieldKind::kSigned, 1},
-    {"i16", FieldKind::kSigned, 2},
-    {"i32", FieldKind::kSigned, 4},
-    {"i64", FieldKind::kSigned, 8},
-    {"ipv4", FieldKind::kIpv4, 4},
-    {"ipv4_net", FieldKind::kIpv4Net, 4},
-    {"ipv6", FieldKind::kIpv6, 16},
-    {"ipv6_words", FieldKind::kIpv6Words, 16},
-    {"mac", FieldKind::kMac, 6},
-    {"text", FieldKind::kText, 0},
-    {"ref", FieldKind::kReference, 8},
-    {"address", FieldKind::kAddress, 16},
-    {"uptime_ago", FieldKind::kUptimeAgo, 4},
-    {"time_ago", FieldKind::kTimeAgo, 4},
-};
-
 // Reads a field line word by word; the first mistake stays.
 class FieldLineParser {
  public:
@@ -92,7 +65,7 @@ class FieldLineParser {
     const std::string_view word = Word();
     NearName near(word);
     std::string_view nearest;
-    for (const Type &type : kTypes) {
+    for (const FieldType &type : FieldTypes()) {
       if (near.Offer(type.name)) nearest = type.name;
       if (type.name != word) continue;
       field_.ref.kind = type.kind;
