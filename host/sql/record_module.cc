@@ -17,19 +17,29 @@ using Kind = SqlColumn::Kind;
 // SQLite's table: nothing but C's structure may stand before ours.
 struct Table : sqlite3_vtab {
   Table(const RecordModule &of)
-      : sqlite3_vtab{}, module(of), columns(*of.layout, of.list ? &*of.list : nullptr, of.arenas->IsMany()) {}
+      : sqlite3_vtab{}, module(of), columns(*of.layout, of.list, of.arenas->IsMany()) {}
+
+  // For as long as a cursor is open, which is always so while a statement runs that has asked for it once.
+  std::shared_ptr<ColumnIndexes> Indexes() const {
+    std::shared_ptr<ColumnIndexes> shared = indexes.lock();
+    if (shared == nullptr) indexes = shared = std::make_shared<ColumnIndexes>();
+    return shared;
+  }
 
   const RecordModule &module;
   const SqlTable columns;
+  mutable std::weak_ptr<ColumnIndexes> indexes;
 };
 
 struct Cursor : sqlite3_vtab_cursor {
-  explicit Cursor(const Table &of) : sqlite3_vtab_cursor{}, table(of), rows(*of.module.arenas, of.columns) {}
+  explicit Cursor(const Table &of)
+      : sqlite3_vtab_cursor{}, table(of), rows(*of.module.arenas, of.columns, of.Indexes()) {}
 
   const Table &table;
   RecordCursor rows;
   CellWriter cells;
   std::string cell;
+  std::optional<std::string> matched;  // what a route was looked up for
   int64_t row = 0;
   bool end = true;
 };
@@ -50,15 +60,21 @@ enum Way : int {
 // What the statement says of each column: the number of the usable constraint column = VALUE, or -1.
 class Equalities {
  public:
-  Equalities(const sqlite3_index_info &info, size_t columns) : constraint_(columns, -1) {
-    for (int i = 0; i < info.nConstraint; ++i) {
-      const auto &constraint = info.aConstraint[i];
-      if (constraint.iColumn < 0 || constraint.op != SQLITE_INDEX_CONSTRAINT_EQ) continue;
-      if (constraint.usable) constraint_[constraint.iColumn] = i;
+  Equalities(sqlite3_index_info *info, size_t columns) : constraint_(columns, -1), later_(columns) {
+    for (int i = 0; i < info->nConstraint; ++i) {
+      const auto &constraint = info->aConstraint[i];
+      if (constraint.iColumn < 0 || !IsEquality(info, i)) continue;
+      if (constraint.usable) {
+        constraint_[constraint.iColumn] = i;
+      } else {
+        later_[constraint.iColumn] = true;
+      }
     }
   }
 
   int Of(int column) const { return column < 0 ? -1 : constraint_[column]; }
+  // Whether the statement names a value that is not known yet in the order of tables that is being tried.
+  bool IsLater(int column) const { return column >= 0 && constraint_[column] < 0 && later_[column]; }
   bool OfAll(const std::vector<int> &columns, size_t count) const {
     return count != 0 && std::all_of(columns.begin(), columns.begin() + static_cast<ptrdiff_t>(count),
                                      [this](int column) { return Of(column) >= 0; });
@@ -66,12 +82,13 @@ class Equalities {
 
  private:
   std::vector<int> constraint_;
+  std::vector<bool> later_;
 };
 
 class Planner {
  public:
   Planner(const Table &table, sqlite3_index_info *info)
-      : table_(table.columns), info_(*info), equal_(*info, table_.columns().size()) {
+      : table_(table.columns), info_(*info), equal_(info, table_.columns().size()) {
     entries_ = 1000.0;
     if (!table.module.arenas->empty()) {
       try {
@@ -92,16 +109,17 @@ class Planner {
     // against.
     if (match < 0 && AsksForMatch()) return SQLITE_CONSTRAINT;
     if (match >= 0) {
+      const int vpn = table_.Find("vpn");
+      if (equal_.IsLater(vpn)) return SQLITE_CONSTRAINT;  // it says in which routes to look
       Begin(kMatch, "match", 3, 1);
       Take(match, true);
-      if (const int vpn = equal_.Of(table_.Find("vpn")); vpn >= 0) Take(vpn, true);
+      if (equal_.Of(vpn) >= 0) Take(equal_.Of(vpn), false);
     } else if (const int address = equal_.Of(table_.Find(Kind::kAddress)); address >= 0) {
       Begin(kAddress, "_address", 1, table_.list() == nullptr ? 1 : 4);
-      Take(address, true);
+      Take(address, false);
     } else if (equal_.OfAll(table_.key(), table_.key().size())) {
       const bool one = table_.layout().spec.lookup != Lookup::kMany;
       Begin(kKey, Names(table_.key().size()), one ? 2 : 4, one && table_.list() == nullptr ? 1 : 4);
-      if (one && table_.list() == nullptr) info_.idxFlags |= SQLITE_INDEX_SCAN_UNIQUE;
       TakeKey(table_.key().size());
     } else if (equal_.OfAll(table_.key(), table_.groupKey())) {
       Begin(kGroup, "group " + Names(table_.groupKey()), 16, 16);
@@ -158,9 +176,11 @@ class Planner {
   }
 
   void TakeKey(size_t count) {
-    for (size_t i = 0; i < count; ++i) Take(equal_.Of(table_.key()[i]), true);
+    for (size_t i = 0; i < count; ++i) Take(equal_.Of(table_.key()[i]), false);
   }
 
+  // Without `omit` SQLite compares the values once more, so that a lookup finds what a walk would: values may
+  // be written in ways that mean the same and are other texts.
   void Take(int constraint, bool omit) {
     info_.aConstraintUsage[constraint].argvIndex = ++arguments_;
     info_.aConstraintUsage[constraint].omit = omit;
@@ -190,7 +210,7 @@ class RowReader {
       case Kind::kAddress:
         return sqlite3_result_int64(context, static_cast<int64_t>(cursor_.rows.address()));
       case Kind::kMatch:
-        return sqlite3_result_null(context);
+        return cursor_.matched ? ResultText(context, *cursor_.matched) : sqlite3_result_null(context);
       default:
         break;
     }
@@ -269,8 +289,11 @@ class Filter {
   void Start() {
     RecordCursor &rows = cursor_.rows;
     rows.OfArena(std::nullopt);
+    cursor_.matched.reset();
     if ((way_ & kOfArena) != 0) {
-      rows.OfArena(std::string(TextOf(values_.back())));
+      const std::optional<size_t> arena = cursor_.table.module.arenas->Find(TextOf(values_.back()));
+      if (!arena) return rows.Nothing();
+      rows.OfArena(arena);
       values_.pop_back();
     }
     switch (way_ & 15) {
@@ -279,8 +302,7 @@ class Filter {
       case kGroup:
         return StartKey(table_.groupKey(), [&](std::vector<uint8_t> key) { rows.Group(std::move(key)); });
       case kAddress:
-        if (sqlite3_value_numeric_type(values_[0]) != SQLITE_INTEGER) return rows.Nothing();
-        return rows.Address(static_cast<uint64_t>(sqlite3_value_int64(values_[0])));
+        return StartAddress();
       case kMatch:
         return StartMatch();
       case kIndex:
@@ -304,7 +326,15 @@ class Filter {
     found(std::move(key));
   }
 
+  void StartAddress() {
+    constexpr FieldRef kAddress{0, 8, FieldKind::kSigned, 0, 0};
+    uint8_t address[8];
+    if (!WriteSqlValue(values_[0], kAddress, address)) return cursor_.rows.Nothing();
+    cursor_.rows.Address(kAddress.Get(address));
+  }
+
   void StartMatch() {
+    cursor_.matched = TextOf(values_[0]);
     const TableSpec &spec = table_.layout().spec;
     std::vector<uint8_t> key(spec.keySize);
     const Field *destination = table_.layout().key.Find("destination");
@@ -318,14 +348,16 @@ class Filter {
 
   // Where a value and a column could be equal in ways that their hashes do not show, all rows are looked at.
   void StartIndex() {
-    const SqlColumn &column = table_.columns()[static_cast<size_t>(way_ >> 8)];
+    const int number = way_ >> 8;
+    const SqlColumn &column = table_.columns()[static_cast<size_t>(number)];
     const bool isNumber = std::strcmp(column.Type(), "INTEGER") == 0;
     const int type = sqlite3_value_type(values_[0]);
     if (type == SQLITE_NULL) return cursor_.rows.Nothing();
     if (isNumber ? type != SQLITE_INTEGER : type != SQLITE_TEXT) return cursor_.rows.Walk(false);
     const uint64_t hash =
         isNumber ? HashOf(static_cast<int64_t>(sqlite3_value_int64(values_[0]))) : HashOf(TextOf(values_[0]));
-    cursor_.rows.Indexed([&] { return RowReader(&cursor_).Hash(column); }, hash);
+    cursor_.rows.Indexed(
+        number, [&] { return RowReader(&cursor_).Hash(column); }, hash);
   }
 
   Cursor &cursor_;
