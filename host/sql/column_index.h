@@ -20,26 +20,29 @@ struct IndexedRow {
 };
 using ColumnIndex = std::vector<IndexedRow>;  // in the order of the hashes
 
-// The indexes of a table's columns, for the cursors that a statement opens one after the other: a subquery
+using IndexedColumns = std::vector<int>;  // by number
+
+// The indexes on columns of a table, for the cursors that a statement opens one after the other: a subquery
 // opens one each time that it runs.
 class ColumnIndexes {
  public:
-  // Whether a column is asked for the first time: one question alone is not worth an index.
-  bool IsFirst(int column) { return !std::exchange(kept_[column].asked, true); }
+  // Whether columns are asked for the first time: one question alone is not worth an index.
+  bool IsFirst(const IndexedColumns &columns) { return !std::exchange(kept_[columns].asked, true); }
 
-  // The column's index, or null. That of arenas that change is not used for long, measured by what it took.
-  std::shared_ptr<const ColumnIndex> Find(int column, const ArenaSet &arenas) {
-    const Kept &kept = kept_[column];
+  // The columns' index, or null. That of arenas that change is not used for long, measured by what it took.
+  std::shared_ptr<const ColumnIndex> Find(const IndexedColumns &columns, const ArenaSet &arenas) {
+    const Kept &kept = kept_[columns];
     if (kept.generation != arenas.generation()) return nullptr;
     const bool isOld = arenas.IsLive() && Clock::now() - kept.made > kUses * kept.took;
     return isOld ? nullptr : kept.index;
   }
 
   template <typename Make>
-  std::shared_ptr<const ColumnIndex> Keep(int column, const ArenaSet &arenas, const Make &make) {
+  std::shared_ptr<const ColumnIndex> Keep(const IndexedColumns &columns, const ArenaSet &arenas,
+                                          const Make &make) {
     const Clock::time_point began = Clock::now();
     const auto index = std::make_shared<const ColumnIndex>(make());
-    Kept &kept = kept_[column];
+    Kept &kept = kept_[columns];
     kept.index = index;
     kept.generation = arenas.generation();
     kept.made = Clock::now();
@@ -57,7 +60,7 @@ class ColumnIndexes {
     Clock::time_point made;
     Clock::duration took{};
   };
-  std::map<int, Kept> kept_;
+  std::map<IndexedColumns, Kept> kept_;
 };
 
 }  // namespace qdt::host

@@ -51,12 +51,13 @@ void RecordCursor::Address(uint64_t address) {
   wantedAddress_ = address;
 }
 
-void RecordCursor::Indexed(int column, const std::function<uint64_t()> &hashOf, uint64_t hash) {
-  std::shared_ptr<const ColumnIndex> &index = taken_[column];
-  if (index == nullptr) index = indexes_->Find(column, arenas_);
+void RecordCursor::Indexed(const IndexedColumns &columns, const std::function<uint64_t()> &hashOf,
+                           uint64_t hash) {
+  std::shared_ptr<const ColumnIndex> &index = taken_[columns];
+  if (index == nullptr) index = indexes_->Find(columns, arenas_);
   if (index == nullptr) {
-    if (indexes_->IsFirst(column)) return Walk(false);
-    index = indexes_->Keep(column, arenas_, [&] { return MakeIndex(hashOf); });
+    if (indexes_->IsFirst(columns)) return Walk(false);
+    index = indexes_->Keep(columns, arenas_, [&] { return MakeIndex(hashOf); });
   }
   Begin(Plan::kIndexed, {});
   index_ = index.get();

@@ -34,9 +34,9 @@ class RecordCursor {
   void Address(uint64_t address);
   // The route with the longest prefix that holds the key's destination, in the key's VPN.
   void Match(std::vector<uint8_t> bytes);
-  // Rows whose column may have a value of this hash. All rows the first time, later on those that an index of
-  // the column gives. `hashOf` gives the hash of the current row's value.
-  void Indexed(int column, const std::function<uint64_t()> &hashOf, uint64_t hash);
+  // Rows whose columns may have values of this hash. All rows the first time, later on those that an index on
+  // the columns gives. `hashOf` gives the hash of the current row's values.
+  void Indexed(const IndexedColumns &columns, const std::function<uint64_t()> &hashOf, uint64_t hash);
   // No rows.
   void Nothing();
   // Of the calls behind this one only the rows of one arena of the set, or of all.
@@ -103,7 +103,7 @@ class RecordCursor {
   uint32_t elementBase_ = 0;
 
   const std::shared_ptr<ColumnIndexes> indexes_;
-  std::map<int, std::shared_ptr<const ColumnIndex>> taken_;  // by column: of one statement, once it has one
+  std::map<IndexedColumns, std::shared_ptr<const ColumnIndex>> taken_;  // of one statement
   const ColumnIndex *index_ = nullptr;
   size_t indexAt_ = 0;
   uint64_t wantedHash_ = 0;
