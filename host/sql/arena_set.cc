@@ -2,6 +2,8 @@
 
 #include <sys/mman.h>
 
+#include <algorithm>
+
 #include "host/base/fd.h"
 #include "host/base/host_error.h"
 #include "host/wire/snapshot_copy.h"
@@ -14,15 +16,31 @@ constexpr size_t kKept = 512;
 
 }  // namespace
 
+void ArenaSet::Add(Member member) {
+  ++generation_;
+  const auto [at, isNew] = numbers_.emplace(member.name, members_.size());
+  if (isNew) members_.emplace_back();
+  views_.resize(members_.size());
+  views_[at->second] = nullptr;
+  members_[at->second] = std::move(member);
+}
+
+std::optional<size_t> ArenaSet::Find(std::string_view name) const {
+  const auto at = numbers_.find(std::string(name));
+  if (at == numbers_.end()) return std::nullopt;
+  return at->second;
+}
+
+bool ArenaSet::IsLive() const { return std::ranges::any_of(members_, &Member::live); }
+
 std::shared_ptr<const RecordSource> ArenaSet::View(size_t i) const {
   if (members_.empty())
     throw HostError("no arena is attached (SELECT nqe_attach('PATH'), or nqe_attach('PATH', 'frozen'))");
-  views_.resize(members_.size());
   if (views_[i] != nullptr) {
     CheckAlive(*views_[i]);
     return views_[i];
   }
-  std::shared_ptr<const RecordSource> view = Open(i);
+  std::shared_ptr<const RecordSource> view = members_[i].open();
   if (i < kKept) views_[i] = view;
   return view;
 }
@@ -33,7 +51,7 @@ ArenaSet::Member SnapshotAt(const std::string &file) {
 
 ArenaSet::Member EngineAt(const std::string &arena, bool frozen) {
   const Layout &layout = Layout::BuiltIn();
-  if (!frozen) return {arena, [arena, &layout] { return RecordSource::OfEngine(arena, layout); }};
+  if (!frozen) return {arena, [arena, &layout] { return RecordSource::OfEngine(arena, layout); }, true};
   // A file without a name, which goes with its last descriptor.
   const auto copy = std::make_shared<UniqueFd>(memfd_create("frozen arena", MFD_CLOEXEC));
   if (!copy->ok()) throw SystemError("cannot make room for a frozen arena");

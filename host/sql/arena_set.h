@@ -3,7 +3,10 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "host/record/record_source.h"
@@ -17,19 +20,27 @@ class ArenaSet {
   struct Member {
     std::string name;
     std::function<std::unique_ptr<RecordSource>()> open;
+    bool live = false;  // changes while it is read
   };
 
   explicit ArenaSet(bool many = false) : many_(many) {}
 
-  void Add(Member member) { members_.push_back(std::move(member)); }
+  // A member of the same name gives way, for statements that begin from now on.
+  void Add(Member member);
   // Whether the tables show their column "arena".
   bool IsMany() const { return many_; }
   bool empty() const { return members_.empty(); }
   size_t size() const { return members_.size(); }
   const std::string &Name(size_t i) const { return members_[i].name; }
+  // The number of the member of this name.
+  std::optional<size_t> Find(std::string_view name) const;
+  // Whether one of them changes while it is read.
+  bool IsLive() const;
+  // Another number after each Add.
+  uint64_t generation() const { return generation_; }
 
-  // A new view of a member, for one thread. Throws HostError.
-  std::unique_ptr<RecordSource> Open(size_t i) const { return members_[i].open(); }
+  // What opens new views of a member, each for one thread and by any thread. It throws HostError.
+  std::function<std::unique_ptr<RecordSource>()> Opener(size_t i) const { return members_[i].open; }
 
   // The view of a member that is kept for all statements of the connection's thread. Throws HostError, also
   // for an engine that has ended, and when there is no member.
@@ -38,6 +49,8 @@ class ArenaSet {
  private:
   bool many_;
   std::vector<Member> members_;
+  std::unordered_map<std::string, size_t> numbers_;  // by name
+  uint64_t generation_ = 0;
   mutable std::vector<std::shared_ptr<const RecordSource>> views_;
 };
 

@@ -1,5 +1,9 @@
 #include "host/sql/fact_module.h"
 
+#include <algorithm>
+#include <map>
+#include <optional>
+
 #include "host/base/host_error.h"
 #include "host/sql/sql_value.h"
 
@@ -19,14 +23,28 @@ struct Table : sqlite3_vtab {
 
 struct Cursor : sqlite3_vtab_cursor {
   explicit Cursor(const Table &of) : sqlite3_vtab_cursor{}, table(of) {}
+
+  const std::vector<FactTable::Row> &Rows();
+  void Settle();
+
   const Table &table;
-  struct Row {
-    size_t arena;
-    FactTable::Row values;
-  };
-  std::vector<Row> rows;
-  size_t at = 0;
+  std::map<size_t, std::vector<FactTable::Row>> rows;  // by arena
+  size_t arena = 0;
+  size_t endArena = 0;
+  size_t at = 0;  // in the arena's rows
 };
+
+// Read once: within one statement the rows stay the same, so that joins agree.
+const std::vector<FactTable::Row> &Cursor::Rows() {
+  const auto [at, isNew] = rows.try_emplace(arena);
+  if (isNew) table.module.facts.read(*table.module.arenas->View(arena), &at->second);
+  return at->second;
+}
+
+// Goes on to the next arena that has a row.
+void Cursor::Settle() {
+  for (; arena < endArena && at >= Rows().size(); ++arena) at = 0;
+}
 
 int Connect(sqlite3 *connection, void *data, int, const char *const *, sqlite3_vtab **result,
             char **message) {
@@ -48,10 +66,20 @@ int Disconnect(sqlite3_vtab *table) {
   return SQLITE_OK;
 }
 
-int BestIndex(sqlite3_vtab *, sqlite3_index_info *info) {
+int BestIndex(sqlite3_vtab *base, sqlite3_index_info *info) {
+  const Table &table = *static_cast<Table *>(base);
+  const int arena = table.showArena ? 0 : static_cast<int>(table.module.facts.columns.size());
   info->idxStr = const_cast<char *>("facts");
   info->estimatedCost = 1000;
   info->estimatedRows = 100;
+  for (int i = 0; i < info->nConstraint; ++i) {
+    if (info->aConstraint[i].iColumn != arena || !info->aConstraint[i].usable || !IsEquality(info, i))
+      continue;
+    info->idxNum = 1;
+    info->aConstraintUsage[i].argvIndex = 1;
+    info->estimatedCost = 500;
+    break;
+  }
   return SQLITE_OK;
 }
 
@@ -67,30 +95,36 @@ int Close(sqlite3_vtab_cursor *cursor) {
   return SQLITE_OK;
 }
 
-// Within one statement the rows stay the same, so that joins agree.
-int Filter(sqlite3_vtab_cursor *base, int, const char *, int, sqlite3_value **) {
+// With idxNum 1 the argument is the name of the one arena that is asked for.
+int Filter(sqlite3_vtab_cursor *base, int way, const char *, int, sqlite3_value **values) {
   auto *cursor = static_cast<Cursor *>(base);
-  cursor->at = 0;
-  if (!cursor->rows.empty()) return SQLITE_OK;
   return Guarded(base->pVtab, [&] {
-    const Module &module = cursor->table.module;
-    for (size_t i = 0; i < std::max<size_t>(module.arenas->size(), 1); ++i) {
-      std::vector<FactTable::Row> rows;
-      module.facts.read(*module.arenas->View(i), &rows);
-      for (FactTable::Row &row : rows) cursor->rows.push_back({i, std::move(row)});
+    const ArenaSet &arenas = *cursor->table.module.arenas;
+    cursor->at = cursor->arena = 0;
+    // Of none at all the first is asked for as well, which says so.
+    cursor->endArena = std::max<size_t>(arenas.size(), 1);
+    if (way == 1) {
+      const std::optional<size_t> only = arenas.Find(TextOf(values[0]));
+      cursor->arena = only.value_or(0);
+      cursor->endArena = only ? *only + 1 : 0;
     }
+    cursor->Settle();
     return SQLITE_OK;
   });
 }
 
-int Next(sqlite3_vtab_cursor *cursor) {
-  ++static_cast<Cursor *>(cursor)->at;
-  return SQLITE_OK;
+int Next(sqlite3_vtab_cursor *base) {
+  return Guarded(base->pVtab, [&] {
+    auto *cursor = static_cast<Cursor *>(base);
+    ++cursor->at;
+    cursor->Settle();
+    return SQLITE_OK;
+  });
 }
 
 int Eof(sqlite3_vtab_cursor *base) {
   const auto *cursor = static_cast<Cursor *>(base);
-  return cursor->at >= cursor->rows.size() ? 1 : 0;
+  return cursor->arena >= cursor->endArena ? 1 : 0;
 }
 
 void Result(sqlite3_context *context, const FactTable::Value &value) {
@@ -101,14 +135,14 @@ void Result(sqlite3_context *context, const FactTable::Value &value) {
 }
 
 int Column(sqlite3_vtab_cursor *base, sqlite3_context *context, int number) {
-  const auto *cursor = static_cast<Cursor *>(base);
-  const Cursor::Row &row = cursor->rows[cursor->at];
+  auto *cursor = static_cast<Cursor *>(base);
+  const FactTable::Row &row = cursor->Rows()[cursor->at];
   const bool first = cursor->table.showArena;
   const size_t place = static_cast<size_t>(number) - (first ? 1 : 0);
-  if (first ? number == 0 : place == row.values.size()) {
-    ResultText(context, cursor->table.module.arenas->Name(row.arena));
+  if (first ? number == 0 : place == row.size()) {
+    ResultText(context, cursor->table.module.arenas->Name(cursor->arena));
   } else {
-    Result(context, row.values[place]);
+    Result(context, row[place]);
   }
   return SQLITE_OK;
 }

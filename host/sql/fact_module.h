@@ -33,8 +33,7 @@ struct FactTable {
 
 int AddFactModule(sqlite3 *connection, const std::shared_ptr<ArenaSet> &arenas, FactTable table);
 
-// All of them: usage, findings, statistics, snapshots, the list of all tables, and each region that has
-// fields.
+// All of them: usage, the list of all tables, and each region that has fields.
 std::vector<FactTable> FactTables();
 
 }  // namespace qdt::host

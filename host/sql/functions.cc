@@ -2,7 +2,10 @@
 
 #include <time.h>
 
+#include <cctype>
 #include <cstdio>
+#include <string>
+#include <utility>
 
 #include "host/layout/value_text.h"
 #include "host/record/filter.h"
@@ -35,33 +38,44 @@ void PrefixLength(sqlite3_context *context, int, sqlite3_value **values) {
   sqlite3_result_int(context, static_cast<int>(mask.length));
 }
 
-// A MAC address as the tables show it, of any way to write it.
+// The digits of a MAC address in groups of one size, whatever stands between them, as "02:00:5e:00:53:01";
+// empty when it has not twelve.
+std::string RegroupMac(std::string_view text) {
+  std::string grouped;
+  size_t digits = 0;
+  size_t ofGroup = 0;  // digits since the separator
+  size_t group = 0;
+  for (const char c : text) {
+    if (std::isxdigit(static_cast<unsigned char>(c)) != 0) {
+      if (digits != 0 && digits % 2 == 0) grouped += ':';
+      grouped += c;
+      ++digits;
+      ++ofGroup;
+    } else if ((c == ':' || c == '-' || c == '.') && ofGroup != 0 && (group == 0 || group == ofGroup)) {
+      group = std::exchange(ofGroup, 0);
+    } else {
+      return "";
+    }
+  }
+  return digits == 12 && (group == 0 || group == ofGroup) ? grouped : "";
+}
+
+// A MAC address as the tables show it, however it is written.
 void Mac(sqlite3_context *context, int, sqlite3_value **values) {
   std::string problem;
-  std::string text(TextOf(values[0]));
-  // "0200.5e00.5301"
-  if (text.size() == 14 && text[4] == '.' && text[9] == '.') {
-    std::string joined;
-    for (const char c : text) {
-      if (c == '.') continue;
-      if (joined.size() % 3 == 2) joined += ':';
-      joined += c;
-    }
-    text = joined;
-  }
-  const std::optional<WideValue> value = ParseValue(kMac, text, &problem);
+  const std::optional<WideValue> value = ParseValue(kMac, RegroupMac(TextOf(values[0])), &problem);
   if (!value) return sqlite3_result_null(context);
   char room[kValueRoom];
   ResultText(context, {room, WriteValue(kMac, *value, room)});
 }
 
-// An address with all its digits, so that texts sort as addresses do, IPv4 before IPv6.
+// An address with all its digits, so that texts sort as addresses do; the bracket puts IPv6 behind IPv4.
 void Ip(sqlite3_context *context, int, sqlite3_value **values) {
   const auto address = ParsePrefix(TextOf(values[0]));
   if (!address) return sqlite3_result_null(context);
-  std::string text;
   char part[8];
   const bool isIpv4 = address->form == ValueForm::kIpv4;
+  std::string text = isIpv4 ? "" : "[";
   for (int i = isIpv4 ? 3 : 7; i >= 0; --i) {
     const auto number =
         static_cast<unsigned>(address->value >> (i * (isIpv4 ? 8 : 16)) & (isIpv4 ? 0xff : 0xffff));
@@ -69,6 +83,7 @@ void Ip(sqlite3_context *context, int, sqlite3_value **values) {
     text += part;
     if (i > 0) text += isIpv4 ? '.' : ':';
   }
+  if (!isIpv4) text += ']';
   ResultText(context, text);
 }
 

@@ -17,18 +17,23 @@ size_t Threads() { return std::max<size_t>(std::thread::hardware_concurrency(), 
 
 }  // namespace
 
-RecordCursor::RecordCursor(const ArenaSet &arenas, const SqlTable &table) : arenas_(arenas), table_(table) {}
+RecordCursor::RecordCursor(const ArenaSet &arenas, const SqlTable &table,
+                           std::shared_ptr<ColumnIndexes> indexes)
+    : arenas_(arenas), table_(table), indexes_(std::move(indexes)) {}
 
 RecordCursor::~RecordCursor() = default;
 
 // Many arenas are walked ahead of whoever takes the rows; what leads to one row is not worth a thread.
-bool RecordCursor::IsParallel() const { return plan_ == Plan::kWalk && arenas_.size() > 1; }
+bool RecordCursor::IsParallel() const { return plan_ == Plan::kWalk && isMany_; }
 
 void RecordCursor::Begin(Plan plan, std::vector<uint8_t> key) {
   plan_ = plan;
   key_ = std::move(key);
   ahead_.clear();
-  nextArena_ = 0;
+  nextArena_ = onlyArena_.value_or(0);
+  // Of none at all the first is asked for as well, which says so.
+  endArena_ = onlyArena_ ? nextArena_ + 1 : std::max<size_t>(arenas_.size(), 1);
+  isMany_ = endArena_ - nextArena_ > 1;
   inArena_ = false;
   element_ = elements_ = 0;
 }
@@ -46,20 +51,30 @@ void RecordCursor::Address(uint64_t address) {
   wantedAddress_ = address;
 }
 
-void RecordCursor::Indexed(const std::function<uint64_t()> &hashOf, uint64_t hash) {
-  if (!indexed_) MakeIndex(hashOf);
+void RecordCursor::Indexed(const IndexedColumns &columns, const std::function<uint64_t()> &hashOf,
+                           uint64_t hash) {
+  std::shared_ptr<const ColumnIndex> &index = taken_[columns];
+  if (index == nullptr) index = indexes_->Find(columns, arenas_);
+  if (index == nullptr) {
+    if (indexes_->IsFirst(columns)) return Walk(false);
+    index = indexes_->Keep(columns, arenas_, [&] { return MakeIndex(hashOf); });
+  }
   Begin(Plan::kIndexed, {});
+  index_ = index.get();
   wantedHash_ = hash;
   indexAt_ =
-      static_cast<size_t>(std::ranges::lower_bound(index_, hash, {}, &Indexing::hash) - index_.begin());
+      static_cast<size_t>(std::ranges::lower_bound(*index_, hash, {}, &IndexedRow::hash) - index_->begin());
 }
 
-void RecordCursor::MakeIndex(const std::function<uint64_t()> &hashOf) {
+// Of all arenas, whichever is asked for now.
+ColumnIndex RecordCursor::MakeIndex(const std::function<uint64_t()> &hashOf) {
+  const std::optional<size_t> only = std::exchange(onlyArena_, std::nullopt);
   Walk(false);
-  while (Next())
-    index_.push_back({hashOf(), static_cast<uint32_t>(arena_), element_, reader_->entry().place});
-  std::ranges::stable_sort(index_, {}, &Indexing::hash);
-  indexed_ = true;
+  onlyArena_ = only;
+  ColumnIndex index;
+  while (Next()) index.push_back({hashOf(), static_cast<uint32_t>(arena_), element_, reader_->entry().place});
+  std::ranges::stable_sort(index, {}, &IndexedRow::hash);
+  return index;
 }
 
 void RecordCursor::UseArena(size_t i) {
@@ -83,39 +98,30 @@ void RecordCursor::UseArena(size_t i) {
 }
 
 void RecordCursor::ScanAhead() {
-  const auto scan = [this](size_t i) {
+  // The set itself may change meanwhile, on the statement's thread.
+  const auto scan = [&layout = table_.layout()](const auto &open) {
     Scanned scanned;
-    scanned.source = arenas_.Open(i);
-    EntryReader reader(*scanned.source, table_.layout());
+    scanned.source = open();
+    EntryReader reader(*scanned.source, layout);
     scanned.places.reserve(reader.Count());
     tbm::Place place;
     while (reader.NextPlace(&place)) scanned.places.push_back(place);
     return scanned;
   };
-  while (ahead_.size() < Threads() && nextArena_ + ahead_.size() < arenas_.size())
-    ahead_.push_back(std::async(std::launch::async, scan, nextArena_ + ahead_.size()));
+  while (ahead_.size() < Threads() && nextArena_ + ahead_.size() < endArena_) {
+    ahead_.push_back(std::async(std::launch::async, scan, arenas_.Opener(nextArena_ + ahead_.size())));
+  }
 }
 
 bool RecordCursor::NextArena() {
-  while (nextArena_ < arenas_.size() || (arenas_.empty() && nextArena_ == 0)) {
-    if (IsParallel()) ScanAhead();
-    const size_t i = nextArena_;
-    if (!arenas_.empty() && arenaName_ && arenas_.Name(i) != *arenaName_) {
-      if (IsParallel()) {
-        ahead_.front().get();
-        ahead_.erase(ahead_.begin());
-      }
-      ++nextArena_;
-      continue;
-    }
-    UseArena(i);
-    ++nextArena_;
-    if (IsParallel()) ScanAhead();
-    inArena_ = true;
-    asked_ = false;
-    return true;
-  }
-  return false;
+  if (nextArena_ >= endArena_) return false;
+  if (IsParallel()) ScanAhead();
+  UseArena(nextArena_);
+  ++nextArena_;
+  if (IsParallel()) ScanAhead();
+  inArena_ = true;
+  asked_ = false;
+  return true;
 }
 
 bool RecordCursor::NextScanned() {
@@ -160,8 +166,9 @@ bool RecordCursor::NextOfArena() {
 }
 
 bool RecordCursor::NextIndexed() {
-  for (; indexAt_ < index_.size() && index_[indexAt_].hash == wantedHash_; ++indexAt_) {
-    const Indexing &row = index_[indexAt_];
+  for (; indexAt_ < index_->size() && (*index_)[indexAt_].hash == wantedHash_; ++indexAt_) {
+    const IndexedRow &row = (*index_)[indexAt_];
+    if (onlyArena_ && row.arena != *onlyArena_) continue;
     if (arena_ != row.arena || reader_ == nullptr) UseArena(row.arena);
     if (!reader_->Again(row.place)) continue;
     if (table_.list() != nullptr) {

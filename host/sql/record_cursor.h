@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "host/sql/arena_set.h"
+#include "host/sql/column_index.h"
 #include "host/sql/sql_columns.h"
 
 namespace qdt::host {
@@ -18,7 +19,8 @@ namespace qdt::host {
 // throws is a HostError.
 class RecordCursor {
  public:
-  RecordCursor(const ArenaSet &arenas, const SqlTable &table);
+  // `indexes` are those of the table.
+  RecordCursor(const ArenaSet &arenas, const SqlTable &table, std::shared_ptr<ColumnIndexes> indexes);
   ~RecordCursor();
 
   // Each begins anew. Rows have to be asked for with Next before the first.
@@ -32,13 +34,13 @@ class RecordCursor {
   void Address(uint64_t address);
   // The route with the longest prefix that holds the key's destination, in the key's VPN.
   void Match(std::vector<uint8_t> bytes);
-  // Rows whose column may have a value of this hash, by an index that the first call makes. `hashOf` gives
-  // the hash of the current row's value.
-  void Indexed(const std::function<uint64_t()> &hashOf, uint64_t hash);
+  // Rows whose columns may have values of this hash. All rows the first time, later on those that an index on
+  // the columns gives. `hashOf` gives the hash of the current row's values.
+  void Indexed(const IndexedColumns &columns, const std::function<uint64_t()> &hashOf, uint64_t hash);
   // No rows.
   void Nothing();
-  // Only rows of arenas with this name, of the calls behind this one.
-  void OfArena(std::optional<std::string> name) { arenaName_ = std::move(name); }
+  // Of the calls behind this one only the rows of one arena of the set, or of all.
+  void OfArena(std::optional<size_t> arena) { onlyArena_ = arena; }
 
   bool Next();
 
@@ -59,13 +61,6 @@ class RecordCursor {
     std::unique_ptr<RecordSource> source;
     std::vector<tbm::Place> places;
   };
-  // What an index says of one row.
-  struct Indexing {
-    uint64_t hash;
-    uint32_t arena;
-    uint32_t element;
-    tbm::Place place;
-  };
 
   void Begin(Plan plan, std::vector<uint8_t> key);
   bool NextEntry();
@@ -78,7 +73,7 @@ class RecordCursor {
   void UseArena(size_t i);
   void ScanAhead();
   void SetElement(uint32_t element);
-  void MakeIndex(const std::function<uint64_t()> &hashOf);
+  ColumnIndex MakeIndex(const std::function<uint64_t()> &hashOf);
   bool IsParallel() const;
 
   const ArenaSet &arenas_;
@@ -87,10 +82,12 @@ class RecordCursor {
   std::vector<uint8_t> key_;
   uint64_t wantedAddress_ = 0;
   bool unread_ = false;
-  std::optional<std::string> arenaName_;
+  std::optional<size_t> onlyArena_;
 
   size_t arena_ = 0;
   size_t nextArena_ = 0;
+  size_t endArena_ = 0;
+  bool isMany_ = false;
   bool inArena_ = false;  // rows of the current one may follow
   bool asked_ = false;    // of plans with one row: it has been looked for
   std::shared_ptr<const RecordSource> source_;
@@ -105,8 +102,9 @@ class RecordCursor {
   uint32_t elements_ = 0;
   uint32_t elementBase_ = 0;
 
-  bool indexed_ = false;
-  std::vector<Indexing> index_;
+  const std::shared_ptr<ColumnIndexes> indexes_;
+  std::map<IndexedColumns, std::shared_ptr<const ColumnIndex>> taken_;  // of one statement
+  const ColumnIndex *index_ = nullptr;
   size_t indexAt_ = 0;
   uint64_t wantedHash_ = 0;
 };

@@ -17,19 +17,31 @@ using Kind = SqlColumn::Kind;
 // SQLite's table: nothing but C's structure may stand before ours.
 struct Table : sqlite3_vtab {
   Table(const RecordModule &of)
-      : sqlite3_vtab{}, module(of), columns(*of.layout, of.list ? &*of.list : nullptr, of.arenas->IsMany()) {}
+      : sqlite3_vtab{}, module(of), columns(*of.layout, of.list, of.arenas->IsMany()) {}
+
+  // For as long as a cursor is open, which is always so while a statement runs that has asked for it once.
+  std::shared_ptr<ColumnIndexes> Indexes() const {
+    std::shared_ptr<ColumnIndexes> shared = indexes.lock();
+    if (shared == nullptr) indexes = shared = std::make_shared<ColumnIndexes>();
+    return shared;
+  }
 
   const RecordModule &module;
   const SqlTable columns;
+  mutable std::weak_ptr<ColumnIndexes> indexes;
 };
 
 struct Cursor : sqlite3_vtab_cursor {
-  explicit Cursor(const Table &of) : sqlite3_vtab_cursor{}, table(of), rows(*of.module.arenas, of.columns) {}
+  explicit Cursor(const Table &of)
+      : sqlite3_vtab_cursor{}, table(of), rows(*of.module.arenas, of.columns, of.Indexes()) {}
 
   const Table &table;
   RecordCursor rows;
   CellWriter cells;
   std::string cell;
+  std::string plan;                    // that `indexed` were taken from
+  IndexedColumns indexed;              // the columns whose index was used last
+  std::optional<std::string> matched;  // what a route was looked up for
   int64_t row = 0;
   bool end = true;
 };
@@ -50,15 +62,21 @@ enum Way : int {
 // What the statement says of each column: the number of the usable constraint column = VALUE, or -1.
 class Equalities {
  public:
-  Equalities(const sqlite3_index_info &info, size_t columns) : constraint_(columns, -1) {
-    for (int i = 0; i < info.nConstraint; ++i) {
-      const auto &constraint = info.aConstraint[i];
-      if (constraint.iColumn < 0 || constraint.op != SQLITE_INDEX_CONSTRAINT_EQ) continue;
-      if (constraint.usable) constraint_[constraint.iColumn] = i;
+  Equalities(sqlite3_index_info *info, size_t columns) : constraint_(columns, -1), later_(columns) {
+    for (int i = 0; i < info->nConstraint; ++i) {
+      const auto &constraint = info->aConstraint[i];
+      if (constraint.iColumn < 0 || !IsEquality(info, i)) continue;
+      if (constraint.usable) {
+        constraint_[constraint.iColumn] = i;
+      } else {
+        later_[constraint.iColumn] = true;
+      }
     }
   }
 
   int Of(int column) const { return column < 0 ? -1 : constraint_[column]; }
+  // Whether the statement names a value that is not known yet in the order of tables that is being tried.
+  bool IsLater(int column) const { return column >= 0 && constraint_[column] < 0 && later_[column]; }
   bool OfAll(const std::vector<int> &columns, size_t count) const {
     return count != 0 && std::all_of(columns.begin(), columns.begin() + static_cast<ptrdiff_t>(count),
                                      [this](int column) { return Of(column) >= 0; });
@@ -66,12 +84,16 @@ class Equalities {
 
  private:
   std::vector<int> constraint_;
+  std::vector<bool> later_;
 };
+
+// The names of an index's columns stand behind this in the plan.
+constexpr char kIndexOn[] = "index on ";
 
 class Planner {
  public:
   Planner(const Table &table, sqlite3_index_info *info)
-      : table_(table.columns), info_(*info), equal_(*info, table_.columns().size()) {
+      : table_(table.columns), info_(*info), equal_(info, table_.columns().size()) {
     entries_ = 1000.0;
     if (!table.module.arenas->empty()) {
       try {
@@ -92,26 +114,29 @@ class Planner {
     // against.
     if (match < 0 && AsksForMatch()) return SQLITE_CONSTRAINT;
     if (match >= 0) {
+      const int vpn = table_.Find("vpn");
+      if (equal_.IsLater(vpn)) return SQLITE_CONSTRAINT;  // it says in which routes to look
       Begin(kMatch, "match", 3, 1);
       Take(match, true);
-      if (const int vpn = equal_.Of(table_.Find("vpn")); vpn >= 0) Take(vpn, true);
+      if (equal_.Of(vpn) >= 0) Take(equal_.Of(vpn), false);
     } else if (const int address = equal_.Of(table_.Find(Kind::kAddress)); address >= 0) {
       Begin(kAddress, "_address", 1, table_.list() == nullptr ? 1 : 4);
-      Take(address, true);
+      Take(address, false);
     } else if (equal_.OfAll(table_.key(), table_.key().size())) {
       const bool one = table_.layout().spec.lookup != Lookup::kMany;
-      Begin(kKey, Names(table_.key().size()), one ? 2 : 4, one && table_.list() == nullptr ? 1 : 4);
-      if (one && table_.list() == nullptr) info_.idxFlags |= SQLITE_INDEX_SCAN_UNIQUE;
+      Begin(kKey, Names(table_.key(), table_.key().size()), one ? 2 : 4,
+            one && table_.list() == nullptr ? 1 : 4);
       TakeKey(table_.key().size());
     } else if (equal_.OfAll(table_.key(), table_.groupKey())) {
-      Begin(kGroup, "group " + Names(table_.groupKey()), 16, 16);
+      Begin(kGroup, "group " + Names(table_.key(), table_.groupKey()), 16, 16);
       TakeKey(table_.groupKey());
-    } else if (const int column = AnyColumn(); column >= 0) {
+    } else if (const std::vector<int> columns = IndexColumns(); !columns.empty()) {
       // The first question walks the table, all others do not: what matters when it stands inside a loop.
-      Begin(kIndex, "index on " + table_.columns()[column].name, 20 + entries_ / 16,
-            std::max(1.0, entries_ / 64));
-      Take(equal_.Of(column), false);
-      info_.idxNum |= column << 8;
+      const double share =
+          16.0 * static_cast<double>(uint64_t{4} << std::min<size_t>(2 * columns.size(), 40));
+      Begin(kIndex, kIndexOn + Names(columns, columns.size()), 8 + entries_ / 4,
+            std::max(1.0, entries_ / share));
+      for (const int column : columns) Take(equal_.Of(column), false);
     } else {
       Begin(info_.colUsed == 0 ? kUnread : kWalk, "walk", entries_ * 1.5 + 8, entries_);
     }
@@ -132,20 +157,20 @@ class Planner {
     return false;
   }
 
-  // A column that is no list and no key and for which one value is asked.
-  int AnyColumn() const {
-    for (size_t i = 0; i < table_.columns().size(); ++i) {
-      const Kind kind = table_.columns()[i].kind;
-      if (kind != Kind::kArena && kind != Kind::kArray && equal_.Of(static_cast<int>(i)) >= 0)
-        return static_cast<int>(i);
+  // The columns that are no lists and for which one value is asked.
+  std::vector<int> IndexColumns() const {
+    std::vector<int> columns;
+    for (int i = 0; i < static_cast<int>(table_.columns().size()); ++i) {
+      const Kind kind = table_.columns()[static_cast<size_t>(i)].kind;
+      if (kind != Kind::kArena && kind != Kind::kArray && equal_.Of(i) >= 0) columns.push_back(i);
     }
-    return -1;
+    return columns;
   }
 
-  std::string Names(size_t count) const {
+  std::string Names(const std::vector<int> &columns, size_t count) const {
     std::string names;
     for (size_t i = 0; i < count; ++i)
-      names += (names.empty() ? "" : ",") + table_.columns()[table_.key()[i]].name;
+      names += (names.empty() ? "" : ",") + table_.columns()[static_cast<size_t>(columns[i])].name;
     return names;
   }
 
@@ -158,9 +183,11 @@ class Planner {
   }
 
   void TakeKey(size_t count) {
-    for (size_t i = 0; i < count; ++i) Take(equal_.Of(table_.key()[i]), true);
+    for (size_t i = 0; i < count; ++i) Take(equal_.Of(table_.key()[i]), false);
   }
 
+  // Without `omit` SQLite compares the values once more, so that a lookup finds what a walk would: values may
+  // be written in ways that mean the same and are other texts.
   void Take(int constraint, bool omit) {
     info_.aConstraintUsage[constraint].argvIndex = ++arguments_;
     info_.aConstraintUsage[constraint].omit = omit;
@@ -175,6 +202,7 @@ class Planner {
 
 uint64_t HashOf(std::string_view text) { return std::hash<std::string_view>()(text); }
 uint64_t HashOf(int64_t number) { return std::hash<int64_t>()(number) * 0x9e3779b97f4a7c15u; }
+uint64_t Joined(uint64_t hash, uint64_t next) { return (hash ^ next) * 0xff51afd7ed558ccdu + (hash >> 29); }
 
 // Hands over the values of one row, or hashes them.
 class RowReader {
@@ -190,7 +218,7 @@ class RowReader {
       case Kind::kAddress:
         return sqlite3_result_int64(context, static_cast<int64_t>(cursor_.rows.address()));
       case Kind::kMatch:
-        return sqlite3_result_null(context);
+        return cursor_.matched ? ResultText(context, *cursor_.matched) : sqlite3_result_null(context);
       default:
         break;
     }
@@ -263,14 +291,21 @@ class RowReader {
 // Reads the arguments of a plan.
 class Filter {
  public:
-  Filter(Cursor *cursor, int way, int count, sqlite3_value **values)
-      : cursor_(*cursor), table_(cursor->table.columns), way_(way), values_(values, values + count) {}
+  Filter(Cursor *cursor, int way, const char *shown, int count, sqlite3_value **values)
+      : cursor_(*cursor),
+        table_(cursor->table.columns),
+        way_(way),
+        shown_(shown),
+        values_(values, values + count) {}
 
   void Start() {
     RecordCursor &rows = cursor_.rows;
     rows.OfArena(std::nullopt);
+    cursor_.matched.reset();
     if ((way_ & kOfArena) != 0) {
-      rows.OfArena(std::string(TextOf(values_.back())));
+      const std::optional<size_t> arena = cursor_.table.module.arenas->Find(TextOf(values_.back()));
+      if (!arena) return rows.Nothing();
+      rows.OfArena(arena);
       values_.pop_back();
     }
     switch (way_ & 15) {
@@ -279,8 +314,7 @@ class Filter {
       case kGroup:
         return StartKey(table_.groupKey(), [&](std::vector<uint8_t> key) { rows.Group(std::move(key)); });
       case kAddress:
-        if (sqlite3_value_numeric_type(values_[0]) != SQLITE_INTEGER) return rows.Nothing();
-        return rows.Address(static_cast<uint64_t>(sqlite3_value_int64(values_[0])));
+        return StartAddress();
       case kMatch:
         return StartMatch();
       case kIndex:
@@ -299,12 +333,22 @@ class Filter {
     }
     for (size_t i = 0; i < count; ++i) {
       const SqlColumn &column = table_.columns()[table_.key()[i]];
+      if (MayDiffer(values_[i], column) && sqlite3_value_type(values_[i]) != SQLITE_NULL)
+        return cursor_.rows.Walk(false);
       if (!WriteSqlValue(values_[i], column.row->node->field->ref, key.data())) return cursor_.rows.Nothing();
     }
     found(std::move(key));
   }
 
+  void StartAddress() {
+    constexpr FieldRef kAddress{0, 8, FieldKind::kSigned, 0, 0};
+    uint8_t address[8];
+    if (!WriteSqlValue(values_[0], kAddress, address)) return cursor_.rows.Nothing();
+    cursor_.rows.Address(kAddress.Get(address));
+  }
+
   void StartMatch() {
+    cursor_.matched = TextOf(values_[0]);
     const TableSpec &spec = table_.layout().spec;
     std::vector<uint8_t> key(spec.keySize);
     const Field *destination = table_.layout().key.Find("destination");
@@ -318,19 +362,57 @@ class Filter {
 
   // Where a value and a column could be equal in ways that their hashes do not show, all rows are looked at.
   void StartIndex() {
-    const SqlColumn &column = table_.columns()[static_cast<size_t>(way_ >> 8)];
-    const bool isNumber = std::strcmp(column.Type(), "INTEGER") == 0;
-    const int type = sqlite3_value_type(values_[0]);
-    if (type == SQLITE_NULL) return cursor_.rows.Nothing();
-    if (isNumber ? type != SQLITE_INTEGER : type != SQLITE_TEXT) return cursor_.rows.Walk(false);
-    const uint64_t hash =
-        isNumber ? HashOf(static_cast<int64_t>(sqlite3_value_int64(values_[0]))) : HashOf(TextOf(values_[0]));
-    cursor_.rows.Indexed([&] { return RowReader(&cursor_).Hash(column); }, hash);
+    const IndexedColumns &columns = Columns();
+    uint64_t hash = 0;
+    for (size_t i = 0; i < columns.size(); ++i) {
+      if (sqlite3_value_type(values_[i]) == SQLITE_NULL) return cursor_.rows.Nothing();
+      const std::optional<uint64_t> one = Hash(values_[i], table_.columns()[static_cast<size_t>(columns[i])]);
+      if (!one) return cursor_.rows.Walk(false);
+      hash = Joined(hash, *one);
+    }
+    const auto hashOf = [&] {
+      RowReader row(&cursor_);
+      uint64_t all = 0;
+      for (const int column : columns)
+        all = Joined(all, row.Hash(table_.columns()[static_cast<size_t>(column)]));
+      return all;
+    };
+    cursor_.rows.Indexed(columns, hashOf, hash);
+  }
+
+  // The columns that the plan names.
+  const IndexedColumns &Columns() {
+    if (cursor_.plan == shown_) return cursor_.indexed;
+    cursor_.plan = shown_;
+    cursor_.indexed.clear();
+    for (std::string_view rest = shown_.substr(sizeof(kIndexOn) - 1); !rest.empty();) {
+      const std::string_view name = rest.substr(0, rest.find(','));
+      cursor_.indexed.push_back(table_.Find(name));
+      rest.remove_prefix(std::min(name.size() + 1, rest.size()));
+    }
+    return cursor_.indexed;
+  }
+
+  static bool IsNumber(const SqlColumn &column) { return std::strcmp(column.Type(), "INTEGER") == 0; }
+
+  // Whether SQLite may find a value equal to texts that are spelled otherwise: numbers it may compare as
+  // such.
+  static bool MayDiffer(sqlite3_value *value, const SqlColumn &column) {
+    return !IsNumber(column) && sqlite3_value_type(value) != SQLITE_TEXT;
+  }
+
+  // As RowReader::Hash for a value that SQLite would find equal to the column's.
+  static std::optional<uint64_t> Hash(sqlite3_value *value, const SqlColumn &column) {
+    if (MayDiffer(value, column)) return std::nullopt;
+    if (!IsNumber(column)) return HashOf(TextOf(value));
+    if (sqlite3_value_numeric_type(value) != SQLITE_INTEGER) return std::nullopt;
+    return HashOf(int64_t{sqlite3_value_int64(value)});
   }
 
   Cursor &cursor_;
   const SqlTable &table_;
   const int way_;
+  const std::string_view shown_;
   std::vector<sqlite3_value *> values_;
 };
 
@@ -379,10 +461,10 @@ int Next(sqlite3_vtab_cursor *base) {
   });
 }
 
-int FilterRows(sqlite3_vtab_cursor *base, int way, const char *, int count, sqlite3_value **values) {
+int FilterRows(sqlite3_vtab_cursor *base, int way, const char *shown, int count, sqlite3_value **values) {
   auto *cursor = static_cast<Cursor *>(base);
   const int started = Guarded(base->pVtab, [&] {
-    Filter(cursor, way, count, values).Start();
+    Filter(cursor, way, shown, count, values).Start();
     cursor->row = 0;
     return SQLITE_OK;
   });

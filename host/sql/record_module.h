@@ -15,8 +15,7 @@ struct RecordModule {
   std::string name;
   std::shared_ptr<ArenaSet> arenas;
   const TableLayout *layout;
-  std::shared_ptr<const RecordShape> shape;  // of `layout`, which `list` leads into
-  std::optional<RowColumn> list;             // the list whose elements are the rows, if any
+  std::string list;  // path of the list whose elements are the rows, if any
 };
 
 // Registers the table as `module.name`.

@@ -10,31 +10,26 @@
 namespace qdt::host {
 namespace {
 
-// Calls `visit` with each table of records and each of their lists, until it returns something else than 0.
+// Calls `visit` with the name of each table of records and of each of their lists, the layout, the list's
+// path and what is to be said of it.
 template <typename Visit>
-int ForEachRecordTable(const Visit &visit) {
+void ForEachRecordTable(const Visit &visit) {
   for (const TableLayout &table : Layout::BuiltIn().tables()) {
     if (table.fields.empty()) continue;
-    const auto shape = std::make_shared<const RecordShape>(RecordShape::Whole(table));
-    if (const int code = visit(std::string(table.shortName), table, shape, std::optional<RowColumn>());
-        code != 0)
-      return code;
-    for (const RowColumn &list : ListsOf(table, *shape)) {
-      if (const int code = visit(ListTableName(table, list), table, shape, std::optional(list)); code != 0)
-        return code;
-    }
+    visit(SqlTableName(table, ""), table, std::string(), table.about);
+    for (const RecordList &list : ListsOf(table))
+      visit(SqlTableName(table, list.path), table, list.path, list.field->about);
   }
-  return 0;
 }
 
 }  // namespace
 
 int AddEngineTables(sqlite3 *connection, const std::shared_ptr<ArenaSet> &arenas) {
   if (const int code = AddFunctions(connection); code != SQLITE_OK) return code;
-  const int code = ForEachRecordTable([&](std::string name, const TableLayout &table,
-                                          const std::shared_ptr<const RecordShape> &shape,
-                                          const std::optional<RowColumn> &list) {
-    return AddRecordModule(connection, {std::move(name), arenas, &table, shape, list});
+  int code = SQLITE_OK;
+  ForEachRecordTable([&](std::string name, const TableLayout &table, std::string list, std::string_view) {
+    if (code != SQLITE_OK) return;
+    code = AddRecordModule(connection, {std::move(name), arenas, &table, std::move(list)});
   });
   if (code != SQLITE_OK) return code;
   for (FactTable &table : FactTables()) {
@@ -44,28 +39,34 @@ int AddEngineTables(sqlite3 *connection, const std::shared_ptr<ArenaSet> &arenas
   return SQLITE_OK;
 }
 
-std::string SqlSchema(const std::string &name, bool manyArenas) {
-  std::string text;
+std::string NearestSqlTable(std::string_view name) {
   NearName near(name);
   std::string nearest;
-  const auto add = [&](const std::string &table, std::string_view about, const auto &declaration) {
+  const auto offer = [&](const std::string &table) {
     if (near.Offer(table)) nearest = table;
+  };
+  ForEachRecordTable([&](const std::string &table, auto &&...) { offer(table); });
+  for (const FactTable &table : FactTables()) offer(table.name);
+  return nearest;
+}
+
+std::string SqlSchema(const std::string &name, bool manyArenas) {
+  std::string text;
+  const auto add = [&](const std::string &table, std::string_view about, const auto &declaration) {
     if (!name.empty() && table != name) return;
     text += text.empty() ? "" : "\n";
     if (!about.empty()) text += "-- " + std::string(about) + "\n";
     text += declaration() + ";\n";
   };
-  ForEachRecordTable([&](const std::string &table, const TableLayout &layout,
-                         const std::shared_ptr<const RecordShape> &, const std::optional<RowColumn> &list) {
-    add(table, list ? list->node->field->about : layout.about,
-        [&] { return SqlTable(layout, list ? &*list : nullptr, manyArenas).Declaration(table, true); });
-    return 0;
+  ForEachRecordTable([&](const std::string &table, const TableLayout &layout, const std::string &list,
+                         std::string_view about) {
+    add(table, about, [&] { return SqlTable(layout, list, manyArenas).Declaration(table, true); });
   });
   for (const FactTable &table : FactTables())
     add(table.name, table.about, [&] { return table.Declaration(manyArenas, true); });
   if (text.empty())
     throw HostError("unknown table " + Quoted(name) +
-                    DidYouMean(nearest, "\"nqecli sql --schema\" lists them"));
+                    DidYouMean(NearestSqlTable(name), "\"nqecli sql --schema\" lists them"));
   return text;
 }
 

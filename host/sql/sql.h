@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "host/sql/arena_set.h"
 
@@ -15,6 +16,9 @@ namespace qdt::host {
 // name without having been created, and cost nothing before a statement names them. `arenas` may be empty at
 // first and grow between two statements. Returns an SQLite result code.
 int AddEngineTables(sqlite3 *connection, const std::shared_ptr<ArenaSet> &arenas);
+
+// The table whose name is nearest to a mistyped one; empty when none is near.
+std::string NearestSqlTable(std::string_view name);
 
 // The tables as CREATE TABLE statements with what their columns mean; of `name` alone unless that is empty.
 // Throws HostError when there is no such table.

@@ -21,6 +21,16 @@ bool IsReference(const RowColumn &row) {
   return row.node->field->ref.kind == FieldKind::kReference && !row.node->IsStructure();
 }
 
+void AddLists(const FieldSet &fields, const std::string &prefix, std::vector<RecordList> *lists) {
+  for (const Field &field : fields.all()) {
+    const std::string path = prefix + std::string(field.name);
+    const bool isStructure = !field.fields.empty();
+    if (field.count == 0 && isStructure) AddLists(field.fields, path + ".", lists);
+    if (field.count != 0 && (isStructure || field.ref.kind == FieldKind::kReference))
+      lists->push_back({path, &field});
+  }
+}
+
 const Field &FieldOf(const SqlColumn &column) { return *column.row->node->field; }
 
 std::string MeaningOf(const SqlColumn &column) {
@@ -58,16 +68,19 @@ const char *SqlColumn::Type() const {
   }
 }
 
-SqlTable::SqlTable(const TableLayout &table, const RowColumn *list, bool showArena)
-    : layout_(table), list_(list), shape_(RecordShape::Whole(table)), rows_(ColumnsOf(shape_, table.fields)) {
+SqlTable::SqlTable(const TableLayout &table, std::string_view list, bool showArena)
+    : layout_(table),
+      shape_(RecordShape::Whole(table)),
+      rows_(ColumnsOf(shape_, table.fields)),
+      list_(list.empty() ? nullptr : &*std::ranges::find(rows_, list, &RowColumn::path)) {
   if (showArena) AddOwn(SqlColumn::Kind::kArena, "arena", false);
   for (const RowColumn &row : rows_) {
     const bool isKey = row.node->inKey && !row.node->field->constant;
-    if (isKey || list == nullptr) Add(row, false);
+    if (isKey || list_ == nullptr) Add(row, false);
     if (isKey) key_.push_back(Find(NameOf(row.path)));
   }
   const bool isRoute = PrefixAddressSize(table.spec.lookup) != 0;
-  if (list != nullptr) {
+  if (list_ != nullptr) {
     AddOwn(SqlColumn::Kind::kElement, "element", false);
     AddElement();
   } else if (isRoute) {
@@ -138,17 +151,16 @@ std::string SqlTable::Declaration(std::string_view name, bool explained) const {
   return text + (explained ? "\n)" : ")");
 }
 
-std::vector<RowColumn> ListsOf(const TableLayout &table, const RecordShape &shape) {
-  std::vector<RowColumn> lists = ColumnsOf(shape, table.fields);
-  std::erase_if(lists, [](const RowColumn &row) {
-    return !row.node->IsArray() ||
-           (!row.node->IsStructure() && row.node->field->ref.kind != FieldKind::kReference);
-  });
+std::vector<RecordList> ListsOf(const TableLayout &table) {
+  std::vector<RecordList> lists;
+  AddLists(table.fields, "", &lists);
   return lists;
 }
 
-std::string ListTableName(const TableLayout &table, const RowColumn &list) {
-  return std::string(table.shortName) + "_" + NameOf(list.path);
+std::string SqlTableName(const TableLayout &table, std::string_view list) {
+  std::string name(table.shortName);
+  if (!list.empty()) name += "_" + NameOf(list);
+  return name;
 }
 
 }  // namespace qdt::host

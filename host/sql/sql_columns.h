@@ -31,11 +31,12 @@ struct SqlColumn {
 // A table as SQL shows it: the records of an engine's table, or the elements of a list in each of them.
 class SqlTable {
  public:
-  // `list` is null, or one of the table's lists (ListsOf).
-  SqlTable(const TableLayout &table, const RowColumn *list, bool showArena);
+  // `list` is empty, or the path of one of the table's lists (ListsOf).
+  SqlTable(const TableLayout &table, std::string_view list, bool showArena);
   SqlTable(const SqlTable &) = delete;
 
   const TableLayout &layout() const { return layout_; }
+  // Null, or the list whose elements are the rows.
   const RowColumn *list() const { return list_; }
   const std::vector<SqlColumn> &columns() const { return columns_; }
   // The columns of the key's fields, in the key's order, without constant ones.
@@ -55,9 +56,9 @@ class SqlTable {
   std::string UniqueName(std::string name) const;
 
   const TableLayout &layout_;
-  const RowColumn *list_;
   const RecordShape shape_;             // of the record
   const std::vector<RowColumn> rows_;   // of shape_
+  const RowColumn *const list_;         // of rows_
   RecordShape element_;                 // of the list's elements
   std::vector<RowColumn> elementRows_;  // of element_, counted from the element's beginning
   std::vector<SqlColumn> columns_;
@@ -65,11 +66,14 @@ class SqlTable {
   size_t groupKey_ = 0;
 };
 
-// The columns of a table that are lists of structures or references: they have tables of their own.
-// `shape` is that of the whole record and outlives what is returned.
-std::vector<RowColumn> ListsOf(const TableLayout &table, const RecordShape &shape);
-// "fwdif_l1_services"
-std::string ListTableName(const TableLayout &table, const RowColumn &list);
+// A list of structures or references in each record of a table: it has a table of its own.
+struct RecordList {
+  std::string path;
+  const Field *field;
+};
+std::vector<RecordList> ListsOf(const TableLayout &table);
+// "fwdif_l1_services"; of an empty path "fwdif".
+std::string SqlTableName(const TableLayout &table, std::string_view list);
 
 }  // namespace qdt::host
 

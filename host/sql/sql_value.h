@@ -1,6 +1,7 @@
 #ifndef HOST_SQL_SQL_VALUE_H_
 #define HOST_SQL_SQL_VALUE_H_
 
+#include <cstring>
 #include <exception>
 #include <optional>
 #include <string>
@@ -25,6 +26,12 @@ inline std::string_view TextOf(sqlite3_value *value) {
   const auto *text = reinterpret_cast<const char *>(sqlite3_value_text(value));
   return text == nullptr ? std::string_view()
                          : std::string_view(text, static_cast<size_t>(sqlite3_value_bytes(value)));
+}
+
+// Whether a constraint says column = VALUE as tables hold it: bytes for bytes, where texts are compared.
+inline bool IsEquality(sqlite3_index_info *info, int constraint) {
+  return info->aConstraint[constraint].op == SQLITE_INDEX_CONSTRAINT_EQ &&
+         std::strcmp(sqlite3_vtab_collation(info, constraint), "BINARY") == 0;
 }
 
 // Runs a callback of SQLite's, through which no exception may pass: what it throws becomes the message of the

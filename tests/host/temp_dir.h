@@ -16,6 +16,7 @@ class TempDir {
     path_ = mkdtemp(name);
   }
   ~TempDir() { std::filesystem::remove_all(path_); }
+  const std::string &path() const { return path_; }
   std::string File(const std::string &name) const { return path_ + "/" + name; }
 
  private:

@@ -6,9 +6,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -29,16 +30,25 @@ using host::HostError;
 using host::Quoted;
 using host::RecordFormat;
 
+// The tables' texts are escaped already; only what a statement made up itself may need it.
+std::string Printable(std::string_view text) {
+  std::string escaped;
+  host::AppendEscaped(text, &escaped);
+  const bool harmless = escaped.size() == text.size() + static_cast<size_t>(std::ranges::count(text, '\\'));
+  return harmless ? std::string(text) : escaped;
+}
+
 // The answer to one statement: names once, then rows.
 class RowWriter {
  public:
   RowWriter(RecordFormat format, sqlite3_stmt *statement, StandardOut *out)
       : format_(format), statement_(statement), out_(*out), json_(*out) {
-    std::map<std::string, int> seen;
+    std::set<std::string> seen;
     for (int i = 0; i < sqlite3_column_count(statement); ++i) {
-      std::string name = sqlite3_column_name(statement, i);
+      const std::string given = Printable(sqlite3_column_name(statement, i));
       // Two columns of one name are two members of an object.
-      if (const int before = seen[name]++; before > 0) name += "_" + std::to_string(before + 1);
+      std::string name = given;
+      for (int number = 2; !seen.insert(name).second; ++number) name = given + "_" + std::to_string(number);
       names_.push_back(std::move(name));
     }
   }
@@ -133,14 +143,6 @@ class RowWriter {
     }
   }
 
-  // The tables' texts are escaped already; only what a statement made up itself may need it.
-  static std::string Printable(std::string_view text) {
-    std::string escaped;
-    host::AppendEscaped(text, &escaped);
-    const bool harmless = escaped.size() == text.size() + static_cast<size_t>(std::ranges::count(text, '\\'));
-    return harmless ? std::string(text) : escaped;
-  }
-
   void Object(host::JsonWriter *json) {
     json->StartObject();
     for (size_t i = 0; i < names_.size(); ++i) {
@@ -155,7 +157,11 @@ class RowWriter {
           break;
         case SQLITE_FLOAT:
           // Not every number has a form in JSON.
-          if (!json->Double(sqlite3_column_double(statement_, column))) json->Null();
+          if (const double number = sqlite3_column_double(statement_, column); std::isfinite(number)) {
+            json->Double(number);
+          } else {
+            json->Null();
+          }
           break;
         default:
           host::JsonText(json, Text(i));
@@ -237,6 +243,9 @@ class Connection {
 
   // Runs the statements one after the other, up to the first that fails, which is thrown as HostError.
   void Run(const std::string &text, RecordFormat format) {
+    // SQLite takes it for the end.
+    if (text.find('\0') != text.npos)
+      throw HostError("the statements have a byte 0 in them, which is no character of SQL");
     const char *rest = text.c_str();
     bool any = false;
     while (*rest != '\0') {
@@ -271,7 +280,13 @@ class Connection {
 
   std::string Message() const {
     if (sqlite3_errcode(handle_) == SQLITE_AUTH) return kOnlyReading;
-    return sqlite3_errmsg(handle_);
+    std::string message = Printable(sqlite3_errmsg(handle_));
+    constexpr std::string_view kNoTable = "no such table: ";
+    if (message.starts_with(kNoTable)) {
+      const std::string nearest = host::NearestSqlTable(message.substr(kNoTable.size()));
+      message += nearest.empty() ? "; \"nqecli sql --schema\" lists them" : "; did you mean " + nearest + "?";
+    }
+    return message;
   }
   [[noreturn]] void Fail() const { throw HostError(Message()); }
 
