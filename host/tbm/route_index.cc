@@ -73,7 +73,7 @@ class TrieSearch {
   }
 
   static RouteIndex::Found Deliver(const RouteBlock<Bits> &found, Route *route) {
-    *route = {found.slot(), found.length(), found.serial(), false};
+    *route = {found.slot(), found.length(), found.serial()};
     return RouteIndex::Found::kRoute;
   }
 
@@ -103,7 +103,6 @@ RouteIndex::Found RouteIndex::MatchBits(uint16_t vpn, Bits address, Route *route
     const uint64_t before = head().changes.load(std::memory_order_acquire);
     const Found found = Attempt(vpn, address, route);
     const uint64_t counts = head().changes.load(std::memory_order_acquire) - before;
-    route->lives = counts == 0 && before % 2 == 0;
     // Nothing that was read had been freed and used again meanwhile.
     if (counts < kRouteRestCounts) return found;
   }

@@ -94,7 +94,7 @@ void StorePlace(RouteWord *words, const Prefix<Ipv6Bits> &place) {
 template <typename Bits>
 class RouteChange {
  public:
-  RouteChange(RouteBlocks *blocks, uint16_t vpn) : blocks_(*blocks), root_(blocks->Root(vpn)) {}
+  RouteChange(RouteBlocks *blocks, uint16_t vpn) : blocks_(*blocks), vpn_(vpn) {}
 
   int32_t Insert(const Prefix<Bits> &prefix, uint32_t slot, uint64_t serial);
   int32_t Remove(const Prefix<Bits> &prefix);
@@ -115,7 +115,7 @@ class RouteChange {
   bool TakeOut(RouteRef ref, const Prefix<Bits> &prefix);
 
   RouteBlocks &blocks_;
-  std::atomic<RouteRef> &root_;
+  const uint16_t vpn_;
   std::array<Step, RouteDepth(sizeof(Bits))> steps_;
   uint32_t depth_ = 0;
 };
@@ -135,7 +135,7 @@ Prefix<Bits> RouteChange<Bits>::PrefixOf(RouteRef ref) const {
 template <typename Bits>
 RouteRef RouteChange<Bits>::Descend(const Prefix<Bits> &prefix) {
   depth_ = 0;
-  RouteRef ref = root_.load(std::memory_order_relaxed);
+  RouteRef ref = blocks_.Root(vpn_);
   while (ref != 0 && !IsRoute(ref)) {
     const NodeBlock<Bits> node(blocks_.Words(ref));
     const uint32_t depth = node.depth();
@@ -228,7 +228,7 @@ bool RouteChange<Bits>::Publish(RouteRef fresh) {
       return false;
     }
   }
-  root_.store(fresh, std::memory_order_release);
+  blocks_.SetRoot(vpn_, fresh);
   blocks_.Commit();
   return true;
 }
@@ -313,13 +313,13 @@ int32_t RemoveRoute(RouteBlocks *blocks, uint16_t vpn, const uint8_t *address, u
 
 int32_t RouteIndexWriter::Insert(uint16_t vpn, const uint8_t *address, uint32_t length, uint32_t slot,
                                  uint64_t serial) {
-  RouteBlocks blocks(area_, size_, addressSize_, back_);
+  RouteBlocks blocks(area_, size_, addressSize_, back_, note_);
   const auto insert = addressSize_ == sizeof(Ipv4Bits) ? InsertRoute<Ipv4Bits> : InsertRoute<Ipv6Bits>;
   return insert(&blocks, vpn, address, length, slot, serial);
 }
 
 int32_t RouteIndexWriter::Remove(uint16_t vpn, const uint8_t *address, uint32_t length) {
-  RouteBlocks blocks(area_, size_, addressSize_, back_);
+  RouteBlocks blocks(area_, size_, addressSize_, back_, note_);
   const auto remove = addressSize_ == sizeof(Ipv4Bits) ? RemoveRoute<Ipv4Bits> : RemoveRoute<Ipv6Bits>;
   return remove(&blocks, vpn, address, length);
 }
