@@ -39,6 +39,7 @@ constexpr RouteSet kSets[] = {
     {"IPv6, length 48", 16, 1000000, 48, 48, false, 1, kLarge},
     {"IPv6, lengths 16 to 128", 16, 1000000, 16, 128, false, 1, kLarge},
     {"IPv6, every length of 8,000 addresses", 16, 1000000, 0, 128, true, 1, kLarge},
+    {"IPv6, every length of 6,600 addresses, forks", 16, 1000000, 0, 128, true, 1, kLarge, true},
 };
 
 constexpr size_t kBatch = 2048;
