@@ -27,8 +27,12 @@ struct TableKey {
 struct Place {
   uint64_t serial = 0;
   uint32_t ref = 0;
-  uint32_t logEpoch = 0;  // where the entry stood in the order when it was found: a hint
+  // Where the entry stood in the order when it was found: a hint.
+  uint32_t logEpoch = 0;
   uint32_t logIndex = 0;
+  // The entry that stood before it in its chain, from where a walk goes on when this one has gone.
+  uint32_t beforeRef = 0;
+  uint64_t beforeSerial = 0;
 };
 
 // One defined table of an arena, as readers and the writer see it. Trusts the constant directory, which was

@@ -280,7 +280,8 @@ std::string Contest::Match() const {
 }
 
 std::string Contest::MatchMoving() const {
-  for (const uint32_t table : kRouteTables) {
+  for (uint32_t time = 0; time < 6; ++time) {
+    const uint32_t table = kRouteTables[time % 2];
     const MovingKey key(table, kDestination);
     void *found = nullptr;
     const int32_t status = TbmTblMatch(0, table, &key, &found);
