@@ -87,9 +87,9 @@ constexpr uint64_t RouteHeadroom(uint32_t addressSize) {
 }
 
 // Bytes that an index takes at most, for each route of its capacity and beside them. A trie of n routes has
-// at most n - 1 nodes, as each has two references or more, and (n - 1) / (k - 1) of those with k or more.
-// Blocks never change their size, so that the worst case is the sum of each size's own, and the blocks that
-// rest come on top.
+// at most n - 1 nodes and stems, as each has two references or more, and (n - 1) / (k - 1) of those with k or
+// more. Blocks never change their size, so that the worst case is the sum of each size's own, and the blocks
+// that rest come on top.
 struct RouteBounds {
   uint64_t perRoute;
   uint64_t fixed;
