@@ -24,7 +24,8 @@ struct RouteKey {
   bool operator==(const RouteKey &) const = default;
 };
 
-// A kind of routes: random ones with lengths from `least` to `most`, or every length of random addresses.
+// A kind of routes: random ones with lengths from `least` to `most`, or every length of random addresses,
+// with one that turns off every six bits.
 struct RouteSet {
   const char *name;
   uint32_t addressSize;
@@ -34,6 +35,7 @@ struct RouteSet {
   bool nested;
   uint32_t vpns;
   double goal;  // nanoseconds; 0: none
+  bool forked = false;
 };
 
 class Routes {
@@ -42,7 +44,13 @@ class Routes {
     std::unordered_map<uint64_t, std::vector<RouteKey>> known;
     while (keys_.size() < set.count) {
       RouteKey key = RandomKey();
-      for (uint32_t length = set.least; set.nested && length < set.most; ++length) Add(key, length, &known);
+      for (uint32_t length = set.least; set.nested && length < set.most; ++length) {
+        Add(key, length, &known);
+        if (!set.forked || length % 6 != 5) continue;
+        RouteKey beside = key;
+        Flip(&beside, length - 1);
+        Add(beside, length, &known);
+      }
       Add(key, key.length, &known);
     }
     std::shuffle(keys_.begin(), keys_.end(), random_);

@@ -175,6 +175,8 @@ class DirectoryCheck {
            sizeof(tbm::Slot) + tbm::StoredSize(shape) <= shape.slotSize &&
            shape.nodeCount <= shape.capacity && shape.slotSize % 8 == 0 &&
            std::has_single_bit(shape.bucketCount) && shape.lookup <= static_cast<uint8_t>(Lookup::kPrefix6) &&
+           (tbm::PrefixAddressSize(shape) == 0 ||
+            kPrefixAddressOffset + tbm::PrefixAddressSize(shape) <= shape.keySize) &&
            shape.logRoom == tbm::LogRoom(shape.capacity) && AgingIsGood(shape) && PlacesAreGood(shape);
   }
 
@@ -195,6 +197,7 @@ class DirectoryCheck {
     return holds(0, records, shape.indexOffset, tbm::IndexSize(shape)) &&
            holds(0, records, shape.headsOffset, uint64_t{shape.headSize} * shape.capacity) &&
            holds(0, records, shape.logOffset, uint64_t{shape.logRoom} * 2 * sizeof(tbm::LogEntry)) &&
+           (tbm::RoutesSize(shape) == 0 || holds(0, records, shape.routesOffset, tbm::RoutesSize(shape))) &&
            holds(records, tail, shape.slabOffset, uint64_t{shape.slotSize} * shape.capacity) &&
            (shape.agingSize == 0 ||
             holds(tail, header_.totalSize, shape.requestOffset, shape.capacity * sizeof(uint64_t)));

@@ -168,6 +168,7 @@ void PlanLayout::PlaceTables() {
     shape.indexOffset = Take(tbm::IndexSize(shape), kPage);
     shape.headsOffset = Take(uint64_t{shape.headSize} * shape.capacity, 64);
     shape.logOffset = Take(uint64_t{shape.logRoom} * 2 * sizeof(tbm::LogEntry), 64);
+    if (tbm::RoutesSize(shape) != 0) shape.routesOffset = Take(tbm::RoutesSize(shape), kPage);
   }
   header_.recordsOffset = Take(0, kMapAlignment);
   for (tbm::TableShape &shape : shapes_) {

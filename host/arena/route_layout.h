@@ -40,7 +40,9 @@ constexpr uint32_t kRouteClasses = kNodeClasses + 1;
 constexpr uint32_t kMaxNodeRefs = (2 << kRouteStride) - 1;
 constexpr uint32_t kRoutesOfLines = 8;
 
-// What stands in a node before its references: {the writer's, children, routes, path}.
+// What stands in a node before its references: {the writer's, children, routes, path}. Nodes that follow each
+// other where only one way leads on, with no route beside it, are one block, a stem: in the place of children
+// and routes it has the lengths of its routes, which lie all on its path.
 constexpr uint32_t NodeHeadBytes(uint32_t addressSize) { return addressSize == 4 ? 32 : 48; }
 constexpr uint32_t NodeClass(uint32_t refs, uint32_t addressSize) {
   return (NodeHeadBytes(addressSize) + refs * uint32_t{sizeof(RouteRef)} - 1) / kRouteLine;
@@ -85,9 +87,9 @@ constexpr uint64_t RouteHeadroom(uint32_t addressSize) {
 }
 
 // Bytes that an index takes at most, for each route of its capacity and beside them. A trie of n routes has
-// at most n - 1 nodes, as each has two references or more, and (n - 1) / (k - 1) of those with k or more.
-// Blocks never change their size, so that the worst case is the sum of each size's own, and the blocks that
-// rest come on top.
+// at most n - 1 nodes and stems, as each has two references or more, and (n - 1) / (k - 1) of those with k or
+// more. Blocks never change their size, so that the worst case is the sum of each size's own, and the blocks
+// that rest come on top.
 struct RouteBounds {
   uint64_t perRoute;
   uint64_t fixed;

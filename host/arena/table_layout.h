@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "host/arena/route_layout.h"
 #include "host/arena/table_spec.h"
 #include "platform/tbm.h"
 
@@ -55,10 +56,11 @@ struct TableShape {
   uint64_t indexOffset;    // IndexSize bytes
   uint64_t headsOffset;    // capacity heads
   uint64_t logOffset;      // two logs
+  uint64_t routesOffset;   // RoutesSize bytes, of a route table
   uint64_t slabOffset;     // capacity records' places
   uint64_t requestOffset;  // a word for each slot, where clients may write
 };
-static_assert(sizeof(TableShape) == 104 && offsetof(TableShape, indexOffset) == 64);
+static_assert(sizeof(TableShape) == 112 && offsetof(TableShape, indexOffset) == 64);
 
 // One chain of the hash index, in order of insertion. `removals` counts the entries ever taken out of the
 // chain: a reader that finds it unchanged has not strayed into another chain through a slot that was used
@@ -117,14 +119,10 @@ constexpr uint32_t PrefixAddressSize(const TableShape &shape) {
 }
 
 // What stands in the index behind the buckets: the flow partition's nodes (addresses of records, by slot,
-// null while it is free), of route tables a counter of each prefix length, and the spare.
+// null while it is free) and the spare.
 constexpr uint64_t NodesOffset(const TableShape &shape) { return shape.bucketCount * sizeof(Bucket); }
-constexpr uint64_t PrefixCountsOffset(const TableShape &shape) {
-  return NodesOffset(shape) + uint64_t{shape.nodeCount} * sizeof(void *);
-}
 constexpr uint64_t SpareOffset(const TableShape &shape) {
-  const uint64_t lengths = PrefixAddressSize(shape) == 0 ? 0 : PrefixAddressSize(shape) * 8 + 1;
-  return PrefixCountsOffset(shape) + RoundUpToWord(lengths * sizeof(uint32_t));
+  return NodesOffset(shape) + uint64_t{shape.nodeCount} * sizeof(void *);
 }
 constexpr uint64_t StoredSize(const TableShape &shape) {
   return uint64_t{shape.recordSize} + shape.attachedSize;
@@ -132,6 +130,12 @@ constexpr uint64_t StoredSize(const TableShape &shape) {
 // The spare holds what a record was before the change that the writer is in the middle of.
 constexpr uint64_t IndexSize(const TableShape &shape) {
   return SpareOffset(shape) + RoundUpToWord(StoredSize(shape));
+}
+
+// Of a route table the index in which longest prefixes are found, else 0.
+constexpr uint64_t RoutesSize(const TableShape &shape) {
+  const uint32_t addressSize = PrefixAddressSize(shape);
+  return addressSize == 0 ? 0 : RouteIndexSize(shape.capacity, addressSize);
 }
 
 // What stands at ArenaHeader::infoOffset. The two last parts are pointed to when their tables are defined.

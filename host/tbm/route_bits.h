@@ -51,6 +51,13 @@ bool SameStart(Bits a, Bits b, uint32_t length) {
   return (a ^ b) >> 1 >> (kWidth<Bits> - 1 - length) == 0;
 }
 
+// The first `length` bits, then zeros.
+template <typename Bits>
+Bits FirstBits(Bits bits, uint32_t length) {
+  const uint32_t rest = kWidth<Bits> - length;
+  return length == 0 ? 0 : bits >> rest << rest;
+}
+
 // How many first bits are the same.
 template <typename Bits>
 uint32_t CommonStart(Bits a, Bits b) {
@@ -69,6 +76,8 @@ inline uint32_t RouteBit(uint32_t digit, uint32_t length) {
   return 1u << length | digit >> (kRouteStride - length);
 }
 
+inline uint32_t LengthOfRouteBit(uint32_t bit) { return 31 - static_cast<uint32_t>(std::countl_zero(bit)); }
+
 // For each digit the bits of the routes that match it.
 constexpr std::array<uint64_t, 1 << kRouteStride> kMatching = [] {
   std::array<uint64_t, 1 << kRouteStride> matching{};
@@ -86,6 +95,12 @@ constexpr uint32_t CountBits(uint64_t bits) {
   bits = (bits & 0x3333333333333333) + (bits >> 2 & 0x3333333333333333);
   bits = (bits + (bits >> 4)) & 0x0f0f0f0f0f0f0f0f;
   return static_cast<uint32_t>(bits * 0x0101010101010101 >> 56);
+}
+
+// How many of the lengths are `most` or less.
+inline uint32_t CountLengths(Ipv6Bits lengths, uint32_t most) {
+  const Ipv6Bits counted = lengths << (kWidth<Ipv6Bits> - 1 - most);
+  return CountBits(static_cast<uint64_t>(counted)) + CountBits(static_cast<uint64_t>(counted >> 64));
 }
 
 // The bits below bit `bit`.
@@ -108,8 +123,10 @@ class NodeBlock {
 
   uint64_t children() const { return Load(1); }
   uint64_t routes() const { return Load(2); }
-  // The node's place: how many bits of the address lie above it, and which.
-  uint32_t depth() const { return static_cast<uint32_t>(Load(3)); }
+  // The node's place: how many bits of the address lie above it, and which; of a stem, where it ends, and all
+  // bits up to there.
+  uint32_t depth() const { return static_cast<uint8_t>(Load(3)); }
+  uint32_t end() const { return static_cast<uint8_t>(Load(3) >> 8); }  // 0: no stem
   Bits path() const {
     if constexpr (sizeof(Bits) == 4) {
       return static_cast<Bits>(Load(3) >> 32);
@@ -117,7 +134,10 @@ class NodeBlock {
       return MakeIpv6Bits(Load(4), Load(5));
     }
   }
-  // References, those of the children, then those of the routes: one, and the two of a word.
+  // Of a stem, a bit for each route's length.
+  Ipv6Bits lengths() const { return MakeIpv6Bits(Load(2), Load(1)); }
+  // References, those of the children, of a stem the one behind its end, then those of the routes: one, and
+  // the two of a word.
   RouteRef ref(uint32_t index) const { return static_cast<RouteRef>(refs(index) >> (index % 2 * 32)); }
   uint64_t refs(uint32_t index) const { return Load(kHead + index / 2); }
 

@@ -20,8 +20,12 @@ constexpr uint64_t FirstWord(RouteRef next, uint64_t change, uint64_t blockClass
 
 }  // namespace
 
-RouteBlocks::RouteBlocks(char *area, uint64_t size, uint32_t addressSize, const BackArea &back)
-    : area_(area), size_(size), addressSize_(addressSize), back_(back) {}
+// The head changes with everything else.
+RouteBlocks::RouteBlocks(char *area, uint64_t size, uint32_t addressSize, const BackArea &back,
+                         const NoteArea &note)
+    : area_(area), size_(size), addressSize_(addressSize), back_(back), note_(note) {
+  note_(area_, sizeof(RouteHead));
+}
 
 // Whoever sees anything that this change writes into blocks sees the count as well.
 void RouteBlocks::Count(uint64_t changes) {
@@ -80,7 +84,7 @@ RouteRef RouteBlocks::TakeNew(uint32_t blockClass) {
   head().used = end;
   const auto name = [&](uint64_t i) { return static_cast<RouteRef>((place + i * size) / kRouteWord << 1); };
   for (uint64_t i = 0; i < count; ++i) {
-    Words(name(i))->store(FirstWord(0, 0, blockClass), std::memory_order_relaxed);
+    SetFirstWord(name(i), FirstWord(0, 0, blockClass));
     if (i != 0) Append(name(i), change_ - kRouteRestCounts);
   }
   return name(0);
@@ -89,20 +93,26 @@ RouteRef RouteBlocks::TakeNew(uint32_t blockClass) {
 RouteRef RouteBlocks::Take(uint32_t blockClass) {
   RouteRef ref = TakeFree(blockClass);
   if (ref == 0) ref = TakeNew(blockClass);
-  if (ref != 0) taken_[takenCount_++] = ref;
+  if (ref == 0) return 0;
+  taken_[takenCount_++] = ref;
+  note_(Words(ref), RouteBlockBytes(blockClass, addressSize_));
   return ref;
+}
+
+void RouteBlocks::SetFirstWord(RouteRef ref, uint64_t word) {
+  note_(Words(ref), sizeof(word));
+  Words(ref)->store(word, std::memory_order_relaxed);
 }
 
 // Behind the class's other free blocks. What readers may still look at stays as it is.
 void RouteBlocks::Append(RouteRef ref, uint64_t freed) {
   const uint32_t blockClass = ClassOf(ref);
   FreeBlocks &free = head().free[blockClass];
-  Words(ref)->store(FirstWord(0, freed, blockClass), std::memory_order_relaxed);
+  SetFirstWord(ref, FirstWord(0, freed, blockClass));
   if (free.oldest == 0) {
     free.oldest = ref;
   } else {
-    RouteWord *last = Words(free.newest);
-    last->store(last->load(std::memory_order_relaxed) | ref, std::memory_order_relaxed);
+    SetFirstWord(free.newest, Words(free.newest)->load(std::memory_order_relaxed) | ref);
   }
   free.newest = ref;
 }

@@ -14,12 +14,15 @@ namespace qdt::host::tbm {
 // Backs bytes of an area, told by their offset, with storage; false when there is none left.
 using BackArea = std::function<bool(uint64_t offset, uint64_t size)>;
 
+// Hears which bytes of an area change, before they do.
+using NoteArea = std::function<void(const void *bytes, uint64_t size)>;
+
 // The blocks of a route index, as its writer takes and frees them. Each change of the index is one of these
 // objects: it takes new blocks, is published by a single store of the index's owner, and then frees what it
 // replaced.
 class RouteBlocks {
  public:
-  RouteBlocks(char *area, uint64_t size, uint32_t addressSize, const BackArea &back);
+  RouteBlocks(char *area, uint64_t size, uint32_t addressSize, const BackArea &back, const NoteArea &note);
 
   // Before a change that puts something in: ensures the storage of the VPN's root and the headroom.
   bool Prepare(uint16_t vpn);
@@ -50,8 +53,10 @@ class RouteBlocks {
     return static_cast<uint32_t>(Words(ref)->load(std::memory_order_relaxed) >> 56);
   }
 
-  std::atomic<RouteRef> &Root(uint16_t vpn) const {
-    return reinterpret_cast<std::atomic<RouteRef> *>(area_ + kRouteHeadBytes)[vpn];
+  RouteRef Root(uint16_t vpn) const { return RootAt(vpn).load(std::memory_order_relaxed); }
+  void SetRoot(uint16_t vpn, RouteRef ref) {
+    note_(&RootAt(vpn), sizeof(RouteRef));
+    RootAt(vpn).store(ref, std::memory_order_release);
   }
 
  private:
@@ -67,13 +72,18 @@ class RouteBlocks {
   RouteRef TakeNew(uint32_t blockClass);
   bool EnsureBacked(uint64_t end);
   void Append(RouteRef ref, uint64_t freed);
+  void SetFirstWord(RouteRef ref, uint64_t word);
   void End(const Refs &freed, uint32_t count);
   RouteHead &head() const { return *reinterpret_cast<RouteHead *>(area_); }
+  std::atomic<RouteRef> &RootAt(uint16_t vpn) const {
+    return reinterpret_cast<std::atomic<RouteRef> *>(area_ + kRouteHeadBytes)[vpn];
+  }
 
   char *const area_;
   const uint64_t size_;
   const uint32_t addressSize_;
   const BackArea &back_;
+  const NoteArea &note_;
   uint64_t change_ = 0;
   bool urgent_ = false;
   bool keepSizes_ = false;

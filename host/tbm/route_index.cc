@@ -36,9 +36,7 @@ class TrieSearch {
       if (CommonStart(address_, found.prefix()) >= found.length()) return Deliver(found, route);
     }
     if (matching_ == 0) return RouteIndex::Found::kNone;
-    const uint32_t bit = 63 - static_cast<uint32_t>(std::countl_zero(matching_));
-    const uint32_t index = CountBits(longest_.children()) + CountBits(longest_.routes() & Below(bit));
-    const RouteWord *words = Open(longest_.ref(index));
+    const RouteWord *words = Open(longest_.ref(LongestIndex()));
     return words == nullptr ? RouteIndex::Found::kLost : Deliver(RouteBlock<Bits>(words), route);
   }
 
@@ -53,12 +51,19 @@ class TrieSearch {
       const uint32_t depth = node.depth();
       if (depth < least || depth >= kWidth<Bits>) return false;
       *ref = 0;
+      if (const uint32_t end = node.end(); end != 0) {
+        if (end <= depth || end >= kWidth<Bits>) return false;
+        Follow(node, end, ref);
+        least = end;
+        continue;
+      }
       if (!SameStart(address_, node.path(), depth)) return true;
       const uint32_t digit = Digit(address_, depth);
       const uint64_t matching = node.routes() & kMatching[digit];
       if (matching != 0) {
         matching_ = matching;
         longest_ = node;
+        isStem_ = false;
       }
       const uint64_t children = node.children();
       if ((children >> digit & 1) != 0) *ref = node.ref(IndexOf(children & Below(digit)));
@@ -67,21 +72,41 @@ class TrieSearch {
     return true;
   }
 
+  // A stem, as far as the address goes its way; to what is behind it when that is up to its end.
+  void Follow(const NodeBlock<Bits> &stem, uint32_t end, RouteRef *ref) {
+    const uint32_t same = std::min(CommonStart(address_, stem.path()), end);
+    const uint32_t matching = CountLengths(stem.lengths(), same);
+    if (matching != 0) {
+      matching_ = matching;
+      longest_ = stem;
+      isStem_ = true;
+    }
+    if (same == end) *ref = stem.ref(0);
+  }
+
+  // Of the longest route's reference.
+  uint32_t LongestIndex() const {
+    if (isStem_) return static_cast<uint32_t>(matching_);
+    const uint32_t bit = 63 - static_cast<uint32_t>(std::countl_zero(matching_));
+    return CountBits(longest_.children()) + CountBits(longest_.routes() & Below(bit));
+  }
+
   const RouteWord *Open(RouteRef ref) const {
     if (RouteOffset(ref) > last_) return nullptr;
     return reinterpret_cast<const RouteWord *>(area_ + RouteOffset(ref));
   }
 
   static RouteIndex::Found Deliver(const RouteBlock<Bits> &found, Route *route) {
-    *route = {found.slot(), found.length(), found.serial(), false};
+    *route = {found.slot(), found.length(), found.serial()};
     return RouteIndex::Found::kRoute;
   }
 
   const char *area_;
   const uint64_t last_;  // no block begins behind it
   const Bits address_;
-  uint64_t matching_ = 0;             // of the routes in `longest_`
+  uint64_t matching_ = 0;             // of the routes in `longest_`; of a stem, how many
   NodeBlock<Bits> longest_{nullptr};  // the deepest node that has any that match
+  bool isStem_ = false;
 };
 
 }  // namespace
@@ -103,7 +128,6 @@ RouteIndex::Found RouteIndex::MatchBits(uint16_t vpn, Bits address, Route *route
     const uint64_t before = head().changes.load(std::memory_order_acquire);
     const Found found = Attempt(vpn, address, route);
     const uint64_t counts = head().changes.load(std::memory_order_acquire) - before;
-    route->lives = counts == 0 && before % 2 == 0;
     // Nothing that was read had been freed and used again meanwhile.
     if (counts < kRouteRestCounts) return found;
   }

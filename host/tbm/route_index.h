@@ -12,7 +12,6 @@ struct Route {
   uint32_t slot;
   uint32_t length;  // of the prefix
   uint64_t serial;
-  bool lives;  // for sure when the search ended, as nothing changed meanwhile: the slot need not be looked at
 };
 
 // Finds longest prefixes in the index of a route table, while its writer (RouteIndexWriter, in any process)

@@ -14,9 +14,11 @@ namespace qdt::host::tbm {
 class RouteIndexWriter {
  public:
   // `area` has `size` bytes, RouteIndexSize of the table's capacity; `back` is asked for storage before
-  // anything of it is touched but the head, which has it already.
-  RouteIndexWriter(char *area, uint64_t size, uint32_t addressSize, BackArea back)
-      : area_(area), size_(size), addressSize_(addressSize), back_(std::move(back)) {}
+  // anything of it is touched but the head, which has it already, and `note` hears of all that changes.
+  RouteIndexWriter(
+      char *area, uint64_t size, uint32_t addressSize, BackArea back,
+      NoteArea note = [](const void *, uint64_t) {})
+      : area_(area), size_(size), addressSize_(addressSize), back_(std::move(back)), note_(std::move(note)) {}
 
   // Puts a route to the first `length` bits of the destination (in network order) in, or in the place of the
   // route that has stood there. 0, or -2 for a length that the family has not, -3 when no storage is left, -8
@@ -31,6 +33,7 @@ class RouteIndexWriter {
   uint64_t size_;
   uint32_t addressSize_;
   BackArea back_;
+  NoteArea note_;
 };
 
 }  // namespace qdt::host::tbm

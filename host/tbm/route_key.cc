@@ -14,15 +14,13 @@ void KeepPrefix(uint8_t *address, uint32_t size, uint32_t length) {
 
 bool IsGoodKey(Lookup lookup, const void *key) {
   const uint32_t size = PrefixAddressSize(lookup);
-  const auto *bytes = static_cast<const uint8_t *>(key);
   if (size == 0) return true;
-  uint16_t length;
-  std::memcpy(&length, bytes, sizeof(length));
-  if (length > size * 8) return false;
+  const RouteParts route(key);
+  if (route.length > size * 8) return false;
   uint8_t prefix[16];
-  std::memcpy(prefix, bytes + kPrefixAddressOffset, size);
-  KeepPrefix(prefix, size, length);
-  return std::memcmp(prefix, bytes + kPrefixAddressOffset, size) == 0;
+  std::memcpy(prefix, route.address, size);
+  KeepPrefix(prefix, size, route.length);
+  return std::memcmp(prefix, route.address, size) == 0;
 }
 
 }  // namespace qdt::host

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "host/tbm/route_key.h"
 #include "host/tbm/status.h"
 
 namespace qdt::host::tbm {
@@ -29,8 +30,7 @@ bool TableChange::Reserve(uint64_t offset, uint64_t size) {
   return true;
 }
 
-bool TableChange::EnsureIndex() {
-  if (view_.HasIndex()) return true;
+bool TableChange::ReserveIndex() {
   const uint64_t log = uint64_t{shape_.logRoom} * sizeof(LogEntry);
   const uint64_t whole = shape_.logOffset + 2 * log - shape_.indexOffset;
   const bool small = whole <= kSmall;
@@ -41,6 +41,17 @@ bool TableChange::EnsureIndex() {
   }
   if (shape_.agingSize != 0 && !Reserve(shape_.requestOffset, shape_.capacity * sizeof(uint64_t)))
     return false;
+  return RoutesSize(shape_) == 0 || Reserve(shape_.routesOffset, kRouteHeadBytes);
+}
+
+bool TableChange::EnsureIndex() {
+  if (view_.HasIndex()) return true;
+  const uint64_t bytes = state_.bytes.load(std::memory_order_relaxed);
+  if (!ReserveIndex()) {
+    // It is tried again from the beginning.
+    state_.bytes.store(bytes, std::memory_order_relaxed);
+    return false;
+  }
   state_.indexReady.store(1, std::memory_order_release);
   if (shape_.nodeCount != 0) {
     std::atomic_ref<void **>(view_.FlowPartition().nodes).store(view_.Nodes(), std::memory_order_release);
@@ -189,15 +200,29 @@ void TableChange::LeaveChain(uint32_t ref) {
   view_.HeadAt(follower)->chainPrev = prev;
 }
 
-void TableChange::Count(uint32_t ref, int32_t change) {
+void TableChange::Count(int32_t change) {
   std::atomic_ref<uint32_t> entries(view_.descriptor().entryNum);
   entries.store(entries.load(std::memory_order_relaxed) + change, std::memory_order_relaxed);
-  if (PrefixAddressSize(shape_) == 0) return;
-  uint16_t length;
-  LoadWords(&length, TableView::Key(view_.HeadAt(ref)), sizeof(length));
-  std::atomic<uint32_t> &count = view_.PrefixCounts()[length];
-  Note(&count, sizeof(count));
-  count.store(count.load(std::memory_order_relaxed) + change, std::memory_order_release);
+}
+
+RouteIndexWriter TableChange::Routes() {
+  return {view_.RouteArea(), RoutesSize(shape_), PrefixAddressSize(shape_),
+          [this](uint64_t offset, uint64_t size) { return Reserve(shape_.routesOffset + offset, size); },
+          [this](const void *bytes, uint64_t size) { Note(bytes, size); }};
+}
+
+int32_t TableChange::InsertRoute(const TableKey &key, uint32_t ref, uint64_t serial) {
+  if (RoutesSize(shape_) == 0) return kTbmOk;
+  const RouteParts route(key.words);
+  return Routes().Insert(route.vpn, route.address, route.length, ref, serial);
+}
+
+void TableChange::RemoveRoute(uint32_t ref) {
+  if (RoutesSize(shape_) == 0) return;
+  uint64_t key[kMaxKeySize / kWord];
+  LoadWords(key, TableView::Key(view_.HeadAt(ref)), shape_.keySize);
+  const RouteParts route(key);
+  Routes().Remove(route.vpn, route.address, route.length);
 }
 
 int32_t TableChange::Insert(const TableKey &key, const void *record, void **address) {
@@ -218,10 +243,18 @@ int32_t TableChange::Insert(const TableKey &key, const void *record, void **addr
   head->hash.store(key.hash, std::memory_order_release);
   StoreWords(TableView::Key(head), key.words, key.wordCount * kWord);
   StoreWords(view_.Record(ref), record, view_.StoredSize());
-  Count(ref, 1);
 
   view_.SlotAt(ref)->serial.store(serial, std::memory_order_release);
   head->serial.store(serial, std::memory_order_release);
+  // The one step that may yet fail. Until it is done nothing leads to the slot.
+  const int32_t routed = InsertRoute(key, ref, serial);
+  if (routed != kTbmOk) {
+    head->serial.store(0, std::memory_order_release);
+    view_.SlotAt(ref)->serial.store(0, std::memory_order_release);
+    FreeSlot(ref);
+    return routed;
+  }
+  Count(1);
   AppendToLog(ref, serial);
   AppendToChain(ref);
   SetNode(ref, view_.Record(ref));
@@ -236,6 +269,8 @@ void TableChange::Remove(uint32_t ref) {
   Head *head = view_.HeadAt(ref);
   NoteHead(ref);
   NoteSlot(ref);
+  // First: whoever finds that the entry has gone finds another answer in the routes' index.
+  RemoveRoute(ref);
   SetNode(ref, nullptr);
   LeaveChain(ref);
   head->serial.store(0, std::memory_order_release);
@@ -243,7 +278,7 @@ void TableChange::Remove(uint32_t ref) {
   Bucket &bucket = view_.BucketOf(head->hash.load(std::memory_order_relaxed));
   bucket.removals.store(bucket.removals.load(std::memory_order_relaxed) + 1, std::memory_order_release);
   view_.SlotAt(ref)->serial.store(0, std::memory_order_release);
-  Count(ref, -1);
+  Count(-1);
   FreeSlot(ref);
   Tidy();
 }

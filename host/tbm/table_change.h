@@ -1,6 +1,7 @@
 #ifndef HOST_TBM_TABLE_CHANGE_H_
 #define HOST_TBM_TABLE_CHANGE_H_
 
+#include "host/tbm/route_index_writer.h"
 #include "host/tbm/table_view.h"
 
 namespace qdt::host::tbm {
@@ -21,6 +22,7 @@ class TableChange {
   void NoteHead(uint32_t ref) { Note(view_.HeadAt(ref), shape_.headSize); }
   void NoteSlot(uint32_t ref) { Note(view_.SlotAt(ref), shape_.slotSize); }
   bool EnsureIndex();
+  bool ReserveIndex();
   bool EnsureSlot(uint32_t ref);
   bool EnsureLog(uint32_t which, uint32_t count);
   bool Grow(uint64_t offset, uint64_t *have, uint64_t need, uint64_t whole, uint64_t least);
@@ -32,7 +34,10 @@ class TableChange {
   void LeaveChain(uint32_t ref);
   void Tidy();
   bool BeginTidying();
-  void Count(uint32_t ref, int32_t change);
+  void Count(int32_t change);
+  RouteIndexWriter Routes();
+  int32_t InsertRoute(const TableKey &key, uint32_t ref, uint64_t serial);
+  void RemoveRoute(uint32_t ref);
   void SetNode(uint32_t ref, void *record);
 
   const TableView &view_;

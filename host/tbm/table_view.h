@@ -7,6 +7,7 @@
 #include "host/arena/arena.h"
 #include "host/arena/arena_layout.h"
 #include "host/arena/table_layout.h"
+#include "host/tbm/route_index.h"
 #include "host/tbm/words.h"
 #include "platform/tbm.h"
 
@@ -26,8 +27,12 @@ struct TableKey {
 struct Place {
   uint64_t serial = 0;
   uint32_t ref = 0;
-  uint32_t logEpoch = 0;  // where the entry stood in the order when it was found: a hint
+  // Where the entry stood in the order when it was found: a hint.
+  uint32_t logEpoch = 0;
   uint32_t logIndex = 0;
+  // The entry that stood before it in its chain, from where a walk goes on when this one has gone.
+  uint32_t beforeRef = 0;
+  uint64_t beforeSerial = 0;
 };
 
 // One defined table of an arena, as readers and the writer see it. Trusts the constant directory, which was
@@ -85,11 +90,10 @@ class TableView {
   bool HasIndex() const { return tbm::HasIndex(*state_); }
   Bucket &BucketOf(uint32_t hash) const { return BucketAt(hash & (shape_->bucketCount - 1)); }
   Bucket &BucketAt(uint32_t number) const { return reinterpret_cast<Bucket *>(Index())[number]; }
-  // Number of entries by prefix length, of a route table with an index.
-  std::atomic<uint32_t> *PrefixCounts() const {
-    return reinterpret_cast<std::atomic<uint32_t> *>(Index() + PrefixCountsOffset(*shape_));
-  }
   char *Index() const { return base_ + shape_->indexOffset; }
+  // Where longest prefixes are found, of a route table with an index.
+  char *RouteArea() const { return base_ + shape_->routesOffset; }
+  RouteIndex Routes() const { return {RouteArea(), RoutesSize(*shape_), PrefixAddressSize(*shape_)}; }
   // The flow partition and its nodes, which have a place when the table's shape has any.
   TbmFlowPartition &FlowPartition() const { return info_->flowPartition; }
   void **Nodes() const { return reinterpret_cast<void **>(Index() + NodesOffset(*shape_)); }

@@ -25,22 +25,21 @@ bool ExchangeWords(const TableView &view, uint32_t table, const void *key, uint3
   return words[1] == 0;
 }
 
-// The route with the longest prefix that holds the key's destination, one prefix length after the other. Its
-// statuses are those of TableView::Find.
-int32_t FindRoute(const TableView &view, const void *key, Place *found) {
-  const uint32_t addressSize = PrefixAddressSize(view.shape());
+// The route with the longest prefix that holds the key's destination, as it was at one moment. Its statuses
+// are those of TableView::Find.
+int32_t FindRoute(const TableView &view, const RouteParts &key, Place *found) {
   if (!view.HasIndex()) return kTbmNotFound;
-  uint8_t bytes[kMaxKeySize];
-  std::memcpy(bytes, key, view.shape().keySize);
-  for (uint32_t length = addressSize * 8 + 1; length-- > 0;) {
-    if (view.PrefixCounts()[length].load(std::memory_order_acquire) == 0) continue;
-    KeepPrefix(bytes + kPrefixAddressOffset, addressSize, length);
-    const uint16_t prefixLength = static_cast<uint16_t>(length);
-    std::memcpy(bytes, &prefixLength, sizeof(prefixLength));
-    const int32_t status = view.Find(view.KeyOf(bytes), found);
-    if (status != kTbmNotFound) return status;
+  Route route;
+  switch (view.Routes().Match(key.vpn, key.address, &route)) {
+    case RouteIndex::Found::kNone:
+      return kTbmNotFound;
+    case RouteIndex::Found::kLost:
+      return kTbmInternal;
+    case RouteIndex::Found::kRoute:
+      break;
   }
-  return kTbmNotFound;
+  *found = {.serial = route.serial, .ref = route.slot};
+  return view.IsSlot(route.slot) ? kTbmOk : kTbmInternal;
 }
 
 // Distinguishes the walks of one arena: a context that began one cannot go on with another.
@@ -134,6 +133,7 @@ int32_t NextBatch(const TableView &view, const Order &order, uint64_t walk, TbmT
 using namespace qdt::host::tbm;  // the table manager's C interface follows
 using qdt::host::KeepPrefix;
 using qdt::host::kPrefixAddressOffset;
+using qdt::host::RouteParts;
 
 int32_t TbmTblSearch(uint32_t instance, uint32_t table, const void *key, void **entry) {
   TableView view;
@@ -156,8 +156,9 @@ int32_t TbmTblMatch(uint32_t instance, uint32_t table, const void *key, void **e
   if (status != kTbmOk) return status;
   if (PrefixAddressSize(view.shape()) == 0) return kTbmNotSupported;
   if (key == nullptr || entry == nullptr) return kTbmBadParam;
+  const RouteParts route(key);
   return DeliverFound(
-      view, [&](Place *found) { return FindRoute(view, key, found); }, entry);
+      view, [&](Place *found) { return FindRoute(view, route, found); }, entry);
 }
 
 int32_t TbmTblTrav(uint32_t instance, uint32_t table, TbmTravCallback callback, void *context) {

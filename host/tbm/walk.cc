@@ -65,29 +65,37 @@ Step TableOrder::Next(Place *place) const {
   return Step::kLost;
 }
 
-// The first slot of the chain that may stand behind the place: the successor of its entry, or the chain's
-// beginning when that has gone.
-uint32_t ChainOrder::FirstBehind(const Place &place) const {
-  Head *head = place.serial == 0 ? nullptr : table_.At(place.ref);
-  if (head != nullptr && head->serial.load(std::memory_order_acquire) == place.serial) {
-    const uint32_t next = head->chainNext.load(std::memory_order_acquire);
-    // The link was the entry's own while it lived.
-    if (head->serial.load(std::memory_order_relaxed) == place.serial) return next;
-  }
-  return bucket_.head.load(std::memory_order_acquire);
+// The successor of an entry that lives; false when it does not.
+bool ChainOrder::Follow(uint64_t serial, uint32_t ref, uint32_t *next) const {
+  Head *head = serial == 0 ? nullptr : table_.At(ref);
+  if (head == nullptr || head->serial.load(std::memory_order_acquire) != serial) return false;
+  *next = head->chainNext.load(std::memory_order_acquire);
+  // The link was the entry's own while it lived.
+  return head->serial.load(std::memory_order_relaxed) == serial;
 }
 
-// As the chain is now: the caller checks that no entry left it meanwhile.
+// As the chain is now: the caller checks that no entry left it meanwhile. Goes on behind the place's entry,
+// or the one before when that has gone, so that who removes what a walk shows does not walk all the way
+// again; else from the chain's beginning.
 Step ChainOrder::FollowChain(Place *place) const {
-  uint32_t ref = FirstBehind(*place);
+  uint32_t ref;
+  Place before = {.serial = place->serial, .ref = place->ref};
+  if (!Follow(before.serial, before.ref, &ref)) {
+    before = {.serial = place->beforeSerial, .ref = place->beforeRef};
+    if (!Follow(before.serial, before.ref, &ref)) {
+      before = {};
+      ref = bucket_.head.load(std::memory_order_acquire);
+    }
+  }
   for (uint32_t steps = table_.shape().capacity; ref != 0; --steps) {
     Head *head = table_.At(ref);
     if (head == nullptr || steps == 0) return Step::kLost;
     const uint64_t serial = head->serial.load(std::memory_order_acquire);
     if (serial > place->serial && (key_ == nullptr || table_.HasKey(head, *key_))) {
-      *place = {serial, ref, 0, 0};
+      *place = {.serial = serial, .ref = ref, .beforeRef = before.ref, .beforeSerial = before.serial};
       return Step::kEntry;
     }
+    if (serial != 0) before = {.serial = serial, .ref = ref};
     ref = head->chainNext.load(std::memory_order_acquire);
   }
   return Step::kEnd;

@@ -43,7 +43,7 @@ class ChainOrder {
 
  private:
   Step FollowChain(Place *place) const;
-  uint32_t FirstBehind(const Place &place) const;
+  bool Follow(uint64_t serial, uint32_t ref, uint32_t *next) const;
 
   const TableView &table_;
   const Bucket &bucket_;

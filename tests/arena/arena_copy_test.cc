@@ -15,6 +15,18 @@ namespace {
 
 class ArenaCopyTest : public HostTest {};
 
+// Of any length, in any VPN: for each number one of its own.
+template <typename Key>
+Key MakeRoute(uint32_t number) {
+  constexpr uint32_t kBits = sizeof(Key::address) * 8;
+  Key route = {};
+  route.length = static_cast<uint16_t>(16 + number % (kBits - 15));
+  route.vpn = static_cast<uint16_t>(number % 3 * 1000);
+  route.address[0] = static_cast<uint8_t>(number >> 8);
+  route.address[1] = static_cast<uint8_t>(number);
+  return route;
+}
+
 // Whatever is done to the tables after a moment is in the pages that have changed since: a copy of then, with
 // these laid over it, is the arena of now, byte for byte.
 TEST_F(ArenaCopyTest, PiecesAreTheArenaAtOneMoment) {
@@ -24,10 +36,12 @@ TEST_F(ArenaCopyTest, PiecesAreTheArenaAtOneMoment) {
   // Parts of several pages, chains that lead from page to page.
   const auto change = [&](uint32_t table, uint32_t number) {
     const uint32_t shared = number % 7;
-    const RouteKey4 route = {32, 0, {10, 0, static_cast<uint8_t>(number >> 8), static_cast<uint8_t>(number)}};
-    const void *key = table == kRoute4Table ? &route
-                      : table == kManyTable ? static_cast<const void *>(&shared)
-                                            : &number;
+    const RouteKey4 route4 = MakeRoute<RouteKey4>(number);
+    const RouteKey6 route6 = MakeRoute<RouteKey6>(number);
+    const void *key = table == kRoute4Table   ? &route4
+                      : table == kRoute6Table ? static_cast<const void *>(&route6)
+                      : table == kManyTable   ? &shared
+                                              : &number;
     const Flow flow = {Record::Make(number, random()), Record::Make(number, random())};
     void *entry = nullptr;
     if (table == kManyTable) {
@@ -47,20 +61,21 @@ TEST_F(ArenaCopyTest, PiecesAreTheArenaAtOneMoment) {
       EXPECT_EQ(writer_->Remove(table, key), 0);
     }
   };
-  constexpr uint32_t kTables[] = {kUniqueTable, kManyTable, kServerMapTable, kRoute4Table,
-                                  kFlowPartitionTable};
+  constexpr uint32_t kTables[] = {kUniqueTable, kManyTable,   kServerMapTable,
+                                  kRoute4Table, kRoute6Table, kFlowPartitionTable};
   for (uint32_t number = 0; number < 3000; ++number) {
     for (const uint32_t table : kTables) change(table, number % 1500);
   }
   const auto text = [](const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
+    std::string bytes(std::filesystem::file_size(path), 0);
+    std::ifstream(path, std::ios::binary).read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    return bytes;
   };
   for (int round = 0; round < 40; ++round) {
     const uint32_t moment = engine_->MarkMoment();
     const std::string early = Snapshot();
     for (uint32_t changes = random() % 12; changes > 0; --changes)
-      change(kTables[random() % 5], random() % 1500);
+      change(kTables[random() % std::size(kTables)], random() % 1500);
     if (round % 3 == 0) Add(kTinyTable, static_cast<uint32_t>(round), 1);
     const std::string rest = dir_ + "/rest";
     const int fd = open(rest.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0600);

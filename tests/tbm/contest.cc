@@ -12,6 +12,8 @@ constexpr uint32_t kEntries = 5;  // changing, lasting, changing, lasting, chang
 constexpr uint32_t kSharedKey = 7;
 constexpr uint32_t kGroup[2] = {2, 4001};
 
+constexpr uint32_t kRouteTables[] = {kRoute4Table, kRoute6Table};
+
 bool Lasts(uint32_t entry) { return entry % 2 == 1; }
 
 // An id tells the entry and which of its records it is.
@@ -32,6 +34,31 @@ RouteKey4 RouteOf(uint32_t number) {
           {10, static_cast<uint8_t>(number >> 16), static_cast<uint8_t>(number >> 8),
            static_cast<uint8_t>(number)}};
 }
+
+// The places of the moving route, 0 and 1, of the shorter one that also holds its destination, and the
+// destination, which is no route.
+constexpr uint32_t kCover = 2;
+constexpr uint32_t kDestination = 3;
+constexpr uint32_t kMovingEntry = 100;  // in ids: of the moving route
+constexpr uint32_t kCoverEntry = 101;
+
+struct MovingKey {
+  RouteKey6 key;  // of IPv4 the beginning
+
+  MovingKey(uint32_t table, uint32_t at) : key{} {
+    const bool isIpv4 = table == kRoute4Table;
+    const uint16_t lengths[] = {24, 25, 16, 0};
+    const uint16_t lengths6[] = {48, 49, 32, 0};
+    key.length = (isIpv4 ? lengths : lengths6)[at];
+    const uint8_t address[] = {192, 0, 2, 1};
+    const uint8_t address6[] = {0x20, 0x01, 0x0d, 0xb8, 0, 1, 0x12, 0x34};
+    if (isIpv4) {
+      std::memcpy(key.address, address, at == kDestination ? 4 : key.length / 8);
+    } else {
+      std::memcpy(key.address, address6, at == kDestination ? 8 : key.length / 8);
+    }
+  }
+};
 
 // What a walk has shown.
 class Shown {
@@ -100,6 +127,8 @@ ArenaPlan Contest::Plan() {
   ArenaPlan plan = TestPlan();
   for (const uint32_t table : {kUniqueTable, kManyTable, kServerMapTable, kRoute4Table, kRuleTable})
     plan.tables[table].capacity = kEntries;
+  plan.tables[kRoute4Table].capacity += 3;
+  plan.tables[kRoute6Table].capacity = 3;
   return plan;
 }
 
@@ -107,6 +136,7 @@ const std::vector<Contest::Look> &Contest::Looks() {
   static const std::vector<Look> looks = {
       {"search", &Contest::Search},
       {"match", &Contest::Match},
+      {"match of a moving route", &Contest::MatchMoving},
       {"walk", &Contest::Walk},
       {"walk in place", &Contest::WalkInPlace},
       {"walk by key", &Contest::WalkByKey},
@@ -129,6 +159,9 @@ Contest::Contest() : writer_(Arena::Current()), many_(kEntries), updated_(kEntri
   if (writer_.Insert(kGroupTable, kGroup, record, &group_) != 0) std::abort();
   for (uint32_t entry = 0; entry < kEntries; ++entry) {
     if (Put(entry, 1) != 0) std::abort();
+  }
+  for (const uint32_t table : kRouteTables) {
+    if (PutMoving(table, kCover, 1) != 0 || PutMoving(table, 0, 1) != 0) std::abort();
   }
 }
 
@@ -171,6 +204,27 @@ int32_t Contest::Take(uint32_t entry) {
   return status;
 }
 
+int32_t Contest::PutMoving(uint32_t table, uint32_t at, uint64_t number) {
+  const uint64_t id = IdOf(at == kCover ? kCoverEntry : kMovingEntry, number);
+  const MovingKey key(table, at);
+  const RouteRecord record = {id, id};
+  return writer_.Insert(table, &key, &record, nullptr);
+}
+
+int32_t Contest::TakeMoving(uint32_t table, uint32_t at) {
+  const MovingKey key(table, at);
+  return writer_.Remove(table, &key);
+}
+
+int32_t Contest::Move(uint32_t table, uint64_t number) {
+  int32_t status = 0;
+  for (const uint32_t from : {0, 1}) {
+    if (status == 0) status = PutMoving(table, 1 - from, number);
+    if (status == 0) status = TakeMoving(table, from);
+  }
+  return status;
+}
+
 int32_t Contest::Change(uint64_t number) {
   int32_t status = 0;
   for (uint32_t entry = 0; entry < kEntries && status == 0; ++entry) {
@@ -182,6 +236,9 @@ int32_t Contest::Change(uint64_t number) {
       status = Take(entry);
       if (status == 0) status = Put(entry, number);
     }
+  }
+  for (const uint32_t table : kRouteTables) {
+    if (status == 0) status = Move(table, number);
   }
   return status;
 }
@@ -218,6 +275,21 @@ std::string Contest::Match() const {
     std::memcpy(&record, found, sizeof(record));
     if (record.id != record.same) return "torn route";
     if (EntryOf(record.id) != entry) return "another key's route";
+  }
+  return "";
+}
+
+std::string Contest::MatchMoving() const {
+  for (uint32_t time = 0; time < 6; ++time) {
+    const uint32_t table = kRouteTables[time % 2];
+    const MovingKey key(table, kDestination);
+    void *found = nullptr;
+    const int32_t status = TbmTblMatch(0, table, &key, &found);
+    if (status != 0) return "moving route: status " + std::to_string(status);
+    RouteRecord record;
+    std::memcpy(&record, found, sizeof(record));
+    if (record.id != record.same) return "torn route";
+    if (EntryOf(record.id) != kMovingEntry) return "another route";
   }
   return "";
 }

@@ -9,7 +9,8 @@
 #include "tests/host/host_fixture.h"
 
 // A writer and readers that meet where entries could be lost: in every kind of table, all entries share one
-// chain, changing entries stand between lasting ones, and a freed slot is used again at once.
+// chain, changing entries stand between lasting ones, and a freed slot is used again at once. In the route
+// tables a route moves between two prefix lengths above a shorter one.
 namespace qdt::host {
 
 class Contest {
@@ -22,7 +23,8 @@ class Contest {
   Contest();
 
   // Takes every changing entry out and puts it in again, in the slot that was freed, and overwrites lasting
-  // ones; 0 or the first status that is not. `number` makes the records differ.
+  // ones; moves the moving routes there and back, the new one in before the old one leaves. 0 or the first
+  // status that is not. `number` makes the records differ.
   int32_t Change(uint64_t number);
   // Makes the order what it was at the beginning.
   int32_t Restore();
@@ -37,6 +39,7 @@ class Contest {
 
   std::string Search() const;
   std::string Match() const;
+  std::string MatchMoving() const;
   std::string Walk() const;
   std::string WalkInPlace() const;
   std::string WalkByKey() const;
@@ -47,6 +50,9 @@ class Contest {
  private:
   int32_t Put(uint32_t entry, uint64_t number);
   int32_t Take(uint32_t entry);
+  int32_t PutMoving(uint32_t table, uint32_t at, uint64_t number);
+  int32_t TakeMoving(uint32_t table, uint32_t at);
+  int32_t Move(uint32_t table, uint64_t number);
   std::vector<uint32_t> KeysOfOneBucket(uint32_t table) const;
 
   TableWriter writer_;

@@ -171,7 +171,7 @@ TEST_F(ProofTest, ClientsThatStoreAtRandomHarmNobody) {
 // spoiled.
 class DamageTest : public ProofTest {
  protected:
-  // The words of the tables' states, heads with keys, buckets, logs.
+  // The words of the tables' states, heads with keys, buckets, logs, and of what is in use of route indexes.
   std::vector<uint64_t *> Words() const {
     std::vector<uint64_t *> words;
     const auto add = [&words](void *begin, size_t size) {
@@ -179,7 +179,7 @@ class DamageTest : public ProofTest {
         words.push_back(reinterpret_cast<uint64_t *>(static_cast<char *>(begin) + at));
     };
     for (const uint32_t id :
-         {kUniqueTable, kManyTable, kServerMapTable, kRoute4Table, kRuleTable, kGroupTable}) {
+         {kUniqueTable, kManyTable, kServerMapTable, kRoute4Table, kRoute6Table, kRuleTable, kGroupTable}) {
       tbm::TableView view;
       EXPECT_EQ(tbm::TableView::Open(engine_.get(), id, &view), 0);
       add(&view.state(), sizeof(view.state()));
@@ -187,6 +187,11 @@ class DamageTest : public ProofTest {
       add(view.HeadAt(1), 5 * view.shape().headSize);
       add(view.Log(0), 10 * sizeof(tbm::LogEntry));
       for (uint32_t ref = 1; ref <= 5; ++ref) add(view.SlotAt(ref), sizeof(tbm::Slot));
+      if (tbm::RoutesSize(view.shape()) == 0) continue;
+      const auto &head = *reinterpret_cast<const tbm::RouteHead *>(view.RouteArea());
+      add(view.RouteArea(), offsetof(tbm::RouteHead, used));
+      add(view.RouteArea() + tbm::kRouteHeadBytes, sizeof(tbm::RouteRef) * 2);
+      add(view.RouteArea() + tbm::kRouteBlocksOffset, head.used - tbm::kRouteBlocksOffset);
     }
     return words;
   }

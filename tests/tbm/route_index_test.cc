@@ -1,6 +1,9 @@
 #include "tests/tbm/route_index_fixture.h"
 
 #include <algorithm>
+#include <string>
+
+#include "host/tbm/route_bits.h"
 
 // The answers of the route index, its storage and its bounds; route_move_test.cc has its readers beside the
 // writer.
@@ -177,6 +180,79 @@ TEST_P(RouteIndexTest, EveryLengthOfOneAddress) {
   }
 }
 
+// What a trie looks like from its root on: nodes and stems with their places and what they have, and routes.
+template <typename Bits>
+std::string ShapeOf(const IndexArea &area, RouteRef ref) {
+  if (ref == 0) return "-";
+  const auto *words = reinterpret_cast<const RouteWord *>(area.data() + RouteOffset(ref));
+  if (IsRoute(ref)) return "/" + std::to_string(RouteBlock<Bits>(words).length());
+  const NodeBlock<Bits> node(words);
+  const bool isStem = node.end() != 0;
+  const uint32_t routes = isStem ? CountLengths(node.lengths(), 127) : CountBits(node.routes());
+  const uint32_t children = isStem ? 1 : CountBits(node.children());
+  std::string shape = std::to_string(node.depth());
+  if (isStem) shape += "-" + std::to_string(node.end());
+  shape += "{";
+  for (uint32_t i = 0; i < children + routes; ++i) shape += ShapeOf<Bits>(area, node.ref(i)) + " ";
+  return shape + "}";
+}
+
+std::string ShapeOf(const IndexArea &area, uint16_t vpn) {
+  const RouteRef root = reinterpret_cast<const RouteRef *>(area.data() + kRouteHeadBytes)[vpn];
+  return area.bits() == 32 ? ShapeOf<Ipv4Bits>(area, root) : ShapeOf<Ipv6Bits>(area, root);
+}
+
+TEST_P(RouteIndexTest, ManyLengthsOfOneAddressAreOneStem) {
+  IndexArea area(GetParam(), 10);
+  const Address address = {10, 1, 2, 3};
+  for (const uint32_t length : {13u, 26u, 0u, 7u, 24u})
+    ASSERT_EQ(area.Insert(MakeRoute(0, length, address, 1)), 0);
+  EXPECT_EQ(ShapeOf(area, 0), "0-18{24{/24 /26 } /0 /7 /13 }");
+  // Beside the fifteenth bit.
+  const Address beside = {10, 3, 2, 3};
+  ASSERT_EQ(area.Insert(MakeRoute(0, 24, beside, 1)), 0);
+  EXPECT_EQ(ShapeOf(area, 0), "0-12{12{24{/24 /26 } /24 /13 } /0 /7 }");
+  ASSERT_EQ(area.Insert(MakeRoute(0, 23, beside, 1)), 0);
+  ASSERT_EQ(area.Remove(MakeRoute(0, 13, address, 1)), 0);
+  EXPECT_EQ(ShapeOf(area, 0), "0-12{12{24{/24 /26 } 18{/24 /23 } } /0 /7 }");
+  ASSERT_EQ(area.Remove(MakeRoute(0, 24, address, 1)), 0);
+  ASSERT_EQ(area.Remove(MakeRoute(0, 26, address, 1)), 0);
+  EXPECT_EQ(ShapeOf(area, 0), "0-24{/24 /0 /7 /23 }");
+  ASSERT_EQ(area.Remove(MakeRoute(0, 0, address, 1)), 0);
+  EXPECT_EQ(ShapeOf(area, 0), "6-24{/24 /7 /23 }");
+  ASSERT_EQ(area.Remove(MakeRoute(0, 23, beside, 1)), 0);
+  EXPECT_EQ(ShapeOf(area, 0), "6{/24 /7 }");
+}
+
+// Whatever came and went before: so a search never takes longer for it.
+TEST_P(RouteIndexTest, ItsShapeIsThatOfItsRoutesAlone) {
+  IndexArea area(GetParam(), 400, false);
+  Addresses addresses(bits(), 7);
+  Model model;
+  uint64_t stems = 0;
+  for (uint64_t serial = 1; serial <= 20000; ++serial) {
+    const TestRoute route = addresses.NextRoute(serial);
+    const bool grows = serial / 500 % 2 == 0;
+    if (model.routes().empty() || (model.routes().size() < 300 && addresses.Random() % 8 < (grows ? 7 : 1))) {
+      model.Insert(route);
+      ASSERT_EQ(area.Insert(route), 0);
+    } else {
+      const TestRoute leaving = model.routes()[addresses.Random() % model.routes().size()];
+      model.Remove(leaving);
+      ASSERT_EQ(area.Remove(leaving), 0);
+    }
+    if (serial % 50 != 0) continue;
+    IndexArea fresh(GetParam(), 400, false);
+    for (const TestRoute &there : model.routes()) ASSERT_EQ(fresh.Insert(there), 0);
+    for (const uint16_t vpn : kVpns) {
+      ASSERT_EQ(ShapeOf(area, vpn), ShapeOf(fresh, vpn)) << "change " << serial;
+      const std::string shape = ShapeOf(area, vpn);
+      stems += static_cast<uint64_t>(std::count(shape.begin(), shape.end(), '-'));
+    }
+  }
+  EXPECT_GT(stems, 1000u);
+}
+
 // As many routes as the area is made for, in the shapes that need most of one size of node, one after the
 // other: nodes with just more references than the size below has room for.
 TEST_P(RouteIndexTest, HoldsItsCapacityInEveryShape) {
@@ -220,6 +296,33 @@ TEST_P(RouteIndexTest, HoldsItsCapacityInEveryShape) {
     }
   }
   EXPECT_EQ(area.Match(0, Address{}), 0);
+}
+
+// The same with stems of all sizes.
+TEST_P(RouteIndexTest, HoldsItsCapacityInStems) {
+  constexpr uint32_t kCapacity = 3000;
+  IndexArea area(GetParam(), kCapacity);
+  std::mt19937_64 random(8);
+  uint64_t serial = 0;
+  for (const uint32_t lengths : {2u, 3u, 5u, 11u, 19u, 37u, 70u, 110u, 129u}) {
+    std::vector<TestRoute> routes;
+    while (routes.size() + lengths <= kCapacity) {
+      const Address address = RandomAddress(&random);
+      const uint32_t first = lengths >= bits() ? 0 : random() % (bits() + 2 - lengths);
+      for (uint32_t length = first; length < first + lengths && length <= bits(); ++length) {
+        routes.push_back(MakeRoute(0, length, address, ++serial));
+      }
+    }
+    std::shuffle(routes.begin(), routes.end(), random);
+    for (const TestRoute &route : routes) ASSERT_EQ(area.Insert(route), 0) << lengths << " lengths";
+    std::shuffle(routes.begin(), routes.end(), random);
+    for (const TestRoute &route : routes) {
+      // Short ones may be those of two addresses.
+      const int32_t status = area.Remove(route);
+      ASSERT_TRUE(status == 0 || (status == -7 && route.length <= 24)) << status << " /" << route.length;
+    }
+    ASSERT_EQ(area.Match(0, routes[0].address), 0);
+  }
 }
 
 TEST_P(RouteIndexTest, AFullAreaRefusesAndStaysAsItWas) {
@@ -281,6 +384,94 @@ TEST_P(RouteIndexTest, AFullFileSystemRefusesInsertionsAndNoRemoval) {
     EXPECT_EQ(area.Match(route.vpn, route.address), 7);
   }
   EXPECT_GT(urgent, 20u);
+}
+
+// What stands between stems leaves while storage is short, then what is in them.
+TEST_P(RouteIndexTest, AFullFileSystemKeepsStemsWhole) {
+  uint64_t urgent = 0;
+  for (uint64_t seed = 1; seed <= 20; ++seed) {
+    IndexArea area(GetParam(), 100000);
+    std::mt19937_64 random(seed);
+    Model model;
+    std::vector<TestRoute> forks, others;
+    area.SetRoom(100000 + seed * 10000);
+    uint64_t serial = 0;
+    const auto insert = [&](const TestRoute &route, std::vector<TestRoute> *where) {
+      if (model.Find(route) != nullptr) return true;
+      if (area.Insert(route) != 0) return false;
+      model.Insert(route);
+      where->push_back(route);
+      return true;
+    };
+    for (bool room = true; room;) {
+      const Address address = RandomAddress(&random);
+      for (uint32_t length = 8; room && length <= bits(); length += 1 + random() % 3)
+        room = insert(MakeRoute(0, length, address, ++serial), &others);
+      for (uint32_t length = 8; room && length <= bits(); length += 1 + random() % 30) {
+        Address beside = address;
+        FlipBit(&beside, length - 1);
+        room = insert(MakeRoute(0, length, beside, ++serial), &forks);
+      }
+    }
+    const auto check = [&] {
+      for (int i = 0; i < 2; ++i) {
+        const TestRoute &any = others[random() % others.size()];
+        ASSERT_EQ(area.Match(0, any.address), model.Match(0, any.address)) << "seed " << seed;
+      }
+    };
+    area.SetRoom(0);
+    std::shuffle(forks.begin(), forks.end(), random);
+    std::shuffle(others.begin(), others.end(), random);
+    std::vector<TestRoute> leaving = forks;
+    leaving.insert(leaving.end(), others.begin(), others.end());
+    for (const TestRoute &route : leaving) {
+      // Sometimes there is room for a route that has left, or for another.
+      const bool comes = random() % 4 == 0;
+      if (comes) {
+        area.SetRoom(random() % 8 == 0 ? 100000 : 0);
+        TestRoute back = leaving[random() % leaving.size()];
+        back.length = random() % 4 == 0 ? random() % (bits() + 1) : back.length;
+        if (model.Find(back) == nullptr && area.Insert(back) == 0) {
+          model.Insert(back);
+          check();
+        }
+        area.SetRoom(0);
+      }
+      const bool there = model.Remove(route);
+      const uint64_t changes = area.head().changes;
+      ASSERT_EQ(area.Remove(route), there ? 0 : -7);
+      urgent += area.head().changes - changes > kRouteRest;
+      check();
+    }
+    while (!model.routes().empty()) {
+      const TestRoute last = model.routes().back();
+      model.Remove(last);
+      ASSERT_EQ(area.Remove(last), 0);
+      check();
+    }
+  }
+  EXPECT_GT(urgent, 20u);
+}
+
+// A removal while storage is short leaves a stem with nothing behind it. Later changes go on from there.
+TEST_P(RouteIndexTest, AStemThatLostWhatWasBehindItGoesOn) {
+  IndexArea area(GetParam(), 100000, false);
+  const Address address = {10, 1, 2, 3};
+  for (const uint32_t length : {0u, 7u, 13u, 14u, 26u})
+    ASSERT_EQ(area.Insert(MakeRoute(0, length, address, length + 1)), 0);
+  ASSERT_EQ(ShapeOf(area, 0), "0-18{/26 /0 /7 /13 /14 }");
+  // As if the storage ended where removals begin to draw on the headroom.
+  area.SetRoom(0);
+  area.head().backed =
+      area.head().used + RouteHeadroom(GetParam()) + kMaxRouteBlockBytes - NodeHeadBytes(GetParam());
+  ASSERT_EQ(area.Remove(MakeRoute(0, 26, address, 0)), 0);
+  EXPECT_EQ(ShapeOf(area, 0), "0-18{- /0 /7 /13 /14 }");
+  EXPECT_EQ(area.Match(0, address), 15);
+  EXPECT_EQ(area.Remove(MakeRoute(0, 27, address, 0)), -7);
+  area.SetRoom(10000000);
+  ASSERT_EQ(area.Insert(MakeRoute(0, 30, address, 31)), 0);
+  EXPECT_EQ(ShapeOf(area, 0), "0-18{/30 /0 /7 /13 /14 }");
+  EXPECT_EQ(area.Match(0, address), 31);
 }
 
 // Every word that readers look at, with values that lead astray, in memory that ends where the area does.

@@ -79,7 +79,6 @@ TEST_P(RouteMoveTest, ThreadsSeeEachMoveWhole) {
 struct Report {
   std::atomic<uint64_t> rounds;  // that the child has finished
   std::atomic<int64_t> answer;
-  std::atomic<bool> lives;  // as the answer says
 };
 
 // A child that does rounds of something, each of which begins with a stop.
@@ -143,7 +142,6 @@ void StopSearchEverywhere(uint32_t addressSize, uint32_t moves) {
     Route found = {};
     const bool any = area.index().Match(0, route.address().data(), &found) == RouteIndex::Found::kRoute;
     report->answer = any ? static_cast<int64_t>(found.serial) : -1;
-    report->lives = found.lives;
     ++report->rounds;
   });
   if (!reader.stopped()) GTEST_SKIP() << "no permission to trace a process";
@@ -159,10 +157,6 @@ void StopSearchEverywhere(uint32_t addressSize, uint32_t moves) {
     ASSERT_GE(report->answer, before) << "stopped after " << at << " instructions";
     ASSERT_LE(report->answer, static_cast<int64_t>(route.serial()))
         << "stopped after " << at << " instructions";
-    // For sure: the search had come to its end before the stop, or began behind it.
-    const bool early = report->answer == before;
-    const bool late = report->answer == static_cast<int64_t>(route.serial());
-    ASSERT_TRUE(!report->lives || early || late) << "stopped after " << at << " instructions";
     ++stops;
   }
   EXPECT_GT(stops, 100u);

@@ -1,25 +1,27 @@
 /* A bucket's chain with one writer and one reader, every interleaving of their accesses.
  *
- * At first the chain is 1 (changing), 2 (lasting). The writer takes the changing entry out and puts it in again,
- * which uses its slot again and makes it the chain's last; twice. The reader walks the chain from its front, entry by entry, as ChainOrder::Next does, and must show
- * entry 2 exactly once, and serials that rise.
+ * At first the chain is 1, 2 (both changing), 3 (lasting). The writer takes changing entries out and puts them in
+ * again, which uses their slots again and makes them the chain's last. The reader walks the chain from its front,
+ * entry by entry, as ChainOrder::Next does, and must show entry 3 exactly once, and serials that rise.
  *
  * Defined by who calls the checker:
  *   EARLY      the removal is counted before the serial is cleared     (an error must be found, with NO_LOOK)
  *   NO_LOOK    the reader does not look at the serial again
+ *   WILD       the reader goes on behind what stood before its place without a look at the serial (an error must be
+ *              found)
  *   NO_COUNT   the reader does not look at the count of removals again (an error must be found)
  */
-#define SLOTS 3
+#define SLOTS 4
 #define ATTEMPTS 5
 
 byte head = 1;
 byte removals = 0;
 byte next_[SLOTS];
 byte serial[SLOTS];
-byte last = 2;
-byte lastSerial = 2;
+byte last = 3;
+byte lastSerial = 3;
 
-byte shown = 0;      /* how often entry of serial 2 was shown */
+byte shown = 0;      /* how often the entry of serial 3 was shown */
 bool walked = false;
 bool gaveUp = false;
 
@@ -50,18 +52,45 @@ inline Append(ref) {
 }
 
 proctype Writer() {
-  /* 1 leaves and comes back behind 2, twice; what stands before it is 2 the second time. */
+  /* 2 leaves and comes back behind 3, then 1 behind that, then 2 again, and once more as the last. */
+  Remove(2, 1);
+  Append(2);
   Remove(1, 0);
   Append(1);
-  last = 2;
-  Remove(1, 2);
-  Append(1);
+  Remove(2, 3);
+  Append(2);
+  Remove(2, 1);
+  last = 1;
+  Append(2);
+}
+
+/* The reader's: behind the entry that it stands on, in `ref`; 255 when that has gone. */
+inline Follow() {
+  if
+  :: stoodSerial != 0 ->
+    seen = serial[stoodRef];
+    if
+    :: seen == stoodSerial ->
+      ref = next_[stoodRef];
+#ifndef NO_LOOK
+      seen = serial[stoodRef];
+      if
+      :: seen != stoodSerial -> ref = 255
+      :: else -> skip
+      fi
+#endif
+    :: else -> skip
+    fi
+  :: else -> skip
+  fi
 }
 
 proctype Reader() {
   byte placeRef = 0, placeSerial = 0;
+  byte beforeRef = 0, beforeSerial = 0; /* what stood before the place */
+  byte stoodRef, stoodSerial;           /* what stands before `ref` */
   byte ref, seen, before, attempt, found;
-  byte end = 2; /* serials up to this were there when the walk began */
+  byte end = 3; /* serials up to this were there when the walk began */
   do
   :: true ->
     attempt = 0;
@@ -72,25 +101,27 @@ proctype Reader() {
       before = removals;
       /* the first slot behind the place */
       ref = 255;
+      stoodRef = placeRef;
+      stoodSerial = placeSerial;
+      Follow();
       if
-      :: placeSerial != 0 ->
-        seen = serial[placeRef];
+      :: ref == 255 ->
+        stoodRef = beforeRef;
+        stoodSerial = beforeSerial;
+#ifdef WILD
         if
-        :: seen == placeSerial ->
-          ref = next_[placeRef];
-#ifndef NO_LOOK
-          seen = serial[placeRef];
-          if
-          :: seen != placeSerial -> ref = 255
-          :: else -> skip
-          fi
-#endif
+        :: stoodSerial != 0 -> ref = next_[stoodRef]
         :: else -> skip
         fi
+#else
+        Follow()
+#endif
       :: else -> skip
       fi;
       if
-      :: ref == 255 -> ref = head
+      :: ref == 255 ->
+        stoodSerial = 0;
+        ref = head
       :: else -> skip
       fi;
       /* along the chain */
@@ -100,7 +131,14 @@ proctype Reader() {
         seen = serial[ref];
         if
         :: seen > placeSerial -> found = ref; break
-        :: else -> ref = next_[ref]
+        :: else ->
+          if
+          :: seen != 0 ->
+            stoodRef = ref;
+            stoodSerial = seen
+          :: else -> skip
+          fi;
+          ref = next_[ref]
         fi
       od;
 #ifdef NO_COUNT
@@ -118,11 +156,13 @@ proctype Reader() {
     :: else ->
       assert(seen > placeSerial);
       if
-      :: seen == 2 -> shown++
+      :: seen == 3 -> shown++
       :: else -> skip
       fi;
       placeRef = found;
-      placeSerial = seen
+      placeSerial = seen;
+      beforeRef = stoodRef;
+      beforeSerial = stoodSerial
     fi
   od;
   walked = true;
@@ -134,8 +174,10 @@ over:
 init {
   atomic {
     next_[1] = 2;
+    next_[2] = 3;
     serial[1] = 1;
     serial[2] = 2;
+    serial[3] = 3;
     run Writer();
     run Reader()
   }

@@ -35,6 +35,7 @@ check good chain -DNO_LOOK
 check good chain -DEARLY
 check bad chain -DEARLY -DNO_LOOK
 check bad chain -DNO_COUNT
+check bad chain -DWILD
 check good log
 check bad log -DNO_EPOCH
 check good record
