@@ -4,7 +4,7 @@ import json
 
 import pytest
 
-from conftest import nqecli, site_of
+from conftest import ROOT, nqecli, site_of
 from damage import damaged_copies
 
 # What the campus site's scenario plants, and nothing else.
@@ -62,6 +62,14 @@ def test_healthy():
     with site_of(HEALTHY) as site:
         both(site, "check").answered("")
         both(site, "check", "--json").answered('{"findings":[],"count":0}\n')
+
+
+def test_under_traffic():
+    """What changes all the time is no fault."""
+    with site_of(ROOT / "examples" / "campus.yaml", "--traffic", "20000") as site:
+        for _ in range(10):
+            result = site.engine.cli("check")
+            assert (result.code, result.out, result.err) == (1, CAMPUS, ""), result
 
 
 def test_warnings_and_regions_count():

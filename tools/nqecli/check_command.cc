@@ -18,9 +18,8 @@ std::string_view NameOf(host::Severity severity) {
 
 // {"findings": [{"severity": "error", "table": "fib", "id": 1, "key": {...}, "field": "next_hop", "problem":
 // "..."}], "count": N}
-uint64_t PrintJson(const host::RecordSource &source) {
-  StandardOut out;
-  host::JsonWriter json(out);
+uint64_t PrintJson(StandardOut *out, const host::RecordSource &source) {
+  host::JsonWriter json(*out);
   json.StartObject();
   JsonKey(&json, "findings");
   json.StartArray();
@@ -39,13 +38,11 @@ uint64_t PrintJson(const host::RecordSource &source) {
   JsonKey(&json, "count");
   json.Uint64(count);
   json.EndObject();
-  out.Put('\n');
-  out.Spill();
+  out->Put('\n');
   return count;
 }
 
-uint64_t PrintLines(const host::RecordSource &source) {
-  StandardOut out;
+uint64_t PrintLines(StandardOut *out, const host::RecordSource &source) {
   std::string line;
   const uint64_t count = CheckArena(source, [&](const Finding &finding) {
     line = NameOf(finding.severity);
@@ -56,9 +53,8 @@ uint64_t PrintLines(const host::RecordSource &source) {
     line += "  ";
     line += finding.problem;
     line += '\n';
-    out.Append(line);
+    out->Append(line);
   });
-  out.Spill();
   return count;
 }
 
@@ -68,7 +64,10 @@ ExitCode Check(const Place &place, std::span<char *const> all) {
   const DataWords words(place, all, kOptionJson);
   if (!words.words.empty()) throw host::HostError("check takes no words; try --help");
   const auto source = OpenSource(words.place);
-  const uint64_t count = words.format == host::RecordFormat::kJson ? PrintJson(*source) : PrintLines(*source);
+  uint64_t count = 0;
+  WriteWhole([&](StandardOut *out) {
+    count = words.format == host::RecordFormat::kJson ? PrintJson(out, *source) : PrintLines(out, *source);
+  });
   return count == 0 ? kAnswered : kFailed;
 }
 

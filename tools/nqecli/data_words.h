@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "host/base/host_error.h"
 #include "host/record/record_sinks.h"
 #include "host/record/record_source.h"
 #include "tools/nqecli/attach.h"
@@ -69,6 +70,20 @@ class StandardOut : public host::TextOut {
  private:
   void Write(std::string_view text) override;
 };
+
+// Writes an answer with `write`, which gets the output. Of one that cannot be finished what stands before the
+// mistake is written: a document that stops in the middle is none.
+template <typename Write>
+void WriteWhole(Write write) {
+  StandardOut out;
+  try {
+    write(&out);
+  } catch (const host::HostError &) {
+    out.Spill();
+    throw;
+  }
+  out.Spill();
+}
 
 // Characters of a line on the terminal behind standard output; 0 when that is none.
 uint32_t TerminalWidth();

@@ -34,10 +34,9 @@ void WriteAsked(host::JsonWriter *json, const ExplainStep &step) {
 // {"explain": "192.0.2.11", "kind": "ipv4", "vpn": 0, "steps": [{"step": "neighbour", "depth": 0, "table":
 // "arp", "id": 4, "looked_for": {"vpn": 0, "next_hop": "192.0.2.11"}, "found": {...}, "note": ""}], "count":
 // 1}
-uint64_t PrintJson(const host::RecordSource &source, std::string_view address,
+uint64_t PrintJson(StandardOut *out, const host::RecordSource &source, std::string_view address,
                    const host::ExplainRequest &request) {
-  StandardOut out;
-  host::JsonWriter json(out);
+  host::JsonWriter json(*out);
   json.StartObject();
   JsonKey(&json, "explain");
   JsonText(&json, address);
@@ -70,8 +69,7 @@ uint64_t PrintJson(const host::RecordSource &source, std::string_view address,
   JsonKey(&json, "count");
   json.Uint64(count);
   json.EndObject();
-  out.Put('\n');
-  out.Spill();
+  out->Put('\n');
   return count;
 }
 
@@ -139,14 +137,12 @@ void AppendStep(const ExplainStep &step, std::string *line) {
   *line += '\n';
 }
 
-uint64_t PrintLines(const host::RecordSource &source, const host::ExplainRequest &request) {
-  StandardOut out;
+uint64_t PrintLines(StandardOut *out, const host::RecordSource &source, const host::ExplainRequest &request) {
   std::string line;
   const uint64_t count = ExplainAddress(source, request, [&](const ExplainStep &step) {
     AppendStep(step, &line);
-    out.Append(line);
+    out->Append(line);
   });
-  out.Spill();
   return count;
 }
 
@@ -175,8 +171,11 @@ ExitCode Explain(const Place &place, std::span<char *const> all) {
   if (words.words.size() == 2) request.vpn = ReadVpn(words.words.back());
   if (words.limit != UINT64_MAX) request.limit = words.limit;
   const auto source = OpenSource(words.place);
-  const uint64_t count = words.format == host::RecordFormat::kJson ? PrintJson(*source, address, request)
-                                                                   : PrintLines(*source, request);
+  uint64_t count = 0;
+  WriteWhole([&](StandardOut *out) {
+    count = words.format == host::RecordFormat::kJson ? PrintJson(out, *source, address, request)
+                                                      : PrintLines(out, *source, request);
+  });
   return count != 0 ? kAnswered : kFailed;
 }
 

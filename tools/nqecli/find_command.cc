@@ -27,10 +27,9 @@ struct Count {
 
 // {"find": "02:00:5e:30:00:01", "kind": "mac", "matches": [{"table": "arp", "id": 4, "key": {...}, "field":
 // "dmac", "value": "02:00:5e:30:00:01"}], "count": 1, "truncated": false}
-void PrintJson(const host::RecordSource &source, std::string_view text, const host::SearchValue &value,
-               Count *count) {
-  StandardOut out;
-  host::JsonWriter json(out);
+void PrintJson(StandardOut *out, const host::RecordSource &source, std::string_view text,
+               const host::SearchValue &value, Count *count) {
+  host::JsonWriter json(*out);
   json.StartObject();
   JsonKey(&json, "find");
   host::JsonEscaped(&json, text);
@@ -55,12 +54,11 @@ void PrintJson(const host::RecordSource &source, std::string_view text, const ho
   JsonKey(&json, "truncated");
   json.Bool(count->truncated);
   json.EndObject();
-  out.Put('\n');
-  out.Spill();
+  out->Put('\n');
 }
 
-void PrintLines(const host::RecordSource &source, const host::SearchValue &value, Count *count) {
-  StandardOut out;
+void PrintLines(StandardOut *out, const host::RecordSource &source, const host::SearchValue &value,
+                Count *count) {
   std::string line;
   FindValue(source, value, [&](const Match &match) {
     if (!count->Take()) return false;
@@ -75,10 +73,9 @@ void PrintLines(const host::RecordSource &source, const host::SearchValue &value
       AppendValue(&source, match.ref, match.bytes, &line);
     }
     line += '\n';
-    out.Append(line);
+    out->Append(line);
     return true;
   });
-  out.Spill();
 }
 
 }  // namespace
@@ -94,13 +91,12 @@ ExitCode Find(const Place &place, std::span<char *const> all) {
   const host::SearchValue value(text);
   const auto source = OpenSource(words.place);
   Count count{words.limit};
-  if (words.format == host::RecordFormat::kJson) {
-    PrintJson(*source, text, value, &count);
-  } else {
-    PrintLines(*source, value, &count);
-    if (count.truncated)
-      WriteAside("more fields follow behind these " + std::to_string(count.found) + "; raise --limit\n");
-  }
+  const bool asJson = words.format == host::RecordFormat::kJson;
+  WriteWhole([&](StandardOut *out) {
+    asJson ? PrintJson(out, *source, text, value, &count) : PrintLines(out, *source, value, &count);
+  });
+  if (count.truncated && !asJson)
+    WriteAside("more fields follow behind these " + std::to_string(count.found) + "; raise --limit\n");
   return count.found != 0 || count.truncated ? kAnswered : kFailed;
 }
 
