@@ -1,6 +1,12 @@
 #include <algorithm>
 
+#include "host/arena/arena_layout.h"
+#include "host/base/host_error.h"
+#include "host/base/time_text.h"
+#include "host/inspect/check.h"
 #include "host/inspect/usage.h"
+#include "host/layout/value_text.h"
+#include "host/query/statistics.h"
 #include "host/record/record_rows.h"
 #include "host/sql/fact_module.h"
 
@@ -42,6 +48,76 @@ FactTable ListOfTables() {
           }};
 }
 
+std::string Escaped(std::string_view text) {
+  std::string escaped;
+  AppendEscaped(text, &escaped);
+  return escaped;
+}
+
+FactTable FindingsTable() {
+  return {"findings",
+          "what the tables say that cannot be true, see nqecli check",
+          {{"severity", "TEXT", "error or warning"},
+           {"table_name", "TEXT", "the table or region"},
+           {"key", "TEXT", "the entry's key; empty where it is about the whole table"},
+           {"field", "TEXT", "the field, by its path"},
+           {"problem", "TEXT", "what is wrong"}},
+          [](const RecordSource &source, std::vector<Row> *rows) {
+            CheckArena(source, [rows](const Finding &finding) {
+              std::string key;
+              if (finding.key != nullptr) AppendNamedKey(*finding.table, finding.key, &key);
+              const std::string_view name =
+                  finding.table != nullptr ? finding.table->shortName : finding.region->spec.name;
+              rows->push_back({std::string(finding.severity == Severity::kError ? "error" : "warning"),
+                               std::string(name), std::move(key), std::string(finding.field),
+                               std::string(finding.problem)});
+            });
+          }};
+}
+
+// A row for each counter and core; the sum over all cores is a question of SQL.
+FactTable StatisticsTable() {
+  return {"statistics",
+          "what the engine's forwarding cores have counted",
+          {{"number", "INTEGER", "the counter's number"},
+           {"name", "TEXT", "its name; NULL for one without"},
+           {"class", "TEXT", "normal, discard or error"},
+           {"core", "INTEGER", "the forwarding core, from 0"},
+           {"value", "INTEGER", "what it has counted"}},
+          [](const RecordSource &source, std::vector<Row> *rows) {
+            for (const Counter &counter : ReadCounters(source, "").counters) {
+              for (size_t core = 0; core < counter.cores.size(); ++core) {
+                FactTable::Value name;
+                if (!counter.name.empty()) name = counter.name;
+                rows->push_back({int64_t{counter.number}, std::move(name), std::string(counter.kind),
+                                 static_cast<int64_t>(core), static_cast<int64_t>(counter.cores[core])});
+              }
+            }
+          }};
+}
+
+FactTable SnapshotsTable() {
+  return {"snapshots",
+          "the arenas that are asked: when they were saved, of which engine, by which version",
+          {{"path", "TEXT", "the file"},
+           {"saved", "TEXT", "when it was saved, UTC; NULL for an engine's own file"},
+           {"version", "TEXT", "the program that wrote it"},
+           {"pid", "INTEGER", "the engine's process"},
+           {"started", "TEXT", "when the engine was started, UTC"},
+           {"arena_path", "TEXT", "where the engine had its arena; NULL where that is not recorded"},
+           {"socket", "TEXT", "where the engine listens"}},
+          [](const RecordSource &source, std::vector<Row> *rows) {
+            const ArenaHeader &header = *source.arena().header();
+            FactTable::Value saved;
+            if (header.savedTime != 0) saved = UtcText(header.savedTime);
+            FactTable::Value arena;
+            if (header.arenaPath[0] != 0) arena = Escaped(header.arenaPath);
+            rows->push_back({Escaped(source.arena().path()), std::move(saved), Escaped(header.program),
+                             static_cast<int64_t>(header.enginePid), UtcText(header.startTime),
+                             std::move(arena), Escaped(header.socketPath)});
+          }};
+}
+
 // One row: what the region holds now.
 FactTable RegionTable(const RegionLayout &region) {
   const auto shape = std::make_shared<const RecordShape>(RecordShape::Whole(region));
@@ -80,6 +156,9 @@ std::vector<FactTable> FactTables() {
   std::vector<FactTable> tables;
   tables.push_back(UsageTable());
   tables.push_back(ListOfTables());
+  tables.push_back(FindingsTable());
+  tables.push_back(StatisticsTable());
+  tables.push_back(SnapshotsTable());
   for (const RegionLayout &region : Layout::BuiltIn().regions()) {
     if (!region.fields.empty()) tables.push_back(RegionTable(region));
   }
