@@ -115,7 +115,10 @@ std::vector<Leaf> Shown::OwnLeaves() const {
   std::vector<Leaf> leaves = Leaves();
   for (Leaf &leaf : leaves) {
     const Field *twin = leaf.inKey ? table_->fields.Find(leaf.field->name) : nullptr;
-    if (twin != nullptr) leaf = {twin->ref, twin, nullptr, false, leaf.path};
+    if (twin == nullptr) continue;
+    leaf.ref = twin->ref;
+    leaf.field = twin;
+    leaf.inKey = false;
   }
   std::erase_if(leaves, [](const Leaf &leaf) { return leaf.inKey; });
   return leaves;
