@@ -11,6 +11,8 @@ constexpr Command kCommands[] = {
     {"list", "list TABLE [FIELD=VALUE ...]",
      "a table's entries; --json --ndjson --csv --yaml --fields F,.. --sort F --limit N --count", List},
     {"usage", "usage [--warn PERCENT]", "how full the tables are, the fullest first; --json", Usage},
+    {"watch", "watch [-i SECONDS] [--times N] COMMAND...",
+     "repeat a command: what changes, and what counters count a second; --json", Watch},
 };
 
 }  // namespace

@@ -12,6 +12,7 @@ namespace qdt::nqecli {
 ExitCode Diff(const Place &place, std::span<char *const> words);
 ExitCode List(const Place &place, std::span<char *const> words);
 ExitCode Usage(const Place &place, std::span<char *const> words);
+ExitCode Watch(const Place &place, std::span<char *const> words);
 
 }  // namespace qdt::nqecli
 
