@@ -303,6 +303,7 @@ def test_on_a_terminal(busy):
     assert second.count(b"\r\n") < 24
 
 
+@pytest.mark.skipif("sanitizers address" in nqecli("--version").out, reason="AddressSanitizer keeps what is freed")
 def test_memory_stays_flat(busy):
     """However many answers there were."""
     with watching(busy, "-i", "0.1", "--json", "list", "fwdif") as watch:

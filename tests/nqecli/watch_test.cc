@@ -1,7 +1,9 @@
 // What nqecli watch writes, answer by answer.
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -23,8 +25,10 @@ class WatchTest : public testing::Test {
  protected:
   // What one more answer writes.
   std::string Frame(WatchView *view, const std::string &answer, const std::vector<Rate> &rates = {}) {
+    const auto text = std::make_shared<AnswerText>();
+    EXPECT_EQ(write(text->fd(), answer.data(), answer.size()), static_cast<ssize_t>(answer.size()));
     ChildAnswer child;
-    child.out = answer;
+    child.out = text;
     WatchFrame frame;
     frame.time = kTime + 2000000000 * count_;
     frame.seconds = count_ == 0 ? 0 : 2;
@@ -121,6 +125,26 @@ TEST_F(WatchTest, Documents) {
             std::string::npos);
   EXPECT_NE(Frame(view.get(), "{}\n{}\n").find("\"answer\":\"{}\\n{}\","), std::string::npos);
   EXPECT_NE(Frame(view.get(), "\n").find("\"answer\":null,"), std::string::npos);
+}
+
+// Pieces of 64 KiB are read: nothing is lost between two of them.
+TEST_F(WatchTest, LongAnswersAndLongLines) {
+  std::string lines;
+  for (int i = 0; i < 30000; ++i) lines += "line " + std::to_string(i) + "\n";
+  lines += std::string(200000, 'x') + "\n";
+  auto view = MakeWatchLines(&out_);
+  EXPECT_EQ(Frame(view.get(), lines), lines);
+  EXPECT_EQ(Frame(view.get(), lines), "");
+  EXPECT_EQ(Frame(view.get(), lines + "line 30000\n"), "2026-11-22T06:40:01.123Z + line 30000\n");
+  view = MakeWatchJson(&out_);
+  std::string document = "[0";
+  for (int i = 1; i < 60000; ++i) document += ",\n" + std::to_string(i);
+  document += "]";
+  std::string oneLine = document;
+  std::erase(oneLine, '\n');
+  EXPECT_NE(Frame(view.get(), document + "\n").find("\"answer\":" + oneLine + ",\"rates\":[]}\n"),
+            std::string::npos);
+  EXPECT_NE(Frame(view.get(), document + ",").find("\"answer\":\"[0,\\n1,"), std::string::npos);
 }
 
 constexpr char kStart[] = "\x1b[2J\x1b[H";

@@ -1,9 +1,7 @@
 #include "tools/nqecli/watch_child.h"
 
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <sys/prctl.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -17,38 +15,17 @@ namespace qdt::nqecli {
 namespace {
 
 using host::SystemError;
-using host::UniqueFd;
 
 constexpr int kCannotRun = 127;
 
-// Takes any amount without anybody who reads it meanwhile.
-UniqueFd MemoryFile() {
-  UniqueFd file(memfd_create("nqecli-watch", MFD_CLOEXEC));
-  if (!file.ok()) throw SystemError("cannot make room for an answer");
-  return file;
-}
-
-std::string Contents(const UniqueFd &file) {
-  struct stat info = {};
-  if (fstat(file.get(), &info) != 0) throw SystemError("cannot read an answer");
-  std::string text(static_cast<size_t>(info.st_size), '\0');
-  size_t got = 0;
-  while (got < text.size()) {
-    const ssize_t piece = pread(file.get(), text.data() + got, text.size() - got, static_cast<off_t>(got));
-    if (piece <= 0) throw SystemError("cannot read an answer");
-    got += static_cast<size_t>(piece);
-  }
-  return text;
-}
-
-[[noreturn]] void BecomeCommand(char *const *words, const UniqueFd &out, const UniqueFd &err,
+[[noreturn]] void BecomeCommand(char *const *words, const AnswerText &out, const AnswerText &err,
                                 const sigset_t &signals, pid_t parent) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (getppid() != parent) _exit(kCannotRun);  // it ended before it could be said
   sigprocmask(SIG_SETMASK, &signals, nullptr);
   const int nothing = open("/dev/null", O_RDONLY);
-  if (dup2(nothing, STDIN_FILENO) >= 0 && dup2(out.get(), STDOUT_FILENO) >= 0 &&
-      dup2(err.get(), STDERR_FILENO) >= 0) {
+  if (dup2(nothing, STDIN_FILENO) >= 0 && dup2(out.fd(), STDOUT_FILENO) >= 0 &&
+      dup2(err.fd(), STDERR_FILENO) >= 0) {
     execv("/proc/self/exe", words);
   }
   _exit(kCannotRun);
@@ -88,12 +65,12 @@ bool RunChild(const std::vector<std::string> &words, Interrupt *interrupt, Child
   std::vector<char *> pointers;
   for (const std::string &word : words) pointers.push_back(const_cast<char *>(word.c_str()));
   pointers.push_back(nullptr);
-  const UniqueFd out = MemoryFile();
-  const UniqueFd err = MemoryFile();
+  const auto out = std::make_shared<AnswerText>();
+  const AnswerText err;
   const pid_t parent = getpid();
   const pid_t child = fork();
   if (child < 0) throw SystemError("cannot run the command");
-  if (child == 0) BecomeCommand(pointers.data(), out, err, interrupt->before(), parent);
+  if (child == 0) BecomeCommand(pointers.data(), *out, err, interrupt->before(), parent);
 
   bool interrupted = false;
   int status = 0;
@@ -103,8 +80,8 @@ bool RunChild(const std::vector<std::string> &words, Interrupt *interrupt, Child
     if (interrupted) kill(child, SIGKILL);
   }
   if (interrupted) return false;
-  answer->out = Contents(out);
-  answer->err = Contents(err);
+  answer->out = out;
+  answer->err = err.All();
   answer->code = WIFEXITED(status) ? WEXITSTATUS(status) : kCannotRun;
   if (answer->code == kCannotRun && answer->err.empty())
     throw host::HostError(WIFSIGNALED(status)

@@ -3,15 +3,18 @@
 
 #include <signal.h>
 
+#include <memory>
 #include <string>
 #include <vector>
+
+#include "tools/nqecli/answer_text.h"
 
 namespace qdt::nqecli {
 
 // What a command wrote and how it ended.
 struct ChildAnswer {
   int code = 0;
-  std::string out;
+  std::shared_ptr<const AnswerText> out;
   std::string err;
 };
 

@@ -135,7 +135,7 @@ class WatchLoop {
     if (answer.code == kUnusable && (first_ || source_ == nullptr || EngineHasEnded())) {
       WriteAside(answer.err);
       // Words that are no command are answered with the usage list.
-      if (first_) out_.Append(answer.out);
+      if (first_) out_.Append(answer.out->All());
       out_.Spill();
       end_ = kUnusable;
       return false;

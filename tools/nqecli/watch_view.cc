@@ -1,8 +1,5 @@
 #include "tools/nqecli/watch_view.h"
 
-#include <rapidjson/memorystream.h>
-#include <rapidjson/reader.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <unordered_map>
@@ -17,16 +14,6 @@ namespace qdt::nqecli {
 namespace {
 
 using host::Rate;
-
-std::vector<std::string_view> LinesOf(std::string_view text) {
-  std::vector<std::string_view> lines;
-  while (!text.empty()) {
-    const std::string_view line = text.substr(0, text.find('\n'));
-    lines.push_back(line);
-    text.remove_prefix(std::min(line.size() + 1, text.size()));
-  }
-  return lines;
-}
 
 // What makes a line this one: its words. Columns grow with their values, which changes the blanks of all
 // lines.
@@ -43,9 +30,11 @@ uint64_t SumOf(std::string_view line) {
 // Lines that may be taken out again, each as often as it was there.
 class LineSet {
  public:
-  explicit LineSet(const std::vector<std::string_view> &lines) {
-    for (const std::string_view line : lines) ++counts_[SumOf(line)];
+  LineSet() = default;
+  explicit LineSet(const AnswerText &text) {
+    text.ForEachLine([this](std::string_view line) { Add(line); });
   }
+  void Add(std::string_view line) { ++counts_[SumOf(line)]; }
   bool Take(std::string_view line) {
     const auto at = counts_.find(SumOf(line));
     if (at == counts_.end() || at->second == 0) return false;
@@ -92,18 +81,16 @@ class WatchLines : public WatchView {
 
   void Begin(const WatchFrame &frame) override {
     time_ = host::UtcText(frame.time);
-    const std::string &text = frame.answer->out;
-    if (first_) {
-      out_.Append(text);
-      if (!text.empty() && text.back() != '\n') out_.Put('\n');
+    if (last_ == nullptr) {
+      frame.answer->out->ForEachLine([this](std::string_view line) {
+        out_.Append(line);
+        out_.Put('\n');
+      });
     } else {
-      const std::vector<std::string_view> before = LinesOf(last_);
-      const std::vector<std::string_view> now = LinesOf(text);
-      Changed('-', before, LineSet(now));
-      Changed('+', now, LineSet(before));
+      Changed('-', *last_, LineSet(*frame.answer->out));
+      Changed('+', *frame.answer->out, LineSet(*last_));
     }
-    first_ = false;
-    last_ = text;
+    last_ = frame.answer->out;
     out_.Spill();
     remarks_.Show(frame.answer->err);
   }
@@ -112,10 +99,10 @@ class WatchLines : public WatchView {
   void End() override { out_.Spill(); }
 
  private:
-  void Changed(char mark, const std::vector<std::string_view> &lines, LineSet others) {
-    for (const std::string_view line : lines) {
+  void Changed(char mark, const AnswerText &text, LineSet others) {
+    text.ForEachLine([&](std::string_view line) {
       if (!others.Take(line)) Line(std::string{mark, ' '} + std::string(line));
-    }
+    });
   }
 
   void Line(const std::string &text) {
@@ -127,18 +114,9 @@ class WatchLines : public WatchView {
 
   host::TextOut &out_;
   std::string time_;
-  std::string last_;
-  bool first_ = true;
+  std::shared_ptr<const AnswerText> last_;
   Remarks remarks_;
 };
-
-bool IsJson(std::string_view text) {
-  rapidjson::MemoryStream stream(text.data(), text.size());
-  rapidjson::BaseReaderHandler<> nobody;
-  rapidjson::Reader reader;
-  return !reader.Parse<rapidjson::kParseValidateEncodingFlag | rapidjson::kParseIterativeFlag>(stream, nobody)
-              .IsError();
-}
 
 class WatchJson : public WatchView {
  public:
@@ -157,7 +135,7 @@ class WatchJson : public WatchView {
     for (const std::string &word : *frame.command) host::JsonEscaped(&json_, word);
     json_.EndArray();
     host::JsonKey(&json_, "answer");
-    Answer(frame.answer->out);
+    Answer(*frame.answer->out);
     host::JsonKey(&json_, "rates");
     json_.StartArray();
     remarks_.Show(frame.answer->err);
@@ -193,20 +171,23 @@ class WatchJson : public WatchView {
   }
 
  private:
-  void Answer(std::string_view text) {
-    while (!text.empty() && text.back() == '\n') text.remove_suffix(1);
-    if (text.empty()) {
-      json_.Null();
-    } else if (IsJson(text)) {
-      json_.RawValue(text.data(), text.size(), rapidjson::kObjectType);
-    } else {
-      std::string lines;
-      for (const std::string_view line : LinesOf(text)) {
-        if (!lines.empty()) lines += '\n';
-        host::AppendEscaped(line, &lines);
-      }
-      host::JsonText(&json_, lines);
+  void Answer(const AnswerText &text) {
+    std::string lines;
+    if (text.IsJson()) {
+      // As it stands, but in one line: newlines stand between the parts of a document, and part nothing.
+      json_.RawValue("", 0, rapidjson::kObjectType);
+      text.ForEachPiece([this](std::string_view piece) {
+        for (const char c : piece) {
+          if (c != '\n') out_.Put(c);
+        }
+      });
+      return;
     }
+    text.ForEachLine([&](std::string_view line) {
+      if (!lines.empty()) lines += '\n';
+      host::AppendEscaped(line, &lines);
+    });
+    lines.empty() ? void(json_.Null()) : host::JsonText(&json_, lines);
   }
 
   host::TextOut &out_;
@@ -229,9 +210,23 @@ class WatchScreen : public WatchView {
     heading_ = every;
     for (const std::string &word : *frame.command) heading_ += ' ' + word;
     heading_ += "  " + host::UtcText(frame.time);
-    text_ = frame.answer->out;
-    if (!text_.empty() && text_.back() != '\n') text_ += '\n';
-    text_ += frame.answer->err;
+    lines_.clear();
+    lineCount_ = 0;
+    LineSet now;
+    const auto add = [&](std::string_view line) {
+      now.Add(line);
+      const bool isNew = hasBefore_ && !before_.Take(line);
+      // More than stands in a line is not kept.
+      if (lineCount_++ < size_.rows) lines_.push_back({std::string(line.substr(0, kMostOfLine)), isNew});
+    };
+    frame.answer->out->ForEachLine(add);
+    for (std::string_view err = frame.answer->err; !err.empty();) {
+      const std::string_view line = err.substr(0, err.find('\n'));
+      add(line);
+      err.remove_prefix(std::min(line.size() + 1, err.size()));
+    }
+    before_ = std::move(now);
+    hasBefore_ = true;
   }
 
   void Take(const Rate &rate) override {
@@ -245,25 +240,26 @@ class WatchScreen : public WatchView {
     cleared_ = true;
     Line(heading_, false);
     const size_t room = size_.rows - 2;  // the last row stays free
-    const std::vector<std::string_view> lines = LinesOf(text_);
     const size_t ofRates = rateCount_ == 0 ? 0 : rateCount_ + 1;
-    const size_t forRates = lines.size() + ofRates <= room
+    const size_t forRates = lineCount_ + ofRates <= room
                                 ? ofRates
-                                : std::min(ofRates, std::max(room / 3, room - std::min(room, lines.size())));
-    LineSet before(LinesOf(last_));
-    const auto isNew = [&](std::string_view line) { return hasLast_ && !before.Take(line); };
-    Part(lines.size(), room - forRates, [&](size_t i) { Line(lines[i], isNew(lines[i])); });
+                                : std::min(ofRates, std::max(room / 3, room - std::min(room, lineCount_)));
+    Part(lineCount_, room - forRates, [&](size_t i) { Line(lines_[i].text, lines_[i].isNew); });
     if (forRates > 0) {
       Line("", false);
       Part(rateCount_, forRates - 1, [&](size_t i) { Line(rates_[i], false); });
     }
     out_.Append("\x1b[J");
     out_.Spill();
-    last_ = text_;
-    hasLast_ = true;
   }
 
  private:
+  static constexpr size_t kMostOfLine = 4096;  // bytes
+  struct Shown {
+    std::string text;
+    bool isNew;
+  };
+
   // Shows all of `count` lines, or as many as there is room for and how many there are behind.
   template <typename Show>
   void Part(size_t count, size_t room, const Show &show) {
@@ -290,11 +286,12 @@ class WatchScreen : public WatchView {
   ScreenSize (*const getSize_)();
   ScreenSize size_;
   std::string heading_;
-  std::string text_;
-  std::string last_;
-  std::vector<std::string> rates_;  // as many as may be shown
+  std::vector<Shown> lines_;  // as many as may be shown
+  size_t lineCount_ = 0;
+  std::vector<std::string> rates_;  // the same
   size_t rateCount_ = 0;
-  bool hasLast_ = false;
+  LineSet before_;
+  bool hasBefore_ = false;
   bool cleared_ = false;
 };
 
