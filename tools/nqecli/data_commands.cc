@@ -27,6 +27,8 @@ constexpr Command kCommands[] = {
      Export},
     {"schema", "schema [TABLE]", "JSON Schema of what list, and all other commands, print with --json",
      Schema},
+    {"watch", "watch [-i SECONDS] [--times N] COMMAND...",
+     "repeat a command: what changes, and what counters count a second; --json", Watch},
 };
 
 }  // namespace

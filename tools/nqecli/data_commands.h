@@ -21,6 +21,7 @@ ExitCode Schema(const Place &place, std::span<char *const> words);
 ExitCode Show(const Place &place, std::span<char *const> words);
 ExitCode Statistics(const Place &place, std::span<char *const> words);
 ExitCode Usage(const Place &place, std::span<char *const> words);
+ExitCode Watch(const Place &place, std::span<char *const> words);
 
 }  // namespace qdt::nqecli
 

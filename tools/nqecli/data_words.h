@@ -32,6 +32,8 @@ enum DataOption : uint32_t {
   kOptionTimes = 1 << 11,
 };
 constexpr uint32_t kOptionForms = kOptionJson | kOptionLines | kOptionCsv;
+constexpr uint32_t kListOptions =
+    kOptionForms | kOptionYaml | kOptionFields | kOptionSort | kOptionLimit | kOptionCount;
 
 // The words of a command that shows data: options stand anywhere among the others.
 struct DataWords {

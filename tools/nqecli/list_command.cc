@@ -36,8 +36,7 @@ void PrintCount(const TableLayout &table, uint64_t count, RecordFormat format) {
 }  // namespace
 
 ExitCode List(const Place &place, std::span<char *const> all) {
-  const DataWords words(
-      place, all, kOptionForms | kOptionYaml | kOptionFields | kOptionSort | kOptionLimit | kOptionCount);
+  const DataWords words(place, all, kListOptions);
   if (words.words.empty()) throw HostError("list what? Name a table; \"nqecli usage\" lists them");
   const TableLayout &table = TableOf(words.words.front());
   host::ListRequest request;
