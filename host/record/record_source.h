@@ -94,13 +94,17 @@ class EntryReader {
   uint32_t Count() const;
 
   // The next entry in order of insertion; false behind the last one that the table held when the reader was
-  // made. Throws HostError when a live engine changes the table faster than it can be followed.
+  // made. Throws HostError when a live engine changes the table faster than it can be followed, and where a
+  // saved one's order is damaged.
   bool Next();
   // The same among the entries that share a key, and in a table with groups among those of the key's group;
   // to begin anew, Rewind.
   bool NextOfKey(const uint8_t *key);
   bool NextOfGroup(const uint8_t *key);
-  void Rewind() { place_ = {}; }
+  void Rewind() {
+    place_ = {};
+    walked_ = 0;
+  }
 
   // The entry of a key; false when there is none.
   bool Find(const uint8_t *key);
@@ -127,6 +131,7 @@ class EntryReader {
   const tbm::TableView *view_;
   tbm::Place place_;  // of the walk
   uint64_t endSerial_ = 0;
+  uint64_t walked_ = 0;          // entries that Next has given
   std::vector<uint64_t> words_;  // key, then record
   Entry entry_;
 };
