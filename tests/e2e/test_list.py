@@ -3,7 +3,6 @@
 import csv
 import io
 import json
-import os
 import random
 import re
 import shutil
@@ -227,16 +226,15 @@ def test_record_damaged_at_every_byte(campus, directory):
     changed = 0
     with open(copy, "r+b") as file:
         for at in range(start, start + size):
-            for byte in (data[at] ^ 0xff, data[at] ^ 0x01):
-                file.seek(at)
-                file.write(bytes([byte]))
-                file.flush()
-                damaged = records()
-                assert damaged[1:] == sound[1:]
-                changed += damaged[0] != sound[0]
+            file.seek(at)
+            file.write(bytes([data[at] ^ 0xff]))
+            file.flush()
+            damaged = records()
+            assert damaged[1:] == sound[1:]
+            changed += damaged[0] != sound[0]
             file.seek(at)
             file.write(bytes([data[at]]))
-    assert changed > size // 2
+    assert changed > size // 3
 
 
 def test_snapshot_damaged_anywhere(campus, directory):
@@ -247,7 +245,7 @@ def test_snapshot_damaged_anywhere(campus, directory):
     copy = directory / "copy"
     copy.write_bytes(data)
     with open(copy, "r+b") as file:
-        for _ in range(150):
+        for _ in range(60):
             spots = [(dice.choice(used) + dice.randrange(8)) for _ in range(dice.choice([1, 10, 100]))]
             for at in spots:
                 file.seek(at)
