@@ -109,7 +109,7 @@ class Export {
       TurnArrivals(region, &bytes);
       const RecordShape shape = RecordShape::Whole(region);
       YamlWriter yaml(&out_, shape);
-      const RecordBytes record(source_, bytes.data());
+      const RecordBytes record(source_, bytes.data(), region.fields);
       if (yaml.IsZero(record)) continue;
       if (!any) Section("regions");
       any = true;

@@ -160,7 +160,13 @@ std::optional<WideValue> ParseMac(std::string_view text) {
 }  // namespace
 
 WideValue FieldRef::Read(const void *record) const {
-  WideValue value = Load(*this, static_cast<const uint8_t *>(record) + offset);
+  const uint8_t *bytes = static_cast<const uint8_t *>(record) + offset;
+  // Nearly all fields are numbers of up to a word.
+  if (kind == FieldKind::kUnsigned && size <= sizeof(uint64_t)) {
+    const uint64_t word = LoadWord(bytes, size);
+    return bits == 0 ? word : word >> shift & (~uint64_t{0} >> (64 - bits));
+  }
+  WideValue value = Load(*this, bytes);
   if (bits != 0) value = value >> shift & Mask(bits);
   return kind == FieldKind::kSigned ? SignExtend(value, Width()) : value;
 }
@@ -232,29 +238,6 @@ std::string_view TypeName(const FieldRef &field) {
     if (type.kind == field.kind && (type.size == field.size || type.size == 0)) return type.name;
   }
   return "";
-}
-
-bool IsTimeAgo(FieldKind kind) { return kind == FieldKind::kUptimeAgo || kind == FieldKind::kTimeAgo; }
-
-ValueForm FormOf(FieldKind kind) {
-  switch (kind) {
-    case FieldKind::kIpv4:
-    case FieldKind::kIpv4Net:
-      return ValueForm::kIpv4;
-    case FieldKind::kIpv6:
-    case FieldKind::kIpv6Words:
-      return ValueForm::kIpv6;
-    case FieldKind::kMac:
-      return ValueForm::kMac;
-    case FieldKind::kText:
-      return ValueForm::kText;
-    case FieldKind::kReference:
-      return ValueForm::kReference;
-    case FieldKind::kAddress:
-      return ValueForm::kAddress;
-    default:
-      return ValueForm::kNumber;
-  }
 }
 
 std::optional<WideValue> ParseValue(const FieldRef &field, std::string_view text, std::string *problem) {

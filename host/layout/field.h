@@ -159,11 +159,32 @@ std::span<const FieldType> FieldTypes();
 // The word for the field's kind.
 std::string_view TypeName(const FieldRef &field);
 
-bool IsTimeAgo(FieldKind kind);
+constexpr bool IsTimeAgo(FieldKind kind) {
+  return kind == FieldKind::kUptimeAgo || kind == FieldKind::kTimeAgo;
+}
 
 // How a value is written by people: fields whose forms agree can take one and the same text.
 enum class ValueForm : uint8_t { kNumber, kIpv4, kIpv6, kMac, kText, kReference, kAddress };
-ValueForm FormOf(FieldKind kind);
+constexpr ValueForm FormOf(FieldKind kind) {
+  switch (kind) {
+    case FieldKind::kIpv4:
+    case FieldKind::kIpv4Net:
+      return ValueForm::kIpv4;
+    case FieldKind::kIpv6:
+    case FieldKind::kIpv6Words:
+      return ValueForm::kIpv6;
+    case FieldKind::kMac:
+      return ValueForm::kMac;
+    case FieldKind::kText:
+      return ValueForm::kText;
+    case FieldKind::kReference:
+      return ValueForm::kReference;
+    case FieldKind::kAddress:
+      return ValueForm::kAddress;
+    default:
+      return ValueForm::kNumber;
+  }
+}
 
 // Reads `text` in the form of `field` ("10.1.0.7", "0x1f", "02:00:5e:00:53:01", "true" for single bits).
 // On failure returns nothing and says in *problem what is wrong and how to mend it. Not for texts.

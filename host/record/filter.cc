@@ -1,6 +1,7 @@
 #include "host/record/filter.h"
 
 #include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <cstring>
 
@@ -162,7 +163,7 @@ void Condition::ReadValue(std::string_view text) {
     text_ = text;
     if (!isPattern_ && !Unescape(text, &text_)) Fail("is a text with a backslash (write \\\\ or \\x1b)");
     if (form_ == ValueForm::kMac)
-      std::ranges::transform(text_, text_.begin(), [](char c) { return std::tolower(c); });
+      std::ranges::transform(text_, text_.begin(), [](unsigned char c) { return std::tolower(c); });
     return;
   }
   if (ReadPrefix(text)) return;
@@ -257,9 +258,15 @@ void Condition::WriteKey(uint8_t *key) const {
 
 std::optional<std::vector<uint8_t>> WholeKey(const TableLayout &table,
                                              std::span<const Condition> conditions) {
+  return BeginOfKey(table, conditions, table.spec.keySize);
+}
+
+std::optional<std::vector<uint8_t>> BeginOfKey(const TableLayout &table,
+                                               std::span<const Condition> conditions, uint32_t bytes) {
   if (table.key.empty()) return std::nullopt;
   std::vector<uint8_t> key(table.spec.keySize);
   for (const Field &field : table.key.all()) {
+    if (field.ref.offset >= bytes) continue;
     if (field.constant) {
       field.ref.Write(key.data(), *field.constant);
       continue;

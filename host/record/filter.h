@@ -60,6 +60,10 @@ bool Matches(std::string_view pattern, std::string_view text);
 // with another key then need not be looked at.
 std::optional<std::vector<uint8_t>> WholeKey(const TableLayout &table, std::span<const Condition> conditions);
 
+// The same for the fields in its first `bytes` alone; the rest is 0.
+std::optional<std::vector<uint8_t>> BeginOfKey(const TableLayout &table,
+                                               std::span<const Condition> conditions, uint32_t bytes);
+
 // An IPv4 or IPv6 address or prefix, as a number with the bits that count.
 struct AddressPrefix {
   ValueForm form = ValueForm::kIpv4;

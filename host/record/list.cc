@@ -43,7 +43,12 @@ class List {
       if (reader_.Find(key->data()) && IsWanted()) take();
       return;
     }
-    while (key ? reader_.NextOfKey(key->data()) : reader_.Next()) {
+    const uint32_t groupKeySize = request_.table->spec.groupKeySize;
+    std::optional<std::vector<uint8_t>> group;
+    if (groupKeySize != 0) group = BeginOfKey(*request_.table, request_.where, groupKeySize);
+    while (key     ? reader_.NextOfKey(key->data())
+           : group ? reader_.NextOfGroup(group->data())
+                   : reader_.Next()) {
       if (IsWanted() && !take()) return;
     }
   }
@@ -75,7 +80,10 @@ class List {
     const Leaf &leaf = leaf_.front();
     Sorted sorted;
     sorted.place = reader_.entry().place;
-    if (leaf.part != nullptr && !reader_.Has(*leaf.part)) return sorted;
+    if (leaf.part != nullptr &&
+        (!reader_.Has(*leaf.part) || (leaf.part->pointer != 0 && reader_.IsStrayed(*leaf.part)))) {
+      return sorted;
+    }
     const uint8_t *bytes = leaf.inKey ? reader_.entry().key : reader_.entry().record;
     if (leaf.ref.kind == FieldKind::kText) {
       sorted.text = leaf.ref.GetText(bytes);

@@ -34,19 +34,17 @@ void WriteReference(JsonWriter *json, const RecordBytes &record, const Field &fi
 }
 
 void WriteNumber(JsonWriter *json, const FieldRef &ref, WideValue value) {
-  if (ref.Width() == 1) {
-    json->Bool(value != 0);
-  } else if (ref.kind == FieldKind::kSigned) {
-    json->Int64(static_cast<int64_t>(value));
-  } else {
-    json->Uint64(static_cast<uint64_t>(value));
-  }
+  json->PlainNumber([&](char *out) -> size_t {
+    if (ref.Width() != 1) return WriteValue(ref, value, out);
+    std::memcpy(out, value != 0 ? "true " : "false", 5);
+    return value != 0 ? 4 : 5;
+  });
 }
 
 void WriteStructure(JsonWriter *json, const RecordBytes &record, const ShapeNode &node, uint32_t base) {
   json->StartObject();
   for (const ShapeNode &inner : node.inner) {
-    JsonKey(json, inner.name);
+    json->PlainText(inner.name);
     WriteJsonNode(json, record, inner, base, node.field->fields);
   }
   json->EndObject();
@@ -75,7 +73,7 @@ void WriteJsonKey(JsonWriter *json, const TableLayout &table, const uint8_t *key
   json->StartObject();
   for (const Field &field : table.key.all()) {
     if (field.constant) continue;
-    JsonKey(json, field.name);
+    json->PlainText(field.name);
     const FieldRef ref = field.ref.kind == FieldKind::kAddress ? NarrowAddressIn(field.ref, key) : field.ref;
     char text[kValueRoom];
     if (ref.kind == FieldKind::kText) {
@@ -83,7 +81,7 @@ void WriteJsonKey(JsonWriter *json, const TableLayout &table, const uint8_t *key
     } else if (FormOf(ref.kind) == ValueForm::kNumber) {
       WriteNumber(json, ref, ref.Read(key));
     } else {
-      JsonText(json, {text, WriteValue(ref, ref.Read(key), text)});
+      json->PlainText({text, WriteValue(ref, ref.Read(key), text)});
     }
   }
   json->EndObject();
@@ -99,13 +97,13 @@ void WriteJsonValue(JsonWriter *json, const RecordBytes &record, const Field &fi
       return WriteReference(json, record, field, ref.Get(bytes));
     case ValueForm::kAddress: {
       const FieldRef narrow = NarrowAddressIn(ref, bytes);
-      return JsonText(json, {text, WriteValue(narrow, narrow.Read(bytes), text)});
+      return json->PlainText({text, WriteValue(narrow, narrow.Read(bytes), text)});
     }
     case ValueForm::kNumber:
       return WriteNumber(
           json, ref, IsTimeAgo(ref.kind) ? record.source.SecondsAgo(ref, ref.Read(bytes)) : ref.Read(bytes));
     default:
-      return JsonText(json, {text, WriteValue(ref, ref.Read(bytes), text)});
+      return json->PlainText({text, WriteValue(ref, ref.Read(bytes), text)});
   }
 }
 
@@ -129,6 +127,8 @@ void WriteJsonNode(JsonWriter *json, const RecordBytes &record, const ShapeNode 
                    const FieldSet &beside) {
   const Field &field = *node.field;
   const uint8_t *bytes = BytesOf(record, node.inKey);
+  if (field.count == 0 && !node.IsStructure())
+    return WriteJsonValue(json, record, field, base == 0 ? field.ref : field.ref.At(base), bytes);
   const auto write = [&](uint32_t element) {
     const uint32_t at = base + element * field.stride;
     if (node.IsStructure()) {
@@ -146,9 +146,14 @@ void WriteJsonNode(JsonWriter *json, const RecordBytes &record, const ShapeNode 
 
 bool DiffersFromKey(const ShapeNode &node, const RecordBytes &record) {
   if (node.twin == nullptr) return false;
-  if (node.field->ref.kind == FieldKind::kText)
-    return node.twin->ref.GetText(record.record) != node.field->ref.GetText(record.key);
-  return node.twin->ref.Read(record.record) != node.field->ref.Read(record.key);
+  const FieldRef &own = node.twin->ref;
+  const FieldRef &key = node.field->ref;
+  // Stored in one way, as nearly all are, they are the same when their bytes are.
+  if (own.kind == key.kind && own.size == key.size && own.bits == 0 && key.bits == 0 &&
+      std::memcmp(record.record + own.offset, record.key + key.offset, key.size) == 0)
+    return false;
+  if (key.kind == FieldKind::kText) return own.GetText(record.record) != key.GetText(record.key);
+  return own.Read(record.record) != key.Read(record.key);
 }
 
 void WriteJson(JsonWriter *json, const RecordBytes &record, const RecordShape &shape) {
@@ -167,8 +172,8 @@ void WriteJson(JsonWriter *json, const RecordBytes &record, const RecordShape &s
         continue;
       }
     }
-    JsonKey(json, node.name);
-    WriteJsonNode(json, record, node, 0, record.entry == nullptr ? FieldSet() : record.entry->table().fields);
+    json->PlainText(node.name);
+    WriteJsonNode(json, record, node, 0, record.fields);
   }
   if (differs) {
     JsonKey(json, "record");

@@ -204,7 +204,7 @@ class YamlSink : public RecordSink {
   }
   // Not YAML, so that nobody loads a part for the whole.
   void Fail(std::string_view message) override {
-    out_.Append("\n%error: ");
+    out_.Append("\n@error: ");
     out_.Append(message);
     out_.Put('\n');
   }

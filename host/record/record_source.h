@@ -98,7 +98,8 @@ class EntryReader {
   bool IsUnused() const { return endSerial_ == 0; }
 
   // The next entry in order of insertion; false behind the last one that the table held when the reader was
-  // made. Throws HostError when a live engine changes the table faster than it can be followed.
+  // made. Throws HostError when a live engine changes the table faster than it can be followed, and where a
+  // saved one's order is damaged.
   bool Next();
   // The same without a look at the entry: only its place, for Again.
   bool NextPlace(tbm::Place *place);
@@ -106,7 +107,10 @@ class EntryReader {
   // group; to begin anew, Rewind.
   bool NextOfKey(const uint8_t *key);
   bool NextOfGroup(const uint8_t *key);
-  void Rewind() { place_ = {}; }
+  void Rewind() {
+    place_ = {};
+    walked_ = 0;
+  }
 
   // The entry of a key; false when there is none.
   bool Find(const uint8_t *key);
@@ -136,6 +140,7 @@ class EntryReader {
   const tbm::TableView *view_;
   tbm::Place place_;  // of the walk
   uint64_t endSerial_ = 0;
+  uint64_t walked_ = 0;          // entries that Next has given
   std::vector<uint64_t> words_;  // key, then record
   Entry entry_;
 };

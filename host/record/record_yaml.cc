@@ -103,14 +103,16 @@ bool YamlWriter::SaysAll(const Variant &variant, const Variant &other, const uin
   return true;
 }
 
-// Of structures in the same bytes one is enough when it says what the other does; of two that do, the first.
+// Of structures in the same bytes one is enough when it says what the other does; of two that do, the one
+// that is for fewer keys, or the first.
 bool YamlWriter::IsSaidByAnother(const RecordBytes &record, const ShapeNode &node) const {
   const auto self = std::ranges::find(variants_, &node, &Variant::node);
   if (self == variants_.end() || record.entry == nullptr) return false;
   for (auto other = variants_.begin(); other != variants_.end(); ++other) {
     if (other == self || !CanStandTogether(*node.field, *other->node->field)) continue;
-    if (record.entry->Has(*other->node->field) && SaysAll(*other, *self, record.record) &&
-        (other < self || !SaysAll(*self, *other, record.record)))
+    if (!record.entry->Has(*other->node->field) || !SaysAll(*other, *self, record.record)) continue;
+    const size_t ours = node.field->selectedBy.size(), theirs = other->node->field->selectedBy.size();
+    if (!SaysAll(*self, *other, record.record) || theirs < ours || (theirs == ours && other < self))
       return true;
   }
   return false;
@@ -271,7 +273,7 @@ void YamlWriter::Record(const RecordBytes &record) {
     const bool left = !node.inKey && field.pointer == 0 && !IsTimeAgo(field.ref.kind);
     if ((left && IsZero(record, node, 0)) || IsSaidByAnother(record, node)) continue;
     map.Name(node.name);
-    Node(record, node, 0, record.entry == nullptr ? FieldSet() : record.entry->table().fields);
+    Node(record, node, 0, record.fields);
   }
   if (!saysItself) return;
   map.Name("record");

@@ -34,6 +34,13 @@ class TextOut {
       text.remove_prefix(size);
     }
   }
+  // Room for `size` characters, at most kMostRoom, which are written there and then taken with Advance.
+  char *Room(size_t size) {
+    if (at_ + size > buffer_.get() + kRoom) Spill();
+    return at_;
+  }
+  void Advance(size_t size) { at_ += size; }
+  static constexpr size_t kMostRoom = 4096;
   // RapidJSON's word for the end of a document: here nothing, more may follow.
   void Flush() {}
   // Hands over what stands in the buffer. To be called at the end; what Write throws comes out of it.

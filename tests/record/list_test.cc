@@ -1,0 +1,210 @@
+#include "host/record/list.h"
+
+#include "host/arena/table_layout.h"
+#include "tests/record/things.h"
+
+namespace qdt::host {
+namespace {
+
+class ListTest : public ThingsTest {
+ protected:
+  void SetUp() override {
+    Load(R"(
+owner: [{kind: 0, number: 1}, {kind: 0, number: 2}]
+owned:
+  - {kind: 0, number: 1, place: 5, word: 1}
+  - {kind: 0, number: 2, place: 1, word: 2}
+  - {kind: 0, number: 1, place: 2, word: 3}
+list: [{owner: 9, value: 3}, {owner: 8, value: 1}, {owner: 9, value: 2}, {owner: 9, value: 3}]
+route: [{length: 24, vpn: 0, destination: 192.0.2.0}, {length: 0, vpn: 0, destination: 0.0.0.0}]
+things:
+  - {index: 4, signed_byte: 3, name: b, mac: 02:00:5e:00:53:04, seen: 5, part: {a: 1}}
+  - {index: 2, signed_byte: -3, name: a, mac: 02:00:5e:00:53:02, seen: 500}
+  - {index: 9, signed_byte: 0, name: c, mac: 02:00:5e:00:53:09, seen: 50, part: {a: 0}}
+  - {index: 1, signed_byte: -3, name: '', mac: 02:00:5e:00:53:01, seen: 5000, part: {stale: 0x77}}
+)");
+  }
+
+  // Makes the table's order useless: entries are found by their keys alone.
+  void DamageOrder(std::string_view table) {
+    const auto source = arena_.Source();
+    const tbm::TableShape &shape = source->View(*ThingsLayout().FindTable(table))->shape();
+    auto *log = reinterpret_cast<tbm::LogEntry *>(reinterpret_cast<char *>(arena_.arena().header()) +
+                                                  shape.logOffset);
+    for (uint32_t i = 0; i < 2 * shape.logRoom; ++i) {
+      if (log[i].ref == 0) continue;
+      log[i].ref = 0x7fffffff;
+    }
+  }
+
+  std::string Sorted(std::string_view sort, uint64_t limit = UINT64_MAX,
+                     std::string_view field = "index") const {
+    ListRequest request = Request("things", {});
+    request.sort = sort;
+    request.limit = limit;
+    std::string lines = List(RecordFormat::kCsv, request, field);
+    std::string values;
+    for (size_t at = lines.find('\n') + 1; at < lines.size(); at = lines.find('\n', at) + 1)
+      values += (values.empty() ? "" : " ") + lines.substr(at, lines.find('\r', at) - at);
+    return values;
+  }
+};
+
+TEST_F(ListTest, InTheOrderOfInsertion) {
+  EXPECT_EQ(Values("things", {}), "4 2 9 1");
+  EXPECT_EQ(Values("list", {}, "value"), "3 1 2 3");
+}
+
+TEST_F(ListTest, WholeKeysAreLookedUp) {
+  for (const std::string_view table : {"things", "owned", "list", "route"}) DamageOrder(table);
+  EXPECT_EQ(Values("things", {"index=9"}), "9");
+  EXPECT_EQ(Values("things", {"name=c", "index=9"}), "9");
+  EXPECT_EQ(Values("things", {"index=9", "name=b"}), "");
+  EXPECT_EQ(Values("things", {"index=10"}), "");
+  EXPECT_EQ(Values("owned", {"kind=0", "number=1", "place=2"}, "word"), "3");
+  EXPECT_EQ(Values("route", {"length=24", "vpn=0", "destination=192.0.2.0"}, "length"), "24");
+  EXPECT_EQ(Values("route", {"length=24", "vpn=0", "destination=192.0.2.1"}, "length"), "");
+  // All else walks, which the damage shows.
+  const std::string astray = "index\r\n#error: the table things of " + directory_.File("arena") +
+                             " is damaged (its order leads astray)\r\n!the table things of " +
+                             directory_.File("arena") + " is damaged (its order leads astray)";
+  EXPECT_EQ(List(RecordFormat::kCsv, Request("things", {"index>=9"}), "index"), astray);
+  EXPECT_EQ(List(RecordFormat::kCsv, Request("things", {"name=c"}), "index"), astray);
+  EXPECT_EQ(List(RecordFormat::kCsv, Request("things", {}), "index"), astray);
+}
+
+TEST_F(ListTest, ListsOfOneKeyAndGroupsAreWalkedAlone) {
+  for (const std::string_view table : {"list", "owned"}) DamageOrder(table);
+  EXPECT_EQ(Values("list", {"owner=9"}, "value"), "3 2 3");
+  EXPECT_EQ(Values("list", {"owner=9", "value=3"}, "value"), "3 3");
+  EXPECT_EQ(Values("list", {"owner=7"}, "value"), "");
+  EXPECT_EQ(Values("owned", {"kind=0", "number=1"}, "word"), "1 3");
+  EXPECT_EQ(Values("owned", {"kind=0", "number=1", "place>2"}, "word"), "1");
+  EXPECT_EQ(Values("owned", {"kind=0", "number=3"}, "word"), "");
+  EXPECT_NE(List(RecordFormat::kCsv, Request("owned", {"number=1"})).find("leads astray"), std::string::npos);
+}
+
+TEST_F(ListTest, WholeKeyTakesAValueForEachField) {
+  const TableLayout &route = *ThingsLayout().FindTable("route");
+  const auto key = [&](std::initializer_list<std::string_view> where) {
+    const auto found = WholeKey(route, Request("route", where).where);
+    return found ? Hex(*found) : "none";
+  };
+  EXPECT_EQ(key({"length=24", "vpn=1", "destination=192.0.2.0"}), "18000100 c0000200");
+  EXPECT_EQ(key({"destination=192.0.2.0", "vpn=1", "length=24"}), "18000100 c0000200");
+  EXPECT_EQ(key({"length=24", "vpn=1"}), "none");
+  EXPECT_EQ(key({"length=24", "vpn>=1", "destination=192.0.2.0"}), "none");
+  EXPECT_EQ(key({"length=24", "vpn=1", "destination=192.0.2.0/24"}), "none");
+  const auto index = WholeKey(*ThingsLayout().FindTable("things"), Request("things", {"index=7"}).where);
+  ASSERT_TRUE(index);
+  EXPECT_EQ(Hex(*index), "00000500 07000000");
+}
+
+TEST_F(ListTest, Sorting) {
+  EXPECT_EQ(Sorted("index"), "1 2 4 9");
+  EXPECT_EQ(Sorted("-index"), "9 4 2 1");
+  EXPECT_EQ(Sorted("signed_byte"), "2 1 9 4");  // equal ones as they came
+  EXPECT_EQ(Sorted("-signed_byte"), "4 9 2 1");
+  EXPECT_EQ(Sorted("name"), "1 2 4 9");
+  EXPECT_EQ(Sorted("-name"), "9 4 2 1");
+  EXPECT_EQ(Sorted("mac"), "1 2 4 9");
+  EXPECT_EQ(Sorted("seen"), "4 9 2 1");
+  EXPECT_EQ(Sorted("-seen"), "1 2 9 4");
+  EXPECT_EQ(Sorted("numbers[1]"), "4 2 9 1");
+  EXPECT_EQ(Sorted("part.a"), "2 9 1 4");  // what is not there counts as 0
+}
+
+TEST_F(ListTest, SortingWithALimitKeepsTheFirst) {
+  EXPECT_EQ(Sorted("index", 4), "1 2 4 9");
+  EXPECT_EQ(Sorted("index", 2), "1 2 #truncated behind 2 records");
+  EXPECT_EQ(Sorted("-index", 3), "9 4 2 #truncated behind 3 records");
+  EXPECT_EQ(Sorted("signed_byte", 1), "2 #truncated behind 1 records");
+  EXPECT_EQ(Sorted("index", 0), "#truncated behind 0 records");
+}
+
+TEST_F(ListTest, SortedByThousands) {
+  Load("things:\n  - {repeat: 200, index: {from: 1000, step: 1}, word: {from: 5000, step: -7}}\n");
+  ListRequest request = Request("things", {"index>=1000"});
+  request.sort = "word";
+  request.limit = 5;
+  EXPECT_EQ(List(RecordFormat::kCsv, request, "index"),
+            "index\r\n1199\r\n1198\r\n1197\r\n1196\r\n1195\r\n#truncated behind 5 records\r\n");
+}
+
+TEST_F(ListTest, WrongSortFields) {
+  const auto refusal = [&](std::string_view sort) {
+    ListRequest request = Request("things", {});
+    request.sort = sort;
+    const std::string answer = List(RecordFormat::kCsv, request, "index");
+    return answer.substr(answer.find('!') + 1);
+  };
+  EXPECT_EQ(refusal("indx"), R"(things has no field "indx" (did you mean index?))");
+  EXPECT_EQ(refusal("numbers"), R"(--sort "numbers" is not one value (name an element or field))");
+  EXPECT_EQ(refusal("-pairs"), R"(--sort "-pairs" is not one value (name an element or field))");
+}
+
+TEST_F(ListTest, CountsAlone) {
+  const auto source = arena_.Source();
+  ListRequest request = Request("things", {"signed_byte=-3"});
+  EXPECT_EQ(RunList(*source, request, nullptr).count, 2u);
+  request.limit = 1;
+  const ListResult result = RunList(*source, request, nullptr);
+  EXPECT_EQ(result.count, 1u);
+  EXPECT_TRUE(result.truncated);
+}
+
+TEST_F(ListTest, FailuresShowInEachForm) {
+  DamageOrder("list");
+  const std::string line =
+      "the table list of " + directory_.File("arena") + " is damaged (its order leads astray)";
+  const ListRequest request = Request("list", {});
+  EXPECT_EQ(List(RecordFormat::kJson, request), "{\"table\":\"list\",\"id\":2,\"records\":[\n!" + line);
+  EXPECT_EQ(List(RecordFormat::kJsonLines, request), "{\"error\":\"" + line + "\"}\n!" + line);
+  EXPECT_EQ(List(RecordFormat::kCsv, request), "owner,value\r\n#error: " + line + "\r\n!" + line);
+  EXPECT_EQ(List(RecordFormat::kColumns, request), "error: " + line + "\n!" + line);
+  const std::string yaml = List(RecordFormat::kYaml, request);
+  EXPECT_EQ(yaml, "list:\n@error: " + line + "\n!" + line);
+  // Nobody loads a part for the whole, nor when it failed behind some entries.
+  const std::string text = yaml.substr(0, yaml.find('!'));
+  for (const std::string &cut : {text, "list:\n  - {owner: 1, value: 2}" + text.substr(text.find('\n'))}) {
+    const std::string refusal = ErrorOf([&] { Scenario::FromText("s.yaml", cut, ThingsLayout()); });
+    EXPECT_TRUE(refusal.find(": YAML syntax: ") != refusal.npos) << cut << refusal;
+  }
+}
+
+TEST_F(ListTest, OfTablesThatTheArenaHasNotOrHasOtherwise) {
+  EXPECT_EQ(ErrorOf([&] {
+              const auto source = arena_.Source();
+              EntryReader(*source, *ThingsLayout().FindTable("filler_9"));
+            }),
+            "this engine has no table filler_9 (\"nqecli usage\" lists those it has)");
+  const auto other = RecordSource::OfSnapshot(directory_.File("arena"), Layout::BuiltIn());
+  EXPECT_EQ(ErrorOf([&] { EntryReader(*other, Layout::BuiltIn().Table(1)); }),
+            "the table " + std::string(Layout::BuiltIn().Table(1).shortName) + " of " +
+                directory_.File("arena") +
+                " was made with another layout (its engine has nqed --layout; ask with show)");
+}
+
+// A live engine's entries come and go under the reader.
+TEST_F(ListTest, WalksOfWhatChanges) {
+  const auto source = arena_.LiveSource();
+  EntryReader reader(*source, *ThingsLayout().FindTable("things"));
+  ASSERT_TRUE(reader.Next());
+  const tbm::Place first = reader.entry().place;
+  const uint32_t keys[][2] = {{0x50000, 4}, {0x50000, 2}, {0x50000, 77}};
+  std::vector<uint8_t> record(ThingsLayout().Table(0).spec.StoredSize());
+  ASSERT_EQ(arena_.writer().Remove(0, keys[0]), 0);
+  ASSERT_EQ(arena_.writer().Remove(0, keys[1]), 0);
+  ASSERT_EQ(arena_.writer().Insert(0, keys[2], record.data(), nullptr), 0);
+  EXPECT_FALSE(reader.Again(first));
+  std::string walked;
+  while (reader.Next())
+    walked += std::to_string(ThingsLayout().Table(0).key.Find("index")->ref.Get(reader.entry().key)) + " ";
+  EXPECT_EQ(walked, "9 1 ");  // what came after the walk began is not part of it
+  EXPECT_TRUE(reader.Find(reinterpret_cast<const uint8_t *>(keys[2])));
+  EXPECT_TRUE(reader.At(reader.entry().address));
+  EXPECT_FALSE(reader.At(reader.entry().address + 1));
+}
+
+}  // namespace
+}  // namespace qdt::host
