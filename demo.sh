@@ -5,11 +5,11 @@ set -euo pipefail
 cd "$(dirname "$0")"
 . scripts/common.sh
 
-need_packages g++ cmake ninja-build pkg-config libyaml-cpp-dev rapidjson-dev libsqlite3-dev libyang2-dev libnetconf2-dev libssh-dev libyuma-base \
-  openssh-client python3 python3-ncclient graphviz
+need_packages g++ cmake ninja-build pkg-config libyaml-cpp-dev rapidjson-dev libyang2-dev libnetconf2-dev libssh-dev libyuma-base \
+  libsqlite3-dev openssh-client python3 python3-ncclient graphviz
 echo "building (once; the first time takes a minute or two) ..."
 configure release
-compile release --target nqed nqecli nqecli-agent omad qdt_util >build/demo.log 2>&1 || { tail -n 40 build/demo.log; exit 1; }
+compile release --target nqed nqecli nqecli-agent nqecli-sql omad qdt_util >build/demo.log 2>&1 || { tail -n 40 build/demo.log; exit 1; }
 
 work=$(mktemp -d)
 engine= agent=
@@ -185,6 +185,14 @@ printf '\n$ python3 examples/netconf_client.py %s operator get\n' "$port"
 kill "$agent"
 wait "$agent" || true
 agent=
+
+heading "Questions in SQL: routes that lead nowhere, the way of a packet, who talks behind a NAT address (docs/sql.md has more)"
+show sql "SELECT vpn, destination, prefix, next_hop FROM fib WHERE next_hop LIKE '%/stale' OR next_hop IS NULL"
+show sql "SELECT f.destination, f.prefix, n.\"index\" AS nhp, i.reference AS interface FROM fib f
+  JOIN nhp n ON n._address = f.next_hop_address LEFT JOIN nhp_fwdifs i ON i._address = n._address
+  WHERE f.match = '192.0.2.150'"
+show sql "SELECT new_source AS nat_address, count(*) AS sessions, count(DISTINCT positive_source) AS stations
+  FROM session WHERE nat_source GROUP BY 1"
 
 heading "What a wrong key answers"
 show diag search nqpTable 1 0 4711 0 0

@@ -92,6 +92,13 @@ def route_change_row(words, result):
             f"{result['bytes']:,.0f}"], took <= ROUTE_CHANGE_NS if result["goal_ns"] else None
 
 
+def sql_row(words, result):
+    took = result["real_time"] * {"ns": 1, "us": 1e3, "ms": 1e6}[result["time_unit"]]
+    goal = result["goal_ns"]
+    shown = [f"{value / 1e6:.2f} ms" if value >= 1e6 else f"{value / 1e3:.2f} us" for value in (took, goal)]
+    return [result["run_name"].split("/", 1)[1], shown[0], shown[1] if goal else ""], took <= goal if goal else None
+
+
 def cli_row(words, result):
     met = result["nqecli_ms"] < CLI_MS and result["ratio"] <= CLI_RATIO
     if words[0].startswith("list"):
@@ -115,6 +122,7 @@ TABLES = {
     "cost": (cost_row, ["costs", "median", "at most"]),
     "route": (route_row, ["routes", "number", "destinations", "median", "a map a length"]),
     "routechange": (route_change_row, ["routes", "number", "insertion", "removal", "bytes a route"]),
+    "sql": (sql_row, ["SQL", "median", "at most"]),
     "cli": (cli_row, ["nqecli", "exec to exit", "/bin/true", "ratio"]),
 }
 

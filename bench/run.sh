@@ -22,12 +22,12 @@ quietly() {
 }
 
 quietly cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release -DQDT_BUILD_BENCH=ON -DQDT_BUILD_TESTS=OFF
-quietly cmake --build "$build" --parallel 2 --target views_bench table_bench session_bench route_bench nqecli nqed
+quietly cmake --build "$build" --parallel 2 --target views_bench table_bench session_bench route_bench sql_bench nqecli nqecli-sql nqed
 # The tables' own program repeats what it measures and takes the least; the views' takes the median of 200 turns.
-for bench in views table session route; do
+for bench in views table session route sql; do
   case $bench in
     table | route) times=3 ;;
-    views) times=5 ;;
+    views | sql) times=5 ;;
     *) times=$repetitions ;;
   esac
   quietly "$build/bin/${bench}_bench" --benchmark_repetitions="$times" \
@@ -36,5 +36,7 @@ done
 rm -f "$build.log"
 /usr/bin/python3 "$root/bench/cli_bench.py" "$build/bin" "$runs" >"$build/cli.json"
 
+/usr/bin/python3 "$root/bench/sql_bench.py" "$build/bin" "$runs" >"$build/sql_exec.json"
+
 /usr/bin/python3 "$root/bench/report.py" "$build/views.json" "$build/table.json" "$build/session.json" \
-  "$build/route.json" "$build/cli.json"
+  "$build/route.json" "$build/sql.json" "$build/sql_exec.json" "$build/cli.json"

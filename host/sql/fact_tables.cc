@@ -8,6 +8,7 @@
 #include "host/layout/value_text.h"
 #include "host/query/statistics.h"
 #include "host/record/record_rows.h"
+#include "host/regions/statistics.h"
 #include "host/sql/fact_module.h"
 
 namespace qdt::host {
@@ -85,6 +86,7 @@ FactTable StatisticsTable() {
            {"core", "INTEGER", "the forwarding core, from 0"},
            {"value", "INTEGER", "what it has counted"}},
           [](const RecordSource &source, std::vector<Row> *rows) {
+            if (source.arena().FindRegion(kStatisticsRegion, nullptr) == nullptr) return;
             for (const Counter &counter : ReadCounters(source, "").counters) {
               for (size_t core = 0; core < counter.cores.size(); ++core) {
                 FactTable::Value name;

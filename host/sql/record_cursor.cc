@@ -13,6 +13,9 @@ namespace {
 // Rows between two looks whether the engine still lives, which are system calls.
 constexpr uint32_t kRowsBetweenLooks = 1024;
 
+// Arenas that a thread walks before it hands them over: waking a thread takes as long as walking a small one.
+constexpr size_t kScannedAtOnce = 4;
+
 size_t Threads() { return std::max<size_t>(std::thread::hardware_concurrency(), 1); }
 
 }  // namespace
@@ -29,10 +32,12 @@ bool RecordCursor::IsParallel() const { return plan_ == Plan::kWalk && isMany_; 
 void RecordCursor::Begin(Plan plan, std::vector<uint8_t> key) {
   plan_ = plan;
   key_ = std::move(key);
+  ready_.clear();
   ahead_.clear();
   nextArena_ = onlyArena_.value_or(0);
   // Of none at all the first is asked for as well, which says so.
   endArena_ = onlyArena_ ? nextArena_ + 1 : std::max<size_t>(arenas_.size(), 1);
+  nextScan_ = nextArena_;
   isMany_ = endArena_ - nextArena_ > 1;
   inArena_ = false;
   element_ = elements_ = 0;
@@ -86,31 +91,57 @@ void RecordCursor::UseArena(size_t i) {
   reader_.reset();
   arena_ = i;
   if (IsParallel()) {
-    Scanned scanned = ahead_.front().get();
-    ahead_.erase(ahead_.begin());
-    source_ = std::move(scanned.source);
-    places_ = std::move(scanned.places);
-    place_ = 0;
+    TakeScanned();
   } else {
     source_ = arenas_.View(i);
   }
   reader_ = std::make_unique<EntryReader>(*source_, table_.layout());
 }
 
-void RecordCursor::ScanAhead() {
-  // The set itself may change meanwhile, on the statement's thread.
-  const auto scan = [&layout = table_.layout()](const auto &open) {
-    Scanned scanned;
+RecordCursor::Scanned RecordCursor::Scan(const Opener &open, const TableLayout &table, bool unread) {
+  Scanned scanned;
+  try {
     scanned.source = open();
-    EntryReader reader(*scanned.source, layout);
-    scanned.places.reserve(reader.Count());
+    EntryReader reader(*scanned.source, table);
+    // A damaged arena may say any number.
+    if (!unread) scanned.places.reserve(std::min(reader.Count(), 1u << 20));
     tbm::Place place;
-    while (reader.NextPlace(&place)) scanned.places.push_back(place);
-    return scanned;
-  };
-  while (ahead_.size() < Threads() && nextArena_ + ahead_.size() < endArena_) {
-    ahead_.push_back(std::async(std::launch::async, scan, arenas_.Opener(nextArena_ + ahead_.size())));
+    for (; reader.NextPlace(&place); ++scanned.count) {
+      if (!unread) scanned.places.push_back(place);
+    }
+  } catch (const std::exception &) {
+    scanned.error = std::current_exception();
   }
+  return scanned;
+}
+
+void RecordCursor::ScanAhead() {
+  while (ahead_.size() < Threads() && nextScan_ < endArena_) {
+    // The set itself may change meanwhile, on the statement's thread.
+    std::vector<Opener> openers;
+    while (openers.size() < kScannedAtOnce && nextScan_ < endArena_)
+      openers.push_back(arenas_.Opener(nextScan_++));
+    const auto scan = [openers = std::move(openers), &table = table_.layout(), unread = unread_] {
+      std::deque<Scanned> all;
+      for (const Opener &open : openers) all.push_back(Scan(open, table, unread));
+      return all;
+    };
+    ahead_.push_back(std::async(std::launch::async, scan));
+  }
+}
+
+// The next arena's places.
+void RecordCursor::TakeScanned() {
+  if (ready_.empty()) {
+    ready_ = ahead_.front().get();
+    ahead_.erase(ahead_.begin());
+    ScanAhead();
+  }
+  scanned_ = std::move(ready_.front());
+  ready_.pop_front();
+  place_ = 0;
+  if (scanned_.error != nullptr) std::rethrow_exception(scanned_.error);
+  source_ = std::move(scanned_.source);
 }
 
 bool RecordCursor::NextArena() {
@@ -118,16 +149,15 @@ bool RecordCursor::NextArena() {
   if (IsParallel()) ScanAhead();
   UseArena(nextArena_);
   ++nextArena_;
-  if (IsParallel()) ScanAhead();
   inArena_ = true;
   asked_ = false;
   return true;
 }
 
 bool RecordCursor::NextScanned() {
-  while (place_ < places_.size()) {
-    const tbm::Place &place = places_[place_++];
-    if (unread_ || reader_->Again(place)) return true;
+  while (place_ < scanned_.count) {
+    const size_t i = place_++;
+    if (unread_ || reader_->Again(scanned_.places[i])) return true;
   }
   return false;
 }

@@ -2,6 +2,8 @@
 #define HOST_SQL_RECORD_CURSOR_H_
 
 #include <cstdint>
+#include <deque>
+#include <exception>
 #include <functional>
 #include <future>
 #include <memory>
@@ -56,10 +58,13 @@ class RecordCursor {
 
  private:
   enum class Plan : uint8_t { kNothing, kWalk, kKey, kGroup, kAddress, kMatch, kIndexed };
-  // An arena with the places of its entries in their order, for a walk over many.
+  // An arena with the places of its entries in their order, for a walk over many. When nobody is going to
+  // look at them their number is enough.
   struct Scanned {
     std::unique_ptr<RecordSource> source;
     std::vector<tbm::Place> places;
+    size_t count = 0;
+    std::exception_ptr error;  // that is to be thrown when the walk comes to this arena
   };
 
   void Begin(Plan plan, std::vector<uint8_t> key);
@@ -71,7 +76,10 @@ class RecordCursor {
   bool FindRoute();
   bool FirstElement();
   void UseArena(size_t i);
+  using Opener = std::function<std::unique_ptr<RecordSource>()>;
+  static Scanned Scan(const Opener &open, const TableLayout &table, bool unread);
   void ScanAhead();
+  void TakeScanned();
   void SetElement(uint32_t element);
   ColumnIndex MakeIndex(const std::function<uint64_t()> &hashOf);
   bool IsParallel() const;
@@ -94,8 +102,10 @@ class RecordCursor {
   std::unique_ptr<EntryReader> reader_;
   uint32_t sinceCheck_ = 0;
 
-  std::vector<std::future<Scanned>> ahead_;  // of the arenas from nextArena_ on
-  std::vector<tbm::Place> places_;
+  std::deque<Scanned> ready_;                            // of the arenas from nextArena_ on
+  std::vector<std::future<std::deque<Scanned>>> ahead_;  // of those behind them
+  size_t nextScan_ = 0;                                  // the first behind all of these
+  Scanned scanned_;                                      // its source is source_
   size_t place_ = 0;
 
   uint32_t element_ = 0;

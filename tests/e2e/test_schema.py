@@ -109,13 +109,14 @@ def test_chosen_fields(campus, whole, tables):
 
 def records_in(data):
     """(offset, size) of each record of an arena file, with what is attached to it; docs/arena.md has the map."""
-    tables, = struct.unpack_from("<I", data, 40)
+    version, tables = (struct.unpack_from("<I", data, at)[0] for at in (8, 40))
+    assert version == 4, "the offsets below are those of another format"
     directory, = struct.unpack_from("<Q", data, 48)
-    for shape in range(directory, directory + 104 * tables, 104):
+    for shape in range(directory, directory + 112 * tables, 112):
         defined, record, capacity, slot, attached = (
             struct.unpack_from(form, data, shape + at)[0]
             for form, at in (("<H", 2), ("<I", 4), ("<I", 12), ("<I", 32), ("<I", 36)))
-        slab, = struct.unpack_from("<Q", data, shape + 88)
+        slab, = struct.unpack_from("<Q", data, shape + 96)
         for at in range(slab, slab + capacity * slot, slot) if defined else ():
             if any(data[at:at + 8]):
                 yield at + 16, record + attached

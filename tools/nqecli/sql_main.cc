@@ -283,7 +283,9 @@ class Connection {
     std::string message = Printable(sqlite3_errmsg(handle_));
     constexpr std::string_view kNoTable = "no such table: ";
     if (message.starts_with(kNoTable)) {
-      const std::string nearest = host::NearestSqlTable(message.substr(kNoTable.size()));
+      // "main.fib" names the same.
+      const size_t name = std::max(kNoTable.size(), message.rfind('.') + 1);
+      const std::string nearest = host::NearestSqlTable(message.substr(name));
       message += nearest.empty() ? "; \"nqecli sql --schema\" lists them" : "; did you mean " + nearest + "?";
     }
     return message;
@@ -363,10 +365,10 @@ ExitCode Sql(host::Arguments arguments) {
   const Words words = ReadWords(arguments);
   if (words.help) return Print(kHelp);
   if (words.plain.size() > 1) throw HostError("sql takes one text of statements; put it between quotes");
-  const std::vector<std::string> files =
-      words.place.saved() ? FilesOf(words.place.snapshot) : std::vector<std::string>{};
   const bool many = words.place.snapshot.find_first_of("*?[") != std::string::npos;
   if (words.schema) return Print(host::SqlSchema(words.plain.empty() ? "" : words.plain.front(), many));
+  const std::vector<std::string> files =
+      words.place.saved() ? FilesOf(words.place.snapshot) : std::vector<std::string>{};
   const auto arenas = std::make_shared<host::ArenaSet>(many);
   for (const std::string &file : files) arenas->Add(host::SnapshotAt(file));
   if (files.empty())
