@@ -45,6 +45,13 @@ class Filler {
   // Brings the arena up to date, when changes() is readable; reads what makes it so. Short, as clients wait
   // meanwhile: what is left over makes changes() readable still. Does not throw.
   virtual void Follow(const FillTarget & /*target*/) {}
+
+  // Whether the engine is to take out the table's entries whose time is over. Who takes them out himself says no;
+  // then only those leave that a client has ended.
+  virtual bool AgesIn(uint32_t /*table*/) const { return true; }
+
+  // An entry of a table that ages is about to be taken out by the engine.
+  virtual void Leaves(uint32_t /*table*/, const void * /*entry*/) {}
 };
 
 }  // namespace qdt::host
