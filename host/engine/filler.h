@@ -38,6 +38,9 @@ class Filler {
   // Fills the new arena, before anybody else sees it. Throws HostError with one line for the user.
   virtual void Fill(const FillTarget &target) = 0;
 
+  // What it has found that it cannot give, one line; empty when there is nothing. To be asked when it has filled.
+  virtual std::string missing() const { return {}; }
+
   // A file that is readable when there is something to follow, always the same; -1: nothing changes. Who has
   // several files, or keeps time as well, gives an epoll descriptor with a timerfd among them.
   virtual int changes() const { return -1; }

@@ -95,8 +95,12 @@ void Dumper::Start() {
 }
 
 void Dumper::Step(bool wait) {
-  if (!running_) return;
   if (ending_) return Finish();
+  if (!running_) {
+    // What comes without a dump is an answer that nobody waits for.
+    socket_.Receive(false, [](const Message &) {});
+    return;
+  }
   const auto result = socket_.Receive(wait, [this](const Message &message) {
     if (over_ || message.header->nlmsg_seq != asked_) return;
     interrupted_ |= (message.flags & NLM_F_DUMP_INTR) != 0;

@@ -50,7 +50,7 @@ class Dumper {
 
   // Begins with the next dump, if none runs.
   void Start();
-  // One piece of the dump that runs. Waits for it when told to.
+  // One piece of the dump that runs. Waits for it when told to. Takes away what waits on the socket without one.
   void Step(bool wait);
 
  private:

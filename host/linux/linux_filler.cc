@@ -10,6 +10,8 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "host/linux/connections.h"
+#include "host/linux/kernel_statistics.h"
 #include "host/linux/mirror.h"
 
 namespace qdt::host {
@@ -80,6 +82,9 @@ void LinuxFiller::Fill(const FillTarget &target) {
   }
   mirror_ = std::make_unique<Mirror>(target, where_, options_.buffer);
   mirror_->Load();
+  OpenConnections(target);
+  statistics_ = std::make_unique<KernelStatistics>(where_);
+  statistics_->Update(mirror_->links().Total().inPackets, &target.statistics);
   Watch(mirror_->notifications());
   Watch(mirror_->dumps());
   Watch(again_.get());
@@ -89,14 +94,37 @@ void LinuxFiller::Fill(const FillTarget &target) {
   Watch(timer_.get());
 }
 
-void LinuxFiller::Follow(const FillTarget &) {
+void LinuxFiller::OpenConnections(const FillTarget &target) {
+  try {
+    connections_ = std::make_unique<Connections>(target, where_, options_.buffer);
+    connections_->Load();
+    if (!connections_->shown()) throw HostError("the kernel does not show tracked connections");
+    Watch(connections_->notifications());
+    Watch(connections_->dumps());
+  } catch (const HostError &error) {
+    connections_.reset();
+    missing_ = std::string("no sessions: ") + error.what();
+    syslog(LOG_WARNING, "%s", missing_.c_str());
+  }
+}
+
+void LinuxFiller::Leaves(uint32_t table, const void *entry) {
+  if (connections_ != nullptr) connections_->Leaves(table, entry);
+}
+
+void LinuxFiller::Follow(const FillTarget &target) {
   Drain(again_.get());
   uint64_t ticks = 0;
   const bool tick = read(timer_.get(), &ticks, sizeof ticks) == sizeof ticks;
   if (IsNamespaceGone()) return LoseNamespace();
   if (mirror_ == nullptr) return;
-  if (tick) mirror_->WantCounters();
-  if (!mirror_->Follow()) return;
+  if (tick) {
+    mirror_->WantCounters();
+    statistics_->Update(mirror_->links().Total().inPackets, &target.statistics);
+  }
+  bool more = mirror_->Follow();
+  if (connections_ != nullptr) more |= connections_->Follow();
+  if (!more) return;
   const uint64_t one = 1;
   [[maybe_unused]] const ssize_t written = write(again_.get(), &one, sizeof one);
 }
@@ -112,6 +140,9 @@ bool LinuxFiller::IsNamespaceGone() {
 void LinuxFiller::LoseNamespace() {
   syslog(LOG_WARNING, "the network namespace %s is gone; its entries leave", options_.netns.c_str());
   mirror_->Clear();
+  if (connections_ != nullptr) connections_->Clear();
+  connections_.reset();
+  statistics_.reset();
   mirror_.reset();
   where_ = NetworkNamespace();
 }

@@ -12,6 +12,8 @@
 
 namespace qdt::host {
 
+class Connections;
+class KernelStatistics;
 class Mirror;
 
 struct LinuxOptions {
@@ -35,10 +37,15 @@ class LinuxFiller : public Filler {
   void Fill(const FillTarget &target) override;
   int changes() const override { return changes_.get(); }
   void Follow(const FillTarget &target) override;
+  bool AgesIn(uint32_t) const override { return false; }
+  void Leaves(uint32_t table, const void *entry) override;
+
+  std::string missing() const override { return missing_; }
 
  private:
   void Watch(int fd);
   bool IsNamespaceGone();
+  void OpenConnections(const FillTarget &target);
   void LoseNamespace();
 
   LinuxOptions options_;
@@ -46,7 +53,9 @@ class LinuxFiller : public Filler {
   std::unique_ptr<ScenarioFiller> scenario_;
   UniqueFd changes_, timer_, again_, names_;
   std::unique_ptr<Mirror> mirror_;
-  std::vector<int> watched_;
+  std::unique_ptr<Connections> connections_;
+  std::unique_ptr<KernelStatistics> statistics_;
+  std::string missing_;
 };
 
 }  // namespace qdt::host

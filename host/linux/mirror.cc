@@ -1,27 +1,16 @@
 #include "host/linux/mirror.h"
 
 #include <linux/rtnetlink.h>
-#include <syslog.h>
 
 namespace qdt::host {
 namespace {
 
-constexpr int kDumpBuffer = 4 << 20;
-constexpr uint32_t kAll = BitOf(Dump::kCounters) - 1;  // those before it
-constexpr int kMostDumps = 60;                         // while the engine starts
-// Clients wait meanwhile.
-constexpr auto kShort = std::chrono::milliseconds(1);
-constexpr int kMostBuffers = 64;
-// Dumps wait for the end of a burst of changes, but not for longer.
-constexpr auto kLongBurst = std::chrono::milliseconds(100);
-
-using Clock = std::chrono::steady_clock;
+constexpr uint32_t kDumps = 2 * BitOf(Dump::kCounters) - 1;  // those up to it
 
 }  // namespace
 
 Mirror::Mirror(const FillTarget &target, const NetworkNamespace &where, int buffer)
-    : notifications_(where, NETLINK_ROUTE, buffer),
-      dumpSocket_(where, NETLINK_ROUTE, kDumpBuffer),
+    : Feed(where, NETLINK_ROUTE, kDumps, buffer),
       links_(target),
       bridges_(target, &links_),
       fdb_(target),
@@ -31,64 +20,16 @@ Mirror::Mirror(const FillTarget &target, const NetworkNamespace &where, int buff
       nextHops4_(target, kIpv4, links_, neighbours_, objects_),
       nextHops6_(target, kIpv6, links_, neighbours_, objects_),
       routes4_(target, &nextHops4_),
-      routes6_(target, &nextHops6_),
-      dumper_(&dumpSocket_, kAll | BitOf(Dump::kCounters),
-              {[this](Dump dump) { Begin(dump); },
-               [this](Dump dump, const Message &message) { TakeDump(dump, message); },
-               [this](Dump dump, bool complete) { return End(dump, complete); }}) {
+      routes6_(target, &nextHops6_) {
   objects_.SetFamilies(&nextHops4_, &nextHops6_);
-  // Before the first dump, so that nothing falls between the two.
-  for (const int group : {RTNLGRP_LINK, RTNLGRP_NEIGH, RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV6_IFADDR, RTNLGRP_IPV4_ROUTE,
-                          RTNLGRP_IPV6_ROUTE, RTNLGRP_NEXTHOP, RTNLGRP_MDB, RTNLGRP_BRVLAN})
-    notifications_.Join(group);
+  // A kernel without some of them has nothing to tell there.
+  constexpr int kGroups[] = {RTNLGRP_LINK,       RTNLGRP_NEIGH,      RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV6_IFADDR,
+                             RTNLGRP_IPV4_ROUTE, RTNLGRP_IPV6_ROUTE, RTNLGRP_NEXTHOP,     RTNLGRP_MDB,
+                             RTNLGRP_BRVLAN};
+  Join(kGroups);
 }
 
-void Mirror::Load() {
-  dumper_.Want(kAll);
-  // A dump that is interrupted again and again may go on when clients are served.
-  for (int i = 0; i < kMostDumps && !dumper_.idle(); ++i) {
-    dumper_.Start();
-    while (dumper_.running()) dumper_.Step(true);
-    Settle();
-  }
-}
-
-bool Mirror::FollowNotifications() {
-  const auto until = Clock::now() + kShort;
-  for (int i = 0; i < kMostBuffers && Clock::now() < until; ++i) {
-    switch (notifications_.Receive(false, [this](const Message &message) { TakeNotification(message); })) {
-      case NetlinkSocket::Received::kSome:
-        break;
-      case NetlinkSocket::Received::kLost:
-        if (!lostSaid_) syslog(LOG_WARNING, "the kernel has lost notifications; comparing with its dumps");
-        lostSaid_ = true;
-        dumper_.Want(kAll);
-        break;
-      case NetlinkSocket::Received::kNothing:
-      case NetlinkSocket::Received::kFailed:
-        return false;
-    }
-  }
-  return true;
-}
-
-bool Mirror::Follow() {
-  const bool more = FollowNotifications();
-  Settle();
-  if (dumper_.running()) {
-    dumper_.Step(false);
-    Settle();
-    return more || dumper_.ending() || dumper_.waiting();
-  }
-  if (dumper_.idle()) return more;
-  if (!bursting_) burst_ = Clock::now();
-  bursting_ = more;
-  if (!more || Clock::now() - burst_ > kLongBurst) {
-    bursting_ = false;
-    dumper_.Start();
-  }
-  return true;
-}
+void Mirror::WantCounters() { Want(BitOf(Dump::kCounters)); }
 
 void Mirror::TakeNotification(const Message &message) {
   const auto family = message.Head<uint8_t>() != nullptr ? *message.Head<uint8_t>() : 0;
@@ -98,10 +39,10 @@ void Mirror::TakeNotification(const Message &message) {
       if (family != AF_BRIDGE) return links_.Take(message, Told::kByNotification);
       // Tells of a port, but not always of all its VLANs.
       links_.TakePort(message);
-      return dumper_.Want(BitOf(Dump::kPorts));
+      return Want(BitOf(Dump::kPorts));
     case RTM_NEWVLAN:
     case RTM_DELVLAN:
-      return dumper_.Want(BitOf(Dump::kPorts));
+      return Want(BitOf(Dump::kPorts));
     case RTM_NEWADDR:
     case RTM_DELADDR:
       return addresses_.Take(message, Told::kByNotification);
@@ -236,32 +177,23 @@ void Mirror::Settle() {
 
 void Mirror::WantSilentlyLost() {
   if (links_.TakeSilentLoss())
-    dumper_.Want(kRouteDumps | BitOf(Dump::kNeighbours) | BitOf(Dump::kFdb) | BitOf(Dump::kMulticast) |
+    Want(kRouteDumps | BitOf(Dump::kNeighbours) | BitOf(Dump::kFdb) | BitOf(Dump::kMulticast) |
                  BitOf(Dump::kPorts) | BitOf(Dump::kAddresses));
   const bool addressGone = addresses_.TakeSilentLoss(), objectGone = objects_.TakeSilentLoss();
-  if (addressGone) dumper_.Want(BitOf(Dump::kNextHops) | BitOf(Dump::kRoutes4));
+  if (addressGone) Want(BitOf(Dump::kNextHops) | BitOf(Dump::kRoutes4));
   const bool missing = nextHops4_.TakeMissing() | nextHops6_.TakeMissing(), isNew = objects_.TakeNew();
-  if (objectGone || (missing && isNew)) dumper_.Want(kRouteDumps);
-  if (routes4_.TakeUnsettled()) dumper_.Want(BitOf(Dump::kRoutes4));
-  if (routes6_.TakeUnsettled()) dumper_.Want(BitOf(Dump::kRoutes6));
+  if (objectGone || (missing && isNew)) Want(kRouteDumps);
+  if (routes4_.TakeUnsettled()) Want(BitOf(Dump::kRoutes4));
+  if (routes6_.TakeUnsettled()) Want(BitOf(Dump::kRoutes6));
 }
 
 void Mirror::WantWhereRoomIs() {
-  if (links_.TakeRoomAgain()) dumper_.Want(BitOf(Dump::kLinks));
-  if (fdb_.TakeRoomAgain()) dumper_.Want(BitOf(Dump::kFdb));
-  if (neighbours_.TakeRoomAgain()) dumper_.Want(BitOf(Dump::kNeighbours));
-  if (addresses_.TakeRoomAgain()) dumper_.Want(BitOf(Dump::kAddresses));
-  if (nextHops4_.TakeRoomAgain() | routes4_.TakeRoomAgain()) dumper_.Want(BitOf(Dump::kRoutes4));
-  if (nextHops6_.TakeRoomAgain() | routes6_.TakeRoomAgain()) dumper_.Want(BitOf(Dump::kRoutes6));
-}
-
-void Mirror::Clear() {
-  for (uint32_t dump = 0; BitOf(static_cast<Dump>(dump)) <= kAll; ++dump) Begin(static_cast<Dump>(dump));
-  // Routes leave before what they lead to.
-  while (routes4_.End(true) || routes6_.End(true)) {
-  }
-  for (uint32_t dump = 0; BitOf(static_cast<Dump>(dump)) <= kAll; ++dump) End(static_cast<Dump>(dump), true);
-  Settle();
+  if (links_.TakeRoomAgain()) Want(BitOf(Dump::kLinks));
+  if (fdb_.TakeRoomAgain()) Want(BitOf(Dump::kFdb));
+  if (neighbours_.TakeRoomAgain()) Want(BitOf(Dump::kNeighbours));
+  if (addresses_.TakeRoomAgain()) Want(BitOf(Dump::kAddresses));
+  if (nextHops4_.TakeRoomAgain() | routes4_.TakeRoomAgain()) Want(BitOf(Dump::kRoutes4));
+  if (nextHops6_.TakeRoomAgain() | routes6_.TakeRoomAgain()) Want(BitOf(Dump::kRoutes6));
 }
 
 uint64_t Mirror::refused() const {

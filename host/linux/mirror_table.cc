@@ -45,6 +45,13 @@ FieldRef MirrorTable::Optional(std::string_view path) {
   return field;
 }
 
+MirrorTable::Structure MirrorTable::Attached(std::string_view name) {
+  const Field *field = usable_ ? layout_->fields.Find(name) : nullptr;
+  usable_ = field != nullptr && field->pointer != 0;
+  if (!usable_) return {};
+  return {{.offset = field->pointer, .size = sizeof(void *)}, field->ref.offset - layout_->spec.searchOffset};
+}
+
 MirrorTable &MirrorTable::New() {
   std::ranges::fill(key_, 0);
   std::ranges::fill(record_, 0);

@@ -28,6 +28,13 @@ class MirrorTable {
   // The same for a field that some of the tables lack; there, what is set goes nowhere.
   FieldRef Optional(std::string_view path);
 
+  // A structure that stands behind the record and that the record points to.
+  struct Structure {
+    FieldRef pointer;
+    uint32_t at = 0;  // bytes from the entry's address
+  };
+  Structure Attached(std::string_view name);
+
   // Begins a new record, all zeros. What is set goes into it and into its key.
   MirrorTable &New();
   MirrorTable &SetKey(const FieldRef &field, WideValue value);

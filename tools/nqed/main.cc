@@ -214,7 +214,7 @@ std::unique_ptr<Filler> MakeLinuxFiller(const CommandLine &line, const Layout &l
 }
 #else
 std::unique_ptr<Filler> MakeLinuxFiller(const CommandLine &, const Layout &) {
-  throw HostError("--linux: not built in (install libnl-3-dev and libnetfilter-conntrack-dev, and build again)");
+  throw HostError("--linux: not built in (install libnl-3-dev and build again)");
 }
 #endif
 
@@ -250,6 +250,8 @@ int RunEngine(const CommandLine &line) {
   if (engine.changes() >= 0) server.AddWatch(engine.changes(), [&engine] { engine.Follow(); });
   if (traffic) server.AddTick(Traffic::kPeriod, [&traffic] { traffic->Tick(); });
 
+  if (const std::string missing = filler->missing(); !missing.empty())
+    std::fprintf(stderr, "nqed: %s\n", missing.c_str());
   const TableUse use = CountEntries();
   // The engine runs on when nobody reads that.
   Write("nqed: ready, pid " + std::to_string(getpid()) + ", arena " + options.arena + ", socket " +
