@@ -8,7 +8,7 @@ namespace {
 struct Sweep {
   const AgingTable &table;
   TableWriter &writer;
-  Filler &filler;
+  Filler *filler;
   uint64_t uptime;
   uint32_t removed;
 };
@@ -18,7 +18,7 @@ int32_t Look(void *entry, void *context) {
   auto &sweep = *static_cast<Sweep *>(context);
   const TableSpec &spec = sweep.table.spec;
   if (sweep.table.IsOver(entry, sweep.uptime)) {
-    sweep.filler.Leaves(spec.id, entry);
+    if (sweep.filler != nullptr) sweep.filler->Leaves(spec.id, entry);
     sweep.removed +=
         sweep.writer.RemoveEntry(spec.id, static_cast<uint8_t *>(entry) + spec.searchOffset) == 0;
   }
@@ -35,7 +35,7 @@ bool AgingTable::IsOver(const void *entry, uint64_t uptime) const {
   return lifetime == 0 || (lifetime != never && uptime >= refreshed.Get(entry) + lifetime);
 }
 
-Aging::Aging(const Layout &layout, TableWriter *writer, Filler *filler) : writer_(*writer), filler_(*filler) {
+Aging::Aging(const Layout &layout, TableWriter *writer, Filler *filler) : writer_(*writer), filler_(filler) {
   for (const uint32_t id : {kFlowPartitionTable, kServerMapTable}) AddTable(layout.Table(id));
 }
 
@@ -43,7 +43,7 @@ void Aging::AddTable(const TableLayout &layout) {
   if (layout.fields.Find("aging_time") == nullptr || layout.fields.Find("refreshed") == nullptr) return;
   AgingTable table{layout.spec, layout.At("aging_time"), layout.At("refreshed"), {}};
   if (layout.fields.Find("valid") != nullptr) table.valid = layout.At("valid");
-  table.endsByRequest = !filler_.AgesIn(layout.spec.id);
+  table.endsByRequest = filler_ != nullptr && !filler_->AgesIn(layout.spec.id);
   tables_.push_back(std::move(table));
 }
 

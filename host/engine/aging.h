@@ -30,9 +30,9 @@ struct AgingTable {
 // highest number that its aging time can hold means never.
 class Aging {
  public:
-  // A table for which the layout has no fields does not age. All must outlive this object; the filler is told what
-  // leaves.
-  Aging(const Layout &layout, TableWriter *writer, Filler *filler);
+  // A table for which the layout has no fields does not age. All must outlive this object. The filler, if there is
+  // one, is told what leaves.
+  Aging(const Layout &layout, TableWriter *writer, Filler *filler = nullptr);
 
   // `uptime` is the present second of the monotonic clock. Returns how many entries were removed. Works on
   // the current arena.
@@ -49,7 +49,7 @@ class Aging {
   void AddTable(const TableLayout &layout);
 
   TableWriter &writer_;
-  Filler &filler_;
+  Filler *filler_;
   std::vector<AgingTable> tables_;
   size_t next_ = 0;  // the table that Step goes on with, and how far it has come in it
   uint64_t uptime_ = 0;

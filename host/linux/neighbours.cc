@@ -70,7 +70,9 @@ void Neighbours::LinkChanged(uint32_t link) {
   const uint32_t vpn = links_.VpnOf(link);
   known_.ForEach([&](const NeighbourId &id, Known &known) {
     if (id.link != link) return;
+    const uint16_t state = known.state;
     if (known.vpn != vpn) Leave(id, &known);
+    known.state = state;
     known.vpn = vpn;
     Join(id, &known);
   });

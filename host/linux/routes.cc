@@ -77,32 +77,49 @@ void Routes<kFamily>::Take(const RouteMessage &message, Told told) {
 template <Family kFamily>
 void Routes<kFamily>::Add(const Key &key, List *list, const RouteMessage &message, Route route, Told told) {
   const auto same = std::ranges::find_if(*list, [&](const Route &r) { return r.Same(route); });
-  const bool byDump = told == Told::kByDump;
-  const Dropped identity{key, route.metric, route.destination, route.tos};
-  const bool isOld = byDump && (dropped_.contains(identity) ||
-                                (same != list->end() && telling_.running() && same->told == telling_.now()));
-  if (isOld) return nextHops_.Release(route.destination);
-  if (!byDump && telling_.running()) dropped_.erase(identity);
-  if (same != list->end()) {
-    nextHops_.Release(route.destination);
+  const bool byDump = told == Told::kByDump, known = same != list->end();
+  if (byDump && known && telling_.running() && same->told == telling_.now()) {
+    // Which of several comes first, the dump may tell otherwise than what has come since it began.
+    unsettled_ |= list->size() > 1;
+    return nextHops_.Release(route.destination);
+  }
+  if (byDump && IsDropped(key, route)) return nextHops_.Release(route.destination);
+  if (!byDump && !dropped_.empty()) dropped_.erase(AsDropped(key, route));
+  if (known) nextHops_.Release(route.destination);
+  if (known && !byDump && message.replaces) {
     *same = route;
     return;
   }
-  const auto alike = [&](const Route &r) { return r.metric == route.metric && r.tos == route.tos; };
-  auto place = list->end();
-  if (!byDump && (message.replaces || route.joins)) {
-    place = std::ranges::find_if(*list, [&](const Route &r) { return alike(r) && r.joins == route.joins; });
-    if (place == list->end() && message.replaces) place = std::ranges::find_if(*list, alike);
-  }
+  // Without a word that it went, the kernel has it anew: behind the others.
+  if (known) list->erase(same);
+  const auto place = known || byDump ? list->end() : Replaced(list, message, route);
   if (place != list->end()) {
     NoteDropped(key, *place);
     nextHops_.Release(place->destination);
     *place = route;
-  } else if (message.appends || byDump || kFamily == kIpv6) {
-    list->insert(std::ranges::upper_bound(*list, route, Before), route);
   } else {
-    list->insert(std::ranges::lower_bound(*list, route, Before), route);
+    list->insert(PlaceFor(list, message, route, byDump), route);
   }
+}
+
+// The one in whose place the kernel has put the route, or the end.
+template <Family kFamily>
+typename Routes<kFamily>::List::iterator Routes<kFamily>::Replaced(List *list, const RouteMessage &message,
+                                                                   const Route &route) {
+  if (!message.replaces && !route.joins) return list->end();
+  const auto place =
+      std::ranges::find_if(*list, [&](const Route &r) { return r.Alike(route) && r.joins == route.joins; });
+  if (place != list->end() || !message.replaces) return place;
+  return std::ranges::find_if(*list, [&](const Route &r) { return r.Alike(route); });
+}
+
+// Where among others of its kind a route comes. A dump shows them in their order: before those that it has not shown yet.
+template <Family kFamily>
+typename Routes<kFamily>::List::iterator Routes<kFamily>::PlaceFor(List *list, const RouteMessage &message,
+                                                                   const Route &route, bool byDump) {
+  const auto first = std::ranges::lower_bound(*list, route, Before), last = std::ranges::upper_bound(*list, route, Before);
+  if (byDump) return std::find_if(first, last, [this](const Route &r) { return r.told != telling_.now(); });
+  return message.appends || kFamily == kIpv6 ? last : first;
 }
 
 template <Family kFamily>
@@ -113,7 +130,7 @@ void Routes<kFamily>::Delete(const Key &key, List *list, const RouteMessage &mes
     Erase(key, list, same);
   } else if (!Shrink(key, list, message, route)) {
     // The message says less than what is known, or the object behind the route has changed since.
-    const auto alike = [&](const Route &r) { return r.metric == route.metric && r.tos == route.tos; };
+    const auto alike = [&](const Route &r) { return r.Alike(route); };
     const auto count = std::ranges::count_if(*list, alike);
     unsettled_ |= count > 1;
     if (count == 1) Erase(key, list, std::ranges::find_if(*list, alike));
@@ -126,7 +143,7 @@ template <Family kFamily>
 bool Routes<kFamily>::Shrink(const Key &key, List *list, const RouteMessage &message, const Route &route) {
   if (!route.joins) return false;
   for (Route &from : *list) {
-    if (!from.joins || from.metric != route.metric || from.tos != route.tos) continue;
+    if (!from.joins || !from.Alike(route)) continue;
     std::vector<Leg> legs = nextHops_.LegsOf(from.destination);
     const size_t before = legs.size();
     for (const Leg &gone : message.legs)
@@ -151,7 +168,12 @@ void Routes<kFamily>::Erase(const Key &key, List *list, typename List::iterator 
 
 template <Family kFamily>
 void Routes<kFamily>::NoteDropped(const Key &key, const Route &route) {
-  if (telling_.running()) dropped_.insert({key, route.metric, route.destination, route.tos});
+  if (telling_.running()) dropped_.insert(AsDropped(key, route));
+}
+
+template <Family kFamily>
+bool Routes<kFamily>::IsDropped(const Key &key, const Route &route) const {
+  return !dropped_.empty() && dropped_.contains(AsDropped(key, route));
 }
 
 template <Family kFamily>

@@ -2,8 +2,8 @@
 #define HOST_LINUX_ROUTES_H_
 
 #include <memory>
+#include <set>
 #include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
 #include "host/linux/route_message.h"
@@ -34,7 +34,7 @@ class Routes {
   struct Key {
     uint16_t prefix, vpn;
     uint8_t address[BytesOf(kFamily)];
-    bool operator==(const Key &) const = default;
+    auto operator<=>(const Key &) const = default;
   };
   struct Route {
     uint32_t metric;
@@ -43,20 +43,21 @@ class Routes {
     uint8_t tos;
     uint8_t type;
     bool joins;  // is one with others of its metric: several routes through gateways are one with several ways (IPv6)
-    bool Same(const Route &other) const {
-      return metric == other.metric && destination == other.destination && tos == other.tos;
-    }
+    bool Alike(const Route &other) const { return metric == other.metric && tos == other.tos; }
+    bool Same(const Route &other) const { return Alike(other) && destination == other.destination; }
   };
   struct Prefix {
     void *entry = nullptr;
     Route best{};                                // of type 0: there is none yet
     std::unique_ptr<std::vector<Route>> others;  // mostly none
   };
-  // A route that a notification has taken away while a dump runs.
+  // A route that a notification has taken away while a dump runs, with the ways that it had: their numbers are others
+  // when they are used again.
   struct Dropped {
     Key key;
-    uint32_t metric, destination, tos;
-    bool operator==(const Dropped &) const = default;
+    uint32_t metric, tos;
+    std::vector<Leg> legs;
+    auto operator<=>(const Dropped &) const = default;
   };
   using Prefixes = std::unordered_map<Key, Prefix, HashOfBytes<Key>>;
   using List = std::vector<Route>;
@@ -64,6 +65,8 @@ class Routes {
   static bool Before(const Route &a, const Route &b);
   Destination Use(const RouteMessage &route);
   void Add(const Key &key, List *list, const RouteMessage &message, Route route, Told told);
+  typename List::iterator Replaced(List *list, const RouteMessage &message, const Route &route);
+  typename List::iterator PlaceFor(List *list, const RouteMessage &message, const Route &route, bool byDump);
   void Delete(const Key &key, List *list, const RouteMessage &message, const Route &route);
   bool Shrink(const Key &key, List *list, const RouteMessage &message, const Route &route);
   void Erase(const Key &key, List *list, typename List::iterator at);
@@ -71,11 +74,15 @@ class Routes {
   void Store(typename Prefixes::iterator at, List list);
   void Write(const Key &key, Prefix *prefix);
   void NoteDropped(const Key &key, const Route &route);
+  bool IsDropped(const Key &key, const Route &route) const;
+  Dropped AsDropped(const Key &key, const Route &route) const {
+    return {key, route.metric, route.tos, nextHops_.LegsOf(route.destination)};
+  }
 
   NextHops &nextHops_;
   Telling telling_;
   Prefixes prefixes_;
-  std::unordered_set<Dropped, HashOfBytes<Dropped>> dropped_;
+  std::set<Dropped> dropped_;
   bool unsettled_ = false;
   uint64_t tooHigh_ = 0;  // routes of tables that no VPN can be
   size_t sweep_ = 0, swept_ = 0;
