@@ -20,7 +20,7 @@ struct AgingTable {
   FieldRef refreshed;
   std::optional<FieldRef> valid;  // entries that are not have no age
 
-  bool endsByRequest = false;         // and not by time
+  bool endsByRequest = false;  // and not by time
 
   bool IsOver(const void *entry, uint64_t uptime) const;
 };
@@ -30,8 +30,8 @@ struct AgingTable {
 // highest number that its aging time can hold means never.
 class Aging {
  public:
-  // A table for which the layout has no fields does not age. All must outlive this object. The filler, if there is
-  // one, is told what leaves.
+  // A table for which the layout has no fields does not age. All must outlive this object. The filler, if
+  // there is one, is told what leaves.
   Aging(const Layout &layout, TableWriter *writer, Filler *filler = nullptr);
 
   // `uptime` is the present second of the monotonic clock. Returns how many entries were removed. Works on

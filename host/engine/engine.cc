@@ -44,7 +44,8 @@ ArenaPlan PlanFor(const EngineOptions &options, const Layout &layout) {
   for (const auto &[name, capacity] : options.capacities) {
     const TableLayout *table = layout.FindTable(name);
     if (table == nullptr || !table->spec.enabled)
-      throw HostError("--capacity " + Quoted(name) + ": there is no such table (\"nqecli tables\" lists them)");
+      throw HostError("--capacity " + Quoted(name) +
+                      ": there is no such table (\"nqecli tables\" lists them)");
     plan.tables[table->spec.id].capacity = capacity;
   }
   plan.regions.push_back(StatisticsSpec(options.cores));

@@ -38,7 +38,8 @@ class Filler {
   // Fills the new arena, before anybody else sees it. Throws HostError with one line for the user.
   virtual void Fill(const FillTarget &target) = 0;
 
-  // What it has found that it cannot give, one line; empty when there is nothing. To be asked when it has filled.
+  // What it has found that it cannot give, one line; empty when there is nothing. To be asked when it has
+  // filled.
   virtual std::string missing() const { return {}; }
 
   // A file that is readable when there is something to follow, always the same; -1: nothing changes. Who has
@@ -49,8 +50,8 @@ class Filler {
   // meanwhile: what is left over makes changes() readable still. Does not throw.
   virtual void Follow(const FillTarget & /*target*/) {}
 
-  // Whether the engine is to take out the table's entries whose time is over. Who takes them out himself says no;
-  // then only those leave that a client has ended.
+  // Whether the engine is to take out the table's entries whose time is over. Who takes them out himself says
+  // no; then only those leave that a client has ended.
   virtual bool AgesIn(uint32_t /*table*/) const { return true; }
 
   // An entry of a table that ages is about to be taken out by the engine.

@@ -48,7 +48,9 @@ void Addresses::Take(const Message &message, Told told) {
   t.heads.New().SetKey(t.headKey, id.link).Set(t.headList, id.link);
   t.heads.Put(&list.entry);
   const uint32_t flags = Number<uint32_t>(values[IFA_FLAGS], head->ifa_flags);
-  const WideValue mask = id.family == kIpv6 ? id.prefix : id.prefix == 0 ? 0 : ~uint32_t{0} << (32 - id.prefix);
+  const WideValue mask = id.family == kIpv6 ? id.prefix
+                         : id.prefix == 0   ? 0
+                                            : ~uint32_t{0} << (32 - id.prefix);
   t.list.New().SetKey(t.listKey, id.link).Set(t.address, NumberOf(id.address, id.family)).Set(t.mask, mask);
   t.list.Set(t.type, (flags & IFA_F_SECONDARY) != 0 ? kSecondary : kPrimary);
   t.list.Put(&known->entry);

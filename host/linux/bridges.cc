@@ -86,7 +86,8 @@ void Bridges::Derive() {
     if (link.IsBridge()) all[link.index].bridge = &link;
     if (const Link *bridge = links_.BridgeOf(link)) all[bridge->index].links.push_back(&link);
   });
-  DerivedTable *const tables[] = {&bridges_, &states_, &isolation_, &flood_, &floodAll_, &members_, &vlanTable_};
+  DerivedTable *const tables[] = {&bridges_,  &states_,  &isolation_, &flood_,
+                                  &floodAll_, &members_, &vlanTable_};
   for (DerivedTable *table : tables) table->Begin();
   for (const auto &[index, ports] : all) {
     if (ports.bridge == nullptr) continue;

@@ -8,8 +8,9 @@
 
 namespace qdt::host {
 
-// What follows from the links that are bridges and from those that are their ports: the bridges, the states of the
-// ports, who is isolated from whom, the VLANs and who gets what is flooded. Made anew as a whole when links change.
+// What follows from the links that are bridges and from those that are their ports: the bridges, the states
+// of the ports, who is isolated from whom, the VLANs and who gets what is flooded. Made anew as a whole when
+// links change.
 class Bridges {
  public:
   Bridges(const FillTarget &target, Links *links);

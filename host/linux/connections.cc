@@ -33,12 +33,13 @@ uint32_t ServiceOf(const Tuple &original) {
     uint16_t port;
     uint8_t number;
   };
-  constexpr Service kServices[] = {
-      {IPPROTO_TCP, 80, 1},    {IPPROTO_UDP, 53, 2},    {IPPROTO_TCP, 21, 3},   {IPPROTO_UDP, 1719, 4},
-      {IPPROTO_TCP, 23, 5},    {IPPROTO_TCP, 554, 6},   {IPPROTO_UDP, 5060, 9}, {IPPROTO_TCP, 5060, 9},
-      {IPPROTO_TCP, 1723, 15}, {IPPROTO_TCP, 443, 47},  {IPPROTO_TCP, 22, 48},  {IPPROTO_TCP, 53, 49}};
+  constexpr Service kServices[] = {{IPPROTO_TCP, 80, 1},   {IPPROTO_UDP, 53, 2},   {IPPROTO_TCP, 21, 3},
+                                   {IPPROTO_UDP, 1719, 4}, {IPPROTO_TCP, 23, 5},   {IPPROTO_TCP, 554, 6},
+                                   {IPPROTO_UDP, 5060, 9}, {IPPROTO_TCP, 5060, 9}, {IPPROTO_TCP, 1723, 15},
+                                   {IPPROTO_TCP, 443, 47}, {IPPROTO_TCP, 22, 48},  {IPPROTO_TCP, 53, 49}};
   for (const Service &service : kServices) {
-    if (service.protocol == original.protocol && service.port == original.destinationPort) return service.number;
+    if (service.protocol == original.protocol && service.port == original.destinationPort)
+      return service.number;
   }
   return 0;
 }
@@ -50,8 +51,9 @@ Connections::Connections(const FillTarget &target, const NetworkNamespace &where
       numbers_(kMostSessions),
       sessions_(target, "session"),
       maps_(target, "server_map") {
-  constexpr int kGroups[] = {NFNLGRP_CONNTRACK_NEW,     NFNLGRP_CONNTRACK_UPDATE,     NFNLGRP_CONNTRACK_DESTROY,
-                             NFNLGRP_CONNTRACK_EXP_NEW, NFNLGRP_CONNTRACK_EXP_UPDATE, NFNLGRP_CONNTRACK_EXP_DESTROY};
+  constexpr int kGroups[] = {NFNLGRP_CONNTRACK_NEW,        NFNLGRP_CONNTRACK_UPDATE,
+                             NFNLGRP_CONNTRACK_DESTROY,    NFNLGRP_CONNTRACK_EXP_NEW,
+                             NFNLGRP_CONNTRACK_EXP_UPDATE, NFNLGRP_CONNTRACK_EXP_DESTROY};
   if (!Join(kGroups)) throw HostError("tracked connections cannot be seen (it takes CAP_NET_ADMIN)");
   const auto value = [this](const char *path) { return sessions_.Value(path); };
   key_ = sessions_.Key("index");
@@ -108,13 +110,15 @@ Connections::KeyFields Connections::KeyOf(const std::string &name) {
 
 void Connections::TakeNotification(const Message &message) {
   if (NFNL_SUBSYS_ID(message.type) == NFNL_SUBSYS_CTNETLINK) TakeConnection(message, Told::kByNotification);
-  if (NFNL_SUBSYS_ID(message.type) == NFNL_SUBSYS_CTNETLINK_EXP) TakeExpectation(message, Told::kByNotification);
+  if (NFNL_SUBSYS_ID(message.type) == NFNL_SUBSYS_CTNETLINK_EXP)
+    TakeExpectation(message, Told::kByNotification);
 }
 
 void Connections::Begin(Dump dump) { dump == Dump::kConnections ? known_.Begin() : expected_.Begin(); }
 
 void Connections::TakeDump(Dump dump, const Message &message) {
-  dump == Dump::kConnections ? TakeConnection(message, Told::kByDump) : TakeExpectation(message, Told::kByDump);
+  dump == Dump::kConnections ? TakeConnection(message, Told::kByDump)
+                             : TakeExpectation(message, Told::kByDump);
 }
 
 bool Connections::End(Dump dump, bool complete) {
@@ -161,7 +165,9 @@ void Connections::Write(const ConnectionMessage &connection, Known *known) {
   const Known *parent = connection.master ? known_.Find(*connection.master) : nullptr;
   const bool isNew = known->entry == nullptr;
   sessions_.New().SetKey(key_, known->number).Set(index_, known->number).Set(refreshed_, known->refreshed);
-  sessions_.Set(isIpv6_, original.family == kIpv6).Set(state_, known->state).Set(agingTime_, known->agingTime);
+  sessions_.Set(isIpv6_, original.family == kIpv6)
+      .Set(state_, known->state)
+      .Set(agingTime_, known->agingTime);
   sessions_.Set(service_, ServiceOf(original)).Set(created_, known->created);
   if (parent != nullptr && parent->number <= kMostParent) sessions_.Set(parent_, parent->number);
   WriteTranslation(connection);
@@ -186,7 +192,8 @@ void Connections::WriteTranslation(const ConnectionMessage &connection) {
                                          : reply.sourcePort != original.sourcePort);
   sessions_.Set(natDestinationPort_, hasPorts && reply.sourcePort != original.destinationPort);
   if (original.family == kIpv4) {
-    sessions_.Set(newSource_, NumberOf(reply.destination, kIpv4)).Set(newDestination_, NumberOf(reply.source, kIpv4));
+    sessions_.Set(newSource_, NumberOf(reply.destination, kIpv4))
+        .Set(newDestination_, NumberOf(reply.source, kIpv4));
     sessions_.Set(replySource_, NumberOf(original.destination, kIpv4));
     sessions_.Set(replyDestination_, NumberOf(original.source, kIpv4));
   }
@@ -203,7 +210,8 @@ void Connections::WriteKeys(const ConnectionMessage &connection, const Known &kn
     sessions_.Set(fields.destination, NumberOf(tuple.destination, tuple.family));
     sessions_.Set(fields.sourcePort, tuple.sourcePort).Set(fields.destinationPort, tuple.destinationPort);
     sessions_.Set(fields.protocol, tuple.protocol).Set(fields.vpn, tuple.zone);
-    if (known.entry != nullptr) sessions_.Set(fields.pointer, reinterpret_cast<uintptr_t>(known.entry) + fields.at);
+    if (known.entry != nullptr)
+      sessions_.Set(fields.pointer, reinterpret_cast<uintptr_t>(known.entry) + fields.at);
   };
   write(positive_[connection.original.family], connection.original);
   write(negative_[connection.reply.family], connection.reply);
@@ -239,7 +247,8 @@ void Connections::TakeExpectation(const Message &message, Told told) {
   set(&MapFields::vrf, tuple.zone);
   set(&MapFields::protocol, tuple.protocol);
   set(&MapFields::type, kHole);
-  maps_.Set(mapAging_, std::max<uint32_t>(expectation.timeout, 1)).Set(mapRefreshed_, Seconds(CLOCK_MONOTONIC));
+  maps_.Set(mapAging_, std::max<uint32_t>(expectation.timeout, 1))
+      .Set(mapRefreshed_, Seconds(CLOCK_MONOTONIC));
   maps_.Put(&known->entry);
 }
 

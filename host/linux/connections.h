@@ -3,11 +3,11 @@
 
 #include <unordered_set>
 
-#include "host/linux/connection_message.h"
-#include "host/linux/feed.h"
-#include "host/linux/kernel_set.h"
 #include "host/linux/mirror_table.h"
 #include "host/linux/nexthops.h"
+#include "host/netlink/connection_message.h"
+#include "host/netlink/feed.h"
+#include "host/netlink/kernel_set.h"
 
 namespace qdt::host {
 

@@ -4,15 +4,16 @@
 #include <set>
 #include <unordered_map>
 
-#include "host/linux/kernel_set.h"
-#include "host/linux/link_message.h"
 #include "host/linux/mirror_table.h"
+#include "host/netlink/kernel_set.h"
+#include "host/netlink/link_message.h"
 
 namespace qdt::host {
 
 class Links;
 
-// The MAC addresses that the bridges know. What cards filter by themselves ("self") is no bridging and left out.
+// The MAC addresses that the bridges know. What cards filter by themselves ("self") is no bridging and left
+// out.
 class Fdb {
  public:
   explicit Fdb(const FillTarget &target);

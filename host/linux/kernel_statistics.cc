@@ -16,44 +16,44 @@ struct SameCounter {
   std::string_view kernel[2];
 };
 constexpr SameCounter kSame[] = {
-    {203, {"Ip.OutNoRoutes", "IpExt.InNoRoutes"}},    // no route
-    {204, {"Ip6OutNoRoutes", "Ip6InNoRoutes"}},       //
-    {213, {"Ip.ReasmFails", {}}},                     // reassembly failed
-    {233, {"Ip6ReasmFails", {}}},                     //
-    {261, {"Ip.InHdrErrors", {}}},                    // bad headers
-    {432, {"Ip6InHdrErrors", {}}},                    //
-    {462, {"Ip.InReceives", {}}},                     // IPv4 packets received
-    {463, {"Icmp.InMsgs", {}}},                       //
-    {464, {"Icmp.OutRedirects", {}}},                 // ICMP messages sent
-    {469, {"Icmp.OutParmProbs", {}}},                 //
-    {473, {"Icmp.InRedirects", {}}},                  // and received
-    {474, {"Icmp.InDestUnreachs", {}}},               //
-    {475, {"Icmp.InParmProbs", {}}},                  //
-    {476, {"Icmp.InTimeExcds", {}}},                  //
-    {477, {"Icmp.InSrcQuenchs", {}}},                 //
-    {479, {"Udp.InDatagrams", {}}},                   //
-    {480, {"Tcp.InSegs", {}}},                        //
-    {500, {"Ip6InReceives", {}}},                     // IPv6 packets received
-    {501, {"Icmp6InMsgs", {}}},                       //
-    {502, {"Icmp6OutRedirects", {}}},                 // ICMPv6 messages sent
-    {507, {"Icmp6OutParmProblems", {}}},              //
-    {510, {"Icmp6OutPktTooBigs", {}}},                //
-    {511, {"Icmp6OutMsgs", {}}},                      //
-    {512, {"Icmp6InDestUnreachs", {}}},               // and received
-    {513, {"Icmp6InPktTooBigs", {}}},                 //
-    {514, {"Icmp6InParmProblems", {}}},               //
-    {515, {"Icmp6InTimeExcds", {}}},                  //
+    {203, {"Ip.OutNoRoutes", "IpExt.InNoRoutes"}},  // no route
+    {204, {"Ip6OutNoRoutes", "Ip6InNoRoutes"}},     //
+    {213, {"Ip.ReasmFails", {}}},                   // reassembly failed
+    {233, {"Ip6ReasmFails", {}}},                   //
+    {261, {"Ip.InHdrErrors", {}}},                  // bad headers
+    {432, {"Ip6InHdrErrors", {}}},                  //
+    {462, {"Ip.InReceives", {}}},                   // IPv4 packets received
+    {463, {"Icmp.InMsgs", {}}},                     //
+    {464, {"Icmp.OutRedirects", {}}},               // ICMP messages sent
+    {469, {"Icmp.OutParmProbs", {}}},               //
+    {473, {"Icmp.InRedirects", {}}},                // and received
+    {474, {"Icmp.InDestUnreachs", {}}},             //
+    {475, {"Icmp.InParmProbs", {}}},                //
+    {476, {"Icmp.InTimeExcds", {}}},                //
+    {477, {"Icmp.InSrcQuenchs", {}}},               //
+    {479, {"Udp.InDatagrams", {}}},                 //
+    {480, {"Tcp.InSegs", {}}},                      //
+    {500, {"Ip6InReceives", {}}},                   // IPv6 packets received
+    {501, {"Icmp6InMsgs", {}}},                     //
+    {502, {"Icmp6OutRedirects", {}}},               // ICMPv6 messages sent
+    {507, {"Icmp6OutParmProblems", {}}},            //
+    {510, {"Icmp6OutPktTooBigs", {}}},              //
+    {511, {"Icmp6OutMsgs", {}}},                    //
+    {512, {"Icmp6InDestUnreachs", {}}},             // and received
+    {513, {"Icmp6InPktTooBigs", {}}},               //
+    {514, {"Icmp6InParmProblems", {}}},             //
+    {515, {"Icmp6InTimeExcds", {}}},                //
     {517, {"Icmp6InNeighborSolicits", "Icmp6InNeighborAdvertisements"}},
-    {519, {"Ip6ReasmReqds", {}}},                     //
-    {520, {"Ip6ReasmOKs", {}}},                       //
-    {541, {"Ip.OutRequests", "Ip.ForwDatagrams"}},    // packets sent
-    {542, {"Icmp.OutMsgs", {}}},                      //
-    {543, {"Udp.OutDatagrams", {}}},                  //
-    {544, {"Tcp.OutSegs", {}}},                       //
-    {553, {"Ip.FragCreates", {}}},                    //
-    {559, {"Ip6OutRequests", "Ip6OutForwDatagrams"}}, //
-    {560, {"Icmp6OutMsgs", {}}},                      //
-    {571, {"Ip6FragCreates", {}}},                    //
+    {519, {"Ip6ReasmReqds", {}}},                      //
+    {520, {"Ip6ReasmOKs", {}}},                        //
+    {541, {"Ip.OutRequests", "Ip.ForwDatagrams"}},     // packets sent
+    {542, {"Icmp.OutMsgs", {}}},                       //
+    {543, {"Udp.OutDatagrams", {}}},                   //
+    {544, {"Tcp.OutSegs", {}}},                        //
+    {553, {"Ip.FragCreates", {}}},                     //
+    {559, {"Ip6OutRequests", "Ip6OutForwDatagrams"}},  //
+    {560, {"Icmp6OutMsgs", {}}},                       //
+    {571, {"Ip6FragCreates", {}}},                     //
 };
 constexpr uint32_t kFromDriver = 493;  // packets received from the driver
 

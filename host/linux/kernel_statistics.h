@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "host/base/fd.h"
-#include "host/linux/netlink.h"
+#include "host/netlink/netlink.h"
 #include "host/regions/statistics.h"
 
 namespace qdt::host {
@@ -20,13 +20,14 @@ void ReadPairs(std::string_view text, KernelCounters *counters);
 // Reads lines of a name and a value.
 void ReadLines(std::string_view text, KernelCounters *counters);
 
-// The kernel's counters of IP and of the links in the engine's statistics, as far as both count the same. They stand at
-// the first core.
+// The kernel's counters of IP and of the links in the engine's statistics, as far as both count the same.
+// They stand at the first core.
 class KernelStatistics {
  public:
   explicit KernelStatistics(const NetworkNamespace &where);
 
-  // Adds what has been counted since the last call, at first all. `received` are the packets that all links have received.
+  // Adds what has been counted since the last call, at first all. `received` are the packets that all links
+  // have received.
   void Update(uint64_t received, Statistics *statistics);
 
  private:

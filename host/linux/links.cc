@@ -11,11 +11,12 @@ namespace {
 constexpr uint32_t kMostMtu = 0xffff;  // the loopback has one more
 
 bool SameButCounters(const Link &a, const Link &b) {
-  return a.flags == b.flags && a.carrier == b.carrier && a.mtu == b.mtu && a.mac == b.mac && a.master == b.master &&
-         a.lower == b.lower && a.vlan == b.vlan && a.table == b.table && a.kind == b.kind && a.name == b.name &&
-         a.isPort == b.isPort && a.port.state == b.port.state && a.port.isolated == b.port.isolated &&
-         a.port.learning == b.port.learning && a.bridge.agingTime == b.bridge.agingTime &&
-         a.bridge.vlanFiltering == b.bridge.vlanFiltering && a.bridge.spanningTree == b.bridge.spanningTree &&
+  return a.flags == b.flags && a.carrier == b.carrier && a.mtu == b.mtu && a.mac == b.mac &&
+         a.master == b.master && a.lower == b.lower && a.vlan == b.vlan && a.table == b.table &&
+         a.kind == b.kind && a.name == b.name && a.isPort == b.isPort && a.port.state == b.port.state &&
+         a.port.isolated == b.port.isolated && a.port.learning == b.port.learning &&
+         a.bridge.agingTime == b.bridge.agingTime && a.bridge.vlanFiltering == b.bridge.vlanFiltering &&
+         a.bridge.spanningTree == b.bridge.spanningTree &&
          a.bridge.multicastSnooping == b.bridge.multicastSnooping;
 }
 
@@ -24,16 +25,36 @@ bool SameButCounters(const Link &a, const Link &b) {
 Links::Links(const FillTarget &target) : table_(target, "fwdif"), map_(target, "ctrlif_map_fwdif") {
   key_ = table_.Key("if_index");
   const auto value = [this](const char *path) { return table_.Value(path); };
-  fields_ = {value("if_index"),   value("enable"),        value("down"),
-             value("virtual"),    value("layer3"),        value("ctrl_if_index"),
-             value("flags"),      value("father_if_index"), value("link_type"),
-             value("source_mac"), value("pvid"),          value("bridge_id"),
-             value("mac_learning"), value("igmp_snooping"), value("vlan_id"),
-             value("mac_count"),  value("trunk_member"),  value("port_isolate"),
-             value("stp_enable"), value("stp_block"),     value("stp_forward_enable"),
-             value("vpn"),        value("mtu"),           value("ipv6_vpn"),
-             value("ipv6_mtu"),   value("counters[0].in_bytes"), value("counters[0].in_packets"),
-             value("counters[0].in_multicast"), value("counters[0].out_bytes"), value("counters[0].out_packets")};
+  fields_ = {value("if_index"),
+             value("enable"),
+             value("down"),
+             value("virtual"),
+             value("layer3"),
+             value("ctrl_if_index"),
+             value("flags"),
+             value("father_if_index"),
+             value("link_type"),
+             value("source_mac"),
+             value("pvid"),
+             value("bridge_id"),
+             value("mac_learning"),
+             value("igmp_snooping"),
+             value("vlan_id"),
+             value("mac_count"),
+             value("trunk_member"),
+             value("port_isolate"),
+             value("stp_enable"),
+             value("stp_block"),
+             value("stp_forward_enable"),
+             value("vpn"),
+             value("mtu"),
+             value("ipv6_vpn"),
+             value("ipv6_mtu"),
+             value("counters[0].in_bytes"),
+             value("counters[0].in_packets"),
+             value("counters[0].in_multicast"),
+             value("counters[0].out_bytes"),
+             value("counters[0].out_packets")};
   mapKey_ = map_.Key("ctrl_if_index");
   mapControl_ = map_.Value("ctrl_if_index");
   mapForward_ = map_.Value("fwd_if_index");
@@ -129,7 +150,8 @@ void Links::Write(Known *known) {
   table_.Set(f.isVirtual, !link.kind.empty()).Set(f.layer3, !link.isPort).Set(f.control, link.index);
   table_.Set(f.flags, link.flags).Set(f.father, link.lower).Set(f.linkType, link.type);
   table_.SetBytes(f.mac, link.mac.data(), link.mac.size()).Set(f.pvid, known->pvid);
-  table_.Set(f.bridge, bridge != nullptr ? bridge->index : 0).Set(f.learning, link.isPort && link.port.learning);
+  table_.Set(f.bridge, bridge != nullptr ? bridge->index : 0)
+      .Set(f.learning, link.isPort && link.port.learning);
   table_.Set(f.snooping, bridge != nullptr && bridge->bridge.multicastSnooping).Set(f.vlan, link.vlan);
   table_.Set(f.macCount, known->macCount).Set(f.trunkMember, master != nullptr && master->kind == "bond");
   table_.Set(f.isolate, link.isPort && link.port.isolated);

@@ -3,17 +3,17 @@
 
 #include <set>
 
-#include "host/linux/kernel_set.h"
-#include "host/linux/link_message.h"
 #include "host/linux/mirror_table.h"
+#include "host/netlink/kernel_set.h"
+#include "host/netlink/link_message.h"
 
 namespace qdt::host {
 
 // The engine's VPNs have 16 bits, the kernel's tables 32: what is in a table above has no place.
 constexpr uint32_t kMostVpn = 0xffff;
 
-// The kernel's links in the engine's interface table, each under its index. What the other tables say of interfaces
-// comes from here.
+// The kernel's links in the engine's interface table, each under its index. What the other tables say of
+// interfaces comes from here.
 class Links {
  public:
   explicit Links(const FillTarget &target);
@@ -45,7 +45,8 @@ class Links {
     links_.ForEach([&](const Id &, const Known &known) { visit(known.link); });
   }
 
-  // Writes anew what says something of another link that has changed. To be called when messages are over for now.
+  // Writes anew what says something of another link that has changed. To be called when messages are over for
+  // now.
   void Settle();
   // Links that have changed, come or gone since the last call, apart from their counters.
   std::set<uint32_t> TakeChanged();

@@ -18,12 +18,34 @@ namespace qdt::host {
 namespace {
 
 // The tables that are the mirror's.
-constexpr std::string_view kMirrored[] = {
-    "fwdif",         "ctrlif_map_fwdif", "bridgeinfo",     "ssw_macinfo",     "ssw_boardcast", "ssw_global_boardcast",
-    "port_isolate",  "port_inst_state",  "vlaninfo",       "vlan_bitmap",     "mc_elb",        "mc_route_port",
-    "fib",           "nhp",              "nhp_group",      "ipv6_fib",        "ipv6_nhp",      "ipv6_nhp_group",
-    "arp",           "nd",               "arp_miss_cache", "nd_miss_cache",   "portip_head",   "portip",
-    "ipv6_portip_head", "ipv6_portip",   "session",        "server_map"};
+constexpr std::string_view kMirrored[] = {"fwdif",
+                                          "ctrlif_map_fwdif",
+                                          "bridgeinfo",
+                                          "ssw_macinfo",
+                                          "ssw_boardcast",
+                                          "ssw_global_boardcast",
+                                          "port_isolate",
+                                          "port_inst_state",
+                                          "vlaninfo",
+                                          "vlan_bitmap",
+                                          "mc_elb",
+                                          "mc_route_port",
+                                          "fib",
+                                          "nhp",
+                                          "nhp_group",
+                                          "ipv6_fib",
+                                          "ipv6_nhp",
+                                          "ipv6_nhp_group",
+                                          "arp",
+                                          "nd",
+                                          "arp_miss_cache",
+                                          "nd_miss_cache",
+                                          "portip_head",
+                                          "portip",
+                                          "ipv6_portip_head",
+                                          "ipv6_portip",
+                                          "session",
+                                          "server_map"};
 
 NetworkNamespace Open(const std::string &name) {
   return name.empty() ? NetworkNamespace() : NetworkNamespace(name);
@@ -45,7 +67,8 @@ LinuxFiller::LinuxFiller(LinuxOptions options)
       timer_(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)),
       again_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       names_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
-  if (!changes_.ok() || !timer_.ok() || !again_.ok() || !names_.ok()) throw SystemError("cannot watch the kernel");
+  if (!changes_.ok() || !timer_.ok() || !again_.ok() || !names_.ok())
+    throw SystemError("cannot watch the kernel");
   // The way in is tried at once.
   where_.Inside([] {});
 }

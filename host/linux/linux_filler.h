@@ -8,7 +8,7 @@
 
 #include "host/engine/filler.h"
 #include "host/engine/scenario_filler.h"
-#include "host/linux/netlink.h"
+#include "host/netlink/netlink.h"
 
 namespace qdt::host {
 
@@ -17,13 +17,13 @@ class KernelStatistics;
 class Mirror;
 
 struct LinuxOptions {
-  std::string netns;                   // empty: the machine's own namespace
-  std::chrono::seconds counters{1};    // period of the counters
-  int buffer = 32 << 20;               // bytes of notifications that may wait
+  std::string netns;                 // empty: the machine's own namespace
+  std::chrono::seconds counters{1};  // period of the counters
+  int buffer = 32 << 20;             // bytes of notifications that may wait
 };
 
-// Fills an engine from the Linux kernel: its tables follow what the kernel forwards by. Tables that the kernel has
-// nothing for stay empty, or are filled from a scenario. docs/linux.md tells what stands where.
+// Fills an engine from the Linux kernel: its tables follow what the kernel forwards by. Tables that the
+// kernel has nothing for stay empty, or are filled from a scenario. docs/linux.md tells what stands where.
 class LinuxFiller : public Filler {
  public:
   // Throws HostError when there is no such namespace.

@@ -23,9 +23,9 @@ Mirror::Mirror(const FillTarget &target, const NetworkNamespace &where, int buff
       routes6_(target, &nextHops6_) {
   objects_.SetFamilies(&nextHops4_, &nextHops6_);
   // A kernel without some of them has nothing to tell there.
-  constexpr int kGroups[] = {RTNLGRP_LINK,       RTNLGRP_NEIGH,      RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV6_IFADDR,
-                             RTNLGRP_IPV4_ROUTE, RTNLGRP_IPV6_ROUTE, RTNLGRP_NEXTHOP,     RTNLGRP_MDB,
-                             RTNLGRP_BRVLAN};
+  constexpr int kGroups[] = {RTNLGRP_LINK,        RTNLGRP_NEIGH,      RTNLGRP_IPV4_IFADDR,
+                             RTNLGRP_IPV6_IFADDR, RTNLGRP_IPV4_ROUTE, RTNLGRP_IPV6_ROUTE,
+                             RTNLGRP_NEXTHOP,     RTNLGRP_MDB,        RTNLGRP_BRVLAN};
   Join(kGroups);
 }
 
@@ -178,7 +178,7 @@ void Mirror::Settle() {
 void Mirror::WantSilentlyLost() {
   if (links_.TakeSilentLoss())
     Want(kRouteDumps | BitOf(Dump::kNeighbours) | BitOf(Dump::kFdb) | BitOf(Dump::kMulticast) |
-                 BitOf(Dump::kPorts) | BitOf(Dump::kAddresses));
+         BitOf(Dump::kPorts) | BitOf(Dump::kAddresses));
   const bool addressGone = addresses_.TakeSilentLoss(), objectGone = objects_.TakeSilentLoss();
   if (addressGone) Want(BitOf(Dump::kNextHops) | BitOf(Dump::kRoutes4));
   const bool missing = nextHops4_.TakeMissing() | nextHops6_.TakeMissing(), isNew = objects_.TakeNew();
@@ -197,8 +197,8 @@ void Mirror::WantWhereRoomIs() {
 }
 
 uint64_t Mirror::refused() const {
-  return links_.refused() + fdb_.refused() + neighbours_.refused() + addresses_.refused() + nextHops4_.refused() +
-         nextHops6_.refused() + routes4_.refused() + routes6_.refused();
+  return links_.refused() + fdb_.refused() + neighbours_.refused() + addresses_.refused() +
+         nextHops4_.refused() + nextHops6_.refused() + routes4_.refused() + routes6_.refused();
 }
 
 }  // namespace qdt::host

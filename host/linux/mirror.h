@@ -3,16 +3,16 @@
 
 #include "host/linux/bridges.h"
 #include "host/linux/fdb.h"
-#include "host/linux/feed.h"
 #include "host/linux/links.h"
 #include "host/linux/neighbours.h"
 #include "host/linux/nexthops.h"
 #include "host/linux/routes.h"
+#include "host/netlink/feed.h"
 
 namespace qdt::host {
 
-// What a network namespace forwards by, apart from its connections, in the engine's tables: follows what the kernel
-// tells, and compares with a dump where the kernel does not tell.
+// What a network namespace forwards by, apart from its connections, in the engine's tables: follows what the
+// kernel tells, and compares with a dump where the kernel does not tell.
 class Mirror : public Feed {
  public:
   // As Feed.

@@ -120,10 +120,4 @@ void DerivedTable::End() {
   }
 }
 
-WideValue FromNetwork(const void *bytes, size_t size) {
-  WideValue value = 0;
-  for (size_t i = 0; i < size; ++i) value = value << 8 | static_cast<const uint8_t *>(bytes)[i];
-  return value;
-}
-
 }  // namespace qdt::host

@@ -8,11 +8,13 @@
 #include <vector>
 
 #include "host/engine/filler.h"
+#include "host/netlink/ip_address.h"
 
 namespace qdt::host {
 
-// One of the engine's tables as the mirror writes it. An entry keeps its address for as long as what it stands for
-// lives; its owner keeps that address. A record is made in a scratch place, field by field as the layout has them.
+// One of the engine's tables as the mirror writes it. An entry keeps its address for as long as what it
+// stands for lives; its owner keeps that address. A record is made in a scratch place, field by field as the
+// layout has them.
 //
 // A table that the layout does not have, or whose fields it lacks, takes no entries.
 class MirrorTable {
@@ -42,8 +44,8 @@ class MirrorTable {
   MirrorTable &SetBytes(const FieldRef &field, const void *bytes, size_t size);  // MAC, IPv6 and the like
   uint8_t *record() { return record_.data(); }
 
-  // Has the entry at *address, of the same key, hold the record, or puts it in when *address is null. *address stays
-  // null when the table is full.
+  // Has the entry at *address, of the same key, hold the record, or puts it in when *address is null.
+  // *address stays null when the table is full.
   void Put(void **address);
   // Takes the entry out, if there is one.
   void Remove(void **address);
@@ -91,9 +93,6 @@ class DerivedTable {
   uint32_t round_ = 0;
   std::map<std::string, Entry> entries_;
 };
-
-// A number of `size` bytes in network order.
-WideValue FromNetwork(const void *bytes, size_t size);
 
 }  // namespace qdt::host
 

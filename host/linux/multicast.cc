@@ -5,7 +5,8 @@
 
 namespace qdt::host {
 
-Multicast::Multicast(const FillTarget &target) : table_(target, "mc_elb"), routerTable_(target, "mc_route_port") {
+Multicast::Multicast(const FillTarget &target)
+    : table_(target, "mc_elb"), routerTable_(target, "mc_route_port") {
   keyVlan_ = table_.Key("vlan_id");
   keyGroup_ = table_.Key("group");
   keySource_ = table_.Key("source");
@@ -39,9 +40,8 @@ void Multicast::TakeEntry(uint32_t bridge, const nlattr *info, bool gone, Told t
   std::memcpy(&entry, bytes.data(), sizeof entry);
   constexpr uint16_t kIpv4 = 0x0008;  // ETH_P_IP in network order
   if (entry.addr.proto != kIpv4) return;
-  const Attributes<MDBA_MDB_EATTR_MAX> more(bytes.subspan(NLMSG_ALIGN(sizeof entry) <= bytes.size()
-                                                              ? NLMSG_ALIGN(sizeof entry)
-                                                              : bytes.size()));
+  const Attributes<MDBA_MDB_EATTR_MAX> more(
+      bytes.subspan(NLMSG_ALIGN(sizeof entry) <= bytes.size() ? NLMSG_ALIGN(sizeof entry) : bytes.size()));
   const uint32_t source = Number<uint32_t>(more[MDBA_MDB_EATTR_SOURCE]);
   const Id id{bridge, entry.ifindex, entry.addr.u.ip4, source, entry.vid, 0};
   if (gone) {
@@ -50,7 +50,8 @@ void Multicast::TakeEntry(uint32_t bridge, const nlattr *info, bool gone, Told t
   }
   Known *known = receivers_.Take(id, told);
   if (known == nullptr) return;
-  const WideValue group = FromNetwork(&id.group, sizeof id.group), sender = FromNetwork(&id.source, sizeof id.source);
+  const WideValue group = FromNetwork(&id.group, sizeof id.group),
+                  sender = FromNetwork(&id.source, sizeof id.source);
   table_.New().SetKey(keyVlan_, id.vlan).SetKey(keyGroup_, group).SetKey(keySource_, sender);
   table_.Set(vlan_, id.vlan).Set(group_, group).Set(source_, sender).Set(port_, id.port);
   table_.Put(&known->entry);

@@ -42,7 +42,8 @@ Neighbours::Neighbours(const FillTarget &target, const Links &links)
 void Neighbours::Take(const Message &message, Told told) {
   const auto *head = message.Head<ndmsg>();
   NeighbourId id{};
-  if (head == nullptr || !FamilyOf(head->ndm_family, &id.family) || (head->ndm_flags & NTF_PROXY) != 0) return;
+  if (head == nullptr || !FamilyOf(head->ndm_family, &id.family) || (head->ndm_flags & NTF_PROXY) != 0)
+    return;
   const Attributes<NDA_MAX> values(message.Rest<ndmsg>());
   if (Payload(values[NDA_DST]).size() != BytesOf(id.family)) return;
   id.link = static_cast<uint32_t>(head->ndm_ifindex);
@@ -55,7 +56,9 @@ void Neighbours::Take(const Message &message, Told told) {
   if ((known->state & kUnresolved) == 0) now.since = UptimeSeconds();
   const Bytes mac = Payload(values[NDA_LLADDR]);
   if (mac.size() == now.mac.size()) std::ranges::copy(mac, now.mac.begin());
-  const auto differ = [&](uint16_t states) { return ((known->state & states) != 0) != ((now.state & states) != 0); };
+  const auto differ = [&](uint16_t states) {
+    return ((known->state & states) != 0) != ((now.state & states) != 0);
+  };
   if (known->vpn != now.vpn || differ(kResolved) || differ(kUnresolved)) Leave(id, known);
   now.missed = known->missed;
   *known = now;
@@ -121,7 +124,11 @@ void Neighbours::Show(const Place &place) {
   const MacAddress *mac = Resolve({link, place.family, {}, place.address});
   const Link *device = links_.Find(link);
   t.resolved.New().SetKey(t.vpn, place.vpn).SetKey(t.nextHop, NumberOf(place.address, place.family));
-  t.resolved.Set(t.valid, 1).Set(t.control, link).Set(t.forward, link).Set(t.control3, link).Set(t.forward3, link);
+  t.resolved.Set(t.valid, 1)
+      .Set(t.control, link)
+      .Set(t.forward, link)
+      .Set(t.control3, link)
+      .Set(t.forward3, link);
   if (mac != nullptr) t.resolved.SetBytes(t.mac, mac->data(), mac->size());
   t.resolved.Set(t.vlan, device != nullptr ? device->vlan : 0);
   t.resolved.Put(&shown.entry);

@@ -5,9 +5,9 @@
 #include <unordered_map>
 #include <vector>
 
-#include "host/linux/ip_address.h"
-#include "host/linux/kernel_set.h"
 #include "host/linux/links.h"
+#include "host/netlink/ip_address.h"
+#include "host/netlink/kernel_set.h"
 
 namespace qdt::host {
 
@@ -19,8 +19,8 @@ struct NeighbourId {
   IpBytes address;
 };
 
-// Neighbours of IP. The engine knows them by VPN and address, the kernel by link and address: of several links' entries
-// for one address the engine has one that is resolved, of the lowest link.
+// Neighbours of IP. The engine knows them by VPN and address, the kernel by link and address: of several
+// links' entries for one address the engine has one that is resolved, of the lowest link.
 class Neighbours {
  public:
   Neighbours(const FillTarget &target, const Links &links);
@@ -43,8 +43,8 @@ class Neighbours {
     uint16_t state = 0;  // NUD_...
     MacAddress mac{};
     uint32_t vpn = 0;
-    uint32_t since = 0;       // seconds of the monotonic clock since when it is not resolved
-    void *missed = nullptr;   // its entry among those that are not
+    uint32_t since = 0;      // seconds of the monotonic clock since when it is not resolved
+    void *missed = nullptr;  // its entry among those that are not
   };
   // What the engine knows a neighbour by.
   struct Place {

@@ -49,7 +49,8 @@ void NextHopObjects::Take(const Message &message, Told told) {
   });
 }
 
-// Gives the object its place, among the next hops of its own family; of a group that is the one of its members.
+// Gives the object its place, among the next hops of its own family; of a group that is the one of its
+// members.
 void NextHopObjects::Hold(const Id &id, Object *object) {
   if (object->held != 0) return;
   Family family = object->family;

@@ -8,12 +8,12 @@
 namespace qdt::host {
 namespace {
 
-constexpr uint32_t kMostNumber = 0xffff;    // a route has 16 bits for it
-constexpr size_t kResting = 256;            // numbers
-constexpr size_t kMostMembers = 32;         // of a group's record
+constexpr uint32_t kMostNumber = 0xffff;  // a route has 16 bits for it
+constexpr size_t kResting = 256;          // numbers
+constexpr size_t kMostMembers = 32;       // of a group's record
 constexpr uint32_t kMostMtu = 0xffff;
-constexpr uint32_t kEthernet = 1;           // type of the encapsulation
-constexpr uint32_t kMostHeader = 18;        // Ethernet with a VLAN tag
+constexpr uint32_t kEthernet = 1;     // type of the encapsulation
+constexpr uint32_t kMostHeader = 18;  // Ethernet with a VLAN tag
 
 }  // namespace
 
@@ -203,7 +203,8 @@ void NextHops::Write(uint32_t number) {
   const MacAddress *mac = leg.hasGateway ? neighbours_.Resolve(NeighbourOf(leg)) : nullptr;
   const bool resolves = link != nullptr && link->ResolvesNeighbours();
   hopTable_.New().SetKey(hopKey_, number).Set(hopIf_, leg.link);
-  if (leg.hasGateway && leg.gatewayFamily == family_) hopTable_.Set(hopAddress_, NumberOf(leg.gateway, family_));
+  if (leg.hasGateway && leg.gatewayFamily == family_)
+    hopTable_.Set(hopAddress_, NumberOf(leg.gateway, family_));
   if (link != nullptr) hopTable_.Set(hopMtu_, std::min(link->mtu, kMostMtu));
   hopTable_.Set(hopMiss_, resolves && mac == nullptr);
   hopTable_.Set(fwdifCount_, entry != nullptr).Set(fwdif_, reinterpret_cast<uintptr_t>(entry));
@@ -218,7 +219,9 @@ void NextHops::Write(uint32_t number) {
     if (vlan != 0) add(ETHERTYPE_VLAN);
     if (vlan != 0) add(vlan);
     add(type);
-    hopTable_.Set(encapType_, kEthernet).Set(encapSize_, header.size()).SetBytes(dmac_, mac->data(), mac->size());
+    hopTable_.Set(encapType_, kEthernet)
+        .Set(encapSize_, header.size())
+        .SetBytes(dmac_, mac->data(), mac->size());
     for (size_t i = 0; i < header.size(); ++i) hopTable_.Set(encapData_[i], header[i]);
   }
   hopTable_.Put(&hop.entry);

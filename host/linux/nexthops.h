@@ -12,19 +12,6 @@
 
 namespace qdt::host {
 
-// One way that packets go: over a link, to a gateway or to whomever they are for; or the way that a next-hop object of
-// the kernel's stands for, which may change.
-struct Leg {
-  uint32_t object = 0;  // then the rest is nothing to know it by
-  uint32_t link = 0;
-  bool hasGateway = false;
-  Family gatewayFamily = kIpv4;
-  uint16_t weight = 1;
-  IpBytes gateway{};
-
-  auto operator<=>(const Leg &) const = default;
-};
-
 // Where a route leads to: the number of a next hop, or of a group and kGroup; 0: nowhere.
 using Destination = uint32_t;
 constexpr Destination kGroup = 1u << 31;
@@ -50,8 +37,8 @@ class NextHops {
   NextHops(const FillTarget &target, Family family, const Links &links, const Neighbours &neighbours,
            const NextHopObjects &objects);
 
-  // The destination with these ways, or the one of a next-hop object, with one user more. Nowhere when there are no ways,
-  // when the object is not known (yet), or when all numbers are in use.
+  // The destination with these ways, or the one of a next-hop object, with one user more. Nowhere when there
+  // are no ways, when the object is not known (yet), or when all numbers are in use.
   Destination Use(std::span<const Leg> legs);
   Destination UseObject(uint32_t object);
   void UseAgain(Destination destination);
@@ -105,7 +92,8 @@ class NextHops {
   std::vector<Group> groups_;
   std::map<Leg, uint32_t> hopNumbers_;
   std::map<GroupIdentity, uint32_t> groupNumbers_;
-  std::unordered_map<NeighbourId, std::set<uint32_t>, HashOfBytes<NeighbourId>, SameBytes<NeighbourId>> byNeighbour_;
+  std::unordered_map<NeighbourId, std::set<uint32_t>, HashOfBytes<NeighbourId>, SameBytes<NeighbourId>>
+      byNeighbour_;
   Numbers freeHops_, freeGroups_;
   bool missing_ = false;
   MirrorTable hopTable_, groupTable_;

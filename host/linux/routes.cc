@@ -8,7 +8,7 @@
 namespace qdt::host {
 namespace {
 
-constexpr uint32_t kMostCode = 7;         // of the engine's operation codes
+constexpr uint32_t kMostCode = 7;        // of the engine's operation codes
 constexpr size_t kSweepBuckets = 16384;  // about a millisecond
 
 }  // namespace
@@ -50,8 +50,8 @@ template <Family kFamily>
 void Routes<kFamily>::Take(const RouteMessage &message, Told told) {
   if (message.table > kMostVpn) {
     if (message.isNew && tooHigh_++ == 0)
-      syslog(LOG_WARNING, "routes of table %u and others above %u are not shown: VPNs have 16 bits", message.table,
-             kMostVpn);
+      syslog(LOG_WARNING, "routes of table %u and others above %u are not shown: VPNs have 16 bits",
+             message.table, kMostVpn);
     return;
   }
   Key key{message.prefix, static_cast<uint16_t>(message.table == RT_TABLE_MAIN ? 0 : message.table), {}};
@@ -61,7 +61,8 @@ void Routes<kFamily>::Take(const RouteMessage &message, Told told) {
     if (!message.isNew && !telling_.running()) return;
     at = prefixes_.try_emplace(key).first;
   }
-  bool joins = kFamily == kIpv6 && message.object == 0 && message.protocol != RTPROT_RA && !message.legs.empty();
+  bool joins =
+      kFamily == kIpv6 && message.object == 0 && message.protocol != RTPROT_RA && !message.legs.empty();
   for (const Leg &leg : message.legs) joins &= leg.hasGateway;
   const Route route{message.metric, Use(message), telling_.now(), message.tos, message.type, joins};
   List list = Load(at->second);
@@ -113,11 +114,13 @@ typename Routes<kFamily>::List::iterator Routes<kFamily>::Replaced(List *list, c
   return std::ranges::find_if(*list, [&](const Route &r) { return r.Alike(route); });
 }
 
-// Where among others of its kind a route comes. A dump shows them in their order: before those that it has not shown yet.
+// Where among others of its kind a route comes. A dump shows them in their order: before those that it has
+// not shown yet.
 template <Family kFamily>
 typename Routes<kFamily>::List::iterator Routes<kFamily>::PlaceFor(List *list, const RouteMessage &message,
                                                                    const Route &route, bool byDump) {
-  const auto first = std::ranges::lower_bound(*list, route, Before), last = std::ranges::upper_bound(*list, route, Before);
+  const auto first = std::ranges::lower_bound(*list, route, Before),
+             last = std::ranges::upper_bound(*list, route, Before);
   if (byDump) return std::find_if(first, last, [this](const Route &r) { return r.told != telling_.now(); });
   return message.appends || kFamily == kIpv6 ? last : first;
 }
@@ -147,7 +150,8 @@ bool Routes<kFamily>::Shrink(const Key &key, List *list, const RouteMessage &mes
     std::vector<Leg> legs = nextHops_.LegsOf(from.destination);
     const size_t before = legs.size();
     for (const Leg &gone : message.legs)
-      std::erase_if(legs, [&](const Leg &leg) { return leg.link == gone.link && leg.gateway == gone.gateway; });
+      std::erase_if(legs,
+                    [&](const Leg &leg) { return leg.link == gone.link && leg.gateway == gone.gateway; });
     if (legs.empty() || legs.size() == before) continue;
     NoteDropped(key, from);
     const Destination rest = nextHops_.Use(legs);

@@ -4,15 +4,18 @@
 #include <memory>
 #include <set>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
-#include "host/linux/route_message.h"
+#include "host/linux/nexthops.h"
+#include "host/netlink/kernel_set.h"
+#include "host/netlink/route_message.h"
 
 namespace qdt::host {
 
-// The routes of one family, of all tables. The engine has one route for a prefix of a VPN. Of several that the kernel
-// has, which differ in their metric or their type of service, that one is shown which packets of no special type take;
-// the others are remembered and take its place when it goes.
+// The routes of one family, of all tables. The engine has one route for a prefix of a VPN. Of several that
+// the kernel has, which differ in their metric or their type of service, that one is shown which packets of
+// no special type take; the others are remembered and take its place when it goes.
 template <Family kFamily>
 class Routes {
  public:
@@ -20,8 +23,8 @@ class Routes {
 
   void Begin();
   void Take(const RouteMessage &route, Told told);
-  // The dump is over; what it did not show leaves when it was complete. That takes a while with many routes: to be
-  // called again for as long as it returns true.
+  // The dump is over; what it did not show leaves when it was complete. That takes a while with many routes:
+  // to be called again for as long as it returns true.
   bool End(bool complete);
 
   // Whether something was told that only a dump can settle.
@@ -42,7 +45,8 @@ class Routes {
     uint32_t told;            // in which dump, or since when
     uint8_t tos;
     uint8_t type;
-    bool joins;  // is one with others of its metric: several routes through gateways are one with several ways (IPv6)
+    bool joins;  // is one with others of its metric: several routes through gateways are one with several
+                 // ways (IPv6)
     bool Alike(const Route &other) const { return metric == other.metric && tos == other.tos; }
     bool Same(const Route &other) const { return Alike(other) && destination == other.destination; }
   };
@@ -51,8 +55,8 @@ class Routes {
     Route best{};                                // of type 0: there is none yet
     std::unique_ptr<std::vector<Route>> others;  // mostly none
   };
-  // A route that a notification has taken away while a dump runs, with the ways that it had: their numbers are others
-  // when they are used again.
+  // A route that a notification has taken away while a dump runs, with the ways that it had: their numbers
+  // are others when they are used again.
   struct Dropped {
     Key key;
     uint32_t metric, tos;

@@ -1,16 +1,14 @@
 """nqed --linux against network namespaces that the tests make: the tables show what ip, bridge and conntrack show."""
 
-import json
 import os
 import random
 import signal
-import socket
 import subprocess
 import time
 
 import pytest
 
-from conftest import PATIENCE, engine_place, nqecli, nqed, wait_until
+from conftest import BIN, PATIENCE, engine_place, nqed, wait_until
 from kernel_state import Kernel, Tables, connections, differences, kernel_state, object_hops
 
 
@@ -473,16 +471,42 @@ def test_a_full_table_goes_on_and_takes_the_rest_when_there_is_room(pair):
 
 
 def test_statistics_of_ip(mirror):
-    def received():
-        return int(mirror.near.run("sh", "-c", "awk '/^Ip: [0-9]/{print $4}' /proc/net/snmp"))
+    names = {"Ip": {"InReceives": "Total IP packets received"}, "Icmp": {"InMsgs": "ICMP packets received"}}
 
-    def shown():
-        answer = mirror.engine.cli("agent", "QdtOmaSysStatProc")
-        return answer
+    def both():
+        """Pairs of what the kernel and what the engine has counted."""
+        shown = dict(line.strip().rsplit(": ", 1) for line in
+                     mirror.engine.cli("agent", "sysstat-query", "type=normal").out.splitlines() if ": " in line)
+        lines = [line.split() for line in mirror.near.run("cat", "/proc/net/snmp").splitlines()]
+        for heads, values in zip(lines[::2], lines[1::2]):
+            for head, value in zip(heads, values):
+                name = names.get(heads[0].rstrip(":"), {}).get(head)
+                if name is not None:
+                    yield int(value), int(shown.get(name, 0))
 
     mirror.near.run("ping", "-c3", "-i0.01", "-W1", "10.0.0.2")
-    assert received() >= 3
-    assert shown() is not None
+    wait_until(lambda: [kernel >= 3 and kernel == engine for kernel, engine in both()] == [True] * 2, "the counters")
+
+
+def test_without_rights_all_but_connections_is_shown(pair):
+    pair.near.ip(ROUTES)
+    with engine_place() as place:
+        os.chown(place.directory, 65534, 65534)
+        errors = place.directory / "scenario.yaml"
+        with open(errors, "w") as file:
+            # In the namespace already: to enter it by its name takes rights.
+            place.process = subprocess.Popen(
+                ["ip", "netns", "exec", pair.near.name, "setpriv", "--reuid=65534", "--regid=65534", "--clear-groups",
+                 BIN / "nqed", "--linux", "--arena", place.arena], stdout=subprocess.PIPE, stderr=file)
+            assert place.process.stdout.readline().startswith(b"nqed: ready")
+        pair.engine = place
+        pair.settle()
+        assert errors.read_text() == "nqed: no sessions: tracked connections cannot be seen (it takes CAP_NET_ADMIN)\n"
+        pair.near.ip("route add 10.66.0.0/16 via 10.0.0.2")
+        pair.settle()
+        place.process.terminate()
+        place.process.communicate(timeout=PATIENCE)
+        place.process = None
 
 
 def test_what_cannot_be_is_refused_in_one_line(directory):

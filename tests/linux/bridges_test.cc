@@ -17,7 +17,8 @@ class BridgesTest : public MirrorTest {
  protected:
   using Fill = std::function<void(MessageBuilder &)>;
 
-  MessageBuilder LinkMessage(int index, const std::string &kind, uint32_t master, const Fill &data, uint16_t type) {
+  MessageBuilder LinkMessage(int index, const std::string &kind, uint32_t master, const Fill &data,
+                             uint16_t type) {
     ifinfomsg head = {};
     head.ifi_index = index;
     head.ifi_flags = IFF_UP;
@@ -33,19 +34,27 @@ class BridgesTest : public MirrorTest {
       });
     });
   }
-  void AddLink(int index, const std::string &kind, uint32_t master = 0, const Fill &data = [](MessageBuilder &) {}) {
+  void AddLink(
+      int index, const std::string &kind, uint32_t master = 0, const Fill &data = [](MessageBuilder &) {}) {
     links_.Take(LinkMessage(index, kind, master, data, RTM_NEWLINK).message(), Told::kByNotification);
   }
   void RemoveLink(int index) {
-    links_.Take(LinkMessage(index, "", 0, [](MessageBuilder &) {}, RTM_DELLINK).message(), Told::kByNotification);
+    links_.Take(LinkMessage(
+                    index, "", 0, [](MessageBuilder &) {}, RTM_DELLINK)
+                    .message(),
+                Told::kByNotification);
   }
   void Vlans(int index, std::initializer_list<bridge_vlan_info> vlans) {
     ifinfomsg head = {};
     head.ifi_family = AF_BRIDGE;
     head.ifi_index = index;
-    bridges_.Take(MessageBuilder(RTM_NEWLINK, head).Nest(IFLA_AF_SPEC, [&](MessageBuilder &list) {
-      for (const bridge_vlan_info &vlan : vlans) list.Number(IFLA_BRIDGE_VLAN_INFO, vlan);
-    }).message());
+    bridges_.Take(MessageBuilder(RTM_NEWLINK, head)
+                      .Nest(IFLA_AF_SPEC,
+                            [&](MessageBuilder &list) {
+                              for (const bridge_vlan_info &vlan : vlans)
+                                list.Number(IFLA_BRIDGE_VLAN_INFO, vlan);
+                            })
+                      .message());
   }
   // The values of a field by the interface that they belong to.
   static std::map<uint64_t, uint64_t> ByLink(const std::string &table, const std::string &field) {
@@ -75,7 +84,8 @@ TEST_F(BridgesTest, ABridgeThatFiltersFloodsByVlan) {
   Settle();
   EXPECT_EQ(Values("bridgeinfo", "vlan_filter"), std::vector<uint64_t>{1});
   std::map<uint64_t, std::multiset<uint64_t>> flooded;
-  const std::vector<uint64_t> vlans = Values("ssw_boardcast", "vlan_id"), ports = Values("ssw_boardcast", "fwd_if_index");
+  const std::vector<uint64_t> vlans = Values("ssw_boardcast", "vlan_id"),
+                              ports = Values("ssw_boardcast", "fwd_if_index");
   for (size_t i = 0; i < vlans.size(); ++i) flooded[vlans[i]].insert(ports[i]);
   EXPECT_EQ(flooded, (std::map<uint64_t, std::multiset<uint64_t>>{{1, {7}}, {10, {7, 8}}, {4095, {8}}}));
   EXPECT_TRUE(Values("ssw_global_boardcast", "fwd_if_index").empty());
@@ -117,8 +127,11 @@ TEST_F(BridgesTest, WhatIsBehindALinkOfAVrfIsInItsVpn) {
   head.ndm_family = AF_INET;
   head.ndm_ifindex = 7;
   head.ndm_state = NUD_REACHABLE;
-  neighbours.Take(MessageBuilder(RTM_NEWNEIGH, head).Bytes(NDA_DST, {10, 0, 0, 2})
-                      .Bytes(NDA_LLADDR, {2, 0, 0, 0, 0, 2}).message(), Told::kByNotification);
+  neighbours.Take(MessageBuilder(RTM_NEWNEIGH, head)
+                      .Bytes(NDA_DST, {10, 0, 0, 2})
+                      .Bytes(NDA_LLADDR, {2, 0, 0, 0, 0, 2})
+                      .message(),
+                  Told::kByNotification);
   const auto isThere = [](uint16_t vpn) {
     const struct {
       uint16_t reserved, vpn;

@@ -11,14 +11,14 @@
 #include <random>
 
 #include "host/linux/bridges.h"
-#include "host/linux/connection_message.h"
 #include "host/linux/fdb.h"
 #include "host/linux/kernel_statistics.h"
-#include "host/linux/link_message.h"
 #include "host/linux/neighbours.h"
-#include "host/linux/netlink.h"
 #include "host/linux/nexthops.h"
-#include "host/linux/route_message.h"
+#include "host/netlink/connection_message.h"
+#include "host/netlink/link_message.h"
+#include "host/netlink/netlink.h"
+#include "host/netlink/route_message.h"
 #include "tests/linux/mirror_fixture.h"
 
 // What the kernel's messages say, and that those which are cut or lie about their lengths lead nowhere.
@@ -66,12 +66,12 @@ TEST(LinkMessageTest, TellsOfAPortOfABridge) {
 TEST(LinkMessageTest, TellsOfVlansVrfsAndBridges) {
   ifinfomsg head = {};
   head.ifi_index = 8;
-  const auto read = [&](const std::string &kind, uint32_t lower, const std::function<void(MessageBuilder &)> &data) {
+  const auto read = [&](const std::string &kind, uint32_t lower,
+                        const std::function<void(MessageBuilder &)> &data) {
     MessageBuilder message(RTM_NEWLINK, head);
     message.Text(IFLA_IFNAME, "x").Number<uint32_t>(IFLA_LINK, lower);
-    message.Nest(IFLA_LINKINFO, [&](MessageBuilder &info) {
-      info.Text(IFLA_INFO_KIND, kind).Nest(IFLA_INFO_DATA, data);
-    });
+    message.Nest(IFLA_LINKINFO,
+                 [&](MessageBuilder &info) { info.Text(IFLA_INFO_KIND, kind).Nest(IFLA_INFO_DATA, data); });
     Link link;
     EXPECT_TRUE(ReadLink(message.message(), &link));
     return link;
@@ -80,7 +80,8 @@ TEST(LinkMessageTest, TellsOfVlansVrfsAndBridges) {
   EXPECT_EQ(vlan.vlan, 42u);
   EXPECT_EQ(vlan.lower, 5u);
   EXPECT_EQ(read("veth", 5, [](MessageBuilder &) {}).lower, 0u);
-  EXPECT_EQ(read("vrf", 0, [](MessageBuilder &data) { data.Number<uint32_t>(IFLA_VRF_TABLE, 100); }).table, 100u);
+  EXPECT_EQ(read("vrf", 0, [](MessageBuilder &data) { data.Number<uint32_t>(IFLA_VRF_TABLE, 100); }).table,
+            100u);
   const Link bridge = read("bridge", 0, [](MessageBuilder &data) {
     data.Number<uint32_t>(IFLA_BR_AGEING_TIME, 30000).Number<uint8_t>(IFLA_BR_VLAN_FILTERING, 1);
     data.Number<uint32_t>(IFLA_BR_STP_STATE, 1).Number<uint8_t>(IFLA_BR_MCAST_SNOOPING, 1);
@@ -95,7 +96,8 @@ MessageBuilder VlansOfPort() {
   head.ifi_index = 7;
   MessageBuilder message(RTM_NEWLINK, head);
   return message.Nest(IFLA_AF_SPEC, [](MessageBuilder &list) {
-    list.Number(IFLA_BRIDGE_VLAN_INFO, bridge_vlan_info{BRIDGE_VLAN_INFO_PVID | BRIDGE_VLAN_INFO_UNTAGGED, 1});
+    list.Number(IFLA_BRIDGE_VLAN_INFO,
+                bridge_vlan_info{BRIDGE_VLAN_INFO_PVID | BRIDGE_VLAN_INFO_UNTAGGED, 1});
     list.Number(IFLA_BRIDGE_VLAN_INFO, bridge_vlan_info{BRIDGE_VLAN_INFO_RANGE_BEGIN, 10});
     list.Number(IFLA_BRIDGE_VLAN_INFO, bridge_vlan_info{BRIDGE_VLAN_INFO_RANGE_END, 12});
   });
@@ -179,10 +181,11 @@ TEST(RouteMessageTest, PassesOverWhatIsNoRouteOfTheTables) {
 MessageBuilder TranslatedConnection() {
   const nfgenmsg head{AF_INET, NFNETLINK_V0, 0};
   MessageBuilder message(NFNL_SUBSYS_CTNETLINK << 8 | IPCTNL_MSG_CT_NEW, head);
-  const auto tuple = [&](uint16_t type, std::initializer_list<uint8_t> from, std::initializer_list<uint8_t> to,
-                         uint16_t sourcePort, uint16_t port) {
+  const auto tuple = [&](uint16_t type, std::initializer_list<uint8_t> from,
+                         std::initializer_list<uint8_t> to, uint16_t sourcePort, uint16_t port) {
     message.Nest(type, [&](MessageBuilder &parts) {
-      parts.Nest(CTA_TUPLE_IP, [&](MessageBuilder &ip) { ip.Bytes(CTA_IP_V4_SRC, from).Bytes(CTA_IP_V4_DST, to); });
+      parts.Nest(CTA_TUPLE_IP,
+                 [&](MessageBuilder &ip) { ip.Bytes(CTA_IP_V4_SRC, from).Bytes(CTA_IP_V4_DST, to); });
       parts.Nest(CTA_TUPLE_PROTO, [&](MessageBuilder &proto) {
         proto.Number<uint8_t>(CTA_PROTO_NUM, 6).Number<uint16_t>(CTA_PROTO_SRC_PORT, htobe16(sourcePort));
         proto.Number<uint16_t>(CTA_PROTO_DST_PORT, htobe16(port));
@@ -193,7 +196,8 @@ MessageBuilder TranslatedConnection() {
   tuple(CTA_TUPLE_REPLY, {10, 0, 0, 2}, {192, 0, 2, 1}, 443, 5000);
   message.Number<uint32_t>(CTA_STATUS, htobe32(0x10)).Number<uint32_t>(CTA_TIMEOUT, htobe32(120));
   return message.Nest(CTA_PROTOINFO, [](MessageBuilder &info) {
-    info.Nest(CTA_PROTOINFO_TCP, [](MessageBuilder &tcp) { tcp.Number<uint8_t>(CTA_PROTOINFO_TCP_STATE, 3); });
+    info.Nest(CTA_PROTOINFO_TCP,
+              [](MessageBuilder &tcp) { tcp.Number<uint8_t>(CTA_PROTOINFO_TCP_STATE, 3); });
   });
 }
 
@@ -211,10 +215,14 @@ TEST(ConnectionMessageTest, TellsOfBothDirections) {
 
 TEST(StatisticsTextTest, PairsOfLinesAndLinesOfPairs) {
   KernelCounters counters;
-  ReadPairs("Ip: Forwarding InReceives OutRequests\nIp: 1 42 17\nTcp: MaxConn InSegs\nTcp: -1 5\n", &counters);
+  ReadPairs("Ip: Forwarding InReceives OutRequests\nIp: 1 42 17\nTcp: MaxConn InSegs\nTcp: -1 5\n",
+            &counters);
   ReadLines("Ip6InReceives                   \t7\nIp6Bad x\n\n", &counters);
-  EXPECT_EQ(counters, (KernelCounters{{"Ip.Forwarding", 1}, {"Ip.InReceives", 42}, {"Ip.OutRequests", 17},
-                                      {"Tcp.InSegs", 5}, {"Ip6InReceives", 7}}));
+  EXPECT_EQ(counters, (KernelCounters{{"Ip.Forwarding", 1},
+                                      {"Ip.InReceives", 42},
+                                      {"Ip.OutRequests", 17},
+                                      {"Tcp.InSegs", 5},
+                                      {"Ip6InReceives", 7}}));
   counters.clear();
   ReadPairs("Ip: A B\nUdp: 1 2\n", &counters);
   ReadPairs("Ip: A B C\nIp: 1", &counters);
@@ -271,26 +279,34 @@ class AllReaders : public MirrorTest {
   }
 
   static std::vector<MessageBuilder> Samples() {
-    std::vector<MessageBuilder> samples = {PortOfBridge(), VlansOfPort(), MultipathRoute(), TranslatedConnection()};
+    std::vector<MessageBuilder> samples = {PortOfBridge(), VlansOfPort(), MultipathRoute(),
+                                           TranslatedConnection()};
     ndmsg neighbour = {};
     neighbour.ndm_family = AF_INET;
     neighbour.ndm_ifindex = 7;
     neighbour.ndm_state = NUD_REACHABLE;
-    samples.push_back(MessageBuilder(RTM_NEWNEIGH, neighbour).Bytes(NDA_DST, {10, 0, 0, 2})
+    samples.push_back(MessageBuilder(RTM_NEWNEIGH, neighbour)
+                          .Bytes(NDA_DST, {10, 0, 0, 2})
                           .Bytes(NDA_LLADDR, {2, 0, 0, 0, 0, 2}));
     neighbour.ndm_family = AF_BRIDGE;
-    samples.push_back(MessageBuilder(RTM_NEWNEIGH, neighbour).Bytes(NDA_LLADDR, {2, 0, 0, 0, 0, 3})
-                          .Number<uint32_t>(NDA_MASTER, 3).Number(NDA_CACHEINFO, nda_cacheinfo{}));
+    samples.push_back(MessageBuilder(RTM_NEWNEIGH, neighbour)
+                          .Bytes(NDA_LLADDR, {2, 0, 0, 0, 0, 3})
+                          .Number<uint32_t>(NDA_MASTER, 3)
+                          .Number(NDA_CACHEINFO, nda_cacheinfo{}));
     ifaddrmsg address = {};
     address.ifa_family = AF_INET;
     address.ifa_prefixlen = 24;
     address.ifa_index = 7;
-    samples.push_back(MessageBuilder(RTM_NEWADDR, address).Bytes(IFA_LOCAL, {10, 0, 0, 1}).Number<uint32_t>(IFA_FLAGS, 1));
+    samples.push_back(
+        MessageBuilder(RTM_NEWADDR, address).Bytes(IFA_LOCAL, {10, 0, 0, 1}).Number<uint32_t>(IFA_FLAGS, 1));
     nhmsg object = {};
     object.nh_family = AF_INET;
-    samples.push_back(MessageBuilder(RTM_NEWNEXTHOP, object).Number<uint32_t>(NHA_ID, 5).Number<uint32_t>(NHA_OIF, 7)
+    samples.push_back(MessageBuilder(RTM_NEWNEXTHOP, object)
+                          .Number<uint32_t>(NHA_ID, 5)
+                          .Number<uint32_t>(NHA_OIF, 7)
                           .Bytes(NHA_GATEWAY, {10, 0, 0, 2}));
-    samples.push_back(MessageBuilder(RTM_NEWNEXTHOP, object).Number<uint32_t>(NHA_ID, 6)
+    samples.push_back(MessageBuilder(RTM_NEWNEXTHOP, object)
+                          .Number<uint32_t>(NHA_ID, 6)
                           .Number(NHA_GROUP, nexthop_grp{5, 0, 0, 0}));
     br_port_msg bridge = {};
     bridge.ifindex = 3;
@@ -328,7 +344,8 @@ TEST_F(AllReaders, SeeWhatTheSamplesSay) {
 
 TEST_F(AllReaders, StayInsideMessagesThatAreCut) {
   for (const MessageBuilder &sample : Samples()) {
-    for (size_t size = 0; size <= sample.payload().size(); ++size) ReadAlone(sample, Bytes(sample.payload()).first(size));
+    for (size_t size = 0; size <= sample.payload().size(); ++size)
+      ReadAlone(sample, Bytes(sample.payload()).first(size));
   }
   Read(MessageBuilder(RTM_NEWLINK, ifinfomsg{}).message());
 }
@@ -353,9 +370,8 @@ TEST(BufferTest, IsSplitIntoMessagesUpToWhereItIsCut) {
   second->nlmsg_len = 400;
   const auto count = [&] {
     uint32_t messages = 0;
-    ForEachMessage({reinterpret_cast<const uint8_t *>(buffer.data()), 48}, [&](const Message &message) {
-      messages += message.payload.size() < 400;
-    });
+    ForEachMessage({reinterpret_cast<const uint8_t *>(buffer.data()), 48},
+                   [&](const Message &message) { messages += message.payload.size() < 400; });
     return messages;
   };
   EXPECT_EQ(count(), 1u);

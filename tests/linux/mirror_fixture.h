@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "host/engine/filler.h"
-#include "host/linux/message.h"
+#include "host/netlink/message.h"
 #include "host/tbm/table_sweep.h"
 #include "platform/tbm.h"
 #include "tests/host/temp_dir.h"
@@ -35,7 +35,9 @@ class MessageBuilder {
   MessageBuilder &Number(uint16_t type, T number) {
     return Add(type, &number, sizeof number);
   }
-  MessageBuilder &Text(uint16_t type, const std::string &text) { return Add(type, text.c_str(), text.size() + 1); }
+  MessageBuilder &Text(uint16_t type, const std::string &text) {
+    return Add(type, text.c_str(), text.size() + 1);
+  }
   MessageBuilder &Bytes(uint16_t type, std::initializer_list<uint8_t> bytes) {
     return Add(type, std::data(bytes), bytes.size());
   }

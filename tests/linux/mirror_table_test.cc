@@ -77,7 +77,8 @@ tables:
 TEST_F(MirrorTableTest, ADerivedTableHasWhatIsWantedAndNothingElse) {
   DerivedTable derived(target(), "ssw_boardcast");
   MirrorTable &table = derived.table();
-  const FieldRef bridge = table.Key("bridge_id"), vlan = table.Key("vlan_id"), port = table.Value("fwd_if_index");
+  const FieldRef bridge = table.Key("bridge_id"), vlan = table.Key("vlan_id"),
+                 port = table.Value("fwd_if_index");
   const auto want = [&](uint32_t vlanId, uint32_t index) {
     table.New().SetKey(bridge, 1).SetKey(vlan, vlanId).Set(port, index);
     derived.Want();

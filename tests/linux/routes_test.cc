@@ -244,8 +244,12 @@ TEST_F(RoutesTest, NextHopObjectsChangeUnderTheirRoutes) {
   const auto object = [&](uint32_t id, uint8_t last) {
     nhmsg head = {};
     head.nh_family = AF_INET;
-    objects_.Take(MessageBuilder(RTM_NEWNEXTHOP, head).Number<uint32_t>(NHA_ID, id).Number<uint32_t>(NHA_OIF, 2)
-                      .Bytes(NHA_GATEWAY, {0, 0, 0, last}).message(), Told::kByNotification);
+    objects_.Take(MessageBuilder(RTM_NEWNEXTHOP, head)
+                      .Number<uint32_t>(NHA_ID, id)
+                      .Number<uint32_t>(NHA_OIF, 2)
+                      .Bytes(NHA_GATEWAY, {0, 0, 0, last})
+                      .message(),
+                  Told::kByNotification);
   };
   RouteMessage route = Route({});
   route.object = 7;
@@ -258,7 +262,8 @@ TEST_F(RoutesTest, NextHopObjectsChangeUnderTheirRoutes) {
   object(7, 2);
   EXPECT_EQ(Shown(), 2);
   nhmsg head = {};
-  objects_.Take(MessageBuilder(RTM_DELNEXTHOP, head).Number<uint32_t>(NHA_ID, 7).message(), Told::kByNotification);
+  objects_.Take(MessageBuilder(RTM_DELNEXTHOP, head).Number<uint32_t>(NHA_ID, 7).message(),
+                Told::kByNotification);
   EXPECT_TRUE(objects_.TakeSilentLoss());
   EXPECT_EQ(Hops(), 1u);  // until the route goes
   routes4_.Begin();
@@ -268,11 +273,15 @@ TEST_F(RoutesTest, NextHopObjectsChangeUnderTheirRoutes) {
 
 TEST_F(RoutesTest, AGroupThatIsToldOfBeforeItsMembersGetsThem) {
   nhmsg head = {};
-  objects_.Take(MessageBuilder(RTM_NEWNEXTHOP, head).Number<uint32_t>(NHA_ID, 3)
-                    .Number(NHA_GROUP, nexthop_grp{8, 0, 0, 0}).message(), Told::kByDump);
-  head.nh_family = AF_INET;
-  objects_.Take(MessageBuilder(RTM_NEWNEXTHOP, head).Number<uint32_t>(NHA_ID, 8).Number<uint32_t>(NHA_OIF, 2).message(),
+  objects_.Take(MessageBuilder(RTM_NEWNEXTHOP, head)
+                    .Number<uint32_t>(NHA_ID, 3)
+                    .Number(NHA_GROUP, nexthop_grp{8, 0, 0, 0})
+                    .message(),
                 Told::kByDump);
+  head.nh_family = AF_INET;
+  objects_.Take(
+      MessageBuilder(RTM_NEWNEXTHOP, head).Number<uint32_t>(NHA_ID, 8).Number<uint32_t>(NHA_OIF, 2).message(),
+      Told::kByDump);
   EXPECT_EQ(Values("nhp_group", "primary_count"), std::vector<uint64_t>{1});
 }
 

@@ -47,7 +47,8 @@ constexpr char kUsage[] =
     "\n"
     "Runs the lab engine in the foreground until SIGTERM or SIGINT; prints one line when it is ready.\n"
     "\n"
-    "  --scenario FILE  what the engine's tables hold (YAML); with --linux those that the kernel has nothing for\n"
+    "  --scenario FILE  what the engine's tables hold (YAML); with --linux those that the kernel has nothing "
+    "for\n"
     "  --linux          the tables follow the Linux kernel of this machine\n"
     "  --netns NAME     or of a network namespace, by its name or its path\n"
     "  --counters SECONDS\n"
@@ -76,9 +77,9 @@ struct CommandLine {
   bool linux = false;
   std::string netns;
   uint32_t counters = 0, netlinkBuffer = 0;  // 0: not told
-  std::string scenario;   // file
-  std::string layoutDir;  // empty: the layouts that the program was built with
-  uint32_t traffic = 0;   // simulated packets a second
+  std::string scenario;                      // file
+  std::string layoutDir;                     // empty: the layouts that the program was built with
+  uint32_t traffic = 0;                      // simulated packets a second
   EngineOptions options;
   ServerLimits limits;
 };

@@ -1,5 +1,5 @@
-#ifndef HOST_LINUX_NETLINK_H_
-#define HOST_LINUX_NETLINK_H_
+#ifndef HOST_NETLINK_NETLINK_H_
+#define HOST_NETLINK_NETLINK_H_
 
 #include <netlink/netlink.h>
 
@@ -9,17 +9,18 @@
 #include <vector>
 
 #include "host/base/fd.h"
-#include "host/linux/message.h"
+#include "host/netlink/message.h"
 
 namespace qdt::host {
 
-// The network namespace that is mirrored: the process's own, or one by name. Only opening things takes place inside; the
-// process stays where it is.
+// The network namespace that is mirrored: the process's own, or one by name. Only opening things takes place
+// inside; the process stays where it is.
 class NetworkNamespace {
  public:
   // The process's own.
   NetworkNamespace() = default;
-  // One that `ip netns add` has made, by its name, or any by its path (with a slash). Throws HostError when there is none.
+  // One that `ip netns add` has made, by its name, or any by its path (with a slash). Throws HostError when
+  // there is none.
   explicit NetworkNamespace(const std::string &name);
 
   // Calls `work` inside. Throws HostError without the right to enter.
@@ -38,8 +39,8 @@ class NetworkNamespace {
 // A netlink socket that does not block.
 class NetlinkSocket {
  public:
-  // Throws HostError. `buffer` bytes are asked for what waits to be received; without the right to as many, what the
-  // system allows.
+  // Throws HostError. `buffer` bytes are asked for what waits to be received; without the right to as many,
+  // what the system allows.
   NetlinkSocket(const NetworkNamespace &where, int protocol, int buffer);
 
   int fd() const { return nl_socket_get_fd(socket_.get()); }
@@ -47,8 +48,8 @@ class NetlinkSocket {
   // Subscribes to a group of notifications; false when the kernel does not know it.
   bool Join(int group);
 
-  // Asks for a dump, or for whatever `flags` say; the request is the head and the attributes behind it. Returns the
-  // number that its answers carry, 0 when the kernel does not take it.
+  // Asks for a dump, or for whatever `flags` say; the request is the head and the attributes behind it.
+  // Returns the number that its answers carry, 0 when the kernel does not take it.
   uint32_t Ask(uint16_t type, uint16_t flags, Bytes request);
 
   enum class Received {
@@ -76,4 +77,4 @@ int ErrorOf(const Message &message);
 
 }  // namespace qdt::host
 
-#endif  // HOST_LINUX_NETLINK_H_
+#endif  // HOST_NETLINK_NETLINK_H_

@@ -1,10 +1,10 @@
-#ifndef HOST_LINUX_DUMP_H_
-#define HOST_LINUX_DUMP_H_
+#ifndef HOST_NETLINK_DUMP_H_
+#define HOST_NETLINK_DUMP_H_
 
 #include <cstdint>
 #include <functional>
 
-#include "host/linux/netlink.h"
+#include "host/netlink/netlink.h"
 
 namespace qdt::host {
 
@@ -16,8 +16,8 @@ enum class Dump : uint8_t {
   kNeighbours,
   kFdb,
   kMulticast,
-  // The kernel tells of a next hop or an address that goes before it drops the routes that need it. The dump of the
-  // next-hop objects waits until it has.
+  // The kernel tells of a next hop or an address that goes before it drops the routes that need it. The dump
+  // of the next-hop objects waits until it has.
   kNextHops,
   kRoutes4,
   kRoutes6,
@@ -34,14 +34,14 @@ class Dumper {
   struct Receiver {
     std::function<void(Dump)> begin;
     std::function<void(Dump, const Message &)> take;
-    // False for a dump that was interrupted or failed, which does not tell what has gone. Returns whether it has to be
-    // called again.
+    // False for a dump that was interrupted or failed, which does not tell what has gone. Returns whether it
+    // has to be called again.
     std::function<bool(Dump, bool complete)> end;
   };
   Dumper(NetlinkSocket *socket, uint32_t kinds, Receiver receiver);
 
-  // Dumps that are to be made, by their bits; those that are not the dumper's are left out. One that runs already is made
-  // once more.
+  // Dumps that are to be made, by their bits; those that are not the dumper's are left out. One that runs
+  // already is made once more.
   void Want(uint32_t dumps) { wanted_ |= dumps & kinds_; }
   bool running() const { return running_; }
   bool ending() const { return ending_; }
@@ -50,7 +50,8 @@ class Dumper {
 
   // Begins with the next dump, if none runs.
   void Start();
-  // One piece of the dump that runs. Waits for it when told to. Takes away what waits on the socket without one.
+  // One piece of the dump that runs. Waits for it when told to. Takes away what waits on the socket without
+  // one.
   void Step(bool wait);
 
  private:
@@ -66,10 +67,10 @@ class Dumper {
   bool over_ = false;      // its last message has come
   bool complete_ = false;  // nothing has disturbed it so far
   bool interrupted_ = false;
-  uint32_t asked_ = 0;     // the number of the request
-  bool ending_ = false;    // the receiver has more to do about its end
+  uint32_t asked_ = 0;   // the number of the request
+  bool ending_ = false;  // the receiver has more to do about its end
 };
 
 }  // namespace qdt::host
 
-#endif  // HOST_LINUX_DUMP_H_
+#endif  // HOST_NETLINK_DUMP_H_

@@ -1,5 +1,5 @@
-#ifndef HOST_LINUX_MESSAGE_H_
-#define HOST_LINUX_MESSAGE_H_
+#ifndef HOST_NETLINK_MESSAGE_H_
+#define HOST_NETLINK_MESSAGE_H_
 
 #include <linux/netlink.h>
 #include <netlink/attr.h>
@@ -11,8 +11,8 @@
 
 namespace qdt::host {
 
-// A message of the kernel's, and its attributes. Lengths are the kernel's word, which is checked against the bytes that
-// are there: what is cut reads as missing.
+// A message of the kernel's, and its attributes. Lengths are the kernel's word, which is checked against the
+// bytes that are there: what is cut reads as missing.
 
 using Bytes = std::span<const uint8_t>;
 
@@ -21,7 +21,8 @@ inline Bytes Payload(const nlattr *attribute) {
   return {static_cast<const uint8_t *>(nla_data(attribute)), static_cast<size_t>(nla_len(attribute))};
 }
 
-// A number of the type's size in the kernel's byte order, or `otherwise` where the attribute is missing or shorter.
+// A number of the type's size in the kernel's byte order, or `otherwise` where the attribute is missing or
+// shorter.
 template <typename T>
 T Number(const nlattr *attribute, T otherwise = 0) {
   const Bytes bytes = Payload(attribute);
@@ -87,4 +88,4 @@ enum class Told : uint8_t { kByDump, kByNotification };
 
 }  // namespace qdt::host
 
-#endif  // HOST_LINUX_MESSAGE_H_
+#endif  // HOST_NETLINK_MESSAGE_H_

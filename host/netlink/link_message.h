@@ -1,12 +1,12 @@
-#ifndef HOST_LINUX_LINK_MESSAGE_H_
-#define HOST_LINUX_LINK_MESSAGE_H_
+#ifndef HOST_NETLINK_LINK_MESSAGE_H_
+#define HOST_NETLINK_LINK_MESSAGE_H_
 
 #include <array>
 #include <cstdint>
 #include <string>
 #include <vector>
 
-#include "host/linux/message.h"
+#include "host/netlink/message.h"
 
 namespace qdt::host {
 
@@ -57,8 +57,8 @@ struct Link {
   bool ResolvesNeighbours() const;
 };
 
-// Reads a message about a link; false for one that is cut or says nothing of a link. A message may tell of some things
-// only: `link` keeps what it has of the others.
+// Reads a message about a link; false for one that is cut or says nothing of a link. A message may tell of
+// some things only: `link` keeps what it has of the others.
 bool ReadLink(const Message &message, Link *link);
 
 // Reads a message of the bridges (AF_BRIDGE) about one of their ports: what it tells of the port.
@@ -77,4 +77,4 @@ bool ReadLinkCounters(const Message &message, uint32_t *index, LinkCounters *cou
 
 }  // namespace qdt::host
 
-#endif  // HOST_LINUX_LINK_MESSAGE_H_
+#endif  // HOST_NETLINK_LINK_MESSAGE_H_

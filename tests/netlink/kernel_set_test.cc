@@ -1,4 +1,4 @@
-#include "host/linux/kernel_set.h"
+#include "host/netlink/kernel_set.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "host/linux/connection_message.h"
+#include "host/netlink/connection_message.h"
 
 #include <endian.h>
 #include <linux/netfilter/nfnetlink.h>
@@ -19,7 +19,8 @@ bool ReadTuple(const nlattr *nest, Family family, Tuple *tuple) {
   tuple->family = family;
   const nlattr *source = ip[family == kIpv4 ? CTA_IP_V4_SRC : CTA_IP_V6_SRC];
   const nlattr *destination = ip[family == kIpv4 ? CTA_IP_V4_DST : CTA_IP_V6_DST];
-  if (Payload(source).size() != BytesOf(family) || Payload(destination).size() != BytesOf(family)) return false;
+  if (Payload(source).size() != BytesOf(family) || Payload(destination).size() != BytesOf(family))
+    return false;
   tuple->source = IpOf(source, family);
   tuple->destination = IpOf(destination, family);
   tuple->protocol = Number<uint8_t>(proto[CTA_PROTO_NUM]);
@@ -55,7 +56,9 @@ class Request {
   void AddNumber(uint16_t type, T number) {
     Add(type, &number, sizeof number);
   }
-  void AddNest(uint16_t type, const Request &nest) { Add(type | NLA_F_NESTED, nest.bytes_.data(), nest.bytes_.size()); }
+  void AddNest(uint16_t type, const Request &nest) {
+    Add(type | NLA_F_NESTED, nest.bytes_.data(), nest.bytes_.size());
+  }
   void Append(const void *bytes, size_t size) {
     const auto *from = static_cast<const uint8_t *>(bytes);
     bytes_.insert(bytes_.end(), from, from + size);
@@ -122,7 +125,8 @@ std::vector<uint8_t> DeletionOf(const Tuple &original, uint32_t id) {
     proto.AddNumber(isV4 ? CTA_PROTO_ICMP_ID : CTA_PROTO_ICMPV6_ID, htobe16(original.sourcePort));
     proto.AddNumber(isV4 ? CTA_PROTO_ICMP_TYPE : CTA_PROTO_ICMPV6_TYPE,
                     static_cast<uint8_t>(original.destinationPort >> 8));
-    proto.AddNumber(isV4 ? CTA_PROTO_ICMP_CODE : CTA_PROTO_ICMPV6_CODE, static_cast<uint8_t>(original.destinationPort));
+    proto.AddNumber(isV4 ? CTA_PROTO_ICMP_CODE : CTA_PROTO_ICMPV6_CODE,
+                    static_cast<uint8_t>(original.destinationPort));
   } else {
     proto.AddNumber(CTA_PROTO_SRC_PORT, htobe16(original.sourcePort));
     proto.AddNumber(CTA_PROTO_DST_PORT, htobe16(original.destinationPort));

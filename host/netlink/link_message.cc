@@ -1,4 +1,4 @@
-#include "host/linux/link_message.h"
+#include "host/netlink/link_message.h"
 
 #include <linux/if.h>
 #include <linux/if_arp.h>
@@ -76,7 +76,8 @@ bool ReadLink(const Message &message, Link *link) {
   if (mac.size() == link->mac.size()) std::ranges::copy(mac, link->mac.begin());
   if (values.Has(IFLA_LINKINFO)) ReadKind(values[IFLA_LINKINFO], link);
   // A pair of virtual links name each other, and none stands on the other; nor does one in another namespace.
-  if (link->kind != "veth" && !values.Has(IFLA_LINK_NETNSID)) link->lower = Number<uint32_t>(values[IFLA_LINK]);
+  if (link->kind != "veth" && !values.Has(IFLA_LINK_NETNSID))
+    link->lower = Number<uint32_t>(values[IFLA_LINK]);
   if (link->lower == link->index) link->lower = 0;
   if (!ReadCounters(values[IFLA_STATS64], &link->counters)) link->counters = counters;
   return true;

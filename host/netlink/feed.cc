@@ -1,4 +1,4 @@
-#include "host/linux/feed.h"
+#include "host/netlink/feed.h"
 
 #include <syslog.h>
 

@@ -1,5 +1,5 @@
-#ifndef HOST_LINUX_IP_ADDRESS_H_
-#define HOST_LINUX_IP_ADDRESS_H_
+#ifndef HOST_NETLINK_IP_ADDRESS_H_
+#define HOST_NETLINK_IP_ADDRESS_H_
 
 #include <sys/socket.h>
 
@@ -7,8 +7,7 @@
 #include <array>
 #include <cstdint>
 
-#include "host/linux/message.h"
-#include "host/linux/mirror_table.h"
+#include "host/netlink/message.h"
 
 namespace qdt::host {
 
@@ -29,8 +28,15 @@ inline IpBytes IpOf(const nlattr *attribute, Family family) {
   return address;
 }
 
-// The address as the number that the layouts' fields take.
-inline WideValue NumberOf(const IpBytes &address, Family family) {
+// A number of `size` bytes in network order.
+inline unsigned __int128 FromNetwork(const void *bytes, size_t size) {
+  unsigned __int128 value = 0;
+  for (size_t i = 0; i < size; ++i) value = value << 8 | static_cast<const uint8_t *>(bytes)[i];
+  return value;
+}
+
+// The address as a number.
+inline unsigned __int128 NumberOf(const IpBytes &address, Family family) {
   return FromNetwork(address.data(), BytesOf(family));
 }
 
@@ -40,6 +46,19 @@ inline bool FamilyOf(uint8_t afFamily, Family *family) {
   return afFamily == AF_INET || afFamily == AF_INET6;
 }
 
+// One way that packets go: over a link, to a gateway or to whomever they are for; or the way that a next-hop
+// object of the kernel's stands for, which may change.
+struct Leg {
+  uint32_t object = 0;  // then the rest is nothing to know it by
+  uint32_t link = 0;
+  bool hasGateway = false;
+  Family gatewayFamily = kIpv4;
+  uint16_t weight = 1;
+  IpBytes gateway{};
+
+  auto operator<=>(const Leg &) const = default;
+};
+
 }  // namespace qdt::host
 
-#endif  // HOST_LINUX_IP_ADDRESS_H_
+#endif  // HOST_NETLINK_IP_ADDRESS_H_

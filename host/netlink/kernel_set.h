@@ -1,5 +1,5 @@
-#ifndef HOST_LINUX_KERNEL_SET_H_
-#define HOST_LINUX_KERNEL_SET_H_
+#ifndef HOST_NETLINK_KERNEL_SET_H_
+#define HOST_NETLINK_KERNEL_SET_H_
 
 #include <cstdint>
 #include <cstring>
@@ -8,7 +8,7 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include "host/linux/message.h"
+#include "host/netlink/message.h"
 
 namespace qdt::host {
 
@@ -26,9 +26,10 @@ struct SameBytes {
   bool operator()(const Id &a, const Id &b) const { return std::memcmp(&a, &b, sizeof a) == 0; }
 };
 
-// When something was last told, in dumps. A dump takes its time, and notifications come on another socket meanwhile, so
-// that it may show what has changed since: whatever a notification has told since the dump began stands, and the dump's
-// word on it is passed over. When it is complete, what nobody has told of since it began is no more.
+// When something was last told, in dumps. A dump takes its time, and notifications come on another socket
+// meanwhile, so that it may show what has changed since: whatever a notification has told since the dump
+// began stands, and the dump's word on it is passed over. When it is complete, what nobody has told of since
+// it began is no more.
 class Telling {
  public:
   uint32_t now() const { return now_; }
@@ -54,7 +55,8 @@ class KernelSet {
     dropped_.clear();
   }
 
-  // The object to be written anew, an empty one when there was none; null when a dump tells what is known better.
+  // The object to be written anew, an empty one when there was none; null when a dump tells what is known
+  // better.
   Object *Take(const Id &id, Told told) {
     const bool byDump = told == Told::kByDump;
     if (byDump && dropped_.contains(id)) return nullptr;
@@ -119,4 +121,4 @@ class KernelSet {
 
 }  // namespace qdt::host
 
-#endif  // HOST_LINUX_KERNEL_SET_H_
+#endif  // HOST_NETLINK_KERNEL_SET_H_

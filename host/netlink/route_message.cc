@@ -1,4 +1,4 @@
-#include "host/linux/route_message.h"
+#include "host/netlink/route_message.h"
 
 #include <linux/rtnetlink.h>
 
@@ -15,7 +15,8 @@ void ReadGateway(const nlattr *gateway, const nlattr *via, Family family, Leg *l
   }
   const Bytes bytes = Payload(via);
   Family other;
-  if (bytes.size() < sizeof(uint16_t) || !FamilyOf(static_cast<uint8_t>(Number<uint16_t>(via)), &other)) return;
+  if (bytes.size() < sizeof(uint16_t) || !FamilyOf(static_cast<uint8_t>(Number<uint16_t>(via)), &other))
+    return;
   const Bytes address = bytes.subspan(sizeof(uint16_t));
   if (address.size() != BytesOf(other)) return;
   leg->hasGateway = true;

@@ -1,10 +1,10 @@
-#ifndef HOST_LINUX_CONNECTION_MESSAGE_H_
-#define HOST_LINUX_CONNECTION_MESSAGE_H_
+#ifndef HOST_NETLINK_CONNECTION_MESSAGE_H_
+#define HOST_NETLINK_CONNECTION_MESSAGE_H_
 
 #include <optional>
 #include <vector>
 
-#include "host/linux/ip_address.h"
+#include "host/netlink/ip_address.h"
 
 namespace qdt::host {
 
@@ -22,9 +22,9 @@ struct ConnectionMessage {
   std::optional<Tuple> master;  // of a connection that was expected
   uint32_t status = 0;          // IPS_...
   uint32_t id = 0;
-  std::optional<uint32_t> timeout;   // seconds
-  std::optional<uint8_t> tcpState;   // TCP_CONNTRACK_...
-  uint64_t start = 0;                // nanoseconds since 1970, 0 where the kernel does not keep it
+  std::optional<uint32_t> timeout;  // seconds
+  std::optional<uint8_t> tcpState;  // TCP_CONNTRACK_...
+  uint64_t start = 0;               // nanoseconds since 1970, 0 where the kernel does not keep it
   bool gone = false;
 };
 
@@ -46,4 +46,4 @@ extern const uint16_t kDeleteConnection;  // its type
 
 }  // namespace qdt::host
 
-#endif  // HOST_LINUX_CONNECTION_MESSAGE_H_
+#endif  // HOST_NETLINK_CONNECTION_MESSAGE_H_

@@ -1,15 +1,15 @@
-#ifndef HOST_LINUX_FEED_H_
-#define HOST_LINUX_FEED_H_
+#ifndef HOST_NETLINK_FEED_H_
+#define HOST_NETLINK_FEED_H_
 
 #include <chrono>
 #include <span>
 
-#include "host/linux/dump.h"
+#include "host/netlink/dump.h"
 
 namespace qdt::host {
 
-// Follows one part of the kernel: what it tells by itself, and its dumps where it does not, or where what it told was
-// lost.
+// Follows one part of the kernel: what it tells by itself, and its dumps where it does not, or where what it
+// told was lost.
 class Feed {
  public:
   // `buffer` bytes for notifications that wait. Throws HostError.
@@ -24,15 +24,15 @@ class Feed {
 
   // Dumps everything and waits for it.
   void Load();
-  // Some of the notifications that wait, and a piece of the dump that runs. Returns whether it has more to do though
-  // none of the files may be readable.
+  // Some of the notifications that wait, and a piece of the dump that runs. Returns whether it has more to do
+  // though none of the files may be readable.
   bool Follow();
   // Takes everything out of the tables: what was mirrored is no more.
   void Clear();
 
  protected:
-  // Subscribes; to be called before the first dump, so that nothing falls between the two. False where a group could
-  // not be joined.
+  // Subscribes; to be called before the first dump, so that nothing falls between the two. False where a
+  // group could not be joined.
   bool Join(std::span<const int> groups);
   void Want(uint32_t dumps) { dumper_.Want(dumps); }
   const Dumper &dumper() const { return dumper_; }
@@ -59,4 +59,4 @@ class Feed {
 
 }  // namespace qdt::host
 
-#endif  // HOST_LINUX_FEED_H_
+#endif  // HOST_NETLINK_FEED_H_

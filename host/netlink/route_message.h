@@ -1,9 +1,9 @@
-#ifndef HOST_LINUX_ROUTE_MESSAGE_H_
-#define HOST_LINUX_ROUTE_MESSAGE_H_
+#ifndef HOST_NETLINK_ROUTE_MESSAGE_H_
+#define HOST_NETLINK_ROUTE_MESSAGE_H_
 
 #include <vector>
 
-#include "host/linux/nexthops.h"
+#include "host/netlink/ip_address.h"
 
 namespace qdt::host {
 
@@ -23,10 +23,10 @@ struct RouteMessage {
   std::vector<Leg> legs;
 };
 
-// False for what is no route of the tables: one that is cut, a cached one, one of multicast routing, or one that
-// depends on where packets come from. `route` is overwritten; its room is used again.
+// False for what is no route of the tables: one that is cut, a cached one, one of multicast routing, or one
+// that depends on where packets come from. `route` is overwritten; its room is used again.
 bool ReadRoute(const Message &message, RouteMessage *route);
 
 }  // namespace qdt::host
 
-#endif  // HOST_LINUX_ROUTE_MESSAGE_H_
+#endif  // HOST_NETLINK_ROUTE_MESSAGE_H_

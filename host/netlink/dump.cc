@@ -1,4 +1,4 @@
-#include "host/linux/dump.h"
+#include "host/netlink/dump.h"
 
 #include <linux/if_bridge.h>
 #include <linux/if_link.h>

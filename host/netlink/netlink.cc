@@ -1,4 +1,4 @@
-#include "host/linux/netlink.h"
+#include "host/netlink/netlink.h"
 
 #include <fcntl.h>
 #include <netlink/msg.h>
@@ -26,7 +26,8 @@ NetworkNamespace::NetworkNamespace(const std::string &name)
     : path_(name.find('/') != std::string::npos ? name : kNamespaces + name) {
   if (!name.empty()) fd_ = UniqueFd(open(path_.c_str(), O_RDONLY | O_CLOEXEC));
   if (!fd_.ok())
-    throw HostError("--netns " + Quoted(name) + ": there is no such network namespace (\"ip netns\" lists them)");
+    throw HostError("--netns " + Quoted(name) +
+                    ": there is no such network namespace (\"ip netns\" lists them)");
 }
 
 void NetworkNamespace::Inside(const std::function<void()> &work) const {
