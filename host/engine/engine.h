@@ -47,6 +47,7 @@ class Engine {
   // Brings the tables and regions up to date with what the engine is filled from.
   void Follow();
   Filler::Source source() const { return filler_.source(); }
+  uint64_t refused() const { return filler_.refused(); }
 
   // Sets the counters to 0 that the layouts mark as cleared by `word`, in all entries of their tables;
   // returns the number of those entries.

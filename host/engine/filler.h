@@ -42,6 +42,9 @@ class Filler {
   // filled.
   virtual std::string missing() const { return {}; }
 
+  // How often an entry has found its table full so far. Says nothing of those that make a filler give up.
+  virtual uint64_t refused() const { return 0; }
+
   // A file that is readable when there is something to follow, always the same; -1: nothing changes. Who has
   // several files, or keeps time as well, gives an epoll descriptor with a timerfd among them.
   virtual int changes() const { return -1; }

@@ -73,7 +73,10 @@ void Addresses::Leave(const Id &id, Known *known) {
 
 bool Addresses::TakeRoomAgain() {
   bool any = false;
-  for (Tables &t : tables_) any |= t.heads.TakeRoomAgain() | t.list.TakeRoomAgain();
+  for (Tables &t : tables_) {
+    any |= t.heads.TakeRoomAgain();
+    any |= t.list.TakeRoomAgain();
+  }
   return any;
 }
 

@@ -86,9 +86,7 @@ void Bridges::Derive() {
     if (link.IsBridge()) all[link.index].bridge = &link;
     if (const Link *bridge = links_.BridgeOf(link)) all[bridge->index].links.push_back(&link);
   });
-  DerivedTable *const tables[] = {&bridges_,  &states_,  &isolation_, &flood_,
-                                  &floodAll_, &members_, &vlanTable_};
-  for (DerivedTable *table : tables) table->Begin();
+  for (DerivedTable *table : tables()) table->Begin();
   for (const auto &[index, ports] : all) {
     if (ports.bridge == nullptr) continue;
     DeriveBridge(*ports.bridge);
@@ -96,7 +94,13 @@ void Bridges::Derive() {
     DeriveIsolation(ports);
     if (ports.bridge->bridge.vlanFiltering) DeriveVlans(ports);
   }
-  for (DerivedTable *table : tables) table->End();
+  for (DerivedTable *table : tables()) table->End();
+}
+
+uint64_t Bridges::refused() {
+  uint64_t sum = 0;
+  for (DerivedTable *table : tables()) sum += table->table().refused();
+  return sum;
 }
 
 void Bridges::DeriveBridge(const Link &bridge) {

@@ -1,6 +1,7 @@
 #ifndef HOST_LINUX_BRIDGES_H_
 #define HOST_LINUX_BRIDGES_H_
 
+#include <array>
 #include <map>
 #include <vector>
 
@@ -22,6 +23,7 @@ class Bridges {
 
   // To be called when the links, or the numbers of their MAC addresses, have changed.
   void Derive();
+  uint64_t refused();
 
  private:
   struct Ports {
@@ -35,6 +37,9 @@ class Bridges {
   void DeriveVlans(const Ports &ports);
   void DeriveIsolation(const Ports &ports);
   const Vlans &VlansOf(uint32_t index) const;
+  std::array<DerivedTable *, 7> tables() {
+    return {&bridges_, &states_, &isolation_, &flood_, &floodAll_, &members_, &vlanTable_};
+  }
 
   Links &links_;
   std::map<uint32_t, Vlans> vlans_, coming_;  // by link

@@ -55,6 +55,11 @@ class Multicast {
   void Begin();
   void Take(const Message &message, Told told);
   void End(bool complete);
+  bool TakeRoomAgain() {
+    const bool receivers = table_.TakeRoomAgain(), routers = routerTable_.TakeRoomAgain();
+    return receivers || routers;
+  }
+  uint64_t refused() const { return table_.refused() + routerTable_.refused(); }
 
  private:
   struct Id {

@@ -88,6 +88,11 @@ Filler::Source LinuxFiller::source() const {
   return {"linux", options_.netns.empty() ? "this machine" : "namespace " + options_.netns};
 }
 
+uint64_t LinuxFiller::refused() const {
+  return (mirror_ != nullptr ? mirror_->refused() : 0) +
+         (connections_ != nullptr ? connections_->refused() : 0);
+}
+
 void LinuxFiller::Watch(int fd) {
   epoll_event event = {};
   event.events = EPOLLIN;

@@ -37,6 +37,7 @@ class LinuxFiller : public Filler {
   void Fill(const FillTarget &target) override;
   int changes() const override { return changes_.get(); }
   void Follow(const FillTarget &target) override;
+  uint64_t refused() const override;
   bool AgesIn(uint32_t) const override { return false; }
   void Leaves(uint32_t table, const void *entry) override;
 

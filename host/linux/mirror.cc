@@ -181,8 +181,11 @@ void Mirror::WantSilentlyLost() {
          BitOf(Dump::kPorts) | BitOf(Dump::kAddresses));
   const bool addressGone = addresses_.TakeSilentLoss(), objectGone = objects_.TakeSilentLoss();
   if (addressGone) Want(BitOf(Dump::kNextHops) | BitOf(Dump::kRoutes4));
-  const bool missing = nextHops4_.TakeMissing() | nextHops6_.TakeMissing(), isNew = objects_.TakeNew();
-  if (objectGone || (missing && isNew)) Want(kRouteDumps);
+  missing_ |= nextHops4_.TakeMissing();
+  missing_ |= nextHops6_.TakeMissing();
+  const bool come = objects_.TakeNew() && missing_;
+  if (come) missing_ = false;
+  if (objectGone || come) Want(kRouteDumps);
   if (routes4_.TakeUnsettled()) Want(BitOf(Dump::kRoutes4));
   if (routes6_.TakeUnsettled()) Want(BitOf(Dump::kRoutes6));
 }
@@ -190,15 +193,19 @@ void Mirror::WantSilentlyLost() {
 void Mirror::WantWhereRoomIs() {
   if (links_.TakeRoomAgain()) Want(BitOf(Dump::kLinks));
   if (fdb_.TakeRoomAgain()) Want(BitOf(Dump::kFdb));
+  if (multicast_.TakeRoomAgain()) Want(BitOf(Dump::kMulticast));
   if (neighbours_.TakeRoomAgain()) Want(BitOf(Dump::kNeighbours));
   if (addresses_.TakeRoomAgain()) Want(BitOf(Dump::kAddresses));
-  if (nextHops4_.TakeRoomAgain() | routes4_.TakeRoomAgain()) Want(BitOf(Dump::kRoutes4));
-  if (nextHops6_.TakeRoomAgain() | routes6_.TakeRoomAgain()) Want(BitOf(Dump::kRoutes6));
+  if (nextHops4_.TakeRoomAgain()) Want(BitOf(Dump::kRoutes4));
+  if (nextHops6_.TakeRoomAgain()) Want(BitOf(Dump::kRoutes6));
+  if (routes4_.TakeRoomAgain()) Want(BitOf(Dump::kRoutes4));
+  if (routes6_.TakeRoomAgain()) Want(BitOf(Dump::kRoutes6));
 }
 
-uint64_t Mirror::refused() const {
-  return links_.refused() + fdb_.refused() + neighbours_.refused() + addresses_.refused() +
-         nextHops4_.refused() + nextHops6_.refused() + routes4_.refused() + routes6_.refused();
+uint64_t Mirror::refused() {
+  return links_.refused() + bridges_.refused() + multicast_.refused() + fdb_.refused() +
+         neighbours_.refused() + addresses_.refused() + nextHops4_.refused() + nextHops6_.refused() +
+         routes4_.refused() + routes6_.refused();
 }
 
 }  // namespace qdt::host

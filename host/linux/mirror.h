@@ -22,8 +22,8 @@ class Mirror : public Feed {
   void WantCounters();
 
   const Links &links() const { return links_; }
-  // Entries that found no room so far.
-  uint64_t refused() const;
+  // How often an entry has found no room so far.
+  uint64_t refused();
 
  private:
   void TakeNotification(const Message &message) override;
@@ -46,6 +46,7 @@ class Mirror : public Feed {
   Routes<kIpv6> routes6_;
   RouteMessage route_;
   bool derive_ = true;
+  bool missing_ = false;  // a route leads to an object that is not known yet
 };
 
 }  // namespace qdt::host

@@ -141,7 +141,10 @@ const MacAddress *Neighbours::Resolve(const NeighbourId &id) const {
 
 bool Neighbours::TakeRoomAgain() {
   bool any = false;
-  for (Tables &t : tables_) any |= t.resolved.TakeRoomAgain() | t.missed.TakeRoomAgain();
+  for (Tables &t : tables_) {
+    any |= t.resolved.TakeRoomAgain();
+    any |= t.missed.TakeRoomAgain();
+  }
   return any;
 }
 

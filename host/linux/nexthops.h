@@ -58,7 +58,10 @@ class NextHops {
   void ObjectChanged(uint32_t object);
   void NeighbourChanged(const NeighbourId &neighbour);
   void LinksChanged(const std::set<uint32_t> &links);
-  bool TakeRoomAgain() { return hopTable_.TakeRoomAgain() | groupTable_.TakeRoomAgain(); }
+  bool TakeRoomAgain() {
+    const bool hops = hopTable_.TakeRoomAgain(), groups = groupTable_.TakeRoomAgain();
+    return hops || groups;
+  }
   uint64_t refused() const { return hopTable_.refused() + groupTable_.refused(); }
   // Whether an object was asked for that is not known.
   bool TakeMissing() { return std::exchange(missing_, false); }

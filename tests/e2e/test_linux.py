@@ -465,6 +465,7 @@ def test_a_full_table_goes_on_and_takes_the_rest_when_there_is_room(pair):
         pair.engine = place.start()
         pair.near.ip("\n".join(f"route add 10.60.{i}.0/24 via 10.0.0.2" for i in range(30)))
         wait_until(lambda: len(pair.tables().records("fib")) == 20, "the table to be full")
+        wait_until(lambda: " times, as tables were full\n" in place.cli("engine", "status").out, "the count")
         pair.near.ip("\n".join(f"route del 10.60.{i}.0/24 via 10.0.0.2" for i in range(25)))
         pair.settle()
         place.stop()

@@ -72,7 +72,7 @@ class MessageBuilder {
 // An arena that is filled by what is tested.
 class MirrorTest : public testing::Test {
  protected:
-  MirrorTest() : MirrorTest({}) {}
+  MirrorTest() : MirrorTest(std::map<std::string, uint32_t>()) {}
   // With room for so many entries in some tables.
   explicit MirrorTest(const std::map<std::string, uint32_t> &capacities) {
     ArenaPlan plan = Layout::BuiltIn().Plan(directory_.File("socket"));

@@ -231,7 +231,7 @@ TEST_F(RoutesTest, WaysOfAnIpv6RouteComeAndGoOneByOne) {
 
 TEST_F(RoutesTest, Ipv6RoutesOfOneMetricWithoutGatewaysAreRoutesOfTheirOwn) {
   ipv6_ = true;
-  const auto links = [this] { return Values("ipv6_nhp", "if_index"); };
+  const auto links = [] { return Values("ipv6_nhp", "if_index"); };
   Notify(Route({Via(0, 2)}, 256));
   Notify(Route({Via(0, 3)}, 256));
   EXPECT_EQ(links(), (std::vector<uint64_t>{2, 3}));
