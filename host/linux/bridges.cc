@@ -86,10 +86,10 @@ void Bridges::Derive() {
     if (link.IsBridge()) all[link.index].bridge = &link;
     if (const Link *bridge = links_.BridgeOf(link)) all[bridge->index].links.push_back(&link);
   });
+  DeriveCounts();
   for (DerivedTable *table : tables()) table->Begin();
   for (const auto &[index, ports] : all) {
     if (ports.bridge == nullptr) continue;
-    DeriveBridge(*ports.bridge);
     DerivePorts(ports);
     DeriveIsolation(ports);
     if (ports.bridge->bridge.vlanFiltering) DeriveVlans(ports);
@@ -97,8 +97,16 @@ void Bridges::Derive() {
   for (DerivedTable *table : tables()) table->End();
 }
 
+void Bridges::DeriveCounts() {
+  bridges_.Begin();
+  links_.ForEach([this](const Link &link) {
+    if (link.IsBridge()) DeriveBridge(link);
+  });
+  bridges_.End();
+}
+
 uint64_t Bridges::refused() {
-  uint64_t sum = 0;
+  uint64_t sum = bridges_.table().refused();
   for (DerivedTable *table : tables()) sum += table->table().refused();
   return sum;
 }

@@ -21,8 +21,10 @@ class Bridges {
   void Take(const Message &message);
   void End(bool complete);
 
-  // To be called when the links, or the numbers of their MAC addresses, have changed.
+  // To be called when the links have changed.
   void Derive();
+  // To be called when the numbers of their MAC addresses have changed.
+  void DeriveCounts();
   uint64_t refused();
 
  private:
@@ -37,8 +39,9 @@ class Bridges {
   void DeriveVlans(const Ports &ports);
   void DeriveIsolation(const Ports &ports);
   const Vlans &VlansOf(uint32_t index) const;
-  std::array<DerivedTable *, 7> tables() {
-    return {&bridges_, &states_, &isolation_, &flood_, &floodAll_, &members_, &vlanTable_};
+  // All but the bridges' own.
+  std::array<DerivedTable *, 6> tables() {
+    return {&states_, &isolation_, &flood_, &floodAll_, &members_, &vlanTable_};
   }
 
   Links &links_;

@@ -13,11 +13,8 @@ constexpr uint32_t kMostMtu = 0xffff;  // the loopback has one more
 bool SameButCounters(const Link &a, const Link &b) {
   return a.flags == b.flags && a.carrier == b.carrier && a.mtu == b.mtu && a.mac == b.mac &&
          a.master == b.master && a.lower == b.lower && a.vlan == b.vlan && a.table == b.table &&
-         a.kind == b.kind && a.name == b.name && a.isPort == b.isPort && a.port.state == b.port.state &&
-         a.port.isolated == b.port.isolated && a.port.learning == b.port.learning &&
-         a.bridge.agingTime == b.bridge.agingTime && a.bridge.vlanFiltering == b.bridge.vlanFiltering &&
-         a.bridge.spanningTree == b.bridge.spanningTree &&
-         a.bridge.multicastSnooping == b.bridge.multicastSnooping;
+         a.kind == b.kind && a.name == b.name && a.isPort == b.isPort && a.port == b.port &&
+         a.bridge == b.bridge;
 }
 
 }  // namespace
@@ -87,7 +84,9 @@ void Links::TakePort(const Message &message) {
   Known *known = links_.Find({static_cast<uint32_t>(head->ifi_index)});
   // What a link is no more when it leaves its bridge, a message about the link tells.
   if (known == nullptr || message.type != RTM_NEWLINK) return;
-  if (!ReadBridgePort(message, &known->link.port)) return;
+  BridgePort port = known->link.port;
+  if (!ReadBridgePort(message, &port) || port == known->link.port) return;
+  known->link.port = port;
   changed_.insert(known->link.index);
   Write(known);
 }

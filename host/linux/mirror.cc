@@ -2,6 +2,8 @@
 
 #include <linux/rtnetlink.h>
 
+#include <utility>
+
 namespace qdt::host {
 namespace {
 
@@ -158,8 +160,8 @@ bool Mirror::End(Dump dump, bool complete) {
 void Mirror::Settle() {
   links_.Settle();
   const std::set<uint32_t> changed = links_.TakeChanged();
-  for (const uint32_t link : changed) neighbours_.LinkChanged(link);
   if (!changed.empty()) {
+    neighbours_.LinksChanged(changed);
     nextHops4_.LinksChanged(changed);
     nextHops6_.LinksChanged(changed);
     derive_ = true;
@@ -168,9 +170,8 @@ void Mirror::Settle() {
     nextHops4_.NeighbourChanged(neighbour);
     nextHops6_.NeighbourChanged(neighbour);
   }
-  derive_ |= fdb_.TellCounts(&links_);
-  if (derive_) bridges_.Derive();
-  derive_ = false;
+  if (fdb_.TellCounts(&links_)) bridges_.DeriveCounts();
+  if (std::exchange(derive_, false)) bridges_.Derive();
   WantSilentlyLost();
   WantWhereRoomIs();
 }

@@ -69,10 +69,10 @@ void Neighbours::End(bool complete) {
   known_.End(complete, [this](const NeighbourId &gone, Known &known) { Leave(gone, &known); });
 }
 
-void Neighbours::LinkChanged(uint32_t link) {
-  const uint32_t vpn = links_.VpnOf(link);
+void Neighbours::LinksChanged(const std::set<uint32_t> &links) {
   known_.ForEach([&](const NeighbourId &id, Known &known) {
-    if (id.link != link) return;
+    if (!links.contains(id.link)) return;
+    const uint32_t vpn = links_.VpnOf(id.link);
     const uint16_t state = known.state;
     if (known.vpn != vpn) Leave(id, &known);
     known.state = state;

@@ -28,8 +28,8 @@ class Neighbours {
   void Begin() { known_.Begin(); }
   void Take(const Message &message, Told told);
   void End(bool complete);
-  // The link has changed, and with it perhaps the VPN of what is behind it.
-  void LinkChanged(uint32_t link);
+  // These links have changed, and with them perhaps the VPN of what is behind them.
+  void LinksChanged(const std::set<uint32_t> &links);
 
   // The MAC address of a neighbour that is resolved, or null.
   const MacAddress *Resolve(const NeighbourId &id) const;

@@ -17,7 +17,8 @@ struct BridgePort {
   uint8_t state = 0;  // of the spanning tree, BR_STATE_...
   bool isolated = false;
   bool learning = true;
-  bool multicastRouter = false;
+
+  bool operator==(const BridgePort &) const = default;
 };
 
 // What a link has as a bridge.
@@ -26,6 +27,8 @@ struct Bridge {
   bool vlanFiltering = false;
   bool spanningTree = false;
   bool multicastSnooping = false;
+
+  bool operator==(const Bridge &) const = default;
 };
 
 struct LinkCounters {

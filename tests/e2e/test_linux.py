@@ -415,6 +415,26 @@ def test_connections_with_translation_and_their_end(mirror):
     wait_until(lambda: connections(mirror.near) == mirror.tables().connections(), "the connections to go")
 
 
+def test_a_connection_that_is_expected_is_a_server_map(mirror):
+    mirror.near.run("nft", "add table ip h; add ct helper ip h f {type \"ftp\" protocol tcp;}; "
+                           "add chain ip h o {type filter hook output priority 0;}; "
+                           "add rule ip h o tcp dport 21 ct helper set \"f\"")
+    server = "import socket,sys;s=socket.create_server(('10.0.0.2',21));print('on',flush=True);c=s.accept()[0];" \
+             "c.sendall(b'220 hello\\r\\n');c.recv(99);" \
+             "c.sendall(b'227 Entering Passive Mode (10,0,0,2,31,65)\\r\\n');sys.stdin.read()"
+    client = "import socket,sys;c=socket.create_connection(('10.0.0.2',21));c.recv(99);c.sendall(b'PASV\\r\\n');c.recv(99);" \
+             "print('on',flush=True);sys.stdin.read()"
+    with running(mirror.far, server), running(mirror.near, client):
+        assert "dport=8001" in mirror.near.run("conntrack", "-L", "expect")
+        wait_until(lambda: len(mirror.tables().records("server_map")) == 1, "the server map")
+        record, = mirror.tables().records("server_map")
+        assert (record["source"], record["destination"], record["source_port"], record["destination_port"]) == (
+            "10.0.0.1", "10.0.0.2", 0, 31 * 256 + 65)
+        assert (record["protocol"], record["type"]) == (6, 2)
+    mirror.near.run("conntrack", "-F", "expect")
+    wait_until(lambda: mirror.tables().records("server_map") == [], "the server map to go")
+
+
 class running:
     """A Python program in a namespace that says "on" when it is ready and ends with its input."""
 

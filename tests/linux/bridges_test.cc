@@ -143,12 +143,12 @@ TEST_F(BridgesTest, WhatIsBehindALinkOfAVrfIsInItsVpn) {
   EXPECT_TRUE(isThere(100));
   EXPECT_EQ(Values("fwdif", "vpn"), (std::vector<uint64_t>{100, 100}));  // the VRF itself, too
   AddLink(7, "veth");
-  neighbours.LinkChanged(7);
+  neighbours.LinksChanged({7});
   EXPECT_FALSE(isThere(100));
   EXPECT_TRUE(isThere(0));
   AddLink(4, "vrf", 0, [](MessageBuilder &data) { data.Number<uint32_t>(IFLA_VRF_TABLE, 70000); });
   AddLink(7, "veth", 4);
-  neighbours.LinkChanged(7);
+  neighbours.LinksChanged({7});
   EXPECT_EQ(Values("arp", "valid").size(), 0u);  // no VPN can be that
 }
 
