@@ -357,13 +357,15 @@ def prepare_changes(mirror):
     mirror.near.ip("link add br0 type bridge mcast_snooping 1\nlink set br0 up\nlink set v2 master br0")
 
 
+# QDT_LINUX_CHANGES and QDT_LINUX_SEED make a longer run or another one.
 ROUNDS = int(os.environ.get("QDT_LINUX_CHANGES", "1000")) // 100
+SEED = int(os.environ.get("QDT_LINUX_SEED", "17"))
 
 
 @pytest.mark.apart
 def test_random_changes(mirror):
     prepare_changes(mirror)
-    changes = Changes(17)
+    changes = Changes(SEED)
     for _ in range(ROUNDS):
         changes.hundred(mirror.near)
         mirror.settle()
@@ -375,7 +377,7 @@ def test_random_changes_of_which_the_kernel_loses_messages(pair):
         place.linux = ["--linux", "--netns", pair.near.name, "--netlink-buffer", "1"]
         pair.engine = place.start()
         prepare_changes(pair)
-        changes = Changes(18)
+        changes = Changes(SEED + 1)
         pid = place.process.pid
         for _ in range(max(2, ROUNDS // 2)):
             # An engine that stands still cannot receive: its buffer, the smallest that the kernel gives, overflows.
