@@ -51,7 +51,10 @@ class Engine:
         length, _ = struct.unpack("<Ii", self.socket.recv(8, socket.MSG_WAITALL))
         return self.socket.recv(length, socket.MSG_WAITALL).decode()
 
-    def end(self):
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
         self.process.terminate()
         self.process.wait()
 
@@ -60,8 +63,7 @@ def metric_of(answer):
     return next((line.split(":")[1].strip() for line in answer.splitlines() if "ReIndex" in line), None)
 
 
-def load(directory, count):
-    engine = Engine(directory)
+def load(engine, count):
     answers = []
     for i in range(2000):
         line = f"diag search nqpTable 3 11.0.{i % 4}.{i % 230} 32 0 0"
@@ -72,7 +74,6 @@ def load(directory, count):
     print(f"{count:9} routes: ready after {engine.seconds:.2f} s, of that {engine.processor:.2f} s of processor time: "
           f"{count / engine.seconds:,.0f} and {count / engine.processor:,.0f} routes a second; "
           f"one of them asked for: {1e6 * statistics.median(answers):.1f} us")
-    return engine
 
 
 def follow(engine):
@@ -105,14 +106,14 @@ def main():
         ip("addr", "add", "10.0.0.1/24", "dev", "v0")
         with tempfile.TemporaryDirectory() as directory:
             add_routes(0, 1000)
-            engine = load(directory, 1000)
-            follow(engine)
-            idle(engine)
-            engine.end()
+            with Engine(directory) as engine:
+                load(engine, 1000)
+                follow(engine)
+                idle(engine)
             add_routes(1000, ROUTES - 1000)
-            engine = load(directory, ROUTES)
-            follow(engine)
-            engine.end()
+            with Engine(directory) as engine:
+                load(engine, ROUTES)
+                follow(engine)
     finally:
         subprocess.run(["ip", "netns", "del", NAME], check=True)
 
