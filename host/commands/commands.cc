@@ -60,6 +60,8 @@ EngineReply Status(Engine &engine, const Words &) {
   const TableUse use = CountEntries();
   AppendLine(&text, "tables", std::to_string(use.tables) + " in use");
   AppendLine(&text, "entries", std::to_string(use.entries));
+  if (engine.refused() != 0)
+    AppendLine(&text, "refused", std::to_string(engine.refused()) + " times, as tables were full");
   for (uint32_t id = 0; id < g_tbmGlobalInfo->tableCount; ++id) {
     uint32_t count = 0;
     if (TbmTblEntryNum(0, id, &count) != 0 || count == 0) continue;

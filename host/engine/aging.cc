@@ -8,6 +8,7 @@ namespace {
 struct Sweep {
   const AgingTable &table;
   TableWriter &writer;
+  Filler *filler;
   uint64_t uptime;
   uint32_t removed;
 };
@@ -17,6 +18,7 @@ int32_t Look(void *entry, void *context) {
   auto &sweep = *static_cast<Sweep *>(context);
   const TableSpec &spec = sweep.table.spec;
   if (sweep.table.IsOver(entry, sweep.uptime)) {
+    if (sweep.filler != nullptr) sweep.filler->Leaves(spec.id, entry);
     sweep.removed +=
         sweep.writer.RemoveEntry(spec.id, static_cast<uint8_t *>(entry) + spec.searchOffset) == 0;
   }
@@ -29,10 +31,11 @@ bool AgingTable::IsOver(const void *entry, uint64_t uptime) const {
   if (valid && valid->Get(entry) == 0) return false;
   const uint64_t lifetime = agingTime.Get(entry);
   const uint64_t never = ~uint64_t{0} >> (64 - agingTime.Width());
+  if (endsByRequest) return lifetime == 0;
   return lifetime == 0 || (lifetime != never && uptime >= refreshed.Get(entry) + lifetime);
 }
 
-Aging::Aging(const Layout &layout, TableWriter *writer) : writer_(*writer) {
+Aging::Aging(const Layout &layout, TableWriter *writer, Filler *filler) : writer_(*writer), filler_(filler) {
   for (const uint32_t id : {kFlowPartitionTable, kServerMapTable}) AddTable(layout.Table(id));
 }
 
@@ -40,6 +43,7 @@ void Aging::AddTable(const TableLayout &layout) {
   if (layout.fields.Find("aging_time") == nullptr || layout.fields.Find("refreshed") == nullptr) return;
   AgingTable table{layout.spec, layout.At("aging_time"), layout.At("refreshed"), {}};
   if (layout.fields.Find("valid") != nullptr) table.valid = layout.At("valid");
+  table.endsByRequest = filler_ != nullptr && !filler_->AgesIn(layout.spec.id);
   tables_.push_back(std::move(table));
 }
 
@@ -53,7 +57,7 @@ uint32_t Aging::RunTable(uint32_t id, uint64_t uptime) {
   uint32_t removed = 0;
   for (const AgingTable &table : tables_) {
     if (table.spec.id != id) continue;
-    Sweep sweep{table, writer_, uptime, 0};
+    Sweep sweep{table, writer_, filler_, uptime, 0};
     TbmTblTrav(0, id, Look, &sweep);
     removed += sweep.removed;
   }
@@ -67,7 +71,7 @@ bool Aging::Step(uint64_t uptime) {
   const AgingTable &table = tables_[next_];
   if (next_ == 0 && !sweep_) uptime_ = uptime;
   if (!sweep_) sweep_.emplace(table.spec.id);
-  Sweep sweep{table, writer_, uptime_, 0};
+  Sweep sweep{table, writer_, filler_, uptime_, 0};
   if (sweep_->Next(Look, &sweep, kLooks)) return true;
   sweep_.reset();
   next_ = (next_ + 1) % tables_.size();

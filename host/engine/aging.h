@@ -6,6 +6,7 @@
 #include <optional>
 #include <vector>
 
+#include "host/engine/filler.h"
 #include "host/layout/layout.h"
 #include "host/tbm/table_sweep.h"
 #include "host/tbm/table_writer.h"
@@ -19,6 +20,8 @@ struct AgingTable {
   FieldRef refreshed;
   std::optional<FieldRef> valid;  // entries that are not have no age
 
+  bool endsByRequest = false;  // and not by time
+
   bool IsOver(const void *entry, uint64_t uptime) const;
 };
 
@@ -27,8 +30,9 @@ struct AgingTable {
 // highest number that its aging time can hold means never.
 class Aging {
  public:
-  // A table for which the layout has no fields does not age. Both must outlive this object.
-  Aging(const Layout &layout, TableWriter *writer);
+  // A table for which the layout has no fields does not age. All must outlive this object. The filler, if
+  // there is one, is told what leaves.
+  Aging(const Layout &layout, TableWriter *writer, Filler *filler = nullptr);
 
   // `uptime` is the present second of the monotonic clock. Returns how many entries were removed. Works on
   // the current arena.
@@ -45,6 +49,7 @@ class Aging {
   void AddTable(const TableLayout &layout);
 
   TableWriter &writer_;
+  Filler *filler_;
   std::vector<AgingTable> tables_;
   size_t next_ = 0;  // the table that Step goes on with, and how far it has come in it
   uint64_t uptime_ = 0;

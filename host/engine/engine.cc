@@ -41,6 +41,13 @@ ArenaPlan PlanFor(const EngineOptions &options, const Layout &layout) {
     throw HostError(std::string(region->place) + ": " + std::string(region->spec.name) +
                     ": the engine has a region of this name itself (rename it)");
   }
+  for (const auto &[name, capacity] : options.capacities) {
+    const TableLayout *table = layout.FindTable(name);
+    if (table == nullptr || !table->spec.enabled)
+      throw HostError("--capacity " + Quoted(name) +
+                      ": there is no such table (\"nqecli tables\" lists them)");
+    plan.tables[table->spec.id].capacity = capacity;
+  }
   plan.regions.push_back(StatisticsSpec(options.cores));
   Measurement::Plan(&plan, options.cores);
   return plan;
@@ -56,7 +63,7 @@ Engine::Engine(const EngineOptions &options, const Layout &layout, Filler *fille
       statistics_(*arena_),
       measurement_(*arena_, options.cores),
       writer_(arena_.get()),
-      aging_(layout, &writer_) {
+      aging_(layout, &writer_, filler) {
   Arena::SetCurrent(arena_.get());
   filler_.Fill(Target());
   StartReassembly(layout, arena_.get());

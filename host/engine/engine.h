@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "host/arena/arena.h"
@@ -22,6 +23,8 @@ struct EngineOptions {
   std::string arena;  // absolute paths: clients have other working directories
   std::string socket;
   uint32_t cores = 4;  // forwarding cores, which keep statistics of their own; 1 to kMaxCores
+  // Entries that a table has room for, by its short name, where that is not what the layout says.
+  std::vector<std::pair<std::string, uint32_t>> capacities = {};
 };
 
 // The lab engine: the one writer of an arena. Used by one thread; everything it is asked to do happens
@@ -44,6 +47,7 @@ class Engine {
   // Brings the tables and regions up to date with what the engine is filled from.
   void Follow();
   Filler::Source source() const { return filler_.source(); }
+  uint64_t refused() const { return filler_.refused(); }
 
   // Sets the counters to 0 that the layouts mark as cleared by `word`, in all entries of their tables;
   // returns the number of those entries.

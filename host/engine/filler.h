@@ -38,6 +38,13 @@ class Filler {
   // Fills the new arena, before anybody else sees it. Throws HostError with one line for the user.
   virtual void Fill(const FillTarget &target) = 0;
 
+  // What it has found that it cannot give, one line; empty when there is nothing. To be asked when it has
+  // filled.
+  virtual std::string missing() const { return {}; }
+
+  // How often an entry has found its table full so far. Says nothing of those that make a filler give up.
+  virtual uint64_t refused() const { return 0; }
+
   // A file that is readable when there is something to follow, always the same; -1: nothing changes. Who has
   // several files, or keeps time as well, gives an epoll descriptor with a timerfd among them.
   virtual int changes() const { return -1; }
@@ -45,6 +52,13 @@ class Filler {
   // Brings the arena up to date, when changes() is readable; reads what makes it so. Short, as clients wait
   // meanwhile: what is left over makes changes() readable still. Does not throw.
   virtual void Follow(const FillTarget & /*target*/) {}
+
+  // Whether the engine is to take out the table's entries whose time is over. Who takes them out himself says
+  // no; then only those leave that a client has ended.
+  virtual bool AgesIn(uint32_t /*table*/) const { return true; }
+
+  // An entry of a table that ages is about to be taken out by the engine.
+  virtual void Leaves(uint32_t /*table*/, const void * /*entry*/) {}
 };
 
 }  // namespace qdt::host

@@ -153,14 +153,16 @@ class Engine:
         self.socket = self.directory / "arena.sock"
         self.scenario = self.directory / "scenario.yaml"
         self.scenario.write_text(SCENARIO)
+        self.linux = None  # the options that have it mirror the kernel, in place of the scenario
         self.process = None
         self.ready_line = None
 
     def spawn(self, *words, stderr=subprocess.PIPE):
         """Starts the process without waiting for anything."""
         assert self.process is None
+        source = ["--scenario", self.scenario] if self.linux is None else self.linux
         self.process = subprocess.Popen(
-            [BIN / "nqed", "--scenario", self.scenario, "--arena", self.arena, *words],
+            [BIN / "nqed", *source, "--arena", self.arena, *words],
             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=stderr)
         return self
 

@@ -7,6 +7,7 @@
 #include "host/engine/engine.h"
 #include "host/engine/scenario_filler.h"
 #include "platform/tbm.h"
+#include "tests/engine/made_up_filler.h"
 #include "tests/host/temp_dir.h"
 
 namespace qdt::host {
@@ -167,6 +168,28 @@ TEST_F(AgingTest, OtherTablesDoNotAge) {
   uint32_t count = 0;
   EXPECT_EQ(TbmTblEntryNum(0, 29, &count), 0);
   EXPECT_EQ(count, 1u);
+}
+
+// Takes entries out itself.
+class KeepingFiller : public MadeUpFiller {
+ public:
+  bool AgesIn(uint32_t table) const override { return table != kFlowPartitionTable; }
+  void Leaves(uint32_t table, const void *entry) override {
+    left.emplace_back(table, *static_cast<const uint32_t *>(entry));
+  }
+  std::vector<std::pair<uint32_t, uint32_t>> left;
+};
+
+TEST_F(AgingTest, WhoTakesEntriesOutHimselfIsToldOfThoseThatAClientHasEnded) {
+  TableWriter writer(const_cast<Arena *>(&engine_.arena()));
+  KeepingFiller filler;
+  Aging aging(Layout::BuiltIn(), &writer, &filler);
+  EXPECT_EQ(aging.RunTable(kFlowPartitionTable, start_ + 100000), 1u);
+  EXPECT_EQ(Left(), (std::vector<uint32_t>{1, 2, 3, 5, 6}));
+  EXPECT_EQ(filler.left, (std::vector<std::pair<uint32_t, uint32_t>>{{kFlowPartitionTable, 4}}));
+  Session(2)[10] = Session(2)[11] = 0;  // its aging time
+  EXPECT_EQ(aging.RunTable(kFlowPartitionTable, start_), 1u);
+  EXPECT_EQ(filler.left.back().second, 2u);
 }
 
 }  // namespace

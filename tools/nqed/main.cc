@@ -26,6 +26,9 @@
 #include "host/wire/listener.h"
 #include "host/wire/paths.h"
 #include "host/wire/server.h"
+#ifdef QDT_HAS_LINUX
+#include "host/linux/linux_filler.h"
+#endif
 
 namespace qdt::host {
 namespace {
@@ -34,15 +37,26 @@ constexpr int kFailure = 2;
 constexpr std::chrono::seconds kAgingPeriod{1};  // what times are counted in
 constexpr uint32_t kMostClients = 512;           // descriptors are left for files beside them
 constexpr uint32_t kMostPatience = 86400;        // seconds
+constexpr uint32_t kMostBuffer = 1u << 30;       // bytes
 
 constexpr char kUsage[] =
     "usage: nqed --scenario FILE [--arena PATH] [--socket PATH] [--layout DIR] [--cores N] [--traffic RATE]\n"
-    "            [--clients N] [--patience SECONDS]\n"
+    "            [--clients N] [--patience SECONDS] [--capacity TABLE=N]...\n"
+    "       nqed --linux [--netns NAME] [--counters SECONDS] [--scenario FILE] [...]\n"
     "       nqed status [--arena PATH]\n"
     "\n"
     "Runs the lab engine in the foreground until SIGTERM or SIGINT; prints one line when it is ready.\n"
     "\n"
-    "  --scenario FILE  what the engine's tables hold (YAML)\n"
+    "  --scenario FILE  what the engine's tables hold (YAML); with --linux those that the kernel has nothing "
+    "for\n"
+    "  --linux          the tables follow the Linux kernel of this machine\n"
+    "  --netns NAME     or of a network namespace, by its name or its path\n"
+    "  --counters SECONDS\n"
+    "                   period in which the kernel's counters are read, 1 unless told otherwise\n"
+    "  --netlink-buffer BYTES\n"
+    "                   notifications of the kernel that may wait, 33554432 unless told otherwise\n"
+    "  --capacity TABLE=N\n"
+    "                   room for N entries in a table, what its layout says unless told otherwise\n"
     "  --arena PATH     shared file to publish, /dev/shm/nqe.arena unless told otherwise\n"
     "  --socket PATH    socket for command lines, the arena's path and \".sock\" unless told otherwise\n"
     "  --layout DIR     table layouts, the built-in ones unless told otherwise\n"
@@ -60,9 +74,12 @@ struct CommandLine {
   bool status = false;
   bool help = false;
   bool version = false;
-  std::string scenario;   // file
-  std::string layoutDir;  // empty: the layouts that the program was built with
-  uint32_t traffic = 0;   // simulated packets a second
+  bool linux = false;
+  std::string netns;
+  uint32_t counters = 0, netlinkBuffer = 0;  // 0: not told
+  std::string scenario;                      // file
+  std::string layoutDir;                     // empty: the layouts that the program was built with
+  uint32_t traffic = 0;                      // simulated packets a second
   EngineOptions options;
   ServerLimits limits;
 };
@@ -85,6 +102,25 @@ bool TakeNumber(Arguments *arguments, const char *name, uint32_t least, uint32_t
                   " to " + std::to_string(most));
 }
 
+// Takes --capacity when it is the next word.
+bool TakeCapacity(Arguments *arguments, EngineOptions *options) {
+  constexpr uint32_t kMostEntries = 1u << 24;
+  std::string value;
+  if (!arguments->TakeValue("--capacity", &value)) return false;
+  const size_t equals = value.find('=');
+  uint32_t count = 0;
+  if (equals != std::string::npos) {
+    const char *end = value.data() + value.size();
+    const auto [stop, error] = std::from_chars(value.data() + equals + 1, end, count);
+    if (error != std::errc() || stop != end || count > kMostEntries) count = 0;
+  }
+  if (count == 0)
+    throw HostError("--capacity " + Quoted(value) + " is not TABLE=N with a number from 1 to " +
+                    std::to_string(kMostEntries));
+  options->capacities.emplace_back(value.substr(0, equals), count);
+  return true;
+}
+
 CommandLine Parse(Arguments arguments) {
   CommandLine line;
   EngineOptions &options = line.options;
@@ -99,7 +135,12 @@ CommandLine Parse(Arguments arguments) {
       line.version = true;
     } else if (arguments.Take("status")) {
       line.status = true;
-    } else if (!arguments.TakeValue("--scenario", &line.scenario) &&
+    } else if (arguments.Take("--linux")) {
+      line.linux = true;
+    } else if (!arguments.TakeValue("--netns", &line.netns) && !TakeCapacity(&arguments, &options) &&
+               !TakeNumber(&arguments, "--counters", 1, kMostPatience, &line.counters) &&
+               !TakeNumber(&arguments, "--netlink-buffer", 1, kMostBuffer, &line.netlinkBuffer) &&
+               !arguments.TakeValue("--scenario", &line.scenario) &&
                !arguments.TakeValue("--arena", &options.arena) &&
                !arguments.TakeValue("--socket", &options.socket) &&
                !arguments.TakeValue("--layout", &line.layoutDir) &&
@@ -110,6 +151,8 @@ CommandLine Parse(Arguments arguments) {
       throw HostError("cannot make sense of " + Quoted(arguments.front()) + "; try --help");
     }
   }
+  if (!line.linux && (!line.netns.empty() || line.counters != 0 || line.netlinkBuffer != 0))
+    throw HostError("--netns, --counters and --netlink-buffer go with --linux");
   line.limits = {clients, std::chrono::seconds(patience)};
   if (options.socket.empty()) options.socket = options.arena + kSocketEnding;
   for (std::string *path : {&options.arena, &options.socket, &line.scenario}) {
@@ -160,19 +203,41 @@ void ReturnFreeMemory() {
 #endif
 }
 
+#ifdef QDT_HAS_LINUX
+std::unique_ptr<Filler> MakeLinuxFiller(const CommandLine &line, const Layout &layout) {
+  LinuxOptions options;
+  options.netns = line.netns;
+  if (line.counters != 0) options.counters = std::chrono::seconds(line.counters);
+  if (line.netlinkBuffer != 0) options.buffer = static_cast<int>(line.netlinkBuffer);
+  auto filler = std::make_unique<LinuxFiller>(options);
+  if (!line.scenario.empty()) filler->Add(line.scenario, Scenario::Load(line.scenario, layout));
+  return filler;
+}
+#else
+std::unique_ptr<Filler> MakeLinuxFiller(const CommandLine &, const Layout &) {
+  throw HostError("--linux: not built in (install libnl-3-dev and build again)");
+}
+#endif
+
+std::unique_ptr<Filler> MakeFiller(const CommandLine &line, const Layout &layout) {
+  if (line.linux) return MakeLinuxFiller(line, layout);
+  return std::make_unique<ScenarioFiller>(line.scenario, Scenario::Load(line.scenario, layout));
+}
+
 int RunEngine(const CommandLine &line) {
   const EngineOptions &options = line.options;
-  if (line.scenario.empty()) throw HostError("no scenario; name one with --scenario FILE");
+  if (line.scenario.empty() && !line.linux)
+    throw HostError("no scenario; name one with --scenario FILE, or mirror this machine with --linux");
   // Said at once, not after a long load.
   Arena::CheckFree(options.arena);
   std::optional<Layout> otherLayout;
   if (!line.layoutDir.empty()) otherLayout = ReadLayoutDirectory(line.layoutDir);
   const Layout &layout = otherLayout ? *otherLayout : Layout::BuiltIn();
-  ScenarioFiller filler(line.scenario, Scenario::Load(line.scenario, layout));
+  const std::unique_ptr<Filler> filler = MakeFiller(line, layout);
 
   // From here on there are files to take along when the engine is told to stop.
   const StopSignals stop;
-  Engine engine(options, layout, &filler);
+  Engine engine(options, layout, filler.get());
   ReturnFreeMemory();
   std::optional<Traffic> traffic;
   if (line.traffic != 0) traffic.emplace(&engine, line.traffic, EngineTraceOutput());
@@ -186,6 +251,8 @@ int RunEngine(const CommandLine &line) {
   if (engine.changes() >= 0) server.AddWatch(engine.changes(), [&engine] { engine.Follow(); });
   if (traffic) server.AddTick(Traffic::kPeriod, [&traffic] { traffic->Tick(); });
 
+  if (const std::string missing = filler->missing(); !missing.empty())
+    std::fprintf(stderr, "nqed: %s\n", missing.c_str());
   const TableUse use = CountEntries();
   // The engine runs on when nobody reads that.
   Write("nqed: ready, pid " + std::to_string(getpid()) + ", arena " + options.arena + ", socket " +
