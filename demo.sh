@@ -12,10 +12,10 @@ configure release
 compile release --target nqed nqecli nqecli-agent nqecli-sql omad qdt_util >build/demo.log 2>&1 || { tail -n 40 build/demo.log; exit 1; }
 
 work=$(mktemp -d)
-engine= agent=
+engine= agent= mirror=
 clean_up() {
   local process
-  for process in $agent $engine; do
+  for process in $agent $mirror $engine; do
     kill "$process" 2>/dev/null || true
     wait "$process" 2>/dev/null || true
   done
@@ -186,6 +186,26 @@ kill "$agent"
 wait "$agent" || true
 agent=
 
+heading "The same as data: any table as a list, and as JSON, CSV or a scenario (docs/data.md)"
+show list fib prefix=28
+show list session positive.source=192.0.2.11 --json
+show list ssw_macinfo mac='02:00:5e:30:*' --count
+show_head 8 usage
+show_head 8 fields arp
+
+heading "Where something stands, and where an address leads"
+show find 02:00:5e:30:00:04
+show explain 192.0.2.11
+
+heading "What cannot be true: the bindings that the site plants as stale, and more"
+show check
+
+heading "Two moments compared, and all of it as a scenario that loads again"
+show snapshot "$work/before"
+show engine region IPP_SESSION_AGING_TIME tcp 600
+show diff "$work/before" live IPP_SESSION_AGING_TIME
+show_head 4 export -
+
 heading "Questions in SQL: routes that lead nowhere, the way of a packet, who talks behind a NAT address (docs/sql.md has more)"
 show sql "SELECT vpn, destination, prefix, next_hop FROM fib WHERE next_hop LIKE '%/stale' OR next_hop IS NULL"
 show sql "SELECT f.destination, f.prefix, n.\"index\" AS nhp, i.reference AS interface FROM fib f
@@ -193,6 +213,20 @@ show sql "SELECT f.destination, f.prefix, n.\"index\" AS nhp, i.reference AS int
   WHERE f.match = '192.0.2.150'"
 show sql "SELECT new_source AS nat_address, count(*) AS sessions, count(DISTINCT positive_source) AS stations
   FROM session WHERE nat_source GROUP BY 1"
+
+heading "This machine as the engine: the kernel's links, routes and neighbours, mirrored (docs/linux.md)"
+printf '$ nqed --linux\n'
+build/bin/nqed --linux --arena "$work/linux.arena" >"$work/linux.log" 2>&1 &
+mirror=$!
+await "$mirror" "$work/linux.log"
+arena=$work/linux.arena
+show list fwdif --fields if_index,enable,source_mac,mtu --limit 5
+show list fib vpn=0 --limit 5
+show list arp --limit 3
+kill "$mirror"
+wait "$mirror" || true
+mirror=
+arena=$work/nqe.arena
 
 heading "What a wrong key answers"
 show diag search nqpTable 1 0 4711 0 0

@@ -123,6 +123,7 @@ TABLES = {
     "route": (route_row, ["routes", "number", "destinations", "median", "a map a length"]),
     "routechange": (route_change_row, ["routes", "number", "insertion", "removal", "bytes a route"]),
     "sql": (sql_row, ["SQL", "median", "at most"]),
+    "data": (sql_row, ["data, exec to exit", "median", "at most"]),
     "cli": (cli_row, ["nqecli", "exec to exit", "/bin/true", "ratio"]),
 }
 

@@ -38,5 +38,7 @@ rm -f "$build.log"
 
 /usr/bin/python3 "$root/bench/sql_bench.py" "$build/bin" "$runs" >"$build/sql_exec.json"
 
+/usr/bin/python3 "$root/bench/data_bench.py" "$build/bin" "$runs" >"$build/data.json"
+
 /usr/bin/python3 "$root/bench/report.py" "$build/views.json" "$build/table.json" "$build/session.json" \
-  "$build/route.json" "$build/sql.json" "$build/sql_exec.json" "$build/cli.json"
+  "$build/route.json" "$build/sql.json" "$build/sql_exec.json" "$build/data.json" "$build/cli.json"
