@@ -15,6 +15,7 @@
 #include <optional>
 
 #include "host/base/arguments.h"
+#include "host/base/trust.h"
 #include "host/base/words.h"
 #include "host/commands/commands.h"
 #include "host/engine/engine.h"
@@ -38,12 +39,14 @@ constexpr uint32_t kMostPatience = 86400;        // seconds
 constexpr char kUsage[] =
     "usage: nqed --scenario FILE [--arena PATH] [--socket PATH] [--layout DIR] [--cores N] [--traffic RATE]\n"
     "            [--clients N] [--patience SECONDS]\n"
-    "       nqed status [--arena PATH]\n"
+    "       nqed status [--arena PATH] [--trust USER]\n"
     "\n"
     "Runs the lab engine in the foreground until SIGTERM or SIGINT; prints one line when it is ready.\n"
     "\n"
     "  --scenario FILE  what the engine's tables hold (YAML)\n"
-    "  --arena PATH     shared file to publish, /dev/shm/nqe.arena unless told otherwise\n"
+    "  --arena PATH     shared file to publish, " QDT_DEFAULT_ARENA_TEXT
+    "\n"
+    "                   unless told otherwise\n"
     "  --socket PATH    socket for command lines, the arena's path and \".sock\" unless told otherwise\n"
     "  --layout DIR     table layouts, the built-in ones unless told otherwise\n"
     "  --cores N        forwarding cores that keep statistics, 4 unless told otherwise\n"
@@ -51,6 +54,7 @@ constexpr char kUsage[] =
     "  --clients N      connections to the socket at a time, 128 unless told otherwise\n"
     "  --patience SECONDS\n"
     "                   for a client that says nothing, or takes no reply, 30 unless told otherwise\n"
+    "  --trust USER     status: believe an engine of that user as well, beside this user's and root's\n"
     "  --help, --version\n"
     "\n"
     "exit codes: 0 stopped as asked (status: the engine runs), 2 bad usage, nothing published (status: no "
@@ -60,9 +64,10 @@ struct CommandLine {
   bool status = false;
   bool help = false;
   bool version = false;
-  std::string scenario;   // file
-  std::string layoutDir;  // empty: the layouts that the program was built with
-  uint32_t traffic = 0;   // simulated packets a second
+  bool defaultPlace = false;  // whether nobody has named an arena
+  std::string scenario;       // file
+  std::string layoutDir;      // empty: the layouts that the program was built with
+  uint32_t traffic = 0;       // simulated packets a second
   EngineOptions options;
   ServerLimits limits;
 };
@@ -88,10 +93,10 @@ bool TakeNumber(Arguments *arguments, const char *name, uint32_t least, uint32_t
 CommandLine Parse(Arguments arguments) {
   CommandLine line;
   EngineOptions &options = line.options;
-  options.arena = kDefaultArena;
   auto clients = static_cast<uint32_t>(line.limits.clients);
   auto patience =
       static_cast<uint32_t>(std::chrono::duration_cast<std::chrono::seconds>(line.limits.patience).count());
+  std::string trusted;
   while (!arguments.empty()) {
     if (arguments.Take("--help")) {
       line.help = true;
@@ -99,6 +104,8 @@ CommandLine Parse(Arguments arguments) {
       line.version = true;
     } else if (arguments.Take("status")) {
       line.status = true;
+    } else if (arguments.TakeValue("--trust", &trusted)) {
+      TrustUser(trusted);
     } else if (!arguments.TakeValue("--scenario", &line.scenario) &&
                !arguments.TakeValue("--arena", &options.arena) &&
                !arguments.TakeValue("--socket", &options.socket) &&
@@ -111,6 +118,8 @@ CommandLine Parse(Arguments arguments) {
     }
   }
   line.limits = {clients, std::chrono::seconds(patience)};
+  line.defaultPlace = options.arena.empty();
+  if (line.defaultPlace) options.arena = DefaultArena();
   if (options.socket.empty()) options.socket = options.arena + kSocketEnding;
   for (std::string *path : {&options.arena, &options.socket, &line.scenario}) {
     if (!path->empty()) *path = AbsolutePath(*path);
@@ -163,6 +172,7 @@ void ReturnFreeMemory() {
 int RunEngine(const CommandLine &line) {
   const EngineOptions &options = line.options;
   if (line.scenario.empty()) throw HostError("no scenario; name one with --scenario FILE");
+  if (line.defaultPlace) MakeDefaultDirectory();
   // Said at once, not after a long load.
   Arena::CheckFree(options.arena);
   std::optional<Layout> otherLayout;
