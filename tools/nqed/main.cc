@@ -20,6 +20,7 @@
 #include "host/commands/commands.h"
 #include "host/engine/engine.h"
 #include "host/engine/scenario_filler.h"
+#include "host/engine/statistics_presets.h"
 #include "host/layout/layout_files.h"
 #include "host/library/services.h"
 #include "host/packet/traffic.h"
@@ -35,15 +36,18 @@ constexpr int kFailure = 2;
 constexpr std::chrono::seconds kAgingPeriod{1};  // what times are counted in
 constexpr uint32_t kMostClients = 512;           // descriptors are left for files beside them
 constexpr uint32_t kMostPatience = 86400;        // seconds
+constexpr size_t kMostMistakes = 20;             // that --check tells of
 
 constexpr char kUsage[] =
     "usage: nqed --scenario FILE [--arena PATH] [--socket PATH] [--layout DIR] [--cores N] [--traffic RATE]\n"
     "            [--clients N] [--patience SECONDS]\n"
+    "       nqed --check FILE... [--layout DIR] [--cores N]\n"
     "       nqed status [--arena PATH] [--trust USER]\n"
     "\n"
     "Runs the lab engine in the foreground until SIGTERM or SIGINT; prints one line when it is ready.\n"
     "\n"
     "  --scenario FILE  what the engine's tables hold (YAML)\n"
+    "  --check FILE...  only tell all mistakes of scenarios, 20 at most, and what may be one\n"
     "  --arena PATH     shared file to publish, " QDT_DEFAULT_ARENA_TEXT
     "\n"
     "                   unless told otherwise\n"
@@ -57,8 +61,9 @@ constexpr char kUsage[] =
     "  --trust USER     status: believe an engine of that user as well, beside this user's and root's\n"
     "  --help, --version\n"
     "\n"
-    "exit codes: 0 stopped as asked (status: the engine runs), 2 bad usage, nothing published (status: no "
-    "engine)\n";
+    "exit codes: 0 stopped as asked (status: the engine runs; --check: no mistake), 2 bad usage, nothing "
+    "published\n"
+    "(status: no engine; --check: mistakes)\n";
 
 struct CommandLine {
   bool status = false;
@@ -66,8 +71,10 @@ struct CommandLine {
   bool version = false;
   bool defaultPlace = false;  // whether nobody has named an arena
   std::string scenario;       // file
-  std::string layoutDir;      // empty: the layouts that the program was built with
-  uint32_t traffic = 0;       // simulated packets a second
+  bool check = false;
+  std::vector<std::string> checked;  // files
+  std::string layoutDir;             // empty: the layouts that the program was built with
+  uint32_t traffic = 0;              // simulated packets a second
   EngineOptions options;
   ServerLimits limits;
 };
@@ -102,6 +109,11 @@ CommandLine Parse(Arguments arguments) {
       line.help = true;
     } else if (arguments.Take("--version")) {
       line.version = true;
+    } else if (arguments.Take("--check")) {
+      line.check = true;
+    } else if (line.check && !arguments.AtOption()) {
+      line.checked.emplace_back(arguments.front());
+      arguments.Take(arguments.front());
     } else if (arguments.Take("status")) {
       line.status = true;
     } else if (arguments.TakeValue("--trust", &trusted)) {
@@ -160,6 +172,33 @@ int ShowStatus(const EngineOptions &options) {
   if (reply.status != kReplyOk) throw HostError("the engine refuses to tell its status: " + reply.text);
   Print(reply.text);
   return 0;
+}
+
+// What is wrong goes to standard error, a line each that begins with its place.
+int CheckScenarios(const CommandLine &line) {
+  if (line.checked.empty()) throw HostError("--check takes the names of scenarios; try --help");
+  if (!line.scenario.empty() || line.status) throw HostError("--check stands for itself; leave the rest out");
+  std::optional<Layout> otherLayout;
+  if (!line.layoutDir.empty()) otherLayout = ReadLayoutDirectory(line.layoutDir);
+  const Layout &layout = otherLayout ? *otherLayout : Layout::BuiltIn();
+  Mistakes mistakes(kMostMistakes);
+  std::string good;
+  try {
+    for (const std::string &file : line.checked) {
+      const size_t before = mistakes.count();
+      std::vector<std::string> warnings;
+      const Scenario scenario = Scenario::Check(file, layout, &mistakes, kMostMistakes, &warnings);
+      CheckPresets(scenario.statistics(), line.options.cores, &mistakes);
+      for (const std::string &warning : warnings) std::fprintf(stderr, "%s\n", warning.c_str());
+      if (mistakes.count() == before) good += file + ": no mistakes\n";
+    }
+  } catch (const Mistakes::Enough &) {
+  }
+  for (const std::string &mistake : mistakes.lines()) std::fprintf(stderr, "%s\n", mistake.c_str());
+  if (mistakes.count() == kMostMistakes)
+    std::fprintf(stderr, "nqed: these are the first %zu mistakes; there may be more\n", kMostMistakes);
+  Print(good);
+  return mistakes.count() == 0 ? 0 : kFailure;
 }
 
 // What reading the scenario took is free by now, but in pieces: the C library keeps them unless it is asked.
@@ -225,6 +264,7 @@ int Main(int argc, char **argv) {
       Print("nqed " + BuildInfo(false) + "\n");
       return 0;
     }
+    if (line.check) return CheckScenarios(line);
     return line.status ? ShowStatus(line.options) : RunEngine(line);
   } catch (const std::exception &error) {
     std::fprintf(stderr, "nqed: %s\n", error.what());
