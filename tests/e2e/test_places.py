@@ -128,3 +128,15 @@ def test_what_is_planted_where_an_engine_builds(place):
     assert place.end() == (0, "")
     assert victim.read_text() == "kept"
     assert place.leftovers() == sorted([path.name for path in planted] + ["victim"])
+
+
+@pytest.mark.filterwarnings("ignore::DeprecationWarning")  # ncclient's own
+def test_an_agent_over_an_engine_of_another_user(nobody):
+    netconf = pytest.importorskip("netconf")
+    nobody.start(0o22)
+    with netconf.agent_of(nobody.arena) as agent, agent.connect() as session:
+        tag, text = netconf.error_of(session, "tbl-usage")
+        assert (tag, text) == ("operation-failed", f"the arena at {nobody.arena} {REFUSED}")
+    with netconf.agent_of(nobody.arena, "--trust", "nobody") as agent, agent.connect() as session:
+        assert "CAP_TABLE_CTRLIF_MAP" in netconf.call(session, "tbl-usage")
+    nobody.end()
