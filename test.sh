@@ -58,7 +58,7 @@ everything() {
   local ready
   need_packages "${host_packages[@]}" clang-14 clang-format-14 python3-pytest python3-pytest-xdist libyang2-tools \
     openssh-client openssl procps python3-ncclient python3-jsonschema abigail-tools graphviz sqlite3 postgresql spin strace \
-    iproute2 iputils-ping nftables conntrack g++-aarch64-linux-gnu qemu-user || exit 1
+    iproute2 iputils-ping nftables conntrack mandoc make g++-aarch64-linux-gnu qemu-user || exit 1
   export ASAN_OPTIONS=detect_leaks=1:abort_on_error=0 UBSAN_OPTIONS=print_stacktrace=1
   # One tree is tested while the next is built.
   builds | while read -r ready; do tests_of "$ready"; done

@@ -2,6 +2,8 @@
 
 #include <arpa/inet.h>
 
+#include <algorithm>
+#include <iterator>
 #include <mutex>
 #include <utility>
 
@@ -20,23 +22,82 @@
 namespace qdt::host {
 namespace {
 
-// Whether the library finds an address in the text, as it reads the filters of sessions.
-bool IsAddress(const char *text) {
-  in_addr ipv4;
-  uint8_t ipv6[16];
-  return QdtOmaGetIpVer(text) == 4 ? inet_aton(text, &ipv4) != 0 : inet_pton(AF_INET6, text, ipv6) == 1;
+// The library takes a filter that it cannot read for none: a slip would show everything, or reset it.
+[[noreturn]] void Refuse(const char *name, const lyd_node *leaf, const std::string &wanted) {
+  throw HostError(std::string(name) + ": " + Quoted(lyd_get_value(leaf)) + " is not " + wanted);
 }
 
-// The library takes a filter that it cannot read for none: a slip in an address would show every session, or
-// reset them all.
-void CheckSessionFilters(const lyd_node *request) {
-  for (const char *name :
-       {"global-source-ip", "global-destination-ip", "inside-source-ip", "inside-destination-ip"}) {
+// Addresses are wanted whole: the library would read "10.7" as 10.0.0.7.
+bool IsAddress(int family, const char *text) {
+  uint8_t bytes[16];
+  return inet_pton(family, text, bytes) == 1;
+}
+
+constexpr const char *kSessionAddresses[] = {"global-source-ip", "global-destination-ip", "inside-source-ip",
+                                             "inside-destination-ip"};
+constexpr const char *kSessionNumbers[] = {"create-in",          "egress-ifindex",  "global-destination-port",
+                                           "global-source-port", "ingress-ifindex", "inside-destination-port",
+                                           "inside-source-port", "protocol",        "vpn-id"};
+constexpr std::string_view kServices[] = {"http", "dns",  "ftp",   "ras", "telnet", "rtsp",
+                                          "sip",  "pptp", "https", "ssh", "dns-tcp"};
+constexpr std::string_view kFeatures[] = {"sac"};
+constexpr std::string_view kFamilies[] = {"ipv4", "ipv6"};
+constexpr std::string_view kServerMapTypes[] = {"all", "aspf", "nat-server", "no-pat"};
+
+void CheckSessionAddresses(const lyd_node *request) {
+  for (const char *name : kSessionAddresses) {
     const lyd_node *leaf = FindChild(request, name);
-    if (leaf == nullptr || IsAddress(lyd_get_value(leaf))) continue;
-    throw HostError(std::string(name) + ": " + Quoted(lyd_get_value(leaf)) +
-                    " is not an address (write an IPv4 or IPv6 address)");
+    if (leaf == nullptr || IsAddress(AF_INET, lyd_get_value(leaf)) ||
+        IsAddress(AF_INET6, lyd_get_value(leaf)))
+      continue;
+    Refuse(name, leaf, "an address (write an IPv4 or IPv6 address)");
   }
+}
+
+void CheckWord(const lyd_node *request, const char *name, std::span<const std::string_view> words) {
+  const lyd_node *leaf = FindChild(request, name);
+  if (leaf == nullptr || std::ranges::find(words, std::string_view(lyd_get_value(leaf))) != words.end())
+    return;
+  std::string wanted;
+  for (const std::string_view &word : words) {
+    const bool last = &word == &words.back();
+    wanted += (wanted.empty() ? "" : last ? " or " : ", ") + std::string(word);
+  }
+  Refuse(name, leaf, wanted);
+}
+
+void CheckSessionReset(const lyd_node *request) {
+  CheckSessionAddresses(request);
+  CheckWord(request, "service-id", kServices);
+  CheckWord(request, "feature", kFeatures);
+  CheckWord(request, "type", kFamilies);
+}
+
+void CheckServerMaps(const lyd_node *request) {
+  const lyd_node *leaf = FindChild(request, "ip");
+  if (leaf != nullptr && !IsAddress(AF_INET, lyd_get_value(leaf))) Refuse("ip", leaf, "an IPv4 address");
+  CheckWord(request, "type", kServerMapTypes);
+}
+
+// A filter of 0 is none to the library.
+bool IsSet(const lyd_node *request, const char *name) {
+  const lyd_node *leaf = FindChild(request, name);
+  if (leaf == nullptr) return false;
+  const std::string_view value = lyd_get_value(leaf);
+  return value != "0" && value != "0.0.0.0" && value != "::";
+}
+
+// Sessions of the one family or the other are all of a family: that alone is no filter. What a query takes
+// besides (session-number, verbose, next-hop, vlan-id) filters nothing.
+bool FiltersSessions(const lyd_node *request) {
+  const auto isSet = [request](const char *name) { return IsSet(request, name); };
+  return std::ranges::any_of(kSessionAddresses, isSet) || std::ranges::any_of(kSessionNumbers, isSet) ||
+         isSet("service-id") || isSet("feature");
+}
+
+bool FiltersServerMaps(const lyd_node *request) {
+  const lyd_node *type = FindChild(request, "type");
+  return IsSet(request, "ip") || (type != nullptr && std::string_view(lyd_get_value(type)) != "all");
 }
 
 constexpr Handler kHandlers[] = {
@@ -64,11 +125,14 @@ constexpr Handler kHandlers[] = {
     {"frag-reass", "QdtOmaFragReassProc", QdtOmaFragReassProc, nullptr},
     {"ipv4-frag-reass", "QdtOmaIpv4FragReassProc", QdtOmaIpv4FragReassProc, nullptr},
     {"ipv6-frag-reass", "QdtOmaIpv6FragReassProc", QdtOmaIpv6FragReassProc, nullptr},
-    {"query-session", "QdtOmaQuerySessionProc", QdtOmaQuerySessionProc, nullptr, false, CheckSessionFilters},
-    {"reset-session", "QdtOmaResetSessionProc", QdtOmaResetSessionProc, nullptr, true, CheckSessionFilters},
+    {"query-session", "QdtOmaQuerySessionProc", QdtOmaQuerySessionProc, nullptr, false,
+     CheckSessionAddresses},
+    {"reset-session", "QdtOmaResetSessionProc", QdtOmaResetSessionProc, nullptr, true, CheckSessionReset,
+     "session", FiltersSessions},
     {"session-statistics", "QdtOmaSessionStatisticsProc", QdtOmaSessionStatisticsProc, nullptr},
     {"query-server-map", "QdtOmaQueryServerMapProc", QdtOmaQueryServerMapProc, nullptr},
-    {"reset-server-map", "QdtOmaResetServerMapProc", QdtOmaResetServerMapProc, nullptr, true},
+    {"reset-server-map", "QdtOmaResetServerMapProc", QdtOmaResetServerMapProc, nullptr, true, CheckServerMaps,
+     "server map", FiltersServerMaps},
 };
 
 // The answer of the handler that runs. Guarded by g_running.
@@ -97,18 +161,19 @@ const Handler *FindHandler(std::string_view name) {
   return nullptr;
 }
 
-HandlerAnswer RunHandler(const Handler &handler, lyd_node *request) {
+HandlerAnswer RunHandler(const Handler &handler, lyd_node *request, bool dryRun) {
   if (handler.check != nullptr) handler.check(request);
   Arena *arena = Arena::Current();
-  if (handler.writes && arena != nullptr && !arena->Writable())
+  if (handler.writes && !dryRun && arena != nullptr && !arena->Writable())
     throw HostError("this user may only read the arena, and " + std::string(handler.rpc) + " changes it");
   const std::lock_guard lock(g_running);
   if (arena != nullptr) arena->DropCopies();
   HandlerAnswer answer{0, false, {}};
+  tbm::SetEnds(dryRun ? tbm::Ends::kCounted : tbm::Ends::kAskedFor);
   g_answer = &answer;
   answer.result = handler.run != nullptr ? handler.run(AsRequest(request)) : RunDocument(handler, &answer);
   g_answer = nullptr;
-  if (handler.writes) tbm::TakeClientWrites();
+  if (handler.writes) answer.ended = tbm::TakeClientWrites();
   answer.text = XmlText(std::move(answer.text));
   return answer;
 }

@@ -23,6 +23,10 @@ struct Handler {
   bool writes = false;
   // Throws HostError when the request must not reach the library; null when that takes every request.
   void (*check)(const lyd_node *request) = nullptr;
+  // What it ends ("session"), of which it may be all; null for other handlers.
+  const char *ends = nullptr;
+  // Of those: whether a request means only some.
+  bool (*hasFilter)(const lyd_node *request) = nullptr;
 };
 
 // In the order of help texts.
@@ -35,12 +39,13 @@ struct HandlerAnswer {
   int32_t result;
   bool sent;  // false when nothing was sent, which an empty text does not tell
   std::string text;
+  uint64_t ended = 0;  // entries of a running engine that are told to end, or would be
 };
 
 // Runs the handler on a request of its rpc. Throws HostError when it refuses the request, and when it writes
 // and this process may only read the arena. One handler runs at a time in a process: others wait for it,
-// since some handlers share state.
-HandlerAnswer RunHandler(const Handler &handler, lyd_node *request);
+// since some handlers share state. With `dryRun` nothing that it ends gets to the engine.
+HandlerAnswer RunHandler(const Handler &handler, lyd_node *request, bool dryRun = false);
 
 }  // namespace qdt::host
 

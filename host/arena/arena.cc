@@ -27,7 +27,7 @@ Arena::Impl::~Impl() {
   if (live != nullptr) munmap(live, RecordBytes());
   if (header != nullptr) munmap(header, size);
   // A forked child has a copy of this object, but the file is the engine's.
-  if (!buildPath.empty() && owner == getpid()) unlink(buildPath.c_str());
+  if (!buildName.empty() && owner == getpid()) unlinkat(directory.get(), buildName.c_str(), 0);
 }
 
 bool Arena::Impl::Map(uint64_t base, uint64_t bytes, int protection, int flags) {

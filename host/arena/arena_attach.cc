@@ -9,6 +9,7 @@
 #include "host/arena/arena_impl.h"
 #include "host/arena/table_layout.h"
 #include "host/base/mix.h"
+#include "host/base/trust.h"
 #include "platform/tbm.h"
 
 // Attaching: every byte of the header and of the directories is checked before anything follows an offset in
@@ -66,8 +67,10 @@ bool StateIsKnown(uint32_t state) {
 }
 
 // Reads the header from the file, before anything is mapped.
-ArenaHeader ReadHeader(const ArenaFile &file, const std::string &path) {
+ArenaHeader ReadHeader(const ArenaFile &file, const std::string &path, Arena::Access access) {
   const struct stat info = file.Stat();
+  // A copy is named by who wants to see it, and cannot change any more.
+  if (IsLive(access)) RequireTrusted(info.st_uid, "the arena at " + path);
   ArenaHeader header = {};
   const size_t got = S_ISREG(info.st_mode) ? file.ReadHeader(&header) : 0;
   if (got < sizeof(kArenaMagic) || std::memcmp(header.magic, kArenaMagic, sizeof(kArenaMagic)) != 0) {
@@ -220,7 +223,7 @@ struct OpenedArena {
 OpenedArena OpenArena(const std::string &path, Arena::Access access) {
   OpenedArena opened;
   opened.file = Open(path, access, &opened.shared);
-  opened.header = ReadHeader(opened.file, path);
+  opened.header = ReadHeader(opened.file, path, access);
   if (opened.header.state == static_cast<uint32_t>(ArenaState::kBuilding)) {
     throw HostError("the arena at " + path + " is not finished (wait until nqed has published it)");
   }

@@ -1,4 +1,3 @@
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/random.h>
@@ -9,11 +8,14 @@
 #include <climits>
 #include <cstdio>
 #include <cstring>
+#include <tuple>
+#include <utility>
 
 #include "host/arena/arena_impl.h"
 #include "host/arena/arena_plan.h"
 #include "host/base/arguments.h"
 #include "host/base/time_text.h"
+#include "host/base/trust.h"
 
 // Making, publishing and taking back an arena: the engine's side.
 namespace qdt::host {
@@ -36,6 +38,12 @@ constexpr uint64_t kBases[] = {
 // How often, and with which pause, something is tried that another engine may be in the middle of.
 constexpr int kAttempts = 50;
 constexpr timespec kPause = {0, 2000000};
+
+// How the name of a file ends that is to become an arena.
+constexpr char kBuildEnding[] = ".new";
+
+// Owner and group work with an arena, whatever the engine's umask says.
+constexpr mode_t kArenaMode = 0660;
 
 [[noreturn]] void RefuseToCreate(const std::string &path, int error) {
   const char *mend = error == ENOSPC || error == EDQUOT || error == EFBIG
@@ -78,45 +86,36 @@ bool StartsUnwritten(const ArenaFile &file) {
   return std::memcmp(header.magic, kUnwritten, sizeof(kUnwritten)) == 0;
 }
 
-// Removes `path` when it is an arena that an engine left half-built.
-void RemoveAbandoned(const std::string &path) {
-  const ArenaFile file(path, O_RDWR | O_NOFOLLOW);
-  if (!file.ok() || !S_ISREG(file.Stat().st_mode)) return;
-  if (!StartsLikeArena(file) && !StartsUnwritten(file)) return;
-  if (file.Lock() && file.IsAt(path)) unlink(path.c_str());
+// Whether the file under `name` is an arena that an engine of this user left half-built.
+bool IsAbandoned(const Directory &directory, const std::string &name, const ArenaFile &file) {
+  const struct stat info = file.Stat();
+  return S_ISREG(info.st_mode) && info.st_uid == geteuid() &&
+         (StartsLikeArena(file) || StartsUnwritten(file)) && file.Lock() && file.IsAt(directory, name);
 }
 
-// Engines that were killed while they built an arena for `path` leave PATH.<pid>.new behind.
-void RemoveAbandonedBuilds(const std::string &path) {
-  const size_t slash = path.rfind('/');
-  const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-  const std::string prefix = path.substr(slash == std::string::npos ? 0 : slash + 1) + ".";
-  constexpr char kSuffix[] = ".new";
-  DIR *entries = opendir(directory.c_str());
-  if (entries == nullptr) return;
-  while (const dirent *entry = readdir(entries)) {
-    const std::string name = entry->d_name;
-    if (name.size() <= prefix.size() + std::strlen(kSuffix) || name.compare(0, prefix.size(), prefix) != 0)
-      continue;
-    const std::string middle = name.substr(prefix.size(), name.size() - prefix.size() - std::strlen(kSuffix));
-    if (name != prefix + middle + kSuffix || middle.find_first_not_of("0123456789") != std::string::npos)
-      continue;
-    RemoveAbandoned(directory + "/" + name);
-  }
-  closedir(entries);
+// Engines that were killed while they built an arena leave its file behind. What others have put there under
+// such a name is neither followed nor touched.
+void RemoveAbandonedBuilds(const Directory &directory) {
+  directory.EachTemporary(".", kBuildEnding, [&](const std::string &name) {
+    const ArenaFile file(directory, name, O_RDWR | O_NOFOLLOW);
+    if (file.ok() && IsAbandoned(directory, name, file)) unlinkat(directory.get(), name.c_str(), 0);
+  });
 }
 
-// A new file with the engine's lock on it.
-ArenaFile CreateLocked(const std::string &buildPath, const std::string &path) {
+// A new file with the engine's lock on it, and its name.
+std::pair<ArenaFile, std::string> CreateLocked(const Directory &directory, const std::string &path) {
   // Another engine that cleans up may take a file that is not locked yet for an abandoned one and remove it.
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    ArenaFile file(buildPath, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW);
-    if (file.ok() && file.Lock()) {
-      if (file.Stat().st_nlink != 0) return file;
-    } else if (errno != EEXIST && errno != EAGAIN && errno != EACCES) {
-      RefuseToCreate(path, errno);
-    } else if (!file.ok() && errno == EACCES) {
-      RefuseToCreate(path, errno);
+    std::string name = directory.TemporaryName(".", kBuildEnding);
+    ArenaFile file(directory, name, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW);
+    if (!file.ok() && errno != EEXIST) RefuseToCreate(path, errno);
+    if (!file.ok()) continue;
+    if (file.Lock()) {
+      if (file.Stat().st_nlink != 0) return {std::move(file), std::move(name)};
+    } else if (errno != EAGAIN && errno != EACCES) {
+      const int error = errno;
+      unlinkat(directory.get(), name.c_str(), 0);
+      RefuseToCreate(path, error);
     }
     nanosleep(&kPause, nullptr);
   }
@@ -131,6 +130,12 @@ ArenaFile TakeOver(const std::string &path) {
     file = ArenaFile(path, O_RDWR);
     if (!file.ok() && errno == ENOENT) return file;
     if (!file.ok()) RefuseToCreate(path, errno);
+    // Its lock and its header could say anything, for ever.
+    const uid_t owner = file.Stat().st_uid;
+    if (!IsTrusted(owner)) {
+      throw HostError(path + " belongs to user " + UserName(owner) +
+                      " and is left alone (choose another place with --arena)");
+    }
     if (!S_ISREG(file.Stat().st_mode) || !StartsLikeArena(file)) {
       throw HostError(path + " is not an arena and is left alone (choose another place with --arena)");
     }
@@ -167,13 +172,12 @@ std::unique_ptr<Arena> Arena::Create(const std::string &path, const ArenaPlan &p
   const PlanLayout layout(plan);
   const ArenaHeader &shape = layout.header();
   if (!FitsFileSizeLimit(shape.totalSize)) RefuseToCreate(path, EFBIG);
-  RemoveAbandonedBuilds(path);
-
   auto impl = std::make_unique<Impl>();
-  const std::string buildPath = path + "." + std::to_string(getpid()) + ".new";
   impl->path = path;
-  impl->file = CreateLocked(buildPath, path);
-  impl->buildPath = buildPath;
+  impl->directory = Directory(path);
+  if (!impl->directory.ok()) RefuseToCreate(path, errno);
+  RemoveAbandonedBuilds(impl->directory);
+  std::tie(impl->file, impl->buildName) = CreateLocked(impl->directory, path);
   impl->owner = getpid();
   impl->firstTable = layout.FixedEnd();
   impl->role = Role::kEngine;
@@ -213,23 +217,25 @@ void Arena::CheckFree(const std::string &path) { TakeOver(path); }
 
 void Arena::Publish() {
   impl_->SetState(ArenaState::kReady);
-  const char *from = impl_->buildPath.c_str();
-  const char *to = impl_->path.c_str();
-  for (int attempt = 0; renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) != 0; ++attempt) {
+  const int directory = impl_->directory.get();
+  const char *from = impl_->buildName.c_str();
+  const char *to = impl_->directory.name().c_str();
+  if (fchmod(impl_->file.get(), kArenaMode) != 0) RefuseToCreate(impl_->path, errno);
+  for (int attempt = 0; renameat2(directory, from, directory, to, RENAME_NOREPLACE) != 0; ++attempt) {
     if (errno != EEXIST || attempt == kAttempts) RefuseToCreate(impl_->path, errno);
     // Whoever holds the lock of the file there may replace it. When that file is gone by now, try again.
     const ArenaFile old = TakeOver(impl_->path);
     if (!old.ok()) continue;
-    if (rename(from, to) != 0) RefuseToCreate(impl_->path, errno);
+    if (renameat(directory, from, directory, to) != 0) RefuseToCreate(impl_->path, errno);
     break;
   }
-  impl_->buildPath.clear();
+  impl_->buildName.clear();
 }
 
 void Arena::Retire() {
   impl_->SetState(ArenaState::kEnded);
   // While this process holds its file's lock no other engine replaces it.
-  if (impl_->buildPath.empty() && impl_->file.IsAt(impl_->path)) unlink(impl_->path.c_str());
+  if (impl_->buildName.empty() && impl_->file.IsAt(impl_->path)) unlink(impl_->path.c_str());
 }
 
 }  // namespace qdt::host

@@ -21,7 +21,10 @@ struct flock WholeFile(short type) {
 }  // namespace
 
 ArenaFile::ArenaFile(const std::string &path, int flags)
-    : fd_(open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0660)) {}
+    : fd_(open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0600)) {}
+
+ArenaFile::ArenaFile(const Directory &directory, const std::string &name, int flags)
+    : fd_(openat(directory.get(), name.c_str(), flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0600)) {}
 
 bool ArenaFile::Lock() const {
   struct flock lock = WholeFile(F_WRLCK);
@@ -44,6 +47,13 @@ bool ArenaFile::IsAt(const std::string &path) const {
   struct stat there = {};
   const struct stat here = Stat();
   return stat(path.c_str(), &there) == 0 && there.st_ino == here.st_ino && there.st_dev == here.st_dev;
+}
+
+bool ArenaFile::IsAt(const Directory &directory, const std::string &name) const {
+  struct stat there = {};
+  const struct stat here = Stat();
+  return fstatat(directory.get(), name.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0 &&
+         there.st_ino == here.st_ino && there.st_dev == here.st_dev;
 }
 
 size_t ArenaFile::ReadHeader(ArenaHeader *header) const {

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "host/arena/arena_layout.h"
+#include "host/base/directory.h"
 #include "host/base/fd.h"
 
 namespace qdt::host {
@@ -19,6 +20,8 @@ class ArenaFile {
   ArenaFile() = default;
   // Opens `path`; check ok(), errno tells why not. Never waits for the other side of a pipe.
   ArenaFile(const std::string &path, int flags);
+  // The same for a name in a directory. A file that this makes is its owner's alone.
+  ArenaFile(const Directory &directory, const std::string &name, int flags);
 
   bool ok() const { return fd_.ok(); }
   int get() const { return fd_.get(); }
@@ -31,6 +34,7 @@ class ArenaFile {
   struct stat Stat() const;
   // Whether `path` names this very file now.
   bool IsAt(const std::string &path) const;
+  bool IsAt(const Directory &directory, const std::string &name) const;
 
   // Reads the header's bytes and returns how many there are, at most sizeof(ArenaHeader).
   size_t ReadHeader(ArenaHeader *header) const;

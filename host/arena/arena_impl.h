@@ -11,6 +11,7 @@
 #include "host/arena/arena_file.h"
 #include "host/arena/arena_layout.h"
 #include "host/arena/table_layout.h"
+#include "host/base/directory.h"
 
 namespace qdt::host {
 
@@ -43,7 +44,8 @@ struct Arena::Impl {
   }
 
   std::string path;       // where clients find the arena
-  std::string buildPath;  // where it is being built; empty once it is published or given up
+  Directory directory;    // of the path, in the engine
+  std::string buildName;  // under which it is built there; empty once it is published or given up
   ArenaFile file;
   ArenaHeader *header = nullptr;
   uint64_t size = 0;

@@ -51,23 +51,34 @@ uint32_t FindCounter(const StatisticPreset &preset) {
                   numbers + ")");
 }
 
+// The counter of a preset that comes behind those in `*seen`.
+uint32_t CheckedCounter(const StatisticPreset &preset, uint32_t cores, std::set<uint32_t> *seen) {
+  const uint32_t counter = FindCounter(preset);
+  if (!seen->insert(counter).second)
+    throw HostError(preset.where + "statistic " + std::to_string(counter) + " is given already (remove one)");
+  if (preset.perCore.size() > cores) {
+    throw HostError(preset.where + std::to_string(preset.perCore.size()) +
+                    " numbers are too many (the engine has " + std::to_string(cores) +
+                    " cores; --cores tells it)");
+  }
+  return counter;
+}
+
 }  // namespace
 
 void PresetStatistics(std::span<const StatisticPreset> presets, Statistics *statistics) {
   std::set<uint32_t> seen;
   for (const StatisticPreset &preset : presets) {
-    const uint32_t counter = FindCounter(preset);
-    if (!seen.insert(counter).second)
-      throw HostError(preset.where + "statistic " + std::to_string(counter) +
-                      " is given already (remove one)");
-    if (preset.perCore.size() > statistics->cores()) {
-      throw HostError(preset.where + std::to_string(preset.perCore.size()) +
-                      " numbers are too many (the engine has " + std::to_string(statistics->cores()) +
-                      " cores; --cores tells it)");
-    }
+    const uint32_t counter = CheckedCounter(preset, statistics->cores(), &seen);
     for (uint32_t core = 0; core < preset.perCore.size(); ++core)
       statistics->Add(core, counter, preset.perCore[core]);
   }
+}
+
+void CheckPresets(std::span<const StatisticPreset> presets, uint32_t cores, Mistakes *mistakes) {
+  std::set<uint32_t> seen;
+  for (const StatisticPreset &preset : presets)
+    Attempt(mistakes, [&] { CheckedCounter(preset, cores, &seen); });
 }
 
 }  // namespace qdt::host

@@ -13,6 +13,9 @@ namespace qdt::host {
 // or several have, and for more cores than there are.
 void PresetStatistics(std::span<const StatisticPreset> presets, Statistics *statistics);
 
+// Notes what PresetStatistics would throw where the engine has `cores`.
+void CheckPresets(std::span<const StatisticPreset> presets, uint32_t cores, Mistakes *mistakes);
+
 }  // namespace qdt::host
 
 #endif  // HOST_ENGINE_STATISTICS_PRESETS_H_

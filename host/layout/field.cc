@@ -118,10 +118,13 @@ WideValue SignExtend(WideValue value, uint32_t bits) {
 std::optional<WideValue> ParseNumber(std::string_view text) {
   const bool negative = text.starts_with('-');
   if (negative) text.remove_prefix(1);
+  // As the library reads the numbers of a query.
   int base = 10;
   if (text.starts_with("0x") || text.starts_with("0X")) {
     base = 16;
     text.remove_prefix(2);
+  } else if (text.size() > 1 && text.starts_with('0')) {
+    base = 8;
   }
   uint64_t number = 0;
   const char *end = text.data() + text.size();
@@ -129,6 +132,21 @@ std::optional<WideValue> ParseNumber(std::string_view text) {
   if (error == std::errc::result_out_of_range && stop == end) return ~WideValue{0} >> 1;  // fits no field
   if (error != std::errc() || stop != end) return std::nullopt;
   return negative ? WideValue{0} - number : WideValue{number};
+}
+
+// What a text is not that is no number: people write bits in the words of other files, and numbers with the
+// zeros of a list.
+std::string WantedNumber(const FieldRef &field, std::string_view text) {
+  constexpr std::string_view kYes[] = {"yes", "Yes", "YES", "on", "On", "ON", "True", "TRUE", "y", "Y"};
+  constexpr std::string_view kNo[] = {"no", "No", "NO", "off", "Off", "OFF", "False", "FALSE", "n", "N"};
+  if (field.Width() == 1) {
+    if (std::ranges::find(kYes, text) != std::end(kYes)) return "a bit (write true)";
+    if (std::ranges::find(kNo, text) != std::end(kNo)) return "a bit (write false)";
+    return "a bit (true, false, 1 or 0)";
+  }
+  if (text.starts_with('0') && text.find_first_not_of("0123456789") == text.npos)
+    return "a number (a leading 0 makes it octal; leave it out)";
+  return "a number (decimal or 0x...)";
 }
 
 std::optional<WideValue> ParseIp(int family, std::string_view text, uint32_t size) {
@@ -242,7 +260,7 @@ std::string_view TypeName(const FieldRef &field) {
 
 std::optional<WideValue> ParseValue(const FieldRef &field, std::string_view text, std::string *problem) {
   std::optional<WideValue> value;
-  const char *wanted = "a number (decimal or 0x...)";
+  std::string wanted;
   switch (FormOf(field.kind)) {
     case ValueForm::kIpv4:
       value = ParseIp(AF_INET, text, 4);
@@ -258,6 +276,7 @@ std::optional<WideValue> ParseValue(const FieldRef &field, std::string_view text
       break;
     default:
       value = ParseNumber(text);
+      if (!value) wanted = WantedNumber(field, text);
       if (field.Width() == 1 && (text == "true" || text == "false")) value = text == "true";
       break;
   }
@@ -268,6 +287,12 @@ std::optional<WideValue> ParseValue(const FieldRef &field, std::string_view text
     value.reset();
   }
   return value;
+}
+
+std::optional<uint32_t> ParseCount(std::string_view text) {
+  const std::optional<WideValue> number = ParseNumber(text);
+  if (!number || *number > UINT32_MAX) return std::nullopt;
+  return static_cast<uint32_t>(*number);
 }
 
 std::optional<FieldRef> NarrowAddress(const FieldRef &field, std::string_view text) {

@@ -190,6 +190,9 @@ constexpr ValueForm FormOf(FieldKind kind) {
 // On failure returns nothing and says in *problem what is wrong and how to mend it. Not for texts.
 std::optional<WideValue> ParseValue(const FieldRef &field, std::string_view text, std::string *problem);
 
+// A number of entries or elements, read alike.
+std::optional<uint32_t> ParseCount(std::string_view text);
+
 // The field of one kind that a kAddress field is for the address `text`, or nothing when that is none.
 std::optional<FieldRef> NarrowAddress(const FieldRef &field, std::string_view text);
 

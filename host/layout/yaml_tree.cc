@@ -8,6 +8,7 @@
 #include <sstream>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 
 #include "host/base/host_error.h"
 #include "host/base/near_name.h"
@@ -66,6 +67,7 @@ class YamlTreeBuilder : public YAML::EventHandler {
 
   void OnMapEnd() override {
     CheckKeys(*open_.back());
+    if (open_.back()->Get(kMerge) != nullptr) Merge(open_.back());
     Close();
   }
 
@@ -120,6 +122,35 @@ class YamlTreeBuilder : public YAML::EventHandler {
       }
     }
   }
+
+  // "<<: *base", or "<<: [*base, *other]": the names of those mappings that this one does not have itself, of
+  // the first that has them.
+  void Merge(YamlNode *map) {
+    constexpr char kWanted[] = "\"<<\" takes mappings (write <<: *ANCHOR, or <<: [*ANCHOR, ...])";
+    const std::vector<const YamlNode *> written = std::exchange(map->items, {});
+    const YamlNode *merged = nullptr;
+    std::unordered_set<std::string_view> names;
+    for (size_t i = 0; i < written.size(); i += 2) {
+      if (written[i]->text == kMerge) {
+        merged = written[i + 1];
+        continue;
+      }
+      map->items.insert(map->items.end(), {written[i], written[i + 1]});
+      names.insert(written[i]->text);
+    }
+    if (!merged->IsMap() && !merged->IsList()) tree_.Fail(merged->line, kWanted);
+    const std::vector<const YamlNode *> one{merged};
+    for (const YamlNode *base : merged->IsMap() ? one : merged->items) {
+      if (!base->IsMap()) tree_.Fail(base->line, kWanted);
+      for (size_t i = 0; i < base->items.size(); i += 2) {
+        if (!names.insert(base->items[i]->text).second) continue;
+        map->items.insert(map->items.end(), {base->items[i], base->items[i + 1]});
+        map->expandedSize += base->items[i]->expandedSize + base->items[i + 1]->expandedSize;
+      }
+    }
+  }
+
+  static constexpr std::string_view kMerge = "<<";
 
   YamlTree &tree_;
   std::vector<YamlNode *> open_;

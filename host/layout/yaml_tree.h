@@ -29,8 +29,8 @@ struct YamlNode {
 };
 
 // A whole YAML file, checked so that whoever walks it needs no bounds of its own: one document, mapping keys
-// are plain texts and unique, at most kMaxDepth levels, at most kMaxNodes nodes even when aliases are
-// followed.
+// are plain texts and unique, merged mappings ("<<") are part of those that name them, at most kMaxDepth
+// levels, at most kMaxNodes nodes even when aliases are followed.
 class YamlTree {
  public:
   static constexpr uint32_t kMaxDepth = 16;

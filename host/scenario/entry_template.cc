@@ -1,7 +1,6 @@
 #include "host/scenario/entry_template.h"
 
 #include <algorithm>
-#include <charconv>
 #include <utility>
 
 #include "host/base/host_error.h"
@@ -19,8 +18,8 @@ constexpr std::string_view kOwnFields = "record";
 }  // namespace
 
 EntryTemplate::EntryTemplate(const YamlTree &tree, const Layout &layout, std::string_view owner,
-                             bool counting)
-    : tree_(tree), layout_(layout), owner_(owner), counting_(counting) {}
+                             bool counting, Mistakes *mistakes)
+    : tree_(tree), layout_(layout), owner_(owner), table_(owner), counting_(counting), mistakes_(mistakes) {}
 
 void EntryTemplate::Fail(const YamlNode &node, std::string_view path, const std::string &what) const {
   tree_.Fail(node.line, owner_ + (path.empty() ? "" : ".") + std::string(path) + ": " + what);
@@ -28,7 +27,10 @@ void EntryTemplate::Fail(const YamlNode &node, std::string_view path, const std:
 
 void EntryTemplate::Bind(const FieldSet &fields, const FieldSet *key, const YamlNode &entry) {
   isEntry_ = key != nullptr;
+  const size_t mistakes = CountOf(mistakes_);
   BindMap(fields, key, entry, 0, "");
+  // What seems to be missing may just be written wrong.
+  if (CountOf(mistakes_) != mistakes) return;
   BindTimes(fields, entry);
   if (key == nullptr) return;
   BindRestOfKey(*key, entry);
@@ -71,32 +73,47 @@ void EntryTemplate::BindRestOfKey(const FieldSet &key, const YamlNode &entry) {
 
 void EntryTemplate::BindMap(const FieldSet &fields, const FieldSet *key, const YamlNode &map, uint32_t base,
                             const std::string &prefix) {
-  const YamlNode *own = isEntry_ && key != nullptr ? map.Get(kOwnFields) : nullptr;
   for (size_t i = 0; i < map.items.size(); i += 2) {
-    const YamlNode &name = *map.items[i];
-    const YamlNode &value = *map.items[i + 1];
-    if (isEntry_ && key != nullptr && (name.text == kRepeat || name.text == kOwnFields)) continue;
-    const Field *field = fields.Find(name.text);
-    const Field *keyField = key != nullptr ? key->Find(name.text) : nullptr;
-    if (keyField != nullptr && keyField->constant) {
-      Fail(name, name.text, "always " + ValueText(keyField->ref, *keyField->constant) + " (leave it out)");
-    }
-    if (keyField != nullptr) BindValue(keyField->ref, true, value, prefix + name.text);
-    if (field != nullptr && !field->selector.empty()) BindVariant(*field, name);
-    if (field != nullptr && field->pointer != 0 && value.Get(kStale) != nullptr) {
-      BindStrayed(*field, value);
-    } else if (field != nullptr) {
-      if (field->pointer != 0) BindAttached(*field, name);
-      const bool hasOwn = own != nullptr && own->Get(name.text) != nullptr;
-      if (keyField == nullptr || !hasOwn) BindField(*field, value, base, prefix + name.text);
-    }
-    if (field == nullptr && keyField == nullptr) {
-      const Field *nearest = fields.Nearest(name.text);
-      if (nearest == nullptr && key != nullptr) nearest = key->Nearest(name.text);
-      Fail(name, prefix + std::string(name.text.substr(0, 64)),
-           "no such field" + DidYouMean(nearest != nullptr ? nearest->name : "", "remove it"));
-    }
+    const std::string &name = map.items[i]->text;
+    if (isEntry_ && key != nullptr && (name == kRepeat || name == kOwnFields)) continue;
+    Attempt(mistakes_, [&] { BindNamed(fields, key, map, i, base, prefix); });
   }
+}
+
+void EntryTemplate::BindNamed(const FieldSet &fields, const FieldSet *key, const YamlNode &map, size_t item,
+                              uint32_t base, const std::string &prefix) {
+  const YamlNode *own = isEntry_ && key != nullptr ? map.Get(kOwnFields) : nullptr;
+  const YamlNode &name = *map.items[item];
+  const YamlNode &value = *map.items[item + 1];
+  const Field *field = fields.Find(name.text);
+  const Field *keyField = key != nullptr ? key->Find(name.text) : nullptr;
+  if (keyField != nullptr && keyField->constant)
+    Fail(name, name.text, "always " + ValueText(keyField->ref, *keyField->constant) + " (leave it out)");
+  if (keyField != nullptr) BindValue(keyField->ref, true, value, prefix + name.text);
+  if (field != nullptr && !field->selector.empty()) BindVariant(*field, name);
+  if (field != nullptr && field->pointer != 0 && value.Get(kStale) != nullptr) {
+    BindStrayed(*field, value);
+  } else if (field != nullptr) {
+    if (field->pointer != 0) BindAttached(*field, name);
+    const bool hasOwn = own != nullptr && own->Get(name.text) != nullptr;
+    if (keyField == nullptr || !hasOwn) BindField(*field, value, base, prefix + name.text);
+  }
+  if (field == nullptr && keyField == nullptr) FailUnknown(fields, key, name, prefix);
+}
+
+void EntryTemplate::FailUnknown(const FieldSet &fields, const FieldSet *key, const YamlNode &name,
+                                const std::string &prefix) const {
+  // People know a field, and forget the structure that it stands in.
+  const Field *around = nullptr;
+  for (const Field &field : fields.all()) {
+    if (around == nullptr && field.fields.Find(name.text) != nullptr) around = &field;
+  }
+  const Field *nearest = fields.Nearest(name.text);
+  if (nearest == nullptr && key != nullptr) nearest = key->Nearest(name.text);
+  const std::string hint = around == nullptr ? DidYouMean(nearest != nullptr ? nearest->name : "",
+                                                          "nqecli fields " + table_ + " lists them")
+                                             : " (it stands in " + std::string(around->name) + ")";
+  Fail(name, prefix + std::string(name.text.substr(0, 64)), "no such field" + hint);
 }
 
 // Of structures that share their bytes one key selects one, or several, which are views of the same then.
@@ -180,13 +197,11 @@ void EntryTemplate::BindArray(const Field &field, const YamlNode &node, uint32_t
   } else if (node.IsMap()) {
     for (size_t i = 0; i < node.items.size(); i += 2) {
       const std::string &text = node.items[i]->text;
-      uint32_t index = 0;
-      const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), index);
-      if (error != std::errc() || stop != text.data() + text.size() || index >= field.count) {
+      const std::optional<uint32_t> index = ParseCount(text);
+      if (!index || *index >= field.count)
         Fail(*node.items[i], path, Quoted(text) + " is not the number of an element" + holds);
-      }
-      BindElement(field, *node.items[i + 1], base + index * field.stride,
-                  path + "[" + std::to_string(index) + "]");
+      BindElement(field, *node.items[i + 1], base + *index * field.stride,
+                  path + "[" + std::to_string(*index) + "]");
     }
   } else {
     Fail(node, path, "not a list (write [VALUE, ...] or {NUMBER: VALUE, ...})");
@@ -280,9 +295,12 @@ void EntryTemplate::BindTarget(const Field &field, std::string_view table, const
     references_.push_back(std::move(unbound));
     return;
   }
-  unbound.key = std::make_unique<EntryTemplate>(tree_, layout_, owner_ + "." + path, counting_);
+  unbound.key = std::make_unique<EntryTemplate>(tree_, layout_, owner_ + "." + path, counting_, mistakes_);
+  unbound.key->table_ = target->shortName;
   const YamlNode &wanted = stale != nullptr ? *stale : node;
+  const size_t mistakes = CountOf(mistakes_);
   unbound.key->BindMap(FieldSet(), &target->key, wanted, 0, "");
+  if (CountOf(mistakes_) != mistakes) return;
   unbound.key->BindRestOfKey(target->key, wanted);
   references_.push_back(std::move(unbound));
 }
@@ -337,6 +355,21 @@ void EntryTemplate::Write(uint32_t i, uint8_t *key, uint8_t *record) const {
     value.field.Write(value.inKey ? key : record, now);
   }
   if (variantsShare_) CheckAgreement(record);
+}
+
+std::optional<std::string> EntryTemplate::WhyAllKeysAreOne(uint32_t count) const {
+  std::string names;
+  std::string still;
+  for (const Value &value : values_) {
+    if (!value.inKey || value.path == kRepeat) continue;
+    if (value.step != 0) return std::nullopt;
+    const bool counts = value.node->IsMap() && value.node->Get("step") != nullptr;
+    if (counts && still.empty()) still = value.path;
+    if (value.node->IsScalar() || counts) names += (names.empty() ? "" : " or ") + value.path;
+  }
+  const std::string all = "its " + std::to_string(count) + " repetitions have the same key";
+  if (!still.empty()) return all + ", since " + still + " counts by a step of 0 (write another step)";
+  return all + " (let " + names + " count: {from: VALUE, step: 1})";
 }
 
 std::vector<EntryTemplate::Reference> EntryTemplate::References(uint32_t i) const {

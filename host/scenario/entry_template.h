@@ -3,12 +3,14 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "host/layout/layout.h"
 #include "host/layout/yaml_tree.h"
+#include "host/scenario/mistakes.h"
 
 namespace qdt::host {
 
@@ -27,7 +29,9 @@ class EntryTemplate {
   };
 
   // `owner` is the table's or region's name in error lines; `counting` says whether values may count up.
-  EntryTemplate(const YamlTree &tree, const Layout &layout, std::string_view owner, bool counting);
+  // With `mistakes` those of fields are noted, and what was bound then is of no use.
+  EntryTemplate(const YamlTree &tree, const Layout &layout, std::string_view owner, bool counting,
+                Mistakes *mistakes = nullptr);
 
   // Reads the fields that `entry`, a mapping, gives. `key` is null for regions. Throws HostError.
   void Bind(const FieldSet &fields, const FieldSet *key, const YamlNode &entry);
@@ -38,6 +42,9 @@ class EntryTemplate {
   // Writes repetition `i` as a whole. Throws HostError when a value has counted past its field. `record` may
   // be null when a record has no bytes.
   void Write(uint32_t i, uint8_t *key, uint8_t *record) const;
+
+  // How to have no two repetitions with the same key, when none of the key's fields counts.
+  std::optional<std::string> WhyAllKeysAreOne(uint32_t count) const;
 
   // The references of repetition `i`.
   std::vector<Reference> References(uint32_t i) const;
@@ -89,6 +96,10 @@ class EntryTemplate {
   void BindStrayed(const Field &field, const YamlNode &node);
   void CheckVariants(uint32_t i) const;
   void CheckAgreement(const uint8_t *record) const;
+  void BindNamed(const FieldSet &fields, const FieldSet *key, const YamlNode &map, size_t item, uint32_t base,
+                 const std::string &prefix);
+  [[noreturn]] void FailUnknown(const FieldSet &fields, const FieldSet *key, const YamlNode &name,
+                                const std::string &prefix) const;
   void BindMap(const FieldSet &fields, const FieldSet *key, const YamlNode &map, uint32_t base,
                const std::string &prefix);
   void BindField(const Field &field, const YamlNode &node, uint32_t base, const std::string &path);
@@ -107,7 +118,9 @@ class EntryTemplate {
   const YamlTree &tree_;
   const Layout &layout_;
   std::string owner_;
+  std::string table_;  // whose fields, or the region's, they are
   bool counting_;
+  Mistakes *mistakes_;
   bool isEntry_ = false;  // entries may say repeat and record, the keys of references may not
   std::vector<Value> values_;
   // What all repetitions share, with zeros elsewhere, and what they do not.

@@ -89,11 +89,11 @@ constexpr Property kProperties[] = {
 
 class NatPolicyReader {
  public:
-  explicit NatPolicyReader(const YamlTree &tree) : tree_(tree) {}
+  NatPolicyReader(const YamlTree &tree, Mistakes *mistakes) : tree_(tree), mistakes_(mistakes) {}
 
   std::vector<NatPolicyRule> Read(const YamlNode &section, const YamlNode &rules) {
     if (!rules.IsList() && !rules.IsNull()) Fail(section, "", "not a list of rules (write - {name: ...})");
-    for (const YamlNode *rule : rules.items) ReadRule(*rule);
+    for (const YamlNode *rule : rules.items) Attempt(mistakes_, [&] { ReadRule(*rule); });
     return std::move(rules_);
   }
 
@@ -163,14 +163,15 @@ class NatPolicyReader {
   }
 
   const YamlTree &tree_;
+  Mistakes *mistakes_;
   std::vector<NatPolicyRule> rules_;
 };
 
 }  // namespace
 
-std::vector<NatPolicyRule> ReadNatPolicy(const YamlTree &tree, const YamlNode &section,
-                                         const YamlNode &rules) {
-  return NatPolicyReader(tree).Read(section, rules);
+std::vector<NatPolicyRule> ReadNatPolicy(const YamlTree &tree, const YamlNode &section, const YamlNode &rules,
+                                         Mistakes *mistakes) {
+  return NatPolicyReader(tree, mistakes).Read(section, rules);
 }
 
 }  // namespace qdt::host

@@ -9,6 +9,7 @@
 
 #include "host/layout/layout.h"
 #include "host/layout/yaml_tree.h"
+#include "host/scenario/mistakes.h"
 #include "host/scenario/nat_policy.h"
 #include "host/scenario/statistics_section.h"
 #include "host/tbm/table_writer.h"
@@ -65,6 +66,12 @@ class Scenario {
 
   // The same from a text; `file` is the name that errors carry and that included files are relative to.
   static Scenario FromText(const std::string &file, std::string_view text, const Layout &layout);
+
+  // Reads on behind mistakes, which are noted as the lines that Load would throw, and gives what could be
+  // read. When there are none `*warnings` becomes what may be wrong, at most `most` lines of the same form
+  // with "warning: " behind the place.
+  static Scenario Check(const std::string &path, const Layout &layout, Mistakes *mistakes, size_t most,
+                        std::vector<std::string> *warnings);
 
   // Puts everything into an arena made with layout.Plan() and not yet published. Throws HostError when the
   // file system under the arena is full.

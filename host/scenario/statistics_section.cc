@@ -20,7 +20,7 @@ uint64_t ReadCount(const YamlTree &tree, const YamlNode &node, const std::string
 }  // namespace
 
 std::vector<StatisticPreset> ReadStatistics(const YamlTree &tree, const YamlNode &section,
-                                            const YamlNode &statistics) {
+                                            const YamlNode &statistics, Mistakes *mistakes) {
   if (!statistics.IsMap() && !statistics.IsNull())
     tree.Fail(section.line, section.text + ": not a mapping (write NAME: NUMBER)");
   std::vector<StatisticPreset> presets;
@@ -29,11 +29,13 @@ std::vector<StatisticPreset> ReadStatistics(const YamlTree &tree, const YamlNode
     const YamlNode &value = *statistics.items[i + 1];
     const std::string what = section.text + "." + name.text.substr(0, 64) + ": ";
     StatisticPreset preset{name.text, {}, tree.file() + ":" + std::to_string(name.line) + ": " + what};
-    if (value.IsList()) {
-      for (const YamlNode *count : value.items) preset.perCore.push_back(ReadCount(tree, *count, what));
-    } else {
-      preset.perCore.push_back(ReadCount(tree, value, what));
-    }
+    Attempt(mistakes, [&] {
+      if (value.IsList()) {
+        for (const YamlNode *count : value.items) preset.perCore.push_back(ReadCount(tree, *count, what));
+      } else {
+        preset.perCore.push_back(ReadCount(tree, value, what));
+      }
+    });
     presets.push_back(std::move(preset));
   }
   return presets;

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "host/layout/yaml_tree.h"
+#include "host/scenario/mistakes.h"
 
 namespace qdt::host {
 
@@ -21,9 +22,9 @@ struct StatisticPreset {
 // The section of a scenario that lists them: NAME: NUMBER, or NAME: [NUMBER, ...] with one for each core.
 constexpr std::string_view kStatisticsSection = "statistics";
 
-// Reads the section. Throws HostError as Scenario::Load tells.
+// Reads the section. Throws HostError as Scenario::Load tells, or notes the mistakes of statistics.
 std::vector<StatisticPreset> ReadStatistics(const YamlTree &tree, const YamlNode &section,
-                                            const YamlNode &statistics);
+                                            const YamlNode &statistics, Mistakes *mistakes = nullptr);
 
 }  // namespace qdt::host
 

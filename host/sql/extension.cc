@@ -1,7 +1,7 @@
 // libnqe_sql.so: the engine's tables in any program that has SQLite.
 //
 //   .load .../libnqe_sql
-//   SELECT nqe_attach('/dev/shm/nqe.arena');
+//   SELECT nqe_attach('/run/nqe/arena');
 //   SELECT * FROM fib;
 
 #include <string>

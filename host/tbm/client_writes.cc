@@ -1,6 +1,8 @@
 #include "host/tbm/client_writes.h"
 
 #include <algorithm>
+#include <set>
+#include <tuple>
 
 #include "host/tbm/status.h"
 
@@ -10,7 +12,13 @@ namespace {
 
 bool IsClient(const TableView &table) { return table.arena()->role() == Arena::Role::kClient; }
 
+Ends g_ends = Ends::kAskedFor;
+// Table, place and serial of the entries ended by the command that runs: one is seen to end more than once.
+std::set<std::tuple<const void *, uint32_t, uint64_t>> g_ended;
+
 void AskForEnd(const TableView &table, const Place &place) {
+  g_ended.emplace(&table.shape(), place.ref, place.serial);
+  if (g_ends == Ends::kCounted) return;
   table.arena()->OpenTail();
   table.Request(place.ref).store(place.serial, std::memory_order_release);
 }
@@ -39,9 +47,11 @@ ClientWrite::~ClientWrite() {
   if (mayEnd_ && table_.HasEnded(table_.Record(place_.ref))) AskForEnd(table_, place_);
 }
 
-void TakeClientWrites() {
+void SetEnds(Ends ends) { g_ends = ends; }
+
+uint64_t TakeClientWrites() {
   Arena *arena = Arena::Current();
-  if (arena == nullptr || arena->role() != Arena::Role::kClient) return;
+  if (arena == nullptr || arena->role() != Arena::Role::kClient) return 0;
   for (uint32_t id = 0; id < kTableCount; ++id) {
     TableView table;
     const bool defined = TableView::Open(arena, id, &table) == kTbmOk;
@@ -49,6 +59,9 @@ void TakeClientWrites() {
   }
   arena->NoteCopies();
   arena->DropCopies();
+  const uint64_t ended = g_ended.size();
+  g_ended.clear();
+  return ended;
 }
 
 }  // namespace qdt::host::tbm

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <thread>
 
+#include "host/base/trust.h"
 #include "host/wire/socket_address.h"
 
 namespace qdt::host {
@@ -21,6 +22,16 @@ EngineClient::EngineClient(const std::string &socketPath, std::chrono::milliseco
       socket_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
   if (!socket_.ok()) throw SystemError("cannot make a socket");
   Connect(Clock::now() + timeout_);
+  RequireTrustedEngine();
+}
+
+// By who listens, which no file can be made to say.
+void EngineClient::RequireTrustedEngine() {
+  ucred peer{};
+  socklen_t size = sizeof peer;
+  if (getsockopt(socket_.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0)
+    throw SystemError("cannot tell who listens on " + path_);
+  RequireTrusted(peer.uid, "the socket " + path_);
 }
 
 void EngineClient::Connect(Deadline deadline) {

@@ -25,6 +25,7 @@ class EngineClient {
   using Deadline = std::chrono::steady_clock::time_point;
 
   void Connect(Deadline deadline);
+  void RequireTrustedEngine();
   void Send(std::string_view bytes, Deadline deadline);
   // Waits for `events` on the socket; throws when the deadline passes.
   void Wait(short events, Deadline deadline);

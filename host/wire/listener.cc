@@ -19,6 +19,9 @@ namespace {
 constexpr auto kLockPatience = std::chrono::seconds(5);
 constexpr int kBacklog = 128;
 
+// As the arena's: who may read and write it may ask as well, whatever the engine's umask says.
+constexpr mode_t kSocketMode = 0660;
+
 UniqueFd StreamSocket() {
   UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   if (!fd.ok()) throw SystemError("cannot make a socket");
@@ -32,17 +35,32 @@ Listener::Listener(const std::string &path) : path_(path) {
   LockDirectory();
   ClearPath();
   socket_ = StreamSocket();
+  // What a socket's file may do at most when it is made.
+  if (fchmod(socket_.get(), S_IRUSR | S_IWUSR) != 0) throw SystemError("cannot make a socket");
   if (bind(socket_.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
     throw SystemError("cannot make the socket " + path_);
   }
-  struct stat info;
-  if (lstat(path_.c_str(), &info) != 0 || listen(socket_.get(), kBacklog) != 0) {
+  if (!TakeFile() || listen(socket_.get(), kBacklog) != 0) {
     const HostError error = SystemError("cannot listen on " + path_);
     unlink(path_.c_str());
     throw error;
   }
+}
+
+// Gives the new socket the rights of an arena, before anybody can connect. They are given to the very file,
+// which another may not stand in for, and are no more than that until then.
+bool Listener::TakeFile() {
+  const UniqueFd file(open(path_.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+  struct stat info;
+  if (!file.ok() || fstat(file.get(), &info) != 0) return false;
+  if (!S_ISSOCK(info.st_mode) || info.st_uid != geteuid()) {
+    errno = EEXIST;
+    return false;
+  }
   device_ = info.st_dev;
   inode_ = info.st_ino;
+  // No call takes the descriptor of a socket's file itself.
+  return chmod(("/proc/self/fd/" + std::to_string(file.get())).c_str(), kSocketMode) == 0;
 }
 
 Listener::~Listener() {

@@ -30,6 +30,8 @@ class Listener {
 
  private:
   void LockDirectory();
+  // That the file is the one just made; false with errno.
+  bool TakeFile();
   // Makes sure that nothing stands at the path, or throws.
   void ClearPath();
 

@@ -65,8 +65,7 @@ std::string CopyAgain(EngineClient *engine, std::string moment, const UniqueFd &
 
 }  // namespace
 
-bool CopySnapshot(const Arena &arena, int fd, const std::string &what,
-                  bool (*interrupted)()) {
+bool CopySnapshot(const Arena &arena, int fd, const std::string &what, bool (*interrupted)()) {
   EngineClient engine(arena.socketPath());
   const UniqueFd live(open(arena.path().c_str(), O_RDONLY | O_CLOEXEC));
   if (!live.ok()) throw SystemError("cannot read the arena at " + arena.path());

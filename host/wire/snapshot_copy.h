@@ -11,8 +11,7 @@ namespace qdt::host {
 // of it is copied while the engine works; it stands still for the rest alone. Returns false, with the copy
 // unfinished, when `interrupted` says so. Throws HostError, with `what` ("cannot write FILE") where the file
 // is at fault.
-bool CopySnapshot(const Arena &arena, int fd, const std::string &what,
-                  bool (*interrupted)());
+bool CopySnapshot(const Arena &arena, int fd, const std::string &what, bool (*interrupted)());
 
 }  // namespace qdt::host
 

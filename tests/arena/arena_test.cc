@@ -12,6 +12,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <regex>
 
 #include "host/arena/arena_layout.h"
 #include "host/arena/table_layout.h"
@@ -58,6 +59,12 @@ class ArenaTest : public HostTest {
       names.push_back(entry.path().filename());
     return names;
   }
+  // The one file there, which is an arena that is being built; empty when there is something else.
+  std::string Build() const {
+    const std::vector<std::string> files = Files();
+    const bool is = files.size() == 1 && std::regex_match(files[0], std::regex("arena\\.[0-9a-f]{16}\\.new"));
+    return is ? files[0] : "";
+  }
   static std::string OneLine(const std::string &said) {
     return said.find('\n') == std::string::npos ? said : "several lines: " + said;
   }
@@ -67,7 +74,7 @@ TEST_F(ArenaTest, NobodySeesTheArenaBeforeItIsPublished) {
   {
     const auto arena = Arena::Create(path_, TestPlan());
     EXPECT_FALSE(std::filesystem::exists(path_));
-    EXPECT_EQ(Files(), std::vector<std::string>{"arena." + std::to_string(getpid()) + ".new"});
+    EXPECT_EQ(Build().substr(0, 6), "arena.");
   }
   EXPECT_EQ(Files(), std::vector<std::string>{});
 }
@@ -308,7 +315,7 @@ TEST_F(ArenaTest, WhatIsNoArenaIsRefused) {
 
 TEST_F(ArenaTest, UnfinishedArenaIsRefused) {
   const auto arena = Arena::Create(path_, TestPlan());
-  path_ += "." + std::to_string(getpid()) + ".new";
+  path_ = dir_ + "/" + Build();
   EXPECT_EQ(ErrorOf([&] { Arena::Attach(path_, Access::kLive); }),
             "the arena at " + path_ + " is not finished (wait until nqed has published it)");
 }
@@ -416,7 +423,7 @@ TEST_F(ArenaTest, AbandonedBuildsAreCleanedUp) {
     kill(getpid(), SIGKILL);
   }
   waitpid(engine, nullptr, 0);
-  ASSERT_EQ(Files(), std::vector<std::string>{"arena." + std::to_string(engine) + ".new"});
+  ASSERT_NE(Build(), "");
   std::ofstream(path_ + ".17.new") << "not an arena";
   std::ofstream(path_ + ".x.new") << "QDTARENA";
   Start();

@@ -2,6 +2,7 @@
 
 import json
 import os
+import pathlib
 import re
 import resource
 import signal
@@ -136,6 +137,12 @@ def test_past_the_file_size_limit(campus, directory):
     assert os.listdir(directory) == []
 
 
+def writes_into(process, directory):
+    """Whether a process has a file of the directory open, with a name or without one."""
+    files = pathlib.Path(f"/proc/{process.pid}/fd")
+    return any(os.readlink(file).startswith(f"{directory}/") for file in files.iterdir())
+
+
 @pytest.mark.parametrize("how", [signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGKILL])
 def test_interrupted(place, directory, how):
     place.start()
@@ -143,7 +150,7 @@ def test_interrupted(place, directory, how):
     place.process.send_signal(signal.SIGSTOP)
     tool = subprocess.Popen([BIN / "nqecli", "--arena", place.arena, "export", directory / "new"],
                             stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-    wait_until(lambda: os.listdir(directory) != [], "the temporary file")
+    wait_until(lambda: writes_into(tool, directory), "the file without a name")
     tool.send_signal(how)
     place.process.send_signal(signal.SIGCONT)
     out, err = tool.communicate(timeout=PATIENCE)

@@ -129,6 +129,12 @@ def test_bad_requests_get_errors_and_the_session_goes_on(session):
         ("tbl-usage", {"colour": "blue"}, '"colour"'),
         ("format-disk", {}, '"format-disk"'),
         ("reset-session", {"inside_source_ip": "10.0.0.256"}, 'inside-source-ip: "10.0.0.256" is not an address'),
+        ("reset-session", {"inside_source_ip": "192.0.2.0/24"}, 'inside-source-ip: "192.0.2.0/24" is not an address'),
+        ("reset-session", {"service_id": "gopher"}, 'service-id: "gopher" is not http, dns,'),
+        ("reset-session", {"type": "ipv5"}, 'type: "ipv5" is not ipv4 or ipv6'),
+        ("reset-session", {"feature": "foo"}, 'feature: "foo" is not sac'),
+        ("reset-server-map", {"type": "napt"}, 'type: "napt" is not all, aspf, nat-server or no-pat'),
+        ("reset-server-map", {"ip": "2001:db8::1"}, 'ip: "2001:db8::1" is not an IPv4 address'),
     ]:
         tag, text = error_of(session, rpc, **leaves)
         assert tag == "operation-failed" and message in text, (rpc, tag, text)

@@ -1,12 +1,15 @@
 """Sessions and server maps: their diag view, the management commands, and the engine's aging."""
 
+import os
+import pty
 import re
+import subprocess
 import threading
 import time
 
 import pytest
 
-from conftest import nqecli, site_of, view, wait_until
+from conftest import BIN, PATIENCE, nqecli, site_of, view, wait_until
 
 def agent(site, *words):
     """The answer of a management command, which a snapshot gives as well. Seconds that pass are masked."""
@@ -181,9 +184,6 @@ def test_addresses_that_are_none_are_refused(campus, command, parameter):
     before = used(campus.engine, 65)
     for text in ("10.0.0.256", "10.0.0", "2001:db8::zz", "10", "gateway", ""):
         refused = campus.engine.cli("agent", command, "inside-source-port=40000", f"{parameter}={text}")
-        if text == "10.0.0":  # three parts are an address, as the C library reads them
-            assert refused.code == 0, refused
-            continue
         assert (refused.code, refused.out, refused.err) == (
             2, "", f'nqecli: {parameter}: "{text}" is not an address (write an IPv4 or IPv6 address)\n'), refused
     assert used(campus.engine, 65) == before
@@ -280,18 +280,93 @@ server_map:
         yield site
 
 
+def told_to_end(result, told):
+    assert (result.code, result.out, result.err) == (0, "", told + "\n"), result
+
+
+def test_what_a_reset_would_end(lab):
+    before = agent_list(lab)
+    for words, number in ((["inside-source-ip=10.0.0.7"], 1), (["protocol=6", "--dry-run"], 30), (["protocol=17"], 0),
+                          (["type=ipv6"], 1), ([], 30)):
+        result = lab.engine.cli("agent", "reset-session", *words, *(["--dry-run"] if "--dry-run" not in words else []))
+        plural = "" if number == 1 else "s"
+        assert (result.code, result.err) == (0, f"{number} session{plural} would end\n"), result
+        assert len(sources(result.out)) == number, result
+    assert "10.0.0.7:" in lab.engine.cli("agent", "reset-session", "inside-source-ip=10.0.0.7", "--dry-run").out
+    time.sleep(1.5)
+    assert used(lab.engine, 65) == 31
+    assert agent_list(lab) == before
+
+
+@pytest.mark.parametrize("command, what", [("reset-session", "session"), ("reset-server-map", "server map")])
+def test_resets_without_a_filter_are_not_done_by_a_slip(lab, command, what):
+    wanted = f"without a filter {command} ends every {what} (name a filter, or say --yes; --dry-run tells how many)"
+    numbers = used(lab.engine, 64), used(lab.engine, 65)
+    empty = {"reset-session": ["protocol=0", "vlan-id=5", "type=ipv4", "inside-source-ip=0.0.0.0",
+                               "global-source-ip=::", "service-id=http inside-source-ip=10.0.0"],
+             "reset-server-map": ["type=all", "ip=0.0.0.0"]}[command]
+    lab.engine.cli("agent", command).failed(wanted)
+    for words in empty:
+        result = lab.engine.cli("agent", command, *words.split())
+        result.failed("is not an address" if " " in words else wanted)
+    # Commands that come on standard input are not answers.
+    result = lab.engine.cli("agent", "-", input=f"{command}\ny\n".encode())
+    assert result.code == 2 and wanted in result.err, result
+    assert on_a_terminal(lab, command, "n") == (2, f"without a filter {command} ends every {what}. Go on? [y/N] ")
+    time.sleep(1.5)
+    assert (used(lab.engine, 64), used(lab.engine, 65)) == numbers
+
+
+@pytest.mark.parametrize("command, parameter, wanted", [
+    ("reset-session", "service-id=gopher",
+     "http, dns, ftp, ras, telnet, rtsp, sip, pptp, https, ssh or dns-tcp"),
+    ("reset-session", "feature=foo", "sac"),
+    ("reset-session", "type=ipv5", "ipv4 or ipv6"),
+    ("reset-session", "inside-source-ip=192.0.2.0/24", "an address (write an IPv4 or IPv6 address)"),
+    ("reset-server-map", "type=napt", "all, aspf, nat-server or no-pat"),
+    ("reset-server-map", "ip=192.0.2", "an IPv4 address"),
+    ("reset-server-map", "ip=2001:db8::1", "an IPv4 address"),
+])
+def test_filters_that_mean_nothing_are_refused(lab, command, parameter, wanted):
+    name, value = parameter.split("=")
+    for more in ([], ["--dry-run"], ["--yes"]):
+        lab.engine.cli("agent", command, parameter, *more).failed(f'{name}: "{value}" is not {wanted}')
+
+
+def test_care_is_for_resets(lab):
+    for option in ("--dry-run", "--yes"):
+        lab.engine.cli("agent", "query-session", option).failed(f"{option} is for reset-session and reset-server-map")
+
+
+def on_a_terminal(lab, command, reply):
+    """Exit code of a command whose standard input is a terminal, and what it has asked."""
+    master, slave = pty.openpty()
+    tool = subprocess.Popen([BIN / "nqecli", "--arena", lab.engine.arena, "agent", command],
+                            stdin=slave, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+    os.close(slave)
+    os.write(master, reply.encode() + b"\n")
+    out, err = tool.communicate(timeout=PATIENCE)
+    os.close(master)
+    assert out == b""
+    return tool.returncode, err.decode().split("nqecli: ")[0]
+
+
 def test_session_reset(lab):
-    run = lambda *words: lab.engine.cli("agent", "reset-session", *words).answered("")
-    run("inside-source-ip=10.0.0.7")
+    def run(told, *words):
+        told_to_end(lab.engine.cli("agent", "reset-session", *words), told)
+
+    run("1 session told to end", "inside-source-ip=10.0.0.7")
     wait_until(lambda: used(lab.engine, 65) == 30, "one session to leave")
     assert "10.0.0.7:" not in agent_list(lab)
-    run("protocol=17")
+    run("0 sessions told to end", "protocol=17")
     time.sleep(1.5)
     assert used(lab.engine, 65) == 30  # no IPv4 session has it
-    run()
+    run("29 sessions told to end", "--yes")
     wait_until(lambda: used(lab.engine, 65) == 1, "all of IPv4 to leave")
-    run("type=ipv6")
+    run("1 session told to end", "type=ipv6", "--yes")
     wait_until(lambda: used(lab.engine, 65) == 0, "the last session to leave")
+    asked = "without a filter reset-session ends every session. Go on? [y/N] "
+    assert on_a_terminal(lab, "reset-session", "y") == (0, asked + "0 sessions told to end\n")
 
 
 def test_a_reset_of_a_snapshot_changes_nothing(lab):
@@ -303,15 +378,22 @@ def test_a_reset_of_a_snapshot_changes_nothing(lab):
 
 
 def test_server_map_reset(lab):
-    run = lambda *words: lab.engine.cli("agent", "reset-server-map", *words).answered("")
+    def run(told, *words):
+        told_to_end(lab.engine.cli("agent", "reset-server-map", *words), told)
+
     types = lambda: sorted(re.findall(r"type: (\d+)", lab.engine.cli("agent", "query-server-map").out))
-    run("type=nat-server")
+    run("0 server maps told to end", "type=nat-server")
     time.sleep(1.5)
     assert used(lab.engine, 64) == 6
-    run("type=aspf", "ip=10.1.0.2")
+    before = types()
+    run("1 server map would end", "type=aspf", "ip=10.1.0.2", "--dry-run")
+    run("3 server maps would end", "--dry-run")
+    time.sleep(1.5)
+    assert (used(lab.engine, 64), types()) == (6, before)
+    run("1 server map told to end", "type=aspf", "ip=10.1.0.2")
     wait_until(lambda: used(lab.engine, 64) == 5, "one hole to close")
     assert types() == ["1", "15", "2"]
-    run()
+    run("2 server maps told to end", "--yes")
     wait_until(lambda: used(lab.engine, 64) == 3, "what can be reset to leave")
     assert types() == ["1"]
 
@@ -338,7 +420,7 @@ session:
         reader = threading.Thread(target=query)
         reader.start()
         try:
-            engine.cli("agent", "reset-session").answered("")
+            told_to_end(engine.cli("agent", "reset-session", "--yes"), "65536 sessions told to end")
             wait_until(lambda: used(engine, 65) == 0, "all sessions to leave")
         finally:
             over.set()

@@ -24,7 +24,10 @@ foreach(kind qdt_util qdt_util_static)
 endforeach()
 """
 EXPECTED = ("lib/libqdt_util.so", "lib/libqdt_util.so.1", "lib/libqdt_util.a", "lib/pkgconfig/qdt_util.pc",
-            "lib/cmake/qdt_util/qdt_utilConfig.cmake", "include/qdt/tables.h", "include/platform/tbm.h")
+            "lib/cmake/qdt_util/qdt_utilConfig.cmake", "include/qdt/tables.h", "include/platform/tbm.h",
+            "share/man/man3/libqdt_util.3")
+PAGES = {"bin/nqecli": ["man1/nqecli.1"], "bin/nqed": ["man8/nqed.8", "man5/nqe-scenario.5", "man5/nqe-layout.5"],
+         "sbin/omad": ["man8/omad.8"]}
 
 
 def run(*command, **options):
@@ -43,6 +46,10 @@ def main():
         run("cmake", "--install", build, "--prefix", work / "first")
         tree = work / "moved"
         shutil.move(work / "first", tree)
+        for program, pages in PAGES.items():
+            for page in pages:
+                if (tree / program).exists() != (tree / "share/man" / page).exists():
+                    sys.exit(f"{program} and {page} do not go together")
         for name in EXPECTED:
             if not (tree / name).exists():
                 sys.exit(f"{name} is not installed")

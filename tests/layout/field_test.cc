@@ -120,7 +120,7 @@ INSTANTIATE_TEST_SUITE_P(
                 "-18446744073709551615 does not fit 64 bits (-9223372036854775808 to 9223372036854775807)"},
         Mistake{"0 u32 bits 0-2", "8", "8 does not fit 3 bits (0 to 7)"},
         Mistake{"0 u32 bit 4", "2", "2 does not fit 1 bit (0 to 1)"},
-        Mistake{"0 u32 bit 4", "yes", "\"yes\" is not a number (decimal or 0x...)"},
+        Mistake{"0 u32 bit 4", "yes", "\"yes\" is not a bit (write true)"},
         Mistake{"0 u32", "true", "\"true\" is not a number (decimal or 0x...)"},
         Mistake{"0 u32", "", "\"\" is not a number (decimal or 0x...)"},
         Mistake{"0 u32", "0x", "\"0x\" is not a number (decimal or 0x...)"},

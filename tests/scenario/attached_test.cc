@@ -164,7 +164,7 @@ TEST_F(AttachedTest, WrongSessions) {
   EXPECT_EQ(Refusal("  - {index: 1, positive: {stale: {}}}\n"),
             "s.yaml:2: session.positive.stale: not a value (write one, or {from: VALUE, step: NUMBER})");
   EXPECT_EQ(Refusal("  - {index: 1, positive: {port: 6}}\n"),
-            "s.yaml:2: session.positive.port: no such field (remove it)");
+            "s.yaml:2: session.positive.port: no such field (nqecli fields session lists them)");
   EXPECT_EQ(Refusal("  - {valid: 1}\n"), "s.yaml:2: session.index: missing (it is part of the entry's key)");
   EXPECT_EQ(Refusal("  - {index: 1, created: -1}\n"),
             "s.yaml:2: session.created: -1 does not fit 32 bits (0 to 4294967295)");

@@ -203,7 +203,7 @@ TEST(RouteErrorTest, AReferenceNamesItsTable) {
   EXPECT_EQ(BuiltInError(route + "{nhp: {stale: 1}}}"),
             "s.yaml:2: fib.next_hop.nhp: not a stale reference (write {stale: {KEY FIELD: VALUE, ...}})");
   EXPECT_EQ(BuiltInError(route + "{nhp: {number: 1}}}"),
-            "s.yaml:2: fib.next_hop.nhp.number: no such field (remove it)");
+            "s.yaml:2: fib.next_hop.nhp.number: no such field (nqecli fields nhp lists them)");
 }
 
 TEST(NatPolicyTest, RulesAreKnownAsEntries) {

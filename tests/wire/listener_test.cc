@@ -4,8 +4,11 @@
 #include <gtest/gtest.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <csignal>
 #include <fstream>
 #include <list>
 #include <memory>
@@ -45,6 +48,50 @@ TEST(Listener, MakesAndRemovesItsFile) {
     EXPECT_TRUE(Exists(dir.File("s")));
   }
   EXPECT_FALSE(Exists(dir.File("s")));
+}
+
+TEST(Listener, IsThereForOwnerAndGroupUnderAnyUmask) {
+  const TempDir dir;
+  for (const mode_t mask : {0000, 0022, 0077, 0777}) {
+    const mode_t before = umask(mask);
+    const Listener listener(dir.File("s"));
+    umask(before);
+    struct stat info;
+    ASSERT_EQ(lstat(dir.File("s").c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 07777, 0660u) << std::oct << mask;
+  }
+}
+
+TEST(Listener, OfAnotherUserIsRefused) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root can become somebody else";
+  const TempDir dir;
+  int ready[2];
+  ASSERT_EQ(pipe(ready), 0);
+  const pid_t child = fork();
+  if (child == 0) {
+    if (chmod(dir.File("").c_str(), 0777) != 0 || setuid(65534) != 0) _exit(1);
+    const Listener listener(dir.File("s"));
+    if (write(ready[1], "", 1) == 1) pause();
+    _exit(1);
+  }
+  char byte;
+  ASSERT_EQ(read(ready[0], &byte, 1), 1);
+  // Who listens counts, not whose the file is made out to be.
+  ASSERT_EQ(chown(dir.File("s").c_str(), 0, 0), 0);
+  std::string said;
+  try {
+    EngineClient(dir.File("s"));
+  } catch (const HostError &error) {
+    said = error.what();
+  }
+  EXPECT_EQ(
+      said,
+      "the socket " + dir.File("s") +
+          " belongs to user nobody, who is neither this user nor root (--trust nobody believes it all the "
+          "same)");
+  kill(child, SIGKILL);
+  waitpid(child, nullptr, 0);
+  for (const int fd : ready) close(fd);
 }
 
 TEST(Listener, TakesTheDeadEnginesPlace) {

@@ -1,5 +1,7 @@
 // nqecli-agent: runs one management command as the management agent does. "nqecli agent" starts it.
 
+#include <unistd.h>
+
 #include <cstring>
 #include <iostream>
 #include <string>
@@ -33,6 +35,8 @@ std::string Help() {
       "\n";
   for (const Handler &handler : host::Handlers()) text += std::string("  ") + handler.rpc + '\n';
   text += "\nnqecli agent HANDLER --help lists the parameters of one.\n\n" + PlaceHelp();
+  AddHelpLine(&text, "--dry-run", "of a reset: end nothing, and tell what would end");
+  AddHelpLine(&text, "--yes", "of a reset without a filter: do not ask");
   return text;
 }
 
@@ -50,7 +54,7 @@ const Handler &HandlerOf(std::string_view name) {
   throw HostError("unknown management command " + Quoted(name) + "; \"nqecli agent\" lists them");
 }
 
-std::vector<Parameter> ParametersOf(std::span<char *const> words) {
+std::vector<Parameter> ParametersOf(const std::vector<char *> &words) {
   std::vector<Parameter> parameters;
   for (const char *word : words) {
     const char *equals = std::strchr(word, '=');
@@ -66,21 +70,82 @@ class Session {
  public:
   explicit Session(const Place &place) : place_(place) {}
 
-  ExitCode Run(std::span<char *const> words);
+  // `mayAsk`: standard input is not where the commands come from.
+  ExitCode Run(std::span<char *const> words, bool mayAsk);
 
  private:
+  void ListSessions(std::vector<Parameter> parameters);
+
   const Place &place_;
   const host::Model model_;
   bool attached_ = false;
 };
 
-ExitCode Session::Run(std::span<char *const> words) {
-  const Handler &handler = HandlerOf(words[0]);
-  const host::OwnedTree request = model_.MakeRequest(handler.rpc, ParametersOf(words.subspan(1)));
+// What protects people from a slip in a command that ends things.
+struct Care {
+  bool dryRun = false;
+  bool yes = false;
+};
+
+// Takes these words out of the parameters.
+Care TakeCare(const Handler &handler, std::vector<char *> *words) {
+  Care care;
+  const auto take = [&](const char *option) {
+    const auto isOption = [option](const char *word) { return std::strcmp(word, option) == 0; };
+    const bool given = std::erase_if(*words, isOption) != 0;
+    if (given && handler.ends == nullptr)
+      throw HostError(std::string(option) + " is for reset-session and reset-server-map");
+    return given;
+  };
+  care.dryRun = take("--dry-run");
+  care.yes = take("--yes");
+  return care;
+}
+
+// "1 session", "3 sessions"
+std::string Counted(uint64_t number, const char *what) {
+  return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
+}
+
+// Who names no filter may have forgotten it.
+void AskBeforeAll(const Handler &handler, bool mayAsk) {
+  const std::string all = std::string("without a filter ") + handler.rpc + " ends every " + handler.ends;
+  if (!mayAsk || isatty(STDIN_FILENO) == 0)
+    throw HostError(all + " (name a filter, or say --yes; --dry-run tells how many)");
+  WriteAside(all + ". Go on? [y/N] ");
+  std::string reply;
+  std::getline(std::cin, reply);
+  if (reply != "y" && reply != "Y" && reply != "yes") throw HostError("nothing is ended");
+}
+
+// The sessions that a reset with these parameters ends, as far as one list has room for them.
+void Session::ListSessions(std::vector<Parameter> parameters) {
+  std::erase_if(parameters, [](const Parameter &one) { return one.first == "session-number"; });
+  parameters.emplace_back("session-number", "255");
+  const Handler &query = HandlerOf("query-session");
+  const host::OwnedTree request = model_.MakeRequest(query.rpc, parameters);
+  WriteOut(host::RunHandler(query, request.get()).text);
+}
+
+ExitCode Session::Run(std::span<char *const> given, bool mayAsk) {
+  const Handler &handler = HandlerOf(given[0]);
+  std::vector<char *> words(given.begin() + 1, given.end());
+  const Care care = TakeCare(handler, &words);
+  const std::vector<Parameter> parameters = ParametersOf(words);
+  const host::OwnedTree request = model_.MakeRequest(handler.rpc, parameters);
   if (!attached_) Attach(place_);
   attached_ = true;
-  const host::HandlerAnswer answer = host::RunHandler(handler, request.get());
+  const bool ends = handler.ends != nullptr && !place_.saved();
+  if (ends && handler.check != nullptr) handler.check(request.get());
+  // Who may not write at all is told so instead.
+  const bool mayEnd = ends && !care.dryRun && host::Arena::Current()->Writable();
+  if (mayEnd && !care.yes && !handler.hasFilter(request.get())) AskBeforeAll(handler, mayAsk);
+  const host::HandlerAnswer answer = host::RunHandler(handler, request.get(), care.dryRun);
+  if (ends && care.dryRun && std::strcmp(handler.rpc, "reset-session") == 0 && answer.ended != 0)
+    ListSessions(parameters);
   if (!WriteAnswer(answer.text)) return kUnusable;
+  if (ends && answer.result == 0)
+    WriteAside(Counted(answer.ended, handler.ends) + (care.dryRun ? " would end\n" : " told to end\n"));
   if (answer.result == 0) return kAnswered;
   const std::string why = host::TakeEngineFailure();
   if (!answer.sent) {
@@ -103,7 +168,7 @@ ExitCode RunLines(const Place &place, std::istream &lines) {
       if (words.empty() || words[0].front() == '#') continue;
       std::vector<char *> pointers;
       for (std::string &word : words) pointers.push_back(word.data());
-      code = session.Run(pointers);
+      code = session.Run(pointers, false);
     } catch (const HostError &error) {
       WriteError(error.what());
     }
@@ -123,7 +188,7 @@ ExitCode Run(Arguments arguments) {
   if (arguments.Take("-")) return RunLines(place, std::cin);
   const std::span<char *const> words = arguments.rest();
   if (words.size() > 1 && std::string_view(words[1]) == "--help") return Print(HelpOf(HandlerOf(words[0])));
-  return Session(place).Run(words);
+  return Session(place).Run(words, true);
 }
 
 }  // namespace

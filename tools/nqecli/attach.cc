@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "host/base/host_error.h"
+#include "host/base/trust.h"
 #include "host/library/services.h"
 #include "host/wire/client.h"
 #include "host/wire/paths.h"
@@ -20,6 +21,12 @@ host::EngineReply NoEngine(std::string_view) {
 }  // namespace
 
 bool TakePlace(host::Arguments *arguments, Place *place) {
+  std::string user;
+  if (arguments->TakeValue("--trust", &user)) {
+    host::TrustUser(user);
+    place->trusted.push_back(user);
+    return true;
+  }
   if (!arguments->TakeValue("--arena", &place->arena) &&
       !arguments->TakeValue("--snapshot", &place->snapshot)) {
     return false;
@@ -32,15 +39,15 @@ bool TakePlace(host::Arguments *arguments, Place *place) {
 
 std::string PlaceHelp() {
   std::string text;
-  AddHelpLine(&text, "--arena PATH",
-              std::string("the engine's arena, ") + host::kDefaultArena + " unless told otherwise");
+  AddHelpLine(&text, "--arena PATH", "the engine's arena, " QDT_DEFAULT_ARENA_TEXT " unless told otherwise");
   AddHelpLine(&text, "--snapshot FILE", "answer from a saved arena; nothing that changes there is kept");
+  AddHelpLine(&text, "--trust USER", "believe an engine of that user as well, beside this user's and root's");
   return text;
 }
 
 Arena &Attach(const Place &place) {
   const std::string path = place.saved()         ? place.snapshot
-                           : place.arena.empty() ? host::kDefaultArena
+                           : place.arena.empty() ? host::DefaultArena()
                                                  : place.arena;
   Arena &arena =
       *Arena::Attach(path, place.saved() ? Arena::Access::kSnapshot : Arena::Access::kLive).release();

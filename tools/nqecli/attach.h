@@ -2,6 +2,7 @@
 #define TOOLS_NQECLI_ATTACH_H_
 
 #include <string>
+#include <vector>
 
 #include "host/arena/arena.h"
 #include "host/base/arguments.h"
@@ -10,13 +11,15 @@ namespace qdt::nqecli {
 
 // Which arena a tool works on: at most one of the two is given.
 struct Place {
-  std::string arena;     // of a running engine; empty: the default one
-  std::string snapshot;  // a saved copy
+  std::string arena;                 // of a running engine; empty: the default one
+  std::string snapshot;              // a saved copy
+  std::vector<std::string> trusted;  // users whose engines are believed, as they were named
 
   bool saved() const { return !snapshot.empty(); }
 };
 
-// Takes --arena PATH or --snapshot FILE when it stands next. Throws HostError when both were given.
+// Takes --arena PATH, --snapshot FILE or --trust USER when it stands next. Throws HostError when both of the
+// first were given.
 bool TakePlace(host::Arguments *arguments, Place *place);
 
 // The help text's lines for these options.

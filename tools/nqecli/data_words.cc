@@ -140,7 +140,7 @@ DataWords::DataWords(const Place &given, std::span<char *const> all, uint32_t ta
 std::unique_ptr<host::RecordSource> OpenSource(const Place &place) {
   const host::Layout &layout = host::Layout::BuiltIn();
   if (place.saved()) return host::RecordSource::OfSnapshot(place.snapshot, layout);
-  return host::RecordSource::OfEngine(place.arena.empty() ? host::kDefaultArena : place.arena, layout);
+  return host::RecordSource::OfEngine(place.arena.empty() ? host::DefaultArena() : place.arena, layout);
 }
 
 const host::TableLayout &TableOf(std::string_view name) {

@@ -83,7 +83,7 @@ Moment OpenMoment(const Place &place, const std::string &file, bool isFile) {
     return moment;
   }
   const auto arena =
-      Arena::Look(place.arena.empty() ? host::kDefaultArena : place.arena, Arena::Access::kLive);
+      Arena::Look(place.arena.empty() ? host::DefaultArena() : place.arena, Arena::Access::kLive);
   moment.copy = NamelessFile(DirectoryFor(file, isFile));
   CopyEngine(*arena, moment.copy.get(), isFile ? file : "standard output");
   AskNatPolicy(arena->socketPath(), &moment.natPolicy);

@@ -103,6 +103,7 @@ ExitCode AskEngine(const Place &place, std::span<char *const> words) {
   std::vector<std::string> arguments{companion};
   if (!place.arena.empty()) arguments.push_back("--arena=" + place.arena);
   if (place.saved()) arguments.push_back("--snapshot=" + place.snapshot);
+  for (const std::string &user : place.trusted) arguments.push_back("--trust=" + user);
   arguments.insert(arguments.end(), words.begin(), words.end());
   std::vector<char *> pointers;
   for (std::string &argument : arguments) pointers.push_back(argument.data());

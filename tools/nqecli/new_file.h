@@ -4,15 +4,18 @@
 #include <csignal>
 #include <string>
 
+#include "host/base/directory.h"
 #include "host/base/fd.h"
 
 namespace qdt::nqecli {
 
-// A file on its way to `file`, under a temporary name beside it. Goes away unless it is kept; an existing
-// file is never touched. Throws HostError.
+// A file on its way to `file`, without a name where the file system has such files, and under a temporary
+// name beside it elsewhere. Goes away unless it is kept, a named one whose process is killed with the next
+// one for `file`; an existing file is never touched. Throws HostError.
 class NewFile {
  public:
-  explicit NewFile(const std::string &file);
+  enum class Way { kNamelessIfPossible, kNamed };
+  explicit NewFile(const std::string &file, Way way = Way::kNamelessIfPossible);
   ~NewFile();
   NewFile(const NewFile &) = delete;
   NewFile &operator=(const NewFile &) = delete;
@@ -24,9 +27,15 @@ class NewFile {
 
  private:
   [[noreturn]] void Refuse() const;
+  void RemoveAbandoned() const;
+  bool MakeNameless();
+  void MakeNamed();
+  // Renames the file, or gives it its first name; false with errno.
+  bool Rename() const;
 
   std::string file_;
-  std::string name_;
+  host::Directory directory_;
+  std::string name_;  // empty: it has none
   host::UniqueFd fd_;
   bool kept_ = false;
 };

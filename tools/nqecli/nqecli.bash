@@ -25,7 +25,7 @@ _nqecli() {
   local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} command='' i
   for ((i = 1; i < COMP_CWORD; ++i)); do
     case ${COMP_WORDS[i]} in
-      --arena | --snapshot) ((++i)) ;;
+      --arena | --snapshot | --trust) ((++i)) ;;
       -*) ;;
       *) command=${COMP_WORDS[i]} && break ;;
     esac
@@ -35,7 +35,7 @@ _nqecli() {
   esac
   case $command in
     '') mapfile -t COMPREPLY < <(compgen -W 'diag pkt_trace pmc perf tables show snapshot engine agent
-                                             --arena --snapshot --help --version' -- "$current") ;;
+                                             --arena --snapshot --trust --help --version' -- "$current") ;;
     show) ((i + 1 == COMP_CWORD)) && mapfile -t COMPREPLY < <(
       compgen -W "$("${COMP_WORDS[0]}" tables 2>/dev/null | awk '/^[0-9]/ { print $2 }')" -- "$current") ;;
     engine) mapfile -t COMPREPLY < <(

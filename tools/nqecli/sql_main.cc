@@ -373,7 +373,7 @@ ExitCode Sql(host::Arguments arguments) {
   for (const std::string &file : files) arenas->Add(host::SnapshotAt(file));
   if (files.empty())
     arenas->Add(
-        host::EngineAt(words.place.arena.empty() ? host::kDefaultArena : words.place.arena, words.frozen));
+        host::EngineAt(words.place.arena.empty() ? host::DefaultArena() : words.place.arena, words.frozen));
   Connection(arenas).Run(words.plain.empty() ? ReadStatements() : words.plain.front(), words.format);
   return kAnswered;
 }

@@ -15,10 +15,12 @@
 #include <optional>
 
 #include "host/base/arguments.h"
+#include "host/base/trust.h"
 #include "host/base/words.h"
 #include "host/commands/commands.h"
 #include "host/engine/engine.h"
 #include "host/engine/scenario_filler.h"
+#include "host/engine/statistics_presets.h"
 #include "host/layout/layout_files.h"
 #include "host/library/services.h"
 #include "host/packet/traffic.h"
@@ -38,12 +40,14 @@ constexpr std::chrono::seconds kAgingPeriod{1};  // what times are counted in
 constexpr uint32_t kMostClients = 512;           // descriptors are left for files beside them
 constexpr uint32_t kMostPatience = 86400;        // seconds
 constexpr uint32_t kMostBuffer = 1u << 30;       // bytes
+constexpr size_t kMostMistakes = 20;             // that --check tells of
 
 constexpr char kUsage[] =
     "usage: nqed --scenario FILE [--arena PATH] [--socket PATH] [--layout DIR] [--cores N] [--traffic RATE]\n"
     "            [--clients N] [--patience SECONDS] [--capacity TABLE=N]...\n"
     "       nqed --linux [--netns NAME] [--counters SECONDS] [--scenario FILE] [...]\n"
-    "       nqed status [--arena PATH]\n"
+    "       nqed --check FILE... [--layout DIR] [--cores N]\n"
+    "       nqed status [--arena PATH] [--trust USER]\n"
     "\n"
     "Runs the lab engine in the foreground until SIGTERM or SIGINT; prints one line when it is ready.\n"
     "\n"
@@ -57,7 +61,10 @@ constexpr char kUsage[] =
     "                   notifications of the kernel that may wait, 33554432 unless told otherwise\n"
     "  --capacity TABLE=N\n"
     "                   room for N entries in a table, what its layout says unless told otherwise\n"
-    "  --arena PATH     shared file to publish, /dev/shm/nqe.arena unless told otherwise\n"
+    "  --check FILE...  only tell all mistakes of scenarios, 20 at most, and what may be one\n"
+    "  --arena PATH     shared file to publish, " QDT_DEFAULT_ARENA_TEXT
+    "\n"
+    "                   unless told otherwise\n"
     "  --socket PATH    socket for command lines, the arena's path and \".sock\" unless told otherwise\n"
     "  --layout DIR     table layouts, the built-in ones unless told otherwise\n"
     "  --cores N        forwarding cores that keep statistics, 4 unless told otherwise\n"
@@ -65,10 +72,12 @@ constexpr char kUsage[] =
     "  --clients N      connections to the socket at a time, 128 unless told otherwise\n"
     "  --patience SECONDS\n"
     "                   for a client that says nothing, or takes no reply, 30 unless told otherwise\n"
+    "  --trust USER     status: believe an engine of that user as well, beside this user's and root's\n"
     "  --help, --version\n"
     "\n"
-    "exit codes: 0 stopped as asked (status: the engine runs), 2 bad usage, nothing published (status: no "
-    "engine)\n";
+    "exit codes: 0 stopped as asked (status: the engine runs; --check: no mistake), 2 bad usage, nothing "
+    "published\n"
+    "(status: no engine; --check: mistakes)\n";
 
 struct CommandLine {
   bool status = false;
@@ -77,9 +86,12 @@ struct CommandLine {
   bool linux = false;
   std::string netns;
   uint32_t counters = 0, netlinkBuffer = 0;  // 0: not told
+  bool defaultPlace = false;                 // whether nobody has named an arena
   std::string scenario;                      // file
-  std::string layoutDir;                     // empty: the layouts that the program was built with
-  uint32_t traffic = 0;                      // simulated packets a second
+  bool check = false;
+  std::vector<std::string> checked;  // files
+  std::string layoutDir;             // empty: the layouts that the program was built with
+  uint32_t traffic = 0;              // simulated packets a second
   EngineOptions options;
   ServerLimits limits;
 };
@@ -124,19 +136,26 @@ bool TakeCapacity(Arguments *arguments, EngineOptions *options) {
 CommandLine Parse(Arguments arguments) {
   CommandLine line;
   EngineOptions &options = line.options;
-  options.arena = kDefaultArena;
   auto clients = static_cast<uint32_t>(line.limits.clients);
   auto patience =
       static_cast<uint32_t>(std::chrono::duration_cast<std::chrono::seconds>(line.limits.patience).count());
+  std::string trusted;
   while (!arguments.empty()) {
     if (arguments.Take("--help")) {
       line.help = true;
     } else if (arguments.Take("--version")) {
       line.version = true;
+    } else if (arguments.Take("--check")) {
+      line.check = true;
+    } else if (line.check && !arguments.AtOption()) {
+      line.checked.emplace_back(arguments.front());
+      arguments.Take(arguments.front());
     } else if (arguments.Take("status")) {
       line.status = true;
     } else if (arguments.Take("--linux")) {
       line.linux = true;
+    } else if (arguments.TakeValue("--trust", &trusted)) {
+      TrustUser(trusted);
     } else if (!arguments.TakeValue("--netns", &line.netns) && !TakeCapacity(&arguments, &options) &&
                !TakeNumber(&arguments, "--counters", 1, kMostPatience, &line.counters) &&
                !TakeNumber(&arguments, "--netlink-buffer", 1, kMostBuffer, &line.netlinkBuffer) &&
@@ -154,6 +173,8 @@ CommandLine Parse(Arguments arguments) {
   if (!line.linux && (!line.netns.empty() || line.counters != 0 || line.netlinkBuffer != 0))
     throw HostError("--netns, --counters and --netlink-buffer go with --linux");
   line.limits = {clients, std::chrono::seconds(patience)};
+  line.defaultPlace = options.arena.empty();
+  if (line.defaultPlace) options.arena = DefaultArena();
   if (options.socket.empty()) options.socket = options.arena + kSocketEnding;
   for (std::string *path : {&options.arena, &options.socket, &line.scenario}) {
     if (!path->empty()) *path = AbsolutePath(*path);
@@ -196,6 +217,33 @@ int ShowStatus(const EngineOptions &options) {
   return 0;
 }
 
+// What is wrong goes to standard error, a line each that begins with its place.
+int CheckScenarios(const CommandLine &line) {
+  if (line.checked.empty()) throw HostError("--check takes the names of scenarios; try --help");
+  if (!line.scenario.empty() || line.status) throw HostError("--check stands for itself; leave the rest out");
+  std::optional<Layout> otherLayout;
+  if (!line.layoutDir.empty()) otherLayout = ReadLayoutDirectory(line.layoutDir);
+  const Layout &layout = otherLayout ? *otherLayout : Layout::BuiltIn();
+  Mistakes mistakes(kMostMistakes);
+  std::string good;
+  try {
+    for (const std::string &file : line.checked) {
+      const size_t before = mistakes.count();
+      std::vector<std::string> warnings;
+      const Scenario scenario = Scenario::Check(file, layout, &mistakes, kMostMistakes, &warnings);
+      CheckPresets(scenario.statistics(), line.options.cores, &mistakes);
+      for (const std::string &warning : warnings) std::fprintf(stderr, "%s\n", warning.c_str());
+      if (mistakes.count() == before) good += file + ": no mistakes\n";
+    }
+  } catch (const Mistakes::Enough &) {
+  }
+  for (const std::string &mistake : mistakes.lines()) std::fprintf(stderr, "%s\n", mistake.c_str());
+  if (mistakes.count() == kMostMistakes)
+    std::fprintf(stderr, "nqed: these are the first %zu mistakes; there may be more\n", kMostMistakes);
+  Print(good);
+  return mistakes.count() == 0 ? 0 : kFailure;
+}
+
 // What reading the scenario took is free by now, but in pieces: the C library keeps them unless it is asked.
 void ReturnFreeMemory() {
 #ifdef __GLIBC__
@@ -228,6 +276,7 @@ int RunEngine(const CommandLine &line) {
   const EngineOptions &options = line.options;
   if (line.scenario.empty() && !line.linux)
     throw HostError("no scenario; name one with --scenario FILE, or mirror this machine with --linux");
+  if (line.defaultPlace) MakeDefaultDirectory();
   // Said at once, not after a long load.
   Arena::CheckFree(options.arena);
   std::optional<Layout> otherLayout;
@@ -282,6 +331,7 @@ int Main(int argc, char **argv) {
       Print("nqed " + BuildInfo(false) + "\n");
       return 0;
     }
+    if (line.check) return CheckScenarios(line);
     return line.status ? ShowStatus(line.options) : RunEngine(line);
   } catch (const std::exception &error) {
     std::fprintf(stderr, "nqed: %s\n", error.what());

@@ -11,11 +11,13 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <vector>
 
 #include "host/agent/worker.h"
 #include "host/base/arguments.h"
 #include "host/base/fd.h"
 #include "host/base/host_error.h"
+#include "host/base/trust.h"
 #include "host/base/words.h"
 #include "host/library/services.h"
 #include "host/omcc/model.h"
@@ -42,7 +44,10 @@ constexpr char kUsage[] =
     "line when\n"
     "it is ready.\n"
     "\n"
-    "  --arena PATH           the engine's arena, /dev/shm/nqe.arena unless told otherwise\n"
+    "  --arena PATH           the engine's arena, " QDT_DEFAULT_ARENA_TEXT
+    "\n"
+    "                         unless told otherwise\n"
+    "  --trust USER           believe an engine of that user as well, beside this user's and root's\n"
     "  --host-key FILE        the server's private SSH key (ssh-keygen -t ecdsa -N '')\n"
     "  --user-key USER=FILE   a public SSH key that logs USER in; may be repeated\n"
     "  --password-file FILE   also take passwords: a line USER:HASH each (openssl passwd -6)\n"
@@ -61,7 +66,8 @@ struct CommandLine {
   bool help = false;
   bool version = false;
   bool worker = false;
-  std::string arena = host::kDefaultArena;
+  std::string arena = host::DefaultArena();
+  std::vector<std::string> trusted;  // users
   std::string modules = kModulePath;
   ServerOptions server;
 };
@@ -111,6 +117,9 @@ CommandLine Parse(Arguments arguments) {
       server.ssh = false;
     } else if (arguments.Take("--verbose")) {
       server.verbose = true;
+    } else if (arguments.TakeValue("--trust", &value)) {
+      host::TrustUser(value);
+      line.trusted.push_back(value);
     } else if (arguments.TakeValue("--user-key", &value)) {
       server.userKeys.push_back(SplitAt(value, '=', "USER=FILE"));
     } else if (arguments.TakeValue("--password-file", &value)) {
@@ -174,8 +183,14 @@ int RunAgent(const CommandLine &line) {
 
   const host::Model model(line.modules);
   LoadServerModules(model);
-  host::AgentWorker worker({std::filesystem::read_symlink("/proc/self/exe"), "--worker", "--arena",
-                            line.arena, "--modules", line.modules});
+  std::vector<std::string> command{std::filesystem::read_symlink("/proc/self/exe"),
+                                   "--worker",
+                                   "--arena",
+                                   line.arena,
+                                   "--modules",
+                                   line.modules};
+  for (const std::string &user : line.trusted) command.push_back("--trust=" + user);
+  host::AgentWorker worker(command);
   Serve(line.server, model, &worker, stop.get(), SayReady);
   return 0;
 }
