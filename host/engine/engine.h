@@ -44,6 +44,7 @@ class Engine {
   // Brings the tables and regions up to date with what the engine is filled from.
   void Follow();
   Filler::Source source() const { return filler_.source(); }
+  const Filler &filler() const { return filler_; }
 
   // Sets the counters to 0 that the layouts mark as cleared by `word`, in all entries of their tables;
   // returns the number of those entries.

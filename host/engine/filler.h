@@ -45,6 +45,11 @@ class Filler {
   // Brings the arena up to date, when changes() is readable; reads what makes it so. Short, as clients wait
   // meanwhile: what is left over makes changes() readable still. Does not throw.
   virtual void Follow(const FillTarget & /*target*/) {}
+
+  // What it keeps up to date besides the tables, so that packets on their path do not count it as well: the
+  // traffic in the interfaces' records, and statistics by their numbers.
+  virtual bool CountsInterfaces() const { return false; }
+  virtual bool CountsStatistic(uint32_t /*number*/) const { return false; }
 };
 
 }  // namespace qdt::host

@@ -16,6 +16,9 @@
 
 #include "host/base/arguments.h"
 #include "host/base/words.h"
+#ifdef QDT_HAS_CAPTURE
+#include "host/capture/captured_traffic.h"
+#endif
 #include "host/commands/commands.h"
 #include "host/engine/engine.h"
 #include "host/engine/scenario_filler.h"
@@ -38,6 +41,7 @@ constexpr uint32_t kMostPatience = 86400;        // seconds
 constexpr char kUsage[] =
     "usage: nqed --scenario FILE [--arena PATH] [--socket PATH] [--layout DIR] [--cores N] [--traffic RATE]\n"
     "            [--clients N] [--patience SECONDS]\n"
+    "            [--capture INTERFACE[:N]]... [--pcap FILE [--fast] [--at N]]\n"
     "       nqed status [--arena PATH]\n"
     "\n"
     "Runs the lab engine in the foreground until SIGTERM or SIGINT; prints one line when it is ready.\n"
@@ -48,6 +52,13 @@ constexpr char kUsage[] =
     "  --layout DIR     table layouts, the built-in ones unless told otherwise\n"
     "  --cores N        forwarding cores that keep statistics, 4 unless told otherwise\n"
     "  --traffic RATE   simulate so many packets a second, none unless told otherwise\n"
+    "  --capture INTERFACE[:N]\n"
+    "                   take packets from a network interface, as those of forwarding interface N, or of "
+    "the\n"
+    "                   one of its kernel's index\n"
+    "  --pcap FILE      take packets from a file (pcap), at their own pace\n"
+    "  --fast           or as fast as they are read\n"
+    "  --at N           forwarding interface that they come in at, told by their addresses unless given\n"
     "  --clients N      connections to the socket at a time, 128 unless told otherwise\n"
     "  --patience SECONDS\n"
     "                   for a client that says nothing, or takes no reply, 30 unless told otherwise\n"
@@ -56,6 +67,12 @@ constexpr char kUsage[] =
     "exit codes: 0 stopped as asked (status: the engine runs), 2 bad usage, nothing published (status: no "
     "engine)\n";
 
+// An interface to capture at, and the forwarding interface that stands for it; 0: not told.
+struct CaptureOption {
+  std::string interface;
+  uint32_t fwdIf = 0;
+};
+
 struct CommandLine {
   bool status = false;
   bool help = false;
@@ -63,6 +80,10 @@ struct CommandLine {
   std::string scenario;   // file
   std::string layoutDir;  // empty: the layouts that the program was built with
   uint32_t traffic = 0;   // simulated packets a second
+  std::vector<CaptureOption> captures;
+  std::string pcap;  // file
+  bool fast = false;
+  uint32_t at = 0;  // 0: not told
   EngineOptions options;
   ServerLimits limits;
 };
@@ -74,15 +95,34 @@ std::string AbsolutePath(const std::string &path) {
   return absolute;
 }
 
+bool ReadNumber(std::string_view text, uint32_t *number) {
+  const char *end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, *number);
+  return error == std::errc() && stop == end;
+}
+
 // Takes the option when it is the next word, with a number from `least` to `most`.
 bool TakeNumber(Arguments *arguments, const char *name, uint32_t least, uint32_t most, uint32_t *number) {
   std::string value;
   if (!arguments->TakeValue(name, &value)) return false;
-  const char *end = value.data() + value.size();
-  const auto [stop, error] = std::from_chars(value.data(), end, *number);
-  if (error == std::errc() && stop == end && *number >= least && *number <= most) return true;
+  if (ReadNumber(value, number) && *number >= least && *number <= most) return true;
   throw HostError(std::string(name) + " " + Quoted(value) + " is not a number from " + std::to_string(least) +
                   " to " + std::to_string(most));
+}
+
+// Takes --capture when it is the next word. Names of interfaces have no colon.
+bool TakeCapture(Arguments *arguments, std::vector<CaptureOption> *captures) {
+  std::string value;
+  if (!arguments->TakeValue("--capture", &value)) return false;
+  const size_t colon = value.find(':');
+  CaptureOption option{value.substr(0, colon), 0};
+  if (colon != std::string::npos &&
+      (!ReadNumber(std::string_view(value).substr(colon + 1), &option.fwdIf) || option.fwdIf == 0)) {
+    throw HostError("--capture " + Quoted(value) +
+                    ": behind the colon stands the number of a forwarding interface");
+  }
+  captures->push_back(option);
+  return true;
 }
 
 CommandLine Parse(Arguments arguments) {
@@ -99,7 +139,11 @@ CommandLine Parse(Arguments arguments) {
       line.version = true;
     } else if (arguments.Take("status")) {
       line.status = true;
-    } else if (!arguments.TakeValue("--scenario", &line.scenario) &&
+    } else if (arguments.Take("--fast")) {
+      line.fast = true;
+    } else if (!TakeCapture(&arguments, &line.captures) && !arguments.TakeValue("--pcap", &line.pcap) &&
+               !TakeNumber(&arguments, "--at", 1, UINT32_MAX, &line.at) &&
+               !arguments.TakeValue("--scenario", &line.scenario) &&
                !arguments.TakeValue("--arena", &options.arena) &&
                !arguments.TakeValue("--socket", &options.socket) &&
                !arguments.TakeValue("--layout", &line.layoutDir) &&
@@ -110,9 +154,11 @@ CommandLine Parse(Arguments arguments) {
       throw HostError("cannot make sense of " + Quoted(arguments.front()) + "; try --help");
     }
   }
+  if (line.pcap.empty() && (line.fast || line.at != 0))
+    throw HostError("--fast and --at go with --pcap FILE");
   line.limits = {clients, std::chrono::seconds(patience)};
   if (options.socket.empty()) options.socket = options.arena + kSocketEnding;
-  for (std::string *path : {&options.arena, &options.socket, &line.scenario}) {
+  for (std::string *path : {&options.arena, &options.socket, &line.scenario, &line.pcap}) {
     if (!path->empty()) *path = AbsolutePath(*path);
   }
   return line;
@@ -160,6 +206,50 @@ void ReturnFreeMemory() {
 #endif
 }
 
+// The packets that go through an engine, wherever they come from.
+class Packets {
+ public:
+  Packets(Engine *engine, const CommandLine &line) {
+    const bool captures = !line.captures.empty() || !line.pcap.empty();
+    if (line.traffic == 0 && !captures) return;
+    pipeline_.emplace(engine, EngineTraceOutput());
+    if (line.traffic != 0) traffic_.emplace(engine, line.traffic, &*pipeline_);
+    if (captures) Capture(engine, line);
+  }
+
+  void Serve(Server *server) {
+    if (traffic_) server->AddTick(Traffic::kPeriod, [this] { traffic_->Tick(); });
+#ifdef QDT_HAS_CAPTURE
+    if (!captured_) return;
+    server->AddWatch(captured_->changes(), [this] { captured_->Follow(); });
+    if (captured_->replays())
+      server->AddSteps(CapturedTraffic::kPeriod, [this] { return captured_->Step(); });
+    server->AddTick(CapturedTraffic::kCheckPeriod, [this] { captured_->Check(); });
+#endif
+  }
+
+ private:
+#ifdef QDT_HAS_CAPTURE
+  void Capture(Engine *engine, const CommandLine &line) {
+    constexpr int kOwnNamespace = -1;
+    captured_.emplace(engine, &*pipeline_, SayOfCaptures);
+    for (const CaptureOption &option : line.captures)
+      captured_->Capture(option.interface, option.fwdIf, kOwnNamespace);
+    if (!line.pcap.empty()) captured_->Replay(line.pcap, line.at, line.fast);
+  }
+
+  std::optional<Pipeline> pipeline_;
+  std::optional<CapturedTraffic> captured_;
+#else
+  void Capture(Engine *, const CommandLine &) {
+    throw HostError("--capture and --pcap: not built in (install libpcap-dev and build again)");
+  }
+
+  std::optional<Pipeline> pipeline_;
+#endif
+  std::optional<Traffic> traffic_;
+};
+
 int RunEngine(const CommandLine &line) {
   const EngineOptions &options = line.options;
   if (line.scenario.empty()) throw HostError("no scenario; name one with --scenario FILE");
@@ -174,8 +264,7 @@ int RunEngine(const CommandLine &line) {
   const StopSignals stop;
   Engine engine(options, layout, &filler);
   ReturnFreeMemory();
-  std::optional<Traffic> traffic;
-  if (line.traffic != 0) traffic.emplace(&engine, line.traffic, EngineTraceOutput());
+  Packets packets(&engine, line);
   const EngineChannel channel = [&engine](std::string_view words) { return RunCommandLine(engine, words); };
   SetEngineChannel(channel);
   Listener listener(options.socket);
@@ -184,7 +273,7 @@ int RunEngine(const CommandLine &line) {
   Server server(listener.fd(), channel, line.limits);
   server.AddSteps(kAgingPeriod, [&engine] { return engine.AgeStep(); });
   if (engine.changes() >= 0) server.AddWatch(engine.changes(), [&engine] { engine.Follow(); });
-  if (traffic) server.AddTick(Traffic::kPeriod, [&traffic] { traffic->Tick(); });
+  packets.Serve(&server);
 
   const TableUse use = CountEntries();
   // The engine runs on when nobody reads that.
