@@ -15,7 +15,8 @@ class Parser {
   void Link(LinkType type, const Bytes &bytes);
 
  private:
-  enum class Level : uint8_t { kPacket, kInside };
+  // The packet itself, or one inside: of PPPoE, whose faults are the packet's, or of CAPWAP.
+  enum class Level : uint8_t { kPacket, kSession, kTunnel };
 
   void Ethernet(const Bytes &bytes, PacketHeaders *headers, Level level);
   void Cooked(const Bytes &bytes);
@@ -98,16 +99,16 @@ void Parser::Network(const Bytes &bytes, PacketHeaders *headers, Level level) {
   if (headers->IsIp()) {
     std::optional<Bytes> payload;
     const ParseFault fault = ParseIp(bytes, headers, &payload);
-    // What is wrong inside a tunnel is not the tunnel's fault.
-    if (level == Level::kInside) return;
+    if (level == Level::kTunnel) return;
     packet_.fault = fault;
+    if (level == Level::kSession) return;
     if (fault != ParseFault::kNone || !payload) return;
     for (const uint16_t port : {headers->destinationPort, headers->sourcePort}) {
       if (port == kCapwapControlPort || port == kCapwapDataPort)
         return Capwap(*payload, port == kCapwapDataPort);
     }
   }
-  if (level == Level::kInside) return;
+  if (level != Level::kPacket) return;
   if (headers->etherType == kEtherEap) return Eap(bytes);
   if (headers->etherType == kEtherPppoeDiscovery || headers->etherType == kEtherPppoeSession) Pppoe(bytes);
 }
@@ -167,7 +168,7 @@ void Parser::PppSession(const Bytes &bytes) {
     inside.destinationMac = packet_.headers.destinationMac;
     inside.vlan = packet_.headers.vlan;
     inside.etherType = protocol == kPppIpv4 ? kEtherIpv4 : kEtherIpv6;
-    Network(rest, &inside, Level::kInside);
+    Network(rest, &inside, Level::kSession);
   }
 }
 
@@ -192,8 +193,10 @@ void Parser::Capwap(const Bytes &bytes, bool isData) {
   if (isFragment) packet_.kind = PacketKind::kCapwapFragment;
   if (isData && (flags & kKeepalive) != 0) packet_.kind = PacketKind::kCapwapKeepalive;
   const bool hasFrame = isData && (flags & kKeepalive) == 0 && (!isFragment || isFirst);
-  if (hasFrame && (bytes.At(2) & kNativeFrame) == 0 && bytes.From(length).Has(1))
-    Ethernet(bytes.From(length), &Inside(), Level::kInside);
+  if (!hasFrame || (bytes.At(2) & kNativeFrame) != 0 || !bytes.From(length).Has(1)) return;
+  Ethernet(bytes.From(length), &Inside(), Level::kTunnel);
+  // What is wrong inside a tunnel is not the tunnel's fault.
+  packet_.fault = ParseFault::kNone;
 }
 
 }  // namespace

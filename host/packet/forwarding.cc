@@ -220,9 +220,10 @@ void Forwarding::Arrive(const ParsedPacket &parsed, Packet *packet) const {
   if (IsFaulty(parsed)) return Discard(PathStage::kClassify, ReasonOf(parsed.fault), packet);
   if (in.bridge != 0 && Bridge(in, packet)) return;
   if (const std::optional<uint16_t> cause = CauseOf(parsed)) return Punt(*cause, packet);
-  if (parsed.inner && headers.etherType == kEtherPppoeSession) return Route(*parsed.inner, in, packet);
-  if (headers.IsIp() && headers.HasLayer3()) return Route(headers, in, packet);
-  if (headers.IsIp() || IsGroup(headers.destinationMac)) return Punt(0, packet);
+  const bool isSession = parsed.inner && headers.etherType == kEtherPppoeSession;
+  const PacketHeaders &routed = isSession ? *parsed.inner : headers;
+  if (routed.IsIp() && routed.HasLayer3()) return Route(routed, in, packet);
+  if (routed.IsIp() || IsGroup(headers.destinationMac)) return Punt(0, packet);
   Discard(PathStage::kClassify, kEtherTypeUnknown, packet);
 }
 

@@ -183,11 +183,14 @@ constexpr Lie kLies[] = {
     {"IPv6 TCP", 19, 0x19, ParseFault::kIpv6},     // one byte more than there is
     {"IPv6 TCP", 20, 0x00, ParseFault::kIpv6},     // TCP as an extension header of some 640 bytes
     {"IPv6 with extension headers", 55, 0xff, ParseFault::kIpv6},
-    {"PPPoE discovery", 14, 0x21, ParseFault::kPppoe},  // version 2
-    {"PPPoE discovery", 19, 0x05, ParseFault::kPppoe},  // one byte more than there is
-    {"CAPWAP data", 43, 0x08, ParseFault::kCapwap},     // header of 4 bytes
-    {"CAPWAP data", 43, 0xf8, ParseFault::kCapwap},     // of 124
-    {"CAPWAP data", 42, 0x10, ParseFault::kCapwap},     // version 1
+    {"PPPoE discovery", 14, 0x21, ParseFault::kPppoe},     // version 2
+    {"PPPoE discovery", 19, 0x05, ParseFault::kPppoe},     // one byte more than there is
+    {"PPPoE session, IPv4", 22, 0x44, ParseFault::kIpv4},  // header of 16 bytes inside
+    {"CAPWAP data", 64, 0x44, ParseFault::kNone},          // the same in a tunnel
+    {"CAPWAP data", 62, 0x81, ParseFault::kNone},          // not even a whole tag would follow
+    {"CAPWAP data", 43, 0x08, ParseFault::kCapwap},        // header of 4 bytes
+    {"CAPWAP data", 43, 0xf8, ParseFault::kCapwap},        // of 124
+    {"CAPWAP data", 42, 0x10, ParseFault::kCapwap},        // version 1
 };
 
 TEST(Parse, LengthsThatLieAreFaults) {
