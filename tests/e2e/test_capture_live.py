@@ -1,0 +1,258 @@
+"""nqed --capture: packets of network interfaces, in namespaces of the test's own, held against tcpdump."""
+
+import contextlib
+import json
+import os
+import re
+import signal
+import subprocess
+import uuid
+
+import pytest
+
+from conftest import BIN, PATIENCE, Engine, short_directory, wait_until
+
+pytestmark = pytest.mark.skipif(os.geteuid() != 0, reason="network namespaces take root")
+
+
+def ip(*words):
+    return subprocess.run(["ip", *words], check=True, stdout=subprocess.PIPE, text=True).stdout
+
+
+class Site:
+    """The engine's namespace with the interface `lab0` (192.0.2.1), and a peer's with `peer0` (192.0.2.2)."""
+
+    def __init__(self, name, directory):
+        self.here, self.there = f"{name}a", f"{name}b"
+        self.log = directory / "stderr"
+        self.file = directory / "tcpdump.pcap"
+        self.place = None
+
+    def link(self):
+        ip("link", "add", "lab0", "netns", self.here, "type", "veth", "peer", "name", "peer0", "netns", self.there)
+        for netns, interface, own in ((self.here, "lab0", "192.0.2.1/24"), (self.there, "peer0", "192.0.2.2/24")):
+            # Nothing but the test's packets: no neighbour discovery.
+            ip("-n", netns, "link", "set", interface, "addrgenmode", "none")
+            ip("-n", netns, "addr", "add", own, "dev", interface)
+            ip("-n", netns, "link", "set", interface, "up")
+
+    def index(self):
+        return json.loads(ip("-n", self.here, "-j", "link", "show", "lab0"))[0]["ifindex"]
+
+    def mac(self):
+        return json.loads(ip("-n", self.here, "-j", "link", "show", "lab0"))[0]["address"]
+
+    def start(self, *words, before=()):
+        """Starts nqed in its namespace on a scenario that knows its interface."""
+        index = self.index()
+        self.place.scenario.write_text(
+            f'fwdif: [{{if_index: {index}, enable: 1, source_mac: "{self.mac()}"}}]\n'
+            f"portip_head: [{{fwd_if_index: {index}, list_id: 1}}]\n"
+            "portip: [{list_id: 1, address: 192.0.2.1, mask: 255.255.255.0}]\n")
+        command = ["ip", "netns", "exec", self.here, *before, BIN / "nqed", "--scenario", self.place.scenario, "--arena",
+                   self.place.arena, *words]
+        with open(self.log, "wb") as stderr:
+            self.place.process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=stderr)
+        line = self.place.process.stdout.readline().decode()
+        assert line.startswith("nqed: ready, "), line + self.log.read_text()
+
+    def inside(self, netns, *words, **options):
+        return subprocess.Popen(["ip", "netns", "exec", netns, *words], stdin=subprocess.DEVNULL, **options)
+
+    def lines(self):
+        return [line for line in self.log.read_text().splitlines() if line.startswith("nqed: trace: ")]
+
+    def trace(self, *words):
+        result = self.place.cli("pkt_trace", *words)
+        assert result.code == 0 and "rror" not in result.out, result
+        return result.out
+
+    def counted(self):
+        """Packets that the trace has counted: from the driver, and from the control plane."""
+        return [int(n) for n in re.findall(r"Packets from .*: (\d+)$", self.trace("counter"), re.M)]
+
+    def statistics(self):
+        out = self.place.cli("agent", "sysstat-query", "type=all").out
+        return {name: int(count) for name, count in re.findall(r"^ +(\S.*): (\d+)$", out, re.M)}
+
+    @contextlib.contextmanager
+    def tcpdump(self, *words):
+        """Runs tcpdump at lab0; afterwards the number of packets that passed its filter stands in the list given."""
+        dump = self.inside(self.here, "tcpdump", "-i", "lab0", "-nn", "-U", "--immediate-mode", "-w", self.file, *words,
+                           stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
+        try:
+            line = ""
+            while "listening on" not in line:
+                line = dump.stderr.readline()
+                assert line, "tcpdump has ended"
+            counted = []
+            yield counted
+        finally:
+            dump.send_signal(signal.SIGINT)
+            said = dump.communicate(timeout=PATIENCE)[1]
+        counted.append(int(re.search(r"(\d+) packets? received by filter", said).group(1)))
+
+
+@contextlib.contextmanager
+def two_hosts():
+    name = "nqe" + uuid.uuid4().hex[:8]
+    with short_directory() as directory, short_directory() as files:
+        site = Site(name, files)
+        site.place = Engine(directory)
+        try:
+            for netns in (site.here, site.there):
+                ip("netns", "add", netns)
+            site.link()
+            yield site
+        finally:
+            if site.place.process is not None:
+                site.place.process.kill()
+                site.place.process.communicate()
+            for netns in (site.here, site.there):
+                subprocess.run(["ip", "netns", "del", netns], check=False)
+
+
+@pytest.fixture
+def site():
+    with two_hosts() as made:
+        yield made
+
+
+def ping(site, count=5):
+    done = site.inside(site.there, "ping", "-c", str(count), "-i", "0.02", "-W", "5", "192.0.2.1", stdout=subprocess.PIPE)
+    out = done.communicate(timeout=PATIENCE)[0].decode()
+    assert f"{count} received" in out, out
+
+
+SERVER = """
+import socket, sys
+stream = socket.create_server(("192.0.2.1", 7001))
+packets = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+packets.bind(("192.0.2.1", 7002))
+print("ready", flush=True)
+for _ in range(20):
+    packets.recv(100)
+link, _ = stream.accept()
+while link.recv(65536):
+    pass
+"""
+CLIENT = """
+import socket
+packets = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+for _ in range(20):
+    packets.sendto(b"x" * 50, ("192.0.2.1", 7002))
+with socket.create_connection(("192.0.2.1", 7001)) as link:
+    link.sendall(b"y" * 100000)
+"""
+
+
+def flows(site):
+    """Twenty datagrams to port 7002, then 100,000 bytes to port 7001."""
+    server = site.inside(site.here, "/usr/bin/python3", "-c", SERVER, stdout=subprocess.PIPE)
+    assert server.stdout.readline() == b"ready\n"
+    assert site.inside(site.there, "/usr/bin/python3", "-c", CLIENT).wait(timeout=PATIENCE) == 0
+    server.communicate(timeout=PATIENCE)
+    assert server.returncode == 0
+
+
+def everything(site):
+    ping(site)
+    flows(site)
+
+
+@pytest.mark.parametrize("words, filter_words", [
+    ([], []),
+    (["icmp"], ["icmp"]),
+    (["icmp_type", "8"], ["icmp[0] = 8"]),
+    (["arp"], ["arp"]),
+    (["dport", "7002"], ["dst port 7002"]),
+    (["protocol", "6"], ["tcp"]),
+    (["sport", "7001"], ["src port 7001"]),
+    (["tcp_flags", "2"], ["tcp[13] & 2 = 2"]),
+    (["sip", "192.0.2.2"], ["ip src 192.0.2.2"]),
+    (["from_cp", "1"], ["ether src {mac}"]),
+    (["dmac", "{mac}"], ["ether dst {mac}"]),
+    (["min_pkt_len", "1000"], ["greater 1000"]),
+])
+def test_the_trace_counts_and_prints_what_tcpdump_captures(site, words, filter_words):
+    words, filter_words = ([word.format(mac=site.mac()) for word in some] for some in (words, filter_words))
+    site.start("--capture", "lab0")
+    if words:
+        site.trace("set", *words)
+    site.trace("set", "print_num", "256")
+    site.trace("enable")
+    with site.tcpdump(*filter_words) as captured:
+        everything(site)
+        ping(site, 1)  # when it is answered, all packets before it have passed
+    assert captured[0] > 0
+    wait_until(lambda: sum(site.counted()) == captured[0], f"{captured[0]} packets, not {site.counted()}")
+    assert len(site.lines()) == captured[0]
+
+
+def test_flows_of_known_size_move_statistics_and_counters(site):
+    site.start("--capture", "lab0")
+    everything(site)
+    wait_until(lambda: site.statistics().get("ICMP packets transmitted", 0) >= 5, "the echoes")
+    wait_until(lambda: site.statistics().get("UDP packets received", 0) >= 20, "the datagrams")
+    statistics = site.statistics()
+    assert statistics["ICMP packets received"] == 10  # five came in, five are the control plane's
+    assert statistics["ICMP packets transmitted"] == 5
+    assert statistics["UDP packets received"] == 20
+    assert "UDP packets transmitted" not in statistics
+
+    def bytes_in():
+        interface = json.loads(site.place.cli("list", "fwdif", "--json").out)["records"][0]
+        return sum(block["in_bytes"] for block in interface["counters"])
+
+    wait_until(lambda: bytes_in() > 100000, "the stream")
+    assert bytes_in() < 130000  # 100,000 bytes, and the headers of some hundred packets
+
+
+def test_an_interface_that_vanishes_and_the_engine_goes_on(site):
+    site.start("--capture", "lab0")
+    ping(site, 1)
+    ip("-n", site.here, "link", "del", "lab0")
+    wait_until(lambda: "--capture lab0: The interface disappeared; the engine goes on without its packets"
+               in site.log.read_text(), "the line about the interface")
+    assert site.place.cli("engine", "status").code == 0
+    assert site.log.read_text().count("\n") == 1
+    assert site.place.end()[0] == 0
+
+
+def test_an_interface_that_is_down_for_a_while(site):
+    site.start("--capture", "lab0")
+    site.trace("set", "icmp")
+    site.trace("enable")
+    ping(site, 1)
+    wait_until(lambda: sum(site.counted()) == 2, "an echo and its reply")
+    ip("-n", site.here, "link", "set", "lab0", "down")
+    ip("-n", site.here, "link", "set", "lab0", "up")
+    ping(site, 1)
+    wait_until(lambda: sum(site.counted()) == 4, "another one")
+    assert site.log.read_text() == ""
+
+
+def test_without_the_right_the_engine_runs(site):
+    site.start("--capture", "lab0", before=["setpriv", "--bounding-set=-net_raw"])
+    assert site.log.read_text() == ("nqed: --capture lab0: no right to capture packets; run as root or with the capability "
+                                    "CAP_NET_RAW\n")
+    assert site.place.cli("engine", "status").code == 0
+    assert site.place.end()[0] == 0
+
+
+def test_another_number_stands_for_the_interface(site):
+    site.start("--capture", "lab0:77")
+    site.trace("set", "src_fwdif", "77")
+    site.trace("set", "print_num", "9")
+    site.trace("enable")
+    ping(site, 1)
+    wait_until(lambda: any(" ICMP type 8" in line and "discarded: recvif null" in line for line in site.lines()),
+               "an echo at an interface that no table has")
+
+
+def test_a_flood_leaves_the_engine_responsive(site):
+    site.start("--capture", "lab0")
+    flood = site.inside(site.there, "ping", "-f", "-q", "-c", "20000", "192.0.2.1", stdout=subprocess.DEVNULL)
+    while flood.poll() is None:
+        assert site.place.cli("engine", "status").code == 0  # a client gives up on an engine that hangs
+    wait_until(lambda: site.statistics().get("ICMP packets received", 0) >= 40000, "all of its packets")
