@@ -18,8 +18,8 @@ namespace {
 
 using Direction = CapturePoint::Direction;
 
-constexpr int kKept = 1024;     // bytes of a packet: headers are what is looked at
-constexpr int kRoom = 4 << 20;  // bytes for packets that wait in the kernel
+constexpr int kKept = 512;      // bytes of a packet: headers are what is looked at
+constexpr int kRoom = 8 << 20;  // bytes for packets that wait in the kernel
 constexpr char kOption[] = "--capture ";
 
 // The calling thread is in another network namespace for as long as this lives: sockets stay in the one in

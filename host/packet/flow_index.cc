@@ -1,6 +1,7 @@
 #include "host/packet/flow_index.h"
 
 #include <cstring>
+#include <random>
 #include <string>
 
 #include "host/base/host_error.h"
@@ -18,6 +19,11 @@ const TableLayout &SessionTable(const Layout &layout) {
   const TableLayout *table = layout.FindTable("session");
   if (table == nullptr) throw HostError("the layouts have no table session, which captured packets need");
   return *table;
+}
+
+uint64_t RandomSeed() {
+  std::random_device device;
+  return uint64_t{device()} << 32 | device();
 }
 
 uint32_t PointerOf(const TableLayout &table, std::string_view name) {
@@ -50,15 +56,18 @@ std::optional<FlowKey> FlowOf(const PacketHeaders &headers, uint16_t vpn) {
 size_t FlowIndex::Hash::operator()(const FlowKey &key) const {
   uint64_t hash = uint64_t{key.sourcePort} << 48 | uint64_t{key.destinationPort} << 32 |
                   uint64_t{key.vpn} << 16 | key.protocol;
+  hash ^= seed;
   for (const WideValue value : {key.source, key.destination}) {
-    hash = MixWord(hash, static_cast<uint64_t>(value));
+    hash = MixWord(hash, static_cast<uint64_t>(value) ^ seed);
     hash = MixWord(hash, static_cast<uint64_t>(value >> 64));
   }
   return hash;
 }
 
 FlowIndex::FlowIndex(const Layout &layout)
-    : table_(SessionTable(layout).spec.id), sweep_(SessionTable(layout).spec.id) {
+    : table_(SessionTable(layout).spec.id),
+      hits_(0, Hash{RandomSeed()}),
+      sweep_(SessionTable(layout).spec.id) {
   const TableLayout &table = SessionTable(layout);
   constexpr const char *kNames[2][2] = {{"positive", "negative"}, {"positive6", "negative6"}};
   for (size_t version = 0; version < 2; ++version) {

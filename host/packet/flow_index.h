@@ -55,7 +55,9 @@ class FlowIndex {
     FieldRef source, destination, sourcePort, destinationPort, protocol, vpn;
     uint32_t pointer = 0;
   };
+  // Hosts choose their ports: nobody may know which of them share a bucket.
   struct Hash {
+    uint64_t seed;
     size_t operator()(const FlowKey &key) const;
   };
   struct Hit {
