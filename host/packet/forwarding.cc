@@ -83,10 +83,10 @@ bool IsMulticast(const PacketHeaders &headers) {
   return headers.destination[0] >= 224;  // the broadcast address among them
 }
 
-bool IsCapwapSignal(const ParsedPacket &parsed) {
-  const PacketHeaders &headers = parsed.headers;
+bool IsCapwapSignal(const Packet &packet) {
+  const PacketHeaders &headers = packet.headers;
   return headers.IsUdp() && headers.HasLayer4() &&
-         (parsed.kind == PacketKind::kCapwapKeepalive || headers.destinationPort == kCapwapControlPort ||
+         (packet.kind == PacketKind::kCapwapKeepalive || headers.destinationPort == kCapwapControlPort ||
           headers.sourcePort == kCapwapControlPort);
 }
 
@@ -213,18 +213,23 @@ void Forwarding::Leave(uint32_t index, Packet *packet) const {
 }
 
 void Forwarding::Arrive(const ParsedPacket &parsed, Packet *packet) const {
-  const PacketHeaders &headers = parsed.headers;
   const Interface in = FindInterface(packet->sourceFwdIf);
   if (!in.exists) return Discard(PathStage::kReceive, kNoReceiveInterface, packet);
   if (in.down) return Discard(PathStage::kReceive, kReceiveInterfaceDown, packet);
   if (IsFaulty(parsed)) return Discard(PathStage::kClassify, ReasonOf(parsed.fault), packet);
+  packet->lookup = this;
+}
+
+void Forwarding::LookUp(Packet *packet) const {
+  const PacketHeaders &headers = packet->headers;
+  const Interface in = FindInterface(packet->sourceFwdIf);
   if (in.bridge != 0 && Bridge(in, packet)) return;
-  if (const std::optional<uint16_t> cause = CauseOf(parsed)) return Punt(*cause, packet);
-  const bool isSession = parsed.inner && headers.etherType == kEtherPppoeSession;
-  const PacketHeaders &routed = isSession ? *parsed.inner : headers;
+  if (const std::optional<uint16_t> cause = CauseOf(*packet)) return Punt(*cause, packet);
+  const bool isSession = packet->inner && headers.etherType == kEtherPppoeSession;
+  const PacketHeaders &routed = isSession ? *packet->inner : headers;
   if (routed.IsIp() && routed.HasLayer3()) return Route(routed, in, packet);
   if (routed.IsIp() || IsGroup(headers.destinationMac)) return Punt(0, packet);
-  Discard(PathStage::kClassify, kEtherTypeUnknown, packet);
+  Discard(PathStage::kLookup, kEtherTypeUnknown, packet);
 }
 
 // A tunnel concerns its ends alone, and others may use its ports for something else.
@@ -264,16 +269,16 @@ const void *Forwarding::FindMac(uint32_t bridge, uint16_t vlan, const PacketMac 
 }
 
 // Why the control plane wants the packet, wherever it would go.
-std::optional<uint16_t> Forwarding::CauseOf(const ParsedPacket &parsed) const {
-  const PacketHeaders &headers = parsed.headers;
+std::optional<uint16_t> Forwarding::CauseOf(const Packet &packet) const {
+  const PacketHeaders &headers = packet.headers;
   if (headers.etherType == kEtherArp) return kCauseArp;
   if (headers.etherType == kEtherEap) return kCauseEap;
   if (headers.etherType == kEtherPppoeDiscovery) return kCausePppoe;
-  if (headers.etherType == kEtherPppoeSession && !parsed.inner) return kCausePppoe;
+  if (headers.etherType == kEtherPppoeSession && !packet.inner) return kCausePppoe;
   if (!headers.IsIp() || !headers.HasLayer3()) return {};
   const bool isOwn = addresses_.IsOwn(headers, headers.destination);
   if (IsNeighbourDiscovery(headers) && (isOwn || IsMulticast(headers))) return kCauseNeighbour;
-  if (isOwn && IsCapwapSignal(parsed)) return kCauseCapwap;
+  if (isOwn && IsCapwapSignal(packet)) return kCauseCapwap;
   return {};
 }
 

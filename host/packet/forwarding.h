@@ -27,7 +27,7 @@ struct CapturePoint {
 
 // Tells what the engine does with a captured packet, by the engine's own tables: interfaces, sessions, the
 // MAC table, routes, next hops and neighbours. docs/packets.md has the steps.
-class Forwarding {
+class Forwarding : public PacketLookup {
  public:
   // Throws HostError when `layout` lacks a table or field that packets are looked up in.
   Forwarding(const Layout &layout, uint32_t cores);
@@ -35,8 +35,10 @@ class Forwarding {
   // Before each batch: takes in what has changed.
   void Refresh(std::chrono::steady_clock::time_point now);
 
-  // The packet with all that the path and the trace look at. `length` is that on the wire.
+  // The packet with all that the path and the trace look at, but for what is looked up when it comes to that
+  // stage. `length` is that on the wire. This outlives the packet.
   Packet Decide(const ParsedPacket &parsed, const CapturePoint &point, uint32_t length) const;
+  void LookUp(Packet *packet) const override;
 
  private:
   struct Interface {
@@ -52,7 +54,7 @@ class Forwarding {
   bool IsFaulty(const ParsedPacket &parsed) const;
   bool Bridge(const Interface &in, Packet *packet) const;
   const void *FindMac(uint32_t bridge, uint16_t vlan, const PacketMac &mac) const;
-  std::optional<uint16_t> CauseOf(const ParsedPacket &parsed) const;
+  std::optional<uint16_t> CauseOf(const Packet &packet) const;
   void Route(const PacketHeaders &headers, const Interface &in, Packet *packet) const;
   void SendTo(uint32_t index, Packet *packet) const;
 

@@ -109,21 +109,30 @@ constexpr PacketPath::Stage PacketPath::kStages[] = {
     {PathStage::kTransmit, kTaskTransmit, &PacketPath::Transmit},
 };
 
-void PacketPath::Process(const Packet &packet) {
+Packet PacketPath::Process(Packet packet) {
   measurement_.BeginPacket(packet.core);
-  Walk(packet);
+  Walk(&packet);
   measurement_.EndPacket();
+  return packet;
 }
 
-void PacketPath::Walk(const Packet &packet) {
+void PacketPath::Walk(Packet *packet) {
   for (const Stage &stage : kStages) {
     measurement_.Enter(stage.task);
-    if (stage.stage == PathStage::kLookup) measurement_.Enter(LookupTask(packet.headers));
-    if (packet.Discarded() && packet.fate.stage == stage.stage) return Discard(packet);
-    (this->*stage.run)(packet);
-    if (stage.stage == PathStage::kForward && packet.fate.end == PacketFate::End::kToControlPlane)
+    if (stage.stage == PathStage::kLookup) FindFate(packet);
+    if (packet->Discarded() && packet->fate.stage == stage.stage) return Discard(*packet);
+    (this->*stage.run)(*packet);
+    if (stage.stage == PathStage::kForward && packet->fate.end == PacketFate::End::kToControlPlane)
       return measurement_.Enter(kTaskToHost);
   }
+}
+
+void PacketPath::FindFate(Packet *packet) {
+  measurement_.Enter(LookupTask(packet->headers));
+  if (packet->lookup == nullptr) return;
+  packet->lookup->LookUp(packet);
+  // Of others it was known as they came.
+  if (packet->causeId != 0) Count(*packet, kCauseIdReceived);
 }
 
 PacketPath::PacketPath(Statistics *statistics, InterfaceCounters *interfaces, Measurement *measurement,
@@ -189,7 +198,7 @@ void PacketPath::Acl(const Packet &packet) {
   Count(packet, kAclPermitted);
 }
 
-// What is looked up is known by now: see Forwarding. A destination that is found moves no counter of its own.
+// A destination that is found moves no counter of its own.
 void PacketPath::Lookup(const Packet &) {}
 
 void PacketPath::Forward(const Packet &packet) {

@@ -26,12 +26,14 @@ class PacketPath {
   PacketPath(Statistics *statistics, InterfaceCounters *interfaces, Measurement *measurement,
              const Filler *filler = nullptr);
 
-  void Process(const Packet &packet);
+  // Returns the packet with its fate.
+  Packet Process(Packet packet);
 
  private:
   static const Stage kStages[];
 
-  void Walk(const Packet &packet);
+  void Walk(Packet *packet);
+  void FindFate(Packet *packet);
 
   void Receive(const Packet &packet);
   void Classify(const Packet &packet);

@@ -40,8 +40,7 @@ Pipeline::Batch::Batch(Pipeline *pipeline) : pipeline_(*pipeline) {
 Pipeline::Batch::~Batch() { pipeline_.measurement_.EndBatch(Spent()); }
 
 void Pipeline::Batch::Process(const Packet &packet) {
-  if (!packet.seenBefore) pipeline_.path_.Process(packet);
-  pipeline_.trace_.Observe(packet);
+  pipeline_.trace_.Observe(packet.seenBefore ? packet : pipeline_.path_.Process(packet));
 }
 
 // A line that nobody takes is lost: the engine waits for no one. A pipe that is not full takes a whole line.

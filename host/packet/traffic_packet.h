@@ -22,6 +22,15 @@ struct PacketFate {
   uint8_t limitedProtocol = 0;             // whose rate limit discarded it, or 0
 };
 
+struct Packet;
+
+// Looks up what becomes of packets.
+class PacketLookup {
+ public:
+  virtual ~PacketLookup() = default;
+  virtual void LookUp(Packet *packet) const = 0;
+};
+
 // A packet on the path, made up or read from a capture: headers, length and fate are all that statistics and
 // traces look at.
 struct Packet {
@@ -38,6 +47,7 @@ struct Packet {
   bool captured = false;            // read from a capture, not made up
   bool seenBefore = false;          // has been counted where it came in, and is only seen again as it leaves
   PacketFate fate;
+  const PacketLookup *lookup = nullptr;  // that finds the fate at the stage lookup; null: it is known
 
   bool Discarded() const { return fate.end == PacketFate::End::kDiscarded; }
 };

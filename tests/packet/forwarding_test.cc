@@ -119,7 +119,9 @@ class ForwardingTest : public testing::Test {
   ForwardingTest() { forwarding_.Refresh(std::chrono::steady_clock::now()); }
 
   Packet At(uint32_t fwdIf, const ParsedPacket &parsed, Direction direction = Direction::kIn) const {
-    return forwarding_.Decide(parsed, {fwdIf, direction}, 100);
+    Packet packet = forwarding_.Decide(parsed, {fwdIf, direction}, 100);
+    if (packet.lookup != nullptr) packet.lookup->LookUp(&packet);
+    return packet;
   }
 
   // "sent to 22", "control plane, cause 1", "discarded 16 at 4"
@@ -170,7 +172,7 @@ TEST_F(ForwardingTest, SaysWhyAPacketGoesNowhere) {
   parsed.headers.hopLimit = 1;
   EXPECT_EQ(FateAt(21, parsed), "discarded 67 at 5");
   parsed.headers.etherType = 0x9999;
-  EXPECT_EQ(FateAt(21, parsed), "discarded 224 at 1");
+  EXPECT_EQ(FateAt(21, parsed), "discarded 224 at 4");
 }
 
 TEST_F(ForwardingTest, FaultsAreReasons) {
