@@ -1,7 +1,6 @@
 #ifndef HOST_CAPTURE_LIVE_CAPTURE_H_
 #define HOST_CAPTURE_LIVE_CAPTURE_H_
 
-#include <array>
 #include <functional>
 #include <optional>
 #include <string>

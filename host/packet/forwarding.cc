@@ -197,9 +197,10 @@ void Forwarding::Leave(uint32_t index, Packet *packet) const {
   const PacketHeaders &headers = packet->headers;
   const Interface out = FindInterface(index);
   packet->destinationFwdIf = index;
-  bool isOwn = headers.IsIp() && headers.HasLayer3()
-                   ? addresses_.IsOwn(headers, headers.source)
-                   : out.bridge == 0 || addresses_.HasMac(headers.sourceMac);
+  // Who has no address yet asks for one, or whether it is free.
+  const bool hasAddress = headers.IsIp() && headers.HasLayer3() && headers.source != PacketAddress{};
+  bool isOwn = hasAddress ? addresses_.IsOwn(headers, headers.source)
+                          : out.bridge == 0 || addresses_.HasMac(headers.sourceMac);
   const std::optional<FlowKey> flow = FlowOf(headers, headers.IsIpv6() ? out.vpn6 : out.vpn);
   const std::optional<FoundSession> back = flow ? flows_.Find(Reverse(*flow)) : std::nullopt;
   if (back) {

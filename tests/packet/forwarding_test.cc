@@ -302,6 +302,10 @@ TEST_F(ForwardingTest, WhatLeavesIsTheMachinesOwnOrSeenBefore) {
   EXPECT_TRUE(!packet.fromControlPlane && packet.seenBefore);
   EXPECT_EQ(packet.session, 17u);
   EXPECT_EQ(packet.sourceFwdIf, 10u);
+  // Without an address yet.
+  EXPECT_TRUE(At(21, Ip("0.0.0.0", "255.255.255.255", 17), Direction::kOut).fromControlPlane);
+  EXPECT_TRUE(At(21, Ip("::", "ff02::1:ff00:1", 58), Direction::kOut).fromControlPlane);
+  EXPECT_TRUE(At(11, Ip("0.0.0.0", "255.255.255.255", 17), Direction::kOut).seenBefore);
   ParsedPacket arp;
   arp.headers.etherType = 0x0806;
   arp.headers.sourceMac = Mac(2, 1);
