@@ -40,13 +40,14 @@ class Site:
     def index(self):
         return json.loads(ip("-n", self.here, "-j", "link", "show", "lab0"))[0]["ifindex"]
 
-    def mac(self):
-        return json.loads(ip("-n", self.here, "-j", "link", "show", "lab0"))[0]["address"]
+    def mac(self, interface="lab0"):
+        return json.loads(ip("-n", self.here, "-j", "link", "show", interface))[0]["address"]
 
-    def start(self, *words, before=()):
-        """Starts nqed in its namespace on a scenario that knows its interface."""
+    def start(self, *words, before=(), scenario=None):
+        """Starts nqed in its namespace on a scenario, or on one that knows its interface."""
         index = self.index()
         self.place.scenario.write_text(
+            scenario or
             f'fwdif: [{{if_index: {index}, enable: 1, source_mac: "{self.mac()}"}}]\n'
             f"portip_head: [{{fwd_if_index: {index}, list_id: 1}}]\n"
             "portip: [{list_id: 1, address: 192.0.2.1, mask: 255.255.255.0}]\n")
@@ -293,3 +294,62 @@ def test_a_flood_leaves_the_engine_responsive(site):
         return site.statistics().get("ICMP packets received", 0) == 40000 or lost in site.log.read_text()
 
     wait_until(all_there_or_told, "all of its packets, or the line about those that are lost")
+
+
+@pytest.fixture
+def router(site):
+    """A site whose engine's namespace routes to a third one: `lab1` (198.51.100.1) there, `far0` (198.51.100.2) beyond."""
+    beyond = site.here + "c"
+    try:
+        ip("netns", "add", beyond)
+        ip("link", "add", "lab1", "netns", site.here, "type", "veth", "peer", "name", "far0", "netns", beyond)
+        for netns, interface, own in ((site.here, "lab1", "198.51.100.1/24"), (beyond, "far0", "198.51.100.2/24")):
+            ip("-n", netns, "link", "set", interface, "addrgenmode", "none")
+            ip("-n", netns, "addr", "add", own, "dev", interface)
+            ip("-n", netns, "link", "set", interface, "up")
+        ip("-n", site.there, "route", "add", "198.51.100.0/24", "via", "192.0.2.1")
+        ip("-n", beyond, "route", "add", "192.0.2.0/24", "via", "198.51.100.1")
+        forward = site.inside(site.here, "sh", "-c", "echo 1 >/proc/sys/net/ipv4/ip_forward")
+        assert forward.wait(timeout=PATIENCE) == 0
+        yield site
+    finally:
+        subprocess.run(["ip", "netns", "del", beyond], check=False)
+
+
+ROUTER = """\
+fwdif:
+  - {if_index: 11, enable: 1, source_mac: "%s"}
+  - {if_index: 12, enable: 1, source_mac: "%s"}
+portip_head: [{repeat: 2, fwd_if_index: {from: 11, step: 1}, list_id: {from: 1, step: 1}}]
+portip:
+  - {list_id: 1, address: 192.0.2.1, mask: 255.255.255.0}
+  - {list_id: 2, address: 198.51.100.1, mask: 255.255.255.0}
+fib:
+  - {prefix: 24, vpn: 0, destination: 192.0.2.0, direct: 1, nhp_index: 1}
+  - {prefix: 24, vpn: 0, destination: 198.51.100.0, direct: 1, nhp_index: 2}
+nhp: [{repeat: 2, index: {from: 1, step: 1}, if_index: {from: 11, step: 1}}]
+arp:
+  - {vpn: 0, next_hop: 192.0.2.2, valid: 1, fwd_if_index: 11}
+  - {vpn: 0, next_hop: 198.51.100.2, valid: 1, fwd_if_index: 12}
+session:
+  - {index: 5, valid: 1, aging_time: 65535, ingress: 11, egress: 12,
+     positive: {source: 192.0.2.2, source_port: 4711, destination: 198.51.100.2, destination_port: 2048, protocol: 1},
+     negative: {source: 198.51.100.2, source_port: 4711, destination: 192.0.2.2, destination_port: 0, protocol: 1}}
+"""
+
+
+def test_a_forwarded_packet_is_seen_twice_and_counted_once(router):
+    router.start("--capture", "lab0:11", "--capture", "lab1:12",
+                 scenario=ROUTER % (router.mac(), router.mac("lab1")))
+    router.trace("set", "icmp")
+    router.trace("set", "print_num", "9")
+    router.trace("enable")
+    echo = router.inside(router.there, "ping", "-c", "1", "-e", "4711", "-W", "5", "198.51.100.2", stdout=subprocess.PIPE)
+    assert b"1 received" in echo.communicate(timeout=PATIENCE)[0]
+    wait_until(lambda: len(router.lines()) == 4, "an echo and its reply, each on its way in and out")
+    ways = sorted(re.search(r"from if (\d+ to if \d+), .* ICMP (type \d), session 5, 98 bytes, (sent)$", line).groups()
+                  for line in router.lines())
+    assert ways == [("11 to if 12", "type 8", "sent")] * 2 + [("12 to if 11", "type 0", "sent")] * 2
+    statistics = router.statistics()
+    assert statistics["ICMP packets received"] == 2
+    assert statistics["ICMP packets transmitted"] == 2
