@@ -5,7 +5,7 @@ set -euo pipefail
 cd "$(dirname "$0")"
 . scripts/common.sh
 
-need_packages g++ cmake ninja-build pkg-config libyaml-cpp-dev rapidjson-dev libsqlite3-dev libnl-3-dev libyang2-dev \
+need_packages g++ cmake ninja-build pkg-config libyaml-cpp-dev rapidjson-dev libsqlite3-dev libnl-3-dev libpcap-dev libyang2-dev \
   libnetconf2-dev libssh-dev libyuma-base openssh-client python3 python3-ncclient graphviz
 echo "building (once; the first time takes a minute or two) ..."
 configure release

@@ -48,6 +48,7 @@ class Engine {
   void Follow();
   Filler::Source source() const { return filler_.source(); }
   uint64_t refused() const { return filler_.refused(); }
+  const Filler &filler() const { return filler_; }
 
   // Sets the counters to 0 that the layouts mark as cleared by `word`, in all entries of their tables;
   // returns the number of those entries.

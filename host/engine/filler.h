@@ -59,6 +59,11 @@ class Filler {
 
   // An entry of a table that ages is about to be taken out by the engine.
   virtual void Leaves(uint32_t /*table*/, const void * /*entry*/) {}
+
+  // What it keeps up to date besides the tables, so that packets on their path do not count it as well: the
+  // traffic in the interfaces' records, and statistics by their numbers.
+  virtual bool CountsInterfaces() const { return false; }
+  virtual bool CountsStatistic(uint32_t /*number*/) const { return false; }
 };
 
 }  // namespace qdt::host

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <charconv>
 
 #include "host/base/words.h"
@@ -118,6 +119,10 @@ KernelStatistics::KernelStatistics(const NetworkNamespace &where) {
       pairs_.emplace_back(open(path, O_RDONLY | O_CLOEXEC));
     lines_.emplace_back(open("/proc/thread-self/net/snmp6", O_RDONLY | O_CLOEXEC));
   });
+}
+
+bool KernelStatistics::Counts(uint32_t number) {
+  return number == kFromDriver || std::ranges::find(kSame, number, &SameCounter::counter) != std::end(kSame);
 }
 
 void KernelStatistics::Update(uint64_t received, Statistics *statistics) {

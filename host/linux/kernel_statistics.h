@@ -30,6 +30,9 @@ class KernelStatistics {
   // have received.
   void Update(uint64_t received, Statistics *statistics);
 
+  // Whether the kernel counts what the engine's counter of this number does.
+  static bool Counts(uint32_t number);
+
  private:
   std::vector<UniqueFd> pairs_, lines_;
   std::map<uint32_t, uint64_t> seen_;  // by the engine's number of the counter

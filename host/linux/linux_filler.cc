@@ -136,6 +136,8 @@ void LinuxFiller::OpenConnections(const FillTarget &target) {
   }
 }
 
+bool LinuxFiller::CountsStatistic(uint32_t number) const { return KernelStatistics::Counts(number); }
+
 void LinuxFiller::Leaves(uint32_t table, const void *entry) {
   if (connections_ != nullptr) connections_->Leaves(table, entry);
 }

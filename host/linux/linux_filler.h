@@ -40,6 +40,8 @@ class LinuxFiller : public Filler {
   uint64_t refused() const override;
   bool AgesIn(uint32_t) const override { return false; }
   void Leaves(uint32_t table, const void *entry) override;
+  bool CountsInterfaces() const override { return true; }
+  bool CountsStatistic(uint32_t number) const override;
 
   std::string missing() const override { return missing_; }
 

@@ -26,6 +26,8 @@ class NetworkNamespace {
   // Calls `work` inside. Throws HostError without the right to enter.
   void Inside(const std::function<void()> &work) const;
 
+  // Open, for who enters it himself; -1 for the process's own.
+  int fd() const { return fd_.get(); }
   // The file that stands for it; empty for the process's own.
   const std::string &path() const { return path_; }
   // Whether a namespace is still there by that name, the same one.

@@ -11,7 +11,6 @@ namespace {
 struct Walk {
   FieldRef index, enable, vlan;
   std::vector<TrafficInterface> *interfaces;
-  std::unordered_map<uint32_t, void *> *records;
 };
 
 int32_t TakeInterface(void *entry, void *context) {
@@ -20,7 +19,6 @@ int32_t TakeInterface(void *entry, void *context) {
   const auto index = static_cast<uint32_t>(walk.index.Get(entry));
   if (walk.enable.Get(entry) == 0 || index == 0) return kGoOn;
   walk.interfaces->push_back({index, static_cast<uint16_t>(walk.vlan.Get(entry))});
-  walk.records->emplace(index, entry);
   return kGoOn;
 }
 
@@ -36,6 +34,7 @@ bool IsBroadcast(const PacketMac &mac) { return mac == PacketMac{0xff, 0xff, 0xf
 InterfaceCounters::InterfaceCounters(const Layout &layout) {
   const TableLayout *table = layout.FindTable("fwdif");
   if (table == nullptr) throw HostError("the layouts have no table fwdif, which traffic needs");
+  table_ = table->spec.id;
   for (uint32_t group = 0; group < kGroups; ++group) {
     const std::string counters = "counters[" + std::to_string(group) + "].";
     for (const Direction direction : {Direction::kIn, Direction::kOut}) {
@@ -45,18 +44,18 @@ InterfaceCounters::InterfaceCounters(const Layout &layout) {
           table->At(prefix + "multicast"), table->At(prefix + "broadcast")};
     }
   }
-  Walk walk{table->At("if_index"), table->At("enable"), table->At("pvid"), &interfaces_, &records_};
+  Walk walk{table->At("if_index"), table->At("enable"), table->At("pvid"), &interfaces_};
   TbmTblTrav(0, table->spec.id, TakeInterface, &walk);
 }
 
 void InterfaceCounters::Count(uint32_t index, Direction direction, const Packet &packet) {
-  const auto at = records_.find(index);
-  if (at == records_.end()) return;
+  void *record = nullptr;
+  if (index == 0 || TbmTblSearch(0, table_, &index, &record) != 0) return;
   const Block &block = blocks_[packet.core % kGroups][static_cast<size_t>(direction)];
   const PacketMac &to = packet.headers.destinationMac;
-  Add(block.bytes, at->second, packet.length);
-  Add(block.packets, at->second, 1);
-  Add(IsBroadcast(to) ? block.broadcast : (to[0] & 1) != 0 ? block.multicast : block.unicast, at->second, 1);
+  Add(block.bytes, record, packet.length);
+  Add(block.packets, record, 1);
+  Add(IsBroadcast(to) ? block.broadcast : (to[0] & 1) != 0 ? block.multicast : block.unicast, record, 1);
 }
 
 }  // namespace qdt::host

@@ -3,7 +3,6 @@
 
 #include <array>
 #include <cstdint>
-#include <unordered_map>
 #include <vector>
 
 #include "host/layout/layout.h"
@@ -18,7 +17,8 @@ class InterfaceCounters {
  public:
   enum class Direction : uint8_t { kIn, kOut };
 
-  // Finds the interfaces in the current arena. Throws HostError when `layout` has no such fields.
+  // Finds the interfaces that are in use in the current arena; later ones are counted as well. Throws
+  // HostError when `layout` has no such fields.
   explicit InterfaceCounters(const Layout &layout);
 
   const std::vector<TrafficInterface> &interfaces() const { return interfaces_; }
@@ -35,7 +35,7 @@ class InterfaceCounters {
 
   std::array<std::array<Block, 2>, kGroups> blocks_;  // by group and direction
   std::vector<TrafficInterface> interfaces_;
-  std::unordered_map<uint32_t, void *> records_;  // by index
+  uint32_t table_ = 0;
 };
 
 }  // namespace qdt::host

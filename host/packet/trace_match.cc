@@ -82,14 +82,17 @@ constexpr Rule kRules[] = {
     {TraceBit::kEapKey,
      [](const Judged &j) { return (j.packet.kind == PacketKind::kEapKey) == j.Flag(kTraceEapKey); }},
     {TraceBit::kSourceIpv4,
-     [](const Judged &j) { return j.headers.IsIpv4() && Same(j.block.sourceIpv4, j.headers.source); }},
+     [](const Judged &j) {
+       return j.headers.IsIpv4() && j.headers.HasLayer3() && Same(j.block.sourceIpv4, j.headers.source);
+     }},
     {TraceBit::kDestinationIpv4,
      [](const Judged &j) {
-       return j.headers.IsIpv4() && Same(j.block.destinationIpv4, j.headers.destination);
+       return j.headers.IsIpv4() && j.headers.HasLayer3() &&
+              Same(j.block.destinationIpv4, j.headers.destination);
      }},
     {TraceBit::kProtocol,
      [](const Judged &j) {
-       return (j.headers.IsIpv4() || j.headers.IsIpv6()) && j.headers.protocol == j.block.protocol;
+       return j.headers.IsIp() && j.headers.HasLayer3() && j.headers.protocol == j.block.protocol;
      }},
     {TraceBit::kCapwap, Capwap},
     {TraceBit::kSourcePort,
@@ -99,17 +102,21 @@ constexpr Rule kRules[] = {
     {TraceBit::kIpFragment, [](const Judged &j) { return j.headers.IsFragment(); }},
     // Frames of the radios are whole when they reach the simulated path.
     {TraceBit::kWirelessFragment, [](const Judged &) { return false; }},
-    {TraceBit::kNotFragment, [](const Judged &j) { return j.headers.IsIpv4() && !j.headers.IsFragment(); }},
+    {TraceBit::kNotFragment,
+     [](const Judged &j) { return j.headers.IsIpv4() && j.headers.HasLayer3() && !j.headers.IsFragment(); }},
     {TraceBit::kFirstFragment, [](const Judged &j) { return j.FragmentAt(true); }},
     {TraceBit::kNotFirstFragment, [](const Judged &j) { return j.FragmentAt(false); }},
     {TraceBit::kLastFragment,
      [](const Judged &j) { return j.FragmentAt(false) && !j.headers.moreFragments; }},
     {TraceBit::kTcpFlags, TcpFlags},
     {TraceBit::kSourceIpv6,
-     [](const Judged &j) { return j.headers.IsIpv6() && Same(j.block.sourceIpv6, j.headers.source); }},
+     [](const Judged &j) {
+       return j.headers.IsIpv6() && j.headers.HasLayer3() && Same(j.block.sourceIpv6, j.headers.source);
+     }},
     {TraceBit::kDestinationIpv6,
      [](const Judged &j) {
-       return j.headers.IsIpv6() && Same(j.block.destinationIpv6, j.headers.destination);
+       return j.headers.IsIpv6() && j.headers.HasLayer3() &&
+              Same(j.block.destinationIpv6, j.headers.destination);
      }},
     {TraceBit::kIpType,
      [](const Judged &j) { return j.block.ipType == 0 ? j.headers.IsIpv4() : j.headers.IsIpv6(); }},

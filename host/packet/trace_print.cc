@@ -28,6 +28,17 @@ std::string AddressText(const PacketHeaders &headers, const PacketAddress &addre
   return text;
 }
 
+std::string ArpText(const PacketHeaders &headers) {
+  if (headers.arpOperation == 0) return "";
+  constexpr uint16_t kRequest = 1, kReply = 2;
+  const std::string operation = headers.arpOperation == kRequest ? "request"
+                                : headers.arpOperation == kReply
+                                    ? "reply"
+                                    : "operation " + std::to_string(headers.arpOperation);
+  return ", " + AddressText(headers, headers.source) + " > " + AddressText(headers, headers.destination) +
+         " ARP " + operation;
+}
+
 std::string ProtocolText(const PacketHeaders &headers) {
   if (headers.IsTcp()) return "TCP";
   if (headers.IsUdp()) return "UDP";
@@ -38,6 +49,7 @@ std::string ProtocolText(const PacketHeaders &headers) {
 std::string Layer4Text(const PacketHeaders &headers) {
   if (!headers.HasLayer4()) return "";
   if (headers.IsIcmp()) return " type " + std::to_string(headers.icmpType);
+  if (!headers.IsTcp() && !headers.IsUdp()) return "";
   std::string text =
       " port " + std::to_string(headers.sourcePort) + " > " + std::to_string(headers.destinationPort);
   if (headers.IsTcp()) text += " flags " + Hex("0x%02x", headers.tcpFlags);
@@ -47,7 +59,8 @@ std::string Layer4Text(const PacketHeaders &headers) {
 std::string HeadersText(const PacketHeaders &headers) {
   std::string text = "vlan " + std::to_string(headers.vlan) + ", " + MacText(headers.sourceMac) + " > " +
                      MacText(headers.destinationMac) + ", type " + Hex("0x%04x", headers.etherType);
-  if (!headers.IsIpv4() && !headers.IsIpv6()) return text;
+  if (headers.etherType == kEtherArp) return text + ArpText(headers);
+  if (!headers.IsIp() || !headers.HasLayer3()) return text;
   text += ", " + AddressText(headers, headers.source) + " > " + AddressText(headers, headers.destination) +
           " " + ProtocolText(headers) + Layer4Text(headers);
   if (headers.IsFragment()) {
@@ -95,6 +108,7 @@ std::string DescribePacket(const Packet &packet) {
   if (packet.destinationFwdIf != 0) text += " to if " + std::to_string(packet.destinationFwdIf);
   text += ", " + HeadersText(packet.headers) + KindText(packet.kind);
   if (packet.causeId != 0) text += ", cause " + std::to_string(packet.causeId);
+  if (packet.session) text += ", session " + std::to_string(*packet.session);
   text += ", " + std::to_string(packet.length) + " bytes";
   if (packet.inner) text += ", inside: " + HeadersText(*packet.inner);
   return text + ", " + FateText(packet);

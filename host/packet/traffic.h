@@ -4,9 +4,7 @@
 #include <chrono>
 #include <cstdint>
 
-#include "host/packet/interface_counters.h"
-#include "host/packet/packet_path.h"
-#include "host/packet/packet_trace.h"
+#include "host/packet/pipeline.h"
 #include "host/packet/traffic_generator.h"
 
 namespace qdt::host {
@@ -36,24 +34,18 @@ class Traffic {
   static constexpr uint32_t kMaxRate = 1'000'000;
   static constexpr std::chrono::milliseconds kPeriod{10};
 
-  // `rate` packets a second, at most kMaxRate. The engine outlives this. Throws HostError when the engine has
-  // less than two forwarding interfaces, or the layouts no region for the trace.
-  Traffic(Engine *engine, uint32_t rate, TraceOutput output);
+  // `rate` packets a second, at most kMaxRate. The pipeline outlives this. Throws HostError when the engine
+  // has less than two forwarding interfaces.
+  Traffic(Engine *engine, uint32_t rate, Pipeline *pipeline);
 
   // Sends what is due; called every kPeriod.
   void Tick();
 
  private:
-  InterfaceCounters interfaces_;
+  Pipeline &pipeline_;
   PacketGenerator generator_;
-  Measurement &measurement_;
-  PacketPath path_;
-  PacketTrace trace_;
   Pace pace_;
 };
-
-// Standard error, as long as somebody takes the lines, and the system log.
-TraceOutput EngineTraceOutput();
 
 }  // namespace qdt::host
 

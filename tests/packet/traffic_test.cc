@@ -199,7 +199,7 @@ TEST_F(TrafficTest, CountsByProtocol) {
       {Through(0x86dd, 6), "480=1 482=1 485=1 493=1 500=1 544=1 559=1 "},
       {Through(0x86dd, 58), "483=1 493=1 500=1 501=1 559=1 560=1 "},
       {Through(0x0806, 0), "483=1 493=1 498=1 "},
-      {Through(0x8864, 0), "483=1 493=1 497=1 "},
+      {Through(0x8864, 0), "483=1 493=1 497=1 523=1 "},
   };
   for (const auto &expected : cases) {
     std::vector<uint64_t> old(QdtSysStatGetRuncStat(1), QdtSysStatGetRuncStat(1) + QDT_STAT_COUNTERS);
@@ -282,8 +282,9 @@ TEST_F(TrafficTest, ATickSendsPacketsAndShowsThemToTheTrace) {
   block->switches = 1;
   block->leftPrints = 3;
   std::vector<std::string> lines;
-  Traffic traffic(&engine_, 1000,
-                  {[&](const std::string &line) { lines.push_back(line); }, [](const std::string &) {}});
+  Pipeline pipeline(&engine_,
+                    {[&](const std::string &line) { lines.push_back(line); }, [](const std::string &) {}});
+  Traffic traffic(&engine_, 1000, &pipeline);
   std::this_thread::sleep_for(50ms);
   traffic.Tick();
   EXPECT_EQ(lines.size(), 3u);
@@ -296,8 +297,9 @@ TEST(TrafficErrors, NeedsTwoInterfaces) {
   ScenarioFiller filler("test", Scenario::FromText("test", "fwdif: [{if_index: 1, enable: 1}, {if_index: 2}]",
                                                    Layout::BuiltIn()));
   Engine engine({directory.File("arena"), directory.File("socket")}, Layout::BuiltIn(), &filler);
+  Pipeline pipeline(&engine, {});
   try {
-    Traffic traffic(&engine, 1000, {});
+    Traffic traffic(&engine, 1000, &pipeline);
     FAIL() << "accepted";
   } catch (const HostError &error) {
     EXPECT_STREQ(

@@ -17,6 +17,9 @@
 #include "host/base/arguments.h"
 #include "host/base/trust.h"
 #include "host/base/words.h"
+#ifdef QDT_HAS_CAPTURE
+#include "host/capture/captured_traffic.h"
+#endif
 #include "host/commands/commands.h"
 #include "host/engine/engine.h"
 #include "host/engine/scenario_filler.h"
@@ -44,6 +47,7 @@ constexpr size_t kMostMistakes = 20;             // that --check tells of
 
 constexpr char kUsage[] =
     "usage: nqed --scenario FILE [--arena PATH] [--socket PATH] [--layout DIR] [--cores N] [--traffic RATE]\n"
+    "            [--capture INTERFACE[:N]]... [--pcap FILE [--fast] [--at N]]\n"
     "            [--clients N] [--patience SECONDS] [--capacity TABLE=N]...\n"
     "       nqed --linux [--netns NAME] [--counters SECONDS] [--scenario FILE] [...]\n"
     "       nqed --check FILE... [--layout DIR] [--cores N]\n"
@@ -69,6 +73,13 @@ constexpr char kUsage[] =
     "  --layout DIR     table layouts, the built-in ones unless told otherwise\n"
     "  --cores N        forwarding cores that keep statistics, 4 unless told otherwise\n"
     "  --traffic RATE   simulate so many packets a second, none unless told otherwise\n"
+    "  --capture INTERFACE[:N]\n"
+    "                   take packets from a network interface, as those of forwarding interface N, or of "
+    "the\n"
+    "                   one of its kernel's index\n"
+    "  --pcap FILE      take packets from a file (pcap), at their own pace\n"
+    "  --fast           or as fast as they are read\n"
+    "  --at N           forwarding interface that they come in at, told by their addresses unless given\n"
     "  --clients N      connections to the socket at a time, 128 unless told otherwise\n"
     "  --patience SECONDS\n"
     "                   for a client that says nothing, or takes no reply, 30 unless told otherwise\n"
@@ -78,6 +89,12 @@ constexpr char kUsage[] =
     "exit codes: 0 stopped as asked (status: the engine runs; --check: no mistake), 2 bad usage, nothing "
     "published\n"
     "(status: no engine; --check: mistakes)\n";
+
+// An interface to capture at, and the forwarding interface that stands for it; 0: not told.
+struct CaptureOption {
+  std::string interface;
+  uint32_t fwdIf = 0;
+};
 
 struct CommandLine {
   bool status = false;
@@ -92,6 +109,10 @@ struct CommandLine {
   std::vector<std::string> checked;  // files
   std::string layoutDir;             // empty: the layouts that the program was built with
   uint32_t traffic = 0;              // simulated packets a second
+  std::vector<CaptureOption> captures;
+  std::string pcap;  // file
+  bool fast = false;
+  uint32_t at = 0;  // 0: not told
   EngineOptions options;
   ServerLimits limits;
 };
@@ -103,13 +124,17 @@ std::string AbsolutePath(const std::string &path) {
   return absolute;
 }
 
+bool ReadNumber(std::string_view text, uint32_t *number) {
+  const char *end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, *number);
+  return error == std::errc() && stop == end;
+}
+
 // Takes the option when it is the next word, with a number from `least` to `most`.
 bool TakeNumber(Arguments *arguments, const char *name, uint32_t least, uint32_t most, uint32_t *number) {
   std::string value;
   if (!arguments->TakeValue(name, &value)) return false;
-  const char *end = value.data() + value.size();
-  const auto [stop, error] = std::from_chars(value.data(), end, *number);
-  if (error == std::errc() && stop == end && *number >= least && *number <= most) return true;
+  if (ReadNumber(value, number) && *number >= least && *number <= most) return true;
   throw HostError(std::string(name) + " " + Quoted(value) + " is not a number from " + std::to_string(least) +
                   " to " + std::to_string(most));
 }
@@ -130,6 +155,21 @@ bool TakeCapacity(Arguments *arguments, EngineOptions *options) {
     throw HostError("--capacity " + Quoted(value) + " is not TABLE=N with a number from 1 to " +
                     std::to_string(kMostEntries));
   options->capacities.emplace_back(value.substr(0, equals), count);
+  return true;
+}
+
+// Takes --capture when it is the next word. Names of interfaces have no colon.
+bool TakeCapture(Arguments *arguments, std::vector<CaptureOption> *captures) {
+  std::string value;
+  if (!arguments->TakeValue("--capture", &value)) return false;
+  const size_t colon = value.find(':');
+  CaptureOption option{value.substr(0, colon), 0};
+  if (colon != std::string::npos &&
+      (!ReadNumber(std::string_view(value).substr(colon + 1), &option.fwdIf) || option.fwdIf == 0)) {
+    throw HostError("--capture " + Quoted(value) +
+                    ": behind the colon stands the number of a forwarding interface");
+  }
+  captures->push_back(option);
   return true;
 }
 
@@ -154,11 +194,15 @@ CommandLine Parse(Arguments arguments) {
       line.status = true;
     } else if (arguments.Take("--linux")) {
       line.linux = true;
+    } else if (arguments.Take("--fast")) {
+      line.fast = true;
     } else if (arguments.TakeValue("--trust", &trusted)) {
       TrustUser(trusted);
     } else if (!arguments.TakeValue("--netns", &line.netns) && !TakeCapacity(&arguments, &options) &&
                !TakeNumber(&arguments, "--counters", 1, kMostPatience, &line.counters) &&
                !TakeNumber(&arguments, "--netlink-buffer", 1, kMostBuffer, &line.netlinkBuffer) &&
+               !TakeCapture(&arguments, &line.captures) && !arguments.TakeValue("--pcap", &line.pcap) &&
+               !TakeNumber(&arguments, "--at", 1, UINT32_MAX, &line.at) &&
                !arguments.TakeValue("--scenario", &line.scenario) &&
                !arguments.TakeValue("--arena", &options.arena) &&
                !arguments.TakeValue("--socket", &options.socket) &&
@@ -172,11 +216,13 @@ CommandLine Parse(Arguments arguments) {
   }
   if (!line.linux && (!line.netns.empty() || line.counters != 0 || line.netlinkBuffer != 0))
     throw HostError("--netns, --counters and --netlink-buffer go with --linux");
+  if (line.pcap.empty() && (line.fast || line.at != 0))
+    throw HostError("--fast and --at go with --pcap FILE");
   line.limits = {clients, std::chrono::seconds(patience)};
   line.defaultPlace = options.arena.empty();
   if (line.defaultPlace) options.arena = DefaultArena();
   if (options.socket.empty()) options.socket = options.arena + kSocketEnding;
-  for (std::string *path : {&options.arena, &options.socket, &line.scenario}) {
+  for (std::string *path : {&options.arena, &options.socket, &line.scenario, &line.pcap}) {
     if (!path->empty()) *path = AbsolutePath(*path);
   }
   return line;
@@ -272,6 +318,63 @@ std::unique_ptr<Filler> MakeFiller(const CommandLine &line, const Layout &layout
   return std::make_unique<ScenarioFiller>(line.scenario, Scenario::Load(line.scenario, layout));
 }
 
+// The packets that go through an engine, wherever they come from.
+class Packets {
+ public:
+  Packets(Engine *engine, const CommandLine &line) {
+    const bool captures = !line.captures.empty() || !line.pcap.empty();
+    if (line.traffic == 0 && !captures) return;
+    pipeline_.emplace(engine, EngineTraceOutput());
+    if (line.traffic != 0) traffic_.emplace(engine, line.traffic, &*pipeline_);
+    if (captures) Capture(engine, line);
+  }
+
+  void Serve(Server *server) {
+    if (traffic_) server->AddTick(Traffic::kPeriod, [this] { traffic_->Tick(); });
+#ifdef QDT_HAS_CAPTURE
+    if (!captured_) return;
+    server->AddWatch(captured_->changes(), [this] { captured_->Follow(); });
+    if (captured_->replays())
+      server->AddSteps(CapturedTraffic::kPeriod, [this] { return captured_->Step(); });
+    server->AddTick(CapturedTraffic::kCheckPeriod, [this] { captured_->Check(); });
+#endif
+  }
+
+ private:
+#ifdef QDT_HAS_CAPTURE
+  void Capture(Engine *engine, const CommandLine &line) {
+    captured_.emplace(engine, &*pipeline_, SayOfCaptures);
+    for (const CaptureOption &option : line.captures)
+      captured_->Capture(option.interface, option.fwdIf, NamespaceOf(line));
+    if (!line.pcap.empty()) captured_->Replay(line.pcap, line.at, line.fast);
+  }
+
+  // Interfaces are those of the namespace that is mirrored.
+  int NamespaceOf(const CommandLine &line) {
+#ifdef QDT_HAS_LINUX
+    if (!line.netns.empty()) where_ = NetworkNamespace(line.netns);
+    return where_.fd();
+#else
+    static_cast<void>(line);
+    return -1;
+#endif
+  }
+
+#ifdef QDT_HAS_LINUX
+  NetworkNamespace where_;
+#endif
+  std::optional<Pipeline> pipeline_;
+  std::optional<CapturedTraffic> captured_;
+#else
+  void Capture(Engine *, const CommandLine &) {
+    throw HostError("--capture and --pcap: not built in (install libpcap-dev and build again)");
+  }
+
+  std::optional<Pipeline> pipeline_;
+#endif
+  std::optional<Traffic> traffic_;
+};
+
 int RunEngine(const CommandLine &line) {
   const EngineOptions &options = line.options;
   if (line.scenario.empty() && !line.linux)
@@ -288,8 +391,7 @@ int RunEngine(const CommandLine &line) {
   const StopSignals stop;
   Engine engine(options, layout, filler.get());
   ReturnFreeMemory();
-  std::optional<Traffic> traffic;
-  if (line.traffic != 0) traffic.emplace(&engine, line.traffic, EngineTraceOutput());
+  Packets packets(&engine, line);
   const EngineChannel channel = [&engine](std::string_view words) { return RunCommandLine(engine, words); };
   SetEngineChannel(channel);
   Listener listener(options.socket);
@@ -298,7 +400,7 @@ int RunEngine(const CommandLine &line) {
   Server server(listener.fd(), channel, line.limits);
   server.AddSteps(kAgingPeriod, [&engine] { return engine.AgeStep(); });
   if (engine.changes() >= 0) server.AddWatch(engine.changes(), [&engine] { engine.Follow(); });
-  if (traffic) server.AddTick(Traffic::kPeriod, [&traffic] { traffic->Tick(); });
+  packets.Serve(&server);
 
   if (const std::string missing = filler->missing(); !missing.empty())
     std::fprintf(stderr, "nqed: %s\n", missing.c_str());
