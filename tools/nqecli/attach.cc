@@ -1,6 +1,7 @@
 #include "tools/nqecli/attach.h"
 
 #include <algorithm>
+#include <cstdlib>
 
 #include "host/base/host_error.h"
 #include "host/library/services.h"
@@ -30,11 +31,26 @@ bool TakePlace(host::Arguments *arguments, Place *place) {
   return true;
 }
 
+void TakeEnvironment(Place *place) {
+  if (!place->arena.empty() || place->saved()) return;
+  const auto valueOf = [](const char *name) {
+    const char *value = std::getenv(name);
+    return std::string(value == nullptr ? "" : value);
+  };
+  place->arena = valueOf("NQE_ARENA");
+  place->snapshot = valueOf("NQE_SNAPSHOT");
+  place->fromEnvironment = true;
+  if (!place->arena.empty() && place->saved())
+    throw HostError("NQE_ARENA and NQE_SNAPSHOT are both set; unset one, or give --arena or --snapshot");
+}
+
 std::string PlaceHelp() {
   std::string text;
   AddHelpLine(&text, "--arena PATH",
               std::string("the engine's arena, ") + host::kDefaultArena + " unless told otherwise");
   AddHelpLine(&text, "--snapshot FILE", "answer from a saved arena; nothing that changes there is kept");
+  AddHelpLine(&text, "NQE_ARENA", "in the environment: as --arena, where neither option is given");
+  AddHelpLine(&text, "NQE_SNAPSHOT", "in the environment: as --snapshot, where neither option is given");
   return text;
 }
 

@@ -12,12 +12,17 @@ namespace qdt::nqecli {
 struct Place {
   std::string arena;     // of a running engine; empty: the default one
   std::string snapshot;  // a saved copy
+  bool fromEnvironment = false;
 
   bool saved() const { return !snapshot.empty(); }
 };
 
 // Takes --arena PATH or --snapshot FILE when it stands next. Throws HostError when both were given.
 bool TakePlace(host::Arguments *arguments, Place *place);
+
+// Where nothing was given, takes the place from NQE_ARENA or NQE_SNAPSHOT. Throws HostError when both are
+// set.
+void TakeEnvironment(Place *place);
 
 // The help text's lines for these options.
 std::string PlaceHelp();
