@@ -5,10 +5,12 @@
 #include <mutex>
 #include <utility>
 
+#include "host/agent/refusals.h"
 #include "host/agent/xml_text.h"
 #include "host/arena/arena.h"
 #include "host/base/host_error.h"
 #include "host/base/words.h"
+#include "host/library/services.h"
 #include "host/omcc/model.h"
 #include "host/omcc/omcc.h"
 #include "host/tbm/client_writes.h"
@@ -106,8 +108,10 @@ HandlerAnswer RunHandler(const Handler &handler, lyd_node *request) {
   if (arena != nullptr) arena->DropCopies();
   HandlerAnswer answer{0, false, {}};
   g_answer = &answer;
+  TakeEngineRefusal();  // of what ran before
   answer.result = handler.run != nullptr ? handler.run(AsRequest(request)) : RunDocument(handler, &answer);
   g_answer = nullptr;
+  answer.refused = TakeEngineRefusal() || OnlySaysWhatIsWrong(answer.text);
   if (handler.writes) tbm::TakeClientWrites();
   answer.text = XmlText(std::move(answer.text));
   return answer;

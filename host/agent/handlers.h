@@ -35,6 +35,8 @@ struct HandlerAnswer {
   int32_t result;
   bool sent;  // false when nothing was sent, which an empty text does not tell
   std::string text;
+  // Whether the text only says what was wrong with the request, though the handler calls that an answer.
+  bool refused = false;
 };
 
 // Runs the handler on a request of its rpc. Throws HostError when it refuses the request, and when it writes
