@@ -56,7 +56,7 @@ tests_of() {
 
 everything() {
   local ready
-  need_packages "${host_packages[@]}" clang-14 clang-format-14 python3-pytest python3-pytest-xdist libyang2-tools \
+  need_packages "${host_packages[@]}" clang-14 clang-format-14 python3-pytest python3-pytest-xdist python3-pexpect zsh libyang2-tools \
     openssh-client openssl procps python3-ncclient python3-jsonschema abigail-tools graphviz spin strace g++-aarch64-linux-gnu qemu-user || exit 1
   export ASAN_OPTIONS=detect_leaks=1:abort_on_error=0 UBSAN_OPTIONS=print_stacktrace=1
   # One tree is tested while the next is built.
@@ -68,7 +68,7 @@ quick() {
   step check "build without optimisation" build dev --target test_programs && step googletest "unit tests" programs dev
 }
 
-host_packages=(g++ cmake ninja-build pkg-config libyaml-cpp-dev rapidjson-dev libsqlite3-dev libyang2-dev libnetconf2-dev libssh-dev libyuma-base
+host_packages=(g++ cmake ninja-build pkg-config libyaml-cpp-dev rapidjson-dev libsqlite3-dev libyang2-dev libnetconf2-dev libssh-dev libyuma-base libedit-dev
   googletest python3)
 begin_steps
 case ${1-} in

@@ -24,7 +24,7 @@ install(EXPORT qdt_util NAMESPACE qdt_util:: FILE qdt_utilTargets.cmake DESTINAT
 install(FILES ${PROJECT_BINARY_DIR}/qdt_utilConfig.cmake ${PROJECT_BINARY_DIR}/qdt_utilConfigVersion.cmake
         DESTINATION ${QDT_CMAKE_DIR} COMPONENT development)
 
-foreach(tool nqecli nqecli-agent nqecli-sql nqed)
+foreach(tool nqecli nqecli-agent nqecli-shell nqecli-sql nqed)
   if(TARGET ${tool})
     install(TARGETS ${tool} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
   endif()
@@ -32,6 +32,7 @@ endforeach()
 if(TARGET nqecli)
   install(FILES tools/nqecli/nqecli.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME nqecli
           COMPONENT tools)
+  install(FILES tools/nqecli/_nqecli DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions COMPONENT tools)
 endif()
 if(TARGET nqed)
   install(FILES examples/campus.yaml DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT tools)

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <memory>
 
 #include "host/base/host_error.h"
 #include "host/library/services.h"
@@ -17,6 +18,9 @@ using host::HostError;
 host::EngineReply NoEngine(std::string_view) {
   throw HostError("only the engine itself can tell, and a saved arena has none");
 }
+
+std::string g_keptPath;
+Arena *g_kept = nullptr;  // its end is the process's, who has no time to lose there
 
 }  // namespace
 
@@ -54,12 +58,27 @@ std::string PlaceHelp() {
   return text;
 }
 
+void CheckKeptEngine() {
+  if (g_kept != nullptr && g_kept->role() == Arena::Role::kClient && !g_kept->EngineAlive() &&
+      Arena::IsHeld(g_keptPath))
+    throw EngineReplaced();
+}
+
 Arena &Attach(const Place &place) {
   const std::string path = place.saved()         ? place.snapshot
                            : place.arena.empty() ? host::kDefaultArena
                                                  : place.arena;
-  Arena &arena =
-      *Arena::Attach(path, place.saved() ? Arena::Access::kSnapshot : Arena::Access::kLive).release();
+  if (g_kept != nullptr && g_keptPath == path &&
+      place.saved() == (g_kept->role() == Arena::Role::kSnapshot)) {
+    if (place.saved() || g_kept->EngineAlive()) return *g_kept;
+    if (Arena::IsHeld(path)) throw EngineReplaced();
+    throw HostError("the engine at " + path + " is gone");
+  }
+  delete g_kept;
+  g_kept = nullptr;
+  g_kept = Arena::Attach(path, place.saved() ? Arena::Access::kSnapshot : Arena::Access::kLive).release();
+  g_keptPath = path;
+  Arena &arena = *g_kept;
   Arena::SetCurrent(&arena);
   // A saved arena still knows the socket of its engine; what is asked of a copy must not reach that engine.
   host::SetEngineChannel(place.saved() ? NoEngine : host::SocketChannel(arena.socketPath()));

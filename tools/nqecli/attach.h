@@ -27,9 +27,17 @@ void TakeEnvironment(Place *place);
 // The help text's lines for these options.
 std::string PlaceHelp();
 
+// The library remembers places in the arena that it has seen: a process stays with its first one.
+struct EngineReplaced : host::HostError {
+  EngineReplaced() : HostError("the engine is another one now") {}
+};
+
 // The engine's arena, or a saved one, as what this process works on; its engine is what the library's
-// services reach. It lasts as long as the process, whose end takes the mapping along. Throws HostError.
+// services reach. It is kept for who asks for the same place again; the end of the process takes the mapping
+// along. Throws HostError, EngineReplaced when another engine runs where the kept one has gone.
 host::Arena &Attach(const Place &place);
+// Throws EngineReplaced where Attach would.
+void CheckKeptEngine();
 
 // "  USAGE   HELP\n", with the help in the column that the tools use.
 void AddHelpLine(std::string *text, std::string usage, const std::string &help);

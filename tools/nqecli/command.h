@@ -12,8 +12,21 @@
 
 namespace qdt::nqecli {
 
-// What a command's first word is, for who completes it.
-enum class WordKind : uint8_t { kNone, kShowTable, kListTable, kFieldsOf, kRegion, kFile, kOther };
+// What a command's words are, for who completes them.
+enum class WordKind : uint8_t {
+  kOther,
+  kShowTable,  // a view, then its keys
+  kListTable,  // a table, then filters
+  kFieldsOf,   // a table or region
+  kTableWord,  // words of tables
+  kRegion,
+  kFile,
+  kSides,    // files or the word live, then tables
+  kValue,    // anything that is looked for
+  kAddress,  // an address
+  kEngine,   // the engine's own commands
+  kAgent,    // a management command and its parameters
+};
 
 // A subcommand; the library's command families come beside these. Help, reading and refusal of words, and
 // completion all come from its row.
@@ -22,13 +35,14 @@ struct Command {
   const char *usage;
   const char *help;      // one line
   uint32_t options;      // DataOption bits
-  WordKind first;        // what its first word is
+  WordKind first;        // what its words are
   const char *more;      // what else is to be said, lines; may be empty
   const char *examples;  // lines behind "nqecli"
   const char *failure;   // what exit code 1 says
   ExitCode (*run)(const DataWords &words);
   const char *companion = nullptr;  // program that runs it, with a help text of its own
   const char *needs = nullptr;      // what that program is built with
+  bool isLong = false;              // may take its time before it says anything
 };
 
 // In the order of help texts.
@@ -40,10 +54,6 @@ std::string HelpOf(const Command &command);
 // Runs a command, or one of the library's families; words[0] is its name. `given` is where it works unless
 // its words, or else the environment, say another place. Throws HostError.
 ExitCode RunCommand(const Place &given, std::span<char *const> words);
-
-// Runs a program that stands beside this one in this one's place.
-[[noreturn]] void RunCompanion(const Place &place, const char *name, const char *needs,
-                               std::span<char *const> words);
 
 }  // namespace qdt::nqecli
 

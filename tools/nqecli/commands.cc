@@ -1,17 +1,13 @@
-#include <unistd.h>
-
 #include <algorithm>
 #include <cctype>
-#include <cerrno>
-#include <cstring>
-#include <filesystem>
 #include <string>
-#include <vector>
 
 #include "host/base/host_error.h"
 #include "host/base/near_name.h"
 #include "host/library/entry_points.h"
 #include "tools/nqecli/command.h"
+#include "tools/nqecli/companion.h"
+#include "tools/nqecli/completion.h"
 #include "tools/nqecli/data_commands.h"
 #include "tools/nqecli/query.h"
 
@@ -27,7 +23,7 @@ constexpr char kCommandFailed[] = "the command failed";
 
 constexpr Command kCommands[] = {
     {"tables", "tables [WORD ...]", "the tables and what they hold, or those that the words are told of",
-     kOptionKeys | kOptionsNoPlace, WordKind::kOther,
+     kOptionKeys | kOptionsNoPlace, WordKind::kTableWord,
      "The words are looked for in names and meanings. `ask` says which of show and list can read a table.",
      "nqecli tables\nnqecli tables station\nnqecli tables --keys acl", "no table is told of by these words",
      Tables},
@@ -47,38 +43,42 @@ constexpr Command kCommands[] = {
      kOptionJson | kOptionsNoPlace, WordKind::kFieldsOf, "It takes no engine.", "nqecli fields fib",
      kCommandFailed, Fields},
     {"usage", "usage", "how full the tables are, the fullest first", kOptionJson | kOptionWarn,
-     WordKind::kNone, "", "nqecli usage\nnqecli usage --warn 80", "a table is as full as --warn says", Usage},
+     WordKind::kOther, "", "nqecli usage\nnqecli usage --warn 80", "a table is as full as --warn says",
+     Usage},
     {"find", "find VALUE", "every field that holds an address, prefix, MAC address, interface index or text",
-     kOptionJson | kOptionLimit, WordKind::kOther, "In texts, * stands for any characters.",
-     "nqecli find 02:00:5e:30:00:04\nnqecli find 192.0.2.0/24", "nothing holds it", Find},
+     kOptionJson | kOptionLimit, WordKind::kValue, "In texts, * stands for any characters.",
+     "nqecli find 02:00:5e:30:00:04\nnqecli find 192.0.2.0/24", "nothing holds it", Find, nullptr, nullptr,
+     true},
     {"explain", "explain ADDRESS [vpn=N]", "follow an IPv4, IPv6 or MAC address through the tables",
-     kOptionJson | kOptionLimit, WordKind::kOther, "", "nqecli explain 203.0.113.200", "nothing was found",
-     Explain},
+     kOptionJson | kOptionLimit, WordKind::kAddress, "", "nqecli explain 203.0.113.200", "nothing was found",
+     Explain, nullptr, nullptr, true},
     {"check", "check", "hold the tables against each other, a line for each fault", kOptionJson,
-     WordKind::kNone, "", "nqecli check", "a fault was found", Check},
+     WordKind::kOther, "", "nqecli check", "a fault was found", Check, nullptr, nullptr, true},
     {"diff", "diff A B [TABLE ...]", "what two snapshots, or a snapshot and the word live, have differently",
-     kOptionJson | kOptionCounters, WordKind::kFile, "",
+     kOptionJson | kOptionCounters, WordKind::kSides, "",
      "nqecli diff monday.arena tuesday.arena\nnqecli diff monday.arena live arp fib", "there is a difference",
-     Diff},
+     Diff, nullptr, nullptr, true},
     {"regions", "regions [NAME]", "the shared regions, or one's fields", kOptionForms | kOptionFields,
      WordKind::kRegion, "", "nqecli regions IPP_SESSION_AGING_TIME", kCommandFailed, Regions},
     {"statistics", "statistics [PATTERN]", "the engine's counters by name, their sums and those of each core",
      kOptionJson | kOptionCsv, WordKind::kOther, "In the pattern, * stands for any characters.",
      "nqecli statistics '*arp*'", "no counter has such a name", Statistics},
     {"export", "export FILE", "all that the engine holds as a scenario that nqed loads; - is standard output",
-     0, WordKind::kFile, "FILE must not exist.", "nqecli export site.yaml", kCommandFailed, Export},
+     0, WordKind::kFile, "FILE must not exist.", "nqecli export site.yaml", kCommandFailed, Export, nullptr,
+     nullptr, true},
     {"schema", "schema [TABLE]", "JSON Schema of what list, and all other commands, print with --json",
      kOptionJson | kOptionsNoPlace, WordKind::kFieldsOf, "It takes no engine.", "nqecli schema fib",
      kCommandFailed, Schema},
     {"snapshot", "snapshot FILE", "save a copy of the running engine's arena, or tell what a copy is",
      kOptionInfo | kOptionJson, WordKind::kFile, "FILE must not exist.",
-     "nqecli snapshot evening.arena\nnqecli snapshot --info evening.arena", kCommandFailed, Snapshot},
+     "nqecli snapshot evening.arena\nnqecli snapshot --info evening.arena", kCommandFailed, Snapshot, nullptr,
+     nullptr, true},
     {"engine", "engine WORDS...", "send the running engine a command line and print its reply",
-     kOptionsOfOthers, WordKind::kOther, "\"nqecli engine help\" lists the engine's commands.",
+     kOptionsOfOthers, WordKind::kEngine, "\"nqecli engine help\" lists the engine's commands.",
      "nqecli engine status", "the engine refused the command", AskEngine},
     {"agent", "agent [HANDLER ...]",
      "run a management command, NAME=VALUE each parameter; alone it lists them", kOptionsOfOthers,
-     WordKind::kOther, "", "", "", nullptr, "nqecli-agent", "libyang2-dev"},
+     WordKind::kAgent, "", "", "", nullptr, "nqecli-agent", "libyang2-dev"},
     {"sql", "sql [STATEMENTS]", "ask the tables in SQL; --json --ndjson --csv --frozen --schema [TABLE]",
      kOptionsOfOthers, WordKind::kOther, "", "", "", nullptr, "nqecli-sql", "libsqlite3-dev"},
 };
@@ -148,27 +148,19 @@ ExitCode RunCommand(const Place &given, std::span<char *const> words) {
   const std::string_view name = words.front();
   if (const EntryPoint *entry = host::FindEntryPoint(name)) return RunLibrary(given, *entry, words);
   const Command *command = FindCommand(name);
-  if (command == nullptr) FailCommand(name);
   words = words.subspan(1);
+  // What completion files ask.
+  if (command == nullptr && name == "complete") {
+    Place place = given;
+    TakeEnvironment(&place);
+    return Print(CompletionLines(place, words));
+  }
+  if (command == nullptr) FailCommand(name);
   if (command->companion != nullptr) RunCompanion(given, command->companion, command->needs, words);
   if (AsksForHelp(words)) return Print(HelpOf(*command));
   DataWords read(given, words, command->options);
   if ((command->options & kOptionsNoPlace) == 0) TakeEnvironment(&read.place);
   return command->run(read);
-}
-
-void RunCompanion(const Place &place, const char *name, const char *needs, std::span<char *const> words) {
-  const std::string companion = std::filesystem::read_symlink("/proc/self/exe").replace_filename(name);
-  std::vector<std::string> arguments{companion};
-  if (!place.arena.empty()) arguments.push_back("--arena=" + place.arena);
-  if (place.saved()) arguments.push_back("--snapshot=" + place.snapshot);
-  arguments.insert(arguments.end(), words.begin(), words.end());
-  std::vector<char *> pointers;
-  for (std::string &argument : arguments) pointers.push_back(argument.data());
-  pointers.push_back(nullptr);
-  execv(companion.c_str(), pointers.data());
-  throw HostError("cannot run " + companion + " (" + std::strerror(errno) + "); it is built where " + needs +
-                  " is installed");
 }
 
 }  // namespace qdt::nqecli

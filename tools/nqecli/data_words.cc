@@ -3,6 +3,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <charconv>
 
 #include "host/base/host_error.h"
@@ -151,6 +152,16 @@ std::vector<std::string_view> OptionNames(uint32_t takes) {
   return names;
 }
 
+std::string_view OptionAbout(std::string_view name) {
+  const auto flag = std::ranges::find(kFlags, name, &Flag::name);
+  return flag == std::end(kFlags) ? std::string_view() : flag->help;
+}
+
+bool OptionHasValue(std::string_view name) {
+  const auto flag = std::ranges::find(kFlags, name, &Flag::name);
+  return flag != std::end(kFlags) && !flag->value.empty();
+}
+
 std::string OptionHelp(uint32_t takes) {
   std::string text;
   for (const Flag &flag : kFlags) {
@@ -227,6 +238,7 @@ void AppendPlace(const host::TableLayout *table, const host::RegionLayout *regio
 void StandardOut::Write(std::string_view text) { WriteOut(text); }
 
 uint32_t TerminalWidth() {
+  if (CurrentSink() != nullptr && !CurrentSink()->IsTerminal()) return 0;
   winsize size = {};
   if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0) return 0;
   return size.ws_col;

@@ -43,6 +43,8 @@ constexpr uint32_t kOptionForms = kOptionJson | kOptionLines | kOptionCsv;
 // The names of options, and their lines for a help text.
 std::vector<std::string_view> OptionNames(uint32_t takes);
 std::string OptionHelp(uint32_t takes);
+std::string_view OptionAbout(std::string_view name);
+bool OptionHasValue(std::string_view name);
 
 // The words of a command: options stand anywhere among the others, up to "--".
 struct DataWords {

@@ -8,6 +8,7 @@
 #include "host/library/entry_points.h"
 #include "tools/nqecli/attach.h"
 #include "tools/nqecli/command.h"
+#include "tools/nqecli/companion.h"
 #include "tools/nqecli/output.h"
 
 namespace qdt::nqecli {
@@ -20,6 +21,7 @@ using host::Quoted;
 std::string Help() {
   std::string text =
       "usage: nqecli [OPTIONS] COMMAND [WORDS...]\n"
+      "       nqecli [OPTIONS]     a shell, on a terminal\n"
       "\n"
       "Asks a running forwarding engine, or a saved copy of its arena.\n"
       "\n";
@@ -46,6 +48,8 @@ ExitCode Run(Arguments arguments) {
       throw HostError("unknown option " + Quoted(arguments.front()) + "; try --help");
     }
   }
+  if (arguments.empty() && isatty(STDIN_FILENO) != 0 && isatty(STDOUT_FILENO) != 0)
+    RunCompanion(place, "nqecli-shell", "libedit-dev", {});
   if (arguments.empty()) throw HostError("no command; try --help");
   return RunCommand(place, arguments.rest());
 }

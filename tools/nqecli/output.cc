@@ -17,6 +17,8 @@
 namespace qdt::nqecli {
 namespace {
 
+OutputSink *g_sink = nullptr;
+
 // Writes a text and what ends it.
 bool WriteAll(int fd, std::string_view text, std::string_view end = {}) {
   while (!text.empty() || !end.empty()) {
@@ -40,8 +42,16 @@ bool WriteAll(int fd, std::string_view text, std::string_view end = {}) {
 
 }  // namespace
 
+void SetOutputSink(OutputSink *sink) { g_sink = sink; }
+const OutputSink *CurrentSink() { return g_sink; }
+
 bool WriteAnswer(std::string_view text) {
   if (text.empty()) return true;
+  if (g_sink != nullptr) {
+    g_sink->Write(text);
+    if (text.back() != '\n') g_sink->Write("\n");
+    return true;
+  }
   if (WriteAll(STDOUT_FILENO, text, text.back() == '\n' ? "" : "\n")) return true;
   // Whoever closes a pipe early has seen enough.
   if (errno != EPIPE) WriteError(std::string("cannot write the answer: ") + std::strerror(errno));
@@ -49,6 +59,7 @@ bool WriteAnswer(std::string_view text) {
 }
 
 void WriteOut(std::string_view text) {
+  if (g_sink != nullptr) return g_sink->Write(text);
   if (WriteAll(STDOUT_FILENO, text)) return;
   if (errno == EPIPE) throw OutputClosed();
   throw host::SystemError("cannot write the answer");
