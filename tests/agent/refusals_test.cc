@@ -9,7 +9,8 @@ TEST(RefusalsTest, TextsThatOnlySayWhatWasWrong) {
   EXPECT_TRUE(OnlySaysWhatIsWrong("  Input error, source-ip is 1.2.3.4, but ip-type is 6"));
   EXPECT_TRUE(OnlySaysWhatIsWrong("  egn display status|application|statistic\n  egn help\n"));
   EXPECT_TRUE(OnlySaysWhatIsWrong("nqecli perf task clear\nnqecli perf task disable\n"));
-  EXPECT_TRUE(OnlySaysWhatIsWrong("diag clear cpcar status\n 0. fwdif                    diag search nqpTable"));
+  EXPECT_TRUE(
+      OnlySaysWhatIsWrong("diag clear cpcar status\n 0. fwdif                    diag search nqpTable"));
   EXPECT_TRUE(OnlySaysWhatIsWrong("search result not found\n"));
   EXPECT_TRUE(OnlySaysWhatIsWrong("Invalid error code"));
 }

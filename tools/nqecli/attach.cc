@@ -8,6 +8,7 @@
 #include "host/library/services.h"
 #include "host/wire/client.h"
 #include "host/wire/paths.h"
+#include "tools/nqecli/shown_text.h"
 
 namespace qdt::nqecli {
 namespace {
@@ -25,6 +26,10 @@ Arena *g_kept = nullptr;  // its end is the process's, who has no time to lose t
 }  // namespace
 
 bool TakePlace(host::Arguments *arguments, Place *place) {
+  if (arguments->Take("--raw")) {
+    SetRaw(true);
+    return true;
+  }
   if (!arguments->TakeValue("--arena", &place->arena) &&
       !arguments->TakeValue("--snapshot", &place->snapshot)) {
     return false;
@@ -53,6 +58,7 @@ std::string PlaceHelp() {
   AddHelpLine(&text, "--arena PATH",
               std::string("the engine's arena, ") + host::kDefaultArena + " unless told otherwise");
   AddHelpLine(&text, "--snapshot FILE", "answer from a saved arena; nothing that changes there is kept");
+  AddHelpLine(&text, "--raw", "control characters and newlines of the engine's texts as they are");
   AddHelpLine(&text, "NQE_ARENA", "in the environment: as --arena, where neither option is given");
   AddHelpLine(&text, "NQE_SNAPSHOT", "in the environment: as --snapshot, where neither option is given");
   return text;

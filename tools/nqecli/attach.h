@@ -17,7 +17,8 @@ struct Place {
   bool saved() const { return !snapshot.empty(); }
 };
 
-// Takes --arena PATH or --snapshot FILE when it stands next. Throws HostError when both were given.
+// Takes --arena PATH, --snapshot FILE or --raw (SetRaw), which every command has, when it stands next. Throws
+// HostError when both were given.
 bool TakePlace(host::Arguments *arguments, Place *place);
 
 // Where nothing was given, takes the place from NQE_ARENA or NQE_SNAPSHOT. Throws HostError when both are

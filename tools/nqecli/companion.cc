@@ -12,6 +12,7 @@
 
 #include "host/base/fd.h"
 #include "host/base/host_error.h"
+#include "tools/nqecli/shown_text.h"
 
 namespace qdt::nqecli {
 namespace {
@@ -33,6 +34,7 @@ void RunCompanion(const Place &place, const char *name, const char *needs, std::
   std::vector<std::string> arguments{PathOf(name)};
   if (!place.arena.empty()) arguments.push_back("--arena=" + place.arena);
   if (place.saved()) arguments.push_back("--snapshot=" + place.snapshot);
+  if (IsRaw()) arguments.push_back("--raw");
   arguments.insert(arguments.end(), words.begin(), words.end());
   const std::string companion = arguments.front();
   Execute(std::move(arguments));

@@ -6,6 +6,7 @@
 #include "host/base/host_error.h"
 #include "host/library/services.h"
 #include "qdt/tables.h"
+#include "tools/nqecli/shown_text.h"
 
 namespace qdt::nqecli {
 namespace {
@@ -83,6 +84,7 @@ void HintAtLongNames(const host::EntryPoint &entry, std::span<char *const> words
 }  // namespace
 
 ExitCode RunFamily(const host::EntryPoint &entry, std::span<char *const> words) {
+  const MarkedTexts marked;
   host::Answer answer = host::RunEntryPoint(entry, words);
   if (!WriteAnswer(answer.text)) return kUnusable;
   // A family asked with its name alone prints its usage list; it prints the same for words that are no
@@ -100,6 +102,7 @@ ExitCode RunFamily(const host::EntryPoint &entry, std::span<char *const> words) 
 }
 
 ExitCode RunTableQuery(const host::TableQuery &ask) {
+  const MarkedTexts marked;
   const host::Answer answer = host::AnswerTableQuery(ask, WriteOut);
   if (!WriteAnswer(answer.text)) return kUnusable;
   return CodeOf("show", answer, false);

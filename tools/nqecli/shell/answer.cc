@@ -12,6 +12,8 @@
 #include <cstring>
 #include <utility>
 
+#include "tools/nqecli/shown_text.h"
+
 namespace qdt::nqecli {
 namespace {
 
@@ -93,6 +95,8 @@ void Answer::Through(size_t step, std::string_view line) {
 
 // A line takes a row of the screen for each of its widths; bytes are counted, which are never too few.
 void Answer::Show(std::string_view line) {
+  std::string shown, carry;
+  if (!IsHarmless(line, true)) line = shown = ShownText(line, true, &carry);
   if (!isHeld_) return Put(line);
   rows_ += std::max<size_t>(1, (line.size() - 1 + screenColumns_ - 1) / screenColumns_);
   held_ += line;

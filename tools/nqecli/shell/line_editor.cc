@@ -1,12 +1,14 @@
 #include "tools/nqecli/shell/line_editor.h"
 
 #include <histedit.h>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <clocale>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <utility>
@@ -113,11 +115,22 @@ int LineEditor::ReadByte(unsigned char *byte) {
     *byte = static_cast<unsigned char>(std::exchange(waiting_, -1));
     return 1;
   }
-  for (;;) {
-    const ssize_t size = read(STDIN_FILENO, byte, 1);
-    if (size >= 0) return static_cast<int>(size);
-    if (errno != EINTR || Interrupted()) return -1;
+  // Ctrl-C just before the wait must end it as well: it only arrives within.
+  sigset_t interrupt, before;
+  sigemptyset(&interrupt);
+  sigaddset(&interrupt, SIGINT);
+  sigprocmask(SIG_BLOCK, &interrupt, &before);
+  int got = -1;
+  while (!Interrupted()) {
+    pollfd entry{STDIN_FILENO, POLLIN, 0};
+    if (ppoll(&entry, 1, nullptr, &before) < 0) {
+      if (errno != EINTR) break;
+    } else if (got = static_cast<int>(read(STDIN_FILENO, byte, 1)); got >= 0 || errno != EINTR) {
+      break;
+    }
   }
+  sigprocmask(SIG_SETMASK, &before, nullptr);
+  return got;
 }
 
 // Bytes that are no UTF-8 are read as the character that says so.

@@ -15,6 +15,7 @@
 #include "host/library/entry_points.h"
 #include "tools/nqecli/command.h"
 #include "tools/nqecli/shell/answer.h"
+#include "tools/nqecli/shown_text.h"
 
 namespace qdt::nqecli {
 namespace {
@@ -89,7 +90,13 @@ void RunInChild(const Place &place, std::vector<std::string> *words, Answer *ans
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) throw host::SystemError("cannot start the command");
   host::UniqueFd from(ends[0]), to(ends[1]);
+  // Ctrl-C before the child is its own waits until it is, and ends it then.
+  sigset_t interrupt, before;
+  sigemptyset(&interrupt);
+  sigaddset(&interrupt, SIGINT);
+  sigprocmask(SIG_BLOCK, &interrupt, &before);
   const pid_t child = fork();
+  if (child != 0) sigprocmask(SIG_SETMASK, &before, nullptr);
   if (child < 0) throw host::SystemError("cannot start the command");
   if (child == 0) BeChild(place, words, to.get());
   to = {};
@@ -105,7 +112,7 @@ void RunInChild(const Place &place, std::vector<std::string> *words, Answer *ans
       if (size > 0) answer->Write({part, static_cast<size_t>(size)});
     }
   } catch (...) {
-    kill(child, SIGINT);
+    kill(child, SIGTERM);
     wait();
     throw;
   }
@@ -175,6 +182,9 @@ bool Shell::RunLine(const std::string &line) {
 
 void Shell::RunCommandLine(const std::string &line) {
   ShellLine read = ReadShellLine(line);
+  if (read.words.empty()) return;
+  // Wherever it stands: the answer is this process's to show, whoever gives it.
+  SetRaw(std::erase(read.words, "--raw") != 0);
   if (read.words.empty()) return;
   CheckKeptEngine();
   Answer answer(read.filters, PagerCommand());
