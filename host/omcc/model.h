@@ -41,8 +41,8 @@ class Model {
   // The parameters of an rpc, with their types, in the model's order.
   std::vector<Parameter> ParametersOf(std::string_view rpc) const;
 
-  // What the model says of the rpc, of one of its parameters, and of each word that the parameter knows; lines
-  // without an end at the last.
+  // What the model says of the rpc, of one of its parameters, and of each word that the parameter knows;
+  // lines without an end at the last.
   std::string AboutOf(std::string_view rpc) const;
   std::string AboutOf(std::string_view rpc, std::string_view parameter) const;
   std::vector<Parameter> WordsOf(std::string_view rpc, std::string_view parameter) const;
