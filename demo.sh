@@ -6,10 +6,11 @@ cd "$(dirname "$0")"
 . scripts/common.sh
 
 need_packages g++ cmake ninja-build pkg-config libyaml-cpp-dev rapidjson-dev libsqlite3-dev libnl-3-dev libpcap-dev libyang2-dev \
-  libnetconf2-dev libssh-dev libyuma-base openssh-client python3 python3-ncclient graphviz
+  libnetconf2-dev libssh-dev libyuma-base libedit-dev openssh-client python3 python3-ncclient graphviz
 echo "building (once; the first time takes a minute or two) ..."
 configure release
-compile release --target nqed nqecli nqecli-agent nqecli-sql omad qdt_util >build/demo.log 2>&1 || { tail -n 40 build/demo.log; exit 1; }
+compile release --target nqed nqecli nqecli-agent nqecli-sql nqecli-shell omad qdt_util >build/demo.log 2>&1 ||
+  { tail -n 40 build/demo.log; exit 1; }
 
 work=$(mktemp -d)
 engine= agent= mirror=

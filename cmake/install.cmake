@@ -24,7 +24,7 @@ install(EXPORT qdt_util NAMESPACE qdt_util:: FILE qdt_utilTargets.cmake DESTINAT
 install(FILES ${PROJECT_BINARY_DIR}/qdt_utilConfig.cmake ${PROJECT_BINARY_DIR}/qdt_utilConfigVersion.cmake
         DESTINATION ${QDT_CMAKE_DIR} COMPONENT development)
 
-foreach(tool nqecli nqecli-agent nqecli-sql nqed)
+foreach(tool nqecli nqecli-agent nqecli-shell nqecli-sql nqed)
   if(TARGET ${tool})
     install(TARGETS ${tool} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
   endif()
@@ -41,6 +41,7 @@ if(TARGET nqecli)
   qdt_install_manuals(tools nqecli.1)
   install(FILES tools/nqecli/nqecli.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME nqecli
           COMPONENT tools)
+  install(FILES tools/nqecli/_nqecli DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions COMPONENT tools)
 endif()
 if(TARGET nqed)
   qdt_install_manuals(tools nqed.8 nqe-scenario.5 nqe-layout.5)

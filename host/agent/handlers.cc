@@ -7,10 +7,12 @@
 #include <mutex>
 #include <utility>
 
+#include "host/agent/refusals.h"
 #include "host/agent/xml_text.h"
 #include "host/arena/arena.h"
 #include "host/base/host_error.h"
 #include "host/base/words.h"
+#include "host/library/services.h"
 #include "host/omcc/model.h"
 #include "host/omcc/omcc.h"
 #include "host/tbm/client_writes.h"
@@ -171,8 +173,10 @@ HandlerAnswer RunHandler(const Handler &handler, lyd_node *request, bool dryRun)
   HandlerAnswer answer{0, false, {}};
   tbm::SetEnds(dryRun ? tbm::Ends::kCounted : tbm::Ends::kAskedFor);
   g_answer = &answer;
+  TakeEngineRefusal();  // of what ran before
   answer.result = handler.run != nullptr ? handler.run(AsRequest(request)) : RunDocument(handler, &answer);
   g_answer = nullptr;
+  answer.refused = TakeEngineRefusal() || OnlySaysWhatIsWrong(answer.text);
   if (handler.writes) answer.ended = tbm::TakeClientWrites();
   answer.text = XmlText(std::move(answer.text));
   return answer;

@@ -40,6 +40,8 @@ struct HandlerAnswer {
   bool sent;  // false when nothing was sent, which an empty text does not tell
   std::string text;
   uint64_t ended = 0;  // entries of a running engine that are told to end, or would be
+  // Whether the text only says what was wrong with the request, though the handler calls that an answer.
+  bool refused = false;
 };
 
 // Runs the handler on a request of its rpc. Throws HostError when it refuses the request, and when it writes

@@ -15,6 +15,8 @@ class NearName {
 
   // Whether `candidate` is near enough to be meant, and nearer than all before it.
   bool Offer(std::string_view candidate);
+  // Whether at most one edit leads to the last one accepted.
+  bool IsClose() const { return limit_ == 0; }
 
  private:
   std::string_view wanted_;

@@ -51,7 +51,15 @@ bool AllZero(const uint8_t *from, const uint8_t *end) {
   return true;
 }
 
-// Bytes of the UTF-8 character that `text` begins with, when it is one that a terminal can be given; else 0.
+int HexDigit(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+}  // namespace
+
 size_t CharacterAt(std::string_view text) {
   const auto byte = [&](size_t i) { return static_cast<uint8_t>(text[i]); };
   const uint8_t first = byte(0);
@@ -70,15 +78,6 @@ size_t CharacterAt(std::string_view text) {
   }
   return size;
 }
-
-int HexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
-
-}  // namespace
 
 size_t WriteValue(const FieldRef &field, WideValue value, char *out) {
   switch (FormOf(field.kind)) {

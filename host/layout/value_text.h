@@ -27,6 +27,10 @@ FieldRef NarrowAddressIn(const FieldRef &field, const void *record);
 // bytes that are no UTF-8 become "\x1b". The same everywhere, so that what is shown can be typed.
 void AppendEscaped(std::string_view text, std::string *out);
 
+// Bytes of the UTF-8 character that the text, which is not empty, begins with, when it is one that a terminal
+// can be given and no backslash; else 0.
+size_t CharacterAt(std::string_view text);
+
 // The bytes that an escaped text stands for; false when a backslash stands before something else.
 bool Unescape(std::string_view text, std::string *bytes);
 

@@ -12,6 +12,7 @@ namespace {
 
 EngineChannel g_channel;
 std::string g_failure;
+bool g_refused = false;
 
 // Runs `line` and, when `reply` is not null, hands over the answer as heap text. Returns the engine's status.
 int32_t RunInEngine(const char *line, char **reply) {
@@ -24,6 +25,7 @@ int32_t RunInEngine(const char *line, char **reply) {
     g_failure = error.what();
     return QDT_TBL_NOT_READY;
   }
+  g_refused = g_refused || answer.status != kReplyOk;
   if (reply != nullptr) {
     const size_t size = answer.text.size() + 1;
     *reply = static_cast<char *>(malloc_ex(g_mallocHandle, "host/library/services", __LINE__, size));
@@ -36,6 +38,8 @@ int32_t RunInEngine(const char *line, char **reply) {
 }  // namespace
 
 void SetEngineChannel(EngineChannel channel) { g_channel = std::move(channel); }
+
+bool TakeEngineRefusal() { return std::exchange(g_refused, false); }
 
 std::string TakeEngineFailure() { return std::exchange(g_failure, {}); }
 

@@ -15,6 +15,10 @@ constexpr char kClearCpcarCommand[] = "clear cpcar";
 // QDT_TBL_NOT_READY, as they do when the engine is gone. To be set before the first service is called.
 void SetEngineChannel(EngineChannel channel);
 
+// Whether the engine has refused a command line since this was last asked. The library hands its words on as
+// an answer like any other.
+bool TakeEngineRefusal();
+
 // Why the last service call got no answer out of the channel; empty when it got one, or after it was told.
 std::string TakeEngineFailure();
 

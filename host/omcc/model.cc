@@ -80,6 +80,36 @@ std::vector<Parameter> Model::ParametersOf(std::string_view rpc) const {
   return parameters;
 }
 
+const lysc_node_leaf *Model::FindLeaf(std::string_view rpc, std::string_view parameter) const {
+  const lysc_node *leaf =
+      lys_find_child(FindRpc(rpc), module_, std::string(parameter).c_str(), 0, LYS_LEAF, 0);
+  if (leaf == nullptr) throw HostError(std::string(rpc) + " has no parameter " + Quoted(parameter));
+  return reinterpret_cast<const lysc_node_leaf *>(leaf);
+}
+
+std::string Model::AboutOf(std::string_view rpc) const {
+  const char *about = FindRpc(rpc)->dsc;
+  return about == nullptr ? "" : about;
+}
+
+std::string Model::AboutOf(std::string_view rpc, std::string_view parameter) const {
+  const char *about = FindLeaf(rpc, parameter)->dsc;
+  return about == nullptr ? "" : about;
+}
+
+std::vector<Parameter> Model::WordsOf(std::string_view rpc, std::string_view parameter) const {
+  const lysc_type *type = FindLeaf(rpc, parameter)->type;
+  if (type->basetype == LY_TYPE_UNION) type = reinterpret_cast<const lysc_type_union *>(type)->types[0];
+  std::vector<Parameter> words;
+  if (type->basetype != LY_TYPE_ENUM) return words;
+  const auto *names = reinterpret_cast<const lysc_type_enum *>(type);
+  for (LY_ARRAY_COUNT_TYPE i = 0; i < LY_ARRAY_COUNT(names->enums); ++i) {
+    const char *about = names->enums[i].dsc;
+    words.emplace_back(names->enums[i].name, about == nullptr ? "" : about);
+  }
+  return words;
+}
+
 OwnedTree Model::MakeRequest(std::string_view rpc, const std::vector<Parameter> &parameters) const {
   const lysc_node *schema = FindRpc(rpc);
   lyd_node *tree = nullptr;

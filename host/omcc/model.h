@@ -41,11 +41,18 @@ class Model {
   // The parameters of an rpc, with their types, in the model's order.
   std::vector<Parameter> ParametersOf(std::string_view rpc) const;
 
+  // What the model says of the rpc, of one of its parameters, and of each word that the parameter knows;
+  // lines without an end at the last.
+  std::string AboutOf(std::string_view rpc) const;
+  std::string AboutOf(std::string_view rpc, std::string_view parameter) const;
+  std::vector<Parameter> WordsOf(std::string_view rpc, std::string_view parameter) const;
+
  private:
   struct ContextFree {
     void operator()(ly_ctx *context) const { ly_ctx_destroy(context); }
   };
   const lysc_node *FindRpc(std::string_view rpc) const;
+  const lysc_node_leaf *FindLeaf(std::string_view rpc, std::string_view parameter) const;
 
   std::unique_ptr<ly_ctx, ContextFree> context_;
   const lys_module *module_ = nullptr;

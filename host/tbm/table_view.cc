@@ -11,6 +11,8 @@ namespace qdt::host::tbm {
 
 namespace {
 
+CopyMark g_copyMark = nullptr;
+
 // A search is repeated only when an entry left the very chain that it was walking.
 constexpr int kSearchAttempts = 10000;
 // A copy is repeated only when the writer has begun or finished another change of this very record.
@@ -52,6 +54,8 @@ class Desk {
 };
 
 }  // namespace
+
+void SetCopyMark(CopyMark mark) { g_copyMark = mark; }
 
 TableKey::TableKey(const void *bytes, size_t size, size_t hashed, const uint64_t (&hashKey)[2])
     : wordCount(static_cast<uint32_t>(RoundUpToWord(size) / kWord)) {
@@ -157,19 +161,28 @@ TableView::Copied TableView::Copy(const Place &place, void *record, uint32_t siz
   return copied;
 }
 
+void TableView::Mark(void *record) const {
+  if (g_copyMark != nullptr && arena_->role() != Arena::Role::kEngine)
+    g_copyMark(id_, record, shape_->recordSize);
+}
+
 TableView::Copied TableView::Deliver(const Place &place) const {
   const Arena::Role role = arena_->role();
   if (role == Arena::Role::kEngine) {  // which looks and changes in turns
     if (IsAskedToEnd(place)) EndForAll(place.ref);
     return Copied::kWhole;
   }
-  if (role == Arena::Role::kSnapshot && RestsWhole(place)) return Copied::kWhole;
+  if (role == Arena::Role::kSnapshot && RestsWhole(place)) {
+    Mark(Record(place.ref));
+    return Copied::kWhole;
+  }
   static thread_local Desk desk;
   const uint32_t size = StoredSize();
   void *whole = desk.Room(size);
   if (whole == nullptr) return Copied::kRestless;
   const Copied copied = Copy(place, whole, size);
   if (copied != Copied::kWhole) return copied;
+  Mark(whole);
   arena_->NoteCopies();
   // A store of the same bytes as well: from here on the page is this process's own.
   std::memcpy(Record(place.ref), whole, size);

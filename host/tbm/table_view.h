@@ -38,6 +38,11 @@ struct Place {
 // One defined table of an arena, as readers and the writer see it. Trusts the constant directory, which was
 // checked when the arena was attached, and bounds everything that it finds in the changing parts: a reader
 // may meet an arena that its engine left half-changed.
+// What a client does to the copies that it is about to read in place; `size` bytes of the table's record.
+using CopyMark = void (*)(uint32_t table, void *record, uint32_t size);
+// Null: nothing. The engine's own records are left alone.
+void SetCopyMark(CopyMark mark);
+
 class TableView {
  public:
   TableView() = default;
@@ -141,6 +146,9 @@ class TableView {
   // this process does not look at the entry again: what TbmTblSearch's callers read in place. In the engine
   // the record is the one that everybody sees.
   Copied Deliver(const Place &place) const;
+
+  // To be called for a record that is handed to the library in a buffer.
+  void Mark(void *record) const;
 
   // Whether a client has asked for the entry to end, and its aging time in `record`.
   bool IsAskedToEnd(const Place &place) const;

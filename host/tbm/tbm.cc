@@ -86,6 +86,7 @@ int32_t FillBatch(const TableView &view, const Order &order, Cursor *cursor, cha
     }
     if (cursor->count == room) return kTbmMore;
     const TableView::Copied copied = view.Copy(place, buffer, view.shape().recordSize);
+    if (copied == TableView::Copied::kWhole) view.Mark(buffer);
     if (copied == TableView::Copied::kRestless) return kTbmWalkLost;
     if (copied == TableView::Copied::kGone) {
       if (!IsNewlyGone(place, &gone)) return kTbmWalkLost;

@@ -20,15 +20,94 @@ def test_lists_the_commands_of_the_data_model():
     assert shown.out == nqecli("agent", "--help").out
 
 
-def test_lists_the_parameters_of_a_command():
-    nqecli("agent", "frag-reass", "--help").answered(
-        "usage: nqecli agent frag-reass [NAME=VALUE ...]\n"
-        "\n"
-        "  source-ip            TEXT\n"
-        "  destination-ip       TEXT\n"
-        "  type                 ipv6|ipv4|TEXT\n")
-    nqecli("agent", "tbl-usage", "--help").answered(
-        "usage: nqecli agent tbl-usage [NAME=VALUE ...]\n\nIt takes no parameters.\n")
+# What every command takes.
+OPTIONS = """\
+
+options:
+  --arena PATH         the engine's arena, /dev/shm/nqe.arena unless told otherwise
+  --snapshot FILE      answer from a saved arena; nothing that changes there is kept
+  --raw                control characters and newlines of the engine's texts as they are
+  NQE_ARENA            in the environment: as --arena, where neither option is given
+  NQE_SNAPSHOT         in the environment: as --snapshot, where neither option is given
+"""
+CODES = "\nexit codes: 0 an answer, 1 the command failed or only says what was wrong, 2 bad usage or no engine\n"
+
+
+def test_help_of_a_command_is_what_the_data_model_says():
+    nqecli("agent", "frag-reass", "--help").answered("""\
+usage: nqecli agent frag-reass [NAME=VALUE ...] [OPTIONS]
+
+Shows the packets that wait for fragments.
+
+parameters:
+  source-ip            TEXT
+      Only packets from this address.
+  destination-ip       TEXT
+      Only packets to this address.
+  type                 ipv6|ipv4|TEXT
+      The address family. IPv4 for other texts, or none.
+        ipv6: IPv6 packets.
+        ipv4: IPv4 packets.
+""" + OPTIONS + "\nexamples:\n  nqecli agent frag-reass type=ipv6\n" + CODES)
+    nqecli("agent", "--help", "tbl-usage").answered("""\
+usage: nqecli agent tbl-usage [OPTIONS]
+
+Shows how full the engine's tables are.
+
+It takes no parameters.
+""" + OPTIONS + "\nexamples:\n  nqecli agent tbl-usage\n" + CODES)
+
+
+@pytest.mark.parametrize("name", handlers())
+def test_every_command_has_help(name):
+    result = nqecli("agent", name, "--help")
+    assert result.code == 0 and result.err == "", result
+    assert result.out.startswith(f"usage: nqecli agent {name} ") and result.out.endswith(CODES), result
+    about = result.out.split("\n\n")[1]
+    assert about.endswith(".") and about[0].isupper(), result
+
+
+EGN_HELP = """\
+  egn display status|application|statistic
+  egn debugging debug-level error|warning|info|packet on|off
+  egn debugging statistic on|off
+  egn debugging detect-threshold PACKETS
+  egn reset statistic|all
+  egn help
+"""
+
+# Requests whose answer only says what was wrong with them, and the beginning of that answer.
+REFUSED = [
+    (["trace-pkt-set", "index=9"], 'trace-pkt-nqe set --index what? The engine knows: 0, 1, 2, 3, not "9"\n'),
+    (["egn-info-query", "info-type=x"],
+     'egn display what? The engine knows: status, application, statistic, not "x"\n'),
+    (["egn-stat-switch-set", "switch=x"],
+     'egn debugging statistic what? The engine knows: on, off, enable, disable, not "x"\n'),
+    (["egn-info-query"], EGN_HELP),
+    (["egn-stat-switch-set"], EGN_HELP),
+    (["egn-dbg-switch-set", "level=error"], EGN_HELP),
+    (["egn-detect-threshold-set"], EGN_HELP),
+    (["egn-stat-reset"], EGN_HELP),
+    (["perf-task-set", "trace-mode=zzz"], "nqecli perf task clear\n"),
+    (["perf-task-set"], "nqecli perf task clear\n"),
+    (["perf-task-query", "sort-by-cycles=zzz"], "nqecli perf task clear\n"),
+    (["frag-reass", "type=ipv6", "source-ip=1.2.3.4"], "  Input error, source-ip is 1.2.3.4, but ip-type is 6\n"),
+    (["frag-reass", "destination-ip=::1"], "  Input error, destination-ip is ::1, but ip-type is 4\n"),
+    (["cmdline", "cmdline=zzz"], "diag clear cpcar status\n"),
+    (["cmdline", "cmdline=diag search nqpTable 1 0 5 0 0"], "search result not found\n"),
+]
+
+
+def test_an_answer_that_only_says_what_was_wrong_is_a_failure(campus):
+    for words, text in REFUSED:
+        result = campus.engine.cli("agent", *words)
+        assert (result.code, result.err) == (1, "") and result.out.startswith(text), result
+    # Others of the same commands succeed.
+    for words in (["trace-pkt-set", "index=1"], ["egn-info-query", "info-type=status"], ["perf-task-set", "trace-mode=cycle"],
+                  ["perf-task-query"], ["frag-reass", "type=ipv6"], ["nat-group-usage", "id=77"],
+                  ["cmdline", "cmdline=diag search nqpTable 1 0 1001 0 0"]):
+        result = campus.engine.cli("agent", *words)
+        assert (result.code, result.err) == (0, ""), result
 
 
 def test_runs_a_command_by_either_name(engine):

@@ -58,8 +58,8 @@ def test_long_words(engine):
     engine.cli("diag", *["w"] * 20000)
 
 
-def test_tables():
-    result = nqecli("tables")
+def test_tables_with_their_keys():
+    result = nqecli("tables", "--keys")
     assert result.code == 0 and result.err == "", result
     lines = result.out.splitlines()
     assert lines[0] == "id  name                    flag  keys", result
@@ -71,7 +71,108 @@ def test_tables():
     at = lines.index("23  ssw_macinfo             0     mac br-id vlan-id 0")
     assert lines[at + 1] == " " * 34 + "all|num(eg:num5) 0 0 0", result
     assert lines[at + 2].startswith("25  port_isolate"), result
-    nqecli("tables", "x").failed("tables takes no words")
+    nqecli("tables", "--keys", "ssw_macinfo").answered("""\
+id  name                    flag  keys
+23  ssw_macinfo             0     mac br-id vlan-id 0
+                                  all|num(eg:num5) 0 0 0
+""")
+
+
+def test_tables_with_what_they_hold():
+    result = nqecli("tables")
+    assert result.code == 0 and result.err == "", result
+    lines = result.out.splitlines()
+    assert lines[0] == "id  name                    ask        holds", result
+    assert "6   arp                     show list  IPv4 neighbours and their MAC addresses" in lines, result
+    assert "48  mac_carId               show       The rate limit that the packets of a station count against" in lines
+    assert "-   radio                   -          Radios" in lines, result
+    assert len(lines) == 117 and all(len(line.split(None, 3)) == 4 for line in lines), result
+    # Scripts take the names of views by the numbers before them.
+    shown = [line.split()[1] for line in lines if line[0].isdigit()]
+    assert len(shown) == 87 and shown[:3] == ["fwdif", "ctrlif_map_fwdif", "flowif_map_fwdif"], result
+    nqecli("tables", "Neighbours", "ipv6").answered("""\
+id  name                    ask        holds
+71  nd                      show list  IPv6 neighbours and their MAC addresses
+""")
+    nqecli("tables", "spacecraft").failed("no table has this", code=1)
+
+
+@pytest.mark.parametrize("command", ["show", "list", "fields", "schema"])
+def test_names_are_offered_by_spelling_and_by_meaning(place, command):
+    place.cli(command, "fwdfi").failed("(did you mean fwdif?)")
+    place.cli(command, "vap").failed("(did you mean vap_to_sta, mc2uc_elb, sac_if_stat or fwdif?")
+    place.cli(command, "stat").failed("(did you mean acl_stat, usf_stat, buf_cache_stat or timer_stat?",
+                                      '"nqecli tables stat" lists all')
+    place.cli(command, "spacecraft").failed('("nqecli tables" lists them)')
+
+
+# Every command with words behind which --help stands: what the first line of its help is.
+USAGES = {
+    "tables": "tables [WORD ...]", "show": "show NAME [KEYS...]", "list": "list TABLE [FIELD=VALUE ...]",
+    "fields": "fields TABLE", "usage": "usage", "find": "find VALUE", "explain": "explain ADDRESS [vpn=N]",
+    "check": "check", "diff": "diff A B [TABLE ...]", "regions": "regions [NAME]",
+    "statistics": "statistics [PATTERN]", "export": "export FILE", "schema": "schema [TABLE]",
+    "snapshot": "snapshot FILE", "engine": "engine WORDS...",
+}
+
+
+def test_every_command_has_its_usage_here():
+    shown = re.findall(r"^  ([a-z_]+)", nqecli("--help").out, re.M)
+    assert shown == ["diag", "pkt_trace", "pmc", "perf", *USAGES, "agent", "sql"]
+
+
+@pytest.mark.parametrize("command", USAGES)
+def test_help_of_a_command(command, tmp_path):
+    for words in ([command, "--help"], [command, "x", "--help"], [command, "--help", "--arena", "x"]):
+        result = run(BIN / "nqecli", *words, cwd=tmp_path)
+        assert result.code == 0 and result.err == "", result
+        assert result.out.startswith(f"usage: nqecli {USAGES[command]} [OPTIONS]\n\n"), result
+        for part in ("\noptions:\n", "  --arena PATH ", "\nexamples:\n  nqecli " + command, "\nexit codes: 0 "):
+            assert part in result.out, result
+    assert list(tmp_path.iterdir()) == []  # "snapshot --help" makes no file of that name
+
+
+@pytest.mark.parametrize("command", [name for name in USAGES if name != "engine"])
+def test_help_tells_every_option_that_the_command_takes(command):
+    told = set(re.findall(r"^  (-[-a-z]+)", nqecli(command, "--help").out, re.M))
+    for option in ("--json", "--ndjson", "--csv", "--yaml", "--count", "--counters", "--keys", "--fields=x", "--sort=x",
+                   "--limit=1", "--warn=1", "--info=x"):
+        # What is no option is refused before anything else is.
+        unknown = "unknown option" in nqecli(command, option, "--arena=/nowhere").err
+        assert unknown == (option.partition("=")[0] not in told), (command, option)
+
+
+def test_options_stand_anywhere(engine):
+    for words in (["--arena", engine.arena, "show", "1", "1005"], ["show", "--arena", engine.arena, "1", "1005"],
+                  ["show", "1", "1005", f"--arena={engine.arena}"]):
+        nqecli(*words).answered(map_answer(5))
+    reply = nqecli("engine", "--arena", engine.arena, "status")
+    assert reply.code == 0 and reply.out == nqecli("engine", "status", "--arena", engine.arena).out, reply
+    nqecli("usage", "--arena=a", "--snapshot=b").failed("exclude each other")
+    # Behind "--" nothing is an option.
+    engine.cli("show", "--", "ctrlif_map_fwdif", "1005").answered(map_answer(5))
+    # The device's own command families keep all their words.
+    assert nqecli("--arena", engine.arena, "diag", "search", "--help").out.startswith("diag clear cpcar status\n")
+
+
+def test_the_place_in_the_environment(engine, tmp_path):
+    def ask(arena="", snapshot="", *words):
+        environment = {**os.environ, "NQE_ARENA": str(arena), "NQE_SNAPSHOT": str(snapshot)}
+        return nqecli(*(words or ("show", "1", "1005")), env=environment)
+
+    saved = tmp_path / "saved"
+    engine.cli("snapshot", str(saved)).answered("")
+    ask(engine.arena).answered(map_answer(5))
+    ask("", saved).answered(map_answer(5))
+    ask(engine.arena, "", "diag", "search", "nqpTable", "1", "0", "1005", "0", "0").answered(map_answer(5))
+    # Options win, even over two that contradict each other.
+    ask("/nowhere", "", "show", "1", "1005", "--arena", engine.arena).answered(map_answer(5))
+    ask("/nowhere", "/nowhere", "--snapshot", saved, "show", "1", "1005").answered(map_answer(5))
+    ask(engine.arena, saved).failed("NQE_ARENA and NQE_SNAPSHOT are both set")
+    assert ask(engine.arena, saved, "fields", "fib").code == 0
+    # What names its files itself is not held up.
+    assert ask("", saved, "snapshot", "--info", str(saved)).code == 0
+    assert ask("", saved, "diff", str(saved), str(saved)).code == 0
 
 
 def test_show_fills_in_the_keys(engine):
@@ -100,7 +201,6 @@ def test_show_refuses_what_is_no_table_or_key(place):
     # A table whose first place is not open takes numbers only: anything else would be asked as another query.
     for word in ("-1", "99999999999999999999", "gigabit"):
         place.cli("show", "fwdif", word).failed("key 1 of table fwdif", f'"{word}"')
-    place.cli("show", "fwdif", "--help").failed('unknown option "--help"')
     place.cli("show", "acl_stat", "x", "1", "2").failed("key 1 of table acl_stat")
     place.cli("show", "cpcar_pro", "arp-request", "x").failed("key 2 of table cpcar_pro")
 

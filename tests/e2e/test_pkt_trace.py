@@ -109,3 +109,16 @@ def test_a_snapshot_keeps_nothing(engine, directory):
 
 def test_without_an_engine(place):
     place.cli("pkt_trace", "show").failed("arena")
+
+
+def test_a_name_of_several_words_gets_a_hint(engine):
+    hint = ('nqecli: pkt_trace reads one word of a name; a name of several takes nqecli agent debug-pkt enable=true '
+            'discard-type="arp miss", which replaces all conditions\n')
+    quoted = engine.cli("pkt_trace", "set", "discard_type", "arp miss")
+    assert (quoted.code, quoted.out, quoted.err) == (1, "Error: input error.\n", hint), quoted
+    apart = engine.cli("pkt_trace", "set", "discard_type", "arp", "miss")
+    assert (apart.code, apart.err) == (2, hint) and apart.out.startswith("nqecli pkt_trace enable \n"), apart
+    # What it names does what it says.
+    engine.cli("agent", "debug-pkt", "enable=true", "discard-type=arp miss").answered("")
+    assert " Condition                : 0x0000000000000020\n" in engine.cli("pkt_trace", "show").out
+    assert engine.cli("pkt_trace", "set", "discard_type", "nonsense").err == ""

@@ -127,15 +127,6 @@ TEST_F(CatalogTest, FindsByNameOrId) {
   EXPECT_FALSE(catalog_.Find("-3"));
 }
 
-TEST_F(CatalogTest, NamesTheNearest) {
-  EXPECT_EQ(catalog_.Nearest("fwfid")->name, "fwdif");
-  EXPECT_EQ(catalog_.Nearest("acl-grop")->name, "acl_group");
-  EXPECT_EQ(catalog_.Nearest("SESSION")->name, "session");
-  EXPECT_FALSE(catalog_.Nearest("something else"));
-  EXPECT_FALSE(catalog_.Nearest(""));
-  EXPECT_FALSE(catalog_.Nearest(std::string(1 << 20, 'f')));
-}
-
 TEST_F(CatalogTest, KeysFillTheOpenSlots) {
   EXPECT_EQ(Keys("fwdif", {"5"}), "0 5 0 0");
   EXPECT_EQ(Keys("fwdif", {}), "0 0 0 0");

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <iostream>
 #include <string>
@@ -14,6 +15,7 @@
 #include "host/library/services.h"
 #include "host/omcc/model.h"
 #include "tools/nqecli/attach.h"
+#include "tools/nqecli/data_words.h"
 #include "tools/nqecli/output.h"
 
 namespace qdt::nqecli {
@@ -34,18 +36,52 @@ std::string Help() {
       "With - it runs the commands that come on standard input, a line each, in one process.\n"
       "\n";
   for (const Handler &handler : host::Handlers()) text += std::string("  ") + handler.rpc + '\n';
-  text += "\nnqecli agent HANDLER --help lists the parameters of one.\n\n" + PlaceHelp();
+  text += "\nnqecli agent HANDLER --help tells what one does and takes.\n\n" + PlaceHelp();
   AddHelpLine(&text, "--dry-run", "of a reset: end nothing, and tell what would end");
   AddHelpLine(&text, "--yes", "of a reset without a filter: do not ask");
   return text;
 }
 
+// The lines of a description, further in.
+void AppendIndented(std::string_view lines, std::string_view indent, std::string *text) {
+  while (!lines.empty()) {
+    const size_t end = std::min(lines.find('\n'), lines.size());
+    *text += indent;
+    *text += lines.substr(0, end);
+    *text += '\n';
+    lines.remove_prefix(std::min(end + 1, lines.size()));
+  }
+}
+
+// A request with a value that the parameter's type takes.
+std::string ExampleOf(const std::vector<Parameter> &parameters) {
+  for (const auto &[name, type] : parameters) {
+    if (type.starts_with("0..")) return ' ' + name + "=1";
+    if (const size_t end = type.find('|'); end != type.npos) return ' ' + name + '=' + type.substr(0, end);
+  }
+  return "";
+}
+
+// All that the data model says of a command.
 std::string HelpOf(const Handler &handler) {
-  std::string text = std::string("usage: nqecli agent ") + handler.rpc + " [NAME=VALUE ...]\n";
-  const std::vector<Parameter> parameters = host::Model().ParametersOf(handler.rpc);
-  if (parameters.empty()) return text + "\nIt takes no parameters.\n";
-  text += '\n';
-  for (const auto &[name, type] : parameters) AddHelpLine(&text, name, type);
+  const host::Model model;
+  const std::vector<Parameter> parameters = model.ParametersOf(handler.rpc);
+  std::string text = std::string("usage: nqecli agent ") + handler.rpc +
+                     (parameters.empty() ? "" : " [NAME=VALUE ...]") + " [OPTIONS]\n\n";
+  AppendIndented(model.AboutOf(handler.rpc), "", &text);
+  text += parameters.empty() ? "\nIt takes no parameters.\n" : "\nparameters:\n";
+  for (const auto &[name, type] : parameters) {
+    AddHelpLine(&text, name, type);
+    AppendIndented(model.AboutOf(handler.rpc, name), "      ", &text);
+    for (const auto &[word, about] : model.WordsOf(handler.rpc, name)) {
+      AppendIndented(word + ": " + about, "        ", &text);
+    }
+  }
+  text += "\noptions:\n" + PlaceHelp();
+  text += std::string("\nexamples:\n  nqecli agent ") + handler.rpc + ExampleOf(parameters) + '\n';
+  text +=
+      "\nexit codes: 0 an answer, 1 the command failed or only says what was wrong, 2 bad usage or no "
+      "engine\n";
   return text;
 }
 
@@ -146,7 +182,7 @@ ExitCode Session::Run(std::span<char *const> given, bool mayAsk) {
   if (!WriteAnswer(answer.text)) return kUnusable;
   if (ends && answer.result == 0)
     WriteAside(Counted(answer.ended, handler.ends) + (care.dryRun ? " would end\n" : " told to end\n"));
-  if (answer.result == 0) return kAnswered;
+  if (answer.result == 0) return answer.refused ? kFailed : kAnswered;
   const std::string why = host::TakeEngineFailure();
   if (!answer.sent) {
     WriteError(std::string(handler.rpc) + " failed" +
@@ -178,17 +214,18 @@ ExitCode RunLines(const Place &place, std::istream &lines) {
 }
 
 ExitCode Run(Arguments arguments) {
-  Place place;
-  while (arguments.AtOption()) {
-    if (arguments.Take("--help")) return Print(Help());
-    if (!TakePlace(&arguments, &place))
-      throw HostError("unknown option " + Quoted(arguments.front()) + "; try --help");
-  }
-  if (arguments.empty()) return Print(Help());
-  if (arguments.Take("-")) return RunLines(place, std::cin);
-  const std::span<char *const> words = arguments.rest();
-  if (words.size() > 1 && std::string_view(words[1]) == "--help") return Print(HelpOf(HandlerOf(words[0])));
-  return Session(place).Run(words, true);
+  DataWords read({}, arguments.rest(), kOptionsOfOthers);
+  const bool asksForHelp = std::erase(read.words, "--help") != 0;
+  if (read.words.empty()) return Print(Help());
+  const std::string &first = read.words.front();
+  if (first.size() > 1 && first.front() == '-')
+    throw HostError("unknown option " + Quoted(first) + "; try --help");
+  if (asksForHelp) return Print(HelpOf(HandlerOf(first)));
+  TakeEnvironment(&read.place);
+  if (first == "-") return RunLines(read.place, std::cin);
+  std::vector<char *> words;
+  for (std::string &word : read.words) words.push_back(word.data());
+  return Session(read.place).Run(words, true);
 }
 
 }  // namespace

@@ -1,12 +1,15 @@
 #include "tools/nqecli/attach.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <memory>
 
 #include "host/base/host_error.h"
 #include "host/base/trust.h"
 #include "host/library/services.h"
 #include "host/wire/client.h"
 #include "host/wire/paths.h"
+#include "tools/nqecli/shown_text.h"
 
 namespace qdt::nqecli {
 namespace {
@@ -18,6 +21,9 @@ host::EngineReply NoEngine(std::string_view) {
   throw HostError("only the engine itself can tell, and a saved arena has none");
 }
 
+std::string g_keptPath;
+Arena *g_kept = nullptr;  // its end is the process's, who has no time to lose there
+
 }  // namespace
 
 bool TakePlace(host::Arguments *arguments, Place *place) {
@@ -25,6 +31,10 @@ bool TakePlace(host::Arguments *arguments, Place *place) {
   if (arguments->TakeValue("--trust", &user)) {
     host::TrustUser(user);
     place->trusted.push_back(user);
+    return true;
+  }
+  if (arguments->Take("--raw")) {
+    SetRaw(true);
     return true;
   }
   if (!arguments->TakeValue("--arena", &place->arena) &&
@@ -37,20 +47,51 @@ bool TakePlace(host::Arguments *arguments, Place *place) {
   return true;
 }
 
+void TakeEnvironment(Place *place) {
+  if (!place->arena.empty() || place->saved()) return;
+  const auto valueOf = [](const char *name) {
+    const char *value = std::getenv(name);
+    return std::string(value == nullptr ? "" : value);
+  };
+  place->arena = valueOf("NQE_ARENA");
+  place->snapshot = valueOf("NQE_SNAPSHOT");
+  place->fromEnvironment = true;
+  if (!place->arena.empty() && place->saved())
+    throw HostError("NQE_ARENA and NQE_SNAPSHOT are both set; unset one, or give --arena or --snapshot");
+}
+
 std::string PlaceHelp() {
   std::string text;
   AddHelpLine(&text, "--arena PATH", "the engine's arena, " QDT_DEFAULT_ARENA_TEXT " unless told otherwise");
   AddHelpLine(&text, "--snapshot FILE", "answer from a saved arena; nothing that changes there is kept");
   AddHelpLine(&text, "--trust USER", "believe an engine of that user as well, beside this user's and root's");
+  AddHelpLine(&text, "--raw", "control characters and newlines of the engine's texts as they are");
+  AddHelpLine(&text, "NQE_ARENA", "in the environment: as --arena, where neither option is given");
+  AddHelpLine(&text, "NQE_SNAPSHOT", "in the environment: as --snapshot, where neither option is given");
   return text;
+}
+
+void CheckKeptEngine() {
+  if (g_kept != nullptr && g_kept->role() == Arena::Role::kClient && !g_kept->EngineAlive() &&
+      Arena::IsHeld(g_keptPath))
+    throw EngineReplaced();
 }
 
 Arena &Attach(const Place &place) {
   const std::string path = place.saved()         ? place.snapshot
                            : place.arena.empty() ? host::DefaultArena()
                                                  : place.arena;
-  Arena &arena =
-      *Arena::Attach(path, place.saved() ? Arena::Access::kSnapshot : Arena::Access::kLive).release();
+  if (g_kept != nullptr && g_keptPath == path &&
+      place.saved() == (g_kept->role() == Arena::Role::kSnapshot)) {
+    if (place.saved() || g_kept->EngineAlive()) return *g_kept;
+    if (Arena::IsHeld(path)) throw EngineReplaced();
+    throw HostError("the engine at " + path + " is gone");
+  }
+  delete g_kept;
+  g_kept = nullptr;
+  g_kept = Arena::Attach(path, place.saved() ? Arena::Access::kSnapshot : Arena::Access::kLive).release();
+  g_keptPath = path;
+  Arena &arena = *g_kept;
   Arena::SetCurrent(&arena);
   // A saved arena still knows the socket of its engine; what is asked of a copy must not reach that engine.
   host::SetEngineChannel(place.saved() ? NoEngine : host::SocketChannel(arena.socketPath()));

@@ -1,12 +1,10 @@
 #include "tools/nqecli/catalog.h"
 
 #include <algorithm>
-#include <cctype>
 #include <charconv>
 #include <optional>
 
 #include "host/base/host_error.h"
-#include "host/base/near_name.h"
 #include "host/base/words.h"
 #include "qdt/cli.h"
 
@@ -86,19 +84,6 @@ std::optional<TableInfo> Catalog::Find(std::string_view nameOrId) const {
     if (id ? line.id == *id : line.name == nameOrId) return InfoOf(LinesOf(lines_, line.id));
   }
   return std::nullopt;
-}
-
-std::optional<TableInfo> Catalog::Nearest(std::string_view name) const {
-  // What people mistype without noticing.
-  std::string folded(name);
-  for (char &c : folded) c = c == '-' ? '_' : static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  if (auto meant = Find(folded)) return meant;
-  host::NearName near(folded);
-  std::string_view nearest;
-  for (const TableLine &line : lines_) {
-    if (near.Offer(line.name)) nearest = line.name;
-  }
-  return nearest.empty() ? std::nullopt : Find(nearest);
 }
 
 std::vector<TableInfo> Catalog::Tables() const {

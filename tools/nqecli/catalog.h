@@ -37,9 +37,6 @@ class Catalog {
   // By name or by number; nothing when there is none.
   std::optional<TableInfo> Find(std::string_view nameOrId) const;
 
-  // The table whose name is nearest to a mistyped one; nothing when none is near.
-  std::optional<TableInfo> Nearest(std::string_view name) const;
-
   // In order of id.
   std::vector<TableInfo> Tables() const;
 

@@ -60,8 +60,7 @@ uint64_t PrintLines(StandardOut *out, const host::RecordSource &source) {
 
 }  // namespace
 
-ExitCode Check(const Place &place, std::span<char *const> all) {
-  const DataWords words(place, all, kOptionJson);
+ExitCode Check(const DataWords &words) {
   if (!words.words.empty()) throw host::HostError("check takes no words; try --help");
   const auto source = OpenSource(words.place);
   uint64_t count = 0;

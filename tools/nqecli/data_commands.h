@@ -1,27 +1,29 @@
 #ifndef TOOLS_NQECLI_DATA_COMMANDS_H_
 #define TOOLS_NQECLI_DATA_COMMANDS_H_
 
-#include <span>
-
-#include "tools/nqecli/attach.h"
 #include "tools/nqecli/output.h"
 
-// The commands that show the engine's state as data, one source each. They get the words behind their name.
+// The commands that run in the tool itself, one source each. They get the words behind their name.
 namespace qdt::nqecli {
 
-ExitCode Check(const Place &place, std::span<char *const> words);
-ExitCode Diff(const Place &place, std::span<char *const> words);
-ExitCode Explain(const Place &place, std::span<char *const> words);
-ExitCode Export(const Place &place, std::span<char *const> words);
-ExitCode Fields(const Place &place, std::span<char *const> words);
-ExitCode Find(const Place &place, std::span<char *const> words);
-ExitCode List(const Place &place, std::span<char *const> words);
-ExitCode Regions(const Place &place, std::span<char *const> words);
-ExitCode Schema(const Place &place, std::span<char *const> words);
-ExitCode Show(const Place &place, std::span<char *const> words);
-ExitCode Statistics(const Place &place, std::span<char *const> words);
-ExitCode Usage(const Place &place, std::span<char *const> words);
-ExitCode Watch(const Place &place, std::span<char *const> words);
+struct DataWords;
+
+ExitCode AskEngine(const DataWords &words);
+ExitCode Check(const DataWords &words);
+ExitCode Diff(const DataWords &words);
+ExitCode Explain(const DataWords &words);
+ExitCode Export(const DataWords &words);
+ExitCode Fields(const DataWords &words);
+ExitCode Find(const DataWords &words);
+ExitCode List(const DataWords &words);
+ExitCode Regions(const DataWords &words);
+ExitCode Schema(const DataWords &words);
+ExitCode Snapshot(const DataWords &words);
+ExitCode Show(const DataWords &words);
+ExitCode Statistics(const DataWords &words);
+ExitCode Tables(const DataWords &words);
+ExitCode Usage(const DataWords &words);
+ExitCode Watch(const DataWords &words);
 
 }  // namespace qdt::nqecli
 

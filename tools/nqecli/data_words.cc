@@ -3,6 +3,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <charconv>
 
 #include "host/base/host_error.h"
@@ -19,16 +20,26 @@ using host::RecordFormat;
 struct Flag {
   DataOption option;
   std::string_view name;
+  std::string_view value;  // what stands behind it; empty: nothing
+  std::string_view help;
 };
 
+// In the order of help texts.
 constexpr Flag kFlags[] = {
-    {kOptionJson, "--json"}, {kOptionLines, "--ndjson"}, {kOptionCsv, "--csv"},
-    {kOptionYaml, "--yaml"}, {kOptionCount, "--count"},  {kOptionCounters, "--counters"},
-};
-
-constexpr Flag kValues[] = {
-    {kOptionFields, "--fields"}, {kOptionSort, "--sort"}, {kOptionLimit, "--limit"},
-    {kOptionWarn, "--warn"},     {kOptionInterval, "-i"}, {kOptionTimes, "--times"},
+    {kOptionJson, "--json", "", "as one JSON document"},
+    {kOptionLines, "--ndjson", "", "as JSON, a record a line"},
+    {kOptionCsv, "--csv", "", "as CSV, a record a row behind the names"},
+    {kOptionYaml, "--yaml", "", "as a scenario that nqed loads"},
+    {kOptionFields, "--fields", "F,..", "these fields alone, in this order (\"nqecli fields TABLE\")"},
+    {kOptionSort, "--sort", "F", "in the order of a field; -F backwards"},
+    {kOptionLimit, "--limit", "N", "no more than so many"},
+    {kOptionCount, "--count", "", "only how many there are"},
+    {kOptionCounters, "--counters", "", "compare counters and times as well"},
+    {kOptionWarn, "--warn", "PERCENT", "exit code 1 when a table is as full as that"},
+    {kOptionInterval, "-i", "SECONDS", "again and again, with so many seconds between"},
+    {kOptionTimes, "--times", "N", "so many times"},
+    {kOptionKeys, "--keys", "", "what the diag command takes as keys, and its flag"},
+    {kOptionInfo, "--info", "FILE", "tell what a copy is instead of making one"},
 };
 
 uint64_t ReadNumber(std::string_view option, const std::string &text, uint64_t least, uint64_t most) {
@@ -67,6 +78,9 @@ void SetFlag(DataWords *words, const Flag &flag) {
     case kOptionCount:
       words->count = true;
       return;
+    case kOptionKeys:
+      words->keys = true;
+      return;
     default:
       words->counters = true;
   }
@@ -86,6 +100,10 @@ void SetValue(DataWords *words, const Flag &flag, const std::string &value) {
     case kOptionWarn:
       words->warn = static_cast<uint32_t>(ReadNumber(flag.name, value, 1, 100));
       return;
+    case kOptionInfo:
+      if (!words->info.empty()) throw HostError("snapshot --info takes one file; try --help");
+      words->info = value;
+      return;
     case kOptionInterval:
       words->interval = ReadSeconds(value);
       return;
@@ -100,39 +118,73 @@ bool IsNegativeNumber(std::string_view word) {
 }
 
 bool TakeFlag(host::Arguments *arguments, DataWords *words, uint32_t takes) {
-  for (const Flag &flag : kFlags) {
-    if ((takes & flag.option) == 0 || !arguments->Take(flag.name)) continue;
-    SetFlag(words, flag);
-    return true;
-  }
   std::string value;
-  for (const Flag &flag : kValues) {
-    if ((takes & flag.option) == 0 || !arguments->TakeValue(flag.name, &value)) continue;
-    SetValue(words, flag, value);
+  for (const Flag &flag : kFlags) {
+    if ((takes & flag.option) == 0) continue;
+    if (flag.value.empty()) {
+      if (!arguments->Take(flag.name)) continue;
+      SetFlag(words, flag);
+    } else {
+      if (!arguments->TakeValue(flag.name, &value)) continue;
+      SetValue(words, flag, value);
+    }
     return true;
   }
   return false;
 }
 
+[[noreturn]] void FailOption(std::string_view option, uint32_t takes) {
+  host::NearName near(option);
+  std::string_view nearest;
+  for (const std::string_view each : OptionNames(takes)) {
+    if (near.Offer(each)) nearest = each;
+  }
+  throw HostError("unknown option " + Quoted(option) + host::DidYouMean(nearest, "try --help"));
+}
+
 }  // namespace
+
+std::vector<std::string_view> OptionNames(uint32_t takes) {
+  std::vector<std::string_view> names;
+  for (const Flag &flag : kFlags) {
+    if ((takes & flag.option) != 0) names.push_back(flag.name);
+  }
+  return names;
+}
+
+std::string_view OptionAbout(std::string_view name) {
+  const auto flag = std::ranges::find(kFlags, name, &Flag::name);
+  return flag == std::end(kFlags) ? std::string_view() : flag->help;
+}
+
+bool OptionHasValue(std::string_view name) {
+  const auto flag = std::ranges::find(kFlags, name, &Flag::name);
+  return flag != std::end(kFlags) && !flag->value.empty();
+}
+
+std::string OptionHelp(uint32_t takes) {
+  std::string text;
+  for (const Flag &flag : kFlags) {
+    if ((takes & flag.option) == 0) continue;
+    std::string usage(flag.name);
+    if (!flag.value.empty()) usage += ' ' + std::string(flag.value);
+    AddHelpLine(&text, std::move(usage), std::string(flag.help));
+  }
+  return text;
+}
 
 DataWords::DataWords(const Place &given, std::span<char *const> all, uint32_t takes) : place(given) {
   host::Arguments arguments(all);
-  while (!arguments.empty()) {
-    if (!arguments.AtOption() || IsNegativeNumber(arguments.front())) {
+  const bool asTyped = (takes & kOptionsOfOthers) != 0;
+  for (bool options = true; !arguments.empty();) {
+    if (options && TakePlace(&arguments, &place)) continue;
+    if (options && !asTyped && arguments.Take("--")) {
+      options = false;
+    } else if (asTyped || !options || !arguments.AtOption() || IsNegativeNumber(arguments.front())) {
       words.emplace_back(arguments.front());
       arguments.Take(arguments.front());
-    } else if (!TakePlace(&arguments, &place) && !TakeFlag(&arguments, this, takes)) {
-      host::NearName near(arguments.front());
-      std::string_view nearest;
-      for (const std::span<const Flag> flags :
-           {std::span<const Flag>(kFlags), std::span<const Flag>(kValues)}) {
-        for (const Flag &flag : flags) {
-          if ((takes & flag.option) != 0 && near.Offer(flag.name)) nearest = flag.name;
-        }
-      }
-      throw HostError("unknown option " + Quoted(arguments.front()) +
-                      host::DidYouMean(nearest, "try --help"));
+    } else if (!TakeFlag(&arguments, this, takes)) {
+      FailOption(arguments.front(), takes);
     }
   }
 }
@@ -143,21 +195,15 @@ std::unique_ptr<host::RecordSource> OpenSource(const Place &place) {
   return host::RecordSource::OfEngine(place.arena.empty() ? host::DefaultArena() : place.arena, layout);
 }
 
-const host::TableLayout &TableOf(std::string_view name) {
+const host::TableLayout &TableOf(std::string_view name, uint32_t uses) {
   const host::Layout &layout = host::Layout::BuiltIn();
   const host::TableLayout *table = layout.FindTable(name);
   if (table == nullptr) {
-    host::NearName near(name);
-    std::string_view nearest;
-    for (const host::TableLayout &other : layout.tables()) {
-      if (!other.fields.empty() && near.Offer(other.shortName)) nearest = other.shortName;
-    }
-    throw HostError("unknown table " + Quoted(name) +
-                    host::DidYouMean(nearest, "\"nqecli usage\" lists them"));
+    throw HostError("unknown table " + Quoted(name) + TableHint(name, uses, kTablesHelp));
   }
   if (table->fields.empty())
     throw HostError("nothing is known of the fields of table " + std::string(name) +
-                    ", so that it cannot be read");
+                    ", so that it cannot be read" + TableHint(name, uses, kTablesHelp));
   return *table;
 }
 
@@ -192,6 +238,7 @@ void AppendPlace(const host::TableLayout *table, const host::RegionLayout *regio
 void StandardOut::Write(std::string_view text) { WriteOut(text); }
 
 uint32_t TerminalWidth() {
+  if (CurrentSink() != nullptr && !CurrentSink()->IsTerminal()) return 0;
   winsize size = {};
   if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0) return 0;
   return size.ws_col;

@@ -13,6 +13,7 @@
 #include "host/record/record_source.h"
 #include "tools/nqecli/attach.h"
 #include "tools/nqecli/output.h"
+#include "tools/nqecli/table_names.h"
 
 namespace qdt::nqecli {
 
@@ -30,12 +31,24 @@ enum DataOption : uint32_t {
   kOptionWarn = 1 << 9,
   kOptionInterval = 1 << 10,  // -i SECONDS
   kOptionTimes = 1 << 11,
+  kOptionKeys = 1 << 12,
+  kOptionInfo = 1 << 13,  // --info FILE
+  // It works on no engine.
+  kOptionsNoPlace = 1u << 30,
+  // All words but the place are for somebody else, who reads options as well.
+  kOptionsOfOthers = 1u << 31,
 };
 constexpr uint32_t kOptionForms = kOptionJson | kOptionLines | kOptionCsv;
 constexpr uint32_t kListOptions =
     kOptionForms | kOptionYaml | kOptionFields | kOptionSort | kOptionLimit | kOptionCount;
 
-// The words of a command that shows data: options stand anywhere among the others.
+// The names of options, and their lines for a help text.
+std::vector<std::string_view> OptionNames(uint32_t takes);
+std::string OptionHelp(uint32_t takes);
+std::string_view OptionAbout(std::string_view name);
+bool OptionHasValue(std::string_view name);
+
+// The words of a command: options stand anywhere among the others, up to "--".
 struct DataWords {
   Place place;
   std::vector<std::string> words;  // all that are no options
@@ -48,6 +61,8 @@ struct DataWords {
   uint32_t warn = 0;    // percent; 0 when not given
   double interval = 0;  // seconds; 0 when not given
   uint64_t times = 0;   // 0 when not given
+  bool keys = false;
+  std::string info;  // file; empty when not given
 
   // Throws HostError for an option that the command does not take.
   DataWords(const Place &given, std::span<char *const> all, uint32_t takes);
@@ -56,8 +71,9 @@ struct DataWords {
 // Where the records are read: of the place's engine, or of its saved arena.
 std::unique_ptr<host::RecordSource> OpenSource(const Place &place);
 
-// The table of a name, with fields. Throws HostError with the name that was meant.
-const host::TableLayout &TableOf(std::string_view name);
+// The table of a name, with fields. Throws HostError with what was meant among what is good for one of
+// `uses`.
+const host::TableLayout &TableOf(std::string_view name, uint32_t uses = kUseList);
 
 // Where a value stands, as members of an object: {"table": "fib", "id": 1, "key": {...}}, or {"region":
 // "..."}. The key is left out where it is null.

@@ -23,11 +23,11 @@ std::unique_ptr<RecordSource> OpenSide(const Place &place, const std::string &wo
 
 }  // namespace
 
-ExitCode Diff(const Place &place, std::span<char *const> all) {
-  const DataWords words(place, all, kOptionJson | kOptionCounters);
+ExitCode Diff(const DataWords &words) {
   if (words.words.size() < 2 || words.words[0].empty() || words.words[1].empty())
     throw HostError("diff takes two snapshots, or a snapshot and the word live; try --help");
-  if (words.place.saved()) throw HostError("diff names both its sides itself; leave --snapshot out");
+  if (words.place.saved() && !words.place.fromEnvironment)
+    throw HostError("diff names both its sides itself; leave --snapshot out");
   const host::Layout &layout = host::Layout::BuiltIn();
   host::DiffRequest request;
   if (words.words.size() == 2) request = host::DiffRequest::Whole(layout);

@@ -159,8 +159,7 @@ uint32_t ReadVpn(std::string_view word) {
 
 }  // namespace
 
-ExitCode Explain(const Place &place, std::span<char *const> all) {
-  const DataWords words(place, all, kOptionJson | kOptionLimit);
+ExitCode Explain(const DataWords &words) {
   if (words.words.empty() || words.words.size() > 2)
     throw HostError("explain takes an IPv4, IPv6 or MAC address, and vpn=N where that is not 0");
   const std::string &address = words.words.front();

@@ -93,8 +93,7 @@ Moment OpenMoment(const Place &place, const std::string &file, bool isFile) {
 
 }  // namespace
 
-ExitCode Export(const Place &place, std::span<char *const> all) {
-  const DataWords words(place, all, 0);
+ExitCode Export(const DataWords &words) {
   if (words.words.size() != 1 || words.words.front().empty())
     throw HostError("export takes the name of the file to write, or -; try --help");
   const std::string &file = words.words.front();

@@ -120,13 +120,13 @@ void PrintJson(const host::TableLayout *table, const host::RegionLayout *region,
 
 }  // namespace
 
-ExitCode Fields(const Place &place, std::span<char *const> all) {
-  const DataWords words(place, all, kOptionJson);
+ExitCode Fields(const DataWords &words) {
   if (words.words.size() != 1)
-    throw host::HostError("fields takes the name of a table or region; \"nqecli usage\" lists the tables");
+    throw host::HostError(
+        "fields takes the name of a table or region; \"nqecli tables\" and \"nqecli regions\" list them");
   const std::string &name = words.words.front();
   const host::RegionLayout *region = host::Layout::BuiltIn().FindRegion(name);
-  const host::TableLayout *table = region == nullptr ? &TableOf(name) : nullptr;
+  const host::TableLayout *table = region == nullptr ? &TableOf(name, kUseList | kUseRegion) : nullptr;
   const host::RecordShape shape =
       table != nullptr ? host::RecordShape::Whole(*table) : host::RecordShape::Whole(*region);
   const std::vector<Row> rows = RowsOf(shape);

@@ -80,8 +80,7 @@ void PrintLines(StandardOut *out, const host::RecordSource &source, const host::
 
 }  // namespace
 
-ExitCode Find(const Place &place, std::span<char *const> all) {
-  const DataWords words(place, all, kOptionJson | kOptionLimit);
+ExitCode Find(const DataWords &words) {
   if (words.words.size() != 1) {
     throw host::HostError(
         "find takes one value: an IPv4 or IPv6 address or prefix, a MAC address, an interface index or a "

@@ -35,9 +35,8 @@ void PrintCount(const TableLayout &table, uint64_t count, RecordFormat format) {
 
 }  // namespace
 
-ExitCode List(const Place &place, std::span<char *const> all) {
-  const DataWords words(place, all, kListOptions);
-  if (words.words.empty()) throw HostError("list what? Name a table; \"nqecli usage\" lists them");
+ExitCode List(const DataWords &words) {
+  if (words.words.empty()) throw HostError("list what? Name a table; " + std::string(kTablesHelp));
   const TableLayout &table = TableOf(words.words.front());
   host::ListRequest request;
   request.table = &table;

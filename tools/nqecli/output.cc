@@ -11,11 +11,32 @@
 #include <exception>
 #include <iterator>
 #include <string>
+#include <utility>
 
 #include "host/base/fd.h"
+#include "tools/nqecli/shown_text.h"
 
 namespace qdt::nqecli {
 namespace {
+
+OutputSink *g_sink = nullptr;
+
+bool IsTerminal() {
+  static const bool isTerminal = isatty(STDOUT_FILENO) != 0;
+  return isTerminal;
+}
+
+std::string g_carry;  // the beginning of a character that is to be written
+
+// The text as standard output gets it; `room` keeps it where it changes. Whether that is a terminal is only
+// asked where it matters: most answers are plain.
+std::string_view Shown(std::string_view text, std::string *room) {
+  if (g_carry.empty() && IsHarmless(text, true)) return text;
+  const bool forTerminal = IsTerminal();
+  if (g_carry.empty() && IsHarmless(text, forTerminal)) return text;
+  *room = ShownText(text, forTerminal, &g_carry);
+  return *room;
+}
 
 // Writes a text and what ends it.
 bool WriteAll(int fd, std::string_view text, std::string_view end = {}) {
@@ -40,15 +61,36 @@ bool WriteAll(int fd, std::string_view text, std::string_view end = {}) {
 
 }  // namespace
 
+void SetOutputSink(OutputSink *sink) { g_sink = sink; }
+const OutputSink *CurrentSink() { return g_sink; }
+
 bool WriteAnswer(std::string_view text) {
   if (text.empty()) return true;
-  if (WriteAll(STDOUT_FILENO, text, text.back() == '\n' ? "" : "\n")) return true;
+  if (g_sink != nullptr) {
+    WriteOut(text);
+    if (text.back() != '\n') g_sink->Write("\n");
+    return true;
+  }
+  const std::string_view end = text.back() == '\n' ? "" : "\n";
+  std::string shown;
+  text = Shown(text, &shown);
+  // A character that the answer breaks off in.
+  if (!g_carry.empty()) {
+    shown += EscapedBytes(std::exchange(g_carry, {}));
+    text = shown;
+  }
+  if (WriteAll(STDOUT_FILENO, text, end)) return true;
   // Whoever closes a pipe early has seen enough.
   if (errno != EPIPE) WriteError(std::string("cannot write the answer: ") + std::strerror(errno));
   return false;
 }
 
 void WriteOut(std::string_view text) {
+  // What is for the terminal in the end is the sink's to know.
+  if (g_sink != nullptr)
+    return g_sink->Write(IsHarmless(text, false) ? text : ShownText(text, false, &g_carry));
+  std::string shown;
+  text = Shown(text, &shown);
   if (WriteAll(STDOUT_FILENO, text)) return;
   if (errno == EPIPE) throw OutputClosed();
   throw host::SystemError("cannot write the answer");

@@ -15,6 +15,22 @@ enum ExitCode : int {
   kUnusable = 2,  // bad usage, no engine, or the answer could not be written
 };
 
+// Takes answers in place of standard output, for who shows them in parts.
+class OutputSink {
+ public:
+  // May throw OutputClosed when no more is wanted.
+  virtual void Write(std::string_view text) = 0;
+  // Whether lines are better cut at the width of the terminal.
+  virtual bool IsTerminal() const = 0;
+
+ protected:
+  ~OutputSink() = default;
+};
+
+// Null: standard output again.
+void SetOutputSink(OutputSink *sink);
+const OutputSink *CurrentSink();
+
 // Writes the answer as it is, with one newline behind it when it lacks one; nothing for an empty answer.
 // False when standard output does not take it; that has been said on standard error then, except for a closed
 // pipe.

@@ -3,8 +3,10 @@
 #include <string>
 
 #include "host/arena/arena.h"
+#include "host/base/host_error.h"
 #include "host/library/services.h"
 #include "qdt/tables.h"
+#include "tools/nqecli/shown_text.h"
 
 namespace qdt::nqecli {
 namespace {
@@ -64,7 +66,25 @@ ExitCode CodeOf(std::string_view name, const host::Answer &answer, bool isUsage)
 
 }  // namespace
 
+namespace {
+
+// The packet trace reads one word of a name; names of several are set another way.
+void HintAtLongNames(const host::EntryPoint &entry, std::span<char *const> words) {
+  if (std::string_view(entry.name) != "pkt_trace" || words.size() < 4) return;
+  if (std::string_view(words[1]) != "set" || std::string_view(words[2]) != "discard_type") return;
+  std::string name = words[3];
+  for (const char *word : words.subspan(4)) name += std::string(" ") + word;
+  if (name.find(' ') == name.npos) return;
+  WriteError(
+      "pkt_trace reads one word of a name; a name of several takes nqecli agent debug-pkt enable=true "
+      "discard-type=" +
+      host::Quoted(name) + ", which replaces all conditions");
+}
+
+}  // namespace
+
 ExitCode RunFamily(const host::EntryPoint &entry, std::span<char *const> words) {
+  const MarkedTexts marked;
   host::Answer answer = host::RunEntryPoint(entry, words);
   if (!WriteAnswer(answer.text)) return kUnusable;
   // A family asked with its name alone prints its usage list; it prints the same for words that are no
@@ -76,10 +96,13 @@ ExitCode RunFamily(const host::EntryPoint &entry, std::span<char *const> words) 
     answer.text = kept;
     isUsage = kept.ends_with(host::RunEntryPoint(entry, words.first(1)).text);
   }
-  return CodeOf(entry.name, answer, isUsage);
+  const ExitCode code = CodeOf(entry.name, answer, isUsage);
+  HintAtLongNames(entry, words);
+  return code;
 }
 
 ExitCode RunTableQuery(const host::TableQuery &ask) {
+  const MarkedTexts marked;
   const host::Answer answer = host::AnswerTableQuery(ask, WriteOut);
   if (!WriteAnswer(answer.text)) return kUnusable;
   return CodeOf("show", answer, false);

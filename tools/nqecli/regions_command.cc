@@ -124,8 +124,7 @@ ExitCode ShowRegion(const RecordSource &source, const DataWords &words) {
 
 }  // namespace
 
-ExitCode Regions(const Place &place, std::span<char *const> all) {
-  const DataWords words(place, all, kOptionForms | kOptionFields);
+ExitCode Regions(const DataWords &words) {
   if (words.words.size() > 1) throw HostError("regions takes the name of one region");
   const bool one = !words.words.empty();
   if (!one && (!words.fields.empty() ||

@@ -8,8 +8,7 @@
 
 namespace qdt::nqecli {
 
-ExitCode Schema(const Place &place, std::span<char *const> all) {
-  const DataWords words(place, all, kOptionJson);
+ExitCode Schema(const DataWords &words) {
   if (words.words.size() > 1) throw host::HostError("schema takes one table or region, or none; try --help");
   const host::Layout &layout = host::Layout::BuiltIn();
   StandardOut out;
@@ -18,7 +17,7 @@ ExitCode Schema(const Place &place, std::span<char *const> all) {
   } else if (const host::RegionLayout *region = layout.FindRegion(words.words.front())) {
     WriteRegionSchema(&out, layout, *region);
   } else {
-    WriteTableSchema(&out, layout, TableOf(words.words.front()));
+    WriteTableSchema(&out, layout, TableOf(words.words.front(), kUseList | kUseRegion));
   }
   out.Put('\n');
   out.Spill();

@@ -11,6 +11,7 @@
 #include "tools/nqecli/data_commands.h"
 #include "tools/nqecli/data_words.h"
 #include "tools/nqecli/query.h"
+#include "tools/nqecli/table_names.h"
 
 namespace qdt::nqecli {
 namespace {
@@ -21,12 +22,8 @@ using host::RecordShape;
 using host::TableQuery;
 
 TableInfo FindView(std::string_view name) {
-  const Catalog catalog;
-  if (auto table = catalog.Find(name)) return *table;
-  const auto near = catalog.Nearest(name);
-  throw HostError(
-      "unknown table " + Quoted(name) +
-      (near ? "; did you mean " + std::string(near->name) + "?" : "; \"nqecli tables\" lists them"));
+  if (auto table = Catalog().Find(name)) return *table;
+  throw HostError("unknown table " + Quoted(name) + TableHint(name, kUseShow, kTablesHelp));
 }
 
 // `keys` outlive the query.
@@ -70,15 +67,15 @@ ExitCode ShowRecords(const TableQuery &ask, const TableInfo &table, const DataWo
 
 }  // namespace
 
-ExitCode Show(const Place &place, std::span<char *const> all) {
-  DataWords words(place, all, kOptionForms | kOptionFields);
-  if (words.words.empty()) throw HostError("show what? Name a table; \"nqecli tables\" lists them");
+ExitCode Show(const DataWords &words) {
+  if (words.words.empty()) throw HostError("show what? Name a table; " + std::string(kTablesHelp));
   const bool asText = words.format == host::RecordFormat::kColumns;
   if (asText && !words.fields.empty())
     throw HostError("--fields chooses fields of records (add --json, --ndjson or --csv)");
   const TableInfo table = FindView(words.words.front());
   std::vector<char *> given;
-  for (std::string &word : std::span(words.words).subspan(1)) given.push_back(word.data());
+  for (const std::string &word : std::span(words.words).subspan(1))
+    given.push_back(const_cast<char *>(word.c_str()));
   const std::array<std::string, kKeyCount> keys = PlaceKeys(table, given);
   const TableQuery ask = QueryOf(table, keys);
   Attach(words.place);

@@ -321,8 +321,21 @@ constexpr char kHelp[] =
     "       nqecli sql --schema [TABLE]\n"
     "\n"
     "Asks the engine's tables in SQL; without STATEMENTS they are read from standard input.\n"
-    "--snapshot 'DIR/*.snapshot' reads many saved arenas, whose names stand in the column arena.\n"
-    "--frozen answers from one moment of a running engine.\n";
+    "\n"
+    "options:\n"
+    "  --json, --ndjson, --csv, --column\n"
+    "                       the form of the answer; columns unless told otherwise\n"
+    "  --frozen             answer from one moment of a running engine\n"
+    "  --schema [TABLE]     the tables as SQL\n";
+
+constexpr char kMoreHelp[] =
+    "  With --snapshot 'DIR/*.snapshot' many saved arenas are read, whose names stand in the column arena.\n"
+    "\n"
+    "examples:\n"
+    "  nqecli sql \"SELECT next_hop, dmac FROM arp WHERE valid = 1\"\n"
+    "  nqecli sql --schema arp\n"
+    "\n"
+    "exit codes: 0 an answer, 2 bad usage, no engine, or a statement that failed\n";
 
 struct Words {
   Place place;
@@ -362,8 +375,9 @@ Words ReadWords(host::Arguments arguments) {
 }
 
 ExitCode Sql(host::Arguments arguments) {
-  const Words words = ReadWords(arguments);
-  if (words.help) return Print(kHelp);
+  Words words = ReadWords(arguments);
+  if (words.help) return Print(kHelp + PlaceHelp() + kMoreHelp);
+  TakeEnvironment(&words.place);
   if (words.plain.size() > 1) throw HostError("sql takes one text of statements; put it between quotes");
   const bool many = words.place.snapshot.find_first_of("*?[") != std::string::npos;
   if (words.schema) return Print(host::SqlSchema(words.plain.empty() ? "" : words.plain.front(), many));

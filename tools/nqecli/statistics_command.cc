@@ -87,8 +87,7 @@ void PrintColumns(const CounterList &list, StandardOut *out) {
 
 }  // namespace
 
-ExitCode Statistics(const Place &place, std::span<char *const> all) {
-  const DataWords words(place, all, kOptionJson | kOptionCsv);
+ExitCode Statistics(const DataWords &words) {
   if (words.words.size() > 1)
     throw host::HostError("statistics takes one pattern of names (quote one with blanks)");
   const std::string pattern = words.words.empty() ? "" : words.words.front();

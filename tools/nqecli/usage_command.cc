@@ -62,8 +62,7 @@ void PrintColumns(const std::vector<TableUsage> &tables) {
 
 }  // namespace
 
-ExitCode Usage(const Place &place, std::span<char *const> all) {
-  const DataWords words(place, all, kOptionJson | kOptionWarn);
+ExitCode Usage(const DataWords &words) {
   if (!words.words.empty()) throw host::HostError("usage takes no words; try --help");
   const std::vector<TableUsage> tables = UsageOf(*OpenSource(words.place));
   words.format == host::RecordFormat::kJson ? PrintJson(tables) : PrintColumns(tables);

@@ -196,8 +196,11 @@ class WatchLoop {
 
 }  // namespace
 
-ExitCode Watch(const Place &place, std::span<char *const> all) {
-  const WatchRequest request(place, all);
+ExitCode Watch(const DataWords &words) {
+  std::vector<std::string> own = words.words;
+  std::vector<char *> pointers;
+  for (std::string &word : own) pointers.push_back(word.data());
+  const WatchRequest request(words.place, pointers);
   return WatchLoop(request).Run();
 }
 
