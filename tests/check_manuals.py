@@ -60,11 +60,21 @@ def help_of(program):
     return done.stdout
 
 
+def helps_of(program):
+    """With those of its commands, which have options of their own."""
+    text = help_of(program)
+    for command in re.findall(r"^  ([a-z]+) .*[a-z]", text, re.M) if program.name == "nqecli" else ():
+        done = subprocess.run([program, command, "--help"], capture_output=True, text=True, check=False)
+        if done.stdout.startswith(f"usage: nqecli {command}"):
+            text += done.stdout
+    return text
+
+
 def options_of_code(folder):
     """What the sources compare words with. Of the table of options those count that a command takes."""
     text = "\n".join(file.read_text() for file in sorted(folder.glob("*.cc")))
     taken = set(re.findall(r'(?:Take|TakeValue|TakeNumber|take)\((?:&arguments, )?"(--[a-z-]+)"', text))
-    used = "\n".join(file.read_text() for file in folder.glob("*_command.cc"))
+    used = "\n".join(file.read_text() for file in (*folder.glob("*_command.cc"), *folder.glob("commands.cc")))
     for option, name in re.findall(r'\{(kOption\w+), "(--[a-z-]+)"\}', text):
         if option in used:
             taken.add(name)
@@ -77,7 +87,7 @@ def programs(source, binaries):
         if not (binaries / name).exists():
             print(f"{name} is not built")
             continue
-        told, manual = set(OPTION.findall(help_of(binaries / name))), options_of_page(text_of(source, page))
+        told, manual = set(OPTION.findall(helps_of(binaries / name))), options_of_page(text_of(source, page))
         code = options_of_code(source / "tools" / name) - INTERNAL.get(name, set())
         if len(told) < 3 or len(code) < 3:
             yield f"{name}: only {sorted(told)} and {sorted(code)} are found"

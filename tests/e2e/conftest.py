@@ -68,6 +68,11 @@ class Result:
         assert (self.code, self.out, self.err) == (0, text, ""), self
         return self
 
+    def refused(self, text):
+        """Asserts the whole answer, which only says what was wrong."""
+        assert (self.code, self.out, self.err) == (1, text, ""), self
+        return self
+
     def failed(self, *parts, code=2, tool="nqecli"):
         """Asserts one line on standard error that holds the parts, and nothing on standard output."""
         assert self.code == code, self
@@ -156,6 +161,7 @@ class Engine:
         self.linux = None  # the options that have it mirror the kernel, in place of the scenario
         self.process = None
         self.ready_line = None
+        self.trusted = ()  # options that have the tool believe an engine of another user
 
     def spawn(self, *words, stderr=subprocess.PIPE):
         """Starts the process without waiting for anything."""
@@ -201,7 +207,7 @@ class Engine:
         return sorted(entry.name for entry in self.directory.iterdir() if entry != self.scenario)
 
     def cli(self, *words, **options):
-        return nqecli("--arena", self.arena, *words, **options)
+        return nqecli(*self.trusted, "--arena", self.arena, *words, **options)
 
     def client(self):
         return Client(self.socket)

@@ -26,6 +26,7 @@ OPTIONS = """\
 options:
   --arena PATH         the engine's arena, /dev/shm/nqe.arena unless told otherwise
   --snapshot FILE      answer from a saved arena; nothing that changes there is kept
+  --trust USER         believe an engine of that user as well, beside this user's and root's
   --raw                control characters and newlines of the engine's texts as they are
   NQE_ARENA            in the environment: as --arena, where neither option is given
   NQE_SNAPSHOT         in the environment: as --snapshot, where neither option is given

@@ -61,12 +61,13 @@ def test_what_is_switched_shows(site):
     ["egn-dbg-switch-set", "level=error"], ["egn-stat-switch-set"], ["egn-detect-threshold-set"], ["egn-stat-reset"],
 ])
 def test_help_without_parameters(site, words):
-    site.engine.cli("agent", *words).answered(EGN_HELP)
+    # The usage in place of an answer: that is a failure.
+    site.engine.cli("agent", *words).refused(EGN_HELP)
     site.engine.cli("agent", "egn-info-query", "info-type=status").answered(status())
 
 
 def test_a_refusal_is_the_engines_answer(site):
-    site.engine.cli("agent", "egn-info-query", "info-type=weather").answered(
+    site.engine.cli("agent", "egn-info-query", "info-type=weather").refused(
         'egn display what? The engine knows: status, application, statistic, not "weather"\n')
 
 

@@ -515,6 +515,7 @@ def test_without_rights_all_but_connections_is_shown(pair):
     pair.near.ip(ROUTES)
     with engine_place() as place:
         os.chown(place.directory, 65534, 65534)
+        place.trusted = ("--trust", "65534")
         errors = place.directory / "scenario.yaml"
         with open(errors, "w") as file:
             # In the namespace already: to enter it by its name takes rights.

@@ -53,9 +53,9 @@ def test_options_stand_anywhere(campus):
 
 
 @pytest.mark.parametrize("words, line", [
-    (["list"], 'list what? Name a table; "nqecli usage" lists them'),
+    (["list"], 'list what? Name a table; "nqecli tables" lists them'),
     (["list", "nph"], 'unknown table "nph" (did you mean nhp?)'),
-    (["list", "temperature"], 'unknown table "temperature" ("nqecli usage" lists them)'),
+    (["list", "temperature"], 'unknown table "temperature" ("nqecli tables" lists them)'),
     (["list", "aspf_policy"], "nothing is known of the fields of table aspf_policy, so that it cannot be read"),
     (["list", "nhp", "indx=1"], 'nhp has no field "indx" (did you mean index?)'),
     (["list", "nhp", "--fields", "indx"], 'nhp has no field "indx" (did you mean index?)'),

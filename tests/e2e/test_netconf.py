@@ -44,6 +44,9 @@ def handlers():
 SILENT = {"sysstat-reset", "debug-pkt", "reset-session", "reset-server-map"}
 REQUIRED = {"cmdline": {"cmdline": "diag search nqpTable 1 0 1001 0 0"}, "trace-pkt-query": {"index": "0"},
             "sysstat-query": {"type": "all"}}
+# What wants parameters, and tells which.
+TELLING_HOW = {"egn-info-query", "egn-dbg-switch-set", "egn-stat-switch-set", "egn-detect-threshold-set",
+               "egn-stat-reset", "perf-task-set"}
 # What changes between two calls that follow each other.
 MOVING = {"arpmiss", "ndmiss", "frag-reass", "ipv4-frag-reass", "ipv6-frag-reass", "perf-task-query",
           "query-server-map", "sysstat-query", "memory-usage"}
@@ -82,7 +85,8 @@ def test_each_command_answers_as_the_tool_does(site, session, rpc):
     if rpc in MOVING:
         return
     shown = engine.cli("agent", rpc, *(f"{name}={value}" for name, value in parameters.items()))
-    assert (shown.code, shown.err) == (0, ""), shown
+    # The tool calls it a failure when the answer only says how the command is asked; over NETCONF it is the text.
+    assert (shown.code, shown.err) == (int(rpc in TELLING_HOW), ""), shown
     assert shown.out.rstrip("\n") == answer.rstrip("\n")
 
 

@@ -122,6 +122,7 @@ void Collector::Options(uint32_t takes) {
   for (const std::string_view name : OptionNames(takes)) Add(std::string(name), OptionAbout(name));
   Add("--arena", "the engine's arena");
   Add("--snapshot", "answer from a saved arena");
+  Add("--trust", "believe an engine of that user as well");
   Add("--raw", "control characters and newlines as they are");
   Add("--help", "what the command does and takes");
 }

@@ -236,6 +236,7 @@ void AppendPlace(const host::TableLayout *table, const host::RegionLayout *regio
 }
 
 void StandardOut::Write(std::string_view text) { WriteOut(text); }
+void ScreenOut::Write(std::string_view text) { WriteScreen(text); }
 
 uint32_t TerminalWidth() {
   if (CurrentSink() != nullptr && !CurrentSink()->IsTerminal()) return 0;

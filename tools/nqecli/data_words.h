@@ -89,6 +89,12 @@ class StandardOut : public host::TextOut {
   void Write(std::string_view text) override;
 };
 
+// The terminal, for who steers it (WriteScreen).
+class ScreenOut : public host::TextOut {
+ private:
+  void Write(std::string_view text) override;
+};
+
 // Writes an answer with `write`, which gets the output. Of one that cannot be finished what stands before the
 // mistake is written: a document that stops in the middle is none.
 template <typename Write>

@@ -90,7 +90,10 @@ void WriteOut(std::string_view text) {
   if (g_sink != nullptr)
     return g_sink->Write(IsHarmless(text, false) ? text : ShownText(text, false, &g_carry));
   std::string shown;
-  text = Shown(text, &shown);
+  WriteScreen(Shown(text, &shown));
+}
+
+void WriteScreen(std::string_view text) {
   if (WriteAll(STDOUT_FILENO, text)) return;
   if (errno == EPIPE) throw OutputClosed();
   throw host::SystemError("cannot write the answer");

@@ -109,7 +109,7 @@ class WatchLoop {
     if (request.asJson) {
       view_ = MakeWatchJson(&out_);
     } else if (isatty(STDOUT_FILENO) != 0) {
-      view_ = MakeWatchScreen(&out_, request.interval, TerminalSize);
+      view_ = MakeWatchScreen(&screen_, request.interval, TerminalSize);
     } else {
       view_ = MakeWatchLines(&out_);
     }
@@ -186,6 +186,7 @@ class WatchLoop {
   const std::vector<std::string> words_;
   Interrupt interrupt_;
   StandardOut out_;
+  ScreenOut screen_;
   std::unique_ptr<WatchView> view_;
   std::unique_ptr<host::RecordSource> source_;
   std::unique_ptr<host::CounterRates> rates_;
