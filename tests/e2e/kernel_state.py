@@ -9,7 +9,6 @@ import json
 import re
 import subprocess
 
-from conftest import nqecli
 
 LOCAL, MAIN, DEFAULT = 255, 254, 253
 TABLES = {"local": LOCAL, "main": MAIN, "default": DEFAULT}
@@ -209,11 +208,11 @@ def kernel_state(kernel):
 class Tables:
     """An engine's tables."""
 
-    def __init__(self, arena):
-        self.arena = arena
+    def __init__(self, engine):
+        self.engine = engine
 
     def records(self, table):
-        result = nqecli("--arena", self.arena, "list", table, "--json")
+        result = self.engine.cli("list", table, "--json")
         assert result.code == 0, result
         answer = json.loads(result.out)
         assert not answer["truncated"], table

@@ -24,7 +24,7 @@ def test_lists_the_commands_of_the_data_model():
 OPTIONS = """\
 
 options:
-  --arena PATH         the engine's arena, /dev/shm/nqe.arena unless told otherwise
+  --arena PATH         the engine's arena, /run/nqe/arena (root) or $XDG_RUNTIME_DIR/nqe/arena unless told otherwise
   --snapshot FILE      answer from a saved arena; nothing that changes there is kept
   --trust USER         believe an engine of that user as well, beside this user's and root's
   --raw                control characters and newlines of the engine's texts as they are

@@ -46,7 +46,7 @@ class Pair:
             subprocess.run(["ip", "netns", "del", kernel.name], stderr=subprocess.DEVNULL, check=False)
 
     def tables(self):
-        return Tables(self.engine.arena)
+        return Tables(self.engine)
 
     def differences(self):
         """A change between the two looks would be a difference that is none: what the kernel has must not move."""
