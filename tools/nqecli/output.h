@@ -48,7 +48,8 @@ struct OutputClosed : std::exception {
 // Writes a part of an answer. Throws HostError or OutputClosed.
 void WriteOut(std::string_view text);
 
-// Writes what steers the terminal, as it is: texts of the engine in it have been made harmless. Throws as WriteOut.
+// Writes what steers the terminal, as it is: texts of the engine in it have been made harmless. Throws as
+// WriteOut.
 void WriteScreen(std::string_view text);
 
 // Remarks on an answer, lines to standard error.
