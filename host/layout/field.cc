@@ -67,10 +67,32 @@ void CopyWord(void *to, const void *from, uint32_t size) {
   }
 }
 
-uint64_t LoadWord(const uint8_t *bytes, uint32_t size) {
-  uint64_t word = 0;
-  CopyWord(&word, bytes, size);
+template <typename Word>
+uint64_t LoadAs(const uint8_t *bytes) {
+  Word word;
+  std::memcpy(&word, bytes, sizeof(word));
   return word;
+}
+
+// Each size as one load of its own: a word put together in memory would be waited for.
+uint64_t LoadWord(const uint8_t *bytes, uint32_t size) {
+  switch (size) {
+    case 1:
+      return *bytes;
+    case 2:
+      return LoadAs<uint16_t>(bytes);
+    case 4:
+      return LoadAs<uint32_t>(bytes);
+    case 6:
+      return LoadAs<uint32_t>(bytes) | LoadAs<uint16_t>(bytes + 4) << 32;
+    case 8:
+      return LoadAs<uint64_t>(bytes);
+    default: {
+      uint64_t word = 0;
+      std::memcpy(&word, bytes, size);
+      return word;
+    }
+  }
 }
 
 void StoreWord(uint8_t *bytes, uint32_t size, uint64_t word) { CopyWord(bytes, &word, size); }
@@ -178,15 +200,12 @@ std::optional<WideValue> ParseMac(std::string_view text) {
 }  // namespace
 
 WideValue FieldRef::Read(const void *record) const {
-  const uint8_t *bytes = static_cast<const uint8_t *>(record) + offset;
-  // Nearly all fields are numbers of up to a word.
-  if (kind == FieldKind::kUnsigned && size <= sizeof(uint64_t)) {
-    const uint64_t word = LoadWord(bytes, size);
-    return bits == 0 ? word : word >> shift & (~uint64_t{0} >> (64 - bits));
-  }
-  WideValue value = Load(*this, bytes);
-  if (bits != 0) value = value >> shift & Mask(bits);
-  return kind == FieldKind::kSigned ? SignExtend(value, Width()) : value;
+  const auto *bytes = static_cast<const uint8_t *>(record) + offset;
+  if (size > sizeof(uint64_t) || IsTurned(kind)) return Load(*this, bytes);
+  // Nearly all fields are these, and everything that shows data reads them.
+  uint64_t word = LoadWord(bytes, size);
+  if (bits != 0) word = word >> shift & (~uint64_t{0} >> (64 - bits));
+  return kind == FieldKind::kSigned ? SignExtend(word, Width()) : WideValue{word};
 }
 
 void FieldRef::Write(void *record, WideValue value) const {

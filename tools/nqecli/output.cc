@@ -29,9 +29,10 @@ bool IsTerminal() {
 std::string g_carry;  // the beginning of a character that is to be written
 
 // The text as standard output gets it; `room` keeps it where it changes. Whether that is a terminal is only
-// asked where it matters: most answers are plain.
+// asked where it matters: most answers are plain, and to ask takes less than to look at a long one.
 std::string_view Shown(std::string_view text, std::string *room) {
-  if (g_carry.empty() && IsHarmless(text, true)) return text;
+  constexpr size_t kShort = 4096;
+  if (text.size() <= kShort && g_carry.empty() && IsHarmless(text, true)) return text;
   const bool forTerminal = IsTerminal();
   if (g_carry.empty() && IsHarmless(text, forTerminal)) return text;
   *room = ShownText(text, forTerminal, &g_carry);
