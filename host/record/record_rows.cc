@@ -36,11 +36,11 @@ std::vector<RowColumn> ColumnsOf(const RecordShape &shape, const FieldSet &field
 
 void AppendValue(const RecordSource *source, const FieldRef &ref, const uint8_t *bytes, std::string *text) {
   if (ref.kind == FieldKind::kText) return AppendEscaped(ref.GetText(bytes), text);
-  const FieldRef &narrow = ref.kind == FieldKind::kAddress ? NarrowAddressIn(ref, bytes) : ref;
-  WideValue value = narrow.Read(bytes);
+  if (ref.kind == FieldKind::kAddress) return AppendValue(source, NarrowAddressIn(ref, bytes), bytes, text);
+  WideValue value = ref.Read(bytes);
   if (source != nullptr && IsTimeAgo(ref.kind)) value = source->SecondsAgo(ref, value);
   char room[kValueRoom];
-  text->append(room, WriteValue(narrow, value, room));
+  text->append(room, WriteValue(ref, value, room));
 }
 
 void AppendKeyText(const TableLayout &table, const uint8_t *key, std::string *text) {

@@ -128,10 +128,15 @@ class ColumnSink : public RecordSink {
   }
 
   void Record(const RecordBytes &record) override {
-    std::vector<std::string> row(columns_.size());
-    for (size_t i = 0; i < columns_.size(); ++i) cells_.Append(record, columns_[i], &row[i]);
-    if (measured_) return Line(row);
-    first_.push_back(std::move(row));
+    // One row's texts are the next one's room.
+    row_.resize(columns_.size());
+    const size_t shown = measured_ ? shown_ : columns_.size();
+    for (size_t i = 0; i < shown; ++i) {
+      row_[i].clear();
+      cells_.Append(record, columns_[i], &row_[i]);
+    }
+    if (measured_) return Line(row_);
+    first_.push_back(row_);
     if (first_.size() == kMeasured) Measure();
   }
   void End(uint64_t count, bool truncated) override {
@@ -177,6 +182,7 @@ class ColumnSink : public RecordSink {
   const uint32_t limit_;
   std::string *const aside_;
   CellWriter cells_;
+  std::vector<std::string> row_;
   std::vector<std::vector<std::string>> first_;
   std::vector<size_t> widths_;
   std::vector<bool> isNumber_;

@@ -5,8 +5,9 @@
 namespace qdt::host {
 
 size_t Characters(std::string_view text) {
-  return static_cast<size_t>(
-      std::ranges::count_if(text, [](char c) { return (static_cast<uint8_t>(c) & 0xc0) != 0x80; }));
+  size_t count = 0;
+  for (const char c : text) count += (static_cast<uint8_t>(c) & 0xc0) != 0x80 ? 1 : 0;
+  return count;
 }
 
 std::vector<size_t> WidthsOf(const std::vector<std::string> &names,
@@ -26,7 +27,10 @@ void AppendRow(const std::vector<std::string> &cells, const std::vector<size_t> 
     const size_t pad = widths[i] - std::min(widths[i], Characters(cells[i]));
     if (isNumber[i]) blanks += pad;
     if (!cells[i].empty()) {
-      for (; blanks > 0; --blanks) out->Put(' ');
+      static constexpr std::string_view kBlanks = "                                ";
+      for (; blanks > kBlanks.size(); blanks -= kBlanks.size()) out->Append(kBlanks);
+      out->Append(kBlanks.substr(0, blanks));
+      blanks = 0;
       out->Append(cells[i]);
     }
     blanks += 2 + (isNumber[i] ? 0 : pad);
