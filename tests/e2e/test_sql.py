@@ -470,3 +470,22 @@ connection.execute("SELECT nqe_attach(?)", (sys.argv[2].split("'")[1],))
         # What it left is a saved arena.
         assert (process.returncode, err) == (0, "")
         site.engine.start()
+
+
+def test_findings_statistics_and_snapshots(campus):
+    """The tables that tell of the arena itself say what the tool's own commands say."""
+    def rows(statement):
+        return json.loads(campus.engine.cli("sql", "--json", statement).out)["rows"]
+
+    findings = json.loads(campus.engine.cli("check", "--json").out)["findings"]
+    assert len(findings) == 14
+    assert [(row["severity"], row["table_name"], row["field"], row["problem"]) for row in rows("SELECT * FROM findings")] == [
+        (one["severity"], one["table"], one["field"], one["problem"]) for one in findings]
+    assert rows("SELECT core, value FROM statistics WHERE name = 'CAR - arp-request' ORDER BY core") == [
+        {"core": 0, "value": 60}, {"core": 1, "value": 52}, {"core": 2, "value": 29}, {"core": 3, "value": 27}]
+    assert rows("SELECT count(*) AS n, count(DISTINCT number) AS counters FROM statistics") == [
+        {"n": 4 * 831, "counters": 831}]
+    live = rows("SELECT saved, pid, arena_path FROM snapshots")
+    assert live == [{"saved": None, "pid": campus.engine.process.pid, "arena_path": str(campus.engine.arena)}]
+    saved = json.loads(nqecli("--snapshot", campus.snapshot, "sql", "--json", "SELECT saved, pid FROM snapshots").out)
+    assert saved["rows"][0]["saved"] and saved["rows"][0]["pid"] == campus.engine.process.pid
