@@ -1,5 +1,6 @@
 #include <arpa/inet.h>
 
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 
@@ -72,10 +73,22 @@ bool Matches(const SessionSearchKey &search, SearchText &text, uint64_t key) {
   return ReadEngineMemory(key, &copy, sizeof(copy)) && text.Match(search, &copy) == kMatch;
 }
 
+// Where a session's keys lie: all that a search needs of a record that it does not collect.
+struct KeyPlaces {
+  uint64_t positive;
+  uint64_t negative;
+  bool operator==(const KeyPlaces &) const = default;
+};
+static_assert(offsetof(SessionRecord, negativeKey) == offsetof(SessionRecord, positiveKey) + sizeof(uint64_t));
+
+KeyPlaces KeysOf(const void *record) {
+  return qdt::CopyOf<KeyPlaces>(static_cast<const char *>(record) + offsetof(SessionRecord, positiveKey));
+}
+
 // A search matches a session in either direction.
-bool Matches(const SessionSearchKey &search, SearchText &text, const SessionRecord &session) {
+bool Matches(const SessionSearchKey &search, SearchText &text, const KeyPlaces &keys) {
   if (HasPrefix(search.Text, "all") || HasPrefix(search.Text, "num")) return true;
-  return Matches(search, text, session.positiveKey) || Matches(search, text, session.negativeKey);
+  return Matches(search, text, keys.positive) || Matches(search, text, keys.negative);
 }
 
 // A search that goes through the table.
@@ -87,10 +100,13 @@ struct SessionSearch {
 // Collects the record when it matches.
 int32_t Collect(const void *record, SessionCollect *collect, SearchText &text) {
   if (collect->Count > collect->Limit) return QDT_TBL_STOP;
+  const KeyPlaces keys = KeysOf(record);
+  if (keys.positive == 0 || keys.negative == 0) return QDT_TBL_CONTINUE;
+  qdt::EngineMemoryScope::NoteDelivered(record, sizeof(SessionRecord));
+  if (!Matches(collect->Key, text, keys)) return QDT_TBL_CONTINUE;
   const auto session = qdt::CopyOf<SessionRecord>(record);
-  if (session.positiveKey == 0 || session.negativeKey == 0) return QDT_TBL_CONTINUE;
-  qdt::EngineMemoryScope::NoteDelivered(record, sizeof(session));
-  if (!Matches(collect->Key, text, session)) return QDT_TBL_CONTINUE;
+  // What was matched must be what is shown.
+  if (KeysOf(&session) != keys) return QDT_TBL_CONTINUE;
   const size_t room = size_t{collect->Limit - collect->Count} * sizeof(SessionRecord);
   auto *const end = static_cast<char *>(collect->Records) + size_t{collect->Count} * sizeof(SessionRecord);
   if (qdt::memcpy_s(end, room, &session, sizeof(session)) != 0) return QDT_TBL_STOP;
@@ -182,9 +198,9 @@ int32_t SessionNodeParamSingleIp(const SessionSearchKey *search, const char *wor
   const auto &key = *static_cast<const SessionKey *>(sessionKey);
   if (address == INADDR_NONE || search->SrcPort != 0 || search->DstPort != 0 || search->Protocol != 0)
     return kNoMatch;
-  if (std::strcmp(word, "sip") == 0) return ToResult(address == htonl(key.source));
-  if (std::strcmp(word, "dip") == 0) return ToResult(address == htonl(key.destination));
-  return kNoMatch;
+  // Most keys have other addresses: what the word says is looked at last.
+  return ToResult((address == htonl(key.source) && std::strcmp(word, "sip") == 0) ||
+                  (address == htonl(key.destination) && std::strcmp(word, "dip") == 0));
 }
 
 int32_t SessionNodeMatchHashNode(const SessionSearchKey *search, const void *sessionKey) {
