@@ -72,18 +72,10 @@ std::string LookupKey::Text() const {
 }
 
 bool FindRoute(EntryReader *routes, WideValue vpn, WideValue address) {
-  const TableLayout &table = routes->table();
-  AddressPrefix prefix;
-  prefix.form = table.spec.lookup == Lookup::kPrefix6 ? ValueForm::kIpv6 : ValueForm::kIpv4;
-  LookupKey key(table);
+  LookupKey key(routes->table());
   key.SetField("vpn", vpn);
-  for (uint32_t length = prefix.form == ValueForm::kIpv6 ? 128 : 32;; --length) {
-    prefix.length = length;
-    key.SetField("prefix", length);
-    key.SetField("destination", address & prefix.Mask());
-    if (routes->Find(key.bytes())) return true;
-    if (length == 0) return false;
-  }
+  key.SetField("destination", address);
+  return routes->Match(key.bytes());
 }
 
 }  // namespace qdt::host

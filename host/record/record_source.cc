@@ -207,16 +207,26 @@ bool EntryReader::NextOfGroup(const uint8_t *key) {
   return false;
 }
 
-bool EntryReader::Find(const uint8_t *key) {
-  const tbm::TableKey wanted = view_->KeyOf(key);
+// The entry that `search` finds; it is asked again when the entry leaves before it is read.
+template <typename Search>
+bool EntryReader::TakeFound(const Search &search) {
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
     tbm::Place found;
-    const int32_t status = view_->Find(wanted, &found);
+    const int32_t status = search(&found);
     if (status == tbm::kTbmNotFound) return false;
     if (status != tbm::kTbmOk) FailRestless();
     if (Take(found)) return true;
   }
   FailRestless();
+}
+
+bool EntryReader::Find(const uint8_t *key) {
+  const tbm::TableKey wanted = view_->KeyOf(key);
+  return TakeFound([&](tbm::Place *found) { return view_->Find(wanted, found); });
+}
+
+bool EntryReader::Match(const uint8_t *key) {
+  return TakeFound([&](tbm::Place *found) { return view_->Match(key, found); });
 }
 
 bool EntryReader::FindNear(const uint8_t *key, uint32_t guess) {

@@ -114,6 +114,8 @@ class EntryReader {
 
   // The entry of a key; false when there is none.
   bool Find(const uint8_t *key);
+  // Of a table of routes, the one with the longest prefix that holds the key's destination, in its VPN.
+  bool Match(const uint8_t *key);
   // The same, looking first at slot `guess`, where the entry stands in an arena that was filled alike. For
   // tables with one entry a key.
   bool FindNear(const uint8_t *key, uint32_t guess);
@@ -132,6 +134,8 @@ class EntryReader {
  private:
   template <typename Order>
   bool NextIn(const Order &order);
+  template <typename Search>
+  bool TakeFound(const Search &search);
   bool Take(const tbm::Place &place);
   [[noreturn]] void FailRestless() const;
 

@@ -5,7 +5,6 @@
 #include <thread>
 
 #include "host/base/host_error.h"
-#include "host/tbm/route_key.h"
 
 namespace qdt::host {
 namespace {
@@ -162,17 +161,6 @@ bool RecordCursor::NextScanned() {
   return false;
 }
 
-bool RecordCursor::FindRoute() {
-  const uint32_t size = PrefixAddressSize(table_.layout().spec.lookup);
-  for (uint32_t length = size * 8 + 1; length-- > 0;) {
-    KeepPrefix(key_.data() + kPrefixAddressOffset, size, length);
-    const auto stored = static_cast<uint16_t>(length);
-    std::memcpy(key_.data(), &stored, sizeof(stored));
-    if (reader_->Find(key_.data())) return true;
-  }
-  return false;
-}
-
 // The next entry of the current arena.
 bool RecordCursor::NextOfArena() {
   if (plan_ == Plan::kWalk) {
@@ -186,12 +174,7 @@ bool RecordCursor::NextOfArena() {
     return reader_->NextOfKey(key_.data());
   if (std::exchange(asked_, true)) return false;
   if (plan_ == Plan::kKey) return reader_->Find(key_.data());
-  if (plan_ == Plan::kMatch) {
-    const std::vector<uint8_t> key = key_;  // FindRoute shortens it
-    const bool found = FindRoute();
-    key_ = key;
-    return found;
-  }
+  if (plan_ == Plan::kMatch) return reader_->Match(key_.data());
   return reader_->At(wantedAddress_);
 }
 

@@ -73,7 +73,6 @@ class RecordCursor {
   bool NextOfArena();
   bool NextScanned();
   bool NextIndexed();
-  bool FindRoute();
   bool FirstElement();
   void UseArena(size_t i);
   using Opener = std::function<std::unique_ptr<RecordSource>()>;

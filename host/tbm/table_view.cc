@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <memory>
 
+#include "host/tbm/route_key.h"
 #include "host/tbm/status.h"
 
 namespace qdt::host::tbm {
@@ -137,6 +138,22 @@ int32_t TableView::Find(const TableKey &key, Place *found) const {
     return found->serial != 0 ? kTbmOk : kTbmNotFound;
   }
   return kTbmInternal;
+}
+
+int32_t TableView::Match(const void *key, Place *found) const {
+  if (!HasIndex()) return kTbmNotFound;
+  const RouteParts parts(key);
+  Route route;
+  switch (Routes().Match(parts.vpn, parts.address, &route)) {
+    case RouteIndex::Found::kNone:
+      return kTbmNotFound;
+    case RouteIndex::Found::kLost:
+      return kTbmInternal;
+    case RouteIndex::Found::kRoute:
+      break;
+  }
+  *found = {.serial = route.serial, .ref = route.slot};
+  return IsSlot(route.slot) ? kTbmOk : kTbmInternal;
 }
 
 // While the version is odd the record is being overwritten, and the spare holds what it was before: a reader

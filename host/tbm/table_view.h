@@ -132,6 +132,9 @@ class TableView {
 
   // kTbmOk and a live entry, kTbmNotFound, or kTbmInternal when the bucket never comes to rest.
   int32_t Find(const TableKey &key, Place *found) const;
+  // The same for the route with the longest prefix that holds the destination of `key`, in its VPN, as it was
+  // at one moment. Of route tables; the key's length is not looked at.
+  int32_t Match(const void *key, Place *found) const;
 
   enum class Copied {
     kWhole,

@@ -6,7 +6,6 @@
 #include "host/arena/arena.h"
 #include "host/tbm/deliver.h"
 #include "host/tbm/observer.h"
-#include "host/tbm/route_key.h"
 #include "host/tbm/status.h"
 #include "host/tbm/visit.h"
 #include "host/tbm/walk.h"
@@ -23,23 +22,6 @@ bool ExchangeWords(const TableView &view, uint32_t table, const void *key, uint3
   exchanged[0] = words[1];
   exchanged[1] = words[0];
   return words[1] == 0;
-}
-
-// The route with the longest prefix that holds the key's destination, as it was at one moment. Its statuses
-// are those of TableView::Find.
-int32_t FindRoute(const TableView &view, const RouteParts &key, Place *found) {
-  if (!view.HasIndex()) return kTbmNotFound;
-  Route route;
-  switch (view.Routes().Match(key.vpn, key.address, &route)) {
-    case RouteIndex::Found::kNone:
-      return kTbmNotFound;
-    case RouteIndex::Found::kLost:
-      return kTbmInternal;
-    case RouteIndex::Found::kRoute:
-      break;
-  }
-  *found = {.serial = route.serial, .ref = route.slot};
-  return view.IsSlot(route.slot) ? kTbmOk : kTbmInternal;
 }
 
 // Distinguishes the walks of one arena: a context that began one cannot go on with another.
@@ -132,9 +114,6 @@ int32_t NextBatch(const TableView &view, const Order &order, uint64_t walk, TbmT
 }  // namespace qdt::host::tbm
 
 using namespace qdt::host::tbm;  // the table manager's C interface follows
-using qdt::host::KeepPrefix;
-using qdt::host::kPrefixAddressOffset;
-using qdt::host::RouteParts;
 
 int32_t TbmTblSearch(uint32_t instance, uint32_t table, const void *key, void **entry) {
   TableView view;
@@ -157,9 +136,8 @@ int32_t TbmTblMatch(uint32_t instance, uint32_t table, const void *key, void **e
   if (status != kTbmOk) return status;
   if (PrefixAddressSize(view.shape()) == 0) return kTbmNotSupported;
   if (key == nullptr || entry == nullptr) return kTbmBadParam;
-  const RouteParts route(key);
   return DeliverFound(
-      view, [&](Place *found) { return FindRoute(view, route, found); }, entry);
+      view, [&](Place *found) { return view.Match(key, found); }, entry);
 }
 
 int32_t TbmTblTrav(uint32_t instance, uint32_t table, TbmTravCallback callback, void *context) {
