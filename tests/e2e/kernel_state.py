@@ -205,8 +205,17 @@ def kernel_state(kernel):
             "routes4": routes(kernel, 4), "routes6": routes(kernel, 6)}
 
 
+class Unsettled(Exception):
+    """Tables that were read one after the other, while the engine still follows the kernel, contradict each other."""
+
+
+def hold(together, *records):
+    if not together:
+        raise Unsettled(f"these do not belong together: {records}")
+
+
 class Tables:
-    """An engine's tables."""
+    """An engine's tables. What combines several of them raises Unsettled while they are being changed."""
 
     def __init__(self, engine):
         self.engine = engine
@@ -241,8 +250,11 @@ class Tables:
         for r in self.records("ipv6_portip"):
             found.add((r["list_id"], r["address"], r["prefix"], r["type"]))
         heads = {r["fwd_if_index"] for t in ("portip_head", "ipv6_portip_head") for r in self.records(t)}
-        assert heads == {link for link, *_ in found}
+        hold(heads == {link for link, *_ in found}, heads, found)
         return found
+
+    def misses(self, table):
+        return sorted(r["next_hop"] for r in self.records(table))
 
     def hops(self, family):
         nothing = "0.0.0.0" if family == 4 else "::"
@@ -258,14 +270,16 @@ class Tables:
         shown = {}
         for r in self.records(prefix + "fib"):
             bound = r["next_hop"] or {}
-            assert "stale" not in json.dumps(bound), r
+            hold("stale" not in json.dumps(bound), r)
             numbers = []
             if prefix + "nhp" in bound:
                 numbers = [bound[prefix + "nhp"]["index"]]
                 assert numbers == [r["nhp_index"]] and not r["multi_next_hop"], r
             elif bound:
                 assert r["multi_next_hop"] and bound[prefix + "nhp_group"]["index"] == r["nhp_index"], r
+                hold(r["nhp_index"] in members, r, members)
                 numbers = members[r["nhp_index"]]
+            hold(hops.keys() >= set(numbers), r, hops)
             shown[(r["vpn"], r["destination"], r["prefix"])] = (
                 r["op_code"], r["re_index"], tuple(sorted(hops[n] for n in numbers)))
         return shown
@@ -284,9 +298,8 @@ class Tables:
                 "states": {r["fwd_if_index"]: r["state"] for r in self.records("port_inst_state")},
                 "isolated": {(r["source_if_index"], r["destination_if_index"]) for r in self.records("port_isolate")},
                 "macs": self.macs(), "groups": self.groups(), "arp": self.neighbours("arp"),
-                "arp_miss": sorted(r["next_hop"] for r in self.records("arp_miss_cache")),
-                "nd": self.neighbours("nd"),
-                "nd_miss": sorted(r["next_hop"] for r in self.records("nd_miss_cache")),
+                "arp_miss": self.misses("arp_miss_cache"), "nd": self.neighbours("nd"),
+                "nd_miss": self.misses("nd_miss_cache"),
                 "addresses": self.addresses(), "routes4": self.routes(4), "routes6": self.routes(6)}
 
 
