@@ -18,7 +18,7 @@ from check_example import declared
 
 PAGES = ("nqecli.1", "nqed.8", "omad.8", "nqe-scenario.5", "nqe-layout.5", "libqdt_util.3")
 # Options of a program that are no matter of its users.
-INTERNAL = {"omad": {"--worker"}}
+INTERNAL = {"omad": {"--worker"}, "nqecli": {"--again"}}
 OPTION = re.compile(r"(?<![\w-])--[a-z][a-z-]*")
 
 
@@ -72,9 +72,9 @@ def helps_of(program):
 
 def options_of_code(folder):
     """What the sources compare words with. Of the table of options those count that a command takes."""
-    text = "\n".join(file.read_text() for file in sorted(folder.glob("*.cc")))
+    text = "\n".join(file.read_text() for file in sorted(folder.rglob("*.cc")))
     taken = set(re.findall(r'(?:Take|TakeValue|TakeNumber|take)\((?:&arguments, )?"(--[a-z-]+)"', text))
-    used = "\n".join(file.read_text() for file in (*folder.glob("*_command.cc"), *folder.glob("commands.cc")))
+    used = "\n".join(file.read_text() for file in (*folder.rglob("*_command.cc"), *folder.glob("commands.cc")))
     for option, name in re.findall(r'\{(kOption\w+), "(--[a-z-]+)"\}', text):
         if option in used:
             taken.add(name)

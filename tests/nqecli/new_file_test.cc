@@ -1,4 +1,4 @@
-#include "tools/nqecli/new_file.h"
+#include "tools/nqecli/output/new_file.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

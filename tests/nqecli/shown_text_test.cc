@@ -1,4 +1,4 @@
-#include "tools/nqecli/shown_text.h"
+#include "tools/nqecli/output/shown_text.h"
 
 #include <gtest/gtest.h>
 

@@ -10,8 +10,8 @@
 #include "host/regions/statistics.h"
 #include "qdt/stats.h"
 #include "tests/host/temp_dir.h"
-#include "tools/nqecli/watch_rates.h"
-#include "tools/nqecli/watch_view.h"
+#include "tools/nqecli/watch/watch_rates.h"
+#include "tools/nqecli/watch/watch_view.h"
 
 namespace qdt::nqecli {
 namespace {

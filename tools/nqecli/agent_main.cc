@@ -16,7 +16,7 @@
 #include "host/omcc/model.h"
 #include "tools/nqecli/attach.h"
 #include "tools/nqecli/data_words.h"
-#include "tools/nqecli/output.h"
+#include "tools/nqecli/output/output.h"
 
 namespace qdt::nqecli {
 namespace {

@@ -9,7 +9,7 @@
 #include "host/library/services.h"
 #include "host/wire/client.h"
 #include "host/wire/paths.h"
-#include "tools/nqecli/shown_text.h"
+#include "tools/nqecli/output/shown_text.h"
 
 namespace qdt::nqecli {
 namespace {

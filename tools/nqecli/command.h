@@ -8,7 +8,7 @@
 
 #include "tools/nqecli/attach.h"
 #include "tools/nqecli/data_words.h"
-#include "tools/nqecli/output.h"
+#include "tools/nqecli/output/output.h"
 
 namespace qdt::nqecli {
 

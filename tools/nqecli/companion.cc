@@ -12,7 +12,7 @@
 
 #include "host/base/fd.h"
 #include "host/base/host_error.h"
-#include "tools/nqecli/shown_text.h"
+#include "tools/nqecli/output/shown_text.h"
 
 namespace qdt::nqecli {
 namespace {

@@ -12,7 +12,7 @@
 #include "host/record/record_sinks.h"
 #include "host/record/record_source.h"
 #include "tools/nqecli/attach.h"
-#include "tools/nqecli/output.h"
+#include "tools/nqecli/output/output.h"
 #include "tools/nqecli/table_names.h"
 
 namespace qdt::nqecli {

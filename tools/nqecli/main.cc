@@ -9,7 +9,7 @@
 #include "tools/nqecli/attach.h"
 #include "tools/nqecli/command.h"
 #include "tools/nqecli/companion.h"
-#include "tools/nqecli/output.h"
+#include "tools/nqecli/output/output.h"
 
 namespace qdt::nqecli {
 namespace {

@@ -6,7 +6,7 @@
 #include "host/base/host_error.h"
 #include "host/library/services.h"
 #include "qdt/tables.h"
-#include "tools/nqecli/shown_text.h"
+#include "tools/nqecli/output/shown_text.h"
 
 namespace qdt::nqecli {
 namespace {

@@ -6,7 +6,7 @@
 
 #include "host/library/entry_points.h"
 #include "host/library/table_query.h"
-#include "tools/nqecli/output.h"
+#include "tools/nqecli/output/output.h"
 
 namespace qdt::nqecli {
 

@@ -2,7 +2,7 @@
 
 #include "host/base/host_error.h"
 #include "host/wire/snapshot_copy.h"
-#include "tools/nqecli/new_file.h"
+#include "tools/nqecli/output/new_file.h"
 
 namespace qdt::nqecli {
 

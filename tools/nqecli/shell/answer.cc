@@ -12,7 +12,7 @@
 #include <cstring>
 #include <utility>
 
-#include "tools/nqecli/shown_text.h"
+#include "tools/nqecli/output/shown_text.h"
 
 namespace qdt::nqecli {
 namespace {

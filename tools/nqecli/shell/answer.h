@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "host/base/fd.h"
-#include "tools/nqecli/output.h"
+#include "tools/nqecli/output/output.h"
 #include "tools/nqecli/shell/filters.h"
 
 namespace qdt::nqecli {

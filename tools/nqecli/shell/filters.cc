@@ -8,7 +8,7 @@
 #include "host/base/host_error.h"
 #include "host/base/near_name.h"
 #include "host/base/words.h"
-#include "tools/nqecli/output.h"
+#include "tools/nqecli/output/output.h"
 
 namespace qdt::nqecli {
 namespace {

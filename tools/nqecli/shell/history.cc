@@ -10,7 +10,7 @@
 #include <fstream>
 
 #include "host/base/fd.h"
-#include "tools/nqecli/output.h"
+#include "tools/nqecli/output/output.h"
 
 namespace qdt::nqecli {
 namespace {

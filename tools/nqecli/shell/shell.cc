@@ -14,8 +14,8 @@
 #include "host/base/words.h"
 #include "host/library/entry_points.h"
 #include "tools/nqecli/command.h"
+#include "tools/nqecli/output/shown_text.h"
 #include "tools/nqecli/shell/answer.h"
-#include "tools/nqecli/shown_text.h"
 
 namespace qdt::nqecli {
 namespace {

@@ -7,7 +7,7 @@
 
 #include "host/base/arguments.h"
 #include "host/base/host_error.h"
-#include "tools/nqecli/output.h"
+#include "tools/nqecli/output/output.h"
 #include "tools/nqecli/shell/shell.h"
 
 namespace qdt::nqecli {

@@ -1,0 +1,68 @@
+#include <string>
+#include <vector>
+
+#include "host/base/host_error.h"
+#include "host/record/list.h"
+#include "tools/nqecli/commands/data_commands.h"
+#include "tools/nqecli/data_words.h"
+
+namespace qdt::nqecli {
+namespace {
+
+using host::HostError;
+using host::RecordFormat;
+using host::RecordShape;
+using host::TableLayout;
+
+void PrintCount(const TableLayout &table, uint64_t count, RecordFormat format) {
+  StandardOut out;
+  if (format == RecordFormat::kColumns) {
+    out.Append(std::to_string(count) + "\n");
+  } else {
+    host::JsonWriter json(out);
+    json.StartObject();
+    host::JsonKey(&json, "table");
+    host::JsonText(&json, table.shortName);
+    host::JsonKey(&json, "id");
+    json.Uint(table.spec.id);
+    host::JsonKey(&json, "count");
+    json.Uint64(count);
+    json.EndObject();
+    out.Put('\n');
+  }
+  out.Spill();
+}
+
+}  // namespace
+
+ExitCode List(const DataWords &words) {
+  if (words.words.empty()) throw HostError("list what? Name a table; " + std::string(kTablesHelp));
+  const TableLayout &table = TableOf(words.words.front());
+  host::ListRequest request;
+  request.table = &table;
+  for (size_t i = 1; i < words.words.size(); ++i) request.where.emplace_back(table, words.words[i]);
+  request.sort = words.sort;
+  request.limit = words.limit;
+  const RecordShape shape =
+      words.fields.empty() ? RecordShape::Whole(table) : RecordShape::Select(table, words.fields);
+  const auto source = OpenSource(words.place);
+  if (words.count) {
+    PrintCount(table, RunList(*source, request, nullptr).count, words.format);
+    return kAnswered;
+  }
+  StandardOut out;
+  std::string aside;
+  const auto sink = MakeSink(words.format, &out, {"table", table.shortName, table.spec.id}, shape,
+                             table.fields, TerminalWidth(), &aside);
+  try {
+    RunList(*source, request, sink.get());
+  } catch (const HostError &) {
+    out.Spill();
+    throw;
+  }
+  out.Spill();
+  WriteAside(aside);
+  return kAnswered;
+}
+
+}  // namespace qdt::nqecli

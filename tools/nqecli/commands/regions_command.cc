@@ -1,0 +1,137 @@
+#include <algorithm>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "host/base/host_error.h"
+#include "host/base/near_name.h"
+#include "host/record/record_rows.h"
+#include "host/record/record_sinks.h"
+#include "tools/nqecli/commands/data_commands.h"
+#include "tools/nqecli/data_words.h"
+
+namespace qdt::nqecli {
+namespace {
+
+using host::HostError;
+using host::RecordFormat;
+using host::RecordShape;
+using host::RecordSource;
+using host::RegionLayout;
+
+// {"regions": [{"name": "IPP_SESSION_AGING_TIME", "size": 6, "about": "..."}], "count": 7}
+void PrintJson(const std::vector<const RegionLayout *> &regions, StandardOut *out) {
+  host::JsonWriter json(*out);
+  json.StartObject();
+  host::JsonKey(&json, "regions");
+  json.StartArray();
+  for (const RegionLayout *region : regions) {
+    json.StartObject();
+    host::JsonKey(&json, "name");
+    host::JsonText(&json, region->spec.name);
+    host::JsonKey(&json, "size");
+    json.Uint(region->spec.size);
+    host::JsonKey(&json, "about");
+    host::JsonEscaped(&json, region->about);
+    json.EndObject();
+  }
+  json.EndArray();
+  host::JsonKey(&json, "count");
+  json.Uint64(regions.size());
+  json.EndObject();
+  out->Put('\n');
+}
+
+void PrintColumns(const std::vector<const RegionLayout *> &regions, StandardOut *out) {
+  char line[64];
+  std::snprintf(line, sizeof(line), "%-24s %8s  ", "name", "size");
+  out->Append(line);
+  out->Append("about\n");
+  for (const RegionLayout *region : regions) {
+    std::snprintf(line, sizeof(line), "%-24s %8u  ", std::string(region->spec.name).c_str(),
+                  region->spec.size);
+    out->Append(line);
+    out->Append(region->about);
+    out->Put('\n');
+  }
+}
+
+ExitCode ListRegions(const RecordSource &source, RecordFormat format) {
+  std::vector<const RegionLayout *> regions;
+  for (const RegionLayout &region : source.layout().regions()) {
+    uint32_t size = 0;
+    if (source.arena().FindRegion(region.spec.name, &size) != nullptr && size == region.spec.size)
+      regions.push_back(&region);
+  }
+  StandardOut out;
+  format == RecordFormat::kJson ? PrintJson(regions, &out) : PrintColumns(regions, &out);
+  out.Spill();
+  return kAnswered;
+}
+
+const RegionLayout &RegionOf(const RecordSource &source, std::string_view name) {
+  const RegionLayout *region = source.layout().FindRegion(name);
+  if (region == nullptr) {
+    throw HostError("unknown region " + host::Quoted(name) +
+                    host::DidYouMean(source.layout().NearestRegion(name), "\"nqecli regions\" lists them"));
+  }
+  if (region->fields.empty()) {
+    throw HostError("nothing is known of the fields of region " + std::string(name) +
+                    ", so that it cannot be read");
+  }
+  return *region;
+}
+
+// A line for each value, arrays whole.
+void PrintValues(const host::RecordBytes &record, const RecordShape &shape, const host::FieldSet &fields,
+                 StandardOut *out) {
+  const std::vector<host::RowColumn> columns = ColumnsOf(shape, fields);
+  size_t width = 0;
+  for (const host::RowColumn &column : columns) width = std::max(width, column.path.size());
+  host::CellWriter cells;
+  for (const host::RowColumn &column : columns) {
+    std::string line = column.path;
+    line.resize(width + 2, ' ');
+    cells.Append(record, column, &line);
+    out->Append(line);
+    out->Put('\n');
+  }
+}
+
+ExitCode ShowRegion(const RecordSource &source, const DataWords &words) {
+  const RegionLayout &region = RegionOf(source, words.words.front());
+  host::TableLayout alone;  // a region is like a table without keys
+  alone.shortName = region.spec.name;
+  alone.fields = region.fields;
+  const RecordShape shape =
+      words.fields.empty() ? RecordShape::Whole(region) : RecordShape::Select(alone, words.fields);
+  const std::vector<uint8_t> bytes = source.ReadRegion(region);
+  if (bytes.empty()) throw HostError("this engine has no region " + std::string(region.spec.name));
+  const host::RecordBytes record(source, bytes.data());
+  StandardOut out;
+  if (words.format == RecordFormat::kColumns) {
+    PrintValues(record, shape, region.fields, &out);
+  } else {
+    const auto sink =
+        MakeSink(words.format, &out, {"region", region.spec.name, 0}, shape, region.fields, 0, nullptr);
+    sink->Begin();
+    sink->Record(record);
+    sink->End(1, false);
+  }
+  out.Spill();
+  return kAnswered;
+}
+
+}  // namespace
+
+ExitCode Regions(const DataWords &words) {
+  if (words.words.size() > 1) throw HostError("regions takes the name of one region");
+  const bool one = !words.words.empty();
+  if (!one && (!words.fields.empty() ||
+               (words.format != RecordFormat::kColumns && words.format != RecordFormat::kJson)))
+    throw HostError("the list of regions comes in columns or as --json (name a region for more)");
+  const auto source = OpenSource(words.place);
+  return one ? ShowRegion(*source, words) : ListRegions(*source, words.format);
+}
+
+}  // namespace qdt::nqecli
