@@ -23,26 +23,16 @@ def can_make_namespaces():
 pytestmark = pytest.mark.skipif(not can_make_namespaces(), reason="takes the right to make network namespaces")
 
 
-class Pair:
-    """The mirrored namespace with three links, of which `far` has the other ends."""
-
-    LINKS = ("v0", "v1", "v2")
+class Mirrored:
+    """Namespaces that a test makes, of which `near` is the one that an engine mirrors."""
 
     def __init__(self, name):
-        self.near, self.far = Kernel(name), Kernel(name + "-far")
-        for kernel in (self.near, self.far):
-            subprocess.run(["ip", "netns", "add", kernel.name], check=True)
-            kernel.ip("link set lo up")
-            kernel.run("sysctl", "-qw", "net.ipv4.ip_forward=1", "net.ipv6.conf.all.accept_dad=0",
-                       "net.ipv6.conf.default.accept_dad=0", "net.ipv6.conf.default.router_solicitations=0")
-        for i, link in enumerate(self.LINKS):
-            self.near.ip(f"link add {link} type veth peer name {link} netns {self.far.name}\nlink set {link} up")
-            self.far.ip(f"link set {link} up\naddr add 10.0.{i}.2/24 dev {link}\naddr add 2001:db8:{i}::2/64 dev {link}")
-        self.near.ip("addr add 10.0.0.1/24 dev v0\naddr add 2001:db8::1/64 dev v0\naddr add 10.0.1.1/24 dev v1")
+        self.near = Kernel(name)
+        self.kernels = [self.near]
         self.engine = None
 
     def remove(self):
-        for kernel in (self.near, self.far):
+        for kernel in self.kernels:
             subprocess.run(["ip", "netns", "del", kernel.name], stderr=subprocess.DEVNULL, check=False)
 
     def tables(self):
@@ -63,6 +53,26 @@ class Pair:
         while lines := self.differences():
             assert time.monotonic() < deadline, "\n".join(lines)
             time.sleep(0.02)
+
+
+class Pair(Mirrored):
+    """The mirrored namespace with three links, of which `far` has the other ends."""
+
+    LINKS = ("v0", "v1", "v2")
+
+    def __init__(self, name):
+        super().__init__(name)
+        self.far = Kernel(name + "-far")
+        self.kernels.append(self.far)
+        for kernel in self.kernels:
+            subprocess.run(["ip", "netns", "add", kernel.name], check=True)
+            kernel.ip("link set lo up")
+            kernel.run("sysctl", "-qw", "net.ipv4.ip_forward=1", "net.ipv6.conf.all.accept_dad=0",
+                       "net.ipv6.conf.default.accept_dad=0", "net.ipv6.conf.default.router_solicitations=0")
+        for i, link in enumerate(self.LINKS):
+            self.near.ip(f"link add {link} type veth peer name {link} netns {self.far.name}\nlink set {link} up")
+            self.far.ip(f"link set {link} up\naddr add 10.0.{i}.2/24 dev {link}\naddr add 2001:db8:{i}::2/64 dev {link}")
+        self.near.ip("addr add 10.0.0.1/24 dev v0\naddr add 2001:db8::1/64 dev v0\naddr add 10.0.1.1/24 dev v1")
 
 
 @pytest.fixture
