@@ -40,5 +40,8 @@ rm -f "$build.log"
 
 /usr/bin/python3 "$root/bench/data_bench.py" "$build/bin" "$runs" >"$build/data.json"
 
+/usr/bin/python3 "$root/bench/mirror_bench.py" "$build/bin" "$runs" >"$build/mirror.json"
+
 /usr/bin/python3 "$root/bench/report.py" "$build/views.json" "$build/table.json" "$build/session.json" \
-  "$build/route.json" "$build/sql.json" "$build/sql_exec.json" "$build/data.json" "$build/cli.json"
+  "$build/route.json" "$build/sql.json" "$build/sql_exec.json" "$build/data.json" "$build/mirror.json" \
+  "$build/cli.json"
