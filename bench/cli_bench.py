@@ -1,6 +1,6 @@
 """nqecli from exec to exit against /bin/true: starts lab engines on arenas of their own and asks them. The two programs
-take turns, so that whatever else the machine does meets both alike. Then what one query costs by itself, and what the
-engine needs to load a million entries and to let 65,536 sessions expire.
+take turns, so that whatever else the machine does meets both alike. Then what one query costs by itself and in the shell,
+and what the engine needs to load a million entries and to let 65,536 sessions expire.
 
 usage: cli_bench.py BIN_DIRECTORY [RUNS]
 
@@ -11,6 +11,7 @@ import contextlib
 import json
 import os
 import pathlib
+import pty
 import re
 import shutil
 import socket
@@ -126,6 +127,39 @@ def query_costs(argv):
             yield cost("show_map:_instructions", int(re.search(r"Collected : (\d+)", told)[1]), "instructions")
 
 
+def shell_cost(argv, question, runs):
+    """What somebody waits for in the shell: from the first key of a question to the next prompt, its text, the terminal
+    and this program included."""
+    with directory() as state:
+        pid, terminal = pty.fork()
+        if pid == 0:
+            os.execve(argv[0], argv, {"TERM": "xterm", "PAGER": "", "LC_ALL": "C.UTF-8", "XDG_STATE_HOME": str(state)})
+
+        def until_prompt():
+            said = b""
+            while not said.endswith(b"nqe> "):
+                said += os.read(terminal, 65536)
+            return said
+
+        def asked_us():
+            begin = time.perf_counter()
+            os.write(terminal, question.encode() + b"\r")
+            said = until_prompt()
+            took = time.perf_counter() - begin
+            if b"FwdIfIdx" not in said:
+                stop(f"the shell does not answer {question}: {said!r}")
+            return took * 1e6
+
+        until_prompt()
+        for _ in range(WARM_UP):
+            asked_us()
+        took = statistics.median(asked_us() for _ in range(runs))
+        os.write(terminal, b"\x04")
+        os.waitpid(pid, 0)
+        os.close(terminal)
+    return cost("show_map_in_the_shell:_first_key_to_prompt", round(took, 1), "us")
+
+
 def run(argv):
     done = subprocess.run(argv, capture_output=True, text=True, timeout=PATIENCE, check=True)
     return done.stderr
@@ -215,7 +249,10 @@ def main():
             results += [measure(name, [str(binaries / "nqecli"), "--arena", arena, *words], runs, output.fileno())
                         for name, words in queries]
     with engine(binaries, QUERIES[0][0]) as (arena, _):
-        results += query_costs([str(binaries / "nqecli"), "--arena", arena, *QUERIES[0][1][0][1]])
+        tool, (_, words) = [str(binaries / "nqecli"), "--arena", arena], QUERIES[0][1][0]
+        results += query_costs([*tool, *words])
+        if (binaries / "nqecli-shell").exists():
+            results.append(shell_cost(tool, " ".join(words), runs))
     results.append(load_cost(binaries))
     results += expiry_costs(binaries)
     json.dump({"benchmarks": results}, sys.stdout, indent=1)

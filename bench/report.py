@@ -23,6 +23,7 @@ LIST_MS = 10  # below, for a list of some thousand entries
 COSTS = {  # at most
     "show map: system calls": 20,
     "show map: instructions": 100_000,
+    "show map in the shell: first key to prompt": 100,
     "load of 1,000,000 entries by repeat": 1000,
     "expiry of 32,768 of 65,536 sessions: engine time": 50,
     "the same: longest wait for an answer": 5,

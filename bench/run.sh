@@ -22,7 +22,7 @@ quietly() {
 }
 
 quietly cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release -DQDT_BUILD_BENCH=ON -DQDT_BUILD_TESTS=OFF
-quietly cmake --build "$build" --parallel 2 --target views_bench table_bench session_bench route_bench sql_bench nqecli nqecli-sql nqed
+quietly cmake --build "$build" --parallel 2 --target views_bench table_bench session_bench route_bench sql_bench nqecli nqecli-shell nqecli-sql nqed
 # The tables' own program repeats what it measures and takes the least; the views' takes the median of 200 turns.
 for bench in views table session route sql; do
   case $bench in

@@ -1,5 +1,6 @@
 #include "host/agent/refusals.h"
 
+#include "host/library/entry_points.h"
 #include "qdt/tables.h"
 
 namespace qdt::host {
@@ -40,6 +41,7 @@ bool Fits(const Rule &rule, std::string_view text) {
 }  // namespace
 
 bool OnlySaysWhatIsWrong(std::string_view text) {
+  if (OnlyRefuses(text)) return true;
   while (text.ends_with('\n')) text.remove_suffix(1);
   for (const Rule &rule : kRules) {
     if (Fits(rule, text)) return true;

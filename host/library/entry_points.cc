@@ -1,6 +1,8 @@
 #include "host/library/entry_points.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <iterator>
 
 #include "host/arena/arena.h"
 #include "qdt/trace.h"
@@ -15,10 +17,14 @@ int32_t RunPacketTrace(OutputBuffer *out, int32_t wordCount, char **words) {
 }
 
 constexpr EntryPoint kEntryPoints[] = {
-    {"diag", VrxDiagCmdRun, "query the engine's tables, clear control-plane rate-limit statistics"},
-    {"pkt_trace", RunPacketTrace, "trace packets: set conditions, show them, count", true},
-    {"pmc", VrxFastStatCmdRun, "count hits, packets and processor events on the packet path", true},
-    {"perf", VrxSchedTraceCmdRun, "trace the scheduler: tasks, their cycles and their graph", true},
+    {"diag", VrxDiagCmdRun, "query the engine's tables, clear control-plane rate-limit statistics",
+     "diag search nqpTable 1 0 2001 0 0\ndiag clear cpcar status"},
+    {"pkt_trace", RunPacketTrace, "trace packets: set conditions, show them, count",
+     "pkt_trace set sip 192.0.2.17\npkt_trace enable\npkt_trace show", true},
+    {"pmc", VrxFastStatCmdRun, "count hits, packets and processor events on the packet path",
+     "pmc 1\npmc stop", true},
+    {"perf", VrxSchedTraceCmdRun, "trace the scheduler: tasks, their cycles and their graph",
+     "perf task set time\nperf task show", true},
 };
 
 // Never written as a whole: the pages behind an answer's end stay untouched.
@@ -44,6 +50,20 @@ Answer RunEntryPoint(const EntryPoint &entry, std::span<char *const> words) {
   answer.text = std::string_view(out.buf, out.len);
   std::fflush(stdout);  // what a command tells there comes before its answer
   return answer;
+}
+
+bool OnlyRefuses(std::string_view answer) {
+  constexpr std::string_view kLines[] = {
+      "Trace flag type is wrong",
+      "current trace flag doesn't have top down info, please set flag to time.",
+  };
+  if (answer.empty()) return false;
+  while (!answer.empty()) {
+    const std::string_view line = answer.substr(0, answer.find('\n'));
+    if (std::ranges::find(kLines, line) == std::end(kLines)) return false;
+    answer.remove_prefix(std::min(line.size() + 1, answer.size()));
+  }
+  return true;
 }
 
 }  // namespace qdt::host

@@ -15,6 +15,7 @@ struct EntryPoint {
   const char *name;
   int32_t (*run)(OutputBuffer *out, int32_t wordCount, char **words);
   const char *help;
+  const char *examples;   // lines behind the tool's name
   bool onRegion = false;  // takes a shared region of the engine for all that it does, its usage list too
 };
 
@@ -30,6 +31,10 @@ struct Answer {
 
 // Runs a family's command; words[0] is its own name.
 Answer RunEntryPoint(const EntryPoint &entry, std::span<char *const> words);
+
+// Whether each line of a family's answer says what was wrong, and none has anything else. The library returns
+// success with these.
+bool OnlyRefuses(std::string_view answer);
 
 }  // namespace qdt::host
 

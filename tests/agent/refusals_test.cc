@@ -13,6 +13,10 @@ TEST(RefusalsTest, TextsThatOnlySayWhatWasWrong) {
       OnlySaysWhatIsWrong("diag clear cpcar status\n 0. fwdif                    diag search nqpTable"));
   EXPECT_TRUE(OnlySaysWhatIsWrong("search result not found\n"));
   EXPECT_TRUE(OnlySaysWhatIsWrong("Invalid error code"));
+  EXPECT_TRUE(OnlySaysWhatIsWrong("Trace flag type is wrong\n"));
+  EXPECT_TRUE(
+      OnlySaysWhatIsWrong("current trace flag doesn't have top down info, please set flag to time.\n"
+                          "current trace flag doesn't have top down info, please set flag to time.\n"));
 }
 
 TEST(RefusalsTest, AnswersThatOnlyHoldSuchWords) {
@@ -22,6 +26,7 @@ TEST(RefusalsTest, AnswersThatOnlyHoldSuchWords) {
   EXPECT_FALSE(OnlySaysWhatIsWrong("\n Vrf : 0\n  Input error, source-ip is 1.2.3.4, but ip-type is 6"));
   EXPECT_FALSE(OnlySaysWhatIsWrong("search result not found, they said"));
   EXPECT_FALSE(OnlySaysWhatIsWrong("Trace flag is not set\n"));
+  EXPECT_FALSE(OnlySaysWhatIsWrong("Trace flag type is wrong\nRunc 0:\n"));
   EXPECT_FALSE(OnlySaysWhatIsWrong("no rule of the NAT policy takes addresses from group 77"));
 }
 

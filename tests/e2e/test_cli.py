@@ -133,6 +133,15 @@ def test_help_of_a_command(command, tmp_path):
     assert list(tmp_path.iterdir()) == []  # "snapshot --help" makes no file of that name
 
 
+@pytest.mark.parametrize("family", ["diag", "pkt_trace", "pmc", "perf"])
+def test_help_of_the_devices_own_families(family, place):
+    result = place.cli(family, "--help")
+    assert result.code == 0 and result.err == "", result
+    assert result.out.startswith(f"usage: nqecli [OPTIONS] {family} WORDS...\n\n"), result
+    for part in ("\noptions:\n  --arena PATH ", f"\nexamples:\n  nqecli {family} ", "\nexit codes: 0 "):
+        assert part in result.out, result
+
+
 @pytest.mark.parametrize("command", [name for name in USAGES if name not in ("engine", "watch")])
 def test_help_tells_every_option_that_the_command_takes(command):
     told = set(re.findall(r"^  (-[-a-z]+)", nqecli(command, "--help").out, re.M))

@@ -16,6 +16,8 @@ TEST(ShownTextTest, ATerminalGetsNoControlCharacters) {
   EXPECT_EQ(OnTerminal("  Identity : anna\n"), "  Identity : anna\n");
   EXPECT_EQ(OnTerminal("a\tb\\n\n"), "a\tb\\n\n");
   EXPECT_EQ(OnTerminal("\x1b[31mred\a\r\x7f"), "\\x1b[31mred\\x07\\x0d\\x7f");
+  // Lines of CSV end so.
+  EXPECT_EQ(OnTerminal("a,b\r\nc"), "a,b\r\nc");
   EXPECT_EQ(OnTerminal("Caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x93\xb6"),
             "Caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x93\xb6");
   // The control characters of Latin 1, and bytes that are no UTF-8.
@@ -36,6 +38,9 @@ TEST(ShownTextTest, AFileGetsWhatThereIs) {
 
 TEST(ShownTextTest, ACharacterMayComeInParts) {
   std::string carry, shown;
+  for (const char c : std::string("a\r\nb\rc")) shown += ShownText({&c, 1}, true, &carry);
+  EXPECT_EQ(shown, "a\r\nb\\x0dc");
+  shown.clear();
   for (const char c : std::string("\xe2\x82\xac \xf0\x9f\x93\xb6 \xc3\xa9\n"))
     shown += ShownText({&c, 1}, true, &carry);
   EXPECT_EQ(shown, "\xe2\x82\xac \xf0\x9f\x93\xb6 \xc3\xa9\n");

@@ -175,11 +175,10 @@ TEST_F(WatchTest, AsMuchAsTheTerminalHasRoomFor) {
                   {OfInterface(&five_, "mtu", 2), OfInterface(&five_, "mtu", 3)}),
             std::string(kAgain) + "every 0.5 s:" + kEnd + "1" + kEnd + "2" + kEnd + "3" + kEnd +
                 "... 4 more l" + kEnd + kEnd + "... 2 more l" + kEnd + kBelow);
-  // Characters count, not bytes; what would move the cursor does not.
-  EXPECT_EQ(
-      Frame(view.get(), "\xc3\xa4\xc3\xa4\xc3\xa4\xc3\xa4\xc3\xa4\xc3\xa4\xc3\xa4\xc3\xa4\x1b\t\r1234\n"),
-      std::string(kAgain) + "every 0.5 s:" + kEnd +
-          New("\xc3\xa4\xc3\xa4\xc3\xa4\xc3\xa4\xc3\xa4\xc3\xa4\xc3\xa4\xc3\xa4   1") + kBelow);
+  // Characters count, not bytes; what would steer the terminal is shown.
+  EXPECT_EQ(Frame(view.get(), "\xc3\xa4\xc3\xa4\xc3\xa4\xc3\xa4\xc3\xa4\x1b\t\x9b[31m\n\xc2\x9b[31m\n"),
+            std::string(kAgain) + "every 0.5 s:" + kEnd +
+                New("\xc3\xa4\xc3\xa4\xc3\xa4\xc3\xa4\xc3\xa4\\x1b \\x") + New("\\xc2\\x9b[31m") + kBelow);
 }
 
 // Each of the statistics by its name, the sum of the cores.

@@ -89,14 +89,38 @@ constexpr Command kCommands[] = {
      kOptionsOfOthers, WordKind::kOther, "", "", "", nullptr, "nqecli-sql", "libsqlite3-dev"},
 };
 
-void AppendLines(std::string_view lines, std::string *text) {
+// A help text's lines, each led by `lead`.
+void AppendLines(std::string_view lines, const std::string &lead, std::string *text) {
   while (!lines.empty()) {
     const size_t end = std::min(lines.find('\n'), lines.size());
-    *text += "  ";
+    *text += lead;
     *text += lines.substr(0, end);
     *text += '\n';
     lines.remove_prefix(std::min(end + 1, lines.size()));
   }
+}
+
+std::string Sentence(std::string text) {
+  text[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(text[0])));
+  return text + ".\n";
+}
+
+std::string ExitCodes(const std::string &failure) {
+  return "\nexit codes: 0 an answer, 1 " + failure + ", 2 bad usage or no engine\n";
+}
+
+// All of a family's words are the library's own, but this one.
+bool AsksForHelpAlone(std::span<char *const> words) {
+  return words.size() == 2 && words[1] == std::string_view("--help");
+}
+
+std::string HelpOf(const EntryPoint &entry) {
+  const std::string name = entry.name;
+  std::string text = "usage: nqecli [OPTIONS] " + name + " WORDS...\n\n" + Sentence(entry.help);
+  text += "\"nqecli " + name + "\" alone lists the forms. All words behind it are the device's own.\n";
+  text += "\noptions:\n" + PlaceHelp() + "\nexamples:\n";
+  AppendLines(entry.examples, "  nqecli ", &text);
+  return text + ExitCodes(kQueryFailed);
 }
 
 bool AsksForHelp(std::span<char *const> words) {
@@ -138,21 +162,19 @@ const Command *FindCommand(std::string_view name) {
 }
 
 std::string HelpOf(const Command &command) {
-  std::string text = std::string("usage: nqecli ") + command.usage + " [OPTIONS]\n\n";
-  std::string about = command.help;
-  about[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(about[0])));
-  text += about + ".\n";
+  std::string text =
+      std::string("usage: nqecli ") + command.usage + " [OPTIONS]\n\n" + Sentence(command.help);
   if (*command.more != 0) text += std::string(command.more) + '\n';
   text += "\noptions:\n" + OptionHelp(command.options) + PlaceHelp();
   text += "\nexamples:\n";
-  AppendLines(command.examples, &text);
-  text += "\nexit codes: 0 an answer, 1 " + std::string(command.failure) + ", 2 bad usage or no engine\n";
-  return text;
+  AppendLines(command.examples, "  ", &text);
+  return text + ExitCodes(command.failure);
 }
 
 ExitCode RunCommand(const Place &given, std::span<char *const> words) {
   const std::string_view name = words.front();
-  if (const EntryPoint *entry = host::FindEntryPoint(name)) return RunLibrary(given, *entry, words);
+  if (const EntryPoint *entry = host::FindEntryPoint(name))
+    return AsksForHelpAlone(words) ? Print(HelpOf(*entry)) : RunLibrary(given, *entry, words);
   const Command *command = FindCommand(name);
   words = words.subspan(1);
   // What completion files ask.

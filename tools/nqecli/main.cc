@@ -33,7 +33,7 @@ std::string Help() {
   text +=
       "\n"
       "Options stand before or behind the command, but before the words of diag, pkt_trace, pmc and perf.\n"
-      "nqecli COMMAND --help tells more of the other commands.\n"
+      "nqecli COMMAND --help tells more of a command.\n"
       "\n"
       "exit codes: 0 an answer, 1 the query failed, 2 bad usage or no engine\n";
   return text;

@@ -1,10 +1,12 @@
 #include "tools/nqecli/query.h"
 
+#include <algorithm>
 #include <string>
 
 #include "host/arena/arena.h"
 #include "host/base/host_error.h"
 #include "host/library/services.h"
+#include "qdt/stats.h"
 #include "qdt/tables.h"
 #include "tools/nqecli/output/shown_text.h"
 
@@ -25,7 +27,9 @@ std::string_view LastLine(std::string_view answer) {
 }
 
 // The packet trace says in a last line of this kind what it refuses.
-bool IsRefusal(std::string_view answer) { return LastLine(answer).starts_with("Error: "); }
+bool IsRefusal(std::string_view answer) {
+  return LastLine(answer).starts_with("Error: ") || host::OnlyRefuses(answer);
+}
 
 }  // namespace
 
@@ -68,6 +72,12 @@ ExitCode CodeOf(std::string_view name, const host::Answer &answer, bool isUsage)
 
 namespace {
 
+bool IsDiscardType(std::string_view name) {
+  const char *const *names = QdtOmaSysStatDescGet() + QDT_STAT_DISCARD;
+  return std::any_of(names, names + QDT_STAT_DISCARD_COUNT,
+                     [name](const char *one) { return one != nullptr && name == one; });
+}
+
 // The packet trace reads one word of a name; names of several are set another way.
 void HintAtLongNames(const host::EntryPoint &entry, std::span<char *const> words) {
   if (std::string_view(entry.name) != "pkt_trace" || words.size() < 4) return;
@@ -75,6 +85,10 @@ void HintAtLongNames(const host::EntryPoint &entry, std::span<char *const> words
   std::string name = words[3];
   for (const char *word : words.subspan(4)) name += std::string(" ") + word;
   if (name.find(' ') == name.npos) return;
+  if (!IsDiscardType(name)) {
+    return WriteError("no discard type is called " + host::Quoted(name) +
+                      " (they are the discard counters of nqecli statistics)");
+  }
   WriteError(
       "pkt_trace reads one word of a name; a name of several takes nqecli agent debug-pkt enable=true "
       "discard-type=" +

@@ -65,8 +65,9 @@ void MarkTexts(uint32_t table, void *record, uint32_t size) {
 
 bool IsPlain(char c) { return (c >= ' ' && c <= '~') || c == '\n' || c == '\t'; }
 
-// Whether the text may be the beginning of a character.
+// Whether the text may be the beginning of a character, or of a line's end as CSV has it.
 bool MayGoOn(std::string_view text) {
+  if (text == "\r") return true;
   if (text.size() >= kLongestCharacter) return false;
   const auto first = static_cast<uint8_t>(text.front());
   const size_t length = first >= 0xf0 && first < 0xf5 ? 4 : first >= 0xe0 ? 3 : first >= 0xc2 ? 2 : 1;
@@ -113,6 +114,9 @@ std::string ShownText(std::string_view text, bool forTerminal, std::string *carr
       shown += "\\n";
     } else if (!forTerminal || IsPlain(rest.front())) {
       shown += rest.front();
+    } else if (rest.starts_with("\r\n")) {
+      size = 2;
+      shown += "\r\n";
     } else if (const size_t character = host::CharacterAt(rest); character != 0) {
       size = character;
       shown += rest.substr(0, size);

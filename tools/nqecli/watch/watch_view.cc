@@ -9,6 +9,7 @@
 #include "host/layout/value_text.h"
 #include "host/record/record_rows.h"
 #include "tools/nqecli/output/output.h"
+#include "tools/nqecli/output/shown_text.h"
 
 namespace qdt::nqecli {
 namespace {
@@ -270,6 +271,11 @@ class WatchScreen : public WatchView {
 
   // Cut to the terminal's width, so that it stays one line, and without what would move the cursor.
   void Line(std::string_view text, bool marked) {
+    std::string shown, carry;
+    if (!IsHarmless(text, true)) {
+      shown = ShownText(text, true, &carry);
+      text = shown += EscapedBytes(carry);
+    }
     if (marked) out_.Append("\x1b[7m");
     uint32_t column = 0;
     for (const char c : text) {
