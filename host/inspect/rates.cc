@@ -80,7 +80,7 @@ class RegionRates : public CounterRates {
       const uint64_t was = values_.before().empty() ? value : values_.before()[i];
       if (value <= was) continue;
       Rate rate;
-      rate.name = region_.spec.name;
+      rate.region = &region_;
       rate.field = counters_[i].path;
       rate.perSecond = static_cast<double>(value - was) / seconds;
       visit(rate);

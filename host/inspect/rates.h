@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,13 +13,14 @@
 
 namespace qdt::host {
 
-// A counter that has risen since it was read before.
+// A counter that has risen since it was read before: of a table's entry, of a region, or one of the
+// statistics.
 struct Rate {
   const TableLayout *table = nullptr;  // whose entry has the key
   const uint8_t *key = nullptr;
-  std::string_view name;           // of what is no table: a region's, "statistics"
-  std::optional<uint32_t> number;  // of one of the statistics
-  std::string_view field;
+  const RegionLayout *region = nullptr;
+  uint32_t number = 0;     // of the statistics
+  std::string_view field;  // empty for one of the statistics without a name
   double perSecond = 0;
 };
 

@@ -16,6 +16,7 @@ import time
 import pytest
 
 from conftest import BIN, PATIENCE, engine_place, nqecli
+from schemas import valid
 
 SCENARIO = """\
 ctrlif_map_fwdif:
@@ -116,7 +117,7 @@ def test_documents(busy):
     command = ["list", "fwdif", "if_index=13", "--fields", "if_index,counters[0].in_packets"]
     answer = nqecli("--arena", busy.arena, "watch", "--json", "-i", "0.5", "--times", "3", *command)
     assert (answer.code, answer.err) == (0, ""), answer
-    documents = [json.loads(line) for line in answer.out.splitlines()]
+    documents = [valid(json.loads(line)) for line in answer.out.splitlines()]
     assert len(documents) == 3
     for document in documents:
         assert list(document) == ["time", "seconds", "command", "answer", "rates"]
@@ -130,7 +131,7 @@ def test_documents(busy):
         (rate,) = document["rates"]
         assert document["seconds"] > 0
         counted.append(rate.pop("per_second") * document["seconds"])
-        assert rate == {"table": "fwdif", "key": {"if_index": 13}, "field": "counters[0].in_packets"}
+        assert rate == {"table": "fwdif", "id": 29, "key": {"if_index": 13}, "field": "counters[0].in_packets"}
     # Each answer is older than the reading for its rate, and younger than the one before; milliseconds are cut.
     assert 0 < counted[0] <= (packets[2] - packets[0]) * 1.02, (packets, counted)
     assert sum(counted) >= (packets[2] - packets[1]) * 0.98, (packets, counted)
@@ -139,7 +140,7 @@ def test_documents(busy):
 def test_any_form_of_the_words(busy):
     for words in (["--json", "--times", "1", "usage"], ["--times", "1", "usage", "--json"], ["--times=1", "--json", "usage"]):
         answer = nqecli("--arena", busy.arena, "watch", *words)
-        assert answer.code == 0 and json.loads(answer.out)["answer"]["count"] > 80, answer
+        assert answer.code == 0 and valid(json.loads(answer.out))["answer"]["count"] > 80, answer
     answer = nqecli("watch", "--times", "1", "list", "arp", "--arena", busy.arena)
     assert answer.code == 0 and "192.0.2.7" in answer.out, answer
     answer = nqecli("watch", "--arena", busy.arena, "--times", "2", "-i", "0.1", "list", "arp", "--ndjson")
@@ -149,7 +150,7 @@ def test_any_form_of_the_words(busy):
 def test_answers_that_are_no_json_are_texts(busy):
     answer = nqecli("--arena", busy.arena, "watch", "--json", "--times", "1", "engine", "region", "IPP_SESSION_AGING_TIME")
     assert answer.code == 0, answer
-    assert json.loads(answer.out)["answer"] == "tcp 0\nudp 0\nicmp 0"
+    assert valid(json.loads(answer.out))["answer"] == "tcp 0\nudp 0\nicmp 0"
 
 
 def test_failed_queries_go_on(engine):
@@ -162,9 +163,9 @@ def test_failed_queries_go_on(engine):
 def test_diff_with_the_live_engine(engine, directory):
     engine.cli("snapshot", directory / "copy").answered("")
     with watching(engine, "-i", "0.1", "--json", "diff", directory / "copy", "live") as watch:
-        assert json.loads(watch.line())["answer"] == {"diff": [], "count": 0}
+        assert valid(json.loads(watch.line()))["answer"] == {"diff": [], "count": 0}
         engine.cli("engine", "region", "IPP_SESSION_AGING_TIME", "tcp", "300")
-        while not (changed := json.loads(watch.line())["answer"])["count"]:
+        while not (changed := valid(json.loads(watch.line()))["answer"])["count"]:
             pass
         assert changed["diff"][0]["fields"] == {"tcp": {"from": 0, "to": 300}}
         assert watch.end() == (0, "")

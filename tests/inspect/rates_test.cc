@@ -19,7 +19,7 @@ class RatesTest : public testing::Test {
   static std::vector<std::string> Read(CounterRates *rates, double seconds) {
     std::vector<std::string> lines;
     rates->Read(seconds, [&](const Rate &rate) {
-      std::string line(rate.table != nullptr ? rate.table->shortName : rate.name);
+      std::string line(rate.table != nullptr ? rate.table->shortName : rate.region->spec.name);
       line += ' ';
       if (rate.table != nullptr) AppendNamedKey(*rate.table, rate.key, &line);
       lines.push_back(line + ' ' + std::string(rate.field) + ' ' + std::to_string(rate.perSecond));

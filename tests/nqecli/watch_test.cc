@@ -52,7 +52,7 @@ class WatchTest : public testing::Test {
 
   static Rate OfRegion(std::string_view field, double perSecond) {
     Rate rate;
-    rate.name = "PKT_TRACE_CTX_PTR";
+    rate.region = Layout::BuiltIn().FindRegion("PKT_TRACE_CTX_PTR");
     rate.field = field;
     rate.perSecond = perSecond;
     return rate;
@@ -60,7 +60,6 @@ class WatchTest : public testing::Test {
 
   static Rate OfStatistic(uint32_t number, std::string_view field, double perSecond) {
     Rate rate;
-    rate.name = "statistics";
     rate.number = number;
     rate.field = field;
     rate.perSecond = perSecond;
@@ -112,14 +111,15 @@ TEST_F(WatchTest, Documents) {
   EXPECT_EQ(
       Frame(view.get(), "a \"b\"\n\x1b[7m\xff\n",
             {OfInterface(&five_, "counters[0].in_bytes", 1234.5678), OfRegion("from_driver", 0.5),
-             OfStatistic(187, "arp miss", 3)}),
+             OfStatistic(187, "arp miss", 3), OfStatistic(193, "", 0.25)}),
       "{\"time\":\"2026-11-22T06:39:59.123Z\",\"seconds\":2.0,\"command\":[\"list\",\"fwdif\",\"if_index<9\"]"
       ","
       "\"answer\":\"a \\\"b\\\"\\n\\\\x1b[7m\\\\xff\",\"rates\":["
-      "{\"table\":\"fwdif\",\"key\":{\"if_index\":5},\"field\":\"counters[0].in_bytes\",\"per_second\":1234."
-      "567},"
-      "{\"region\":\"PKT_TRACE_CTX_PTR\",\"key\":{},\"field\":\"from_driver\",\"per_second\":0.5},"
-      "{\"table\":\"statistics\",\"key\":{\"number\":187},\"field\":\"arp miss\",\"per_second\":3.0}]}\n");
+      "{\"table\":\"fwdif\",\"id\":29,\"key\":{\"if_index\":5},\"field\":\"counters[0].in_bytes\","
+      "\"per_second\":1234.567},"
+      "{\"region\":\"PKT_TRACE_CTX_PTR\",\"field\":\"from_driver\",\"per_second\":0.5},"
+      "{\"statistic\":187,\"field\":\"arp miss\",\"per_second\":3.0},"
+      "{\"statistic\":193,\"field\":null,\"per_second\":0.25}]}\n");
   // Half a document is no document, two are none either.
   EXPECT_NE(Frame(view.get(), "{\"records\":[\n").find("\"answer\":\"{\\\"records\\\":[\","),
             std::string::npos);
@@ -195,8 +195,8 @@ TEST_F(WatchTest, RatesOfTheStatistics) {
   const auto lines = [](host::CounterRates *rates) {
     std::vector<std::string> all;
     rates->Read(2, [&](const Rate &rate) {
-      all.push_back(std::string(rate.name) + ' ' + std::to_string(rate.number.value()) + ' ' +
-                    std::string(rate.field) + ' ' + std::to_string(rate.perSecond));
+      all.push_back(std::to_string(rate.number) + ' ' + std::string(rate.field) + ' ' +
+                    std::to_string(rate.perSecond));
     });
     return all;
   };
@@ -210,8 +210,8 @@ TEST_F(WatchTest, RatesOfTheStatistics) {
   statistics.Add(1, QDT_STAT_CAR + 2, 4);
   statistics.Add(1, QDT_STAT_CAR + 200, 2);
   EXPECT_EQ(lines(rates.get()),
-            (std::vector<std::string>{"statistics 579 arp-miss 3.500000", "statistics 777 200 1.000000"}));
-  EXPECT_EQ(lines(some.get()), (std::vector<std::string>{"statistics 579 arp-miss 3.500000"}));
+            (std::vector<std::string>{"579 arp-miss 3.500000", "777 200 1.000000"}));
+  EXPECT_EQ(lines(some.get()), (std::vector<std::string>{"579 arp-miss 3.500000"}));
   EXPECT_TRUE(lines(rates.get()).empty());
   // Of other commands there are none.
   EXPECT_EQ(RatesOf(*source, {"usage"}), nullptr);

@@ -75,6 +75,10 @@ std::unique_ptr<host::RecordSource> OpenSource(const Place &place);
 // `uses`.
 const host::TableLayout &TableOf(std::string_view name, uint32_t uses = kUseList);
 
+// The region of a name, with fields; null when there is none of the name. Throws HostError for one of which
+// nothing is known.
+const host::RegionLayout *RegionOf(std::string_view name);
+
 // Where a value stands, as members of an object: {"table": "fib", "id": 1, "key": {...}}, or {"region":
 // "..."}. The key is left out where it is null.
 void WritePlace(host::JsonWriter *json, const host::TableLayout *table, const host::RegionLayout *region,

@@ -49,7 +49,6 @@ class StatisticsRates : public CounterRates {
     const std::string name = NameOf(number);
     if (!host::Matches(pattern_, name)) return;
     Rate rate;
-    rate.name = "statistics";
     rate.number = number;
     rate.field = name;
     rate.perSecond = perSecond;
