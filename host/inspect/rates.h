@@ -10,6 +10,7 @@
 
 #include "host/record/filter.h"
 #include "host/record/record_source.h"
+#include "host/tbm/table_view.h"
 
 namespace qdt::host {
 
@@ -39,8 +40,13 @@ class CounterRates {
 // takes them, empty for all. Null where there are none. Keeps 8 bytes for each counter.
 std::unique_ptr<CounterRates> MakeTableRates(const RecordSource &source, const TableLayout &table,
                                              std::vector<Condition> where, std::string_view paths);
-// The counters of a region.
-std::unique_ptr<CounterRates> MakeRegionRates(const RecordSource &source, const RegionLayout &region);
+// The same of the entries at those places that `places` names at each reading.
+std::unique_ptr<CounterRates> MakePlaceRates(const RecordSource &source, const TableLayout &table,
+                                             std::function<std::vector<tbm::Place>()> places,
+                                             std::string_view paths);
+// The counters of a region, by such paths.
+std::unique_ptr<CounterRates> MakeRegionRates(const RecordSource &source, const RegionLayout &region,
+                                              std::string_view paths);
 
 // Counters by number, side by side, as CounterRates keeps them: what was read and what was read before.
 class CounterColumn {

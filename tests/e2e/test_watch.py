@@ -112,6 +112,53 @@ def test_rates_of_interfaces(busy):
         assert watch.end() == (0, "")
 
 
+def test_rates_of_what_a_query_shows(busy):
+    with watching(busy, "-i", "0.2", "show", "fwdif", "1012") as watch:
+        rate = watch.until(TIME + r" fwdif if_index=12 counters\[\d\]\.in_bytes (\d+\.\d)/s")
+        assert float(rate[1]) > 0
+        # Of what is shown alone.
+        for _ in range(50):
+            assert (rate := watch.until(TIME + r" fwdif (\S+) \S+ (\d+\.\d)/s"))[1] == "if_index=12", rate[0]
+        assert watch.end() == (0, "")
+
+
+def test_rates_of_the_statistics(busy):
+    """By the names, and the pattern, that the command itself has."""
+    with watching(busy, "-i", "0.2", "statistics", "Total IP* transmitted") as watch:
+        names = set()
+        while len(names) < 2:
+            rate = watch.until(TIME + r" statistics number=(\d+) (.*) (\d+\.\d)/s")
+            assert float(rate[3]) >= 0
+            names.add((rate[1], rate[2]))
+        assert watch.end() == (0, "")
+    listed = json.loads(busy.cli("statistics", "--json", "Total IP* transmitted").out)["statistics"]
+    assert names <= {(str(counter["number"]), counter["name"]) for counter in listed}
+
+
+def test_rates_of_a_region(busy):
+    assert busy.cli("pkt_trace", "enable").code == 0
+    with watching(busy, "-i", "0.2", "regions", "PKT_TRACE_CTX_PTR") as watch:
+        rate = watch.until(TIME + r" PKT_TRACE_CTX_PTR from_driver (\d+\.\d)/s")
+        assert float(rate[1]) > 0
+        assert watch.end() == (0, "")
+    assert busy.cli("pkt_trace", "clear").code == 0
+
+
+@pytest.mark.parametrize("command", ["list fwdif --fields if_index,counters", "show fwdif 1012", "statistics Total*",
+                                     "regions PKT_TRACE_CTX_PTR", "usage", "check", "find 12", "sql SELECT(1)",
+                                     "engine status"])
+def test_documents_are_as_the_schema_says(busy, command):
+    """Until one of them has rates, where the command has counters."""
+    counts = command.split()[0] in ("list", "show", "statistics")
+    with watching(busy, "-i", "0.1", "--json", *command.split()) as watch:
+        documents = [valid(json.loads(watch.line())) for _ in range(2)]
+        while counts and not documents[-1]["rates"]:
+            documents.append(valid(json.loads(watch.line())))
+        assert watch.end() == (0, "")
+    assert documents[0]["rates"] == [] and documents[0]["seconds"] == 0 < documents[1]["seconds"]
+    assert documents[0]["command"] == command.split()
+
+
 def test_documents(busy):
     """Counters and rates of one answer tell the same."""
     command = ["list", "fwdif", "if_index=13", "--fields", "if_index,counters[0].in_packets"]

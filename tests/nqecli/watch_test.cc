@@ -200,8 +200,13 @@ TEST_F(WatchTest, RatesOfTheStatistics) {
     });
     return all;
   };
-  const auto rates = RatesOf(*source, {"statistics"});
-  const auto some = RatesOf(*source, {"statistics", "--csv", "arp-*ss"});
+  const auto ratesOf = [&](const std::vector<std::string> &command) {
+    Place place;
+    place.arena = dir.File("a");
+    return RatesOf(place, *source, command);
+  };
+  const auto rates = ratesOf({"statistics"});
+  const auto some = ratesOf({"statistics", "--csv", "*arp-*ss"});
   ASSERT_NE(rates, nullptr);
   ASSERT_NE(some, nullptr);
   EXPECT_TRUE(lines(rates.get()).empty());
@@ -209,16 +214,20 @@ TEST_F(WatchTest, RatesOfTheStatistics) {
   statistics.Add(0, QDT_STAT_CAR + 2, 3);
   statistics.Add(1, QDT_STAT_CAR + 2, 4);
   statistics.Add(1, QDT_STAT_CAR + 200, 2);
-  EXPECT_EQ(lines(rates.get()),
-            (std::vector<std::string>{"579 arp-miss 3.500000", "777 200 1.000000"}));
-  EXPECT_EQ(lines(some.get()), (std::vector<std::string>{"579 arp-miss 3.500000"}));
+  EXPECT_EQ(lines(rates.get()), (std::vector<std::string>{"579 CAR - arp-miss 3.500000", "777  1.000000"}));
+  EXPECT_EQ(lines(some.get()), (std::vector<std::string>{"579 CAR - arp-miss 3.500000"}));
   EXPECT_TRUE(lines(rates.get()).empty());
   // Of other commands there are none.
-  EXPECT_EQ(RatesOf(*source, {"usage"}), nullptr);
-  EXPECT_EQ(RatesOf(*source, {"list", "nhp"}), nullptr);
-  EXPECT_NE(RatesOf(*source, {"list", "--limit", "3", "fwdif"}), nullptr);
-  EXPECT_NE(RatesOf(*source, {"regions", "PKT_TRACE_CTX_PTR"}), nullptr);
-  EXPECT_EQ(RatesOf(*source, {"list", "nonsense"}), nullptr);
+  EXPECT_EQ(ratesOf({"usage"}), nullptr);
+  EXPECT_EQ(ratesOf({"list", "nhp"}), nullptr);
+  EXPECT_NE(ratesOf({"list", "--limit", "3", "fwdif"}), nullptr);
+  EXPECT_NE(ratesOf({"regions", "PKT_TRACE_CTX_PTR"}), nullptr);
+  EXPECT_NE(ratesOf({"regions", "PKT_TRACE_CTX_PTR", "--fields", "to_driver,from_driver"}), nullptr);
+  EXPECT_EQ(ratesOf({"regions", "PKT_TRACE_CTX_PTR", "--fields", "station_count"}), nullptr);
+  EXPECT_NE(ratesOf({"show", "station_trace"}), nullptr);
+  EXPECT_EQ(ratesOf({"show", "tbm_memory_stat"}), nullptr);
+  EXPECT_EQ(ratesOf({"show", "nonsense"}), nullptr);
+  EXPECT_EQ(ratesOf({"list", "nonsense"}), nullptr);
   engine->Retire();
 }
 

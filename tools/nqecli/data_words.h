@@ -41,6 +41,8 @@ enum DataOption : uint32_t {
 constexpr uint32_t kOptionForms = kOptionJson | kOptionLines | kOptionCsv;
 constexpr uint32_t kListOptions =
     kOptionForms | kOptionYaml | kOptionFields | kOptionSort | kOptionLimit | kOptionCount;
+// Those that stand before the command that watch repeats.
+constexpr uint32_t kWatchOptions = kOptionJson | kOptionInterval | kOptionTimes;
 
 // The names of options, and their lines for a help text.
 std::vector<std::string_view> OptionNames(uint32_t takes);

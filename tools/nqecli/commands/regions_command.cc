@@ -94,11 +94,7 @@ void PrintValues(const host::RecordBytes &record, const RecordShape &shape, cons
 
 ExitCode ShowRegion(const RecordSource &source, const DataWords &words) {
   const RegionLayout &region = NamedRegion(words.words.front());
-  host::TableLayout alone;  // a region is like a table without keys
-  alone.shortName = region.spec.name;
-  alone.fields = region.fields;
-  const RecordShape shape =
-      words.fields.empty() ? RecordShape::Whole(region) : RecordShape::Select(alone, words.fields);
+  const RecordShape shape = RecordShape::Chosen(region, words.fields);
   const std::vector<uint8_t> bytes = source.ReadRegion(region);
   if (bytes.empty()) throw HostError("this engine has no region " + std::string(region.spec.name));
   const host::RecordBytes record(source, bytes.data());
