@@ -10,13 +10,35 @@ std::vector<Leaf> CountersOf(std::vector<Leaf> leaves) {
   return leaves;
 }
 
+// Takes a reader to each of the entries whose counters are asked for, in the order of their serials, and
+// calls.
+using EntryWalk = std::function<void(EntryReader *reader, const std::function<void()> &found)>;
+
+EntryWalk WalkAll(const RecordSource &source, std::vector<Condition> where) {
+  return [&source, where = std::move(where)](EntryReader *reader, const std::function<void()> &found) {
+    while (reader->Next()) {
+      const RecordBytes record(source, *reader);
+      if (std::ranges::all_of(where, [&](const Condition &wanted) { return wanted.Holds(record); })) found();
+    }
+  };
+}
+
+EntryWalk WalkPlaces(std::function<std::vector<tbm::Place>()> places) {
+  return [places = std::move(places)](EntryReader *reader, const std::function<void()> &found) {
+    std::vector<tbm::Place> all = places();
+    std::ranges::sort(all, {}, &tbm::Place::serial);
+    for (const tbm::Place &place : all) {
+      if (reader->Again(place)) found();
+    }
+  };
+}
+
 // An entry that has gone and come again under its key is another one, with another serial: its counters began
 // anew.
 class TableRates : public CounterRates {
  public:
-  TableRates(const RecordSource &source, const TableLayout &table, std::vector<Condition> where,
-             std::vector<Leaf> counters)
-      : source_(source), table_(table), where_(std::move(where)), counters_(std::move(counters)) {}
+  TableRates(const RecordSource &source, const TableLayout &table, EntryWalk walk, std::vector<Leaf> counters)
+      : source_(source), table_(table), walk_(std::move(walk)), counters_(std::move(counters)) {}
 
   void Read(double seconds, const std::function<void(const Rate &)> &visit) override {
     serials_.Turn();
@@ -24,10 +46,7 @@ class TableRates : public CounterRates {
     EntryReader reader(source_, table_);
     // Both readings are in the order of serials.
     size_t old = 0;
-    while (reader.Next()) {
-      const RecordBytes record(source_, reader);
-      if (!std::ranges::all_of(where_, [&](const Condition &wanted) { return wanted.Holds(record); }))
-        continue;
+    walk_(&reader, [&] {
       const uint64_t serial = reader.entry().place.serial;
       while (old < serials_.before().size() && serials_.before()[old] < serial) ++old;
       const bool known = old < serials_.before().size() && serials_.before()[old] == serial;
@@ -38,7 +57,7 @@ class TableRates : public CounterRates {
         const uint64_t was = known ? values_.before()[old * counters_.size() + i] : value;
         if (value > was) Give(counters_[i], reader, static_cast<double>(value - was) / seconds, visit);
       }
-    }
+    });
   }
 
  private:
@@ -59,7 +78,7 @@ class TableRates : public CounterRates {
 
   const RecordSource &source_;
   const TableLayout &table_;
-  const std::vector<Condition> where_;
+  const EntryWalk walk_;
   const std::vector<Leaf> counters_;
   CounterColumn serials_;
   CounterColumn values_;  // of each entry all counters
@@ -80,7 +99,7 @@ class RegionRates : public CounterRates {
       const uint64_t was = values_.before().empty() ? value : values_.before()[i];
       if (value <= was) continue;
       Rate rate;
-      rate.name = region_.spec.name;
+      rate.region = &region_;
       rate.field = counters_[i].path;
       rate.perSecond = static_cast<double>(value - was) / seconds;
       visit(rate);
@@ -94,18 +113,29 @@ class RegionRates : public CounterRates {
   CounterColumn values_;
 };
 
+std::unique_ptr<CounterRates> MakeRates(const RecordSource &source, const TableLayout &table, EntryWalk walk,
+                                        std::string_view paths) {
+  std::vector<Leaf> counters = CountersOf(LeavesOf(RecordShape::Chosen(table, paths).nodes));
+  if (counters.empty() || source.View(table) == nullptr) return nullptr;
+  return std::make_unique<TableRates>(source, table, std::move(walk), std::move(counters));
+}
+
 }  // namespace
 
 std::unique_ptr<CounterRates> MakeTableRates(const RecordSource &source, const TableLayout &table,
                                              std::vector<Condition> where, std::string_view paths) {
-  const RecordShape shape = paths.empty() ? RecordShape::Whole(table) : RecordShape::Select(table, paths);
-  std::vector<Leaf> counters = CountersOf(LeavesOf(shape.nodes));
-  if (counters.empty() || source.View(table) == nullptr) return nullptr;
-  return std::make_unique<TableRates>(source, table, std::move(where), std::move(counters));
+  return MakeRates(source, table, WalkAll(source, std::move(where)), paths);
 }
 
-std::unique_ptr<CounterRates> MakeRegionRates(const RecordSource &source, const RegionLayout &region) {
-  std::vector<Leaf> counters = CountersOf(LeavesOf(region));
+std::unique_ptr<CounterRates> MakePlaceRates(const RecordSource &source, const TableLayout &table,
+                                             std::function<std::vector<tbm::Place>()> places,
+                                             std::string_view paths) {
+  return MakeRates(source, table, WalkPlaces(std::move(places)), paths);
+}
+
+std::unique_ptr<CounterRates> MakeRegionRates(const RecordSource &source, const RegionLayout &region,
+                                              std::string_view paths) {
+  std::vector<Leaf> counters = CountersOf(LeavesOf(RecordShape::Chosen(region, paths).nodes));
   if (counters.empty()) return nullptr;
   return std::make_unique<RegionRates>(source, region, std::move(counters));
 }

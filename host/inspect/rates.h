@@ -4,23 +4,24 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "host/record/filter.h"
 #include "host/record/record_source.h"
+#include "host/tbm/table_view.h"
 
 namespace qdt::host {
 
-// A counter that has risen since it was read before.
+// A counter that has risen since it was read before: of a table's entry, of a region, or one of the
+// statistics.
 struct Rate {
   const TableLayout *table = nullptr;  // whose entry has the key
   const uint8_t *key = nullptr;
-  std::string_view name;           // of what is no table: a region's, "statistics"
-  std::optional<uint32_t> number;  // of one of the statistics
-  std::string_view field;
+  const RegionLayout *region = nullptr;
+  uint32_t number = 0;     // of the statistics
+  std::string_view field;  // empty for one of the statistics without a name
   double perSecond = 0;
 };
 
@@ -39,8 +40,13 @@ class CounterRates {
 // takes them, empty for all. Null where there are none. Keeps 8 bytes for each counter.
 std::unique_ptr<CounterRates> MakeTableRates(const RecordSource &source, const TableLayout &table,
                                              std::vector<Condition> where, std::string_view paths);
-// The counters of a region.
-std::unique_ptr<CounterRates> MakeRegionRates(const RecordSource &source, const RegionLayout &region);
+// The same of the entries at those places that `places` names at each reading.
+std::unique_ptr<CounterRates> MakePlaceRates(const RecordSource &source, const TableLayout &table,
+                                             std::function<std::vector<tbm::Place>()> places,
+                                             std::string_view paths);
+// The counters of a region, by such paths.
+std::unique_ptr<CounterRates> MakeRegionRates(const RecordSource &source, const RegionLayout &region,
+                                              std::string_view paths);
 
 // Counters by number, side by side, as CounterRates keeps them: what was read and what was read before.
 class CounterColumn {

@@ -160,6 +160,15 @@ class View {
   bool begun_ = false;
 };
 
+class PlaceSink : public RecordSink {
+ public:
+  void Record(const RecordBytes &record) override { places.push_back(record.entry->entry().place); }
+  void End(uint64_t, bool) override {}
+  void Fail(std::string_view) override {}
+
+  std::vector<tbm::Place> places;
+};
+
 }  // namespace
 
 TableLayout RecordLayoutOf(const Layout &layout, const ViewLayout &view) {
@@ -173,6 +182,13 @@ TableLayout RecordLayoutOf(const Layout &layout, const ViewLayout &view) {
 ViewAnswer WriteViewRecords(const RecordSource &source, const ViewLayout &view, const TableQuery &ask,
                             RecordSink *sink) {
   return View(source, view, ask, sink).Write();
+}
+
+std::vector<tbm::Place> ViewPlaces(const RecordSource &source, const ViewLayout &view,
+                                   const TableQuery &ask) {
+  PlaceSink sink;
+  WriteViewRecords(source, view, ask, &sink);
+  return std::move(sink.places);
 }
 
 }  // namespace qdt::host

@@ -2,11 +2,13 @@
 #define HOST_QUERY_VIEW_RECORDS_H_
 
 #include <cstdint>
+#include <vector>
 
 #include "host/layout/layout.h"
 #include "host/library/table_query.h"
 #include "host/record/record_sinks.h"
 #include "host/record/record_source.h"
+#include "host/tbm/table_view.h"
 
 namespace qdt::host {
 
@@ -26,6 +28,9 @@ struct ViewAnswer {
 // a query fails that has shown records.
 ViewAnswer WriteViewRecords(const RecordSource &source, const ViewLayout &view, const TableQuery &ask,
                             RecordSink *sink);
+
+// Where those entries stand that a query of a view of a table would show; none when it fails.
+std::vector<tbm::Place> ViewPlaces(const RecordSource &source, const ViewLayout &view, const TableQuery &ask);
 
 }  // namespace qdt::host
 

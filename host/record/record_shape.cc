@@ -209,6 +209,17 @@ RecordShape RecordShape::Select(const TableLayout &table, std::string_view paths
   return shape;
 }
 
+RecordShape RecordShape::Chosen(const TableLayout &table, std::string_view paths) {
+  return paths.empty() ? Whole(table) : Select(table, paths);
+}
+
+RecordShape RecordShape::Chosen(const RegionLayout &region, std::string_view paths) {
+  TableLayout alone;  // a region is like a table without keys
+  alone.shortName = region.spec.name;
+  alone.fields = region.fields;
+  return Chosen(alone, paths);
+}
+
 FieldRef CounterOf(const FieldSet &beside, std::string_view array, uint32_t base) {
   for (const Field &field : beside.all()) {
     if (field.counts == array) return field.ref.At(base);

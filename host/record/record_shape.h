@@ -35,6 +35,9 @@ struct RecordShape {
   // `paths` are joined by commas: "index,counters[0].in_bytes,positive". Throws HostError for what the table
   // does not have, with the name that was meant.
   static RecordShape Select(const TableLayout &table, std::string_view paths);
+  // The same, the whole record where none are named.
+  static RecordShape Chosen(const TableLayout &table, std::string_view paths);
+  static RecordShape Chosen(const RegionLayout &region, std::string_view paths);
 };
 
 // A single value of a record, or an element's of an array.

@@ -1,29 +1,19 @@
 #include "host/record/schema.h"
 
-#include <algorithm>
 #include <string>
 #include <vector>
 
-#include "host/record/record_json.h"
 #include "host/record/schema_documents.h"
+#include "host/record/schema_records.h"
 
 namespace qdt::host {
 namespace {
 
 constexpr std::string_view kDialect = "https://json-schema.org/draft/2020-12/schema";
 
-// A field of a key that always holds one value, and nothing in the record says it as well.
-bool IsSilent(const ShapeNode &node) { return node.field->constant && node.twin == nullptr; }
-
-bool IsOptional(const Field &field) { return field.pointer != 0 || !field.selector.empty(); }
-
-bool IsBig(FieldKind kind) {
-  return kind == FieldKind::kIpv4Net || kind == FieldKind::kIpv6 || kind == FieldKind::kMac;
-}
-
-class SchemaWriter {
+class DocumentSchema : public RecordSchema {
  public:
-  SchemaWriter(TextOut *out, const Layout &layout) : json_(*out), layout_(layout) {}
+  DocumentSchema(TextOut *out, const Layout &layout) : RecordSchema(out), layout_(layout) {}
 
   void Table(const TableLayout &table) {
     Head("list:" + std::string(table.shortName), "nqecli list " + std::string(table.shortName) + " --json");
@@ -54,11 +44,14 @@ class SchemaWriter {
 
   void Whole() {
     Head("data", "What nqecli prints with --json");
-    Text("type", "object");
-    Choices();
+    Ref("document");
     Key("$defs");
     json_.StartObject();
     CommonDefs();
+    Key("document");
+    AnyDocument();
+    Key("place");
+    Place();
     for (const TableLayout &table : layout_.tables()) {
       if (table.fields.empty()) continue;
       RecordDefs(table);
@@ -69,56 +62,19 @@ class SchemaWriter {
       json_.EndObject();
     }
     for (const RegionLayout &region : layout_.regions()) {
+      if (region.fields.empty()) continue;
       RegionDef(region);
       Key("region." + std::string(region.spec.name));
       json_.StartObject();
       RegionMembers(region);
       json_.EndObject();
     }
-    for (const SchemaDocument &document : SchemaDocuments()) {
-      if (!document.IsPart()) Document(document);
-    }
+    for (const ViewLayout &view : layout_.views()) View(view);
+    for (const SchemaDocument &document : SchemaDocuments()) AsItIs(document);
     End();
   }
 
  private:
-  void Key(std::string_view key) { JsonKey(&json_, key); }
-  void Text(std::string_view key, std::string_view value) {
-    Key(key);
-    JsonText(&json_, value);
-  }
-  // Left out when there is nothing to say.
-  void Note(std::string_view key, std::string_view value) {
-    if (!value.empty()) Text(key, value);
-  }
-  void Number(std::string_view key, uint64_t value) {
-    Key(key);
-    json_.Uint64(value);
-  }
-  void Names(std::string_view key, std::span<const std::string_view> names) {
-    if (names.empty()) return;
-    Key(key);
-    json_.StartArray();
-    for (const std::string_view name : names) JsonText(&json_, name);
-    json_.EndArray();
-  }
-  void No(std::string_view key) {
-    Key(key);
-    json_.Bool(false);
-  }
-  void Ref(std::string_view name) { Text("$ref", "#/$defs/" + std::string(name)); }
-  void RefObject(std::string_view name) {
-    json_.StartObject();
-    Ref(name);
-    json_.EndObject();
-  }
-  void Type(std::string_view key, std::string_view type) {
-    Key(key);
-    json_.StartObject();
-    Text("type", type);
-    json_.EndObject();
-  }
-
   void Head(std::string_view id, std::string_view title) {
     json_.StartObject();
     Text("$schema", kDialect);
@@ -131,13 +87,6 @@ class SchemaWriter {
     json_.EndObject();
   }
 
-  void Const(std::string_view key, std::string_view value) {
-    Key(key);
-    json_.StartObject();
-    Text("const", value);
-    json_.EndObject();
-  }
-
   // {"table": "fib", "id": 1, "records": [...], "count": 1, "truncated": false}, or with --count alone
   // without records.
   void ListMembers(std::string_view kind, const TableLayout &table) {
@@ -146,10 +95,7 @@ class SchemaWriter {
     Key("properties");
     json_.StartObject();
     Const(kind, table.shortName);
-    Key("id");
-    json_.StartObject();
-    Number("const", table.spec.id);
-    json_.EndObject();
+    NumberConst("id", table.spec.id);
     RecordsMembers(table.shortName);
     json_.EndObject();
     Names("required", std::vector<std::string_view>{kind, "id", "count"});
@@ -185,26 +131,71 @@ class SchemaWriter {
     No("additionalProperties");
   }
 
+  // Of "show NAME --json", and of its records where they are no table's and no region's.
+  void View(const ViewLayout &view) {
+    const std::string name = "view." + std::string(view.name);
+    std::string record(view.table.empty() ? view.region : view.table);
+    if (record.empty()) {
+      record = name + ".record";
+      RecordDef(record, view.about, RecordShape::Whole(view.fields));
+    }
+    Key(name);
+    json_.StartObject();
+    Note("description", view.about);
+    Text("type", "object");
+    Key("properties");
+    json_.StartObject();
+    Const("view", view.name);
+    NumberConst("id", view.id);
+    RecordsMembers(record);
+    json_.EndObject();
+    Names("required", std::vector<std::string_view>{"view", "id", "records", "count", "truncated"});
+    No("additionalProperties");
+    json_.EndObject();
+  }
+
   // Which document is which, so that a wrong one is refused by what is wrong in it.
-  void Choices() {
+  void AnyDocument() {
+    std::vector<std::string_view> tables, regions, views;
+    std::vector<std::string_view> members{"table", "region", "view"};
+    json_.StartObject();
+    Text("type", "object");
     Key("allOf");
     json_.StartArray();
     for (const TableLayout &table : layout_.tables()) {
-      if (!table.fields.empty()) Choice("table", table.shortName, "list." + std::string(table.shortName));
+      if (table.fields.empty()) continue;
+      tables.push_back(table.shortName);
+      Choice("table", table.shortName, "list." + std::string(table.shortName));
     }
-    for (const RegionLayout &region : layout_.regions())
+    for (const RegionLayout &region : layout_.regions()) {
+      if (region.fields.empty()) continue;
+      regions.push_back(region.spec.name);
       Choice("region", region.spec.name, "region." + std::string(region.spec.name));
+    }
+    for (const ViewLayout &view : layout_.views()) {
+      views.push_back(view.name);
+      Choice("view", view.name, "view." + std::string(view.name));
+    }
     for (const SchemaDocument &document : SchemaDocuments()) {
-      if (!document.IsPart()) Choice(document.member, "", document.name);
+      members.push_back(document.member);
+      Choice(document.member, "", document.name);
     }
     json_.EndArray();
+    Key("properties");
+    json_.StartObject();
+    Enum("table", tables);
+    Enum("region", regions);
+    Enum("view", views);
+    json_.EndObject();
     Key("anyOf");
+    OneOfMembers(members);
+    json_.EndObject();
+  }
+
+  // [{"required": ["table"]}, ...]
+  void OneOfMembers(std::span<const std::string_view> members) {
     json_.StartArray();
-    std::vector<std::string_view> members{"table", "region"};
-    for (const SchemaDocument &document : SchemaDocuments()) {
-      if (!document.IsPart()) members.push_back(document.member);
-    }
-    for (const std::string_view member : members) {
+    for (const std::string_view &member : members) {
       json_.StartObject();
       Names("required", {&member, 1});
       json_.EndObject();
@@ -216,13 +207,7 @@ class SchemaWriter {
     json_.StartObject();
     Key("if");
     json_.StartObject();
-    if (!value.empty()) {
-      Key("properties");
-      json_.StartObject();
-      Const(member, value);
-      json_.EndObject();
-    }
-    Names("required", {&member, 1});
+    IfMember(member, value);
     // A list of fields names its table or region as well.
     if (!value.empty()) {
       Key("not");
@@ -236,311 +221,100 @@ class SchemaWriter {
     json_.EndObject();
   }
 
-  void CommonDefs() {
-    for (const SchemaDocument &document : SchemaDocuments()) {
-      if (document.IsPart()) Document(document);
+  // What an object has that has the member, of this value unless that is empty.
+  void IfMember(std::string_view member, std::string_view value) {
+    if (!value.empty()) {
+      Key("properties");
+      json_.StartObject();
+      Const(member, value);
+      json_.EndObject();
     }
-  }
-  void Document(const SchemaDocument &document) {
-    Key(document.name);
-    json_.RawValue(document.schema.data(), document.schema.size(), rapidjson::kObjectType);
+    Names("required", {&member, 1});
   }
 
-  void RecordDefs(const TableLayout &table) {
-    const RecordShape shape = RecordShape::Whole(table);
-    at_ = "#/$defs/" + std::string(table.shortName);
-    Key(table.shortName);
-    Object(table.about, shape.nodes);
-    std::vector<std::string_view> always;
-    for (const ShapeNode &node : shape.nodes) {
-      if (!IsSilent(node) && !IsOptional(*node.field)) always.push_back(node.name);
-    }
-    Key(std::string(table.shortName) + ".whole");
+  // Where something stands: "table", "id" and "key" of an entry, or the "region". A step of an explanation
+  // has the record that it "found" as well.
+  void Place() {
     json_.StartObject();
-    Ref(table.shortName);
-    Names("required", always);
-    json_.EndObject();
-  }
-
-  void RegionDef(const RegionLayout &region) {
-    const RecordShape shape = RecordShape::Whole(region);
-    at_ = "#/$defs/" + std::string(region.spec.name);
-    Key(region.spec.name);
-    Object(region.about, shape.nodes);
-  }
-
-  void KeyDef(const TableLayout &table) {
-    Key(std::string(table.shortName) + ".key");
-    json_.StartObject();
+    Text("description",
+         "where something stands: in an entry of a table, in a table as a whole, or in a region");
     Text("type", "object");
-    std::vector<std::string_view> names;
-    Key("properties");
-    json_.StartObject();
-    for (const Field &field : table.key.all()) {
-      if (field.constant) continue;
-      names.push_back(field.name);
-      Key(field.name);
-      json_.StartObject();
-      Value(field);
-      json_.EndObject();
-    }
-    json_.EndObject();
-    Names("required", names);
-    No("additionalProperties");
-    json_.EndObject();
-  }
-
-  // The tables that references lead to.
-  void AddTargets(const FieldSet &fields, std::vector<std::string_view> *targets) const {
-    for (const Field &field : fields.all()) {
-      for (const std::string_view target : field.targets) {
-        if (std::ranges::find(*targets, target) == targets->end()) targets->push_back(target);
-      }
-      AddTargets(field.fields, targets);
-    }
-  }
-
-  void Object(std::string_view about, const std::vector<ShapeNode> &nodes) {
-    json_.StartObject();
-    Note("description", about);
-    ObjectMembers(nodes, 0);
-    json_.EndObject();
-  }
-
-  // An object of the nodes' values. An element that was chosen alone stands under its own name.
-  void ObjectMembers(const std::vector<ShapeNode> &nodes, uint32_t base) {
-    const std::string here = at_;
-    Text("type", "object");
-    Key("properties");
-    json_.StartObject();
-    for (const ShapeNode &node : nodes) {
-      if (IsSilent(node)) continue;
-      at_ = here + "/properties/" + node.name;
-      Key(node.name);
-      Node(node, base);
-    }
-    if (std::ranges::any_of(nodes, [](const ShapeNode &node) { return node.twin != nullptr; })) Twins(nodes);
-    json_.EndObject();
-    if (std::ranges::any_of(nodes, &ShapeNode::IsArray)) {
-      Key("patternProperties");
-      json_.StartObject();
-      for (const ShapeNode &node : nodes) {
-        if (!node.IsArray()) continue;
-        Key("^" + node.name + "\\[[0-9]+\\]$");
-        json_.StartObject();
-        Text("$ref", here + "/properties/" + node.name + "/items");
-        json_.EndObject();
-      }
-      json_.EndObject();
-    }
-    No("additionalProperties");
-    at_ = here;
-  }
-
-  // The record's own fields where they say another thing than its key.
-  void Twins(const std::vector<ShapeNode> &nodes) {
-    Key("record");
-    json_.StartObject();
-    Text("description", "what the record says where that is not what its key says");
-    Text("type", "object");
-    Key("properties");
-    json_.StartObject();
-    for (const ShapeNode &node : nodes) {
-      if (node.twin == nullptr) continue;
-      Key(node.name);
-      json_.StartObject();
-      Note("description", node.twin->about);
-      Value(*node.twin);
-      Notes(*node.twin, 0);
-      json_.EndObject();
-    }
-    json_.EndObject();
-    Number("minProperties", 1);
-    No("additionalProperties");
-    json_.EndObject();
-  }
-
-  void Node(const ShapeNode &node, uint32_t base) {
-    const Field &field = *node.field;
-    json_.StartObject();
-    Note("description", field.about);
-    if (node.IsArray()) {
-      Text("type", "array");
-      Number("maxItems", field.count);
-      Key("items");
-      at_ += "/items";
-      json_.StartObject();
-    }
-    if (!node.IsStructure()) {
-      Value(field);
-    } else if (field.pointer != 0) {
-      Key("oneOf");
-      at_ += "/oneOf/0";
-      json_.StartArray();
-      json_.StartObject();
-      ObjectMembers(node.inner, base + field.ref.offset);
-      json_.EndObject();
-      RefObject("stale");
-      json_.EndArray();
-    } else {
-      ObjectMembers(node.inner, base + field.ref.offset);
-    }
-    if (node.IsArray()) json_.EndObject();
-    Text("x-in", node.inKey ? "key" : "record");
-    Notes(field, base);
-    json_.EndObject();
-  }
-
-  // What values are allowed.
-  void Value(const Field &field) {
-    const FieldRef &ref = field.ref;
-    switch (FormOf(ref.kind)) {
-      case ValueForm::kNumber:
-        return NumberType(ref);
-      case ValueForm::kText:
-        Text("type", "string");
-        // Escaped, each byte can take four characters.
-        Number("maxLength", ref.size * 4u);
-        return Text("pattern", "^([^\\\\\\x00-\\x1f\\x7f]|\\\\\\\\|\\\\x[0-9a-f]{2})*$");
-      case ValueForm::kReference:
-        return ReferenceType(field);
-      case ValueForm::kAddress:
-        Key("anyOf");
-        json_.StartArray();
-        for (const ValueForm form : {ValueForm::kIpv4, ValueForm::kIpv6, ValueForm::kMac}) {
-          json_.StartObject();
-          AddressType(form);
-          json_.EndObject();
-        }
-        json_.EndArray();
-        return;
-      default:
-        return AddressType(FormOf(ref.kind));
-    }
-  }
-
-  void NumberType(const FieldRef &ref) {
-    if (ref.Width() == 1) return Text("type", "boolean");
-    Text("type", "integer");
-    Key("minimum");
-    json_.Int64(ref.Least());
-    Number("maximum", ref.Greatest());
-  }
-
-  void AddressType(ValueForm form) {
-    Text("type", "string");
-    if (form == ValueForm::kMac) return Text("pattern", "^[0-9a-f]{2}(:[0-9a-f]{2}){5}$");
-    Text("format", form == ValueForm::kIpv4 ? "ipv4" : "ipv6");
-    Text("pattern", form == ValueForm::kIpv4 ? "^[0-9]{1,3}(\\.[0-9]{1,3}){3}$" : "^[0-9a-f.]*:[0-9a-f:.]*$");
-  }
-
-  // null, the key of an entry, by its table's name where there are several, or an address.
-  void ReferenceType(const Field &field) {
     Key("oneOf");
+    OneOfMembers(std::vector<std::string_view>{"table", "region"});
+    Key("properties");
+    json_.StartObject();
+    std::vector<std::string_view> names;
+    for (const TableLayout &table : layout_.tables()) names.push_back(table.shortName);
+    Enum("table", names);
+    names.clear();
+    for (const RegionLayout &region : layout_.regions()) names.push_back(region.spec.name);
+    Enum("region", names);
+    json_.EndObject();
+    Key("dependentRequired");
+    json_.StartObject();
+    Names("table", std::vector<std::string_view>{"id"});
+    Names("id", std::vector<std::string_view>{"table"});
+    Names("key", std::vector<std::string_view>{"table"});
+    json_.EndObject();
+    Key("allOf");
     json_.StartArray();
-    json_.StartObject();
-    Text("type", "null");
-    json_.EndObject();
-    RefObject("address");
-    if (field.targets.size() == 1) {
-      Target(field.targets.front());
-    } else {
-      for (const std::string_view target : field.targets) {
-        json_.StartObject();
-        Text("type", "object");
-        Key("properties");
-        json_.StartObject();
-        Key(target);
-        json_.StartObject();
-        Key("oneOf");
-        json_.StartArray();
-        Target(target);
-        json_.EndArray();
-        json_.EndObject();
-        json_.EndObject();
-        Names("required", {&target, 1});
-        No("additionalProperties");
-        json_.EndObject();
-      }
-    }
+    for (const TableLayout &table : layout_.tables()) PlaceIn(table);
     json_.EndArray();
-  }
-  void Target(std::string_view table) {
-    RefObject(std::string(table) + ".key");
-    RefObject("stale");
-  }
-
-  // How the value is stored and what else is known of it. Offsets count from the start of the key or record,
-  // of arrays to the first element.
-  void Notes(const Field &field, uint32_t base) {
-    const FieldRef &ref = field.ref;
-    Number("x-offset", base + ref.offset);
-    if (field.count != 0) Number("x-stride", field.stride);
-    if (field.fields.empty()) {
-      Text("x-kind", TypeName(ref));
-      Number("x-width", ref.Width());
-      Note("x-bits", BitsText(ref));
-      if (ref.kind == FieldKind::kIpv6Words) {
-        Text("x-byte-order", "words");
-      } else if (ref.size > 1 && ref.kind != FieldKind::kText && ref.kind != FieldKind::kAddress) {
-        Text("x-byte-order", IsBig(ref.kind) ? "big" : "little");
-      }
-      if (field.role == FieldRole::kCounter) Text("x-role", "counter");
-      if (field.role == FieldRole::kClock) Text("x-role", "clock");
-    }
-    Note("x-unit", field.unit);
-    Names("x-targets", field.targets);
-    Names("x-agrees-with", field.agreesWith);
-    Note("x-leads-to", field.leadsTo);
-    if (field.mustLead) {
-      Key("x-must-lead");
-      json_.Bool(true);
-    }
-    Note("x-counts", field.counts);
-    Note("x-cleared-by", field.clearedBy);
-    if (IsOptional(field)) Presence(field);
-  }
-
-  // When a record has the structure.
-  void Presence(const Field &field) {
-    Key("x-present");
-    json_.StartObject();
-    if (field.pointer != 0) Number("pointer", field.pointer);
-    const bool chosen = !field.chosenBy.empty();
-    const std::string_view name = chosen ? field.chosenBy : field.selector;
-    Note("field", name);
-    if (!name.empty()) {
-      Key("values");
-      json_.StartArray();
-      if (chosen) json_.Uint(field.chosenValue);
-      for (const uint32_t value : field.selectedBy) json_.Uint(value);
-      json_.EndArray();
-    }
     json_.EndObject();
   }
 
-  JsonWriter json_;
+  void PlaceIn(const TableLayout &table) {
+    const std::string name(table.shortName);
+    json_.StartObject();
+    Key("if");
+    json_.StartObject();
+    IfMember("table", name);
+    json_.EndObject();
+    Key("then");
+    json_.StartObject();
+    Key("properties");
+    json_.StartObject();
+    NumberConst("id", table.spec.id);
+    if (!table.fields.empty()) {
+      Key("key");
+      RefObject(name + ".key");
+      Key("found");
+      json_.StartObject();
+      Key("anyOf");
+      json_.StartArray();
+      json_.StartObject();
+      Text("type", "null");
+      json_.EndObject();
+      RefObject(name + ".whole");
+      json_.EndArray();
+      json_.EndObject();
+    }
+    json_.EndObject();
+    json_.EndObject();
+    json_.EndObject();
+  }
+
+  void CommonDefs() {
+    for (const SchemaPart &part : SchemaParts()) AsItIs(part);
+  }
+  void AsItIs(const SchemaPart &part) {
+    Key(part.name);
+    json_.RawValue(part.schema.data(), part.schema.size(), rapidjson::kObjectType);
+  }
+
   const Layout &layout_;
-  std::string at_;  // where the schema of the object or array at hand stands in the document
 };
 
 }  // namespace
 
-std::string BitsText(const FieldRef &field) {
-  if (field.bits == 0) return "";
-  std::string text = std::to_string(field.shift);
-  if (field.bits > 1) text += "-" + std::to_string(field.shift + field.bits - 1);
-  return text;
-}
-
 void WriteTableSchema(TextOut *out, const Layout &layout, const TableLayout &table) {
-  SchemaWriter(out, layout).Table(table);
+  DocumentSchema(out, layout).Table(table);
 }
 
 void WriteRegionSchema(TextOut *out, const Layout &layout, const RegionLayout &region) {
-  SchemaWriter(out, layout).Region(region);
+  DocumentSchema(out, layout).Region(region);
 }
 
-void WriteWholeSchema(TextOut *out, const Layout &layout) { SchemaWriter(out, layout).Whole(); }
+void WriteWholeSchema(TextOut *out, const Layout &layout) { DocumentSchema(out, layout).Whole(); }
 
 }  // namespace qdt::host

@@ -16,8 +16,9 @@ namespace qdt::host {
 void WriteTableSchema(TextOut *out, const Layout &layout, const TableLayout &table);
 // Of "regions NAME --json".
 void WriteRegionSchema(TextOut *out, const Layout &layout, const RegionLayout &region);
-// Of all that is printed as JSON: "$defs" has the records and keys as above, under list.NAME and region.NAME
-// the documents of tables and regions, and those of the other commands under their names.
+// Of all that is printed as JSON: "$defs" has the records and keys as above, under list.NAME, region.NAME and
+// view.NAME the documents of tables, regions and views, those of the other commands under their names, and
+// any of them as "document". Records that a view alone has are view.NAME.record.
 void WriteWholeSchema(TextOut *out, const Layout &layout);
 
 // "3" or "3-5", the bits of the word that hold the value; empty when it is the whole word.

@@ -6,13 +6,19 @@
 
 namespace qdt::host {
 
-// The schema of the document of a command whose answer has one form, whatever the layouts say.
-struct SchemaDocument {
-  std::string_view name;    // of the command, and in "$defs"
-  std::string_view member;  // that tells it from all other documents; empty for what is a part of others
+// A schema that stands as it is under its name in "$defs".
+struct SchemaPart {
+  std::string_view name;
   std::string_view schema;
+};
 
-  bool IsPart() const { return member.empty(); }
+// What records are made of.
+std::span<const SchemaPart> SchemaParts();
+
+// The schema of the document of a command whose answer has one form, whatever the layouts say. It may refer
+// to the parts, to "place" (where something stands) and to "document" (any of the documents).
+struct SchemaDocument : SchemaPart {  // by the name of the command
+  std::string_view member;            // that tells it from all other documents
 };
 
 std::span<const SchemaDocument> SchemaDocuments();

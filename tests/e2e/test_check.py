@@ -5,6 +5,7 @@ import json
 import pytest
 
 from conftest import ROOT, nqecli, site_of
+from schemas import valid
 from damage import damaged_copies
 
 # What the campus site's scenario plants, and nothing else.
@@ -47,7 +48,7 @@ def test_campus(campus):
 def test_campus_as_json(campus):
     result = both(campus, "check", "--json")
     assert (result.code, result.err) == (1, ""), result
-    answer = json.loads(result.out)
+    answer = valid(json.loads(result.out))
     assert list(answer) == ["findings", "count"]
     assert answer["count"] == len(answer["findings"]) == 14
     assert answer["findings"][0] == {
@@ -79,7 +80,7 @@ def test_warnings_and_regions_count():
         assert (result.code, result.out) == (1, (
             "warning  portip_head  fwd_if_index=1  list_id  portip/7 has no entries\n"
             "error  PKT_TRACE_CTX_PTR  -  station_count  11, but stations has 10 places\n")), result
-        assert json.loads(both(site, "check", "--json").out)["findings"][1] == {
+        assert valid(json.loads(both(site, "check", "--json").out))["findings"][1] == {
             "severity": "error", "region": "PKT_TRACE_CTX_PTR", "field": "station_count",
             "problem": "11, but stations has 10 places"}
 

@@ -42,6 +42,28 @@ def test_bash(campus):
     assert offered(f"{line} engine region IPP_S", *place, "engine", "region", "IPP_S")[0] == ["IPP_SESSION_AGING_TIME"]
     assert offered("agent trace-pkt-s", "agent", "trace-pkt-s")[0] == ["trace-pkt-set"]
     assert offered("nonsense x", "nonsense", "x")[0] == []
+    assert offered(f"{line} watch list arp next_hop=192.0.2.1", *place, "watch", "list", "arp", "next_hop", "=",
+                   "192.0.2.1")[0] == [f"192.0.2.{i}" for i in range(11, 20)]
+
+
+def words(*line):
+    return [candidate.split("\t")[0] for candidate in nqecli("complete", *line).out.splitlines()]
+
+
+def test_behind_watch_stands_another_command():
+    every = words("")
+    assert set(every) - set(words("watch", "")) == {"watch", "snapshot"} and words("watch", "s") == [
+        "show", "statistics", "schema", "sql"]
+    assert {"-i", "--times", "--json", "--arena"} <= set(words("watch", "-")) and "--ndjson" not in words("watch", "-")
+    # Behind its options, and none for the number that -i takes.
+    for options in (["-i", "1"], ["--json"], ["--times=3"], ["--times", "3", "--json", "-i", "0.5"]):
+        assert words("watch", *options, "us") == ["usage"], options
+        assert words("watch", *options, "list", "ssw_mac") == words("list", "ssw_mac") == ["ssw_macinfo"], options
+    assert words("watch", "-i", "") == words("watch", "--json", "--times", "") == []
+    for line in (["list", "arp", "dm"], ["list", "arp", "--fields", "dmac,va"], ["list", "--"], ["regions", "PKT"],
+                 ["perf", "task", "set", ""], ["diff", "li"], ["show", "usf_"]):
+        assert words("watch", *line) == words(*line) != [], line
+    assert words("watch", "watch", "") == words("watch", "nonsense", "") == []
 
 
 @pytest.mark.parametrize("command", re.findall(r"^  ([a-z_]+)", nqecli("--help").out, re.M))

@@ -7,6 +7,7 @@ import subprocess
 import pytest
 
 from conftest import BIN, PATIENCE, ROOT, engine_place, nqecli, short_directory
+from schemas import valid
 
 BEFORE = """\
 arp:
@@ -66,7 +67,7 @@ def test_the_example_of_the_documentation():
 def test_as_json(pair):
     result = nqecli("diff", "--json", *pair)
     assert (result.code, result.err) == (1, ""), result
-    assert json.loads(result.out) == {"diff": [
+    assert valid(json.loads(result.out)) == {"diff": [
         {"table": "fib", "id": 1, "change": "changed", "key": {"prefix": 24, "vpn": 0, "destination": "192.0.2.0"},
          "fields": {"next_hop": {"from": {"nhp": {"index": 5}}, "to": {"nhp": {"index": 6}}}}},
         {"table": "nhp", "id": 2, "change": "added", "key": {"index": 6}},
@@ -200,7 +201,7 @@ def test_usage(place):
     assert {line[1] for line in lines[5:]} == {"0"}, result
     answer = place.cli("usage", "--json")
     assert answer.code == 0, answer
-    usage = json.loads(answer.out)
+    usage = valid(json.loads(answer.out))
     assert usage["count"] == len(usage["usage"]) == len(lines) - 1
     trunk = next(row for row in usage["usage"] if row["table"] == "trunk")
     assert trunk["bytes"] >= 48 * 1032

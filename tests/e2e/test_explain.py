@@ -5,6 +5,7 @@ import json
 import pytest
 
 from conftest import nqecli, site_of
+from schemas import valid
 from damage import damaged_copies
 
 SERVER = """\
@@ -77,7 +78,7 @@ def test_another_vpn(campus):
 
 def test_json(campus):
     result = both(campus, "explain", "203.0.113.200", "--json")
-    answer = json.loads(result.out)
+    answer = valid(json.loads(result.out))
     assert (result.code, result.err, answer["explain"], answer["kind"], answer["vpn"], answer["count"]) == (
         0, "", "203.0.113.200", "ipv4", 0, 2), result
     assert [(step["step"], step["found"] is None) for step in answer["steps"]] == [

@@ -60,6 +60,9 @@ def test_campus_loads_into_an_equal_engine(campus, directory):
         records = all_records(twin.cli)
         assert records == all_records(campus.engine.cli)
         assert sum(table["count"] for table in records.values()) > 900
+        twin.cli("snapshot", directory / "twin").answered("")
+        nqecli("diff", campus.snapshot, directory / "twin").answered("")
+        campus.engine.cli("diff", "live", directory / "twin").answered("")
         # What stands in no table.
         for words in (["show", "nat_policy", "guest-out"], ["show", "fast_aging"],
                       ["engine", "region", "IPP_SESSION_AGING_TIME"]):
@@ -180,6 +183,30 @@ def test_of_an_engine_that_changes_everything_meanwhile(place, directory):
             assert timeless(exported(twin.cli, directory / f"{attempt}.again")) == timeless(text)
             twin.stop()
     place.stop()
+
+
+FULL = """\
+nhp: [{repeat: 8192, index: {from: 0, step: 1}, next_hop: {from: 172.16.0.1, step: 1}}]
+fib: [{repeat: 8192, prefix: 32, vpn: 0, destination: {from: 10.1.0.0, step: 1}, nhp_index: {from: 0, step: 1},
+       next_hop: {nhp: {index: {from: 0, step: 1}}}}]
+arp: [{repeat: 16384, vpn: 0, next_hop: {from: 172.16.0.1, step: 1}, dmac: {from: "02:00:5e:00:00:01", step: 1}}]
+"""
+
+
+def test_full_tables(place, directory):
+    place.scenario.write_text(FULL)
+    place.start()
+    usage = {row["table"]: row["percent"] for row in json.loads(place.cli("usage", "--json").out)["usage"]}
+    assert usage["nhp"] == usage["arp"] == usage["fib"] == 100, usage
+    exported(place.cli, directory / "full.yaml")
+    place.cli("snapshot", directory / "full").answered("")
+    place.stop()
+    with engine_place() as twin:
+        twin.scenario.unlink()
+        twin.scenario = directory / "full.yaml"
+        twin.start()
+        twin.cli("diff", directory / "full", "live").answered("")
+        twin.stop()
 
 
 def test_texts_of_any_bytes(place, directory):

@@ -5,6 +5,7 @@ import json
 import pytest
 
 from conftest import nqecli, site_of
+from schemas import valid
 from damage import damaged_copies
 
 STATION = """\
@@ -74,7 +75,7 @@ def test_texts(campus):
 
 def test_json(campus):
     result = both(campus, "find", "02:00:5e:30:00:04", "--json")
-    answer = json.loads(result.out)
+    answer = valid(json.loads(result.out))
     assert (result.code, result.err) == (0, ""), result
     assert list(answer) == ["find", "kind", "matches", "count", "truncated"]
     assert (answer["find"], answer["kind"], answer["count"], answer["truncated"]) == (
@@ -83,11 +84,11 @@ def test_json(campus):
                                     "field": "dmac", "value": "02:00:5e:30:00:04"}
     assert [f'{match["table"]}  {match["field"]}' for match in answer["matches"]] == [
         "  ".join(line.split("  ")[0::2]) for line in STATION.splitlines()]
-    port = json.loads(both(campus, "find", "2", "--json", "--limit", "1").out)
+    port = valid(json.loads(both(campus, "find", "2", "--json", "--limit", "1").out))
     assert (port["kind"], port["count"], port["truncated"]) == ("interface", 1, True)
     assert port["matches"] == [{"table": "nhp", "id": 2, "key": {"index": 1}, "field": "fwdifs[0]",
                                 "value": {"if_index": 2}}]
-    region = json.loads(both(campus, "find", "198.51.100.77", "--json").out)["matches"][-1]
+    region = valid(json.loads(both(campus, "find", "198.51.100.77", "--json").out))["matches"][-1]
     assert region == {"region": "IP_REASS_CTX_PTR", "field": "packets[0].source", "value": "198.51.100.77"}
 
 

@@ -10,6 +10,7 @@ import pytest
 import yaml
 
 from conftest import BIN, ROOT, nqecli, run, site_of
+from schemas import valid
 
 REGIONS = yaml.safe_load((ROOT / "host" / "layout" / "regions.yaml").read_text())["regions"]
 
@@ -25,7 +26,7 @@ def both(site, *words):
 def document(site, *words):
     result = both(site, *words, "--json")
     assert (result.code, result.err) == (0, ""), result
-    return json.loads(result.out)
+    return valid(json.loads(result.out))
 
 
 def test_regions_are_listed(campus):
@@ -111,7 +112,7 @@ def test_counters_are_chosen_by_name(campus):
     assert chosen["count"] == len(chosen["statistics"]) > 1
     assert [c["name"] for c in chosen["statistics"]] == [name for name in names if name and name.endswith("fib fail")]
     none = both(campus, "statistics", "--json", "nothing like it")
-    assert (none.code, json.loads(none.out)) == (1, {"statistics": [], "count": 0, "cores": 4})
+    assert (none.code, valid(json.loads(none.out))) == (1, {"statistics": [], "count": 0, "cores": 4})
     assert (both(campus, "statistics", "nothing like it").code, both(campus, "statistics", "nothing like it").out) == (1, "")
     campus.engine.cli("statistics", "CAR", "-").failed("one pattern")
 

@@ -4,41 +4,22 @@ import json
 import random
 import struct
 
-import jsonschema
 import pytest
 
-from conftest import ROOT, nqecli
-
-VALIDATOR = jsonschema.Draft202012Validator
-FORMATS = jsonschema.FormatChecker(["ipv4", "ipv6"])
-
-
-def parsed(result):
-    assert (result.code, result.err) == (0, ""), result
-    return json.loads(result.out)
+import schemas
+from conftest import ROOT, nqecli, short_directory, site_of
+from schemas import FORMATS, VALIDATOR, check, parsed, valid
 
 
 @pytest.fixture(scope="module")
 def whole():
-    schema = parsed(nqecli("schema"))
-    VALIDATOR.check_schema(schema)
-    return schema
+    return schemas.whole()
 
 
 @pytest.fixture(scope="module")
 def tables(whole):
     """Names of the tables that have fields."""
     return [name[len("list."):] for name in whole["$defs"] if name.startswith("list.")]
-
-
-def of(whole, name):
-    """A validator of one definition of the whole schema."""
-    return VALIDATOR({"$defs": whole["$defs"], "$ref": f"#/$defs/{name}"}, format_checker=FORMATS)
-
-
-def check(validator, document):
-    for error in validator.iter_errors(document):
-        raise AssertionError(f"{error.json_path}: {error.message[:300]}")
 
 
 def test_each_tables_schema_is_one_and_fits_its_list(campus, whole, tables):
@@ -49,12 +30,11 @@ def test_each_tables_schema_is_one_and_fits_its_list(campus, whole, tables):
         VALIDATOR.check_schema(schema)
         assert schema["$schema"] == "https://json-schema.org/draft/2020-12/schema"
         assert schema["$id"] == f"urn:qdt:list:{name}"
-        document = parsed(nqecli("--snapshot", campus.snapshot, "list", name, "--json"))
+        document = valid(parsed(nqecli("--snapshot", campus.snapshot, "list", name, "--json")))
         check(VALIDATOR(schema, format_checker=FORMATS), document)
-        check(of(whole, f"list.{name}"), document)
-        check(VALIDATOR(whole, format_checker=FORMATS), document)
-        record = of(whole, f"{name}.whole")
-        for row in document["records"][:50]:
+        check(VALIDATOR(whole, format_checker=FORMATS), {**document, "records": document["records"][:1]})
+        record = schemas.of(f"{name}.whole")
+        for row in schemas.some(document["records"]):
             check(record, row)
         filled += bool(document["records"])
     assert filled > 60, "the site leaves too many tables empty for this to say much"
@@ -62,14 +42,14 @@ def test_each_tables_schema_is_one_and_fits_its_list(campus, whole, tables):
 
 def test_live_engine_limit_count_and_lines(campus, whole, tables):
     for name in ("fib", "session", "ssw_macinfo"):
-        validator = of(whole, f"list.{name}")
+        validator = schemas.of(f"list.{name}")
         for words in (["--limit", "1"], ["--limit", "0"], ["--count"], ["--sort", "-" + first_value(whole, name)]):
             check(validator, parsed(campus.engine.cli("list", name, "--json", *words)))
         lines = campus.engine.cli("list", name, "--ndjson").out.splitlines()
         assert lines
         for line in lines:
-            check(of(whole, f"{name}.whole"), json.loads(line))
-    check(of(whole, "usage"), parsed(campus.engine.cli("usage", "--json")))
+            check(schemas.of(f"{name}.whole"), json.loads(line))
+    check(schemas.of("usage"), parsed(campus.engine.cli("usage", "--json")))
     check(VALIDATOR(whole), parsed(campus.engine.cli("usage", "--json")))
 
 
@@ -104,7 +84,7 @@ def test_chosen_fields(campus, whole, tables):
         for start in range(0, min(len(every), 64), 16):
             chosen = ",".join(every[start:start + 16])
             result = nqecli("--snapshot", campus.snapshot, "list", name, "--json", "--fields", chosen)
-            check(of(whole, f"list.{name}"), parsed(result))
+            check(schemas.of(f"list.{name}"), parsed(result))
 
 
 def records_in(data):
@@ -122,7 +102,8 @@ def records_in(data):
                 yield at + 16, record + attached
 
 
-def test_random_bytes(campus, whole, tables, tmp_path):
+@pytest.fixture(scope="module")
+def random_arena(campus):
     """Records of a site whose bytes are no longer what an engine wrote."""
     data = bytearray(campus.snapshot.read_bytes())
     chance = random.Random(2020)
@@ -133,23 +114,138 @@ def test_random_bytes(campus, whole, tables, tmp_path):
                 data[byte] = chance.choice((0, 0xff, chance.randrange(256)))
         changed += 1
     assert changed > 500
-    (tmp_path / "copy").write_bytes(data)
+    with short_directory() as directory:
+        (directory / "random").write_bytes(data)
+        yield directory / "random"
+
+
+def test_random_bytes(random_arena, tables):
     filled = 0
     for name in tables:
-        result = nqecli("--snapshot", tmp_path / "copy", "list", name, "--json")
-        document = parsed(result)
-        check(of(whole, f"list.{name}"), document)
-        for row in document["records"][:50]:
-            check(of(whole, f"{name}.whole"), row)
+        document = valid(parsed(nqecli("--snapshot", random_arena, "list", name, "--json")))
+        for row in schemas.some(document["records"]):
+            check(schemas.of(f"{name}.whole"), row)
         filled += bool(document["records"])
     assert filled > 60
+
+
+# A command for each document, and what it has to have found for its schema to be held against something.
+def count_is_at_least(least):
+    return lambda document: document["count"] >= least
+
+
+COMMANDS = {
+    ("usage",): count_is_at_least(80),
+    ("fields", "session"): count_is_at_least(40),
+    ("regions",): count_is_at_least(5),
+    ("regions", "PKT_TRACE_CTX_PTR"): count_is_at_least(1),
+    ("statistics",): count_is_at_least(831),
+    ("list", "fib", "--count"): count_is_at_least(10),
+    ("show", "arp", "192.0.2.11"): count_is_at_least(1),
+    ("show", "tbm_memory_stat"): count_is_at_least(109),
+    ("find", "192.0.2.11"): lambda document: document["kind"] == "ipv4" and document["count"] > 3,
+    ("find", "2001:db8:8::/48"): lambda document: document["kind"] == "ipv6" and document["count"] == 1,
+    ("find", "02:00:5e:30:00:04"): lambda document: document["kind"] == "mac" and document["count"] == 10,
+    ("find", "101"): lambda document: document["kind"] == "interface" and document["count"] > 3,
+    ("find", "*.example.com*"): lambda document: document["kind"] == "text" and document["count"] == 2,
+    ("explain", "192.0.2.11"): lambda document: document["kind"] == "ipv4" and document["count"] > 3,
+    ("explain", "2001:db8:8::1"): lambda document: document["kind"] == "ipv6" and document["count"] > 0,
+    ("explain", "02:00:5e:30:00:04"): lambda document: document["kind"] == "mac" and document["count"] > 3,
+    ("check",): count_is_at_least(3),
+    ("sql", "SELECT 1 AS a, 'b' AS b, 2.5 AS c, NULL AS d"): count_is_at_least(1),
+    ("watch", "--times", "1", "list", "fib", "--count"): lambda document: document["answer"]["count"] >= 10,
+    ("watch", "--times", "1", "tables"): lambda document: "fwdif" in document["answer"],
+}
+
+
+def answer(*words):
+    """A document, whatever its command found."""
+    result = nqecli(*words, "--json")
+    assert result.code in (0, 1) and result.err == "", result
+    return json.loads(result.out)
+
+
+@pytest.mark.parametrize("words", COMMANDS, ids=" ".join)
+def test_documents(campus, random_arena, words):
+    """Of a site, of its snapshot, and where the records are random."""
+    place = ("--arena", campus.engine.arena)
+    document = valid(answer(*place, *words))
+    assert COMMANDS[words](document), document
+    check(VALIDATOR(schemas.whole(), format_checker=FORMATS), document)
+    for file in (campus.snapshot, random_arena):
+        valid(answer("--snapshot", file, *words))
+
+
+def test_documents_of_differences(campus, random_arena, directory):
+    """Fields of all kinds with any values, and entries that one side alone has."""
+    with site_of("arp: [{next_hop: 192.0.2.11, vpn: 0}, {next_hop: 192.0.2.254, vpn: 0}]\n") as other:
+        site = valid(answer("diff", campus.snapshot, other.snapshot))
+    assert {change["change"] for change in site["diff"]} == {"added", "removed", "changed"}
+    assert any("region" in change for change in site["diff"])
+    damaged = valid(answer("diff", campus.snapshot, random_arena, "--counters"))
+    values = [value for change in damaged["diff"] for field in change.get("fields", {}).values()
+              for value in field.values()]
+    assert {type(value) for value in values} >= {str, int, bool, dict, type(None)}
+
+
+def changed(value, path="$"):
+    """Copies of a JSON value with one thing changed to what no document has: (where, the copy)."""
+    yield path, [[]]
+    if isinstance(value, dict):
+        yield f"{path} and another member", {**value, "another": [[]]}
+        for name, inner in value.items():
+            for where, other in changed(inner, f"{path}.{name}"):
+                yield where, {**value, name: other}
+    elif isinstance(value, list):
+        yield f"{path} and another element", [*value, [[]]]
+        for at, inner in enumerate(value[:3]):
+            for where, other in changed(inner, f"{path}[{at}]"):
+                yield where, [*value[:at], other, *value[at + 1:]]
+
+
+def without_one(value, path="$"):
+    """Copies of a document that lack a member somewhere, as far as its records: (where, the copy)."""
+    if isinstance(value, dict):
+        for name, inner in value.items():
+            yield f"{path}.{name}", {other: value[other] for other in value if other != name}
+            if name not in ("records", "rows", "key", "looked_for", "found", "answer", "value"):
+                for where, other in without_one(inner, f"{path}.{name}"):
+                    yield where, {**value, name: other}
+    elif isinstance(value, list) and value:
+        for where, other in without_one(value[0], f"{path}[0]"):
+            yield where, [other, *value[1:]]
+
+
+# What a document may lack.
+OPTIONAL = {
+    "$.fields[0].bits", "$.fields[0].width", "$.fields[0].unit",  # of a field that is no number of its own
+    "$.findings[0].key",  # of a table as a whole
+    "$.snapshot.engine.arena",  # of an arena without a name
+}
+
+
+@pytest.mark.parametrize("words", [*COMMANDS, ("snapshot", "--info")], ids=" ".join)
+def test_each_schema_can_fail(campus, words):
+    document = answer("--arena", campus.engine.arena, *words) if words[0] != "snapshot" else answer(
+        *words, campus.snapshot)
+    # Of long lists the first entries are enough.
+    document = {name: value[:2] if isinstance(value, list) else value for name, value in document.items()}
+    validator = schemas.of(schemas.name_of(document))
+    check(validator, document)
+    count = 0
+    for where, wrong in changed(document):
+        assert not validator.is_valid(wrong), where
+        count += 1
+    assert count >= 5
+    for where, less in without_one(document):
+        assert validator.is_valid(less) == (where in OPTIONAL), where
 
 
 def test_schemas_refuse_what_is_not_printed(campus, whole):
     """They say enough to be wrong."""
     document = parsed(nqecli("--snapshot", campus.snapshot, "list", "fib", "--json"))
     route = document["records"][0]
-    validator = of(whole, "list.fib")
+    validator = schemas.of("list.fib")
     for field, wrong in (("prefix", 65536), ("prefix", -1), ("prefix", "24"), ("op_code", 8), ("direct", 1),
                          ("destination", "192.0.2"), ("destination", "192.0.2.256"), ("next_hop", {"nhp": {}}),
                          ("next_hop", {"fwdif": {"index": 1}}), ("next_hop", "7f00"), ("next_hop", {"index": 1}),
@@ -160,7 +256,7 @@ def test_schemas_refuse_what_is_not_printed(campus, whole):
         check(validator, {**document, "records": [{**route, field: right}]})
     for wrong in ({"table": "nhp"}, {"id": 2}, {"count": -1}, {"truncated": 0}, {"more": 1}):
         assert not validator.is_valid({**document, **wrong}), wrong
-    assert not of(whole, "fib.whole").is_valid({name: route[name] for name in route if name != "vpn"})
+    assert not schemas.of("fib.whole").is_valid({name: route[name] for name in route if name != "vpn"})
     assert not VALIDATOR(whole).is_valid({**document, "id": 2})
     assert not VALIDATOR(whole).is_valid({"count": 1})
 
@@ -208,7 +304,7 @@ def test_fields():
 def test_fields_as_json(whole, tables):
     for name in tables:
         document = parsed(nqecli("fields", name, "--json"))
-        check(of(whole, "fields"), document)
+        check(schemas.of("fields"), document)
         check(VALIDATOR(whole), document)
         assert document["count"] == len(document["fields"])
 
@@ -220,7 +316,7 @@ def test_regions(whole):
         schema = parsed(nqecli("schema", name))
         VALIDATOR.check_schema(schema)
         assert schema["$id"] == f"urn:qdt:region:{name}"
-        check(of(whole, "fields"), parsed(nqecli("fields", name, "--json")))
+        check(schemas.of("fields"), parsed(nqecli("fields", name, "--json")))
 
 
 def test_bad_words():

@@ -9,6 +9,7 @@ import pytest
 import yaml
 
 from conftest import ROOT, nqecli, site_of
+from schemas import valid
 
 VIEWS = {}
 for file in (ROOT / "host" / "layout").glob("*.yaml"):
@@ -137,7 +138,7 @@ class Asker:
     def document(self, *words):
         result = self.ask(*words, "--json")
         assert (result.code, result.err) == (0, ""), result
-        document = json.loads(result.out)
+        document = valid(json.loads(result.out))
         assert document["count"] == len(document["records"])
         return document
 

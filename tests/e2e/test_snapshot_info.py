@@ -8,6 +8,7 @@ import signal
 import subprocess
 
 from conftest import BIN, nqecli, wait_until
+from schemas import valid
 
 SCENARIO = """\
 session: [{index: 1, valid: 1, aging_time: 65535, created: 300, refreshed: 20}]
@@ -40,7 +41,7 @@ def test_what_a_snapshot_tells(place, directory):
 
     answer = nqecli("snapshot", "--info", directory / "copy", "--json")
     assert (answer.code, answer.err) == (0, ""), answer
-    info = json.loads(answer.out)["snapshot"]
+    info = valid(json.loads(answer.out))["snapshot"]
     # Times are cut to milliseconds.
     assert started - 0.001 <= moment(info.pop("saved")) <= saved
     assert begun - 0.001 <= moment(info["engine"].pop("started")) <= started
@@ -62,7 +63,7 @@ def test_an_engine_s_own_file(place):
     running = nqecli("snapshot", "--info", place.arena)
     assert running.code == 0 and "\nkind     arena of a running engine\n" in running.out, running
     assert "saved" not in running.out
-    assert "saved" not in json.loads(nqecli("snapshot", "--info", place.arena, "--json").out)["snapshot"]
+    assert "saved" not in valid(json.loads(nqecli("snapshot", "--info", place.arena, "--json").out))["snapshot"]
     place.end(signal.SIGKILL)
     left = nqecli("snapshot", "--info", place.arena)
     assert left.code == 0 and "\nkind     arena that an engine has left behind\n" in left.out, left

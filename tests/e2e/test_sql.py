@@ -7,6 +7,7 @@ import subprocess
 import pytest
 
 from conftest import BIN, PATIENCE, ROOT, nqecli, run, short_directory, site_of, wait_until
+from schemas import valid
 
 ONLY_READING = "nqecli: only reading is possible here (SELECT, or PRAGMA table_xinfo(TABLE))\n"
 
@@ -18,7 +19,7 @@ def ask(site, statement, *options, **more):
 def rows_of(site, statement):
     result = ask(site, statement, "--json")
     assert (result.code, result.err) == (0, ""), result
-    return json.loads(result.out)["rows"]
+    return valid(json.loads(result.out))["rows"]
 
 
 def table_names():

@@ -16,6 +16,7 @@ import time
 import pytest
 
 from conftest import BIN, PATIENCE, engine_place, nqecli
+from schemas import valid
 
 SCENARIO = """\
 ctrlif_map_fwdif:
@@ -111,12 +112,59 @@ def test_rates_of_interfaces(busy):
         assert watch.end() == (0, "")
 
 
+def test_rates_of_what_a_query_shows(busy):
+    with watching(busy, "-i", "0.2", "show", "fwdif", "1012") as watch:
+        rate = watch.until(TIME + r" fwdif if_index=12 counters\[\d\]\.in_bytes (\d+\.\d)/s")
+        assert float(rate[1]) > 0
+        # Of what is shown alone.
+        for _ in range(50):
+            assert (rate := watch.until(TIME + r" fwdif (\S+) \S+ (\d+\.\d)/s"))[1] == "if_index=12", rate[0]
+        assert watch.end() == (0, "")
+
+
+def test_rates_of_the_statistics(busy):
+    """By the names, and the pattern, that the command itself has."""
+    with watching(busy, "-i", "0.2", "statistics", "Total IP* transmitted") as watch:
+        names = set()
+        while len(names) < 2:
+            rate = watch.until(TIME + r" statistics number=(\d+) (.*) (\d+\.\d)/s")
+            assert float(rate[3]) >= 0
+            names.add((rate[1], rate[2]))
+        assert watch.end() == (0, "")
+    listed = json.loads(busy.cli("statistics", "--json", "Total IP* transmitted").out)["statistics"]
+    assert names <= {(str(counter["number"]), counter["name"]) for counter in listed}
+
+
+def test_rates_of_a_region(busy):
+    assert busy.cli("pkt_trace", "enable").code == 0
+    with watching(busy, "-i", "0.2", "regions", "PKT_TRACE_CTX_PTR") as watch:
+        rate = watch.until(TIME + r" PKT_TRACE_CTX_PTR from_driver (\d+\.\d)/s")
+        assert float(rate[1]) > 0
+        assert watch.end() == (0, "")
+    assert busy.cli("pkt_trace", "clear").code == 0
+
+
+@pytest.mark.parametrize("command", ["list fwdif --fields if_index,counters", "show fwdif 1012", "statistics Total*",
+                                     "regions PKT_TRACE_CTX_PTR", "usage", "check", "find 12", "sql SELECT(1)",
+                                     "engine status"])
+def test_documents_are_as_the_schema_says(busy, command):
+    """Until one of them has rates, where the command has counters."""
+    counts = command.split()[0] in ("list", "show", "statistics")
+    with watching(busy, "-i", "0.1", "--json", *command.split()) as watch:
+        documents = [valid(json.loads(watch.line())) for _ in range(2)]
+        while counts and not documents[-1]["rates"]:
+            documents.append(valid(json.loads(watch.line())))
+        assert watch.end() == (0, "")
+    assert documents[0]["rates"] == [] and documents[0]["seconds"] == 0 < documents[1]["seconds"]
+    assert documents[0]["command"] == command.split()
+
+
 def test_documents(busy):
     """Counters and rates of one answer tell the same."""
     command = ["list", "fwdif", "if_index=13", "--fields", "if_index,counters[0].in_packets"]
     answer = nqecli("--arena", busy.arena, "watch", "--json", "-i", "0.5", "--times", "3", *command)
     assert (answer.code, answer.err) == (0, ""), answer
-    documents = [json.loads(line) for line in answer.out.splitlines()]
+    documents = [valid(json.loads(line)) for line in answer.out.splitlines()]
     assert len(documents) == 3
     for document in documents:
         assert list(document) == ["time", "seconds", "command", "answer", "rates"]
@@ -130,7 +178,7 @@ def test_documents(busy):
         (rate,) = document["rates"]
         assert document["seconds"] > 0
         counted.append(rate.pop("per_second") * document["seconds"])
-        assert rate == {"table": "fwdif", "key": {"if_index": 13}, "field": "counters[0].in_packets"}
+        assert rate == {"table": "fwdif", "id": 29, "key": {"if_index": 13}, "field": "counters[0].in_packets"}
     # Each answer is older than the reading for its rate, and younger than the one before; milliseconds are cut.
     assert 0 < counted[0] <= (packets[2] - packets[0]) * 1.02, (packets, counted)
     assert sum(counted) >= (packets[2] - packets[1]) * 0.98, (packets, counted)
@@ -139,7 +187,7 @@ def test_documents(busy):
 def test_any_form_of_the_words(busy):
     for words in (["--json", "--times", "1", "usage"], ["--times", "1", "usage", "--json"], ["--times=1", "--json", "usage"]):
         answer = nqecli("--arena", busy.arena, "watch", *words)
-        assert answer.code == 0 and json.loads(answer.out)["answer"]["count"] > 80, answer
+        assert answer.code == 0 and valid(json.loads(answer.out))["answer"]["count"] > 80, answer
     answer = nqecli("watch", "--times", "1", "list", "arp", "--arena", busy.arena)
     assert answer.code == 0 and "192.0.2.7" in answer.out, answer
     answer = nqecli("watch", "--arena", busy.arena, "--times", "2", "-i", "0.1", "list", "arp", "--ndjson")
@@ -149,7 +197,7 @@ def test_any_form_of_the_words(busy):
 def test_answers_that_are_no_json_are_texts(busy):
     answer = nqecli("--arena", busy.arena, "watch", "--json", "--times", "1", "engine", "region", "IPP_SESSION_AGING_TIME")
     assert answer.code == 0, answer
-    assert json.loads(answer.out)["answer"] == "tcp 0\nudp 0\nicmp 0"
+    assert valid(json.loads(answer.out))["answer"] == "tcp 0\nudp 0\nicmp 0"
 
 
 def test_failed_queries_go_on(engine):
@@ -162,9 +210,9 @@ def test_failed_queries_go_on(engine):
 def test_diff_with_the_live_engine(engine, directory):
     engine.cli("snapshot", directory / "copy").answered("")
     with watching(engine, "-i", "0.1", "--json", "diff", directory / "copy", "live") as watch:
-        assert json.loads(watch.line())["answer"] == {"diff": [], "count": 0}
+        assert valid(json.loads(watch.line()))["answer"] == {"diff": [], "count": 0}
         engine.cli("engine", "region", "IPP_SESSION_AGING_TIME", "tcp", "300")
-        while not (changed := json.loads(watch.line())["answer"])["count"]:
+        while not (changed := valid(json.loads(watch.line()))["answer"])["count"]:
             pass
         assert changed["diff"][0]["fields"] == {"tcp": {"from": 0, "to": 300}}
         assert watch.end() == (0, "")

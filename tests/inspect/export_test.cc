@@ -3,6 +3,7 @@
 #include <array>
 
 #include "host/base/host_error.h"
+#include "host/inspect/diff.h"
 #include "host/scenario/scenario.h"
 #include "tests/inspect/random_state.h"
 
@@ -26,6 +27,14 @@ class ExportTest : public testing::Test {
   void Load(const std::string &text) {
     scenario_ = Scenario::FromText("exported.yaml", text, layout_);
     scenario_.Fill(&second_.arena(), &second_.writer());
+  }
+
+  // What nqecli diff says of the two.
+  std::string Differences() {
+    StringOut out;
+    const DiffResult result =
+        RunDiff(*first_.Source(), *second_.Source(), DiffRequest::Whole(layout_), MakeDiffLines(&out).get());
+    return result.aside + out.Take();
   }
 
   const Layout &layout_;
@@ -149,6 +158,7 @@ TEST_P(RandomExportTest, LoadsIntoAnEqualArena) {
   for (const uint64_t met : comparison.references()) EXPECT_GT(met, 100u);
   EXPECT_GT(comparison.strayed(), 20u);
   EXPECT_GT(comparison.parts(), 1'000u);
+  EXPECT_EQ(Differences(), "");
 }
 
 INSTANTIATE_TEST_SUITE_P(Seeds, RandomExportTest, testing::Range(1u, 4u));
@@ -175,6 +185,7 @@ TEST_F(ExportTest, RegionsOfRandomBytes) {
     }
   }
   EXPECT_GT(values, 1'000u);
+  EXPECT_EQ(Differences(), "");
 }
 
 TEST_F(ExportTest, Statistics) {
@@ -273,6 +284,13 @@ TEST_F(ExportTest, FullTables) {
   EXPECT_EQ(comments_, 0u);
   Load(text);
   EXPECT_GT(Comparison(first_, second_).Tables(), 500'000u);
+  EXPECT_EQ(Differences(), "");
+  // It would say so.
+  const uint32_t hop = 7;
+  ASSERT_EQ(second_.writer().Remove(layout_.FindTable("nhp")->spec.id, &hop), 0);
+  EXPECT_EQ(Differences(),
+            "~ fib prefix=32 vpn=0 destination=10.0.0.6: next_hop nhp/7 -> nhp/stale\n"
+            "- nhp index=7\n");
 }
 
 }  // namespace

@@ -19,7 +19,7 @@ class RatesTest : public testing::Test {
   static std::vector<std::string> Read(CounterRates *rates, double seconds) {
     std::vector<std::string> lines;
     rates->Read(seconds, [&](const Rate &rate) {
-      std::string line(rate.table != nullptr ? rate.table->shortName : rate.name);
+      std::string line(rate.table != nullptr ? rate.table->shortName : rate.region->spec.name);
       line += ' ';
       if (rate.table != nullptr) AppendNamedKey(*rate.table, rate.key, &line);
       lines.push_back(line + ' ' + std::string(rate.field) + ' ' + std::to_string(rate.perSecond));
@@ -98,6 +98,39 @@ TEST_F(RatesTest, OnlyWhatIsAskedFor) {
   EXPECT_EQ(MakeTableRates(*source, Table("nhp"), {}, ""), nullptr);
 }
 
+// The entries that somebody else names, who may name others the next time, and in any order.
+TEST_F(RatesTest, EntriesAtPlaces) {
+  const LabArena lab(dir_.File("a"), "fwdif: [{if_index: 5}, {if_index: 6}, {if_index: 7}]\n");
+  const auto source = lab.Source();
+  std::vector<uint32_t> named;
+  const auto rates = MakePlaceRates(
+      *source, Table("fwdif"),
+      [&] {
+        std::vector<tbm::Place> places;
+        EntryReader reader(*source, Table("fwdif"));
+        for (const uint32_t index : named) {
+          if (reader.Find(reinterpret_cast<const uint8_t *>(&index))) places.push_back(reader.entry().place);
+        }
+        return places;
+      },
+      "counters[0].in_bytes");
+  ASSERT_NE(rates, nullptr);
+  const auto count = [&](uint64_t value) {
+    for (const uint32_t index : {5u, 6u, 7u}) Set(lab, index, "counters[0].in_bytes", value);
+  };
+  named = {7, 5};
+  EXPECT_EQ(Read(rates.get(), 0), Lines{});
+  count(10);
+  EXPECT_EQ(Read(rates.get(), 1), (Lines{"fwdif if_index=5 counters[0].in_bytes 10.000000",
+                                         "fwdif if_index=7 counters[0].in_bytes 10.000000"}));
+  named = {6, 7};
+  count(30);
+  EXPECT_EQ(Read(rates.get(), 1), Lines{"fwdif if_index=7 counters[0].in_bytes 20.000000"});
+  count(40);
+  EXPECT_EQ(Read(rates.get(), 1), (Lines{"fwdif if_index=6 counters[0].in_bytes 10.000000",
+                                         "fwdif if_index=7 counters[0].in_bytes 10.000000"}));
+}
+
 // Counters of a structure that an entry comes to have.
 TEST_F(RatesTest, AttachedParts) {
   const LabArena lab(dir_.File("a"), "session: [{index: 1, valid: 1, tcp: {hold_count: 7}}, {index: 2}]\n");
@@ -113,12 +146,16 @@ TEST_F(RatesTest, Regions) {
   const LabArena lab(dir_.File("a"), "regions: {PKT_TRACE_CTX_PTR: {from_driver: 5}}\n");
   const auto source = lab.Source();
   const RegionLayout &region = *Layout::BuiltIn().FindRegion("PKT_TRACE_CTX_PTR");
-  const auto rates = MakeRegionRates(*source, region);
+  const auto rates = MakeRegionRates(*source, region, "");
+  const auto other = MakeRegionRates(*source, region, "station_count,from_driver");
   ASSERT_NE(rates, nullptr);
+  ASSERT_NE(other, nullptr);
   EXPECT_EQ(Read(rates.get(), 0), Lines{});
+  EXPECT_EQ(Read(other.get(), 0), Lines{});
   region.At("to_driver").Set(lab.arena()->FindRegion("PKT_TRACE_CTX_PTR", nullptr), 3);
   EXPECT_EQ(Read(rates.get(), 2), Lines{"PKT_TRACE_CTX_PTR  to_driver 1.500000"});
-  EXPECT_EQ(MakeRegionRates(*source, *Layout::BuiltIn().FindRegion("IPP_SESSION_AGING_TIME")), nullptr);
+  EXPECT_EQ(Read(other.get(), 2), Lines{});
+  EXPECT_EQ(MakeRegionRates(*source, *Layout::BuiltIn().FindRegion("IPP_SESSION_AGING_TIME"), ""), nullptr);
 }
 
 }  // namespace

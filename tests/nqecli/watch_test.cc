@@ -52,7 +52,7 @@ class WatchTest : public testing::Test {
 
   static Rate OfRegion(std::string_view field, double perSecond) {
     Rate rate;
-    rate.name = "PKT_TRACE_CTX_PTR";
+    rate.region = Layout::BuiltIn().FindRegion("PKT_TRACE_CTX_PTR");
     rate.field = field;
     rate.perSecond = perSecond;
     return rate;
@@ -60,7 +60,6 @@ class WatchTest : public testing::Test {
 
   static Rate OfStatistic(uint32_t number, std::string_view field, double perSecond) {
     Rate rate;
-    rate.name = "statistics";
     rate.number = number;
     rate.field = field;
     rate.perSecond = perSecond;
@@ -112,14 +111,15 @@ TEST_F(WatchTest, Documents) {
   EXPECT_EQ(
       Frame(view.get(), "a \"b\"\n\x1b[7m\xff\n",
             {OfInterface(&five_, "counters[0].in_bytes", 1234.5678), OfRegion("from_driver", 0.5),
-             OfStatistic(187, "arp miss", 3)}),
+             OfStatistic(187, "arp miss", 3), OfStatistic(193, "", 0.25)}),
       "{\"time\":\"2026-11-22T06:39:59.123Z\",\"seconds\":2.0,\"command\":[\"list\",\"fwdif\",\"if_index<9\"]"
       ","
       "\"answer\":\"a \\\"b\\\"\\n\\\\x1b[7m\\\\xff\",\"rates\":["
-      "{\"table\":\"fwdif\",\"key\":{\"if_index\":5},\"field\":\"counters[0].in_bytes\",\"per_second\":1234."
-      "567},"
-      "{\"region\":\"PKT_TRACE_CTX_PTR\",\"key\":{},\"field\":\"from_driver\",\"per_second\":0.5},"
-      "{\"table\":\"statistics\",\"key\":{\"number\":187},\"field\":\"arp miss\",\"per_second\":3.0}]}\n");
+      "{\"table\":\"fwdif\",\"id\":29,\"key\":{\"if_index\":5},\"field\":\"counters[0].in_bytes\","
+      "\"per_second\":1234.567},"
+      "{\"region\":\"PKT_TRACE_CTX_PTR\",\"field\":\"from_driver\",\"per_second\":0.5},"
+      "{\"statistic\":187,\"field\":\"arp miss\",\"per_second\":3.0},"
+      "{\"statistic\":193,\"field\":null,\"per_second\":0.25}]}\n");
   // Half a document is no document, two are none either.
   EXPECT_NE(Frame(view.get(), "{\"records\":[\n").find("\"answer\":\"{\\\"records\\\":[\","),
             std::string::npos);
@@ -194,13 +194,18 @@ TEST_F(WatchTest, RatesOfTheStatistics) {
   const auto lines = [](host::CounterRates *rates) {
     std::vector<std::string> all;
     rates->Read(2, [&](const Rate &rate) {
-      all.push_back(std::string(rate.name) + ' ' + std::to_string(rate.number.value()) + ' ' +
-                    std::string(rate.field) + ' ' + std::to_string(rate.perSecond));
+      all.push_back(std::to_string(rate.number) + ' ' + std::string(rate.field) + ' ' +
+                    std::to_string(rate.perSecond));
     });
     return all;
   };
-  const auto rates = RatesOf(*source, {"statistics"});
-  const auto some = RatesOf(*source, {"statistics", "--csv", "arp-*ss"});
+  const auto ratesOf = [&](const std::vector<std::string> &command) {
+    Place place;
+    place.arena = dir.File("a");
+    return RatesOf(place, *source, command);
+  };
+  const auto rates = ratesOf({"statistics"});
+  const auto some = ratesOf({"statistics", "--csv", "*arp-*ss"});
   ASSERT_NE(rates, nullptr);
   ASSERT_NE(some, nullptr);
   EXPECT_TRUE(lines(rates.get()).empty());
@@ -208,16 +213,20 @@ TEST_F(WatchTest, RatesOfTheStatistics) {
   statistics.Add(0, QDT_STAT_CAR + 2, 3);
   statistics.Add(1, QDT_STAT_CAR + 2, 4);
   statistics.Add(1, QDT_STAT_CAR + 200, 2);
-  EXPECT_EQ(lines(rates.get()),
-            (std::vector<std::string>{"statistics 579 arp-miss 3.500000", "statistics 777 200 1.000000"}));
-  EXPECT_EQ(lines(some.get()), (std::vector<std::string>{"statistics 579 arp-miss 3.500000"}));
+  EXPECT_EQ(lines(rates.get()), (std::vector<std::string>{"579 CAR - arp-miss 3.500000", "777  1.000000"}));
+  EXPECT_EQ(lines(some.get()), (std::vector<std::string>{"579 CAR - arp-miss 3.500000"}));
   EXPECT_TRUE(lines(rates.get()).empty());
   // Of other commands there are none.
-  EXPECT_EQ(RatesOf(*source, {"usage"}), nullptr);
-  EXPECT_EQ(RatesOf(*source, {"list", "nhp"}), nullptr);
-  EXPECT_NE(RatesOf(*source, {"list", "--limit", "3", "fwdif"}), nullptr);
-  EXPECT_NE(RatesOf(*source, {"regions", "PKT_TRACE_CTX_PTR"}), nullptr);
-  EXPECT_EQ(RatesOf(*source, {"list", "nonsense"}), nullptr);
+  EXPECT_EQ(ratesOf({"usage"}), nullptr);
+  EXPECT_EQ(ratesOf({"list", "nhp"}), nullptr);
+  EXPECT_NE(ratesOf({"list", "--limit", "3", "fwdif"}), nullptr);
+  EXPECT_NE(ratesOf({"regions", "PKT_TRACE_CTX_PTR"}), nullptr);
+  EXPECT_NE(ratesOf({"regions", "PKT_TRACE_CTX_PTR", "--fields", "to_driver,from_driver"}), nullptr);
+  EXPECT_EQ(ratesOf({"regions", "PKT_TRACE_CTX_PTR", "--fields", "station_count"}), nullptr);
+  EXPECT_NE(ratesOf({"show", "station_trace"}), nullptr);
+  EXPECT_EQ(ratesOf({"show", "tbm_memory_stat"}), nullptr);
+  EXPECT_EQ(ratesOf({"show", "nonsense"}), nullptr);
+  EXPECT_EQ(ratesOf({"list", "nonsense"}), nullptr);
   engine->Retire();
 }
 

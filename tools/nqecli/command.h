@@ -26,6 +26,7 @@ enum class WordKind : uint8_t {
   kAddress,  // an address
   kEngine,   // the engine's own commands
   kAgent,    // a management command and its parameters
+  kCommand,  // options of the command's own, then another command and its words
 };
 
 // A subcommand; the library's command families come beside these. Help, reading and refusal of words, and

@@ -66,7 +66,7 @@ constexpr Command kCommands[] = {
      0, WordKind::kFile, "FILE must not exist.", "nqecli export site.yaml", kCommandFailed, Export, nullptr,
      nullptr, true},
     {"watch", "watch [-i SECONDS] [--times N] COMMAND...",
-     "repeat a command: what changes, and what counters count a second", kOptionsOfOthers, WordKind::kOther,
+     "repeat a command: what changes, and what counters count a second", kOptionsOfOthers, WordKind::kCommand,
      "-i SECONDS is the time between two answers, 2 unless told otherwise; --times N ends after so many; "
      "--json\n"
      "is a document each time.",

@@ -9,6 +9,7 @@
 #include "host/record/record_rows.h"
 #include "host/wire/client.h"
 #include "tools/nqecli/command.h"
+#include "tools/nqecli/commands/data_commands.h"
 #include "tools/nqecli/companion.h"
 #include "tools/nqecli/data_words.h"
 #include "tools/nqecli/table_names.h"
@@ -73,7 +74,7 @@ class Collector {
     found_.push_back({std::move(word), std::string(about)});
   }
 
-  void Commands();
+  void Commands(bool (*wanted)(std::string_view name));
   void Options(uint32_t takes);
   void Tables(uint32_t uses);
   void Regions();
@@ -113,8 +114,10 @@ const host::RecordSource *Collector::Source() {
   return source_.get();
 }
 
-void Collector::Commands() {
-  for (const Command &command : nqecli::Commands()) Add(command.name, command.help);
+void Collector::Commands(bool (*wanted)(std::string_view name)) {
+  for (const Command &command : nqecli::Commands()) {
+    if (wanted(command.name)) Add(command.name, command.help);
+  }
   for (const host::EntryPoint &entry : host::EntryPoints()) Add(entry.name, entry.help);
 }
 
@@ -337,7 +340,22 @@ void CollectWord(WordKind kind, std::span<const std::string> plain, Collector *f
   }
 }
 
+void CollectLine(std::span<const std::string> before, Collector *found);
+
+// Behind the options of the command's own stands another command's line.
+void CollectRepeated(std::span<const std::string> before, Collector *found) {
+  while (!before.empty() && before.front().starts_with('-')) {
+    const bool hasValue = OptionHasValue(before.front());
+    if (hasValue && before.size() == 1) return;
+    before = before.subspan(hasValue ? 2 : 1);
+  }
+  if (!before.empty()) return CanBeWatched(before.front()) ? CollectLine(before, found) : void();
+  if (found->current().starts_with('-')) return found->Options(kWatchOptions);
+  found->Commands(CanBeWatched);
+}
+
 void CollectFor(const Command &command, std::span<const std::string> before, Collector *found) {
+  if (command.first == WordKind::kCommand) return CollectRepeated(before, found);
   const std::vector<std::string> plain = PlainWords(before, command.options);
   const std::string_view last = before.empty() ? std::string_view() : before.back();
   if ((last == "--fields" || last == "--sort") && !plain.empty()) {
@@ -348,6 +366,15 @@ void CollectFor(const Command &command, std::span<const std::string> before, Col
   if (OptionHasValue(last)) return;
   if (found->current().starts_with('-')) return found->Options(command.options);
   CollectWord(command.first, plain, found);
+}
+
+// The words of a line that begins with a command.
+void CollectLine(std::span<const std::string> before, Collector *found) {
+  if (const Command *command = FindCommand(before.front())) {
+    CollectFor(*command, before.subspan(1), found);
+  } else {
+    found->Device(before);
+  }
 }
 
 // Takes the options that say where out of the words; tells whether the word behind them is one's value.
@@ -382,11 +409,9 @@ std::vector<Candidate> Complete(const Place &given, std::span<const std::string>
     found.Files();
   } else if (before.empty()) {
     if (current.starts_with('-')) found.Options(0);
-    found.Commands();
-  } else if (const Command *command = FindCommand(before.front())) {
-    CollectFor(*command, std::span(before).subspan(1), &found);
+    found.Commands([](std::string_view) { return true; });
   } else {
-    found.Device(before);
+    CollectLine(before, &found);
   }
   return found.Take();
 }

@@ -207,6 +207,15 @@ const host::TableLayout &TableOf(std::string_view name, uint32_t uses) {
   return *table;
 }
 
+const host::RegionLayout *RegionOf(std::string_view name) {
+  const host::RegionLayout *region = host::Layout::BuiltIn().FindRegion(name);
+  if (region != nullptr && region->fields.empty()) {
+    throw HostError("nothing is known of the fields of region " + std::string(name) +
+                    ", so that it cannot be read");
+  }
+  return region;
+}
+
 void WritePlace(host::JsonWriter *json, const host::TableLayout *table, const host::RegionLayout *region,
                 const uint8_t *key) {
   if (region != nullptr) {

@@ -41,6 +41,8 @@ enum DataOption : uint32_t {
 constexpr uint32_t kOptionForms = kOptionJson | kOptionLines | kOptionCsv;
 constexpr uint32_t kListOptions =
     kOptionForms | kOptionYaml | kOptionFields | kOptionSort | kOptionLimit | kOptionCount;
+// Those that stand before the command that watch repeats.
+constexpr uint32_t kWatchOptions = kOptionJson | kOptionInterval | kOptionTimes;
 
 // The names of options, and their lines for a help text.
 std::vector<std::string_view> OptionNames(uint32_t takes);
@@ -74,6 +76,10 @@ std::unique_ptr<host::RecordSource> OpenSource(const Place &place);
 // The table of a name, with fields. Throws HostError with what was meant among what is good for one of
 // `uses`.
 const host::TableLayout &TableOf(std::string_view name, uint32_t uses = kUseList);
+
+// The region of a name, with fields; null when there is none of the name. Throws HostError for one of which
+// nothing is known.
+const host::RegionLayout *RegionOf(std::string_view name);
 
 // Where a value stands, as members of an object: {"table": "fib", "id": 1, "key": {...}}, or {"region":
 // "..."}. The key is left out where it is null.

@@ -1,6 +1,8 @@
 #ifndef TOOLS_NQECLI_COMMANDS_DATA_COMMANDS_H_
 #define TOOLS_NQECLI_COMMANDS_DATA_COMMANDS_H_
 
+#include <string_view>
+
 #include "tools/nqecli/output/output.h"
 
 // The commands that run in the tool itself, one source each. They get the words behind their name.
@@ -24,6 +26,9 @@ ExitCode Statistics(const DataWords &words);
 ExitCode Tables(const DataWords &words);
 ExitCode Usage(const DataWords &words);
 ExitCode Watch(const DataWords &words);
+
+// Whether it makes sense to repeat the command.
+bool CanBeWatched(std::string_view command);
 
 }  // namespace qdt::nqecli
 

@@ -125,7 +125,7 @@ ExitCode Fields(const DataWords &words) {
     throw host::HostError(
         "fields takes the name of a table or region; \"nqecli tables\" and \"nqecli regions\" list them");
   const std::string &name = words.words.front();
-  const host::RegionLayout *region = host::Layout::BuiltIn().FindRegion(name);
+  const host::RegionLayout *region = RegionOf(name);
   const host::TableLayout *table = region == nullptr ? &TableOf(name, kUseList | kUseRegion) : nullptr;
   const host::RecordShape shape =
       table != nullptr ? host::RecordShape::Whole(*table) : host::RecordShape::Whole(*region);

@@ -43,8 +43,7 @@ ExitCode List(const DataWords &words) {
   for (size_t i = 1; i < words.words.size(); ++i) request.where.emplace_back(table, words.words[i]);
   request.sort = words.sort;
   request.limit = words.limit;
-  const RecordShape shape =
-      words.fields.empty() ? RecordShape::Whole(table) : RecordShape::Select(table, words.fields);
+  const RecordShape shape = RecordShape::Chosen(table, words.fields);
   const auto source = OpenSource(words.place);
   if (words.count) {
     PrintCount(table, RunList(*source, request, nullptr).count, words.format);

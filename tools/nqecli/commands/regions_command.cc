@@ -69,17 +69,11 @@ ExitCode ListRegions(const RecordSource &source, RecordFormat format) {
   return kAnswered;
 }
 
-const RegionLayout &RegionOf(const RecordSource &source, std::string_view name) {
-  const RegionLayout *region = source.layout().FindRegion(name);
-  if (region == nullptr) {
-    throw HostError("unknown region " + host::Quoted(name) +
-                    host::DidYouMean(source.layout().NearestRegion(name), "\"nqecli regions\" lists them"));
-  }
-  if (region->fields.empty()) {
-    throw HostError("nothing is known of the fields of region " + std::string(name) +
-                    ", so that it cannot be read");
-  }
-  return *region;
+const RegionLayout &NamedRegion(std::string_view name) {
+  if (const RegionLayout *region = RegionOf(name)) return *region;
+  throw HostError(
+      "unknown region " + host::Quoted(name) +
+      host::DidYouMean(host::Layout::BuiltIn().NearestRegion(name), "\"nqecli regions\" lists them"));
 }
 
 // A line for each value, arrays whole.
@@ -99,12 +93,8 @@ void PrintValues(const host::RecordBytes &record, const RecordShape &shape, cons
 }
 
 ExitCode ShowRegion(const RecordSource &source, const DataWords &words) {
-  const RegionLayout &region = RegionOf(source, words.words.front());
-  host::TableLayout alone;  // a region is like a table without keys
-  alone.shortName = region.spec.name;
-  alone.fields = region.fields;
-  const RecordShape shape =
-      words.fields.empty() ? RecordShape::Whole(region) : RecordShape::Select(alone, words.fields);
+  const RegionLayout &region = NamedRegion(words.words.front());
+  const RecordShape shape = RecordShape::Chosen(region, words.fields);
   const std::vector<uint8_t> bytes = source.ReadRegion(region);
   if (bytes.empty()) throw HostError("this engine has no region " + std::string(region.spec.name));
   const host::RecordBytes record(source, bytes.data());

@@ -14,7 +14,7 @@ ExitCode Schema(const DataWords &words) {
   StandardOut out;
   if (words.words.empty()) {
     WriteWholeSchema(&out, layout);
-  } else if (const host::RegionLayout *region = layout.FindRegion(words.words.front())) {
+  } else if (const host::RegionLayout *region = RegionOf(words.words.front())) {
     WriteRegionSchema(&out, layout, *region);
   } else {
     WriteTableSchema(&out, layout, TableOf(words.words.front(), kUseList | kUseRegion));

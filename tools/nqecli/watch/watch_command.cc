@@ -56,7 +56,7 @@ size_t CountOptions(std::span<char *const> words) {
 struct WatchRequest {
   WatchRequest(const Place &given, std::span<char *const> all) {
     const size_t options = CountOptions(all);
-    const DataWords words(given, all.first(options), kOptionJson | kOptionInterval | kOptionTimes);
+    const DataWords words(given, all.first(options), kWatchOptions);
     place = words.place;
     interval = words.interval == 0 ? kDefaultInterval : words.interval;
     times = words.times;
@@ -70,7 +70,7 @@ struct WatchRequest {
       }
     }
     if (command.empty()) throw HostError("watch what? Name a command, such as list fwdif; try --help");
-    if (command.front() == "watch" || command.front() == "snapshot" || command.front().empty())
+    if (!CanBeWatched(command.front()))
       throw HostError("watch repeats commands that show something, not " + Quoted(command.front()));
   }
 
@@ -177,7 +177,7 @@ class WatchLoop {
     } catch (const HostError &) {
       return;  // the command takes no engine
     }
-    rates_ = RatesOf(*source_, request_.command);
+    rates_ = RatesOf(request_.place, *source_, request_.command);
   }
 
   bool EngineHasEnded() const { return source_ != nullptr && !source_->arena().EngineAlive(); }
@@ -196,6 +196,10 @@ class WatchLoop {
 };
 
 }  // namespace
+
+bool CanBeWatched(std::string_view command) {
+  return command != "watch" && command != "snapshot" && !command.empty();
+}
 
 ExitCode Watch(const DataWords &words) {
   std::vector<std::string> own = words.words;

@@ -1,11 +1,12 @@
 #include "tools/nqecli/watch/watch_rates.h"
 
-#include <atomic>
+#include <memory>
 
 #include "host/base/host_error.h"
-#include "host/regions/statistics.h"
-#include "platform/engine.h"
-#include "qdt/stats.h"
+#include "host/query/statistics.h"
+#include "host/query/view_records.h"
+#include "tools/nqecli/command.h"
+#include "tools/nqecli/commands/view_query.h"
 #include "tools/nqecli/data_words.h"
 
 namespace qdt::nqecli {
@@ -14,48 +15,28 @@ namespace {
 using host::CounterRates;
 using host::Rate;
 
-// The engine's statistics by name, the sum of all cores. `pattern` is a part of the name, with * for any
-// characters.
+// The engine's statistics whose names match the pattern, the sums of all cores.
 class StatisticsRates : public CounterRates {
  public:
   StatisticsRates(const host::RecordSource &source, std::string pattern)
-      : source_(source), pattern_("*" + std::move(pattern) + "*") {}
+      : source_(source), pattern_(std::move(pattern)) {}
 
   void Read(double seconds, const std::function<void(const Rate &)> &visit) override {
-    uint32_t size = 0;
-    auto *counters = static_cast<uint64_t *>(source_.arena().FindRegion(host::kStatisticsRegion, &size));
-    const size_t cores = counters == nullptr ? 0 : size / (QDT_STAT_COUNTERS * sizeof(uint64_t));
     sums_.Turn();
-    for (uint32_t number = 0; number < QDT_STAT_COUNTERS; ++number) {
-      uint64_t sum = 0;
-      for (size_t core = 0; core < cores; ++core) {
-        sum += std::atomic_ref<uint64_t>(counters[core * QDT_STAT_COUNTERS + number])
-                   .load(std::memory_order_relaxed);
-      }
-      sums_.Add(sum);
-      const uint64_t was = sums_.before().empty() ? sum : sums_.before()[number];
-      if (sum > was) Give(number, static_cast<double>(sum - was) / seconds, visit);
+    for (const host::Counter &counter : ReadCounters(source_, pattern_).counters) {
+      const size_t at = sums_.now().size();
+      const uint64_t was = sums_.before().empty() ? counter.sum : sums_.before()[at];
+      sums_.Add(counter.sum);
+      if (counter.sum <= was) continue;
+      Rate rate;
+      rate.number = counter.number;
+      rate.field = counter.name;
+      rate.perSecond = static_cast<double>(counter.sum - was) / seconds;
+      visit(rate);
     }
   }
 
  private:
-  static std::string NameOf(uint32_t number) {
-    const char *name =
-        number < QDT_STAT_NAMES ? QdtOmaSysStatDescGet()[number] : QdtGetNameByProId(number - QDT_STAT_CAR);
-    return name == nullptr ? std::to_string(number < QDT_STAT_NAMES ? number : number - QDT_STAT_CAR) : name;
-  }
-
-  void Give(uint32_t number, double perSecond, const std::function<void(const Rate &)> &visit) const {
-    const std::string name = NameOf(number);
-    if (!host::Matches(pattern_, name)) return;
-    Rate rate;
-    rate.name = "statistics";
-    rate.number = number;
-    rate.field = name;
-    rate.perSecond = perSecond;
-    visit(rate);
-  }
-
   const host::RecordSource &source_;
   const std::string pattern_;
   host::CounterColumn sums_;
@@ -68,23 +49,43 @@ std::unique_ptr<CounterRates> RatesOfList(const host::RecordSource &source, cons
   return host::MakeTableRates(source, table, std::move(where), words.fields);
 }
 
+std::unique_ptr<CounterRates> RatesOfRegion(const host::RecordSource &source, std::string_view name,
+                                            std::string_view fields) {
+  const host::RegionLayout *region = source.layout().FindRegion(name);
+  return region == nullptr ? nullptr : host::MakeRegionRates(source, *region, fields);
+}
+
+std::unique_ptr<CounterRates> RatesOfView(const Place &place, const host::RecordSource &source,
+                                          const DataWords &words) {
+  const auto query = std::make_shared<ViewQuery>(words.words);
+  const host::ViewLayout *view = source.layout().FindView(query->view().id);
+  if (view == nullptr) return nullptr;
+  if (!view->region.empty()) return RatesOfRegion(source, view->region, words.fields);
+  // Records of a view's own count nothing.
+  if (view->table.empty()) return nullptr;
+  Attach(place);
+  return host::MakePlaceRates(
+      source, *source.layout().FindTable(view->table),
+      [query, view, &source] { return ViewPlaces(source, *view, query->Ask()); }, words.fields);
+}
+
 }  // namespace
 
-std::unique_ptr<CounterRates> RatesOf(const host::RecordSource &source,
+std::unique_ptr<CounterRates> RatesOf(const Place &place, const host::RecordSource &source,
                                       const std::vector<std::string> &command) {
   std::vector<char *> rest;
   for (size_t i = 1; i < command.size(); ++i) rest.push_back(const_cast<char *>(command[i].c_str()));
   const std::string &name = command.front();
+  if (name != "list" && name != "regions" && name != "statistics" && name != "show") return nullptr;
   try {
-    if (name == "list") return RatesOfList(source, DataWords({}, rest, kListOptions));
-    if (name != "regions" && name != "statistics") return nullptr;
-    const DataWords words({}, rest, kOptionForms);
+    const DataWords words({}, rest, FindCommand(name)->options);
+    if (name == "list") return RatesOfList(source, words);
+    if (name == "show") return RatesOfView(place, source, words);
     const std::string what = words.words.empty() ? "" : words.words.front();
     if (name == "statistics") return std::make_unique<StatisticsRates>(source, what);
-    const host::RegionLayout *region = source.layout().FindRegion(what);
-    return region == nullptr ? nullptr : host::MakeRegionRates(source, *region);
+    return RatesOfRegion(source, what, words.fields);
   } catch (const host::HostError &) {
-    // The command has other options than are known here: it is shown all the same.
+    // The words are no question, as the command itself has said, or the engine has gone.
     return nullptr;
   }
 }

@@ -8,6 +8,7 @@
 #include "host/base/time_text.h"
 #include "host/layout/value_text.h"
 #include "host/record/record_rows.h"
+#include "tools/nqecli/data_words.h"
 #include "tools/nqecli/output/output.h"
 #include "tools/nqecli/output/shown_text.h"
 
@@ -49,16 +50,20 @@ class LineSet {
 
 // "fwdif if_index=1 counters[0].in_bytes 1234.5/s"
 std::string RateText(const Rate &rate) {
-  std::string text(rate.table != nullptr ? rate.table->shortName : rate.name);
-  text += ' ';
+  std::string text;
   if (rate.table != nullptr) {
+    text = rate.table->shortName;
+    text += ' ';
     const size_t length = text.size();
     host::AppendNamedKey(*rate.table, rate.key, &text);
     if (text.size() != length) text += ' ';
-  } else if (rate.number) {
-    text += "number=" + std::to_string(*rate.number) + ' ';
+  } else if (rate.region != nullptr) {
+    text = rate.region->spec.name;
+    text += ' ';
+  } else {
+    text = "statistics number=" + std::to_string(rate.number) + ' ';
   }
-  text += rate.field;
+  text += rate.field.empty() ? "-" : rate.field;
   char room[64];
   std::snprintf(room, sizeof(room), " %.1f/s", rate.perSecond);
   return text + room;
@@ -144,21 +149,14 @@ class WatchJson : public WatchView {
 
   void Take(const Rate &rate) override {
     json_.StartObject();
-    host::JsonKey(&json_, rate.table == nullptr && !rate.number ? "region" : "table");
-    host::JsonText(&json_, rate.table != nullptr ? rate.table->shortName : rate.name);
-    host::JsonKey(&json_, "key");
-    if (rate.table != nullptr) {
-      host::WriteJsonKey(&json_, *rate.table, rate.key);
+    if (rate.table != nullptr || rate.region != nullptr) {
+      WritePlace(&json_, rate.table, rate.region, rate.key);
     } else {
-      json_.StartObject();
-      if (rate.number) {
-        host::JsonKey(&json_, "number");
-        json_.Uint(*rate.number);
-      }
-      json_.EndObject();
+      host::JsonKey(&json_, "statistic");
+      json_.Uint(rate.number);
     }
     host::JsonKey(&json_, "field");
-    host::JsonEscaped(&json_, rate.field);
+    rate.field.empty() ? static_cast<void>(json_.Null()) : host::JsonEscaped(&json_, rate.field);
     host::JsonKey(&json_, "per_second");
     json_.Double(rate.perSecond);
     json_.EndObject();
