@@ -18,6 +18,7 @@
 #include "host/web/page_files.h"
 #include "host/web/server.h"
 #include "host/wire/paths.h"
+#include "tools/nqeweb/metrics_routes.h"
 #include "tools/nqeweb/page.h"
 
 namespace qdt::nqeweb {
@@ -130,6 +131,8 @@ int Run(const CommandLine &line) {
   host::Routes routes;
   host::AddPageRoutes(&routes, PageFiles());
   host::AddApi(&routes, &engines);
+  const host::MetricsExporter exporter(MetricsTargets(&engines), host::Layout::BuiltIn());
+  AddMetricsRoutes(&routes, &exporter);
 
   host::WebServer server(line.address, {}, identity ? &*identity : nullptr,
                          [&](const host::WebRequest &request) { return guard.Answer(routes, request); });
