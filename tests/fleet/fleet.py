@@ -151,13 +151,13 @@ class Fleet:
         (targets / "exporters.yml").write_text(json.dumps([{"targets": list(arenas)}]))
         return config
 
-    def start_prometheus(self, config):
+    def start_prometheus(self, config, *words):
         self.spawn("prometheus-alertmanager", f"--config.file={config / 'alertmanager.yml'}",
                    f"--storage.path={self.directory / 'alerts'}", f"--web.listen-address={self.alertmanager}",
                    "--cluster.listen-address=", log="alertmanager.log")
         self.database = self.spawn("prometheus", f"--config.file={config / 'prometheus.yml'}",
                                    f"--storage.tsdb.path={self.directory / 'data'}",
-                                   f"--web.listen-address={self.prometheus}", log="prometheus.log")
+                                   f"--web.listen-address={self.prometheus}", *words, log="prometheus.log")
         for address in (self.prometheus, self.alertmanager):
             wait_until(lambda: answers(f"http://{address}/-/ready"), f"{address} to be ready")
 

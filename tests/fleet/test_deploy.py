@@ -106,6 +106,18 @@ def test_dashboards_ask_for_what_there_is(file, scrape, tmp_path):
     tool("promtool", "check", "rules", written)
 
 
+def test_the_document_names_all_of_it(scrape):
+    text = (ROOT / "docs" / "metrics.md").read_text()
+    named = set(re.findall(r"nqe_[a-z0-9_]+", text.split("## Bounds")[0]))
+    given = set(re.findall(r"^# TYPE (\S+) ", scrape, re.M)) | {"nqe_snapshot_time_seconds"}
+    # Families of which the document names one.
+    alike = ("nqe_fwdif_out_", "nqe_buf_cache_stat_")
+    assert {name for name in given if not name.startswith(alike)} == {name for name in named if not name.startswith(alike)}
+    assert {name for name in named if name.startswith(alike)} <= given
+    for rule in all_rules():
+        assert rule.get("alert", "") in text
+
+
 def test_a_scrape_keeps_to_its_bounds(scrape):
     assert len(scrape.encode()) <= 64 * 1024
     series = [line for line in scrape.splitlines() if not line.startswith("#")]
