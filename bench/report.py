@@ -114,6 +114,15 @@ def cost_row(words, result):
     return [what, f"{value} {result['unit']}", f"{COSTS[what]:,} {result['unit']}"], result["value"] <= COSTS[what]
 
 
+def metrics_row(words, result):
+    def shown(value):
+        return f"{value:.2f} ms" if result["unit"] == "ms" else f"{value:,.0f} {result['unit']}"
+
+    most = result["most"]
+    return [words[0], shown(result["value"]), "" if most is None else shown(most)], \
+        None if most is None else result["value"] <= most
+
+
 # Family: what makes a row, its columns.
 TABLES = {
     "view": (view_row, ["view", "record", "`Print`", "snprintf", "speedup"]),
@@ -125,6 +134,7 @@ TABLES = {
     "routechange": (route_change_row, ["routes", "number", "insertion", "removal", "bytes a route"]),
     "sql": (sql_row, ["SQL", "median", "at most"]),
     "data": (sql_row, ["data, exec to exit", "median", "at most"]),
+    "metrics": (metrics_row, ["metrics", "median", "at most"]),
     "cli": (cli_row, ["nqecli", "exec to exit", "/bin/true", "ratio"]),
 }
 

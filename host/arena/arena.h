@@ -28,6 +28,23 @@ struct ArenaPlan {
   std::string socketPath;           // where the engine listens; clients find the engine through it
 };
 
+// Why an arena cannot be read, for who tells one from the other; people read the line.
+class ArenaError : public HostError {
+ public:
+  enum class Kind : uint8_t {
+    kMissing,     // there is no such file
+    kUnreadable,  // no permission, or not its owner's whom this process believes
+    kDamaged,     // no arena at all, truncated, changed or not finished
+    kVersion,     // of another version or byte order
+    kGone,        // its engine has ended
+  };
+  ArenaError(Kind kind, const std::string &line) : HostError(line), kind_(kind) {}
+  Kind kind() const { return kind_; }
+
+ private:
+  Kind kind_;
+};
+
 struct ArenaHeader;
 
 constexpr uint64_t kSnapshotPage = 4096;
@@ -61,7 +78,8 @@ class Arena {
   static std::unique_ptr<Arena> Attach(const std::string &path, Access access);
 
   // Maps the arena at whatever address is free, to be read only: for those who copy records out and follow no
-  // pointer in them, and so may look at many arenas at once. Shows what the engine has. Throws as Attach.
+  // pointer in them, and so may look at many arenas at once. Shows what the engine has. Throws as Attach,
+  // what is wrong with the arena as ArenaError.
   static std::unique_ptr<Arena> Look(const std::string &path, Access access);
 
   // Whether a running engine holds the arena at `path`; false when there is none.

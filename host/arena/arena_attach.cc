@@ -22,24 +22,30 @@ constexpr char kLiveHint[] = " (start nqed, or name its arena with --arena)";
 constexpr char kOtherHint[] = " (name another file)";
 constexpr char kAgainHint[] = " (let nqed write it again)";
 
+using Kind = ArenaError::Kind;
+
 bool IsLive(Arena::Access access) { return access == Arena::Access::kLive; }
 
-// `shared` becomes whether the file may be written.
-ArenaFile Open(const std::string &path, Arena::Access access, bool *shared) {
+// `shared` becomes whether the file may be written, which it is to be where `writing`.
+ArenaFile Open(const std::string &path, Arena::Access access, bool writing, bool *shared) {
   ArenaFile file;
-  if (IsLive(access)) file = ArenaFile(path, O_RDWR);
+  if (writing) file = ArenaFile(path, O_RDWR);
   *shared = file.ok();
   // Tables may be read by who must not write to the regions.
   if (!file.ok()) file = ArenaFile(path, O_RDONLY);
   if (file.ok()) return file;
   if (errno == ENOENT || errno == ENOTDIR) {
-    if (IsLive(access)) throw HostError("no engine runs: there is no arena at " + path + kLiveHint);
-    throw HostError("there is no snapshot at " + path + " (write one with nqecli snapshot FILE)");
+    if (IsLive(access))
+      throw ArenaError(Kind::kMissing, "no engine runs: there is no arena at " + path + kLiveHint);
+    throw ArenaError(Kind::kMissing,
+                     "there is no snapshot at " + path + " (write one with nqecli snapshot FILE)");
   }
   if (errno == EACCES || errno == EPERM) {
-    throw HostError("no permission to read the arena at " + path + " (ask its owner, or run as that user)");
+    throw ArenaError(Kind::kUnreadable,
+                     "no permission to read the arena at " + path + " (ask its owner, or run as that user)");
   }
-  throw HostError("cannot open the arena at " + path + ": " + SystemText(errno) + kOtherHint);
+  throw ArenaError(Kind::kUnreadable,
+                   "cannot open the arena at " + path + ": " + SystemText(errno) + kOtherHint);
 }
 
 bool SizesFit(const ArenaHeader &header) {
@@ -74,29 +80,33 @@ ArenaHeader ReadHeader(const ArenaFile &file, const std::string &path, Arena::Ac
   ArenaHeader header = {};
   const size_t got = S_ISREG(info.st_mode) ? file.ReadHeader(&header) : 0;
   if (got < sizeof(kArenaMagic) || std::memcmp(header.magic, kArenaMagic, sizeof(kArenaMagic)) != 0) {
-    throw HostError(path + " is not an arena" + kOtherHint);
+    throw ArenaError(Kind::kDamaged, path + " is not an arena" + kOtherHint);
   }
   if (header.byteOrder == kByteOrderSwapped) {
-    throw HostError("the arena at " + path +
-                    " is in the other byte order (read it on a machine like its engine's)");
+    throw ArenaError(
+        Kind::kVersion,
+        "the arena at " + path + " is in the other byte order (read it on a machine like its engine's)");
   }
   if (got >= offsetof(ArenaHeader, byteOrder) && header.version != kArenaVersion) {
-    throw HostError("the arena at " + path + " was written by version " + std::to_string(header.version) +
-                    ", this program reads version " + std::to_string(kArenaVersion) +
-                    " (use tools and engine of one version)");
+    throw ArenaError(Kind::kVersion, "the arena at " + path + " was written by version " +
+                                         std::to_string(header.version) + ", this program reads version " +
+                                         std::to_string(kArenaVersion) +
+                                         " (use tools and engine of one version)");
   }
   if (got < sizeof(header)) {
-    throw HostError("the arena at " + path + " is truncated: " + std::to_string(info.st_size) +
-                    " bytes are less than its header" + kAgainHint);
+    throw ArenaError(Kind::kDamaged, "the arena at " + path +
+                                         " is truncated: " + std::to_string(info.st_size) +
+                                         " bytes are less than its header" + kAgainHint);
   }
   if (header.byteOrder != kByteOrderMark || header.pointerSize != sizeof(void *) ||
       header.headerSize != sizeof(header) || header.headerSum != HeaderSum(header) || !SizesFit(header) ||
       !StateIsKnown(header.state)) {
-    throw HostError("the arena at " + path + " has a damaged header" + kAgainHint);
+    throw ArenaError(Kind::kDamaged, "the arena at " + path + " has a damaged header" + kAgainHint);
   }
   if (static_cast<uint64_t>(info.st_size) != header.totalSize) {
-    throw HostError("the arena at " + path + " is truncated: " + std::to_string(info.st_size) +
-                    " bytes instead of " + std::to_string(header.totalSize) + kAgainHint);
+    throw ArenaError(Kind::kDamaged,
+                     "the arena at " + path + " is truncated: " + std::to_string(info.st_size) +
+                         " bytes instead of " + std::to_string(header.totalSize) + kAgainHint);
   }
   return header;
 }
@@ -220,18 +230,20 @@ struct OpenedArena {
   bool shared;
 };
 
-OpenedArena OpenArena(const std::string &path, Arena::Access access) {
+OpenedArena OpenArena(const std::string &path, Arena::Access access, bool writing) {
   OpenedArena opened;
-  opened.file = Open(path, access, &opened.shared);
+  opened.file = Open(path, access, writing, &opened.shared);
   opened.header = ReadHeader(opened.file, path, access);
   if (opened.header.state == static_cast<uint32_t>(ArenaState::kBuilding)) {
-    throw HostError("the arena at " + path + " is not finished (wait until nqed has published it)");
+    throw ArenaError(Kind::kDamaged,
+                     "the arena at " + path + " is not finished (wait until nqed has published it)");
   }
   if (IsLive(access) && !opened.file.Locked()) {
-    throw HostError(
+    throw ArenaError(
+        Kind::kGone,
         "the engine is gone: the arena at " + path +
-        " was left by a process that has ended (start nqed; to look into what it left use --snapshot " +
-        path + ")");
+            " was left by a process that has ended (start nqed; to look into what it left use --snapshot " +
+            path + ")");
   }
   return opened;
 }
@@ -239,10 +251,10 @@ OpenedArena OpenArena(const std::string &path, Arena::Access access) {
 void CheckMapped(ArenaHeader *mapped, const ArenaHeader &header, const std::string &path) {
   const DirectoryCheck check(mapped);
   if (std::memcmp(mapped, &header, offsetof(ArenaHeader, state)) != 0 || !check.TablesAreGood()) {
-    throw HostError("the arena at " + path + " has a damaged table directory" + kAgainHint);
+    throw ArenaError(Kind::kDamaged, "the arena at " + path + " has a damaged table directory" + kAgainHint);
   }
   if (!check.InfoIsGood()) {
-    throw HostError("the arena at " + path + " has damaged table descriptors" + kAgainHint);
+    throw ArenaError(Kind::kDamaged, "the arena at " + path + " has damaged table descriptors" + kAgainHint);
   }
 }
 
@@ -250,7 +262,7 @@ void CheckMapped(ArenaHeader *mapped, const ArenaHeader &header, const std::stri
 
 std::unique_ptr<Arena> Arena::Attach(const std::string &path, Access access) {
   auto impl = std::make_unique<Impl>();
-  OpenedArena opened = OpenArena(path, access);
+  OpenedArena opened = OpenArena(path, access, IsLive(access));
   const ArenaHeader &header = opened.header;
   impl->path = path;
   impl->file = std::move(opened.file);
@@ -281,7 +293,7 @@ bool Arena::IsHeld(const std::string &path) {
 
 std::unique_ptr<Arena> Arena::Look(const std::string &path, Access access) {
   auto impl = std::make_unique<Impl>();
-  OpenedArena opened = OpenArena(path, access);
+  OpenedArena opened = OpenArena(path, access, false);
   impl->path = path;
   impl->file = std::move(opened.file);
   impl->role = Role::kReader;

@@ -72,8 +72,9 @@ class TableCheck {
       if (!reader->Again(suspicion.place)) continue;
       const EntryRule &rule = *rules_[suspicion.rule];
       const std::optional<Problem> problem = rule.Look(RecordBytes(source_, *reader));
-      if (problem)
-        Tell({problem->severity, &table_, nullptr, reader->entry().key, rule.field(), problem->text});
+      if (!problem) continue;
+      Tell({problem->severity, &table_, nullptr, reader->entry().key, rule.field(), problem->text,
+            problem->stale});
     }
     suspicions_.clear();
   }
@@ -126,7 +127,7 @@ uint64_t CheckRegion(const RecordSource &source, const RegionLayout &region, con
     const std::optional<Problem> problem = rule->Look(RecordBytes(source, bytes.data()));
     if (!problem) continue;
     ++count;
-    tell({problem->severity, nullptr, &region, nullptr, rule->field(), problem->text});
+    tell({problem->severity, nullptr, &region, nullptr, rule->field(), problem->text, problem->stale});
   }
   return count;
 }

@@ -17,6 +17,7 @@ struct Finding {
   const uint8_t *key = nullptr;  // of the entry; null when it is about the table as a whole
   std::string_view field;        // may be empty
   std::string_view problem;
+  bool stale = false;  // a reference leads to a place where no entry is any more
 };
 
 // Some milliseconds.

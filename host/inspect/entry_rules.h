@@ -17,7 +17,8 @@ enum class Severity : uint8_t {
 
 struct Problem {
   Severity severity = Severity::kError;
-  std::string text;  // one line
+  std::string text;    // one line
+  bool stale = false;  // a reference leads to a place where no entry is any more
 };
 
 // Something that holds for each record of a table, or of a region, about one of its fields.

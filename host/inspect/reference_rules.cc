@@ -49,7 +49,7 @@ class ReferenceRule : public EntryRule {
     // A place of an array that counts as used has to lead somewhere.
     const bool mayBeNull = leaf_.field->count == 0 || leaf_.counter.size == 0;
     if (to.kind == Reference::Kind::kEntry || (to.kind == Reference::Kind::kNone && mayBeNull)) return {};
-    return Problem{Severity::kError, WrongReference(to, leaf_.field->targets, "")};
+    return WrongReference(to, leaf_.field->targets, "");
   }
 
   std::optional<Problem> LookBound(const RecordBytes &record, const Reference &to,
@@ -67,9 +67,9 @@ class ReferenceRule : public EntryRule {
       exists = exists || key.Exists(source_);
       should += (should.empty() ? "" : " or ") + key.Text();
     }
-    std::string text = WrongReference(to, leaf_.field->targets, should);
-    if (!exists) text += ", which is not there";
-    return Problem{Severity::kError, std::move(text)};
+    Problem problem = WrongReference(to, leaf_.field->targets, should);
+    if (!exists) problem.text += ", which is not there";
+    return problem;
   }
 
   const RecordSource &source_;
@@ -103,8 +103,8 @@ void BindByRules(const TableLayout &table, const Leaf &leaf, Binding *binding) {
 
 }  // namespace
 
-std::string WrongReference(const Reference &to, std::span<const std::string_view> targets,
-                           const std::string &should) {
+Problem WrongReference(const Reference &to, std::span<const std::string_view> targets,
+                       const std::string &should) {
   std::string text;
   switch (to.kind) {
     case Reference::Kind::kNone:
@@ -125,7 +125,7 @@ std::string WrongReference(const Reference &to, std::span<const std::string_view
       break;
   }
   if (!should.empty()) text += ", should lead to " + should;
-  return text;
+  return {Severity::kError, std::move(text), to.kind == Reference::Kind::kStale};
 }
 
 void AddReferenceRules(const RecordSource &source, const TableLayout &table, EntryRuleList *rules) {

@@ -18,8 +18,8 @@ void AddFamilyRules(const RecordSource &source, const TableLayout &table, EntryR
 
 // What is wrong with a reference that should lead to `should`, a text such as "nhp/5"; without it the
 // reference only has to lead to an entry.
-std::string WrongReference(const Reference &to, std::span<const std::string_view> targets,
-                           const std::string &should);
+Problem WrongReference(const Reference &to, std::span<const std::string_view> targets,
+                       const std::string &should);
 
 }  // namespace qdt::host
 

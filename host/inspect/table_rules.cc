@@ -80,9 +80,9 @@ class RouteInForceRule : public EntryRule {
       should += '/';
       AppendKeyText(routes_.table(), routes_.entry().key, &should);
     }
-    std::string text = WrongReference(to, reference_.targets, should);
-    if (!inForce) text += ", but there is no route to " + ShownValue(address_, record.record);
-    return Problem{Severity::kError, std::move(text)};
+    Problem problem = WrongReference(to, reference_.targets, should);
+    if (!inForce) problem.text += ", but there is no route to " + ShownValue(address_, record.record);
+    return problem;
   }
 
  private:
