@@ -6,6 +6,7 @@ import shlex
 import pytest
 
 from conftest import BIN, ROOT, nqecli, run
+from engine_texts import EGN_HELP
 
 
 def handlers():
@@ -67,15 +68,6 @@ def test_every_command_has_help(name):
     about = result.out.split("\n\n")[1]
     assert about.endswith(".") and about[0].isupper(), result
 
-
-EGN_HELP = """\
-  egn display status|application|statistic
-  egn debugging debug-level error|warning|info|packet on|off
-  egn debugging statistic on|off
-  egn debugging detect-threshold PACKETS
-  egn reset statistic|all
-  egn help
-"""
 
 # Requests whose answer only says what was wrong with them, and the beginning of that answer.
 REFUSED = [

@@ -3,6 +3,7 @@
 import pytest
 
 from conftest import site_of
+from engine_texts import EGN_HELP
 
 SCENARIO = """\
 session:
@@ -12,15 +13,6 @@ nat_policy:
   - {name: staff, action: source-nat, address_group: 1, hits: 5}
   - {name: guests, action: source-nat, address_group: 2, hits: 7}
   - {name: stay, action: no-nat}
-"""
-
-EGN_HELP = """\
-  egn display status|application|statistic
-  egn debugging debug-level error|warning|info|packet on|off
-  egn debugging statistic on|off
-  egn debugging detect-threshold PACKETS
-  egn reset statistic|all
-  egn help
 """
 
 

@@ -15,7 +15,7 @@ import time
 
 import pytest
 
-from conftest import BIN, PATIENCE, engine_place, nqecli
+from conftest import BIN, PATIENCE, engine_place, nqecli, wait_until
 from schemas import valid
 
 SCENARIO = """\
@@ -64,6 +64,12 @@ class Watch:
             line = self.line()
             if match := re.fullmatch(pattern, line):
                 return match
+
+    def child(self):
+        """The process id of the command that it has begun."""
+        children = f"/proc/{self.process.pid}/task/{self.process.pid}/children"
+        wait_until(lambda: open(children).read(), "the command's process")
+        return open(children).read().split()[0]
 
     def end(self, how=signal.SIGINT):
         """Sends the signal; exit code and standard error."""
@@ -260,14 +266,19 @@ def test_interrupted_while_the_command_runs(busy, directory):
         os.kill(place.process.pid, signal.SIGSTOP)
         try:
             with watching(place, "engine", "status") as watch:
-                children = f"/proc/{watch.process.pid}/task/{watch.process.pid}/children"
-                deadline = time.monotonic() + PATIENCE
-                while not (child := open(children).read().split()):
-                    assert time.monotonic() < deadline
+                child = watch.child()
                 assert watch.end() == (0, "")
-                assert not os.path.exists(f"/proc/{child[0]}")
+                assert not os.path.exists(f"/proc/{child}")
         finally:
             os.kill(place.process.pid, signal.SIGCONT)
+
+
+def has_ended(process):
+    """Whether nothing is left of it but what its parent has yet to hear."""
+    try:
+        return open(f"/proc/{process}/stat").read().split()[2] == "Z"
+    except (FileNotFoundError, ProcessLookupError):
+        return True
 
 
 def test_nothing_is_left_of_a_watch_that_is_killed(place):
@@ -275,16 +286,11 @@ def test_nothing_is_left_of_a_watch_that_is_killed(place):
     os.kill(place.process.pid, signal.SIGSTOP)
     try:
         with watching(place, "engine", "status") as watch:
-            children = f"/proc/{watch.process.pid}/task/{watch.process.pid}/children"
-            deadline = time.monotonic() + PATIENCE
-            while not (child := open(children).read().split()):
-                assert time.monotonic() < deadline
+            child = watch.child()
             # It has begun to be the command, and goes with whoever began it, from then on.
-            while "watch" in open(f"/proc/{child[0]}/cmdline").read():
-                assert time.monotonic() < deadline
+            wait_until(lambda: "watch" not in open(f"/proc/{child}/cmdline").read(), "the command itself")
             watch.end(signal.SIGKILL)
-            while os.path.exists(f"/proc/{child[0]}") and open(f"/proc/{child[0]}/stat").read().split()[2] != "Z":
-                assert time.monotonic() < deadline
+            wait_until(lambda: has_ended(child), "the command's end")
     finally:
         os.kill(place.process.pid, signal.SIGCONT)
     place.stop()

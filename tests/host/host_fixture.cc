@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -10,6 +11,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+
+#include "host/arena/arena_layout.h"
 
 namespace {
 
@@ -151,15 +154,6 @@ std::string Child::Wait() {
 
 void Child::Kill() { kill(pid_, SIGKILL); }
 
-std::string ErrorOf(const std::function<void()> &work) {
-  try {
-    work();
-  } catch (const HostError &error) {
-    return error.what();
-  }
-  return "";
-}
-
 HostTest::HostTest() {
   // Where arenas stand by default, if that is possible here.
   std::string name = access("/dev/shm", W_OK) == 0 ? "/dev/shm/host_test.XXXXXX" : "/tmp/host_test.XXXXXX";
@@ -187,6 +181,14 @@ std::string HostTest::Snapshot() {
   engine_->CopyTo(fd);
   close(fd);
   return copy;
+}
+
+std::unique_ptr<Arena> HostTest::AttachToDamage(const std::string &file) {
+  auto arena = Arena::Attach(file, Arena::Access::kSnapshot);
+  Arena::SetCurrent(arena.get());
+  if (mprotect(arena->header(), arena->header()->recordsOffset, PROT_READ | PROT_WRITE) != 0)
+    throw HostError("mprotect: " + std::string(std::strerror(errno)));
+  return arena;
 }
 
 std::string HostTest::AsClient(const std::function<std::string(Arena *)> &work) {

@@ -13,6 +13,7 @@
 #include "host/arena/arena.h"
 #include "host/tbm/table_writer.h"
 #include "platform/tbm.h"
+#include "tests/host/error_of.h"
 
 namespace qdt::host {
 
@@ -82,9 +83,6 @@ inline std::string InChild(std::unique_ptr<Arena> *engine, const std::function<s
   return Child(engine, work).Wait();
 }
 
-// The HostError that `work` throws; empty when it throws none.
-std::string ErrorOf(const std::function<void()> &work);
-
 // A published arena in a directory of its own, worked on by this process.
 class HostTest : public ::testing::Test {
  protected:
@@ -97,6 +95,8 @@ class HostTest : public ::testing::Test {
   void Stop() { engine_.reset(); }
   // A copy of the arena, made by the engine.
   std::string Snapshot();
+  // The file as a snapshot in which this process may damage all but the records; current then.
+  static std::unique_ptr<Arena> AttachToDamage(const std::string &file);
   // Works as a client of the running engine, in another process.
   std::string AsClient(const std::function<std::string(Arena *)> &work);
   // Opens whatever stands at the path as a tool would, and says how that went.

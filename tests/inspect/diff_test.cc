@@ -6,26 +6,16 @@
 
 #include <algorithm>
 #include <cstring>
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "host/base/host_error.h"
+#include "tests/host/error_of.h"
 #include "tests/host/temp_dir.h"
 #include "tests/inspect/lab_arena.h"
 
 namespace qdt::host {
 namespace {
-
-std::string ErrorOf(const std::function<void()> &work) {
-  try {
-    work();
-  } catch (const HostError &error) {
-    return error.what();
-  }
-  return "";
-}
 
 class DiffTest : public testing::Test {
  protected:

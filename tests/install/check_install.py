@@ -19,7 +19,7 @@ cmake_minimum_required(VERSION 3.20)
 project(consumer LANGUAGES C)
 find_package(qdt_util 1.0 REQUIRED)
 foreach(kind qdt_util qdt_util_static)
-  add_executable(with_${kind} main.c platform.c)
+  add_executable(with_${kind} platform.c)
   target_link_libraries(with_${kind} PRIVATE qdt_util::${kind})
 endforeach()
 """
@@ -61,15 +61,14 @@ def main():
         environment = {**os.environ, "PKG_CONFIG_PATH": str(tree / "lib/pkgconfig"),
                        "LD_LIBRARY_PATH": str(tree / "lib")}
         flags = run("pkg-config", "--cflags", "--libs", "qdt_util", env=environment).split()
-        parts = [source / "tests/link/main.c", source / "tests/link/platform.c"]
-        run(compiler, "-o", work / "by_pkg_config", *parts, *flags)
+        program = source / "examples/platform/platform.c"
+        run(compiler, "-o", work / "by_pkg_config", program, *flags, "-lpthread")
         if "BrId" not in run(work / "by_pkg_config", env=environment):
             sys.exit("the program that pkg-config linked shows no answer")
 
         consumer = work / "consumer"
         consumer.mkdir()
-        for part in parts:
-            shutil.copy(part, consumer)
+        shutil.copy(program, consumer)
         (consumer / "CMakeLists.txt").write_text(CONSUMER)
         run("cmake", "-S", consumer, "-B", consumer / "build", f"-DCMAKE_PREFIX_PATH={tree}",
             f"-DCMAKE_C_COMPILER={compiler}")

@@ -3,24 +3,13 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <string>
 #include <vector>
 
-#include "host/base/host_error.h"
 #include "host/layout/layout_files.h"
+#include "tests/host/error_of.h"
 
 namespace qdt::host {
-
-// The line that `action` fails with, or "no error".
-inline std::string ErrorOf(const std::function<void()> &action) {
-  try {
-    action();
-  } catch (const HostError &error) {
-    return error.what();
-  }
-  return "no error";
-}
 
 // Ids from `first` on, as tables that are not defined: a layout needs all 109.
 inline std::string FillerTables(uint32_t first) {
@@ -30,6 +19,33 @@ inline std::string FillerTables(uint32_t first) {
     text += "  filler_" + number + ": {id: " + number + ", name: CAP_TABLE_FILLER_" + number + "}\n";
   }
   return text;
+}
+
+// Tables 1 to 4 of a layout: one that refers to its table 0, several entries a key, routes, one without
+// fields.
+inline std::string PlainTables(const std::string &first) {
+  return R"(  other:
+    id: 1
+    name: CAP_TABLE_OTHER
+    key_size: 8
+    record_size: 40
+    search_offset: 8
+    capacity: 4
+    key: {group: 0 u32, number: 4 u32}
+    fields: {group: 0 u32, number: 4 u32, back: 16 ref )" +
+         first + R"(}
+  list:
+    id: 2
+    name: CAP_TABLE_LIST
+    key_size: 4
+    record_size: 8
+    lookup: many
+    capacity: 16
+    key: {owner: 0 u32}
+    fields: {value: 0 u64}
+  route: {id: 3, name: CAP_TABLE_ROUTE, key_size: 8, record_size: 16, lookup: prefix4, capacity: 8, key: {length: 0 u16, vpn: 2 u16, destination: 4 ipv4_net}, fields: {next: 8 ref other}}
+  bare: {id: 4, name: CAP_TABLE_BARE, key_size: 4, record_size: 8, capacity: 8}
+)";
 }
 
 // One table with a field of every kind, and two that refer to each other.
@@ -67,27 +83,7 @@ tables:
       inner: {at: 124, fields: {value: 0 u32}}
       peer: 128 ref other
       peers: 136 ref kinds x 3
-  other:
-    id: 1
-    name: CAP_TABLE_OTHER
-    key_size: 8
-    record_size: 40
-    search_offset: 8
-    capacity: 4
-    key: {group: 0 u32, number: 4 u32}
-    fields: {group: 0 u32, number: 4 u32, back: 16 ref kinds}
-  list:
-    id: 2
-    name: CAP_TABLE_LIST
-    key_size: 4
-    record_size: 8
-    lookup: many
-    capacity: 16
-    key: {owner: 0 u32}
-    fields: {value: 0 u64}
-  route: {id: 3, name: CAP_TABLE_ROUTE, key_size: 8, record_size: 16, lookup: prefix4, capacity: 8, key: {length: 0 u16, vpn: 2 u16, destination: 4 ipv4_net}, fields: {next: 8 ref other}}
-  bare: {id: 4, name: CAP_TABLE_BARE, key_size: 4, record_size: 8, capacity: 8}
-regions:
+)" + PlainTables("kinds") + R"(regions:
   TIMES: {size: 12, fields: {tcp: 0 u16, apps: {at: 2, count: 2, stride: 4, fields: {ttl: 2 u16}}}}
   PLAIN: {size: 4}
 )"},

@@ -1,5 +1,9 @@
-/* A C program over libqdt_util.a: asks for the bridge that platform.c has, prints the answer, and fails when
- * it is not the one expected. Every public header is plain C. */
+/* A C program over libqdt_util.a on the example's platform: asks for the bridge that it has, prints the
+ * answer, and fails when it is not the one expected. Every public header is plain C. */
+#define main RunExample
+#include "../../examples/platform/platform.c"
+#undef main
+
 #include <stdio.h>
 #include <string.h>
 

@@ -123,15 +123,8 @@ TEST_F(BridgesTest, WhatIsBehindALinkOfAVrfIsInItsVpn) {
   Neighbours neighbours(target(), links_);
   AddLink(4, "vrf", 0, [](MessageBuilder &data) { data.Number<uint32_t>(IFLA_VRF_TABLE, 100); });
   AddLink(7, "veth", 4);
-  ndmsg head = {};
-  head.ndm_family = AF_INET;
-  head.ndm_ifindex = 7;
-  head.ndm_state = NUD_REACHABLE;
-  neighbours.Take(MessageBuilder(RTM_NEWNEIGH, head)
-                      .Bytes(NDA_DST, {10, 0, 0, 2})
-                      .Bytes(NDA_LLADDR, {2, 0, 0, 0, 0, 2})
-                      .message(),
-                  Told::kByNotification);
+  const MessageBuilder neighbour = ReachedNeighbour();
+  neighbours.Take(neighbour.message(), Told::kByNotification);
   const auto isThere = [](uint16_t vpn) {
     const struct {
       uint16_t reserved, vpn;

@@ -280,15 +280,11 @@ class AllReaders : public MirrorTest {
 
   static std::vector<MessageBuilder> Samples() {
     std::vector<MessageBuilder> samples = {PortOfBridge(), VlansOfPort(), MultipathRoute(),
-                                           TranslatedConnection()};
+                                           TranslatedConnection(), ReachedNeighbour()};
     ndmsg neighbour = {};
-    neighbour.ndm_family = AF_INET;
+    neighbour.ndm_family = AF_BRIDGE;
     neighbour.ndm_ifindex = 7;
     neighbour.ndm_state = NUD_REACHABLE;
-    samples.push_back(MessageBuilder(RTM_NEWNEIGH, neighbour)
-                          .Bytes(NDA_DST, {10, 0, 0, 2})
-                          .Bytes(NDA_LLADDR, {2, 0, 0, 0, 0, 2}));
-    neighbour.ndm_family = AF_BRIDGE;
     samples.push_back(MessageBuilder(RTM_NEWNEIGH, neighbour)
                           .Bytes(NDA_LLADDR, {2, 0, 0, 0, 0, 3})
                           .Number<uint32_t>(NDA_MASTER, 3)

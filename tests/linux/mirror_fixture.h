@@ -2,6 +2,8 @@
 #define TESTS_LINUX_MIRROR_FIXTURE_H_
 
 #include <gtest/gtest.h>
+#include <linux/neighbour.h>
+#include <linux/rtnetlink.h>
 
 #include <functional>
 #include <map>
@@ -68,6 +70,17 @@ class MessageBuilder {
   uint16_t type_, flags_;
   std::vector<uint8_t> payload_;
 };
+
+// A neighbour of interface 7 that the kernel has reached: 10.0.0.2, 02:00:00:00:00:02.
+inline MessageBuilder ReachedNeighbour() {
+  ndmsg head = {};
+  head.ndm_family = AF_INET;
+  head.ndm_ifindex = 7;
+  head.ndm_state = NUD_REACHABLE;
+  MessageBuilder message(RTM_NEWNEIGH, head);
+  message.Bytes(NDA_DST, {10, 0, 0, 2}).Bytes(NDA_LLADDR, {2, 0, 0, 0, 0, 2});
+  return message;
+}
 
 // An arena that is filled by what is tested.
 class MirrorTest : public testing::Test {

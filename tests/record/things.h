@@ -50,27 +50,7 @@ tables:
       part: {at: 192, pointer: 168, chosen_by: flag 0, fields: {a: 0 u32, ip: 4 ipv4}}
       part6: {at: 192, pointer: 168, chosen_by: flag 1, fields: {b: 0 u64}}
       tail: {at: 208, pointer: 176, fields: {c: 0 u32}}
-  other:
-    id: 1
-    name: CAP_TABLE_OTHER
-    key_size: 8
-    record_size: 40
-    search_offset: 8
-    capacity: 4
-    key: {group: 0 u32, number: 4 u32}
-    fields: {group: 0 u32, number: 4 u32, back: 16 ref things}
-  list:
-    id: 2
-    name: CAP_TABLE_LIST
-    key_size: 4
-    record_size: 8
-    lookup: many
-    capacity: 16
-    key: {owner: 0 u32}
-    fields: {value: 0 u64}
-  route: {id: 3, name: CAP_TABLE_ROUTE, key_size: 8, record_size: 16, lookup: prefix4, capacity: 8, key: {length: 0 u16, vpn: 2 u16, destination: 4 ipv4_net}, fields: {next: 8 ref other}}
-  bare: {id: 4, name: CAP_TABLE_BARE, key_size: 4, record_size: 8, capacity: 8}
-  named:
+)" + PlainTables("things") + R"(  named:
     id: 5
     name: CAP_TABLE_NAMED
     key_size: 24

@@ -1,5 +1,4 @@
 #include <signal.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -9,6 +8,7 @@
 
 #include "host/arena/arena_layout.h"
 #include "host/tbm/table_view.h"
+#include "tests/host/shared_memory.h"
 #include "tests/tbm/contest.h"
 
 // Processes at full speed, processes that are killed, clients that write at random, and damaged arenas. How
@@ -30,14 +30,6 @@ struct Shared {
 
 class ProofTest : public HostTest {
  protected:
-  void SetUp() override {
-    HostTest::SetUp();
-    shared_ = static_cast<Shared *>(
-        mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-    ASSERT_NE(shared_, MAP_FAILED);
-  }
-  ~ProofTest() override { munmap(shared_, sizeof(Shared)); }
-
   // Looks at everything in turns, as a client, until it has looked `looks` times or all is over.
   std::string LookOn(uint32_t reader, uint64_t looks) {
     const auto client = Arena::Attach(path_, Arena::Access::kLive);
@@ -58,7 +50,7 @@ class ProofTest : public HostTest {
     return looks;
   }
 
-  Shared *shared_ = nullptr;
+  const SharedMemory<Shared> shared_;
 };
 
 // Each look reads about five entries.
@@ -248,11 +240,8 @@ TEST_F(DamageTest, SavedArenasDamagedAtEveryWord) {
   // One word at a time; a version that is odd puts the spare in the record's place, in this process.
   EXPECT_EQ(InChild(nullptr,
                     [&]() -> std::string {
-                      const auto arena = Arena::Attach(copy, Arena::Access::kSnapshot);
-                      Arena::SetCurrent(arena.get());
+                      const auto arena = AttachToDamage(copy);
                       char *const base = reinterpret_cast<char *>(arena->header());
-                      if (mprotect(base, arena->header()->recordsOffset, PROT_READ | PROT_WRITE) != 0)
-                        return "no";
                       const Contest here;
                       for (const uint64_t offset : offsets) {
                         auto *word = reinterpret_cast<uint64_t *>(base + offset);

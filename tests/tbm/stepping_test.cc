@@ -1,6 +1,5 @@
 #include <sched.h>
 #include <signal.h>
-#include <sys/mman.h>
 #include <sys/ptrace.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -9,6 +8,7 @@
 #include <cctype>
 #include <cstdlib>
 
+#include "tests/host/shared_memory.h"
 #include "tests/tbm/contest.h"
 
 // Two processes seldom meet within a few instructions. Here one of them advances instruction by instruction,
@@ -25,15 +25,9 @@ class SteppingTest : public HostTest {
  protected:
   void SetUp() override {
     HostTest::SetUp();
-    shared_ = static_cast<Shared *>(
-        mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-    ASSERT_NE(shared_, MAP_FAILED);
     sched_getaffinity(0, sizeof(before_), &before_);
   }
-  ~SteppingTest() override {
-    sched_setaffinity(0, sizeof(before_), &before_);
-    munmap(shared_, sizeof(Shared));
-  }
+  ~SteppingTest() override { sched_setaffinity(0, sizeof(before_), &before_); }
 
   // On one processor the two take turns ten times as fast.
   void ShareOneProcessor(pid_t other) {
@@ -55,7 +49,7 @@ class SteppingTest : public HostTest {
 
   static bool LetTrace() { return ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) == 0 && raise(SIGSTOP) == 0; }
 
-  Shared *shared_ = nullptr;
+  const SharedMemory<Shared> shared_;
   cpu_set_t before_;
 };
 

@@ -1,6 +1,5 @@
 #include <sched.h>
 #include <signal.h>
-#include <sys/mman.h>
 #include <sys/ptrace.h>
 #include <sys/wait.h>
 #include <time.h>
@@ -11,6 +10,7 @@
 #include <random>
 
 #include "tests/host/host_fixture.h"
+#include "tests/host/shared_memory.h"
 
 // A reader process against a writer that never rests.
 namespace qdt::host {
@@ -197,14 +197,6 @@ class Reader {
 
 class StressTest : public HostTest {
  protected:
-  void SetUp() override {
-    HostTest::SetUp();
-    progress_ = static_cast<Progress *>(
-        mmap(nullptr, sizeof(Progress), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-    ASSERT_NE(progress_, MAP_FAILED);
-  }
-  ~StressTest() override { munmap(progress_, sizeof(Progress)); }
-
   // With no room to spare a freed slot is used again at once, under the eyes of the reader.
   void StartWith(const Population &population, bool tight) {
     ArenaPlan plan = TestPlan();
@@ -238,7 +230,7 @@ class StressTest : public HostTest {
     ++progress_->shuffled;
   }
 
-  Progress *progress_ = nullptr;
+  const SharedMemory<Progress> progress_;
 };
 
 class StressRoomTest : public StressTest, public ::testing::WithParamInterface<bool> {};
