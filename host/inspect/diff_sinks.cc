@@ -95,13 +95,7 @@ class DiffJson : public DiffSink {
     json_.EndObject();
   }
 
-  void End(uint64_t count) override {
-    json_.EndArray();
-    JsonKey(&json_, "count");
-    json_.Uint64(count);
-    json_.EndObject();
-    out_.Put('\n');
-  }
+  void End(uint64_t count) override { JsonEndCounted(&json_, &out_, count); }
 
   // A document that stops in the middle is none.
   void Fail() override { out_.Put('\n'); }

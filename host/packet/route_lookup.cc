@@ -22,14 +22,25 @@ FieldRef Element(const FieldRef &first, uint32_t number) { return first.At(numbe
 
 constexpr RouteLookup::Reasons RouteLookup::kReasons[] = {{16, 226, 227, 1}, {17, 236, 249, 6}};
 
+RouteLookup::AddressTable::AddressTable(const TableLayout &table, std::string_view addressName)
+    : id(table.spec.id),
+      keySize(table.spec.keySize),
+      vpn(KeyField(table, "vpn")),
+      address(KeyField(table, addressName)) {}
+
+std::vector<uint8_t> RouteLookup::AddressTable::Key(WideValue value, uint16_t ofVpn) const {
+  std::vector<uint8_t> key(keySize);
+  vpn.Set(key.data(), ofVpn);
+  address.Write(key.data(), value);
+  return key;
+}
+
 RouteLookup::RouteLookup(const Layout &layout, Version version)
-    : reasons_(kReasons[static_cast<size_t>(version)]) {
+    : reasons_(kReasons[static_cast<size_t>(version)]),
+      routes_(NeededTable(layout, kNames[static_cast<size_t>(version)].routes), "destination"),
+      neighbours_(NeededTable(layout, kNames[static_cast<size_t>(version)].neighbours), "next_hop") {
   const Names &names = kNames[static_cast<size_t>(version)];
   const TableLayout &routes = NeededTable(layout, names.routes);
-  routes_ = routes.spec.id;
-  routeKeySize_ = routes.spec.keySize;
-  routeVpn_ = KeyField(routes, "vpn");
-  routeDestination_ = KeyField(routes, "destination");
   isGroup_ = routes.At("multi_next_hop");
   isDirect_ = routes.At("direct");
   hopIndex_ = routes.At("nhp_index");
@@ -46,23 +57,16 @@ RouteLookup::RouteLookup(const Layout &layout, Version version)
   backups_ = groups.At("nhp_indexes[0]");
   most_ =
       std::min(groups.fields.Find("primary_nhp_indexes")->count, groups.fields.Find("nhp_indexes")->count);
-  const TableLayout &neighbours = NeededTable(layout, names.neighbours);
-  neighbours_ = neighbours.spec.id;
-  neighbourKeySize_ = neighbours.spec.keySize;
-  neighbourVpn_ = KeyField(neighbours, "vpn");
-  neighbourAddress_ = KeyField(neighbours, "next_hop");
-  neighbourValid_ = neighbours.At("valid");
+  neighbourValid_ = NeededTable(layout, names.neighbours).At("valid");
   const TableLayout &interfaces = NeededTable(layout, "fwdif");
   interfaces_ = interfaces.spec.id;
   interfaceMac_ = interfaces.At("source_mac");
 }
 
 RoutedHop RouteLookup::Find(WideValue destination, uint16_t vpn, uint64_t flow) const {
-  std::vector<uint8_t> key(routeKeySize_);
-  routeVpn_.Set(key.data(), vpn);
-  routeDestination_.Write(key.data(), destination);
   void *route = nullptr;
-  if (TbmTblMatch(0, routes_, key.data(), &route) != 0) return {reasons_.noRoute, 0};
+  if (TbmTblMatch(0, routes_.id, routes_.Key(destination, vpn).data(), &route) != 0)
+    return {reasons_.noRoute, 0};
   auto number = static_cast<uint32_t>(hopIndex_.Get(route));
   if (isGroup_.Get(route) != 0) {
     number = OfGroup(number, flow);
@@ -90,11 +94,9 @@ uint32_t RouteLookup::OfGroup(uint32_t group, uint64_t flow) const {
 }
 
 bool RouteLookup::HasNeighbour(WideValue address, uint16_t vpn) const {
-  std::vector<uint8_t> key(neighbourKeySize_);
-  neighbourVpn_.Set(key.data(), vpn);
-  neighbourAddress_.Write(key.data(), address);
   void *neighbour = nullptr;
-  return TbmTblSearch(0, neighbours_, key.data(), &neighbour) == 0 && neighbourValid_.Get(neighbour) != 0;
+  return TbmTblSearch(0, neighbours_.id, neighbours_.Key(address, vpn).data(), &neighbour) == 0 &&
+         neighbourValid_.Get(neighbour) != 0;
 }
 
 // Who has none has no neighbours to resolve: tunnels, the loopback.

@@ -2,6 +2,7 @@
 #define HOST_PACKET_ROUTE_LOOKUP_H_
 
 #include <cstdint>
+#include <string_view>
 #include <vector>
 
 #include "host/layout/layout.h"
@@ -36,14 +37,24 @@ class RouteLookup {
   bool HasNeighbour(WideValue address, uint16_t vpn) const;
   bool HasMac(uint32_t interface) const;
 
+  // A table whose keys are an address in a VPN.
+  struct AddressTable {
+    AddressTable(const TableLayout &table, std::string_view addressName);
+    std::vector<uint8_t> Key(WideValue address, uint16_t vpn) const;
+
+    uint32_t id;
+    uint32_t keySize;
+    FieldRef vpn, address;
+  };
+
   const Reasons &reasons_;
-  uint32_t routes_, hops_, groups_, neighbours_, interfaces_;  // tables
-  uint32_t routeKeySize_, neighbourKeySize_;
-  FieldRef routeVpn_, routeDestination_, isGroup_, isDirect_, hopIndex_;
+  const AddressTable routes_, neighbours_;
+  uint32_t hops_, groups_, interfaces_;  // tables
+  FieldRef isGroup_, isDirect_, hopIndex_;
   FieldRef hopInterface_, hopAddress_, hopMisses_;
   FieldRef primaryCount_, backupCount_, primaries_, backups_;
   uint32_t most_ = 0;  // members of a group
-  FieldRef neighbourVpn_, neighbourAddress_, neighbourValid_;
+  FieldRef neighbourValid_;
   FieldRef interfaceMac_;
 };
 

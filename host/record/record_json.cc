@@ -63,6 +63,24 @@ void WriteStrayed(JsonWriter *json, uint64_t pointer) {
 
 }  // namespace
 
+void JsonEndCounted(JsonWriter *json, TextOut *out, uint64_t count) {
+  json->EndArray();
+  JsonKey(json, "count");
+  json->Uint64(count);
+  json->EndObject();
+  out->Put('\n');
+}
+
+void JsonEndCounted(JsonWriter *json, TextOut *out, uint64_t count, bool truncated) {
+  json->EndArray();
+  JsonKey(json, "count");
+  json->Uint64(count);
+  JsonKey(json, "truncated");
+  json->Bool(truncated);
+  json->EndObject();
+  out->Put('\n');
+}
+
 void JsonEscaped(JsonWriter *json, std::string_view text) {
   std::string escaped;
   AppendEscaped(text, &escaped);

@@ -59,6 +59,10 @@ inline void JsonText(JsonWriter *json, std::string_view text) {
 inline void JsonKey(JsonWriter *json, std::string_view key) {
   json->Key(key.data(), static_cast<rapidjson::SizeType>(key.size()));
 }
+// Ends the array of a document, which then says how many it had, and the document's line.
+void JsonEndCounted(JsonWriter *json, TextOut *out, uint64_t count);
+// The same for an array that may have been cut.
+void JsonEndCounted(JsonWriter *json, TextOut *out, uint64_t count, bool truncated);
 // A text of an engine, escaped.
 void JsonEscaped(JsonWriter *json, std::string_view text);
 

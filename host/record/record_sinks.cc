@@ -29,15 +29,7 @@ class JsonSink : public RecordSink {
     json_.StartArray();
   }
   void Record(const RecordBytes &record) override { WriteJson(&json_, record, shape_); }
-  void End(uint64_t count, bool truncated) override {
-    json_.EndArray();
-    JsonKey(&json_, "count");
-    json_.Uint64(count);
-    JsonKey(&json_, "truncated");
-    json_.Bool(truncated);
-    json_.EndObject();
-    out_.Put('\n');
-  }
+  void End(uint64_t count, bool truncated) override { JsonEndCounted(&json_, &out_, count, truncated); }
   // A document that stops in the middle is none.
   void Fail(std::string_view) override { out_.Put('\n'); }
 

@@ -5,7 +5,7 @@
 #include <optional>
 
 #include "host/base/host_error.h"
-#include "host/sql/sql_value.h"
+#include "host/sql/virtual_table.h"
 
 namespace qdt::host {
 namespace {
@@ -17,6 +17,8 @@ struct Module {
 
 struct Table : sqlite3_vtab {
   explicit Table(const Module &of) : sqlite3_vtab{}, module(of), showArena(of.arenas->IsMany()) {}
+  std::string Declaration() const { return module.facts.Declaration(showArena, false); }
+
   const Module &module;
   const bool showArena;
 };
@@ -46,26 +48,6 @@ void Cursor::Settle() {
   for (; arena < endArena && at >= Rows().size(); ++arena) at = 0;
 }
 
-int Connect(sqlite3 *connection, void *data, int, const char *const *, sqlite3_vtab **result,
-            char **message) {
-  try {
-    auto table = std::make_unique<Table>(*static_cast<const Module *>(data));
-    const std::string text = table->module.facts.Declaration(table->showArena, false);
-    const int code = sqlite3_declare_vtab(connection, text.c_str());
-    if (code != SQLITE_OK) return code;
-    *result = table.release();
-    return SQLITE_OK;
-  } catch (const std::exception &error) {
-    *message = sqlite3_mprintf("%s", error.what());
-    return SQLITE_ERROR;
-  }
-}
-
-int Disconnect(sqlite3_vtab *table) {
-  delete static_cast<Table *>(table);
-  return SQLITE_OK;
-}
-
 int BestIndex(sqlite3_vtab *base, sqlite3_index_info *info) {
   const Table &table = *static_cast<Table *>(base);
   const int arena = table.showArena ? 0 : static_cast<int>(table.module.facts.columns.size());
@@ -80,18 +62,6 @@ int BestIndex(sqlite3_vtab *base, sqlite3_index_info *info) {
     info->estimatedCost = 500;
     break;
   }
-  return SQLITE_OK;
-}
-
-int Open(sqlite3_vtab *table, sqlite3_vtab_cursor **cursor) {
-  return Guarded(table, [&] {
-    *cursor = new Cursor(*static_cast<Table *>(table));
-    return SQLITE_OK;
-  });
-}
-
-int Close(sqlite3_vtab_cursor *cursor) {
-  delete static_cast<Cursor *>(cursor);
   return SQLITE_OK;
 }
 
@@ -152,32 +122,8 @@ int Rowid(sqlite3_vtab_cursor *cursor, sqlite3_int64 *row) {
   return SQLITE_OK;
 }
 
-constexpr sqlite3_module kModule = {
-    .iVersion = 2,
-    .xCreate = nullptr,
-    .xConnect = Connect,
-    .xBestIndex = BestIndex,
-    .xDisconnect = Disconnect,
-    .xDestroy = Disconnect,
-    .xOpen = Open,
-    .xClose = Close,
-    .xFilter = Filter,
-    .xNext = Next,
-    .xEof = Eof,
-    .xColumn = Column,
-    .xRowid = Rowid,
-    .xUpdate = nullptr,
-    .xBegin = nullptr,
-    .xSync = nullptr,
-    .xCommit = nullptr,
-    .xRollback = nullptr,
-    .xFindFunction = nullptr,
-    .xRename = nullptr,
-    .xSavepoint = nullptr,
-    .xRelease = nullptr,
-    .xRollbackTo = nullptr,
-    .xShadowName = nullptr,
-};
+using Virtual = VirtualTable<Module, Table, Cursor>;
+constexpr sqlite3_module kModule = Virtual::Callbacks(BestIndex, Filter, Next, Eof, Column, Rowid);
 
 }  // namespace
 
@@ -200,9 +146,8 @@ std::string FactTable::Declaration(bool showArena, bool explained) const {
 }
 
 int AddFactModule(sqlite3 *connection, const std::shared_ptr<ArenaSet> &arenas, FactTable table) {
-  auto *kept = new Module{arenas, std::move(table)};
-  return sqlite3_create_module_v2(connection, kept->facts.name.c_str(), &kModule, kept,
-                                  [](void *data) { delete static_cast<Module *>(data); });
+  const std::string name = table.name;
+  return Virtual::Register(connection, name, &kModule, {arenas, std::move(table)});
 }
 
 }  // namespace qdt::host

@@ -7,7 +7,7 @@
 #include "host/base/host_error.h"
 #include "host/layout/value_text.h"
 #include "host/sql/record_cursor.h"
-#include "host/sql/sql_value.h"
+#include "host/sql/virtual_table.h"
 
 namespace qdt::host {
 namespace {
@@ -18,6 +18,8 @@ using Kind = SqlColumn::Kind;
 struct Table : sqlite3_vtab {
   Table(const RecordModule &of)
       : sqlite3_vtab{}, module(of), columns(*of.layout, of.list, of.arenas->IsMany()) {}
+
+  std::string Declaration() const { return columns.Declaration(module.name, false); }
 
   // For as long as a cursor is open, which is always so while a statement runs that has asked for it once.
   std::shared_ptr<ColumnIndexes> Indexes() const {
@@ -416,40 +418,8 @@ class Filter {
   std::vector<sqlite3_value *> values_;
 };
 
-int Connect(sqlite3 *connection, void *data, int, const char *const *, sqlite3_vtab **result,
-            char **message) {
-  try {
-    const auto &module = *static_cast<const RecordModule *>(data);
-    auto table = std::make_unique<Table>(module);
-    const int code = sqlite3_declare_vtab(connection, table->columns.Declaration(module.name, false).c_str());
-    if (code != SQLITE_OK) return code;
-    *result = table.release();
-    return SQLITE_OK;
-  } catch (const std::exception &error) {
-    *message = sqlite3_mprintf("%s", error.what());
-    return SQLITE_ERROR;
-  }
-}
-
-int Disconnect(sqlite3_vtab *table) {
-  delete static_cast<Table *>(table);
-  return SQLITE_OK;
-}
-
 int BestIndex(sqlite3_vtab *table, sqlite3_index_info *info) {
   return Guarded(table, [&] { return Planner(*static_cast<Table *>(table), info).Choose(); });
-}
-
-int Open(sqlite3_vtab *table, sqlite3_vtab_cursor **cursor) {
-  return Guarded(table, [&] {
-    *cursor = new Cursor(*static_cast<Table *>(table));
-    return SQLITE_OK;
-  });
-}
-
-int Close(sqlite3_vtab_cursor *cursor) {
-  delete static_cast<Cursor *>(cursor);
-  return SQLITE_OK;
 }
 
 int Next(sqlite3_vtab_cursor *base) {
@@ -486,40 +456,14 @@ int Rowid(sqlite3_vtab_cursor *cursor, sqlite3_int64 *row) {
   return SQLITE_OK;
 }
 
-// Without xCreate a table is there under its module's name; without xUpdate it is to be read only.
-constexpr sqlite3_module kModule = {
-    .iVersion = 2,
-    .xCreate = nullptr,
-    .xConnect = Connect,
-    .xBestIndex = BestIndex,
-    .xDisconnect = Disconnect,
-    .xDestroy = Disconnect,
-    .xOpen = Open,
-    .xClose = Close,
-    .xFilter = FilterRows,
-    .xNext = Next,
-    .xEof = Eof,
-    .xColumn = Column,
-    .xRowid = Rowid,
-    .xUpdate = nullptr,
-    .xBegin = nullptr,
-    .xSync = nullptr,
-    .xCommit = nullptr,
-    .xRollback = nullptr,
-    .xFindFunction = nullptr,
-    .xRename = nullptr,
-    .xSavepoint = nullptr,
-    .xRelease = nullptr,
-    .xRollbackTo = nullptr,
-    .xShadowName = nullptr,
-};
+using Virtual = VirtualTable<RecordModule, Table, Cursor>;
+constexpr sqlite3_module kModule = Virtual::Callbacks(BestIndex, FilterRows, Next, Eof, Column, Rowid);
 
 }  // namespace
 
 int AddRecordModule(sqlite3 *connection, RecordModule module) {
-  auto *kept = new RecordModule(std::move(module));
-  return sqlite3_create_module_v2(connection, kept->name.c_str(), &kModule, kept,
-                                  [](void *data) { delete static_cast<RecordModule *>(data); });
+  const std::string name = module.name;
+  return Virtual::Register(connection, name, &kModule, std::move(module));
 }
 
 }  // namespace qdt::host

@@ -34,11 +34,7 @@ uint64_t PrintJson(StandardOut *out, const host::RecordSource &source) {
     JsonText(&json, finding.problem);
     json.EndObject();
   });
-  json.EndArray();
-  JsonKey(&json, "count");
-  json.Uint64(count);
-  json.EndObject();
-  out->Put('\n');
+  JsonEndCounted(&json, out, count);
   return count;
 }
 

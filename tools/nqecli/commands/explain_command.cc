@@ -65,11 +65,7 @@ uint64_t PrintJson(StandardOut *out, const host::RecordSource &source, std::stri
     JsonText(&json, step.note);
     json.EndObject();
   });
-  json.EndArray();
-  JsonKey(&json, "count");
-  json.Uint64(count);
-  json.EndObject();
-  out->Put('\n');
+  JsonEndCounted(&json, out, count);
   return count;
 }
 

@@ -111,10 +111,7 @@ void PrintJson(const host::TableLayout *table, const host::RegionLayout *region,
     Member(&json, "about", row.field->about);
     json.EndObject();
   }
-  json.EndArray();
-  NumberMember(&json, "count", rows.size());
-  json.EndObject();
-  out.Put('\n');
+  JsonEndCounted(&json, &out, rows.size());
   out.Spill();
 }
 

@@ -48,13 +48,7 @@ void PrintJson(StandardOut *out, const host::RecordSource &source, std::string_v
     json.EndObject();
     return true;
   });
-  json.EndArray();
-  JsonKey(&json, "count");
-  json.Uint64(count->found);
-  JsonKey(&json, "truncated");
-  json.Bool(count->truncated);
-  json.EndObject();
-  out->Put('\n');
+  JsonEndCounted(&json, out, count->found, count->truncated);
 }
 
 void PrintLines(StandardOut *out, const host::RecordSource &source, const host::SearchValue &value,

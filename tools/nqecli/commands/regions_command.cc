@@ -35,11 +35,7 @@ void PrintJson(const std::vector<const RegionLayout *> &regions, StandardOut *ou
     host::JsonEscaped(&json, region->about);
     json.EndObject();
   }
-  json.EndArray();
-  host::JsonKey(&json, "count");
-  json.Uint64(regions.size());
-  json.EndObject();
-  out->Put('\n');
+  JsonEndCounted(&json, out, regions.size());
 }
 
 void PrintColumns(const std::vector<const RegionLayout *> &regions, StandardOut *out) {

@@ -37,11 +37,7 @@ void PrintJson(const std::vector<TableUsage> &tables) {
     json.Uint64(usage.bytes);
     json.EndObject();
   }
-  json.EndArray();
-  host::JsonKey(&json, "count");
-  json.Uint64(tables.size());
-  json.EndObject();
-  out.Put('\n');
+  JsonEndCounted(&json, &out, tables.size());
   out.Spill();
 }
 
