@@ -1,15 +1,17 @@
 """The engine's state as data, from exec to exit: a list of 4,000 MAC addresses as JSON beside its text and beside
-`bridge -j fdb show` on as many entries, one record, find and diff over an arena of 200,000 entries.
+`bridge -j fdb show` on as many entries, one record, find and diff over an arena of 200,000 entries, and the memory
+that the commands take there beside the arena's pages.
 
 usage: data_bench.py BIN_DIRECTORY [RUNS]
 
 The kernel's side needs root, ip and bridge; without them its row is left out. Runs of what is compared take turns. Prints
-medians as JSON in the shape that Google Benchmark uses.
+medians, of memory the most, as JSON in the shape that Google Benchmark uses.
 """
 
 import json
 import os
 import pathlib
+import re
 import shutil
 import statistics
 import subprocess
@@ -125,6 +127,47 @@ class Bridge:
             subprocess.run(["ip", "netns", "del", NAMESPACE], check=True)
 
 
+def most_memory(argv, runs):
+    """The most KiB of memory of its own that the process was seen to have; the arena's pages are a file's."""
+    most = 0
+    for _ in range(runs):
+        process = subprocess.Popen(argv, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+        with open(f"/proc/{process.pid}/status", encoding="ascii") as status:
+            while process.poll() is None:
+                status.seek(0)
+                if own := re.search(r"RssAnon:\s+(\d+) kB", status.read()):
+                    most = max(most, int(own[1]))
+        if process.returncode not in (0, 1):
+            stop(f"{argv}: exit code {process.returncode}\n{process.stderr.read().decode()[:500]}")
+        process.stderr.close()
+    return most
+
+
+MEMORY_RUNS = 5
+MEMORY = (
+    ("list session", "list session"),
+    ("list session --json", "list session --json"),
+    ("list session --sort=-positive.source --json", "list session --sort=-positive.source --json"),
+    ("find 198.51.100.1", "find of what every session has"),
+    ("diff {directory}/a live", "diff of a snapshot and the engine"),
+    ("check", "check"),
+    ("explain 172.16.9.9", "explain of an address"),
+    ("export -", "export"),
+    ("usage", "usage"),
+)
+QUESTIONS = (
+    ("SELECT * FROM session ORDER BY positive_source DESC", "sql, the sessions in another order"),
+    ("SELECT a.next_hop FROM arp a JOIN ssw_macinfo m ON m.mac = a.dmac", "sql, a join by an index"),
+)
+
+
+def memory(ask, directory):
+    commands = [(line.format(directory=directory).split(), name) for line, name in MEMORY]
+    commands += [(["sql", question], name) for question, name in QUESTIONS]
+    for words, name in commands:
+        yield {"name": f"memory/{name}", "aggregate_name": "median", "kib": most_memory([*ask, *words], MEMORY_RUNS)}
+
+
 def large(binaries, runs):
     with tempfile.TemporaryDirectory(prefix="nqe-bench-", dir="/dev/shm") as directory:
         scenario = pathlib.Path(directory, "full.yaml")
@@ -141,6 +184,7 @@ def large(binaries, runs):
                 "live": ([*ask, "diff", f"{directory}/a", "live"], lambda done: done.returncode == 0),
                 "check": ([*ask, "check"], lambda done: done.returncode in (0, 1)),
             }, runs)
+            yield from memory(ask, directory)
     yield row("find of an IPv4 address, 196,000 entries", took["find"], 60)
     yield row("find of a MAC address", took["mac"], 60)
     yield row("diff of two snapshots", took["diff"], 150)

@@ -28,6 +28,7 @@ COSTS = {  # at most
     "expiry of 32,768 of 65,536 sessions: engine time": 50,
     "the same: longest wait for an answer": 5,
 }
+MEMORY_MIB = 32  # at most, of a command's own beside the arena's pages
 ROUTE_CHANGE_NS = 1000  # at most, the mean of an insertion and a removal
 
 
@@ -100,6 +101,10 @@ def sql_row(words, result):
     return [result["run_name"].split("/", 1)[1], shown[0], shown[1] if goal else ""], took <= goal if goal else None
 
 
+def memory_row(words, result):
+    return [words[0], f"{result['kib'] / 1024:.1f} MiB", f"{MEMORY_MIB} MiB"], result["kib"] <= MEMORY_MIB * 1024
+
+
 def cli_row(words, result):
     met = result["nqecli_ms"] < CLI_MS and result["ratio"] <= CLI_RATIO
     if words[0].startswith("list"):
@@ -135,6 +140,7 @@ TABLES = {
     "sql": (sql_row, ["SQL", "median", "at most"]),
     "data": (sql_row, ["data, exec to exit", "median", "at most"]),
     "metrics": (metrics_row, ["metrics", "median", "at most"]),
+    "memory": (memory_row, ["memory of a command's own, 196,000 entries", "most", "at most"]),
     "cli": (cli_row, ["nqecli", "exec to exit", "/bin/true", "ratio"]),
 }
 

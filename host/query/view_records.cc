@@ -186,6 +186,8 @@ ViewAnswer WriteViewRecords(const RecordSource &source, const ViewLayout &view, 
 
 std::vector<tbm::Place> ViewPlaces(const RecordSource &source, const ViewLayout &view,
                                    const TableQuery &ask) {
+  // A query reads copies of some records; those of the one before are not what the engine has now.
+  if (Arena *arena = Arena::Current()) arena->DropCopies();
   PlaceSink sink;
   WriteViewRecords(source, view, ask, &sink);
   return std::move(sink.places);
