@@ -90,9 +90,11 @@ OwnedTree Parse(const ly_ctx *context, const RulesFile &file) {
   if (result != LY_SUCCESS) {
     const ly_err_item *error = ly_err_first(context);
     const uint64_t line = error != nullptr ? LineOf(error) : 0;
-    throw HostError((line != 0 ? file.Place(line) : file.path + ": ") +
-                    (error != nullptr && error->msg != nullptr ? error->msg : "libyang gave no reason") +
-                    " (see the container nacm of " + kModule + ", RFC 8341)");
+    std::string why = error != nullptr && error->msg != nullptr ? error->msg : "libyang gave no reason";
+    std::ranges::replace_if(
+        why, [](unsigned char c) { return c < 0x20 || c == 0x7f; }, '?');
+    throw HostError((line != 0 ? file.Place(line) : file.path + ": ") + why + " (see the container nacm of " +
+                    kModule + ", RFC 8341)");
   }
   if (tree == nullptr) throw HostError(file.path + ":1: the container nacm of " + kModule + " is missing");
   return owned;

@@ -147,7 +147,10 @@ void Daemon::Hello(Client *client, const host::Frame &frame) {
   client->address = AddressOf(fields->at(1));
   std::string why;
   client->user = UserOf(*client, fields->at(0));
-  if (client->user.empty() || !IsUserName(client->user)) {
+  if (!fields->at(0).empty() && !IsUserName(fields->at(0))) {
+    why = host::Quoted(fields->at(0)) + " is no user's name";
+    client->user = "-";
+  } else if (client->user.empty()) {
     client->user = host::UserName(client->owner);
     why =
         "processes of " + client->user + " may not speak for " + host::Quoted(fields->at(0)) + " (--carrier)";
