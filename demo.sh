@@ -6,10 +6,10 @@ cd "$(dirname "$0")"
 . scripts/common.sh
 
 need_packages g++ cmake ninja-build pkg-config libyaml-cpp-dev rapidjson-dev libsqlite3-dev libnl-3-dev libpcap-dev libyang2-dev \
-  libnetconf2-dev libssh-dev libyuma-base libedit-dev openssh-client python3 python3-ncclient graphviz
+  libedit-dev openssh-client openssh-server python3 python3-ncclient graphviz
 echo "building (once; the first time takes a minute or two) ..."
 configure release
-compile release --target nqed nqecli nqecli-agent nqecli-sql nqecli-shell omad qdt_util >build/demo.log 2>&1 ||
+compile release --target nqed nqecli nqecli-agent nqecli-sql nqecli-shell omad omad-session qdt_util >build/demo.log 2>&1 ||
   { tail -n 40 build/demo.log; exit 1; }
 
 work=$(mktemp -d)
@@ -171,18 +171,30 @@ show agent trace-pkt-query index=0
 show agent nat-group-usage
 
 heading "The same over NETCONF: the management agent, and a client of another kind"
-ssh-keygen -q -t ecdsa -N '' -f "$work/host_key"
 ssh-keygen -q -t ecdsa -N '' -f "$work/operator"
 port=$(python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
-printf '$ omad --host-key host_key --user-key operator=operator.pub --port %s\n' "$port"
-build/bin/omad --arena "$arena" --host-key "$work/host_key" --user-key "operator=$work/operator.pub" --port "$port" \
-  >"$work/agent.log" 2>&1 &
+install -m 700 -d "$work/rules"
+install -m 600 deploy/nacm/*.xml "$work/rules"
+(umask 077; cat >"$work/rules/users.xml") <<'RULES'
+<nacm xmlns="urn:ietf:params:xml:ns:yang:ietf-netconf-acm">
+  <groups><group><name>operator</name><user-name>alice</user-name></group></groups>
+</nacm>
+RULES
+printf '$ omad --port %s --user-key alice=operator.pub --nacm rules --log record\n' "$port"
+build/bin/omad --arena "$arena" --socket "$work/omad.sock" --port "$port" --user-key "alice=$work/operator.pub" \
+  --nacm "$work/rules" --log "$work/record" >"$work/agent.log" 2>&1 &
 agent=$!
 await "$agent" "$work/agent.log"
 printf '\n$ python3 examples/netconf_client.py %s operator query-session session-number=1\n' "$port"
 /usr/bin/python3 examples/netconf_client.py "$port" "$work/operator" query-session session-number=1
 printf '\n$ python3 examples/netconf_client.py %s operator get\n' "$port"
 /usr/bin/python3 examples/netconf_client.py "$port" "$work/operator" get
+printf '\n$ python3 examples/netconf_client.py %s operator sysstat-reset type=error\n' "$port"
+/usr/bin/python3 examples/netconf_client.py "$port" "$work/operator" sysstat-reset type=error
+printf '\n$ python3 examples/netconf_client.py %s operator reset-session   (operators may not)\n' "$port"
+/usr/bin/python3 examples/netconf_client.py "$port" "$work/operator" reset-session 2>&1 || true
+printf '\n$ cat record\n'
+cat "$work/record"
 kill "$agent"
 wait "$agent" || true
 agent=

@@ -57,7 +57,7 @@ tests_of() {
 everything() {
   local ready
   need_packages "${host_packages[@]}" clang-14 clang-format-14 python3-pytest python3-pytest-xdist python3-pexpect zsh libyang2-tools \
-    openssh-client openssl procps python3-ncclient python3-jsonschema abigail-tools graphviz sqlite3 postgresql spin strace \
+    openssh-client openssh-server procps python3-ncclient python3-jsonschema abigail-tools graphviz sqlite3 postgresql spin strace \
     iproute2 iputils-ping nftables conntrack tcpdump mandoc make g++-aarch64-linux-gnu qemu-user || exit 1
   export ASAN_OPTIONS=detect_leaks=1:abort_on_error=0 UBSAN_OPTIONS=print_stacktrace=1
   # One tree is tested while the next is built.
@@ -70,7 +70,7 @@ quick() {
 }
 
 host_packages=(g++ cmake ninja-build pkg-config libyaml-cpp-dev rapidjson-dev libsqlite3-dev libnl-3-dev libpcap-dev libyang2-dev \
-  libnetconf2-dev libssh-dev libyuma-base libedit-dev prometheus-cpp-dev googletest python3)
+  libedit-dev prometheus-cpp-dev googletest python3)
 begin_steps
 case ${1-} in
   '') everything ;;

@@ -52,8 +52,11 @@ if(TARGET nqe_sql)
   install(TARGETS nqe_sql LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT tools)
 endif()
 if(TARGET omad)
-  qdt_install_manuals(agent omad.8)
-  install(TARGETS omad RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR} COMPONENT agent)
+  qdt_install_manuals(agent omad.8 omad-session.8)
+  install(TARGETS omad omad-session RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR} COMPONENT agent)
+  # Rules that everybody may read tell whom to attack.
+  install(DIRECTORY deploy/nacm DESTINATION ${CMAKE_INSTALL_SYSCONFDIR}/omad COMPONENT agent FILES_MATCHING PATTERN "*.xml"
+          PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ)
   install(DIRECTORY yang/ DESTINATION ${CMAKE_INSTALL_DATADIR}/yang/modules/qdt COMPONENT agent FILES_MATCHING
           PATTERN "*.yang")
 endif()

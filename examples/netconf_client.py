@@ -4,6 +4,7 @@
 Shows the answer's text, or the engine's state data. See docs/management.md for the commands.
 """
 
+import getpass
 import sys
 import warnings
 from xml.sax.saxutils import escape
@@ -32,7 +33,7 @@ def main():
         sys.exit(__doc__)
     port, key, command = sys.argv[1:4]
     parameters = [word.split("=", 1) for word in sys.argv[4:]]
-    with manager.connect(host="127.0.0.1", port=int(port), username="operator", key_filename=key,
+    with manager.connect(host="127.0.0.1", port=int(port), username=getpass.getuser(), key_filename=key,
                          hostkey_verify=False, allow_agent=False, look_for_keys=False) as session:
         try:
             print(answer_of(session, command, parameters))

@@ -16,7 +16,7 @@ import sys
 
 from check_example import declared
 
-PAGES = ("nqecli.1", "nqed.8", "omad.8", "nqe-scenario.5", "nqe-layout.5", "libqdt_util.3")
+PAGES = ("nqecli.1", "nqed.8", "omad.8", "omad-session.8", "nqe-scenario.5", "nqe-layout.5", "libqdt_util.3")
 # Options of a program that are no matter of its users.
 INTERNAL = {"omad": {"--worker"}, "nqecli": {"--again"}}
 OPTION = re.compile(r"(?<![\w-])--[a-z][a-z-]*")
@@ -83,12 +83,13 @@ def options_of_code(folder):
 
 def programs(source, binaries):
     documents = "\n".join(file.read_text() for file in sorted((source / "docs").iterdir()) if ".md" in file.name)
-    for name, page in (("nqecli", "nqecli.1"), ("nqed", "nqed.8"), ("omad", "omad.8")):
+    for name, page in (("nqecli", "nqecli.1"), ("nqed", "nqed.8"), ("omad", "omad.8"),
+                       ("omad-session", "omad-session.8")):
         if not (binaries / name).exists():
             print(f"{name} is not built")
             continue
         told, manual = set(OPTION.findall(helps_of(binaries / name))), options_of_page(text_of(source, page))
-        code = options_of_code(source / "tools" / name) - INTERNAL.get(name, set())
+        code = options_of_code(source / "tools" / name.replace("-", "_")) - INTERNAL.get(name, set())
         if len(told) < 3 or len(code) < 3:
             yield f"{name}: only {sorted(told)} and {sorted(code)} are found"
         # Those of a manual's examples may be other programs'.

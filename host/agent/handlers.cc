@@ -1,18 +1,16 @@
 #include "host/agent/handlers.h"
 
-#include <arpa/inet.h>
-
 #include <algorithm>
 #include <iterator>
 #include <mutex>
 #include <utility>
 
 #include "host/agent/refusals.h"
-#include "host/agent/xml_text.h"
 #include "host/arena/arena.h"
 #include "host/base/host_error.h"
-#include "host/base/words.h"
+#include "host/base/near_name.h"
 #include "host/library/services.h"
+#include "host/netconf/xml_text.h"
 #include "host/omcc/model.h"
 #include "host/omcc/omcc.h"
 #include "host/tbm/client_writes.h"
@@ -20,73 +18,51 @@
 #include "platform/memory.h"
 #include "qdt/server_map.h"
 #include "qdt/session.h"
+#include "qdt/stats.h"
 
 namespace qdt::host {
 namespace {
-
-// The library takes a filter that it cannot read for none: a slip would show everything, or reset it.
-[[noreturn]] void Refuse(const char *name, const lyd_node *leaf, const std::string &wanted) {
-  throw HostError(std::string(name) + ": " + Quoted(lyd_get_value(leaf)) + " is not " + wanted);
-}
-
-// Addresses are wanted whole: the library would read "10.7" as 10.0.0.7.
-bool IsAddress(int family, const char *text) {
-  uint8_t bytes[16];
-  return inet_pton(family, text, bytes) == 1;
-}
 
 constexpr const char *kSessionAddresses[] = {"global-source-ip", "global-destination-ip", "inside-source-ip",
                                              "inside-destination-ip"};
 constexpr const char *kSessionNumbers[] = {"create-in",          "egress-ifindex",  "global-destination-port",
                                            "global-source-port", "ingress-ifindex", "inside-destination-port",
                                            "inside-source-port", "protocol",        "vpn-id"};
-constexpr std::string_view kServices[] = {"http", "dns",  "ftp",   "ras", "telnet", "rtsp",
-                                          "sip",  "pptp", "https", "ssh", "dns-tcp"};
-constexpr std::string_view kFeatures[] = {"sac"};
-constexpr std::string_view kFamilies[] = {"ipv4", "ipv6"};
-constexpr std::string_view kServerMapTypes[] = {"all", "aspf", "nat-server", "no-pat"};
-
-void CheckSessionAddresses(const lyd_node *request) {
-  for (const char *name : kSessionAddresses) {
-    const lyd_node *leaf = FindChild(request, name);
-    if (leaf == nullptr || IsAddress(AF_INET, lyd_get_value(leaf)) ||
-        IsAddress(AF_INET6, lyd_get_value(leaf)))
-      continue;
-    Refuse(name, leaf, "an address (write an IPv4 or IPv6 address)");
-  }
-}
-
-void CheckWord(const lyd_node *request, const char *name, std::span<const std::string_view> words) {
-  const lyd_node *leaf = FindChild(request, name);
-  if (leaf == nullptr || std::ranges::find(words, std::string_view(lyd_get_value(leaf))) != words.end())
-    return;
-  std::string wanted;
-  for (const std::string_view &word : words) {
-    const bool last = &word == &words.back();
-    wanted += (wanted.empty() ? "" : last ? " or " : ", ") + std::string(word);
-  }
-  Refuse(name, leaf, wanted);
-}
-
-void CheckSessionReset(const lyd_node *request) {
-  CheckSessionAddresses(request);
-  CheckWord(request, "service-id", kServices);
-  CheckWord(request, "feature", kFeatures);
-  CheckWord(request, "type", kFamilies);
-}
-
-void CheckServerMaps(const lyd_node *request) {
-  const lyd_node *leaf = FindChild(request, "ip");
-  if (leaf != nullptr && !IsAddress(AF_INET, lyd_get_value(leaf))) Refuse("ip", leaf, "an IPv4 address");
-  CheckWord(request, "type", kServerMapTypes);
-}
-
 // A filter of 0 is none to the library.
 bool IsSet(const lyd_node *request, const char *name) {
   const lyd_node *leaf = FindChild(request, name);
   if (leaf == nullptr) return false;
   const std::string_view value = lyd_get_value(leaf);
   return value != "0" && value != "0.0.0.0" && value != "::";
+}
+
+// A filter that filters nothing would have a reset end everything.
+void CheckReset(const lyd_node *request) {
+  for (const lyd_node *leaf = lyd_child(request); leaf != nullptr; leaf = leaf->next) {
+    if (IsSet(request, LYD_NAME(leaf))) continue;
+    throw InvalidValue(LYD_NAME(leaf), lyd_get_value(leaf), "another value than 0, which filters nothing");
+  }
+}
+
+// The library takes a reason that it does not know for no condition. The last of the names below is that of
+// the counter behind the reasons, which stands for all of them.
+void CheckDiscardType(const lyd_node *request) {
+  constexpr int kBefore = 187, kReasons = 274;
+  const lyd_node *leaf = FindChild(request, "discard-type");
+  if (leaf == nullptr) return;
+  const std::string_view value = lyd_get_value(leaf);
+  if (value == "all") return;
+  NearName near(value);
+  std::string nearest;
+  for (int i = 1; i <= kReasons; ++i) {
+    const char *name = QdtOmaSysStatDescGet()[kBefore + i];
+    if (name == nullptr) continue;
+    if (value == name) return;
+    if (near.Offer(name)) nearest = name;
+  }
+  throw InvalidValue(
+      "discard-type", value,
+      "a reason for which packets are dropped, or all" + DidYouMean(nearest, "sysstat-query lists them"));
 }
 
 // Sessions of the one family or the other are all of a family: that alone is no filter. What a query takes
@@ -111,7 +87,7 @@ constexpr Handler kHandlers[] = {
     {"tbl-usage", "QdtOmaTblUsageProc", QdtOmaTblUsageProc, nullptr},
     {"packet-drop-nobuff", "QdtOmaPacketDropNobuffProc", nullptr, QdtOmaPacketDropNobuffProc},
     {"memory-usage", "QdtOmaMemoryUsage", nullptr, QdtOmaMemoryUsage},
-    {"debug-pkt", "QdtOmaDebugPktProc", QdtOmaDebugPktProc, nullptr, true},
+    {"debug-pkt", "QdtOmaDebugPktProc", QdtOmaDebugPktProc, nullptr, true, CheckDiscardType},
     {"trace-pkt-set", "QdtOmaTracePktSetProc", QdtOmaTracePktSetProc, nullptr},
     {"trace-pkt-query", "QdtOmaTracePktQueryProc", QdtOmaTracePktQueryProc, nullptr},
     {"egn-info-query", "QdtOmaEgnInfoQueryProc", QdtOmaEgnInfoQueryProc, nullptr},
@@ -127,13 +103,12 @@ constexpr Handler kHandlers[] = {
     {"frag-reass", "QdtOmaFragReassProc", QdtOmaFragReassProc, nullptr},
     {"ipv4-frag-reass", "QdtOmaIpv4FragReassProc", QdtOmaIpv4FragReassProc, nullptr},
     {"ipv6-frag-reass", "QdtOmaIpv6FragReassProc", QdtOmaIpv6FragReassProc, nullptr},
-    {"query-session", "QdtOmaQuerySessionProc", QdtOmaQuerySessionProc, nullptr, false,
-     CheckSessionAddresses},
-    {"reset-session", "QdtOmaResetSessionProc", QdtOmaResetSessionProc, nullptr, true, CheckSessionReset,
-     "session", FiltersSessions},
+    {"query-session", "QdtOmaQuerySessionProc", QdtOmaQuerySessionProc, nullptr},
+    {"reset-session", "QdtOmaResetSessionProc", QdtOmaResetSessionProc, nullptr, true, CheckReset, "session",
+     FiltersSessions},
     {"session-statistics", "QdtOmaSessionStatisticsProc", QdtOmaSessionStatisticsProc, nullptr},
     {"query-server-map", "QdtOmaQueryServerMapProc", QdtOmaQueryServerMapProc, nullptr},
-    {"reset-server-map", "QdtOmaResetServerMapProc", QdtOmaResetServerMapProc, nullptr, true, CheckServerMaps,
+    {"reset-server-map", "QdtOmaResetServerMapProc", QdtOmaResetServerMapProc, nullptr, true, CheckReset,
      "server map", FiltersServerMaps},
 };
 

@@ -21,7 +21,7 @@ struct Handler {
   int32_t (*document)(char **text);
   // Whether it changes what the engine has published, for which this process must be allowed to write there.
   bool writes = false;
-  // Throws HostError when the request must not reach the library; null when that takes every request.
+  // Throws RequestError for what the model cannot say is wrong; null where it can.
   void (*check)(const lyd_node *request) = nullptr;
   // What it ends ("session"), of which it may be all; null for other handlers.
   const char *ends = nullptr;

@@ -1,7 +1,6 @@
 #include "host/agent/worker.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/socket.h>
@@ -12,7 +11,10 @@
 #include <cerrno>
 #include <string_view>
 
+#include "host/agent/engine_state.h"
 #include "host/library/services.h"
+#include "host/session/fields.h"
+#include "host/session/link.h"
 #include "host/wire/protocol.h"
 
 extern char **environ;
@@ -21,17 +23,21 @@ namespace qdt::host {
 namespace {
 
 // Words of the frames between agent and worker. A request's word is the handler's place in Handlers(), its
-// text the rpc.
+// text the rpc; or, with this mark, a source's place, and where the walk goes on.
+constexpr uint32_t kWalk = 1u << 16;
+
 enum ReplyWord : uint32_t {
   kPart,     // the next piece of the answer
   kSent,     // the answer is complete: the text is the handler's result
   kSilent,   // likewise, and the handler has sent nothing
+  kWalked,   // the records are complete: the text is where the walk goes on
   kRefused,  // not run: the text says why
   kGone,     // not run: the engine is gone and this worker ends
 };
 
-constexpr size_t kPieceSize = kFrameLimit / 2;
-constexpr int kPatience = 120'000;  // ms that a handler may take
+constexpr size_t kPartSize = kFrameLimit / 2;
+constexpr size_t kMostOfAnswer = 64u << 20;
+constexpr auto kPatience = std::chrono::seconds(120);  // that a handler may take
 
 bool Send(int channel, uint32_t word, std::string_view text) {
   const std::string frame = EncodeFrame(word, text);
@@ -44,15 +50,11 @@ bool Send(int channel, uint32_t word, std::string_view text) {
   return true;
 }
 
-// False when the other side is gone, hangs for `patience` ms (negative: never) or sends no frames.
-bool Receive(int channel, FrameReader *reader, int patience, Frame *frame) {
+// False when the other side is gone or sends no frames.
+bool Receive(int channel, FrameReader *reader, Frame *frame) {
   while (true) {
     const FrameReader::State state = reader->Next(frame);
     if (state != FrameReader::State::kNeedMore) return state == FrameReader::State::kFrame;
-    pollfd entry{channel, POLLIN, 0};
-    const int ready = poll(&entry, 1, patience);
-    if (ready < 0 && errno == EINTR) continue;
-    if (ready <= 0) return false;
     char bytes[65536];
     const ssize_t count = recv(channel, bytes, sizeof(bytes), 0);
     if (count < 0 && errno == EINTR) continue;
@@ -79,12 +81,32 @@ OwnedTree FromXml(const Model &model, const std::string &xml) {
   return OwnedTree(tree);
 }
 
-bool SendAnswer(int channel, const HandlerAnswer &answer) {
-  const std::string_view text = answer.text;
-  for (size_t at = 0; at < text.size(); at += kPieceSize) {
-    if (!Send(channel, kPart, text.substr(at, kPieceSize))) return false;
+bool SendParts(int channel, std::string_view text) {
+  for (size_t at = 0; at < text.size(); at += kPartSize) {
+    if (!Send(channel, kPart, text.substr(at, kPartSize))) return false;
   }
-  return Send(channel, answer.sent ? kSent : kSilent, std::to_string(answer.result));
+  return true;
+}
+
+bool RunHandlerJob(int channel, const Model &model, const Frame &frame) {
+  const OwnedTree request = FromXml(model, frame.text);
+  if (frame.word >= Handlers().size() || request == nullptr) throw HostError("the agent sent no request");
+  const HandlerAnswer answer = RunHandler(Handlers()[frame.word], request.get());
+  return SendParts(channel, answer.text) &&
+         Send(channel, answer.sent ? kSent : kSilent, std::to_string(answer.result));
+}
+
+bool RunWalkJob(int channel, const Frame &frame) {
+  const size_t source = frame.word & ~kWalk;
+  if (source >= EngineStateSources().size()) throw HostError("the agent asks for no state data");
+  StateSink sink(kPieceSize);
+  const std::string next = EngineStateSources()[source].walk(frame.text, &sink);
+  std::string records;
+  for (const StateRecord &record : sink.records()) {
+    for (const std::string *field : {&record.space, &record.path, &record.body})
+      AppendField(*field, &records);
+  }
+  return SendParts(channel, records) && Send(channel, kWalked, next);
 }
 
 }  // namespace
@@ -93,20 +115,27 @@ void RunWorker(int channel, const Model &model, const std::function<std::unique_
   std::unique_ptr<Arena> arena;
   FrameReader reader;
   Frame frame;
-  while (Receive(channel, &reader, -1, &frame)) {
+  while (Receive(channel, &reader, &frame)) {
     try {
       if (arena == nullptr) arena = attach();
       if (!arena->EngineAlive()) {
         Send(channel, kGone, {});
         return;
       }
-      const OwnedTree request = FromXml(model, frame.text);
-      if (frame.word >= Handlers().size() || request == nullptr) throw HostError("the agent sent no request");
-      if (!SendAnswer(channel, RunHandler(Handlers()[frame.word], request.get()))) return;
+      const bool walks = (frame.word & kWalk) != 0;
+      if (!(walks ? RunWalkJob(channel, frame) : RunHandlerJob(channel, model, frame))) return;
     } catch (const HostError &error) {
       if (!Send(channel, kRefused, error.what())) return;
     }
   }
+}
+
+WorkerJob WorkerJob::Run(const Handler &handler, const lyd_node *request) {
+  return {static_cast<uint32_t>(&handler - Handlers().data()), ToXml(request)};
+}
+
+WorkerJob WorkerJob::Walk(size_t source, std::string from) {
+  return {kWalk | static_cast<uint32_t>(source), std::move(from)};
 }
 
 AgentWorker::~AgentWorker() { End(); }
@@ -147,40 +176,87 @@ void AgentWorker::End() {
   pid_ = -1;
 }
 
-// False when the worker's engine is gone; the worker has ended then.
-bool AgentWorker::TryRun(uint32_t handler, const std::string &request, HandlerAnswer *answer) {
-  if (pid_ < 0) Start();
-  *answer = {};
-  FrameReader reader;
-  Frame frame;
-  if (Send(channel_.get(), handler, request)) {
-    while (Receive(channel_.get(), &reader, kPatience, &frame)) {
-      if (frame.word == kPart) {
-        answer->text += frame.text;
-        continue;
-      }
-      if (frame.word == kRefused) throw HostError(frame.text);
-      if (frame.word == kGone) {
-        End();
-        return false;
-      }
-      answer->sent = frame.word == kSent;
-      answer->result = std::atoi(frame.text.c_str());
-      return true;
-    }
+bool AgentWorker::GiveJob() {
+  try {
+    if (pid_ < 0) Start();
+  } catch (const HostError &error) {
+    problem_ = error.what();
+    return false;
   }
-  End();
-  throw HostError("the command ended without an answer; it may be asked again");
+  reader_ = FrameReader();
+  answer_ = {};
+  deadline_ = Clock::now() + kPatience;
+  if (Send(channel_.get(), job_.word, job_.text)) return true;
+  problem_ = "the process that runs commands has ended; the command may be asked again";
+  return false;
 }
 
-HandlerAnswer AgentWorker::Run(const Handler &handler, const lyd_node *request) {
-  const auto index = static_cast<uint32_t>(&handler - Handlers().data());
-  const std::string xml = ToXml(request);
-  const std::lock_guard lock(mutex_);
-  HandlerAnswer answer;
-  // A new worker finds the engine that took the place of the one that is gone, or says that there is none.
-  if (!TryRun(index, xml, &answer) && !TryRun(index, xml, &answer)) throw HostError("the engine is gone");
-  return answer;
+void AgentWorker::Begin(WorkerJob job) {
+  job_ = std::move(job);
+  again_ = false;
+  busy_ = true;
+  problem_.clear();
+  // One that has ended since its last job is nobody's fault.
+  if (GiveJob()) return;
+  End();
+  if (GiveJob()) problem_.clear();
+}
+
+std::optional<WorkerAnswer> AgentWorker::Fail(std::string why) {
+  End();
+  busy_ = false;
+  answer_.failure = std::move(why);
+  return std::move(answer_);
+}
+
+std::optional<WorkerAnswer> AgentWorker::Take(Frame *frame) {
+  switch (frame->word) {
+    case kPart:
+      answer_.handler.text += frame->text;
+      if (answer_.handler.text.size() > kMostOfAnswer) return Fail("the answer is too long");
+      return {};
+    case kRefused:
+      answer_.failure = frame->text.empty() ? "the command was refused" : std::move(frame->text);
+      break;
+    case kGone:
+      // A new worker finds the engine that took the place of the one that is gone, or says that there is
+      // none.
+      End();
+      if (again_) return Fail("the engine is gone");
+      again_ = true;
+      if (!GiveJob()) return Fail(problem_);
+      return {};
+    case kWalked:
+      answer_.next = std::move(frame->text);
+      break;
+    default:
+      answer_.handler.sent = frame->word == kSent;
+      answer_.handler.result = std::atoi(frame->text.c_str());
+  }
+  busy_ = false;
+  return std::move(answer_);
+}
+
+std::optional<WorkerAnswer> AgentWorker::Advance() {
+  if (busy_ && !problem_.empty()) return Fail(problem_);
+  if (busy_ && Clock::now() > deadline_) return Fail("the command took too long and was ended");
+  char bytes[65536];
+  const ssize_t count = recv(channel_.get(), bytes, sizeof bytes, MSG_DONTWAIT);
+  if (count < 0 && (errno == EAGAIN || errno == EINTR)) return {};
+  if (count <= 0) {
+    if (busy_) return Fail("the command ended without an answer; it may be asked again");
+    End();
+    return {};
+  }
+  reader_.Append(bytes, static_cast<size_t>(count));
+  Frame frame;
+  while (busy_) {
+    const FrameReader::State state = reader_.Next(&frame);
+    if (state == FrameReader::State::kNeedMore) return {};
+    if (state == FrameReader::State::kTooLong) return Fail("the command ended without an answer");
+    if (auto answer = Take(&frame)) return answer;
+  }
+  return {};
 }
 
 }  // namespace qdt::host

@@ -31,7 +31,7 @@ std::optional<uid_t> Number(std::string_view text) {
 
 // Asks `fits` with name and number of each user of this machine, until one does. A program without shared
 // libraries cannot ask the name services; users that only those know go by number.
-std::optional<std::pair<std::string, uid_t>> FindUser(
+std::optional<std::pair<std::string, uid_t>> FindEntry(
     const std::function<bool(std::string_view, uid_t)> &fits) {
   std::ifstream users("/etc/passwd");
   for (std::string line; std::getline(users, line);) {
@@ -48,22 +48,21 @@ std::optional<std::pair<std::string, uid_t>> FindUser(
 
 }  // namespace
 
-void TrustUser(const std::string &user) {
-  auto number = Number(user);
-  if (!number) {
-    const auto found = FindUser([&](std::string_view name, uid_t) { return name == user; });
-    if (!found) throw HostError("--trust: no user " + Quoted(user) + " is in /etc/passwd; name a number");
-    number = found->second;
-  }
-  Trusted().push_back(*number);
+uid_t FindUser(const std::string &user, const std::string &option) {
+  if (const auto number = Number(user)) return *number;
+  const auto found = FindEntry([&](std::string_view name, uid_t) { return name == user; });
+  if (!found) throw HostError(option + ": no user " + Quoted(user) + " is in /etc/passwd; name a number");
+  return found->second;
 }
+
+void TrustUser(const std::string &user) { Trusted().push_back(FindUser(user, "--trust")); }
 
 bool IsTrusted(uid_t user) {
   return user == 0 || user == geteuid() || std::ranges::count(Trusted(), user) != 0;
 }
 
 std::string UserName(uid_t user) {
-  const auto found = FindUser([&](std::string_view, uid_t number) { return number == user; });
+  const auto found = FindEntry([&](std::string_view, uid_t number) { return number == user; });
   return found ? found->first : std::to_string(user);
 }
 

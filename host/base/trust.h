@@ -15,6 +15,9 @@ void TrustUser(const std::string &user);
 
 bool IsTrusted(uid_t user);
 
+// The user of this name or number. Throws HostError, a line that begins with `option`, when there is none.
+uid_t FindUser(const std::string &user, const std::string &option);
+
 // "nobody", or "65534" for a user without a name.
 std::string UserName(uid_t user);
 

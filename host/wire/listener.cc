@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <thread>
 
+#include "host/base/trust.h"
 #include "host/wire/socket_address.h"
 
 namespace qdt::host {
@@ -28,9 +29,17 @@ UniqueFd StreamSocket() {
   return fd;
 }
 
+// " (process 4711 of user root)", or nothing for a connection that is none.
+std::string HolderOf(int connection) {
+  ucred peer{};
+  socklen_t size = sizeof peer;
+  if (getsockopt(connection, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0 || peer.pid <= 0) return "";
+  return " (process " + std::to_string(peer.pid) + " of user " + UserName(peer.uid) + ")";
+}
+
 }  // namespace
 
-Listener::Listener(const std::string &path) : path_(path) {
+Listener::Listener(const std::string &path, const char *owner) : path_(path), owner_(owner) {
   const sockaddr_un address = SocketAddress(path_);
   LockDirectory();
   ClearPath();
@@ -78,7 +87,8 @@ void Listener::LockDirectory() {
   while (flock(directory_.get(), LOCK_EX | LOCK_NB) != 0) {
     if (errno != EWOULDBLOCK && errno != EINTR) throw SystemError("cannot lock " + directory);
     if (std::chrono::steady_clock::now() > deadline) {
-      throw HostError(directory + " stays locked by another process; is a second engine starting there?");
+      throw HostError(directory + " stays locked by another process; is a second " + owner_ +
+                      " starting there?");
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
@@ -97,10 +107,11 @@ void Listener::ClearPath() {
   const bool dead = connect(probe.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 &&
                     errno == ECONNREFUSED;
   if (!dead) {
-    throw HostError("something listens on " + path_ +
-                    " already; stop that engine or name another path with --socket");
+    throw HostError("something listens on " + path_ + " already" + HolderOf(probe.get()) + "; stop that " +
+                    owner_ + " or name another path with --socket");
   }
-  if (unlink(path_.c_str()) != 0) throw SystemError("cannot remove the dead engine's socket " + path_);
+  if (unlink(path_.c_str()) != 0)
+    throw SystemError("cannot remove the dead " + owner_ + "'s socket " + path_);
 }
 
 }  // namespace qdt::host

@@ -9,16 +9,17 @@
 
 namespace qdt::host {
 
-// The engine's listening socket in the file system. It takes the place of a socket that a dead engine left
-// behind; the file goes with the object, if it is still this one.
+// A listening socket in the file system, an engine's or an agent's. It takes the place of a socket that a
+// dead one left behind; the file goes with the object, if it is still this one.
 //
 // Whoever makes or replaces a socket holds the lock of its directory meanwhile, so that of several engines
 // that start at once over the same leftovers exactly one gets the path.
 class Listener {
  public:
-  // Throws HostError when something answers at `path`, when a file of another kind is there, or when the
-  // socket cannot be made. The directory stays locked until Unlock.
-  explicit Listener(const std::string &path);
+  // `owner`: what such a socket belongs to, for messages. Throws HostError when something answers at `path`,
+  // when a file of another kind is there, or when the socket cannot be made. The directory stays locked until
+  // Unlock.
+  explicit Listener(const std::string &path, const char *owner = "engine");
   ~Listener();
   Listener(const Listener &) = delete;
   Listener &operator=(const Listener &) = delete;
@@ -36,6 +37,7 @@ class Listener {
   void ClearPath();
 
   std::string path_;
+  std::string owner_;
   UniqueFd directory_;
   UniqueFd socket_;
   dev_t device_ = 0;

@@ -37,6 +37,8 @@ std::string DefaultDirectory() {
 
 std::string DefaultArena() { return DefaultDirectory() + "/arena"; }
 
+std::string DefaultOmadSocket() { return DefaultDirectory() + "/omad.sock"; }
+
 void MakeDefaultDirectory() {
   const std::string path = DefaultDirectory();
   const std::string mend = " (choose another place with --arena)";

@@ -10,8 +10,12 @@ namespace qdt::host {
 std::string DefaultArena();
 constexpr char kSocketEnding[] = ".sock";
 
+// Where the management agent meets the processes of its sessions, in the same directory.
+std::string DefaultOmadSocket();
+
 // The same for help texts.
 #define QDT_DEFAULT_ARENA_TEXT "/run/nqe/arena (root) or $XDG_RUNTIME_DIR/nqe/arena"
+#define QDT_DEFAULT_OMAD_TEXT "/run/nqe/omad.sock (root) or $XDG_RUNTIME_DIR/nqe/omad.sock"
 
 // Makes the directory of DefaultArena where it is missing, with the rights that it should have. Throws
 // HostError when it cannot be made, or when others could put files there.

@@ -62,16 +62,21 @@ TEST(Request, HandsParametersOverAsTheirTypesSay) {
 
 TEST(Request, IsCheckedAgainstTheModel) {
   const Model model;
-  EXPECT_EQ(RefusalOf(model, "query-session", {{"protocol", "255"}, {"type", "whatever"}}), "accepted");
+  EXPECT_EQ(RefusalOf(model, "query-session", {{"protocol", "255"}, {"type", "ipv6"}}), "accepted");
+  EXPECT_EQ(RefusalOf(model, "query-session", {{"type", "whatever"}}),
+            "\"whatever\" is no value for \"type\" (it takes ipv4|ipv6)");
+  EXPECT_EQ(RefusalOf(model, "trace-pkt-query", {}), "trace-pkt-query needs the parameter \"index\"");
+  EXPECT_EQ(RefusalOf(model, "reset-session", {{"inside-source-ip", "10.7"}}),
+            "\"10.7\" is no value for \"inside-source-ip\" (it takes an IPv4 or IPv6 address)");
   EXPECT_EQ(RefusalOf(model, "query-session", {{"protocol", "256"}}),
-            "\"256\" is no value for \"protocol\": Value \"256\" is out of type uint8 min/max bounds.");
+            "\"256\" is no value for \"protocol\" (it takes 0..255)");
   EXPECT_EQ(RefusalOf(model, "frag-reass", {{"colour", "blue"}}),
             "frag-reass has no parameter \"colour\"; it takes: source-ip, destination-ip, type");
   EXPECT_EQ(RefusalOf(model, "tbl-usage", {{"text", "x"}}),
             "tbl-usage has no parameter \"text\"; it takes none");
   EXPECT_EQ(RefusalOf(model, "arpmiss", {{"next-hop", "1.2.3.4"}, {"next-hop", "1.2.3.5"}}),
             "the parameter \"next-hop\" is given twice");
-  EXPECT_EQ(RefusalOf(model, "no-such", {}), "the management data model has no rpc no-such");
+  EXPECT_EQ(RefusalOf(model, "no-such", {}), "there is no operation \"no-such\"");
 }
 
 TEST(Document, IsWrittenAsTheModelOrdersIt) {

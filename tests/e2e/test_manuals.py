@@ -39,13 +39,11 @@ def test_nqed(campus, line):
 
 
 def test_omad(directory):
-    for line in commands("omad.8", "ssh-keygen"):
-        run(*shlex.split(line), cwd=directory).answered("")
-    (directory / "operator.pub").write_text((directory / "host_key.pub").read_text())
+    run("ssh-keygen", "-q", "-t", "ed25519", "-N", "", "-f", directory / "alice").answered("")
     words = shlex.split(commands("omad.8", "omad")[0])[1:]
-    # It listens until it is told to stop; that nothing else is wrong with the words shows at a place taken away.
-    done = run(BIN / "omad", *words, "--modules", directory, cwd=directory)
-    done.failed("cannot read NETCONF's YANG modules", tool="omad")
+    # It listens until it is told to stop; that nothing else is wrong with the words shows at rules that are missing.
+    done = run(BIN / "omad", *words, "--log", directory / "log", "--socket", directory / "s", cwd=directory)
+    done.failed("cannot read the rules in rules", tool="omad")
 
 
 def test_the_scenario(directory):

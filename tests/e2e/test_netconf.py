@@ -1,8 +1,11 @@
 """The management agent over NETCONF: sessions, every command, state data, errors, and clients that misbehave."""
 
+import getpass
 import os
+import pathlib
 import re
 import signal
+import socket
 import subprocess
 import threading
 
@@ -10,8 +13,8 @@ import pytest
 from ncclient.operations.rpc import RPCError
 from ncclient.transport.errors import AuthenticationError
 
-from conftest import BIN, ROOT, engine_place, run
-from netconf import BASE, MODEL, Agent, agent_of, call, error_of, make_key, short_directory
+from conftest import BIN, PATIENCE, ROOT, engine_place, run
+from netconf import BASE, END_1_0, MODEL, Agent, agent_of, call, error_in, error_of, make_key, short_directory
 
 pytestmark = pytest.mark.filterwarnings("ignore::DeprecationWarning")  # ncclient's own
 
@@ -28,7 +31,7 @@ def site():
         engine.stop()
 
 
-@pytest.fixture
+@pytest.fixture(scope="module")
 def session(site):
     with site[1].connect() as session:
         yield session
@@ -63,14 +66,14 @@ def test_hello_tells_the_protocol_and_the_model(session):
 def test_schema_list_and_get_schema(session):
     state = session.get(filter=("subtree", '<netconf-state xmlns="urn:ietf:params:xml:ns:yang:'
                                            'ietf-netconf-monitoring"><schemas/></netconf-state>')).xml
-    assert "<identifier>tavrix-software-fwd</identifier><version>2026-11-21</version>" in state
-    text = session.get_schema("tavrix-software-fwd", "2026-11-21").data
+    assert "<identifier>tavrix-software-fwd</identifier><version>2026-11-22</version>" in state
+    text = session.get_schema("tavrix-software-fwd", "2026-11-22").data
     for command in handlers():
         assert f"rpc {command} {{" in text
     assert "list fwd-statistics-info" in text
     with pytest.raises(RPCError) as refused:
         session.get_schema("no-such-model")
-    assert (refused.value.tag, refused.value.message) == ("invalid-value", "there is no schema no-such-model")
+    assert (refused.value.tag, refused.value.message) == ("invalid-value", 'there is no schema "no-such-model"')
 
 
 @pytest.mark.parametrize("rpc", handlers())
@@ -125,52 +128,111 @@ def test_state_data(site, session):
 
 
 def test_bad_requests_get_errors_and_the_session_goes_on(session):
-    for rpc, leaves, message in [
-        ("query-session", {"protocol": "256"}, 'Value "256" is out of type uint8 min/max bounds.'),
-        ("query-session", {"session_number": "-1"}, 'Value "-1" is out of type uint8 min/max bounds.'),
-        ("perf-mode-set", {"enable": "maybe"}, 'Invalid boolean value "maybe".'),
-        ("debug-pkt", {"source_mac": "00:11:22:33:44:55"}, "Unsatisfied pattern"),
-        ("tbl-usage", {"colour": "blue"}, '"colour"'),
-        ("format-disk", {}, '"format-disk"'),
-        ("reset-session", {"inside_source_ip": "10.0.0.256"}, 'inside-source-ip: "10.0.0.256" is not an address'),
-        ("reset-session", {"inside_source_ip": "192.0.2.0/24"}, 'inside-source-ip: "192.0.2.0/24" is not an address'),
-        ("reset-session", {"service_id": "gopher"}, 'service-id: "gopher" is not http, dns,'),
-        ("reset-session", {"type": "ipv5"}, 'type: "ipv5" is not ipv4 or ipv6'),
-        ("reset-session", {"feature": "foo"}, 'feature: "foo" is not sac'),
-        ("reset-server-map", {"type": "napt"}, 'type: "napt" is not all, aspf, nat-server or no-pat'),
-        ("reset-server-map", {"ip": "2001:db8::1"}, 'ip: "2001:db8::1" is not an IPv4 address'),
+    for rpc, leaves, tag, message in [
+        ("query-session", {"protocol": "256"}, "invalid-value", '"256" is no value for "protocol" (it takes 0..255)'),
+        ("query-session", {"session_number": "-1"}, "invalid-value", '"-1" is no value for "session-number" (it takes 0..255)'),
+        ("perf-mode-set", {"enable": "maybe"}, "invalid-value", '"maybe" is no value for "enable" (it takes true|false)'),
+        ("debug-pkt", {"source_mac": "00:11:22:33:44:55"}, "invalid-value",
+         '"00:11:22:33:44:55" is no value for "source-mac" (it takes a MAC address, as in 00e0-fc12-3456)'),
+        ("debug-pkt", {"discard_type": "arp mis"}, "invalid-value",
+         '"arp mis" is no value for "discard-type" (it takes a reason for which packets are dropped, or all '
+         "(did you mean arp miss?))"),
+        ("trace-pkt-query", {"index": "4"}, "invalid-value", '"4" is no value for "index" (it takes 0..3)'),
+        ("sysstat-reset", {"type": "al"}, "invalid-value", '"al" is no value for "type" (it takes all|normal|discard|error)'),
+        ("tbl-usage", {"colour": "blue"}, "unknown-element", 'tbl-usage has no parameter "colour"; it takes none'),
+        ("reset-session", {"vlan_id": "7"}, "unknown-element", 'reset-session has no parameter "vlan-id"; it takes: '),
+        ("reset-session", {"inside_source_ip": "10.0.0.256"}, "invalid-value",
+         '"10.0.0.256" is no value for "inside-source-ip" (it takes an IPv4 or IPv6 address)'),
+        ("reset-session", {"inside_source_ip": "192.0.2.0/24"}, "invalid-value", "(it takes an IPv4 or IPv6 address)"),
+        ("reset-session", {"inside_source_ip": "0.0.0.0"}, "invalid-value",
+         '"0.0.0.0" is no value for "inside-source-ip" (it takes another value than 0, which filters nothing)'),
+        ("reset-session", {"protocol": "0"}, "invalid-value", "(it takes another value than 0, which filters nothing)"),
+        ("reset-session", {"service_id": "gopher"}, "invalid-value",
+         "(it takes http|dns|ftp|ras|telnet|rtsp|sip|pptp|https|ssh|dns-tcp)"),
+        ("reset-session", {"type": "ipv5"}, "invalid-value", "(it takes ipv4|ipv6)"),
+        ("reset-session", {"feature": "foo"}, "invalid-value", "(it takes sac)"),
+        ("reset-server-map", {"type": "napt"}, "invalid-value", "(it takes all|aspf|nat-server|no-pat)"),
+        ("reset-server-map", {"ip": "2001:db8::1"}, "invalid-value", "(it takes an IPv4 address)"),
+        ("cmdline", {}, "missing-element", 'cmdline needs the parameter "cmdline"'),
+        ("format-disk", {}, "operation-not-supported", 'there is no operation "format-disk" in tavrix-software-fwd'),
     ]:
-        tag, text = error_of(session, rpc, **leaves)
-        assert tag == "operation-failed" and message in text, (rpc, tag, text)
-    assert error_of(session, "cmdline")[0] == "operation-failed"  # the handler needs its parameter
+        found, text = error_of(session, rpc, **leaves)
+        assert found == tag and message in text, (rpc, found, text)
     with pytest.raises(RPCError) as refused:
         session.lock("running")
     assert refused.value.tag == "operation-not-supported"
     assert "TableName" in call(session, "tbl-usage")
 
 
+def test_errors_say_where(site):
+    client = site[1].raw().hello()
+    command = f'xmlns="{MODEL}"'
+    assert client.error(f"<reset-session {command}><type>ipv5</type></reset-session>") == (
+        "application", "invalid-value", "/nc:rpc/op:reset-session/op:type", '"ipv5" is no value for "type" (it takes ipv4|ipv6)')
+    assert client.error(f"<tbl-usage {command}><x/></tbl-usage>")[1:3] == ("unknown-element", "/nc:rpc/op:tbl-usage")
+    assert client.error(f"<cmdline {command}/>")[1:3] == ("missing-element", "/nc:rpc/op:cmdline/op:cmdline")
+    assert client.error(f"<arpmiss {command}><next-hop>192.0.2.1</next-hop><next-hop>192.0.2.1</next-hop></arpmiss>")[1:3] == (
+        "bad-element", "/nc:rpc/op:arpmiss/op:next-hop")
+    assert client.error('<edit-config/>')[:3] == ("protocol", "operation-not-supported", "/nc:rpc/op:edit-config")
+    assert client.error('<x xmlns="urn:x"/>')[:3] == ("protocol", "operation-not-supported", "/nc:rpc/op:x")
+    assert client.error("") == ("rpc", "missing-element", "/nc:rpc", "the <rpc> holds no operation")
+    bad = client.rpc(f"<tbl-usage {command}><x/></tbl-usage>")
+    assert f'<error-path xmlns:nc="{BASE}" xmlns:op="{MODEL}">' in bad and "<bad-element>x</bad-element>" in bad
+    # A text goes back cut, whatever it holds.
+    long = "&lt;\n" * 5000
+    bad = client.rpc(f"<reset-session {command}><type>{long}</type></reset-session>")
+    assert len(bad) < 1500 and "\n" not in bad
+    client.close()
+
+
 def test_malformed_messages(site):
     _, agent = site
     # Before the hello, instead of it, and after it.
-    for garbage in (b"\x00\xff\x00", b"GET / HTTP/1.1\r\n\r\n]]>]]>"):
+    for garbage in (b"\x00\xff\x00", b"GET / HTTP/1.1\r\n\r\n]]>]]>", b"]]>]]>", b""):
         client = agent.raw()
         client.socket.sendall(garbage)
-        client.close()
+        client.socket.shutdown(socket.SHUT_WR)
+        code, said = client.ended()
+        assert code == (1 if END_1_0 in garbage else 0) and (said == "") == (code == 0), said
     client = agent.raw().hello()
-    assert "rpc-error" in client.rpc("<unclosed>")
-    client.close()
-    client = agent.raw().hello("1.1")
-    assert "<error-tag>malformed-message</error-tag>" in client.chunked("this is no XML")
-    assert "TableName" in client.chunked(f'<rpc xmlns="{BASE}" message-id="1"><tbl-usage xmlns="{MODEL}"/></rpc>')
-    client.close()
-    client = agent.raw().hello()
-    client.send("this is no XML")
-    client.close()
-    client = agent.raw().hello()
+    for body in ("<unclosed>", "]]>", "&amp", "\x01"):
+        assert client.error(body)[:2] == ("rpc", "operation-failed")
+    client.send("")
+    assert error_in(client.message().decode())[1] == "operation-failed"
+    assert "TableName" in client.rpc(f'<tbl-usage xmlns="{MODEL}"/>')
     client.socket.sendall(b"<rpc message-id=")  # and vanishes in mid-message
     client.close()
+    client = agent.raw().hello("1.1")
+    for text in ("this is no XML", "<a>", "<!DOCTYPE a><a/>", "<a/><a/>", " "):
+        assert error_in(client.chunked(text))[:2] == ("rpc", "malformed-message")
+    assert error_in(client.chunked("<x/>"))[:2] == ("rpc", "unknown-element")
+    assert error_in(client.chunked('<rpc message-id="1"/>'))[:2] == ("rpc", "unknown-namespace")
+    assert error_in(client.chunked(f'<rpc xmlns="{BASE}"><get/></rpc>'))[:2] == ("rpc", "missing-attribute")
+    assert "TableName" in client.chunked(f'<rpc xmlns="{BASE}" message-id="1"><tbl-usage xmlns="{MODEL}"/></rpc>')
+    client.socket.sendall(b"\n#0\n")
+    assert error_in(client.chunks())[1] == "malformed-message"
+    assert client.ended() == (1, "omad-session: the client's chunks cannot be told apart\n")
     with agent.connect() as session:
         assert "TableName" in call(session, "tbl-usage")
+
+
+def test_messages_that_are_too_big(site):
+    _, agent = site
+    huge = f'<rpc xmlns="{BASE}" message-id="88"><cmdline xmlns="{MODEL}"><cmdline>{"x" * (3 << 20)}</cmdline></cmdline></rpc>'
+    most = f"a message has at most {1 << 20} bytes"
+    client = agent.raw().hello()
+    client.send(huge)
+    answer = client.message().decode()
+    assert error_in(answer) == ("rpc", "too-big", None, most) and 'message-id="88"' in answer and len(answer) < 1000
+    client.close()
+    client = agent.raw().hello("1.1")
+    assert error_in(client.chunked(huge)) == ("rpc", "too-big", None, most)
+    long = f'<rpc xmlns="{BASE}" message-id="1"><cmdline xmlns="{MODEL}"><cmdline>{"x" * 65536}</cmdline></cmdline></rpc>'
+    assert error_in(client.chunked(long))[:3] == ("protocol", "too-big", "/nc:rpc/op:cmdline")
+    deep = f'<rpc xmlns="{BASE}" message-id="1">{"<a>" * 100000}{"</a>" * 100000}</rpc>'
+    assert error_in(client.chunked(deep))[:2] == ("rpc", "malformed-message")
+    assert "TableName" in client.chunked(f'<rpc xmlns="{BASE}" message-id="1"><tbl-usage xmlns="{MODEL}"/></rpc>')
+    client.close()
 
 
 def test_clients_that_vanish_or_do_not_read_keep_nobody_waiting(site):
@@ -232,6 +294,27 @@ def test_logins(site):
         agent.connect(key_filename=None, password="operator")
 
 
+def test_plain_ssh_speaks_netconf(site):
+    _, agent = site
+    hello = (f'<hello xmlns="{BASE}"><capabilities><capability>urn:ietf:params:netconf:base:1.0</capability></capabilities>'
+             "</hello>]]>]]>")
+    asked = f'<rpc xmlns="{BASE}" message-id="1"><tbl-usage xmlns="{MODEL}"/></rpc>]]>]]>'
+    closed = f'<rpc xmlns="{BASE}" message-id="2"><close-session/></rpc>]]>]]>'
+    done = subprocess.run(
+        ["ssh", "-F", "none", "-i", agent.user_key, "-p", str(agent.port), "-o", "IdentitiesOnly=yes", "-o", "LogLevel=ERROR",
+         "-o", "StrictHostKeyChecking=no", "-o", "UserKnownHostsFile=/dev/null", f"{getpass.getuser()}@127.0.0.1", "-s",
+         "netconf"], input=hello + asked + closed, capture_output=True, text=True, timeout=PATIENCE, check=False)
+    assert (done.returncode, done.stderr) == (0, "")
+    messages = done.stdout.split("]]>]]>")
+    assert len(messages) == 4 and "<hello" in messages[0] and "CAP_TABLE_FIB" in messages[1] and "<ok/>" in messages[2]
+    # The key is for that alone: no shell, no command, no other subsystem.
+    done = subprocess.run(
+        ["ssh", "-F", "none", "-i", agent.user_key, "-p", str(agent.port), "-o", "IdentitiesOnly=yes", "-o", "LogLevel=ERROR",
+         "-o", "StrictHostKeyChecking=no", "-o", "UserKnownHostsFile=/dev/null", f"{getpass.getuser()}@127.0.0.1", "id"],
+        input=hello + closed, capture_output=True, text=True, timeout=PATIENCE, check=False)
+    assert "uid=" not in done.stdout and "<hello" in done.stdout
+
+
 @pytest.mark.parametrize("kind", ["ed25519", "rsa"])
 def test_other_kinds_of_keys(site, kind):
     engine, _ = site
@@ -242,22 +325,6 @@ def test_other_kinds_of_keys(site, kind):
         try:
             with agent.start().connect() as session:
                 assert "TableName" in call(session, "tbl-usage")
-            agent.stop()
-        finally:
-            agent.kill()
-
-
-def test_passwords_when_configured(site):
-    engine, _ = site
-    hashed = subprocess.run(["openssl", "passwd", "-6", "let me in"], capture_output=True, text=True, check=True)
-    with short_directory() as directory:
-        (directory / "passwords").write_text(f"# the night shift\nnight:{hashed.stdout}")
-        agent = Agent(engine.arena, directory).start("--password-file", directory / "passwords")
-        try:
-            with agent.connect(username="night", password="let me in", key_filename=None) as session:
-                assert "TableName" in call(session, "tbl-usage")
-            with pytest.raises(AuthenticationError):
-                agent.connect(username="night", password="let me out", key_filename=None)
             agent.stop()
         finally:
             agent.kill()
@@ -289,37 +356,65 @@ def test_engine_goes_and_comes_back():
             engine.start()
             assert "CAP_TABLE_CTRLIF_MAP" in call(session, "tbl-usage")
             # A worker that dies is replaced as well.
-            children = run("pgrep", "-P", str(agent.process.pid)).out.split()
-            assert len(children) == 1
-            os.kill(int(children[0]), signal.SIGKILL)
-            tag, message = error_of(session, "tbl-usage")
-            assert (tag, message) == ("operation-failed", "the command ended without an answer; it may be asked again")
+            worker = [pid for pid in children_of(agent.process.pid) if b"--worker" in command_of(pid)]
+            assert len(worker) == 1
+            os.kill(worker[0], signal.SIGKILL)
             assert "CAP_TABLE_CTRLIF_MAP" in call(session, "tbl-usage")
         engine.stop()
 
 
+def children_of(pid):
+    return [int(child) for child in run("pgrep", "-P", str(pid)).out.split()]
+
+
+def command_of(pid):
+    return pathlib.Path(f"/proc/{pid}/cmdline").read_bytes()
+
+
 def test_command_line_mistakes(site):
     engine, agent = site
-    key = ["--host-key", agent.host_key]
-    user = ["--user-key", f"operator={agent.user_key}.pub"]
-    for words, message in [
-        ([], "no host key; name one with --host-key FILE"),
-        ([*key], "nobody could log in; name a key with --user-key USER=FILE"),
-        ([*key, "--user-key", "operator"], "is not of the form USER=FILE"),
-        ([*key, "--user-key", "operator=/no/such"], "cannot read the key of operator, /no/such"),
-        (["--host-key", "/no/such", *user], "cannot read the host key /no/such"),
-        (["--host-key", __file__, *user], "is no private SSH key without a passphrase; ssh-keygen makes one"),
-        ([*key, "--user-key", f"operator={__file__}"], "is no public SSH key; name the file that ends in .pub"),
-        ([*key, *user, "--port", "99999"], "is no port; name one from 1 to 65535"),
-        ([*key, *user, "--port", str(agent.port)], f"cannot listen on 127.0.0.1:{agent.port}"),
-        ([*key, *user, "--modules", "/no/such"], "libyuma-base"),
-        (["--no-ssh"], "nowhere to listen; --no-ssh needs --unix PATH"),
-        (["--bogus"], "cannot make sense of"),
-    ]:
-        run(BIN / "omad", "--arena", engine.arena, *words).failed(message, tool="omad")
+    with short_directory() as directory:
+        stranger = make_key(directory / "stranger")
+        readable = make_key(directory / "readable")
+        readable.chmod(0o644)
+        no_key = directory / "no-key"
+        no_key.write_text("no key\n")
+        no_key.chmod(0o600)
+        key = ["--host-key", agent.host_key, "--socket", directory / "s"]
+        user = ["--user-key", f"operator={agent.user_key}.pub"]
+        for words, message in [
+            ([*key], "nobody could log in; name a key with --user-key USER=FILE"),
+            (["--port", "1"], "nobody could log in; name a key with --user-key USER=FILE"),
+            ([*key, "--user-key", "operator"], "is not of the form USER=FILE"),
+            ([*key, "--user-key", "a\nb=x"], 'is no user\'s name (letters, digits and ".-_@", 64 at most)'),
+            ([*key, "--user-key", "operator=/no/such"], "cannot read the key of operator, /no/such"),
+            (["--host-key", "/no/such", *user], "cannot read the host key /no/such"),
+            (["--host-key", readable, *user], f"others may read the host key {readable} (chmod 600 {readable})"),
+            (["--host-key", no_key, *user], "is no private SSH key without a passphrase; ssh-keygen makes one"),
+            ([*key, "--user-key", f"operator={no_key}"], "is no public SSH key; name the file that ends in .pub"),
+            ([*key, "--user-key", f"operator={stranger}"], "is no public SSH key; name the file that ends in .pub"),
+            ([*key, *user, "--user-key", f"other={agent.user_key}.pub"], "is that of operator already, and cannot be that of other"),
+            ([*key, *user, "--port", "99999"], "is no port; name one from 1 to 65535"),
+            ([*key, *user, "--address", "nowhere"], '"nowhere" is no address; name an IPv4 or IPv6 address of this machine'),
+            ([*key, *user, "--port", str(agent.port)], f"cannot listen on 127.0.0.1:{agent.port}"),
+            (["--socket", agent.socket], f"something listens on {agent.socket} already (process {agent.process.pid} of user "
+             f"{getpass.getuser()}); stop that agent or name another path with --socket"),
+            (["--nacm", "/no/such"], "cannot read the rules in /no/such"),
+            (["--log", "/no/such/file"], "cannot write the record /no/such/file"),
+            (["--max-sessions", "0"], '"0" is no number of sessions; name one from 1 to 100000'),
+            (["--idle-time", "soon"], '"soon" is no number of seconds'),
+            (["--carrier", "no-such-user"], '--carrier: no user "no-such-user" is in /etc/passwd; name a number'),
+            (["--bogus"], "cannot make sense of"),
+        ]:
+            place = [] if "--socket" in words else ["--socket", directory / "s"]
+            run(BIN / "omad", "--arena", engine.arena, "--log", directory / "log", *place, *words).failed(message, tool="omad")
+            assert not (directory / "s").exists() and not (directory / "s.ssh").exists(), words
     assert run(BIN / "omad", "--help").out.startswith("usage: omad ")
+    for words, message in [(["--socket", "/no/such"], "no omad runs at /no/such"), (["--bogus"], "cannot make sense of"),
+                           (["--socket", "x" * 200], "the socket's path has 200 characters")]:
+        run(BIN / "omad-session", *words).failed(message, tool="omad-session")
 
 
-def test_the_model_passes_yanglint():
-    checked = run("yanglint", ROOT / "yang" / "tavrix-software-fwd.yang")
+def test_the_models_pass_yanglint():
+    checked = run("yanglint", "-p", ROOT / "yang" / "ietf", ROOT / "yang" / "tavrix-software-fwd.yang")
     assert (checked.code, checked.out, checked.err) == (0, "", "")

@@ -13,6 +13,7 @@
 #include <list>
 #include <memory>
 
+#include "host/base/trust.h"
 #include "host/wire/client.h"
 #include "tests/wire/server_fixture.h"
 
@@ -105,8 +106,9 @@ TEST(Listener, LeavesALiveSocketAlone) {
   const TempDir dir;
   Listener first(dir.File("s"));
   first.Unlock();
-  EXPECT_EQ(Problem(dir.File("s")), "something listens on " + dir.File("s") +
-                                        " already; stop that engine or name another path with --socket");
+  EXPECT_EQ(Problem(dir.File("s")), "something listens on " + dir.File("s") + " already (process " +
+                                        std::to_string(getpid()) + " of user " + UserName(geteuid()) +
+                                        "); stop that engine or name another path with --socket");
   EXPECT_TRUE(Exists(dir.File("s")));
 }
 

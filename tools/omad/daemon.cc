@@ -1,0 +1,311 @@
+#include "tools/omad/daemon.h"
+
+#include <arpa/inet.h>
+#include <poll.h>
+#include <sys/signalfd.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+
+#include "host/base/host_error.h"
+#include "host/base/trust.h"
+#include "host/nacm/rules_file.h"
+#include "host/session/fields.h"
+#include "host/session/link.h"
+
+namespace qdt::omad {
+namespace {
+
+using host::HostError;
+using Severity = host::Record::Severity;
+
+constexpr auto kHelloPatience = std::chrono::seconds(10);
+constexpr auto kByePatience = std::chrono::seconds(5);
+constexpr auto kAcceptPause = std::chrono::milliseconds(100);
+constexpr size_t kPendingConnections = 64;  // beside the sessions
+constexpr size_t kMostEvents = 4096;
+constexpr size_t kMostEventBytes = 4u << 20;
+
+std::vector<std::string> CapabilitiesOf(const host::Model &model) {
+  std::vector<std::string> list{
+      "urn:ietf:params:netconf:base:1.0",
+      "urn:ietf:params:netconf:base:1.1",
+      "urn:ietf:params:netconf:capability:xpath:1.0",
+      "urn:ietf:params:netconf:capability:yang-library:1.1?revision=2019-01-04&content-id=" +
+          std::to_string(ly_ctx_get_change_count(model.context())),
+  };
+  return list;
+}
+
+// What sshd tells is an address; another is told by nobody we know.
+std::string AddressOf(const std::string &text) {
+  unsigned char bytes[16];
+  const bool known =
+      inet_pton(AF_INET, text.c_str(), bytes) == 1 || inet_pton(AF_INET6, text.c_str(), bytes) == 1;
+  return known ? text : "";
+}
+
+}  // namespace
+
+Daemon::Daemon(const Options &options, const host::Model &model, host::Record *record,
+               std::vector<std::string> worker)
+    : options_(options),
+      model_(model),
+      record_(record),
+      rules_(host::ReadNacmRules(model.context(), options.rules)),
+      capabilities_(CapabilitiesOf(model)),
+      state_(model, OwnStateSources(model, capabilities_, &counters_,
+                                    [this](uint32_t from, size_t most) {
+                                      std::vector<SessionState> found;
+                                      for (const Client &each : clients_) {
+                                        if (each.number == 0 || each.number < from || found.size() == most)
+                                          continue;
+                                        found.push_back({each.number, each.user, each.address, each.since});
+                                      }
+                                      return found;
+                                    })),
+      events_(kMostEvents, kMostEventBytes),
+      worker_(std::move(worker)) {}
+
+std::string Daemon::ReadRules() {
+  try {
+    rules_ = host::ReadNacmRules(model_.context(), options_.rules);
+  } catch (const HostError &error) {
+    record_->Write(Severity::kWarning, "RULES", {}, std::string("the old rules stay: ") + error.what());
+    return error.what();
+  }
+  record_->Write(Severity::kNotice, "RULES", {}, "the rules have been read");
+  return "";
+}
+
+void Daemon::Write(Severity severity, const char *event, const Who &who,
+                   std::vector<std::pair<const char *, std::string>> values, const std::string &text) {
+  std::vector<std::pair<const char *, std::string>> all{{"user", who.user},
+                                                        {"address", who.address.empty() ? "-" : who.address}};
+  if (who.number != 0) all.emplace_back("session", std::to_string(who.number));
+  std::ranges::move(values, std::back_inserter(all));
+  record_->Write(severity, event, all, text);
+  if (record_->failure().empty() || recordFailureSaid_) return;
+  recordFailureSaid_ = true;
+  std::fprintf(stderr, "omad: the record loses lines: %s\n", record_->failure().c_str());
+}
+
+Client *Daemon::Find(uint32_t session) {
+  for (Client &each : clients_) {
+    if (each.number == session && !each.closing) return &each;
+  }
+  return nullptr;
+}
+
+void Daemon::Accept(int listener) {
+  host::UniqueFd socket(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+  if (!socket.ok()) {
+    // Without a free descriptor the waiting connection would wake the loop at once, again and again.
+    if (errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS)
+      acceptAgain_ = Clock::now() + kAcceptPause;
+    return;
+  }
+  ucred peer{};
+  socklen_t size = sizeof peer;
+  if (getsockopt(socket.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return;
+  if (clients_.size() >= options_.limits.sessions + kPendingConnections) return;
+  clients_.emplace_back(std::move(socket), peer.uid);
+}
+
+// Empty when this process may not say so.
+std::string Daemon::UserOf(const Client &client, const std::string &named) const {
+  const std::string own = host::UserName(client.owner);
+  if (named.empty() || named == own) return own;
+  const bool mayName = client.owner == 0 || client.owner == geteuid() ||
+                       std::ranges::count(options_.carriers, client.owner) != 0;
+  return mayName ? named : "";
+}
+
+std::string Daemon::NoRoomFor(const std::string &user) const {
+  size_t all = 0, ofUser = 0;
+  for (const Client &each : clients_) {
+    if (each.number == 0 || each.closing) continue;
+    ++all;
+    ofUser += each.user == user;
+  }
+  if (all >= options_.limits.sessions)
+    return "there are " + std::to_string(all) + " sessions already, and no more are served (--max-sessions)";
+  if (ofUser >= options_.limits.userSessions)
+    return user + " has " + std::to_string(ofUser) +
+           " sessions already, and may have no more (--max-user-sessions)";
+  return "";
+}
+
+void Daemon::Hello(Client *client, const host::Frame &frame) {
+  const auto fields = host::ReadFields(frame.text, 3);
+  if (frame.word != host::kAskHello || !fields || fields->size() != 3 || fields->at(2) != host::kLinkProtocol)
+    return client->Bye("omad speaks another protocol; are both programs of one version?");
+  client->address = AddressOf(fields->at(1));
+  std::string why;
+  client->user = UserOf(*client, fields->at(0));
+  if (!fields->at(0).empty() && !IsUserName(fields->at(0))) {
+    why = host::Quoted(fields->at(0)) + " is no user's name";
+    client->user = "-";
+  } else if (client->user.empty()) {
+    client->user = host::UserName(client->owner);
+    why =
+        "processes of " + client->user + " may not speak for " + host::Quoted(fields->at(0)) + " (--carrier)";
+  }
+  if (why.empty()) why = NoRoomFor(client->user);
+  if (!why.empty()) {
+    Write(Severity::kWarning, "REFUSED", *client, {{"wanted", fields->at(0)}}, why);
+    return client->Bye(why);
+  }
+  if (++lastNumber_ == 0) ++lastNumber_;
+  client->number = lastNumber_;
+  client->since = std::chrono::system_clock::now();
+  ++counters_.sessions;
+  Write(Severity::kNotice, "LOGIN", *client, {}, "a session begins");
+  std::string welcome;
+  host::AppendField(std::to_string(client->number), &welcome);
+  host::AppendField(std::to_string(options_.limits.message), &welcome);
+  for (const std::string &each : capabilities_) host::AppendField(each, &welcome);
+  client->TellText(host::kTellWelcome, welcome);
+}
+
+void Daemon::Take(Client *client, const host::Frame &frame) {
+  if (client->number == 0) return Hello(client, frame);
+  switch (frame.word) {
+    case host::kAskCall:
+      client->moved = Clock::now();
+      return TakeCall(client, frame);
+    case host::kAskNext:
+      client->moved = Clock::now();
+      return WalkOn(client);
+    case host::kAskEvent:
+      if (client->subscription) client->subscription->sending = false;
+      return TellEvent(client);
+    case host::kAskLeave:
+      client->ended = "closed by the client";
+      return;
+    default:
+      client->broken = true;
+  }
+}
+
+// Takes what the session asks, one thing after the other.
+void Daemon::Advance(Client *client) {
+  host::Frame frame;
+  while (!client->closing && client->Flush() && client->Idle() && !client->asking && client->Next(&frame))
+    Take(client, frame);
+  if (client->broken) client->Bye("the session's process speaks no protocol of omad");
+}
+
+void Daemon::StartWork() {
+  while (!running_ && !waiting_.empty()) {
+    Work work = std::move(waiting_.front());
+    waiting_.pop_front();
+    if (work.command) --waitingCommands_;
+    // What a client that is gone has asked for is done for nobody, unless it changes something: that was
+    // said.
+    if (Find(work.who.number) == nullptr && !work.changes) continue;
+    worker_.Begin(std::move(work.job));
+    running_ = std::move(work);
+    if (worker_.fd() < 0) FinishWork();
+  }
+}
+
+void Daemon::FinishWork() {
+  std::optional<host::WorkerAnswer> answer = worker_.Advance();
+  if (!answer || !running_) return;
+  const Work work = std::move(*running_);
+  running_.reset();
+  Client *client = Find(work.who.number);
+  if (work.command && work.changes) {
+    const bool done = answer->failure.empty() && (answer->handler.sent || answer->handler.result == 0);
+    const std::string why = answer->failure.empty() ? "the system log has the reason" : answer->failure;
+    RecordCommand(work.who, *work.command, done ? "ok" : "failed: " + why);
+  }
+  if (client == nullptr) return;
+  client->asking = false;
+  TellAnswer(client, work, *answer);
+  Advance(client);
+}
+
+void Daemon::EndIdle() {
+  const auto now = Clock::now();
+  for (Client &each : clients_) {
+    if (each.number == 0 && !each.closing && now - each.moved > kHelloPatience) each.broken = true;
+    const auto idle = options_.limits.idle;
+    if (each.number != 0 && !each.closing && !each.asking && !each.subscription && idle.count() != 0 &&
+        now - each.moved > idle)
+      each.Bye("the session asked nothing for " + std::to_string(idle.count()) + " s");
+  }
+}
+
+// Removes the sessions that are over.
+void Daemon::Sweep() {
+  const auto now = Clock::now();
+  for (auto client = clients_.begin(); client != clients_.end();) {
+    const bool flushed = client->Flush();
+    const bool over = !flushed || client->broken ||
+                      (client->closing && (client->Idle() || now - client->moved > kByePatience));
+    if (!over) {
+      ++client;
+      continue;
+    }
+    if (client->number != 0) {
+      if (client->ended.empty()) client->ended = "the connection was lost";
+      counters_.lostSessions += client->ended != "closed by the client";
+      Write(Severity::kNotice, "LOGOUT", *client, {{"reason", client->ended}}, "a session ends");
+    }
+    client = clients_.erase(client);
+  }
+}
+
+int Daemon::Timeout() const {
+  auto next = Clock::time_point::max();
+  for (const Client &each : clients_) {
+    if (each.closing) {
+      next = std::min(next, each.moved + kByePatience);
+    } else if (each.number == 0) {
+      next = std::min(next, each.moved + kHelloPatience);
+    } else if (!each.asking && !each.subscription && options_.limits.idle.count() != 0) {
+      next = std::min(next, each.moved + options_.limits.idle);
+    }
+  }
+  if (running_) next = std::min(next, worker_.deadline());
+  if (acceptAgain_ > Clock::now()) next = std::min(next, acceptAgain_);
+  if (next == Clock::time_point::max()) return -1;
+  const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(next - Clock::now()).count();
+  return static_cast<int>(std::clamp<int64_t>(left + 1, 0, 60'000));
+}
+
+void Daemon::Serve(int listener, int signals, const std::function<void(int)> &onSignal) {
+  while (true) {
+    std::vector<pollfd> entries{{signals, POLLIN, 0}, {listener, POLLIN, 0}, {worker_.fd(), POLLIN, 0}};
+    if (Clock::now() < acceptAgain_) entries[1].fd = -1;
+    for (const Client &each : clients_) entries.push_back({each.fd(), each.Events(), 0});
+    if (poll(entries.data(), entries.size(), Timeout()) < 0 && errno != EINTR)
+      throw host::SystemError("cannot wait for sessions");
+    signalfd_siginfo info;
+    if (entries[0].revents != 0 && read(signals, &info, sizeof info) == sizeof info) {
+      if (info.ssi_signo == SIGTERM || info.ssi_signo == SIGINT) break;
+      onSignal(static_cast<int>(info.ssi_signo));
+    }
+    if (entries[2].revents != 0 || (running_ && Clock::now() > worker_.deadline())) FinishWork();
+    auto entry = entries.begin() + 3;
+    for (Client &each : clients_) {
+      const short events = entry == entries.end() ? 0 : (entry++)->revents;
+      if ((events & (POLLIN | POLLHUP | POLLERR)) != 0 && !each.Read()) each.broken = true;
+      if (events != 0 && !each.broken) Advance(&each);
+    }
+    if (entries[1].revents != 0) Accept(listener);
+    StartWork();
+    EndIdle();
+    Sweep();
+  }
+  for (Client &each : clients_) each.Bye("the agent stops");
+  Sweep();
+}
+
+}  // namespace qdt::omad
