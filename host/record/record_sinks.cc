@@ -35,6 +35,7 @@ class JsonSink : public RecordSink {
     json_.Uint64(count);
     JsonKey(&json_, "truncated");
     json_.Bool(truncated);
+    if (name_.more) name_.more(&json_);
     json_.EndObject();
     out_.Put('\n');
   }

@@ -75,6 +75,7 @@ WebEngine::Loan WebEngine::Borrow() {
     if (!kept_.empty()) {
       std::unique_ptr<RecordSource> source = std::move(kept_.back());
       kept_.pop_back();
+      source->LookNow();
       return Loan(this, std::move(source), generation);
     }
   }

@@ -42,12 +42,12 @@ struct Route {
   std::string_view method = "GET";
   std::string_view path;   // "/api/v1/tables/{table}/fields"
   std::string_view about;  // one line
-  std::vector<WebParameter> parameters;
+  std::vector<WebParameter> parameters = {};
   // The answer's schema: the name of one of the documents of nqecli (SchemaDocuments), or a JSON schema that
   // begins with a brace. Empty: no JSON.
-  std::string_view document;
+  std::string_view document = {};
   std::string_view contentType = "application/json";
-  std::function<WebAnswer(const RouteCall &call)> run;
+  std::function<WebAnswer(const RouteCall &call)> run = {};
   // Of a request that changes something: the schema of its body.
   std::string_view body = {};
   bool hidden = false;  // stands in no description: files of the page

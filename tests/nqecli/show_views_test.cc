@@ -4,8 +4,8 @@
 #include <string>
 
 #include "host/layout/layout.h"
+#include "host/library/table_lines.h"
 #include "qdt/tables.h"
-#include "tools/nqecli/table_lines.h"
 
 namespace qdt::nqecli {
 namespace {

@@ -7,6 +7,7 @@
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <optional>
 
 #include "host/base/arguments.h"
@@ -59,6 +60,7 @@ struct CommandLine {
   std::vector<std::string> names{"localhost"};
   std::string tokenFile, certificate, key;
   bool allowChanges = false;
+  std::vector<std::string> trusted;
 };
 
 CommandLine ReadCommandLine(host::Arguments arguments) {
@@ -79,6 +81,7 @@ CommandLine ReadCommandLine(host::Arguments arguments) {
       line.names.push_back(value);
     } else if (arguments.TakeValue("--trust", &value)) {
       host::TrustUser(value);
+      line.trusted.push_back(value);
     } else if (arguments.Take("--allow-changes")) {
       line.allowChanges = true;
     } else if (!arguments.TakeValue("--token-file", &line.tokenFile) &&
@@ -116,6 +119,9 @@ host::UniqueFd StopSignals() {
   return fd;
 }
 
+// Where nqecli and its companions stand: beside this program.
+std::string OwnFolder() { return std::filesystem::read_symlink("/proc/self/exe").remove_filename(); }
+
 int Run(const CommandLine &line) {
   const host::UniqueFd stop = StopSignals();
   std::optional<host::TlsIdentity> identity;
@@ -128,9 +134,14 @@ int Run(const CommandLine &line) {
   const host::Guard guard(guarded);
 
   host::WebEngines engines(line.paths);
+  host::ConsoleOptions shown;
+  shown.programs = OwnFolder();
+  shown.trusted = line.trusted;
+  shown.allowChanges = line.allowChanges;
+  host::Console console(shown, &engines);
   host::Routes routes;
   host::AddPageRoutes(&routes, PageFiles());
-  host::AddApi(&routes, &engines);
+  console.AddTo(&routes);
   const host::MetricsExporter exporter(MetricsTargets(&engines), host::Layout::BuiltIn());
   AddMetricsRoutes(&routes, &exporter);
 
@@ -138,7 +149,7 @@ int Run(const CommandLine &line) {
                          [&](const host::WebRequest &request) { return guard.Answer(routes, request); });
   std::printf("nqeweb: ready at %s://%s/\n", identity ? "https" : "http", server.address().Text().c_str());
   std::fflush(stdout);
-  server.Run(stop.get());
+  server.Run(stop.get(), [&console] { console.Stop(); });
   return 0;
 }
 
