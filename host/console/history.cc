@@ -9,6 +9,7 @@
 #include "host/base/host_error.h"
 #include "host/base/time_text.h"
 #include "host/query/statistics.h"
+#include "host/web/lost_pages.h"
 
 namespace qdt::host {
 namespace {
@@ -221,8 +222,10 @@ void History::Run() {
       bool whole = false;
       lock.unlock();
       try {
-        const WebEngine::Loan source = engine->Borrow();
-        whole = counters->Read(*source, &sample);
+        Survive([&] {
+          const WebEngine::Loan source = engine->Borrow();
+          whole = counters->Read(*source, &sample);
+        });
       } catch (const std::exception &) {  // it is told by its state; there is no sample
       }
       lock.lock();

@@ -4,6 +4,7 @@
 
 #include "host/arena/arena_layout.h"
 #include "host/base/host_error.h"
+#include "host/web/lost_pages.h"
 
 namespace qdt::host {
 namespace {
@@ -17,13 +18,14 @@ std::vector<std::string> TraceLines::Read(WebEngine *engine) {
   std::vector<std::string> lines;
   if (engine->saved()) return lines;
   try {
-    uint64_t identity;
+    uint64_t identity = 0;
     std::string socket;
-    {
+    const bool whole = Survive([&] {
       const WebEngine::Loan source = engine->Borrow();
       identity = source->arena().header()->identity;
       socket = source->arena().socketPath();
-    }
+    });
+    if (!whole) return lines;
     const bool isNew = identity != identity_;
     if (isNew) {
       identity_ = identity;
@@ -44,7 +46,8 @@ std::vector<std::string> TraceLines::Read(WebEngine *engine) {
       lines.emplace_back(line);
       text.remove_prefix(std::min(line.size() + 1, text.size()));
     }
-  } catch (const WebProblem &) {  // told as the engine's state
+  } catch (const WebProblem &) {  // told as the engine's state; it is a new one when it comes back
+    identity_ = 0;
     client_.reset();
   } catch (const HostError &) {  // it answers later, or not
     client_.reset();

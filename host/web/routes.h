@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <semaphore>
 #include <span>
 #include <string>
 #include <string_view>
@@ -85,7 +86,11 @@ class Routes {
   WebAnswer Answer(const WebRequest &request) const;
 
  private:
+  WebAnswer Run(const Route &route, const RouteCall &call) const;
+
+  static constexpr int kHeavy = 2;  // heavy routes at a time
   std::vector<Route> rows_;
+  mutable std::counting_semaphore<> heavy_{kHeavy};
 };
 
 // The OpenAPI 3.1 description of the routes that are not hidden. `version` is that of the interface's

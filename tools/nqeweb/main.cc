@@ -4,6 +4,9 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <charconv>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -16,6 +19,7 @@
 #include "host/base/trust.h"
 #include "host/console/console.h"
 #include "host/web/guard.h"
+#include "host/web/lost_pages.h"
 #include "host/web/page_files.h"
 #include "host/web/server.h"
 #include "host/wire/paths.h"
@@ -47,6 +51,11 @@ constexpr char kUsage[] =
     "  --certificate FILE, --key FILE\n"
     "                       speak TLS\n"
     "  --allow-changes      take requests that change something; they need a token\n"
+    "  --connections N      clients at a time, 128 unless told otherwise; a quarter of them may be "
+    "listeners\n"
+    "  --patience SECONDS   for a request to come and for an answer to be taken, 10 unless told otherwise\n"
+    "  --statement-time SECONDS\n"
+    "                       for a statement of SQL or an exact text, 5 unless told otherwise\n"
     "  --trust USER         believe engines of that user as well, beside this user's and root's\n"
     "  --help, --version\n"
     "\n"
@@ -61,11 +70,25 @@ struct CommandLine {
   std::string tokenFile, certificate, key;
   bool allowChanges = false;
   std::vector<std::string> trusted;
+  host::WebLimits limits;
+  uint32_t statementTime = 5;  // seconds
 };
+
+// Takes the option when it is the next word, with a number from 1 to `most`.
+bool TakeNumber(host::Arguments *arguments, const char *name, uint32_t most, uint32_t *number) {
+  std::string value;
+  if (!arguments->TakeValue(name, &value)) return false;
+  const char *end = value.data() + value.size();
+  const auto [stop, error] = std::from_chars(value.data(), end, *number);
+  if (error == std::errc() && stop == end && *number >= 1 && *number <= most) return true;
+  throw HostError(std::string(name) + " " + host::Quoted(value) + " is not a number from 1 to " +
+                  std::to_string(most));
+}
 
 CommandLine ReadCommandLine(host::Arguments arguments) {
   CommandLine line;
   std::string value;
+  uint32_t number = 0;
   while (!arguments.empty()) {
     if (arguments.Take("--help")) {
       line.help = true;
@@ -82,6 +105,12 @@ CommandLine ReadCommandLine(host::Arguments arguments) {
     } else if (arguments.TakeValue("--trust", &value)) {
       host::TrustUser(value);
       line.trusted.push_back(value);
+    } else if (TakeNumber(&arguments, "--connections", 4096, &number)) {
+      line.limits.connections = number;
+      line.limits.streams = std::max(number / 4, 1u);
+    } else if (TakeNumber(&arguments, "--patience", 3600, &number)) {
+      line.limits.asking = line.limits.taking = std::chrono::seconds(number);
+    } else if (TakeNumber(&arguments, "--statement-time", 3600, &line.statementTime)) {
     } else if (arguments.Take("--allow-changes")) {
       line.allowChanges = true;
     } else if (!arguments.TakeValue("--token-file", &line.tokenFile) &&
@@ -124,6 +153,7 @@ std::string OwnFolder() { return std::filesystem::read_symlink("/proc/self/exe")
 
 int Run(const CommandLine &line) {
   const host::UniqueFd stop = StopSignals();
+  host::WatchLostPages();
   std::optional<host::TlsIdentity> identity;
   if (!line.certificate.empty()) identity.emplace(line.certificate, line.key);
   host::GuardOptions guarded;
@@ -138,6 +168,7 @@ int Run(const CommandLine &line) {
   shown.programs = OwnFolder();
   shown.trusted = line.trusted;
   shown.allowChanges = line.allowChanges;
+  shown.child.time = std::chrono::seconds(line.statementTime);
   host::Console console(shown, &engines);
   host::Routes routes;
   host::AddPageRoutes(&routes, PageFiles());
@@ -145,7 +176,7 @@ int Run(const CommandLine &line) {
   const host::MetricsExporter exporter(MetricsTargets(&engines), host::Layout::BuiltIn());
   AddMetricsRoutes(&routes, &exporter);
 
-  host::WebServer server(line.address, {}, identity ? &*identity : nullptr,
+  host::WebServer server(line.address, line.limits, identity ? &*identity : nullptr,
                          [&](const host::WebRequest &request) { return guard.Answer(routes, request); });
   std::printf("nqeweb: ready at %s://%s/\n", identity ? "https" : "http", server.address().Text().c_str());
   std::fflush(stdout);
