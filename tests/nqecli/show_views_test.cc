@@ -15,7 +15,7 @@ using host::ViewLayout;
 
 TEST(ShowViewsTest, EveryTableOfTheDiagCommandHasAViewOfItsNameAndNoOtherViewsAreThere) {
   std::map<uint32_t, std::string> named, laidOut;
-  for (const TableLine &line : TableLines()) named[line.id] = line.name;
+  for (const host::TableLine &line : host::TableLines()) named[line.id] = line.name;
   for (const ViewLayout &view : Layout::BuiltIn().views()) laidOut[view.id] = view.name;
   EXPECT_EQ(laidOut, named);
   EXPECT_EQ(laidOut.size(), 87u);
