@@ -42,7 +42,7 @@ constexpr ViewKeys kViewKeys[] = {
     {"ssw_macinfo", {"mac", "bridge_id", "vlan_id"}},
     {"port_isolate", {"", "@source_if_index", "@destination_if_index"}},
     {"port_tag", {"", "port_id"}},
-    {"afpacket_filter", {"eth_type"}},
+    {"afpacket_filter", {"#eth_type"}},
     {"usf_user", {"mac"}},
     {"usf_stat", {"", "stat_id"}},
     {"car", {"", "car_id"}},
@@ -97,6 +97,7 @@ class KeyWords {
       *word += ':' + second;
       return true;
     }
+    if (key.starts_with('#')) return Hexadecimal(key.substr(1), word);
     return key.starts_with('@') ? ControlPlaneNumber(key.substr(1), word) : Value(key, word);
   }
 
@@ -107,6 +108,17 @@ class KeyWords {
     const Leaf &leaf = leaves.front();
     AppendValue(&source_, leaf.ref, leaf.inKey ? record_.key : record_.record, word);
     return !word->empty() && word->find('\\') == word->npos;
+  }
+
+  bool Hexadecimal(std::string_view path, std::string *word) const {
+    const std::vector<Leaf> leaves = LeavesAt(table_, path);
+    if (leaves.size() != 1) return false;
+    char text[32];
+    const Leaf &leaf = leaves.front();
+    std::snprintf(text, sizeof(text), "0x%04llx",
+                  static_cast<unsigned long long>(leaf.ref.Get(leaf.inKey ? record_.key : record_.record)));
+    *word = text;
+    return true;
   }
 
   bool ControlPlaneNumber(std::string_view path, std::string *word) const {

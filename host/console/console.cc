@@ -1,5 +1,7 @@
 #include "host/console/console.h"
 
+#include <algorithm>
+
 #include "host/answers/documents.h"
 #include "host/arena/arena_layout.h"
 #include "host/base/arguments.h"
@@ -168,15 +170,27 @@ Console::~Console() = default;
 void Console::Stop() { history_->Stop(); }
 
 void Console::AddTo(Routes *routes) {
-  AddEngineRoutes(routes);
-  AddTableRoutes(routes);
-  AddInspectRoutes(routes);
-  AddCommandRoutes(routes);
-  AddLiveRoutes(routes);
-  AddChangeRoutes(routes);
+  Routes own;
+  AddEngineRoutes(&own, routes);
+  AddTableRoutes(&own);
+  AddInspectRoutes(&own);
+  AddCommandRoutes(&own);
+  AddLiveRoutes(&own);
+  AddChangeRoutes(&own);
+  // A page that shows an engine names it in all that it asks.
+  for (Route route : own.rows()) {
+    const bool takesEngine =
+        std::ranges::find(route.parameters, "engine", &WebParameter::name) != route.parameters.end();
+    if (!takesEngine) route.parameters.push_back(EngineParameter());
+    route.run = [this, run = std::move(route.run)](const RouteCall &call) {
+      EngineOf(&engines_, call);
+      return run(call);
+    };
+    routes->Add(std::move(route));
+  }
 }
 
-void Console::AddEngineRoutes(Routes *routes) {
+void Console::AddEngineRoutes(Routes *routes, const Routes *all) {
   routes->Add(
       {.path = "/api/v1/engines",
        .about = "the engines that this server shows, how each is found now, and whether it may change them",
@@ -198,9 +212,9 @@ void Console::AddEngineRoutes(Routes *routes) {
   routes->Add({.path = "/api/v1/openapi.json",
                .about = "this description",
                .document = R"({"type":"object","required":["openapi","info","paths"]})",
-               .run = [routes](const RouteCall &) {
-                 return DocumentAnswer(
-                     [routes](TextOut *out) { WriteOpenApi(out, *routes, ProgramVersion()); }, "");
+               .run = [all](const RouteCall &) {
+                 return DocumentAnswer([all](TextOut *out) { WriteOpenApi(out, *all, ProgramVersion()); },
+                                       "");
                }});
 }
 

@@ -32,7 +32,7 @@ class Console {
   void Stop();
 
  private:
-  void AddEngineRoutes(Routes *routes);
+  void AddEngineRoutes(Routes *routes, const Routes *all);
   void AddTableRoutes(Routes *routes);
   WebAnswer AnswerRecord(const RouteCall &call);
   void AddInspectRoutes(Routes *routes);
