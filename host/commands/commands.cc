@@ -147,6 +147,10 @@ EngineReply Trace(Engine &engine, const Words &words) {
   return {kReplyOk, RunTraceCommand(&engine.switches(), BehindName(words)), {}};
 }
 
+EngineReply TraceTail(Engine &engine, const Words &words) {
+  return {kReplyOk, RunTraceTailCommand(engine.switches().traceTail, BehindName(words)), {}};
+}
+
 EngineReply Region(Engine &engine, const Words &words) {
   return {kReplyOk, RunRegionCommand(engine, BehindName(words)), {}};
 }
@@ -168,6 +172,8 @@ constexpr Command kCommands[] = {
     {"status", "status", "what this engine is and holds", Status},
     {"trace-pkt-nqe", "trace-pkt-nqe ...",
      "conditions of the engine's packet trace; alone it lists its words", Trace},
+    {"trace-tail", "trace-tail [N]", "lines of the packet trace behind number N, the last one's number first",
+     TraceTail},
 };
 
 EngineReply Help(Engine &, const Words &) {

@@ -1,6 +1,7 @@
 #include "host/commands/trace_command.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstdio>
 #include <optional>
 #include <string_view>
@@ -120,6 +121,20 @@ std::string RunTraceCommand(Switches *switches, std::span<const std::string> wor
   constexpr const char *kCommands[] = {"set", "display"};
   const bool isSet = FindWord("trace-pkt-nqe", kCommands, words[0]) == 0;
   return isSet ? Set(switches, words.subspan(1)) : Display(*switches, words.subspan(1));
+}
+
+std::string RunTraceTailCommand(const TraceTail &tail, std::span<const std::string> words) {
+  uint64_t behind = 0;
+  const std::string word = words.empty() ? "0" : words[0];
+  const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), behind);
+  if (words.size() > 1 || error != std::errc() || end != word.data() + word.size())
+    throw HostError("trace-tail takes the number of the last line that is known, or nothing");
+  std::string text = std::to_string(tail.last) + "\n";
+  const uint64_t before =
+      tail.last - tail.lines.size();  // the number of the line before the first that is kept
+  for (size_t i = behind > before ? behind - before : 0; i < tail.lines.size(); ++i)
+    text += tail.lines[i] + "\n";
+  return text;
 }
 
 }  // namespace qdt::host

@@ -13,6 +13,10 @@ namespace qdt::host {
 // values that do not fit.
 std::string RunTraceCommand(Switches *switches, std::span<const std::string> words);
 
+// The engine command "trace-tail [N]": the number of the last line of the packet trace, then the lines behind
+// number N that are still known.
+std::string RunTraceTailCommand(const TraceTail &tail, std::span<const std::string> words);
+
 }  // namespace qdt::host
 
 #endif  // HOST_COMMANDS_TRACE_COMMAND_H_

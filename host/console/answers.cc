@@ -77,6 +77,9 @@ WebAnswer DocumentAnswer(const std::function<void(TextOut *out)> &write, const s
     BoundedOut out;
     write(&out);
     answer.body = out.Take();
+  } catch (const HostError &error) {
+    // What was asked is right: the engine lacks it, or changes faster than it can be read.
+    throw WebProblem(503, error.what(), "engine-data");
   } catch (const TooLong &) {
     throw WebProblem(413, "this answer is longer than " + std::to_string(kMostBytes >> 20) +
                               " MiB; ask for less, or: " + command);

@@ -4,7 +4,9 @@
 #include <array>
 #include <chrono>
 #include <cstdint>
+#include <deque>
 #include <optional>
+#include <string>
 
 namespace qdt::host {
 
@@ -31,11 +33,26 @@ struct TraceConditions {
   std::chrono::steady_clock::time_point set{};
 };
 
+// The last lines of the packet trace, for who follows it from elsewhere.
+struct TraceTail {
+  static constexpr size_t kLines = 512;
+
+  void Add(const std::string &line) {
+    if (lines.size() == kLines) lines.pop_front();
+    lines.push_back(line);
+    ++last;
+  }
+
+  std::deque<std::string> lines;
+  uint64_t last = 0;  // number of the last line, counted from 1
+};
+
 // What command lines have set in the engine. Each engine starts with this.
 struct Switches {
   EgnSwitches egn;
   std::array<TraceConditions, 4> traces;
   bool performanceMode = false;
+  TraceTail traceTail;
 };
 
 }  // namespace qdt::host

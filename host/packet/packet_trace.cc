@@ -62,6 +62,7 @@ void PacketTrace::Count(const Packet &packet) {
 // Who chose neither place, as the management agent does, sees the lines on the console.
 void PacketTrace::Print(const Packet &packet) {
   const std::string line = DescribePacket(packet);
+  if (output_.tail) output_.tail(line);
   if (conditions_.printLog != 0) output_.log(line);
   if (conditions_.printConsole != 0 || conditions_.printLog == 0) output_.console(line);
 }

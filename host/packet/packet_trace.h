@@ -14,6 +14,8 @@ namespace qdt::host {
 struct TraceOutput {
   std::function<void(const std::string &line)> console;
   std::function<void(const std::string &line)> log;
+  std::function<void(const std::string &line)> tail =
+      {};  // gets each line, wherever else it goes; may be empty
 };
 
 // The engine's side of the packet trace: counts and prints the packets that match the conditions which others

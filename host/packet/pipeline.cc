@@ -24,13 +24,18 @@ void WriteToConsole(const std::string &line) { TellConsole("trace: " + line); }
 
 void WriteToLog(const std::string &line) { syslog(LOG_INFO, "trace: %s", line.c_str()); }
 
+TraceOutput WithTail(Engine *engine, TraceOutput output) {
+  output.tail = [engine](const std::string &line) { engine->switches().traceTail.Add(line); };
+  return output;
+}
+
 }  // namespace
 
 Pipeline::Pipeline(Engine *engine, TraceOutput output)
     : interfaces_(engine->layout()),
       measurement_(engine->measurement()),
       path_(&engine->statistics(), &interfaces_, &measurement_, &engine->filler()),
-      trace_(FindBlock(engine->arena()), std::move(output)) {}
+      trace_(FindBlock(engine->arena()), WithTail(engine, std::move(output))) {}
 
 Pipeline::Batch::Batch(Pipeline *pipeline) : pipeline_(*pipeline) {
   pipeline_.trace_.BeginTick(begun_);

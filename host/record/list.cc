@@ -15,14 +15,26 @@ struct Sorted {
   tbm::Place place;
 };
 
+// The value by which the records are sorted.
+std::vector<Leaf> SortLeaf(const ListRequest &request) {
+  const std::string_view path = std::string_view(request.sort).substr(request.sort.starts_with('-') ? 1 : 0);
+  std::vector<Leaf> leaves = LeavesAt(*request.table, path);
+  if (leaves.size() != 1)
+    throw HostError("--sort " + Quoted(request.sort) + " is not one value (name an element or field)");
+  return leaves;
+}
+
 class List {
  public:
-  List(const RecordSource &source, const ListRequest &request, RecordSink *sink)
-      : source_(source), request_(request), sink_(sink), reader_(source, *request.table) {
-    if (!request.sort.empty() && sink != nullptr) ReadSort(request.sort);
+  List(const RecordSource &source, const ListRequest &request, RecordSink *sink, ListResult *result)
+      : source_(source), request_(request), sink_(sink), reader_(source, *request.table), result_(*result) {
+    if (!request.sort.empty() && sink != nullptr) {
+      leaf_ = SortLeaf(request);
+      descending_ = request.sort.starts_with('-');
+    }
   }
 
-  ListResult Run() {
+  void Run() {
     if (sink_ != nullptr) sink_->Begin();
     try {
       leaf_.empty() ? Walk([this] { return Show(); }) : Sort();
@@ -31,7 +43,6 @@ class List {
       throw;
     }
     if (sink_ != nullptr) sink_->End(result_.count, result_.truncated);
-    return result_;
   }
 
  private:
@@ -40,17 +51,23 @@ class List {
     const std::optional<std::vector<uint8_t>> key = WholeKey(*request_.table, request_.where);
     const bool many = request_.table->spec.lookup == Lookup::kMany;
     if (key && !many) {
-      if (reader_.Find(key->data()) && IsWanted()) take();
+      if (reader_.Find(key->data()) && IsBehind() && IsWanted()) take();
       return;
     }
+    if (request_.behind && leaf_.empty() && !key) reader_.GoBehind(request_.behind->serial);
     const uint32_t groupKeySize = request_.table->spec.groupKeySize;
     std::optional<std::vector<uint8_t>> group;
     if (groupKeySize != 0) group = BeginOfKey(*request_.table, request_.where, groupKeySize);
     while (key     ? reader_.NextOfKey(key->data())
            : group ? reader_.NextOfGroup(group->data())
                    : reader_.Next()) {
-      if (IsWanted() && !take()) return;
+      if (IsBehind() && IsWanted() && !take()) return;
     }
+  }
+
+  // Of entries that share a key the walk begins anew for each page, there are few of them.
+  bool IsBehind() const {
+    return !request_.behind || !leaf_.empty() || reader_.entry().place.serial > request_.behind->serial;
   }
 
   bool IsWanted() const {
@@ -65,14 +82,8 @@ class List {
     }
     if (sink_ != nullptr) sink_->Record(RecordBytes(source_, reader_));
     ++result_.count;
+    result_.last.serial = reader_.entry().place.serial;
     return true;
-  }
-
-  void ReadSort(std::string_view sort) {
-    descending_ = sort.starts_with('-');
-    leaf_ = LeavesAt(*request_.table, sort.substr(descending_ ? 1 : 0));
-    if (leaf_.size() != 1)
-      throw HostError("--sort " + Quoted(sort) + " is not one value (name an element or field)");
   }
 
   // A record that lacks the value comes before all that have it.
@@ -90,7 +101,8 @@ class List {
       return sorted;
     }
     sorted.number = leaf.ref.Read(bytes);
-    if (IsTimeAgo(leaf.ref.kind)) sorted.number = source_.SecondsAgo(leaf.ref, sorted.number);
+    // The later, the fewer seconds ago; and the same on the next page, a moment later.
+    if (IsTimeAgo(leaf.ref.kind)) sorted.number = UINT64_MAX - sorted.number;
     // Below zero comes before zero.
     if (leaf.ref.kind == FieldKind::kSigned) sorted.number ^= WideValue{1} << 127;
     return sorted;
@@ -109,8 +121,15 @@ class List {
   void Sort() {
     std::vector<Sorted> kept;
     const auto before = [this](const Sorted &a, const Sorted &b) { return Before(a, b); };
+    Sorted behind;
+    if (request_.behind) {
+      behind.number = request_.behind->number;
+      behind.text = request_.behind->text;
+      behind.place.serial = request_.behind->serial;
+    }
     Walk([&] {
       Sorted sorted = KeyOf();
+      if (request_.behind && !Before(behind, sorted)) return true;
       if (kept.size() == request_.limit) {
         result_.truncated = true;
         if (kept.empty() || !Before(sorted, kept.front())) return !kept.empty();
@@ -129,6 +148,7 @@ class List {
       sink_->Record(RecordBytes(source_, reader_));
       ++result_.count;
     }
+    if (!kept.empty()) result_.last = {kept.back().place.serial, kept.back().number, kept.back().text};
   }
 
   const RecordSource &source_;
@@ -137,13 +157,78 @@ class List {
   EntryReader reader_;
   std::vector<Leaf> leaf_;  // what is sorted by
   bool descending_ = false;
-  ListResult result_;
+  ListResult &result_;
 };
+
+void AppendHex(WideValue number, std::string *text) {
+  char digits[32];
+  size_t count = 0;
+  do {
+    digits[count++] = "0123456789abcdef"[static_cast<size_t>(number & 15)];
+    number >>= 4;
+  } while (number != 0);
+  while (count != 0) *text += digits[--count];
+}
+
+// Takes digits from the beginning of the text, at most `most`; false when there are none or more.
+bool TakeHex(std::string_view *text, size_t most, WideValue *number) {
+  *number = 0;
+  size_t count = 0;
+  for (; !text->empty() && text->front() != '.'; text->remove_prefix(1)) {
+    const char c = text->front();
+    const int digit = c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
+    if (digit < 0 || ++count > most) return false;
+    *number = *number << 4 | static_cast<WideValue>(digit);
+  }
+  return count != 0;
+}
 
 }  // namespace
 
+std::string ListPosition::Text() const {
+  std::string all;
+  AppendHex(serial, &all);
+  if (number == 0 && text.empty()) return all;
+  all += '.';
+  AppendHex(number, &all);
+  if (text.empty()) return all;
+  all += '.';
+  for (const char c : text) {
+    all += "0123456789abcdef"[static_cast<uint8_t>(c) >> 4];
+    all += "0123456789abcdef"[static_cast<uint8_t>(c) & 15];
+  }
+  return all;
+}
+
+std::optional<ListPosition> ListPosition::Parse(std::string_view text) {
+  ListPosition position;
+  WideValue serial = 0;
+  if (!TakeHex(&text, 16, &serial)) return std::nullopt;
+  position.serial = static_cast<uint64_t>(serial);
+  if (text.empty()) return position;
+  text.remove_prefix(1);
+  if (!TakeHex(&text, 32, &position.number)) return std::nullopt;
+  if (text.empty()) return position;
+  text.remove_prefix(1);
+  for (; !text.empty(); text.remove_prefix(2)) {
+    std::string_view digits = text.substr(0, 2);
+    WideValue byte = 0;
+    if (digits.size() != 2 || !TakeHex(&digits, 2, &byte) || !digits.empty()) return std::nullopt;
+    position.text += static_cast<char>(byte);
+  }
+  return position;
+}
+
+void CheckSort(const ListRequest &request) { SortLeaf(request); }
+
 ListResult RunList(const RecordSource &source, const ListRequest &request, RecordSink *sink) {
-  return List(source, request, sink).Run();
+  ListResult result;
+  RunList(source, request, sink, &result);
+  return result;
+}
+
+void RunList(const RecordSource &source, const ListRequest &request, RecordSink *sink, ListResult *result) {
+  List(source, request, sink, result).Run();
 }
 
 }  // namespace qdt::host

@@ -71,12 +71,13 @@ void JsonEndCounted(JsonWriter *json, TextOut *out, uint64_t count) {
   out->Put('\n');
 }
 
-void JsonEndCounted(JsonWriter *json, TextOut *out, uint64_t count, bool truncated) {
+void JsonEndCounted(JsonWriter *json, TextOut *out, uint64_t count, bool truncated, const MoreMembers &more) {
   json->EndArray();
   JsonKey(json, "count");
   json->Uint64(count);
   JsonKey(json, "truncated");
   json->Bool(truncated);
+  if (more) more(json);
   json->EndObject();
   out->Put('\n');
 }

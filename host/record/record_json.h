@@ -2,6 +2,7 @@
 #define HOST_RECORD_RECORD_JSON_H_
 
 #include <cstring>
+#include <functional>
 #include <limits>
 #include <new>
 #include <string_view>
@@ -61,8 +62,11 @@ inline void JsonKey(JsonWriter *json, std::string_view key) {
 }
 // Ends the array of a document, which then says how many it had, and the document's line.
 void JsonEndCounted(JsonWriter *json, TextOut *out, uint64_t count);
+// Adds members to a document before it ends.
+using MoreMembers = std::function<void(JsonWriter *json)>;
 // The same for an array that may have been cut.
-void JsonEndCounted(JsonWriter *json, TextOut *out, uint64_t count, bool truncated);
+void JsonEndCounted(JsonWriter *json, TextOut *out, uint64_t count, bool truncated,
+                    const MoreMembers &more = {});
 // A text of an engine, escaped.
 void JsonEscaped(JsonWriter *json, std::string_view text);
 

@@ -29,7 +29,9 @@ class JsonSink : public RecordSink {
     json_.StartArray();
   }
   void Record(const RecordBytes &record) override { WriteJson(&json_, record, shape_); }
-  void End(uint64_t count, bool truncated) override { JsonEndCounted(&json_, &out_, count, truncated); }
+  void End(uint64_t count, bool truncated) override {
+    JsonEndCounted(&json_, &out_, count, truncated, name_.more);
+  }
   // A document that stops in the middle is none.
   void Fail(std::string_view) override { out_.Put('\n'); }
 

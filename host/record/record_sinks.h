@@ -2,6 +2,7 @@
 #define HOST_RECORD_RECORD_SINKS_H_
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -29,6 +30,8 @@ struct AnswerName {
   std::string_view kind;
   std::string_view name;
   uint32_t id = 0;
+  // Writes further members at the end of a JSON document; may be empty.
+  MoreMembers more = {};
 };
 
 // `fields` are those of the record. Columns are cut to `width` characters a line, 0 is no limit; what was

@@ -39,6 +39,12 @@ RecordSource::RecordSource(std::unique_ptr<Arena> arena, const Layout &layout, b
   now_ = header.savedTime / kNanoseconds;
 }
 
+void RecordSource::LookNow() {
+  if (!live_) return;
+  uptime_ = SecondsOf(CLOCK_MONOTONIC);
+  now_ = SecondsOf(CLOCK_REALTIME);
+}
+
 std::unique_ptr<RecordSource> RecordSource::OfEngine(const std::string &arena, const Layout &layout) {
   return std::unique_ptr<RecordSource>(
       new RecordSource(Arena::Look(arena, Arena::Access::kLive), layout, true));
@@ -182,7 +188,7 @@ bool EntryReader::Next() {
     return true;
   }
   const uint64_t count = view_->EntryNum();
-  if (!source_.IsLive() && (walked_ > count + 1 || walked_ + 1 < count)) FailRestless();
+  if (!isPart_ && !source_.IsLive() && (walked_ > count + 1 || walked_ + 1 < count)) FailRestless();
   return false;
 }
 

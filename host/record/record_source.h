@@ -51,6 +51,9 @@ class RecordSource {
   // The same for who has looked the targets up, because he asks often.
   Reference Resolve(std::span<const TableLayout *const> targets, uint64_t address) const;
 
+  // Takes this moment for the one that a view of a running engine shows, which is else that of its making.
+  void LookNow();
+
   // What people see of a time: the seconds that have passed since, at the moment that the source shows; 0 for
   // one to come.
   WideValue SecondsAgo(const FieldRef &field, WideValue stored) const;
@@ -103,6 +106,11 @@ class EntryReader {
   bool Next();
   // The same without a look at the entry: only its place, for Again.
   bool NextPlace(tbm::Place *place);
+  // Next goes on behind the entry of this serial, whether it is still there or not.
+  void GoBehind(uint64_t serial) {
+    place_ = {serial, 0, 0, 0, 0, 0};
+    isPart_ = true;
+  }
   // The same as Next among the entries that share a key, and in a table with groups among those of the key's
   // group; to begin anew, Rewind.
   bool NextOfKey(const uint8_t *key);
@@ -110,6 +118,7 @@ class EntryReader {
   void Rewind() {
     place_ = {};
     walked_ = 0;
+    isPart_ = false;
   }
 
   // The entry of a key; false when there is none.
@@ -145,6 +154,7 @@ class EntryReader {
   tbm::Place place_;  // of the walk
   uint64_t endSerial_ = 0;
   uint64_t walked_ = 0;          // entries that Next has given
+  bool isPart_ = false;          // not all that stand before are
   std::vector<uint64_t> words_;  // key, then record
   Entry entry_;
 };

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "host/base/host_error.h"
+#include "host/web/lost_pages.h"
 #include "host/web/message.h"
 
 namespace qdt::host {
@@ -54,29 +55,31 @@ std::unique_ptr<RecordSource> WebEngine::Open() const {
   return saved_ ? RecordSource::OfSnapshot(path_, layout) : RecordSource::OfEngine(path_, layout);
 }
 
+// A saved arena that is another file now.
 void WebEngine::Renew() {
-  if (!saved_) {
-    std::erase_if(kept_, [](const auto &source) { return !source->arena().EngineAlive(); });
-    return;
-  }
   struct stat now = {};
-  if (stat(path_.c_str(), &now) == 0 && SameFile(now, file_)) return;
+  if (!saved_ || (stat(path_.c_str(), &now) == 0 && SameFile(now, file_))) return;
   file_ = now;
   kept_.clear();
   ++generation_;
 }
 
+std::unique_ptr<RecordSource> WebEngine::TakeKept(uint64_t *generation) {
+  const std::lock_guard lock(mutex_);
+  Renew();
+  *generation = generation_;
+  if (kept_.empty()) return nullptr;
+  std::unique_ptr<RecordSource> source = std::move(kept_.back());
+  kept_.pop_back();
+  return source;
+}
+
 WebEngine::Loan WebEngine::Borrow() {
-  uint64_t generation;
-  {
-    const std::lock_guard lock(mutex_);
-    Renew();
-    generation = generation_;
-    if (!kept_.empty()) {
-      std::unique_ptr<RecordSource> source = std::move(kept_.back());
-      kept_.pop_back();
-      return Loan(this, std::move(source), generation);
-    }
+  uint64_t generation = 0;
+  while (std::unique_ptr<RecordSource> source = TakeKept(&generation)) {
+    if (!saved_ && !source->arena().EngineAlive()) continue;
+    source->LookNow();
+    return Loan(this, std::move(source), generation);
   }
   try {
     return Loan(this, Open(), generation);
@@ -98,7 +101,8 @@ WebEngine::Loan::~Loan() {
 
 EngineLook WebEngine::Look() {
   try {
-    const Loan loan = Borrow();
+    if (!Survive([this] { Borrow(); }))
+      return {EngineState::kDamaged, "the arena at " + path_ + " is being cut short"};
     return {saved_ ? EngineState::kSaved : EngineState::kUp, ""};
   } catch (const EngineProblem &problem) {
     return {problem.state(), problem.what()};

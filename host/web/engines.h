@@ -85,8 +85,8 @@ class WebEngine {
 
  private:
   std::unique_ptr<RecordSource> Open() const;
-  // Drops views of what is no longer at the path.
   void Renew();
+  std::unique_ptr<RecordSource> TakeKept(uint64_t *generation);
   void Return(std::unique_ptr<RecordSource> source, uint64_t generation);
 
   static constexpr size_t kKept = 4;  // views that wait for the next reader

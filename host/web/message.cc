@@ -5,6 +5,23 @@
 #include "host/record/record_json.h"
 
 namespace qdt::host {
+
+size_t Utf8CharacterAt(std::string_view text) {
+  const auto first = static_cast<uint8_t>(text[0]);
+  if (first < 0x80) return 1;
+  const size_t size = first >= 0xf0 ? 4 : first >= 0xe0 ? 3 : 2;
+  if (first < 0xc2 || first > 0xf4 || text.size() < size) return 0;
+  uint32_t code = first & (0x7fu >> size);
+  for (size_t i = 1; i < size; ++i) {
+    const auto next = static_cast<uint8_t>(text[i]);
+    if ((next & 0xc0) != 0x80) return 0;
+    code = code << 6 | (next & 0x3fu);
+  }
+  constexpr uint32_t kLeast[] = {0, 0, 0x80, 0x800, 0x10000};
+  const bool surrogate = code >= 0xd800 && code <= 0xdfff;
+  return code < kLeast[size] || code > 0x10ffff || surrogate ? 0 : size;
+}
+
 namespace {
 
 int DigitOf(char c) {
@@ -35,26 +52,9 @@ bool Decode(std::string_view text, bool plusIsBlank, std::string *decoded) {
   return true;
 }
 
-// Bytes of the UTF-8 character that begins here, 0 when none does.
-size_t CharacterAt(std::string_view text) {
-  const auto first = static_cast<uint8_t>(text[0]);
-  if (first < 0x80) return 1;
-  const size_t size = first >= 0xf0 ? 4 : first >= 0xe0 ? 3 : 2;
-  if (first < 0xc2 || first > 0xf4 || text.size() < size) return 0;
-  uint32_t code = first & (0x7fu >> size);
-  for (size_t i = 1; i < size; ++i) {
-    const auto next = static_cast<uint8_t>(text[i]);
-    if ((next & 0xc0) != 0x80) return 0;
-    code = code << 6 | (next & 0x3fu);
-  }
-  constexpr uint32_t kLeast[] = {0, 0, 0x80, 0x800, 0x10000};
-  const bool surrogate = code >= 0xd800 && code <= 0xdfff;
-  return code < kLeast[size] || code > 0x10ffff || surrogate ? 0 : size;
-}
-
 bool IsUtf8(std::string_view text) {
   while (!text.empty()) {
-    const size_t size = CharacterAt(text);
+    const size_t size = Utf8CharacterAt(text);
     if (size == 0) return false;
     text.remove_prefix(size);
   }

@@ -31,6 +31,9 @@ struct WebRequest {
 // UTF-8.
 bool ReadTarget(std::string_view target, WebRequest *request);
 
+// Bytes of the UTF-8 character that the text, not empty, begins with; 0 when it begins with none.
+size_t Utf8CharacterAt(std::string_view text);
+
 // Where an answer that has no end yet is written to. False when nobody reads it any longer.
 using SendPart = std::function<bool(std::string_view part)>;
 

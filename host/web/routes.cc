@@ -5,9 +5,12 @@
 #include <new>
 
 #include "host/base/host_error.h"
+#include "host/web/lost_pages.h"
 
 namespace qdt::host {
 namespace {
+
+constexpr std::chrono::seconds kHeavyQueue{5};
 
 // The parts of a path between slashes.
 std::vector<std::string_view> PartsOf(std::string_view path) {
@@ -124,6 +127,23 @@ std::optional<uint64_t> RouteCall::Number(std::string_view name) const {
 
 bool RouteCall::Flag(std::string_view name) const { return Has(name) && Text(name) != "false"; }
 
+WebAnswer Routes::Run(const Route &route, const RouteCall &call) const {
+  struct Permit {
+    explicit Permit(std::counting_semaphore<> *semaphore) : heavy(semaphore) {
+      if (heavy == nullptr || heavy->try_acquire_for(kHeavyQueue)) return;
+      throw WebProblem(503, "too many long questions are being answered; ask again", "busy");
+    }
+    ~Permit() {
+      if (heavy != nullptr) heavy->release();
+    }
+    Permit(const Permit &) = delete;
+    std::counting_semaphore<> *const heavy;
+  } const permit(route.heavy ? &heavy_ : nullptr);
+  WebAnswer answer;
+  if (Survive([&] { answer = route.run(call); })) return answer;
+  throw WebProblem(503, "an arena was cut short while it was read", "engine-damaged");
+}
+
 WebAnswer Routes::Answer(const WebRequest &request) const {
   const std::vector<std::string_view> parts = PartsOf(request.path);
   const std::string_view method = request.method == "HEAD" ? "GET" : std::string_view(request.method);
@@ -136,7 +156,7 @@ WebAnswer Routes::Answer(const WebRequest &request) const {
       continue;
     }
     try {
-      return route.run(RouteCall(route, request, std::move(values)));
+      return Run(route, RouteCall(route, request, std::move(values)));
     } catch (const WebProblem &problem) {
       return problem.Answer();
     } catch (const HostError &error) {

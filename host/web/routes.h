@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <semaphore>
 #include <span>
 #include <string>
 #include <string_view>
@@ -42,12 +43,12 @@ struct Route {
   std::string_view method = "GET";
   std::string_view path;   // "/api/v1/tables/{table}/fields"
   std::string_view about;  // one line
-  std::vector<WebParameter> parameters;
+  std::vector<WebParameter> parameters = {};
   // The answer's schema: the name of one of the documents of nqecli (SchemaDocuments), or a JSON schema that
   // begins with a brace. Empty: no JSON.
-  std::string_view document;
+  std::string_view document = {};
   std::string_view contentType = "application/json";
-  std::function<WebAnswer(const RouteCall &call)> run;
+  std::function<WebAnswer(const RouteCall &call)> run = {};
   // Of a request that changes something: the schema of its body.
   std::string_view body = {};
   bool hidden = false;  // stands in no description: files of the page
@@ -85,7 +86,11 @@ class Routes {
   WebAnswer Answer(const WebRequest &request) const;
 
  private:
+  WebAnswer Run(const Route &route, const RouteCall &call) const;
+
+  static constexpr int kHeavy = 2;  // heavy routes at a time
   std::vector<Route> rows_;
+  mutable std::counting_semaphore<> heavy_{kHeavy};
 };
 
 // The OpenAPI 3.1 description of the routes that are not hidden. `version` is that of the interface's

@@ -128,7 +128,7 @@ void WebServer::Begin(Connection *connection, Doing doing) {
   connection->doing = doing;
 }
 
-void WebServer::Run(int stop) {
+void WebServer::Run(int stop, const std::function<void()> &stopping) {
   for (;;) {
     pollfd wanted[] = {{stop, POLLIN, 0}, {listener_.get(), POLLIN, 0}};
     if (poll(wanted, 2, -1) < 0 && errno != EINTR) break;
@@ -136,6 +136,7 @@ void WebServer::Run(int stop) {
     if (wanted[1].revents != 0) Accept();
   }
   stopping_ = true;
+  stopping();
   listener_ = UniqueFd();
   std::unique_lock lock(mutex_);
   for (const Connection &connection : connections_) shutdown(connection.socket.get(), SHUT_RDWR);

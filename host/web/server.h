@@ -51,8 +51,9 @@ class WebServer {
 
   // With the port that it listens on.
   const WebAddress &address() const { return address_; }
-  // Returns when `stop`, a descriptor, becomes readable, and all connections have ended.
-  void Run(int stop);
+  // Returns when `stop`, a descriptor, becomes readable, and all connections have ended; `stopping` is called
+  // in between, for who keeps answers going.
+  void Run(int stop, const std::function<void()> &stopping);
 
  private:
   enum class Doing : uint8_t { kWaiting, kAsking, kAnswering };

@@ -4,8 +4,8 @@
 #include <string>
 
 #include "host/layout/layout.h"
+#include "host/library/table_lines.h"
 #include "qdt/tables.h"
-#include "tools/nqecli/table_lines.h"
 
 namespace qdt::nqecli {
 namespace {
@@ -15,7 +15,7 @@ using host::ViewLayout;
 
 TEST(ShowViewsTest, EveryTableOfTheDiagCommandHasAViewOfItsNameAndNoOtherViewsAreThere) {
   std::map<uint32_t, std::string> named, laidOut;
-  for (const TableLine &line : TableLines()) named[line.id] = line.name;
+  for (const host::TableLine &line : host::TableLines()) named[line.id] = line.name;
   for (const ViewLayout &view : Layout::BuiltIn().views()) laidOut[view.id] = view.name;
   EXPECT_EQ(laidOut, named);
   EXPECT_EQ(laidOut.size(), 87u);

@@ -50,6 +50,74 @@ things:
   }
 };
 
+// The values of `index`, page by page; each page is asked for with the text that the one before ended with.
+std::string PagesOf(const RecordSource &source, ListRequest request) {
+  std::string pages;
+  for (int page = 0; page < 10; ++page) {
+    StringOut out;
+    const RecordShape shape = RecordShape::Select(*request.table, "index");
+    const auto sink = MakeSink(RecordFormat::kJsonLines, &out, {"table", "things", 0}, shape,
+                               request.table->fields, 0, nullptr);
+    ListResult result;
+    RunList(source, request, sink.get(), &result);
+    std::string text = out.Take();
+    for (size_t at; (at = text.find("{\"index\":")) != text.npos;) {
+      text.erase(0, at + 9);
+      pages += text.substr(0, text.find('}')) + " ";
+    }
+    if (!result.truncated) return pages;
+    pages += "| ";
+    request.behind = ListPosition::Parse(result.last.Text());
+    EXPECT_TRUE(request.behind);
+  }
+  return pages;
+}
+
+TEST_F(ListTest, PageByPage) {
+  const auto source = arena_.Source();
+  ListRequest request = Request("things", {});
+  request.limit = 2;
+  EXPECT_EQ(PagesOf(*source, request), "4 2 | 9 1 ");
+  request.limit = 1;
+  EXPECT_EQ(PagesOf(*source, request), "4 | 2 | 9 | 1 ");
+  request.sort = "index";
+  EXPECT_EQ(PagesOf(*source, request), "1 | 2 | 4 | 9 ");
+  request.sort = "-signed_byte";
+  EXPECT_EQ(PagesOf(*source, request), "4 | 9 | 2 | 1 ");
+  request.sort = "name";
+  EXPECT_EQ(PagesOf(*source, request), "1 | 2 | 4 | 9 ");
+  request.sort = "-seen";
+  EXPECT_EQ(PagesOf(*source, request), "1 | 2 | 9 | 4 ");
+  request.sort = "part.a";
+  EXPECT_EQ(PagesOf(*source, request), "2 | 9 | 1 | 4 ");
+}
+
+TEST_F(ListTest, APageOfAKeysEntries) {
+  const auto source = arena_.Source();
+  ListRequest request = Request("list", {"owner=9"});
+  request.limit = 2;
+  const ListResult first = RunList(*source, request, nullptr);
+  EXPECT_TRUE(first.truncated);
+  request.behind = first.last;
+  const ListResult second = RunList(*source, request, nullptr);
+  EXPECT_EQ(second.count, 1u);
+  EXPECT_FALSE(second.truncated);
+}
+
+TEST(ListPositionTest, IsATextOfDigitsAndPoints) {
+  EXPECT_EQ((ListPosition{31, 0, ""}.Text()), "1f");
+  EXPECT_EQ((ListPosition{1, 0xc000020b, ""}.Text()), "1.c000020b");
+  EXPECT_EQ((ListPosition{1, 0, "a\n"}.Text()), "1.0.610a");
+  EXPECT_EQ((ListPosition{0, ~WideValue{0}, ""}.Text()), "0.ffffffffffffffffffffffffffffffff");
+  const auto read = ListPosition::Parse("1.2.610a");
+  ASSERT_TRUE(read);
+  EXPECT_TRUE(read->serial == 1 && read->number == 2 && read->text == "a\n");
+  for (const char *wrong : {"", ".", "1.", "x", "1.x", "1.2.6", "1.2.6x", "-1", "1 ", "11111111111111111",
+                            "1.111111111111111111111111111111111"}) {
+    EXPECT_FALSE(ListPosition::Parse(wrong)) << wrong;
+  }
+}
+
 TEST_F(ListTest, InTheOrderOfInsertion) {
   EXPECT_EQ(Values("things", {}), "4 2 9 1");
   EXPECT_EQ(Values("list", {}, "value"), "3 1 2 3");

@@ -9,9 +9,12 @@
 #include <string_view>
 #include <vector>
 
-#include "tools/nqecli/table_lines.h"
+#include "host/library/table_lines.h"
 
 namespace qdt::nqecli {
+
+using host::TableLine;
+using host::TableLines;
 
 constexpr size_t kKeyCount = 4;
 

@@ -216,21 +216,6 @@ const host::RegionLayout *RegionOf(std::string_view name) {
   return region;
 }
 
-void WritePlace(host::JsonWriter *json, const host::TableLayout *table, const host::RegionLayout *region,
-                const uint8_t *key) {
-  if (region != nullptr) {
-    host::JsonKey(json, "region");
-    return host::JsonText(json, region->spec.name);
-  }
-  host::JsonKey(json, "table");
-  host::JsonText(json, table->shortName);
-  host::JsonKey(json, "id");
-  json->Uint(table->spec.id);
-  if (key == nullptr) return;
-  host::JsonKey(json, "key");
-  host::WriteJsonKey(json, *table, key);
-}
-
 void AppendPlace(const host::TableLayout *table, const host::RegionLayout *region, const uint8_t *key,
                  std::string *line) {
   *line += region != nullptr ? std::string_view(region->spec.name) : table->shortName;

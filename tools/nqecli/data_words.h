@@ -81,11 +81,7 @@ const host::TableLayout &TableOf(std::string_view name, uint32_t uses = kUseList
 // nothing is known.
 const host::RegionLayout *RegionOf(std::string_view name);
 
-// Where a value stands, as members of an object: {"table": "fib", "id": 1, "key": {...}}, or {"region":
-// "..."}. The key is left out where it is null.
-void WritePlace(host::JsonWriter *json, const host::TableLayout *table, const host::RegionLayout *region,
-                const uint8_t *key);
-// The same in a line: "fib  prefix=26 vpn=0 destination=192.0.2.0", "-" for a key that is null.
+// Where a value stands, in a line: "fib  prefix=26 vpn=0 destination=192.0.2.0", "-" for a key that is null.
 void AppendPlace(const host::TableLayout *table, const host::RegionLayout *region, const uint8_t *key,
                  std::string *line);
 

@@ -4,9 +4,13 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <charconv>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <optional>
 
 #include "host/base/arguments.h"
@@ -15,6 +19,7 @@
 #include "host/base/trust.h"
 #include "host/console/console.h"
 #include "host/web/guard.h"
+#include "host/web/lost_pages.h"
 #include "host/web/page_files.h"
 #include "host/web/server.h"
 #include "host/wire/paths.h"
@@ -46,6 +51,11 @@ constexpr char kUsage[] =
     "  --certificate FILE, --key FILE\n"
     "                       speak TLS\n"
     "  --allow-changes      take requests that change something; they need a token\n"
+    "  --connections N      clients at a time, 128 unless told otherwise; a quarter of them may be "
+    "listeners\n"
+    "  --patience SECONDS   for a request to come and for an answer to be taken, 10 unless told otherwise\n"
+    "  --statement-time SECONDS\n"
+    "                       for a statement of SQL or an exact text, 5 unless told otherwise\n"
     "  --trust USER         believe engines of that user as well, beside this user's and root's\n"
     "  --help, --version\n"
     "\n"
@@ -59,11 +69,26 @@ struct CommandLine {
   std::vector<std::string> names{"localhost"};
   std::string tokenFile, certificate, key;
   bool allowChanges = false;
+  std::vector<std::string> trusted;
+  host::WebLimits limits;
+  uint32_t statementTime = 5;  // seconds
 };
+
+// Takes the option when it is the next word, with a number from 1 to `most`.
+bool TakeNumber(host::Arguments *arguments, const char *name, uint32_t most, uint32_t *number) {
+  std::string value;
+  if (!arguments->TakeValue(name, &value)) return false;
+  const char *end = value.data() + value.size();
+  const auto [stop, error] = std::from_chars(value.data(), end, *number);
+  if (error == std::errc() && stop == end && *number >= 1 && *number <= most) return true;
+  throw HostError(std::string(name) + " " + host::Quoted(value) + " is not a number from 1 to " +
+                  std::to_string(most));
+}
 
 CommandLine ReadCommandLine(host::Arguments arguments) {
   CommandLine line;
   std::string value;
+  uint32_t number = 0;
   while (!arguments.empty()) {
     if (arguments.Take("--help")) {
       line.help = true;
@@ -79,6 +104,13 @@ CommandLine ReadCommandLine(host::Arguments arguments) {
       line.names.push_back(value);
     } else if (arguments.TakeValue("--trust", &value)) {
       host::TrustUser(value);
+      line.trusted.push_back(value);
+    } else if (TakeNumber(&arguments, "--connections", 4096, &number)) {
+      line.limits.connections = number;
+      line.limits.streams = std::max(number / 4, 1u);
+    } else if (TakeNumber(&arguments, "--patience", 3600, &number)) {
+      line.limits.asking = line.limits.taking = std::chrono::seconds(number);
+    } else if (TakeNumber(&arguments, "--statement-time", 3600, &line.statementTime)) {
     } else if (arguments.Take("--allow-changes")) {
       line.allowChanges = true;
     } else if (!arguments.TakeValue("--token-file", &line.tokenFile) &&
@@ -116,8 +148,12 @@ host::UniqueFd StopSignals() {
   return fd;
 }
 
+// Where nqecli and its companions stand: beside this program.
+std::string OwnFolder() { return std::filesystem::read_symlink("/proc/self/exe").remove_filename(); }
+
 int Run(const CommandLine &line) {
   const host::UniqueFd stop = StopSignals();
+  host::WatchLostPages();
   std::optional<host::TlsIdentity> identity;
   if (!line.certificate.empty()) identity.emplace(line.certificate, line.key);
   host::GuardOptions guarded;
@@ -128,17 +164,23 @@ int Run(const CommandLine &line) {
   const host::Guard guard(guarded);
 
   host::WebEngines engines(line.paths);
+  host::ConsoleOptions shown;
+  shown.programs = OwnFolder();
+  shown.trusted = line.trusted;
+  shown.allowChanges = line.allowChanges;
+  shown.child.time = std::chrono::seconds(line.statementTime);
+  host::Console console(shown, &engines);
   host::Routes routes;
   host::AddPageRoutes(&routes, PageFiles());
-  host::AddApi(&routes, &engines);
+  console.AddTo(&routes);
   const host::MetricsExporter exporter(MetricsTargets(&engines), host::Layout::BuiltIn());
   AddMetricsRoutes(&routes, &exporter);
 
-  host::WebServer server(line.address, {}, identity ? &*identity : nullptr,
+  host::WebServer server(line.address, line.limits, identity ? &*identity : nullptr,
                          [&](const host::WebRequest &request) { return guard.Answer(routes, request); });
   std::printf("nqeweb: ready at %s://%s/\n", identity ? "https" : "http", server.address().Text().c_str());
   std::fflush(stdout);
-  server.Run(stop.get());
+  server.Run(stop.get(), [&console] { console.Stop(); });
   return 0;
 }
 

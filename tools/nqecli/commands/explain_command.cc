@@ -1,6 +1,7 @@
 #include <charconv>
 #include <string>
 
+#include "host/answers/documents.h"
 #include "host/base/host_error.h"
 #include "host/inspect/explain.h"
 #include "host/inspect/parts.h"
@@ -14,60 +15,7 @@ namespace {
 
 using host::ExplainStep;
 using host::HostError;
-using host::JsonKey;
-using host::JsonText;
 using host::Quoted;
-
-void WriteAsked(host::JsonWriter *json, const ExplainStep &step) {
-  json->StartObject();
-  for (const ExplainStep::Asked &asked : step.asked) {
-    JsonKey(json, asked.field);
-    if (FormOf(asked.ref.kind) == host::ValueForm::kNumber) {
-      json->Uint64(static_cast<uint64_t>(asked.value));
-    } else {
-      JsonText(json, host::ValueText(asked.ref, asked.value));
-    }
-  }
-  json->EndObject();
-}
-
-// {"explain": "192.0.2.11", "kind": "ipv4", "vpn": 0, "steps": [{"step": "neighbour", "depth": 0, "table":
-// "arp", "id": 4, "looked_for": {"vpn": 0, "next_hop": "192.0.2.11"}, "found": {...}, "note": ""}], "count":
-// 1}
-uint64_t PrintJson(StandardOut *out, const host::RecordSource &source, std::string_view address,
-                   const host::ExplainRequest &request) {
-  host::JsonWriter json(*out);
-  json.StartObject();
-  JsonKey(&json, "explain");
-  JsonText(&json, address);
-  JsonKey(&json, "kind");
-  JsonText(&json, request.address.KindName());
-  JsonKey(&json, "vpn");
-  json.Uint(request.vpn);
-  JsonKey(&json, "steps");
-  json.StartArray();
-  const uint64_t count = ExplainAddress(source, request, [&json](const ExplainStep &step) {
-    json.StartObject();
-    JsonKey(&json, "step");
-    JsonText(&json, step.step);
-    JsonKey(&json, "depth");
-    json.Uint(step.depth);
-    WritePlace(&json, step.table, nullptr, nullptr);
-    JsonKey(&json, "looked_for");
-    WriteAsked(&json, step);
-    JsonKey(&json, "found");
-    if (step.found == nullptr) {
-      json.Null();
-    } else {
-      host::WriteJson(&json, *step.found, host::RecordShape::Whole(*step.table));
-    }
-    JsonKey(&json, "note");
-    JsonText(&json, step.note);
-    json.EndObject();
-  });
-  JsonEndCounted(&json, out, count);
-  return count;
-}
 
 bool IsPlain(host::ValueForm form) {
   return form == host::ValueForm::kNumber || form == host::ValueForm::kText;
@@ -168,8 +116,9 @@ ExitCode Explain(const DataWords &words) {
   const auto source = OpenSource(words.place);
   uint64_t count = 0;
   WriteWhole([&](StandardOut *out) {
-    count = words.format == host::RecordFormat::kJson ? PrintJson(out, *source, address, request)
-                                                      : PrintLines(out, *source, request);
+    count = words.format == host::RecordFormat::kJson
+                ? host::WriteExplainDocument(out, *source, address, request)
+                : PrintLines(out, *source, request);
   });
   return count != 0 ? kAnswered : kFailed;
 }

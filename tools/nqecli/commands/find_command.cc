@@ -1,5 +1,6 @@
 #include <string>
 
+#include "host/answers/documents.h"
 #include "host/base/host_error.h"
 #include "host/inspect/find.h"
 #include "host/record/record_rows.h"
@@ -9,50 +10,10 @@
 namespace qdt::nqecli {
 namespace {
 
-using host::JsonKey;
 using host::Match;
 
-// Counts up to the limit; tells whether there were more.
-struct Count {
-  uint64_t limit;
-  uint64_t found = 0;
-  bool truncated = false;
-
-  bool Take() {
-    truncated = found == limit;
-    found += !truncated;
-    return !truncated;
-  }
-};
-
-// {"find": "02:00:5e:30:00:01", "kind": "mac", "matches": [{"table": "arp", "id": 4, "key": {...}, "field":
-// "dmac", "value": "02:00:5e:30:00:01"}], "count": 1, "truncated": false}
-void PrintJson(StandardOut *out, const host::RecordSource &source, std::string_view text,
-               const host::SearchValue &value, Count *count) {
-  host::JsonWriter json(*out);
-  json.StartObject();
-  JsonKey(&json, "find");
-  host::JsonEscaped(&json, text);
-  JsonKey(&json, "kind");
-  host::JsonText(&json, value.KindName());
-  JsonKey(&json, "matches");
-  json.StartArray();
-  FindValue(source, value, [&](const Match &match) {
-    if (!count->Take()) return false;
-    json.StartObject();
-    WritePlace(&json, match.table, match.region, match.key);
-    JsonKey(&json, "field");
-    host::JsonText(&json, match.path);
-    JsonKey(&json, "value");
-    host::WriteJsonValue(&json, match.record, match.field, match.ref, match.bytes);
-    json.EndObject();
-    return true;
-  });
-  JsonEndCounted(&json, out, count->found, count->truncated);
-}
-
 void PrintLines(StandardOut *out, const host::RecordSource &source, const host::SearchValue &value,
-                Count *count) {
+                host::MatchCount *count) {
   std::string line;
   FindValue(source, value, [&](const Match &match) {
     if (!count->Take()) return false;
@@ -83,10 +44,11 @@ ExitCode Find(const DataWords &words) {
   const std::string &text = words.words.front();
   const host::SearchValue value(text);
   const auto source = OpenSource(words.place);
-  Count count{words.limit};
+  host::MatchCount count{words.limit};
   const bool asJson = words.format == host::RecordFormat::kJson;
   WriteWhole([&](StandardOut *out) {
-    asJson ? PrintJson(out, *source, text, value, &count) : PrintLines(out, *source, value, &count);
+    asJson ? host::WriteFindDocument(out, *source, text, value, &count)
+           : PrintLines(out, *source, value, &count);
   });
   if (count.truncated && !asJson)
     WriteAside("more fields follow behind these " + std::to_string(count.found) + "; raise --limit\n");

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "host/answers/documents.h"
 #include "host/base/host_error.h"
 #include "host/base/near_name.h"
 #include "host/record/record_rows.h"
@@ -19,25 +20,6 @@ using host::RecordShape;
 using host::RecordSource;
 using host::RegionLayout;
 
-// {"regions": [{"name": "IPP_SESSION_AGING_TIME", "size": 6, "about": "..."}], "count": 7}
-void PrintJson(const std::vector<const RegionLayout *> &regions, StandardOut *out) {
-  host::JsonWriter json(*out);
-  json.StartObject();
-  host::JsonKey(&json, "regions");
-  json.StartArray();
-  for (const RegionLayout *region : regions) {
-    json.StartObject();
-    host::JsonKey(&json, "name");
-    host::JsonText(&json, region->spec.name);
-    host::JsonKey(&json, "size");
-    json.Uint(region->spec.size);
-    host::JsonKey(&json, "about");
-    host::JsonEscaped(&json, region->about);
-    json.EndObject();
-  }
-  JsonEndCounted(&json, out, regions.size());
-}
-
 void PrintColumns(const std::vector<const RegionLayout *> &regions, StandardOut *out) {
   char line[64];
   std::snprintf(line, sizeof(line), "%-24s %8s  ", "name", "size");
@@ -50,19 +32,6 @@ void PrintColumns(const std::vector<const RegionLayout *> &regions, StandardOut 
     out->Append(region->about);
     out->Put('\n');
   }
-}
-
-ExitCode ListRegions(const RecordSource &source, RecordFormat format) {
-  std::vector<const RegionLayout *> regions;
-  for (const RegionLayout &region : source.layout().regions()) {
-    uint32_t size = 0;
-    if (source.arena().FindRegion(region.spec.name, &size) != nullptr && size == region.spec.size)
-      regions.push_back(&region);
-  }
-  StandardOut out;
-  format == RecordFormat::kJson ? PrintJson(regions, &out) : PrintColumns(regions, &out);
-  out.Spill();
-  return kAnswered;
 }
 
 const RegionLayout &NamedRegion(std::string_view name) {
@@ -86,6 +55,14 @@ void PrintValues(const host::RecordBytes &record, const RecordShape &shape, cons
     out->Append(line);
     out->Put('\n');
   }
+}
+
+ExitCode ListRegions(const RecordSource &source, RecordFormat format) {
+  const std::vector<const RegionLayout *> regions = host::RegionsOf(source);
+  StandardOut out;
+  format == RecordFormat::kJson ? host::WriteRegionsDocument(&out, regions) : PrintColumns(regions, &out);
+  out.Spill();
+  return kAnswered;
 }
 
 ExitCode ShowRegion(const RecordSource &source, const DataWords &words) {

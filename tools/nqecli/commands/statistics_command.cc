@@ -1,6 +1,7 @@
 #include <cstdio>
 #include <string>
 
+#include "host/answers/documents.h"
 #include "host/base/host_error.h"
 #include "host/query/statistics.h"
 #include "host/record/csv_out.h"
@@ -12,38 +13,6 @@ namespace {
 
 using host::Counter;
 using host::CounterList;
-
-// {"statistics": [{"number": 0, "name": "...", "class": "normal", "sum": 3, "cores": [1, 2]}], "count": 831,
-// "cores": 2}
-void PrintJson(const CounterList &list, StandardOut *out) {
-  host::JsonWriter json(*out);
-  json.StartObject();
-  host::JsonKey(&json, "statistics");
-  json.StartArray();
-  for (const Counter &counter : list.counters) {
-    json.StartObject();
-    host::JsonKey(&json, "number");
-    json.Uint(counter.number);
-    host::JsonKey(&json, "name");
-    counter.name.empty() ? static_cast<void>(json.Null()) : host::JsonEscaped(&json, counter.name);
-    host::JsonKey(&json, "class");
-    host::JsonText(&json, counter.kind);
-    host::JsonKey(&json, "sum");
-    json.Uint64(counter.sum);
-    host::JsonKey(&json, "cores");
-    json.StartArray();
-    for (const uint64_t value : counter.cores) json.Uint64(value);
-    json.EndArray();
-    json.EndObject();
-  }
-  json.EndArray();
-  host::JsonKey(&json, "count");
-  json.Uint64(list.counters.size());
-  host::JsonKey(&json, "cores");
-  json.Uint(list.cores);
-  json.EndObject();
-  out->Put('\n');
-}
 
 void PrintCsv(const CounterList &list, StandardOut *out) {
   host::CsvOut csv(out);
@@ -95,7 +64,7 @@ ExitCode Statistics(const DataWords &words) {
   StandardOut out;
   switch (words.format) {
     case host::RecordFormat::kJson:
-      PrintJson(list, &out);
+      host::WriteStatisticsDocument(&out, list);
       break;
     case host::RecordFormat::kCsv:
       PrintCsv(list, &out);

@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <string>
 
+#include "host/answers/documents.h"
 #include "host/base/host_error.h"
 #include "host/inspect/usage.h"
 #include "tools/nqecli/commands/data_commands.h"
@@ -11,35 +12,6 @@ namespace qdt::nqecli {
 namespace {
 
 using host::TableUsage;
-
-// {"usage": [{"table": "fib", "id": 1, "entries": 12, "capacity": 8192, "percent": 0.1, "bytes": 65536}],
-// "count": 93}
-void PrintJson(const std::vector<TableUsage> &tables) {
-  StandardOut out;
-  host::JsonWriter json(out);
-  json.SetMaxDecimalPlaces(1);
-  json.StartObject();
-  host::JsonKey(&json, "usage");
-  json.StartArray();
-  for (const TableUsage &usage : tables) {
-    json.StartObject();
-    host::JsonKey(&json, "table");
-    host::JsonText(&json, usage.table->shortName);
-    host::JsonKey(&json, "id");
-    json.Uint(usage.table->spec.id);
-    host::JsonKey(&json, "entries");
-    json.Uint(usage.entries);
-    host::JsonKey(&json, "capacity");
-    json.Uint(usage.capacity);
-    host::JsonKey(&json, "percent");
-    json.Double(usage.Percent());
-    host::JsonKey(&json, "bytes");
-    json.Uint64(usage.bytes);
-    json.EndObject();
-  }
-  JsonEndCounted(&json, &out, tables.size());
-  out.Spill();
-}
 
 void PrintColumns(const std::vector<TableUsage> &tables) {
   StandardOut out;
@@ -61,7 +33,11 @@ void PrintColumns(const std::vector<TableUsage> &tables) {
 ExitCode Usage(const DataWords &words) {
   if (!words.words.empty()) throw host::HostError("usage takes no words; try --help");
   const std::vector<TableUsage> tables = UsageOf(*OpenSource(words.place));
-  words.format == host::RecordFormat::kJson ? PrintJson(tables) : PrintColumns(tables);
+  if (words.format == host::RecordFormat::kJson) {
+    WriteWhole([&](StandardOut *out) { host::WriteUsageDocument(out, tables); });
+  } else {
+    PrintColumns(tables);
+  }
   const auto isAbove = [&](const TableUsage &usage) { return usage.IsAbove(words.warn); };
   return words.warn != 0 && std::ranges::any_of(tables, isAbove) ? kFailed : kAnswered;
 }

@@ -1,6 +1,6 @@
-#include "tools/nqecli/table_lines.h"
+#include "host/library/table_lines.h"
 
-namespace qdt::nqecli {
+namespace qdt::host {
 namespace {
 
 constexpr TableLine kTableLines[] = {
@@ -109,4 +109,4 @@ constexpr TableLine kTableLines[] = {
 
 std::span<const TableLine> TableLines() { return kTableLines; }
 
-}  // namespace qdt::nqecli
+}  // namespace qdt::host

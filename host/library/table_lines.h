@@ -1,11 +1,11 @@
-#ifndef TOOLS_NQECLI_TABLE_LINES_H_
-#define TOOLS_NQECLI_TABLE_LINES_H_
+#ifndef HOST_LIBRARY_TABLE_LINES_H_
+#define HOST_LIBRARY_TABLE_LINES_H_
 
 #include <cstdint>
 #include <span>
 #include <string_view>
 
-namespace qdt::nqecli {
+namespace qdt::host {
 
 // One way to ask a table, as the library's usage list shows it behind "diag search nqpTable".
 struct TableLine {
@@ -19,6 +19,6 @@ struct TableLine {
 // cost the printing of all of them.
 std::span<const TableLine> TableLines();
 
-}  // namespace qdt::nqecli
+}  // namespace qdt::host
 
-#endif  // TOOLS_NQECLI_TABLE_LINES_H_
+#endif  // HOST_LIBRARY_TABLE_LINES_H_
