@@ -70,7 +70,7 @@ quick() {
 }
 
 host_packages=(g++ cmake ninja-build pkg-config libyaml-cpp-dev rapidjson-dev libsqlite3-dev libnl-3-dev libpcap-dev libyang2-dev \
-  libedit-dev prometheus-cpp-dev googletest python3)
+  libedit-dev prometheus-cpp-dev libboost-dev libssl-dev googletest python3)
 begin_steps
 case ${1-} in
   '') everything ;;

@@ -71,9 +71,12 @@ WebAnswer AnswerStatistics(WebEngine &engine, const RouteCall &call) {
 WebAnswer AnswerRegion(WebEngine &engine, const RouteCall &call) {
   const std::string name(call.Text("name"));
   const WebEngine::Loan source = engine.Borrow();
-  if (source->layout().FindRegion(name) == nullptr)
+  const RegionLayout *const found = source->layout().FindRegion(name);
+  if (found == nullptr)
     throw WebProblem(404, "unknown region " + Quoted(name) + " (/api/v1/regions lists them)");
-  const RegionLayout &region = RegionNamed(source->layout(), name);
+  const RegionLayout &region = *found;
+  if (region.fields.empty())
+    throw WebProblem(404, "nothing is known of the fields of region " + name + ", so that it cannot be read");
   const std::vector<uint8_t> bytes = source->ReadRegion(region);
   if (bytes.empty()) throw WebProblem(404, "this engine has no region " + name);
   const RecordShape shape = RecordShape::Whole(region);

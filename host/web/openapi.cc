@@ -41,7 +41,15 @@ class OpenApiWriter {
     json_.StartObject();
     Key("schemas");
     json_.StartObject();
-    for (const SchemaDocument &document : SchemaDocuments()) Raw(document.name, document.schema);
+    for (const SchemaPart &part : SchemaParts()) Raw(part.name, part.schema);
+    // What /api/v1/schema says more exactly, table by table.
+    Raw("place",
+        R"({"description":"a table, with the key of one of its entries, or a region","type":"object","properties":{
+"table":{"type":"string"},"id":{"type":"integer","minimum":0,"maximum":108},"key":{"type":"object"},
+"region":{"type":"string"}},"oneOf":[{"required":["table","id"]},{"required":["region"]}]})");
+    for (const SchemaDocument &document : SchemaDocuments()) {
+      if (IsUsed(routes, document.name)) Raw(document.name, document.schema);
+    }
     Raw("problem", R"({
 "description":"RFC 9457","type":"object","properties":{
 "type":{"type":"string"},"title":{"type":"string"},"status":{"type":"integer","minimum":400,"maximum":599},
@@ -55,6 +63,10 @@ class OpenApiWriter {
   }
 
  private:
+  static bool IsUsed(const Routes &routes, std::string_view document) {
+    return std::ranges::find(routes.rows(), document, &Route::document) != routes.rows().end();
+  }
+
   void Key(std::string_view key) { JsonKey(&json_, key); }
   void Text(std::string_view key, std::string_view value) {
     Key(key);

@@ -36,7 +36,7 @@ def schema_of(operation, status="200"):
 
 
 # What parameters without an example are given where they are needed.
-VALUES = {"a": "arena", "b": "copy", "engine": "arena", "cursor": "1", "key": ["vpn=0", "next_hop=192.0.2.11"]}
+VALUES = {"a": "arena", "target": "arena", "b": "copy", "engine": "arena", "cursor": "1", "key": ["vpn=0", "next_hop=192.0.2.11"]}
 
 
 def value_of(parameter):
@@ -94,6 +94,8 @@ def test_every_path_answers_as_described(web, description):
             answer = web.get(concrete, parameters)
             assert answer.status == 200, answer
             assert answer.headers["Content-Type"] == kind, answer
+            if not kind.startswith("application/json"):
+                continue
             validate(description, schema["schema"], answer.json)
             asked += 1
     assert asked > 60

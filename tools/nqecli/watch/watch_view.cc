@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <unordered_map>
 
+#include "host/answers/documents.h"
 #include "host/base/mix.h"
 #include "host/base/time_text.h"
 #include "host/layout/value_text.h"
@@ -150,7 +151,7 @@ class WatchJson : public WatchView {
   void Take(const Rate &rate) override {
     json_.StartObject();
     if (rate.table != nullptr || rate.region != nullptr) {
-      WritePlace(&json_, rate.table, rate.region, rate.key);
+      host::WritePlace(&json_, rate.table, rate.region, rate.key);
     } else {
       host::JsonKey(&json_, "statistic");
       json_.Uint(rate.number);
