@@ -4,6 +4,7 @@ import getpass
 import os
 import pathlib
 import re
+import shutil
 import signal
 import socket
 import subprocess
@@ -417,4 +418,10 @@ def test_command_line_mistakes(site):
 
 def test_the_models_pass_yanglint():
     checked = run("yanglint", "-p", ROOT / "yang" / "ietf", ROOT / "yang" / "tavrix-software-fwd.yang")
+    assert (checked.code, checked.out, checked.err) == (0, "", "")
+
+
+@pytest.mark.skipif(shutil.which("pyang") is None, reason="pyang is not installed")
+def test_the_model_passes_pyang():
+    checked = run("pyang", "--lint", "-p", ROOT / "yang" / "ietf", ROOT / "yang" / "tavrix-software-fwd.yang")
     assert (checked.code, checked.out, checked.err) == (0, "", "")
