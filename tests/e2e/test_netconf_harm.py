@@ -4,6 +4,7 @@ import os
 import pathlib
 import re
 import signal
+import socket
 import subprocess
 import time
 
