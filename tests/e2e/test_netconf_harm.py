@@ -5,7 +5,6 @@ import pathlib
 import re
 import signal
 import socket
-import subprocess
 import time
 
 import pytest
