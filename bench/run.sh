@@ -23,7 +23,7 @@ quietly() {
 
 quietly cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release -DQDT_BUILD_BENCH=ON -DQDT_BUILD_TESTS=OFF
 quietly cmake --build "$build" --parallel 2 --target views_bench table_bench session_bench route_bench sql_bench \
-  nqecli nqecli-shell nqecli-sql nqed nqeweb
+  nqecli nqecli-shell nqecli-sql nqed nqeweb omad omad-session
 # The tables' own program repeats what it measures and takes the least; the views' takes the median of 200 turns.
 for bench in views table session route sql; do
   case $bench in
@@ -48,3 +48,6 @@ rm -f "$build.log"
 /usr/bin/python3 "$root/bench/report.py" "$build/views.json" "$build/table.json" "$build/session.json" \
   "$build/route.json" "$build/sql.json" "$build/sql_exec.json" "$build/data.json" "$build/mirror.json" \
   "$build/metrics.json" "$build/cli.json"
+
+printf '\n## NETCONF sessions\n\n'
+/usr/bin/python3 "$root/bench/agent_bench.py" "$build/bin"

@@ -38,12 +38,17 @@ struct RulesFile {
 };
 
 // Who may write the rules gives himself every right, and who may read them learns whom to attack.
-void CheckRights(const std::string &path) {
+struct stat CheckWriters(const std::string &path) {
   struct stat info;
   if (stat(path.c_str(), &info) != 0) throw SystemError("cannot read the rules in " + path);
-  RequireTrusted(info.st_uid, "the file of rules " + path);
+  RequireTrusted(info.st_uid, "the place of rules " + path);
   if ((info.st_mode & (S_IWGRP | S_IWOTH)) != 0)
     throw HostError(path + ": others may write these rules (chmod go-w " + path + ')');
+  return info;
+}
+
+void CheckRights(const std::string &path) {
+  const struct stat info = CheckWriters(path);
   if ((info.st_mode & S_IROTH) != 0)
     throw HostError(path + ": everybody may read these rules (chmod o-r " + path + ')');
 }
@@ -53,6 +58,7 @@ std::vector<RulesFile> ReadFiles(std::span<const std::string> paths) {
   for (const std::string &path : paths) {
     std::vector<std::string> names{path};
     if (std::error_code error; std::filesystem::is_directory(path, error)) {
+      CheckWriters(path);
       names.clear();
       for (const auto &entry : std::filesystem::directory_iterator(path, error)) {
         const std::string ending = entry.path().extension();

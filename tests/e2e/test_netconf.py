@@ -4,6 +4,7 @@ import getpass
 import os
 import pathlib
 import re
+import shutil
 import signal
 import socket
 import subprocess
@@ -418,3 +419,25 @@ def test_command_line_mistakes(site):
 def test_the_models_pass_yanglint():
     checked = run("yanglint", "-p", ROOT / "yang" / "ietf", ROOT / "yang" / "tavrix-software-fwd.yang")
     assert (checked.code, checked.out, checked.err) == (0, "", "")
+
+
+@pytest.mark.skipif(shutil.which("pyang") is None, reason="pyang is not installed")
+def test_the_model_passes_pyang():
+    checked = run("pyang", "--lint", "-p", ROOT / "yang" / "ietf", ROOT / "yang" / "tavrix-software-fwd.yang")
+    assert (checked.code, checked.out, checked.err) == (0, "", "")
+
+
+def test_yanglint_takes_the_state_data(site):
+    """All of it, as a tool of others reads it by the modules that the agent names."""
+    _, agent = site
+    answer = agent.raw().hello().rpc("<get/>")
+    data = re.fullmatch(r"<rpc-reply [^>]*><data>(.*)</data></rpc-reply>", answer, re.S)[1]
+    (agent.directory / "data.xml").write_text(data)
+    named = re.findall(r"<schema><identifier>([^<]*)</identifier>", data)
+    modules = [file for file in (ROOT / "yang").rglob("*.yang") if file.name.split(".")[0].split("@")[0] in named]
+    assert len(modules) == 4
+    checked = run("yanglint", "-y", "-p", ROOT / "yang" / "ietf", "-F", "ietf-netconf:xpath", "-t", "get", "-f", "json", *modules,
+                  agent.directory / "data.xml")
+    assert checked.code == 0 and checked.err == "", checked
+    for told in ('"tavrix-software-fwd:software-fwd"', '"ietf-netconf-monitoring:netconf-state"', '"ietf-netconf-acm:nacm"'):
+        assert told in checked.out, checked

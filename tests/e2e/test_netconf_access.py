@@ -104,11 +104,11 @@ def test_refusals_are_counted_for_administrators(agent):
 
 
 def test_sessions_are_told_and_ended(agent):
-    ada, olga = agent.raw("ada").hello(), agent.raw("olga", address="2001:db8::17").hello()
+    ada, olga = agent.raw("ada").hello(), agent.raw("olga", address="fe80::17%eth0").hello()
     told = ada.rpc(f'<get><filter><netconf-state xmlns="{MONITORING}"><sessions><session><username>olga</username></session>'
                    "</sessions></netconf-state></filter></get>")
     number = re.findall(r"<session-id>(\d+)</session-id><transport>netconf-ssh</transport><username>olga</username>"
-                        r"<source-host>2001:db8::17</source-host><login-time>\d{4}-", told)[-1]
+                        r"<source-host>fe80::17%eth0</source-host><login-time>\d{4}-", told)[-1]
     mine = int(number) - 1
     assert "<ok/>" in ada.rpc(f"<kill-session><session-id>{number}</session-id></kill-session>")
     assert olga.message() == b""
@@ -240,6 +240,11 @@ def test_rights_of_rules(engine, mode, message):
         for path in (file, directory):
             run(BIN / "omad", "--arena", engine.arena, "--socket", directory / "s", "--log", directory / "log", "--nacm",
                 path).failed(f"{file}: {message} {file})", tool="omad")
+        file.chmod(0o600)
+        (directory / "open").mkdir()
+        (directory / "open").chmod(0o777)
+        run(BIN / "omad", "--arena", engine.arena, "--socket", directory / "s", "--log", directory / "log", "--nacm",
+            directory / "open").failed(f"{directory / 'open'}: others may write these rules", tool="omad")
 
 
 def test_the_record(engine):

@@ -4,7 +4,7 @@ import os
 import pathlib
 import re
 import signal
-import subprocess
+import socket
 import time
 
 import pytest
@@ -141,6 +141,15 @@ def test_a_worker_that_is_killed_in_mid_command(agent):
     assert "TableName" in first.rpc(command("tbl-usage"))
 
 
+def test_silent_connections_keep_nobody_out(engine):
+    with agent_of(engine.arena) as agent:
+        silent = [socket.create_connection(("127.0.0.1", agent.port)) for _ in range(30)]
+        with agent.connect() as session:
+            assert "TableName" in call(session, "tbl-usage")
+        for connection in silent:
+            connection.close()
+
+
 def alive(pid):
     return pathlib.Path(f"/proc/{pid}").exists()
 
@@ -188,7 +197,7 @@ def ticks_of(pid):
 
 
 def test_idle_sessions_sleep(engine):
-    """150 of them; scripts/prove_agent.sh has 500 over SSH and for longer."""
+    """150 of them; bench/agent_bench.py has 500 over SSH and for longer."""
     with agent_without_ssh(engine, "--max-user-sessions", "150") as agent:
         sessions = [agent.raw().hello() for _ in range(150)]
         assert "TableName" in sessions[0].rpc(command("tbl-usage"))

@@ -26,10 +26,8 @@ struct DataWalk {
 
 // Which events a session wants: where it stands in the log is all that is held for it.
 struct Subscription {
-  uint64_t next = 0;  // number of the event
-  std::optional<std::chrono::system_clock::time_point> stop;
-  bool replaying = false;  // replayComplete is yet to be told
-  bool sending = false;    // one is on its way
+  uint64_t next = 0;     // number of the event
+  bool sending = false;  // one is on its way
 };
 
 // Whose session it is.

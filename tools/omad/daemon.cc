@@ -41,12 +41,14 @@ std::vector<std::string> CapabilitiesOf(const host::Model &model) {
   return list;
 }
 
-// What sshd tells is an address; another is told by nobody we know.
+// What sshd tells is an address, of a link with its interface ("fe80::1%eth0"); another is told by nobody we
+// know.
 std::string AddressOf(const std::string &text) {
   unsigned char bytes[16];
-  const bool known =
-      inet_pton(AF_INET, text.c_str(), bytes) == 1 || inet_pton(AF_INET6, text.c_str(), bytes) == 1;
-  return known ? text : "";
+  const size_t zone = text.find('%');
+  const bool known = inet_pton(AF_INET, text.c_str(), bytes) == 1 ||
+                     inet_pton(AF_INET6, text.substr(0, zone).c_str(), bytes) == 1;
+  return known && (zone == text.npos || IsUserName(text.substr(zone + 1))) ? text : "";
 }
 
 }  // namespace

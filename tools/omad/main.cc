@@ -1,6 +1,7 @@
 // omad: the management agent. Runs the library's handlers on a running engine's arena for NETCONF sessions,
 // each of which is a process of its own (omad-session).
 
+#include <sys/resource.h>
 #include <sys/signalfd.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -53,6 +54,14 @@ host::UniqueFd TakeSignals() {
   return fd;
 }
 
+// A connection for each session.
+void RaiseFileLimit() {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+  limit.rlim_cur = limit.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &limit);
+}
+
 std::vector<std::string> WorkerCommand(const Options &options) {
   std::vector<std::string> command{std::filesystem::read_symlink("/proc/self/exe"), "--worker", "--arena",
                                    options.arena};
@@ -61,6 +70,7 @@ std::vector<std::string> WorkerCommand(const Options &options) {
 }
 
 int RunAgent(const Options &options) {
+  RaiseFileLimit();
   const host::UniqueFd signals = TakeSignals();
   const host::Model model;
   host::ImplementAgentModules(model);

@@ -2,7 +2,7 @@
 
 #include <fcntl.h>
 #include <netdb.h>
-#include <poll.h>
+#include <pwd.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -169,6 +169,17 @@ bool Answers(const QuickStart &options) {
   return connect(probe.get(), address->ai_addr, address->ai_addrlen) == 0;
 }
 
+// sshd runs a session's command by the account's shell.
+void CheckShell(const std::string &account) {
+  const passwd *entry = getpwuid(geteuid());
+  const std::string shell = entry == nullptr || entry->pw_shell == nullptr ? "" : entry->pw_shell;
+  const bool refuses = shell.ends_with("/nologin") || shell.ends_with("/false");
+  if (entry == nullptr || refuses || (!shell.empty() && access(shell.c_str(), X_OK) != 0)) {
+    throw HostError("nobody can log in as " + account + ", whose shell is " + Quoted(shell) +
+                    " (run omad as another user, or behind the system's own sshd)");
+  }
+}
+
 std::string InQuotes(const std::string &path) {
   if (path.find_first_of("'\"\\\n%") != path.npos)
     throw HostError(Quoted(path) + " has characters that no sshd takes; name another place");
@@ -184,6 +195,7 @@ SshService::SshService(const QuickStart &options, const std::string &socket)
       throw HostError(std::string(program) +
                       " is not installed (packages openssh-server and openssh-client)");
   }
+  CheckShell(account_);
   if (!options.hostKey.empty()) CheckHostKey(options.hostKey);
   MakeDirectory(std::filesystem::absolute(socket).lexically_normal().string() + ".ssh");
   WriteKeys(socket);
@@ -266,6 +278,9 @@ void SshService::WriteConfiguration() {
                 "PermitTTY no\n"
                 "PermitUserRC no\n"
                 "DisableForwarding yes\n"
+                // A shell that thinks itself inside of another reads no file of the account, which could say
+                // something.
+                "SetEnv SHLVL=1\n"
                 "PrintMotd no\n"
                 "PrintLastLog no\n"
                 "LoginGraceTime 20\n"
