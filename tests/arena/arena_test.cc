@@ -382,8 +382,10 @@ TEST_F(ArenaTest, OneOfTwoRacingEnginesWins) {
     // Every other round there is a dead engine's arena to take over.
     if (round % 2 == 0) std::filesystem::remove(path_);
     int gate[2];
+    int ready[2];
     int result[2];
     ASSERT_EQ(pipe(gate), 0);
+    ASSERT_EQ(pipe(ready), 0);
     ASSERT_EQ(pipe(result), 0);
     pid_t engines[4];
     for (pid_t &engine : engines) {
@@ -394,17 +396,21 @@ TEST_F(ArenaTest, OneOfTwoRacingEnginesWins) {
       std::unique_ptr<Arena> arena;
       try {
         arena = Arena::Create(path_, TestPlan());
-        if (read(gate[0], &byte, 1) != 1) _exit(1);
-        arena->Publish();
+      } catch (const HostError &) {
+        said = 'l';
+      }
+      if (write(ready[1], "r", 1) != 1 || read(gate[0], &byte, 1) != 1) _exit(1);
+      try {
+        if (arena != nullptr) arena->Publish();
       } catch (const HostError &) {
         said = 'l';
       }
       if (write(result[1], &said, 1) != 1) _exit(1);
       pause();
     }
-    usleep(20000);
-    ASSERT_EQ(write(gate[1], "gggg", 4), 4);
     std::string results(4, ' ');
+    for (char &one : results) ASSERT_EQ(read(ready[0], &one, 1), 1);
+    ASSERT_EQ(write(gate[1], "gggg", 4), 4);
     for (char &one : results) ASSERT_EQ(read(result[0], &one, 1), 1);
     EXPECT_EQ(std::count(results.begin(), results.end(), 'w'), 1) << results;
     EXPECT_EQ(Attach(Access::kLive), "attached");
@@ -412,7 +418,7 @@ TEST_F(ArenaTest, OneOfTwoRacingEnginesWins) {
       kill(engine, SIGKILL);
       waitpid(engine, nullptr, 0);
     }
-    for (const int fd : {gate[0], gate[1], result[0], result[1]}) close(fd);
+    for (const int fd : {gate[0], gate[1], ready[0], ready[1], result[0], result[1]}) close(fd);
   }
 }
 

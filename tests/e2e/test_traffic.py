@@ -1,6 +1,7 @@
 """The packet trace on simulated traffic: conditions set with nqecli, packets counted and printed by nqed."""
 
 import contextlib
+import json
 import re
 import time
 
@@ -37,6 +38,14 @@ class Traced:
         out = self.trace("counter").out
         return [int(re.search(rf"^ {label} +: (\d+)$", out, re.M).group(1)) for label in LABELS]
 
+    def lets_packets_pass(self, number):
+        """Waits until so many more have been sent out."""
+        def sent():
+            result = self.place.cli("statistics", "--json", "Total *transmitted")
+            return sum(counter["sum"] for counter in json.loads(result.out)["statistics"])
+        before = sent()
+        wait_until(lambda: sent() >= before + number, f"{number} packets")
+
     def left_prints(self):
         return int(re.search(r"^ LeftPrintNum +: (\d+)$", self.trace("show").out, re.M).group(1))
 
@@ -66,7 +75,7 @@ def traced():
 
 def test_counters_grow_while_the_trace_is_on(traced):
     assert traced.counters() == [0, 0, 0, 0]
-    time.sleep(0.1)
+    traced.lets_packets_pass(500)
     assert traced.counters() == [0, 0, 0, 0]
     traced.says("packet trace set enable OK", "enable")
     wait_until(lambda: all(traced.counters()), "packets on all four ways")
@@ -75,7 +84,7 @@ def test_counters_grow_while_the_trace_is_on(traced):
     assert traced.lines() == []  # nobody asked for lines
     traced.says("packet trace set disable OK", "disable")
     still = traced.counters()
-    time.sleep(0.1)
+    traced.lets_packets_pass(500)
     assert traced.counters() == still
     traced.says("packet trace clear condition OK", "clear")
     assert traced.counters() == [0, 0, 0, 0]
@@ -162,7 +171,7 @@ def test_disable_ends_printing():
         traced.trace("disable")
         assert traced.left_prints() == 0
         seen = len(traced.lines())
-        time.sleep(0.2)
+        traced.lets_packets_pass(20)
         # One line may have been on its way.
         assert seen <= len(traced.lines()) <= seen + 1 and len(traced.lines()) < 200
 
