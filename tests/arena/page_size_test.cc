@@ -1,7 +1,6 @@
 #include <sys/mman.h>
 
 #include <cerrno>
-#include <cstdarg>
 #include <cstdint>
 
 #include "host/arena/arena_layout.h"
