@@ -1,8 +1,8 @@
-#ifndef HOST_PRECOMPILED_H_
-#define HOST_PRECOMPILED_H_
+#ifndef CMAKE_PRECOMPILED_H_
+#define CMAKE_PRECOMPILED_H_
 
-// What the sources of the host platform and the tools find parsed already. It takes the place of no #include: each
-// source names what it uses, so that all compile with CMAKE_DISABLE_PRECOMPILE_HEADERS as well.
+// What the sources of the host platform and the tools find parsed already. It takes the place of no #include:
+// each source names what it uses, so that all compile with CMAKE_DISABLE_PRECOMPILE_HEADERS as well.
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -28,4 +28,4 @@
 #include <utility>
 #include <vector>
 
-#endif  // HOST_PRECOMPILED_H_
+#endif  // CMAKE_PRECOMPILED_H_
