@@ -33,5 +33,5 @@ configure() {
   cmake --preset "$1" "${settings[@]}" >/dev/null
 }
 
-# compile PRESET [CMAKE_BUILD_OPTION...]. ccache keeps what is compiled with precompiled headers when it is told to.
-compile() { CCACHE_SLOPPINESS=pch_defines,time_macros cmake --build --preset "$@" --parallel "$(nproc)"; }
+# compile PRESET [CMAKE_BUILD_OPTION...]
+compile() { cmake --build --preset "$@" --parallel "$(nproc)"; }

@@ -30,15 +30,17 @@ bool TableChange::Reserve(uint64_t offset, uint64_t size) {
   return true;
 }
 
+// In as few pieces as may be: each is a system call, and an engine that starts makes these for every table.
 bool TableChange::ReserveIndex() {
   const uint64_t log = uint64_t{shape_.logRoom} * sizeof(LogEntry);
+  const uint64_t heads = uint64_t{shape_.headSize} * shape_.capacity;
   const uint64_t whole = shape_.logOffset + 2 * log - shape_.indexOffset;
   const bool small = whole <= kSmall;
-  if (!Reserve(shape_.indexOffset, small ? whole : IndexSize(shape_))) return false;
-  if (small) {
-    state_.headBytes = uint64_t{shape_.headSize} * shape_.capacity;
-    state_.logBytes[0] = state_.logBytes[1] = log;
-  }
+  const uint64_t firstHeads = small ? heads : std::min(heads, kMinGrowth);
+  const uint64_t bytes = small ? whole : shape_.headsOffset + firstHeads - shape_.indexOffset;
+  if (!Reserve(shape_.indexOffset, bytes)) return false;
+  state_.headBytes = firstHeads;
+  if (small) state_.logBytes[0] = state_.logBytes[1] = log;
   if (shape_.agingSize != 0 && !Reserve(shape_.requestOffset, shape_.capacity * sizeof(uint64_t)))
     return false;
   return RoutesSize(shape_) == 0 || Reserve(shape_.routesOffset, kRouteHeadBytes);

@@ -1,0 +1,1 @@
+// Nothing but the headers that all rooms share; see CMakeLists.txt.
