@@ -24,24 +24,30 @@ constexpr int kFacility = 10;  // security and authorization, for few eyes
 constexpr char kDataName[] = "omad@32473";
 constexpr size_t kMostOfValue = 2048;
 
-// A value without what could end it, or a line: what is not printable arrives as '?'.
-std::string ValueText(std::string value) {
-  bool cut = value.size() > kMostOfValue;
-  if (cut) value.resize(kMostOfValue);
-  value = XmlText(std::move(value));
-  std::string text;
-  for (size_t i = 0; i < value.size(); ++i) {
-    const auto c = static_cast<unsigned char>(value[i]);
+// The text on one line: what is not printable arrives as '?'.
+std::string LineText(std::string text) {
+  text = XmlText(std::move(text));
+  std::string line;
+  for (size_t i = 0; i < text.size(); ++i) {
+    const auto c = static_cast<unsigned char>(text[i]);
     // U+0080 to U+009F steer terminals as well, and U+2028 and U+2029 end lines for some.
-    const bool steers = c == 0xc2 && static_cast<unsigned char>(value[i + 1]) < 0xa0;
-    const bool ends = value.compare(i, 3, "\xe2\x80\xa8") == 0 || value.compare(i, 3, "\xe2\x80\xa9") == 0;
-    if (c < 0x20 || c == 0x7f || steers || ends) {
-      text += '?';
-      i += steers ? 1 : ends ? 2 : 0;
-      continue;
-    }
+    const bool steers = c == 0xc2 && static_cast<unsigned char>(text[i + 1]) < 0xa0;
+    const bool ends = text.compare(i, 3, "\xe2\x80\xa8") == 0 || text.compare(i, 3, "\xe2\x80\xa9") == 0;
+    const bool shown = c >= 0x20 && c != 0x7f && !steers && !ends;
+    line += shown ? text[i] : '?';
+    i += steers ? 1 : ends ? 2 : 0;
+  }
+  return line;
+}
+
+// A value without what could end it.
+std::string ValueText(std::string value) {
+  const bool cut = value.size() > kMostOfValue;
+  if (cut) value.resize(kMostOfValue);
+  std::string text;
+  for (const char c : LineText(std::move(value))) {
     if (c == '"' || c == '\\' || c == ']') text += '\\';
-    text += value[i];
+    text += c;
   }
   return cut ? text + "..." : text;
 }
@@ -64,7 +70,7 @@ std::string RecordLine(Record::Severity severity, const char *event, Record::Val
                      TimeText(time) + ' ' + std::string(host.empty() ? "-" : host) + " omad " +
                      std::to_string(process) + ' ' + event + " [" + kDataName;
   for (const auto &[name, value] : values) line += std::string(" ") + name + "=\"" + ValueText(value) + '"';
-  return line + "] " + std::string(text);
+  return line + "] " + LineText(std::string(text));
 }
 
 Record::Record(std::string path) : path_(std::move(path)) {

@@ -24,10 +24,8 @@ std::string RpcError::Xml() const {
   AppendElement("error-tag", tag_, &xml);
   AppendElement("error-severity", "error", &xml);
   if (!path_.empty()) {
-    xml += "<error-path xmlns:nc=\"";
-    xml += kNetconfSpace;
-    xml += "\" xmlns:op=\"";
-    xml += XmlEscaped(space_) + "\">" + XmlEscaped(path_) + "</error-path>";
+    xml += Joined({"<error-path xmlns:nc=\"", kNetconfSpace, "\" xmlns:op=\"", XmlEscaped(space_), "\">",
+                   XmlEscaped(path_), "</error-path>"});
   }
   xml += "<error-message xml:lang=\"en\">" + XmlEscaped(XmlText(what())) + "</error-message>";
   if (!info_.empty()) xml += "<error-info>" + info_ + "</error-info>";

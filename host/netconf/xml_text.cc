@@ -74,4 +74,10 @@ std::string XmlEscaped(std::string_view text) {
   return xml;
 }
 
+std::string Joined(std::initializer_list<std::string_view> texts) {
+  std::string joined;
+  for (const std::string_view text : texts) joined += text;
+  return joined;
+}
+
 }  // namespace qdt::host

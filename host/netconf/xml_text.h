@@ -2,6 +2,7 @@
 #define HOST_NETCONF_XML_TEXT_H_
 
 #include <cstddef>
+#include <initializer_list>
 #include <string>
 #include <string_view>
 
@@ -20,6 +21,9 @@ size_t XmlCharacterLength(std::string_view text);
 // characters that a document can carry.
 void AppendXmlEscaped(std::string_view text, std::string *xml);
 std::string XmlEscaped(std::string_view text);
+
+// The texts one behind the other.
+std::string Joined(std::initializer_list<std::string_view> texts);
 
 }  // namespace qdt::host
 

@@ -145,7 +145,7 @@ void Dialogue::Say(std::string_view piece) {
 
 void Dialogue::BeginReply() {
   replying_ = true;
-  Say(std::string("<rpc-reply xmlns=\"") + kNetconfSpace + '"' + attributes_ + '>');
+  Say(Joined({"<rpc-reply xmlns=\"", kNetconfSpace, "\"", attributes_, ">"}));
 }
 
 void Dialogue::EndReply() {
@@ -186,7 +186,7 @@ void Dialogue::Welcome(const std::vector<std::string> &fields) {
   if (fields.size() < 2 ||
       std::from_chars(fields[1].data(), fields[1].data() + fields[1].size(), limit).ec != std::errc())
     return End("omad speaks another protocol");
-  std::string hello = std::string("<hello xmlns=\"") + kNetconfSpace + "\"><capabilities>";
+  std::string hello = Joined({"<hello xmlns=\"", kNetconfSpace, "\"><capabilities>"});
   for (size_t i = 2; i < fields.size(); ++i)
     hello += "<capability>" + XmlEscaped(fields[i]) + "</capability>";
   Say(hello + "</capabilities><session-id>" + XmlEscaped(fields[0]) + "</session-id></hello>");
@@ -291,8 +291,8 @@ void Dialogue::TakeEvent(const std::string &text) {
   }
   wantsEvent_ = true;
   if (body.empty()) return Written();
-  event_ = std::string("<notification xmlns=\"") + kNotificationSpace + "\"><eventTime>" +
-           XmlEscaped(fields->at(0)) + "</eventTime>" + body + "</notification>";
+  event_ = Joined({"<notification xmlns=\"", kNotificationSpace, "\"><eventTime>", XmlEscaped(fields->at(0)),
+                   "</eventTime>", body, "</notification>"});
   if (!replying_) SayEvent();
 }
 

@@ -41,8 +41,7 @@ void CheckRoot(const XmlElement &rpc) {
         .With("bad-element", rpc.name);
   }
   if (rpc.space != kNetconfSpace) {
-    throw RpcError(Layer::kRpc, "unknown-namespace",
-                   "an <rpc> is of the namespace " + std::string(kNetconfSpace))
+    throw RpcError(Layer::kRpc, "unknown-namespace", Joined({"an <rpc> is of the namespace ", kNetconfSpace}))
         .With("bad-element", rpc.name)
         .With("bad-namespace", rpc.space);
   }

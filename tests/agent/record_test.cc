@@ -42,6 +42,12 @@ TEST(Record, NothingOfAValueEndsIt) {
   EXPECT_EQ(Told("\xff\xc3"), "??");
 }
 
+TEST(Record, TheTextIsOneLine) {
+  const std::string line =
+      RecordLine(Record::Severity::kNotice, "RULES", {}, "a\n\"b\" \xc2\x85 \xff", 0, "h", 1);
+  EXPECT_TRUE(line.ends_with("] a?\"b\" ? ?")) << line;
+}
+
 TEST(Record, LongValuesAreCut) {
   EXPECT_EQ(Told(std::string(2048, 'x')), std::string(2048, 'x'));
   EXPECT_EQ(Told(std::string(2049, 'x')), std::string(2048, 'x') + "...");

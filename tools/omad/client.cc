@@ -11,7 +11,9 @@
 namespace qdt::omad {
 
 short Client::Events() const {
-  return static_cast<short>((closing ? 0 : POLLIN) | (sent_ < out_.size() ? POLLOUT : 0));
+  // What it asks beyond its turn stays where it is.
+  const bool reads = !closing && (in_.Empty() || (!asking && Idle()));
+  return static_cast<short>((reads ? POLLIN : 0) | (Idle() ? 0 : POLLOUT));
 }
 
 bool Client::Flush() {

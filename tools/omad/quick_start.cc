@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <filesystem>
 #include <memory>
 #include <thread>
@@ -34,6 +35,7 @@ using Strings = std::vector<std::string>;
 constexpr char kSshd[] = "/usr/sbin/sshd";
 constexpr char kKeygen[] = "/usr/bin/ssh-keygen";
 constexpr uint64_t kKeyFileLimit = 64 << 10;
+constexpr int kMostFailures = 5;
 constexpr auto kStartPatience = std::chrono::seconds(20);
 
 // A child that goes when omad does. With `error`, what it writes to standard error comes there.
@@ -292,8 +294,13 @@ void SshService::WriteConfiguration() {
                 "ClientAliveCountMax 3\n");
 }
 
-void SshService::Start() {
+void SshService::Launch() {
   pid_ = Spawn({kSshd, "-D", "-f", File("sshd_config")});
+  launched_ = std::chrono::steady_clock::now();
+}
+
+void SshService::Start() {
+  Launch();
   const auto deadline = std::chrono::steady_clock::now() + kStartPatience;
   while (!Answers(options_)) {
     if (waitpid(pid_, nullptr, WNOHANG) == pid_) pid_ = -1;
@@ -316,7 +323,11 @@ void SshService::Stop() {
 void SshService::ChildEnded() {
   if (pid_ < 0 || waitpid(pid_, nullptr, WNOHANG) != pid_) return;
   pid_ = -1;
-  Start();
+  const bool atOnce = std::chrono::steady_clock::now() - launched_ < std::chrono::seconds(1);
+  failures_ = atOnce ? failures_ + 1 : 0;
+  if (failures_ < kMostFailures) return Launch();
+  std::fputs("omad: its sshd ends at once, again and again; nobody logs in until omad is started again\n",
+             stderr);
 }
 
 }  // namespace qdt::omad

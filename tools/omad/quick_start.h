@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <string>
 
 #include "tools/omad/options.h"
@@ -21,13 +22,14 @@ class SshService {
 
   // "127.0.0.1:830 as operator"
   std::string Where() const;
-  // Takes note that a process has ended.
+  // Takes note that a process has ended; when it is the sshd, another is started.
   void ChildEnded();
 
  private:
   void MakeDirectory(const std::string &path);
   void WriteKeys(const std::string &socket);
   void WriteConfiguration();
+  void Launch();
   void Start();
   void Stop();
   std::string File(const char *name) const { return directory_.path + '/' + name; }
@@ -42,6 +44,8 @@ class SshService {
   const std::string account_;  // whose sshd it is, and who logs in
   Directory directory_;
   pid_t pid_ = -1;
+  std::chrono::steady_clock::time_point launched_{};
+  int failures_ = 0;  // ends that came at once, in a row
 };
 
 }  // namespace qdt::omad

@@ -17,14 +17,6 @@
 #include "host/base/fd.h"
 #include "host/base/host_error.h"
 
-#if defined(__SANITIZE_ADDRESS__)
-#define QDT_SANITIZED 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define QDT_SANITIZED 1
-#endif
-#endif
-
 #if defined(__x86_64__)
 #define QDT_AUDIT_ARCH AUDIT_ARCH_X86_64
 #elif defined(__aarch64__)
@@ -34,17 +26,26 @@
 namespace qdt::omad {
 namespace {
 
+// Sanitizers want memory and calls of their own.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kSanitized = true;
+#elif defined(__has_feature)
+constexpr bool kSanitized = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
+#else
+constexpr bool kSanitized = false;
+#endif
+
 // The user that owns nothing, on every Linux system.
 constexpr uid_t kNobody = 65534;
 constexpr rlim_t kMemory = 512u << 20;
 
-// What reading, writing and allocating come to.
-constexpr long kCalls[] = {
+// What reading, writing and allocating come to. No signals: other sessions may be the same user's.
+[[maybe_unused]] constexpr long kCalls[] = {
     SYS_read,      SYS_write,  SYS_sendto,     SYS_recvfrom,     SYS_ppoll,           SYS_close,
     SYS_brk,       SYS_mmap,   SYS_munmap,     SYS_mremap,       SYS_mprotect,        SYS_madvise,
     SYS_futex,     SYS_exit,   SYS_exit_group, SYS_rt_sigreturn, SYS_rt_sigprocmask,  SYS_clock_gettime,
-    SYS_getrandom, SYS_fstat,  SYS_newfstatat, SYS_lseek,        SYS_restart_syscall, SYS_tgkill,
-    SYS_getpid,    SYS_gettid, SYS_writev,
+    SYS_getrandom, SYS_fstat,  SYS_newfstatat, SYS_lseek,        SYS_restart_syscall, SYS_getpid,
+    SYS_gettid,    SYS_writev,
 #ifdef SYS_poll
     SYS_poll,
 #endif
@@ -63,9 +64,9 @@ void LeaveRoot() {
     throw host::SystemError("cannot give root's rights away");
 }
 
-#if defined(QDT_AUDIT_ARCH) && !defined(QDT_SANITIZED)
 // Every other call fails as one that is not permitted.
 void AllowOnlyCalls() {
+#if defined(QDT_AUDIT_ARCH)
   std::vector<sock_filter> program{
       BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, arch)),
       BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, QDT_AUDIT_ARCH, 1, 0),
@@ -81,8 +82,8 @@ void AllowOnlyCalls() {
   // A kernel without the facility still has all that is done beside this.
   if (prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) != 0 && errno != EINVAL)
     throw host::SystemError("cannot bound a session's calls");
-}
 #endif
+}
 
 }  // namespace
 
@@ -90,13 +91,10 @@ void EnterSandbox() {
   LeaveRoot();
   if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) throw host::SystemError("cannot give rights away");
   Bound(RLIMIT_CORE, 0);
-#ifndef QDT_SANITIZED
+  if (kSanitized) return;
   if (prctl(PR_SET_DUMPABLE, 0) != 0) throw host::SystemError("cannot give rights away");
   Bound(RLIMIT_AS, kMemory);
-#endif
-#if defined(QDT_AUDIT_ARCH) && !defined(QDT_SANITIZED)
   AllowOnlyCalls();
-#endif
 }
 
 }  // namespace qdt::omad
