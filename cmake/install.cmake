@@ -24,7 +24,7 @@ install(EXPORT qdt_util NAMESPACE qdt_util:: FILE qdt_utilTargets.cmake DESTINAT
 install(FILES ${PROJECT_BINARY_DIR}/qdt_utilConfig.cmake ${PROJECT_BINARY_DIR}/qdt_utilConfigVersion.cmake
         DESTINATION ${QDT_CMAKE_DIR} COMPONENT development)
 
-foreach(tool nqecli nqecli-agent nqecli-shell nqecli-sql nqed)
+foreach(tool nqecli nqecli-agent nqecli-shell nqecli-sql nqed nqeweb)
   if(TARGET ${tool})
     install(TARGETS ${tool} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
   endif()
@@ -47,6 +47,9 @@ if(TARGET nqed)
   qdt_install_manuals(tools nqed.8 nqe-scenario.5 nqe-layout.5)
   install(FILES examples/campus.yaml DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT tools)
   install(DIRECTORY examples/campus DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT tools)
+endif()
+if(TARGET nqeweb)
+  qdt_install_manuals(tools nqeweb.8)
 endif()
 if(TARGET nqe_sql)
   install(TARGETS nqe_sql LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT tools)

@@ -24,6 +24,8 @@ constexpr int kBacklog = 512;
 constexpr std::chrono::milliseconds kMakingRoom{200};
 // A client that sends its request at once is not the one that makes room.
 constexpr std::chrono::milliseconds kPatience{500};
+// Who takes an answer at a usual pace has it by then.
+constexpr std::chrono::milliseconds kSlowness{3000};
 constexpr std::chrono::milliseconds kShort{100};
 constexpr size_t kTakenASecond = 64 << 10;
 
@@ -146,11 +148,17 @@ void WebServer::Run(int stop, const std::function<void()> &stopping) {
 // Ends one connection that can be missed. False when none can.
 bool WebServer::MakeRoom(std::unique_lock<std::mutex> *lock) {
   if (connections_.size() < limits_.connections) return true;
-  const WebClock::rep latest = (WebClock::now() - kPatience).time_since_epoch().count();
+  const WebClock::time_point now = WebClock::now();
+  const auto before = [now](std::chrono::milliseconds time) {
+    return (now - time).time_since_epoch().count();
+  };
   Connection *missed = nullptr;
   for (Connection &connection : connections_) {
     const Doing doing = connection.doing;
-    if (doing == Doing::kAnswering || (doing == Doing::kAsking && connection.since > latest)) continue;
+    const bool isMissed = doing == Doing::kWaiting ||
+                          (doing == Doing::kAsking && connection.since < before(kPatience)) ||
+                          (doing == Doing::kTaking && connection.since < before(kSlowness));
+    if (!isMissed) continue;
     if (missed == nullptr || connection.since < missed->since) missed = &connection;
   }
   if (missed == nullptr) return false;
@@ -228,6 +236,7 @@ bool WebServer::ServeRequest(Channel *channel, std::string *bytes, Connection *c
     return false;
   }
   const bool keepsAlive = reader.keepsAlive() && !isLast && !stopping_;
+  Begin(connection, Doing::kTaking);
   if (!Send(channel, answer, request.method == "HEAD", keepsAlive)) return false;
   if (!keepsAlive) channel->Close();
   return keepsAlive;

@@ -56,7 +56,7 @@ class WebServer {
   void Run(int stop, const std::function<void()> &stopping);
 
  private:
-  enum class Doing : uint8_t { kWaiting, kAsking, kAnswering };
+  enum class Doing : uint8_t { kWaiting, kAsking, kAnswering, kTaking };
   struct Connection {
     UniqueFd socket;  // a second descriptor: for who ends the connection
     std::atomic<Doing> doing{Doing::kAsking};

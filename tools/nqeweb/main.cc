@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <chrono>
 #include <csignal>
@@ -101,6 +102,7 @@ CommandLine ReadCommandLine(host::Arguments arguments) {
     } else if (arguments.TakeValue("--listen", &value)) {
       line.address = host::ReadWebAddress(value);
     } else if (arguments.TakeValue("--name", &value)) {
+      for (char &c : value) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
       line.names.push_back(value);
     } else if (arguments.TakeValue("--trust", &value)) {
       host::TrustUser(value);
