@@ -55,8 +55,8 @@ void MetricsExporter::AddEngine(const RecordSource &source, size_t target, Metri
 }
 
 void MetricsExporter::AddSurvey(const RecordSource &source, size_t target, MetricSet *set) const {
-  const std::optional<Survey> survey = surveyor_.Last(target);
-  if (!survey || survey->identity != source.arena().header()->identity) return;
+  const std::optional<Survey> survey = surveyor_.Last(target, source.arena().header()->identity);
+  if (!survey) return;
   MetricSeries &findings = set->Gauge("nqe_findings", "What check finds wrong in the arena, by severity");
   findings.Add({{"severity", "error"}}, static_cast<double>(survey->errors));
   findings.Add({{"severity", "warning"}}, static_cast<double>(survey->warnings));

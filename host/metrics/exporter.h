@@ -45,7 +45,7 @@ class MetricsExporter {
   const std::vector<MetricsTarget> targets_;
   const Layout &layout_;
   std::vector<TableCounters> counted_;
-  Surveyor surveyor_;
+  mutable Surveyor surveyor_;  // has a lock of its own
 };
 
 }  // namespace qdt::host

@@ -69,6 +69,7 @@ class ExporterTest : public testing::Test {
   }
 
   const std::string path_;
+  const std::vector<MetricsTarget> targets_{{"ap7", path_, false}, {"ap8", path_ + ".second", false}};
 };
 
 TEST_F(ExporterTest, WhatTheLayoutSaysOfCounters) {
@@ -234,6 +235,28 @@ TEST_F(ExporterTest, FindingsOfAnEarlierEngine) {
   const std::string text = exporter->Probe("ap7").value();
   EXPECT_EQ(Series(text, "nqe_up"), Lines{"nqe_up 1"});
   EXPECT_EQ(Series(text, "nqe_findings"), Lines{});
+  // And who is new does not have to wait for his turn.
+  EXPECT_EQ(Series(WithSurvey(*exporter), "nqe_findings").size(), 2u);
+}
+
+// Nobody looks where nobody asks: of two targets the one that was not asked for has no findings after the
+// other's.
+TEST_F(ExporterTest, LooksAreAskedFor) {
+  const auto engine = Engine("fwdif: []");
+  const LabArena second(path_ + ".second", "fwdif: []");
+  Surveyor surveyor(targets_, Layout::BuiltIn(), {std::chrono::milliseconds(1), 1});
+  const uint64_t first = engine->arena()->header()->identity;
+  EXPECT_FALSE(surveyor.Last(0, first).has_value());
+  double seen = 0;
+  for (int looks = 0; looks < 3;) {
+    const std::optional<Survey> survey = surveyor.Last(0, first);
+    if (survey && survey->finished > seen) {
+      seen = survey->finished;
+      ++looks;
+    }
+    std::this_thread::yield();
+  }
+  EXPECT_FALSE(surveyor.Last(1, second.arena()->header()->identity).has_value());
 }
 
 TEST_F(ExporterTest, MoreLooksFollow) {
