@@ -16,7 +16,7 @@ import sys
 
 from check_example import declared
 
-PAGES = ("nqecli.1", "nqed.8", "omad.8", "omad-session.8", "nqe-scenario.5", "nqe-layout.5", "libqdt_util.3")
+PAGES = ("nqecli.1", "nqed.8", "omad.8", "omad-session.8", "nqe-scenario.5", "nqe-layout.5", "nqe-metrics.5", "libqdt_util.3")
 # Options of a program that are no matter of its users.
 INTERNAL = {"omad": {"--worker"}, "nqecli": {"--again"}}
 OPTION = re.compile(r"(?<![\w-])--[a-z][a-z-]*")

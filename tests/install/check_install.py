@@ -27,7 +27,7 @@ EXPECTED = ("lib/libqdt_util.so", "lib/libqdt_util.so.1", "lib/libqdt_util.a", "
             "lib/cmake/qdt_util/qdt_utilConfig.cmake", "include/qdt/tables.h", "include/platform/tbm.h",
             "share/man/man3/libqdt_util.3")
 PAGES = {"bin/nqecli": ["man1/nqecli.1"], "bin/nqed": ["man8/nqed.8", "man5/nqe-scenario.5", "man5/nqe-layout.5"],
-         "sbin/omad": ["man8/omad.8"], "sbin/omad-session": ["man8/omad-session.8"]}
+         "bin/nqeweb": ["man5/nqe-metrics.5"], "sbin/omad": ["man8/omad.8"], "sbin/omad-session": ["man8/omad-session.8"]}
 
 
 def run(*command, **options):
