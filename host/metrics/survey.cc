@@ -67,8 +67,14 @@ Survey TakeSurvey(const RecordSource &source) {
   return survey;
 }
 
-Surveyor::Surveyor(const std::vector<MetricsTarget> &targets, const Layout &layout, Pace pace)
-    : targets_(targets), layout_(layout), pace_(pace), places_(targets.size()), thread_([this] { Run(); }) {}
+Surveyor::Surveyor(const std::vector<MetricsTarget> &targets, const Layout &layout, Pace pace,
+                   ReadGuard guard)
+    : targets_(targets),
+      layout_(layout),
+      pace_(pace),
+      guard_(std::move(guard)),
+      places_(targets.size()),
+      thread_([this] { Run(); }) {}
 
 Surveyor::~Surveyor() {
   {
@@ -98,13 +104,15 @@ Surveyor::Place *Surveyor::NextWanted() {
 }
 
 std::optional<Survey> Surveyor::Look(const MetricsTarget &target) const {
+  std::optional<Survey> survey;
   try {
-    return TakeSurvey(*target.Open(layout_));
+    const auto look = [&] { survey = TakeSurvey(*target.Open(layout_)); };
+    if (!ReadGuarded(guard_, look)) return {};
   } catch (const HostError &) {
     // The scrape says that the engine is gone; of one that changes too fast the last findings stand, with
     // their time.
-    return {};
   }
+  return survey;
 }
 
 void Surveyor::Run() {

@@ -45,7 +45,7 @@ class Surveyor {
   };
 
   // `targets` and `layout` outlive it.
-  Surveyor(const std::vector<MetricsTarget> &targets, const Layout &layout, Pace pace);
+  Surveyor(const std::vector<MetricsTarget> &targets, const Layout &layout, Pace pace, ReadGuard guard = {});
   // Waits for the look that is under way.
   ~Surveyor();
   Surveyor(const Surveyor &) = delete;
@@ -72,6 +72,7 @@ class Surveyor {
   const std::vector<MetricsTarget> &targets_;
   const Layout &layout_;
   const Pace pace_;
+  const ReadGuard guard_;
   std::mutex mutex_;
   std::condition_variable wakes_;
   bool ending_ = false;
