@@ -13,6 +13,7 @@ import sys
 import time
 
 ROOT = pathlib.Path(__file__).resolve().parents[1]
+OF_JOBS = 'count({__name__=~"(job|job_.+):.+"})'
 TICKS = os.sysconf("SC_CLK_TCK")
 
 
@@ -66,6 +67,7 @@ def main(engines=200, seconds=300, interval=5):
                 ("scrape, slowest", f"{max(durations) * 1000:.1f} ms"),
                 ("failed scrapes", f"{counter(fleet, 'sum(count_over_time((up == 0)[5m:5s]))'):.0f}"),
                 ("samples a second", f"{appended / took:,.0f}"),
+                ("series that federation takes", f"{counter(fleet, OF_JOBS):,.0f}"),
                 ("nqeweb, processor time of a scrape, survey included", f"{web_seconds / scrapes * 1e3:.2f} ms"),
                 ("nqeweb, memory of its own", f"{own_bytes(web) / 2**20:.1f} MiB"),
                 ("Prometheus, processor time of 1,000 samples", f"{database_seconds / appended * 1e6:.2f} ms"),

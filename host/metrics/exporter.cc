@@ -22,9 +22,12 @@ constexpr uint64_t kSurveySeries = 4;
 
 }  // namespace
 
-MetricsExporter::MetricsExporter(std::vector<MetricsTarget> targets, const Layout &layout,
+MetricsExporter::MetricsExporter(std::vector<MetricsTarget> targets, const Layout &layout, ReadGuard guard,
                                  Surveyor::Pace pace)
-    : targets_(std::move(targets)), layout_(layout), surveyor_(targets_, layout, pace) {
+    : targets_(std::move(targets)),
+      layout_(layout),
+      guard_(std::move(guard)),
+      surveyor_(targets_, layout, pace, guard_) {
   for (const CountedTable &row : kCountedTables) {
     if (const TableLayout *table = TableCounters::TableOf(layout, row)) counted_.emplace_back(*table, row);
   }
@@ -55,8 +58,8 @@ void MetricsExporter::AddEngine(const RecordSource &source, size_t target, Metri
 }
 
 void MetricsExporter::AddSurvey(const RecordSource &source, size_t target, MetricSet *set) const {
-  const std::optional<Survey> survey = surveyor_.Last(target);
-  if (!survey || survey->identity != source.arena().header()->identity) return;
+  const std::optional<Survey> survey = surveyor_.Last(target, source.arena().header()->identity);
+  if (!survey) return;
   MetricSeries &findings = set->Gauge("nqe_findings", "What check finds wrong in the arena, by severity");
   findings.Add({{"severity", "error"}}, static_cast<double>(survey->errors));
   findings.Add({{"severity", "warning"}}, static_cast<double>(survey->warnings));
@@ -80,15 +83,21 @@ void MetricsExporter::AddSurvey(const RecordSource &source, size_t target, Metri
       .Add({}, survey->seconds);
 }
 
-void MetricsExporter::AddTarget(size_t target, MetricSet *set) const {
-  MetricSeries &up = UpSeries(set);
+bool MetricsExporter::Read(const MetricsTarget &target,
+                           const std::function<void(const RecordSource &source)> &read) const {
   try {
-    const std::unique_ptr<RecordSource> source = targets_[target].Open(layout_);
-    AddEngine(*source, target, set);
-    up.Add({}, 1);
+    return ReadGuarded(guard_, [&] { read(*target.Open(layout_)); });
   } catch (const HostError &) {
-    up.Add({}, 0);
+    return false;
   }
+}
+
+void MetricsExporter::AddTarget(size_t target, MetricSet *set) const {
+  MetricSet engine;
+  const bool isUp =
+      Read(targets_[target], [&](const RecordSource &source) { AddEngine(source, target, &engine); });
+  UpSeries(set).Add({}, isUp ? 1 : 0);
+  if (isUp) set->Take(std::move(engine));
 }
 
 std::optional<std::string> MetricsExporter::Probe(std::string_view name) const {
@@ -108,13 +117,8 @@ std::string MetricsExporter::Metrics() const {
   }
   MetricSeries &up = UpSeries(&set);
   for (const MetricsTarget &target : targets_) {
-    bool isThere = true;
-    try {
-      target.Open(layout_);
-    } catch (const HostError &) {
-      isThere = false;
-    }
-    up.Add({{"target", target.name}}, isThere ? 1 : 0);
+    const bool isUp = Read(target, [](const RecordSource &) {});
+    up.Add({{"target", target.name}}, isUp ? 1 : 0);
   }
   return set.TakeText();
 }

@@ -21,7 +21,8 @@ class MetricsExporter {
   static constexpr char kContentType[] = "text/plain; version=0.0.4; charset=utf-8";
 
   // Names of targets are unique. `layout` outlives it.
-  MetricsExporter(std::vector<MetricsTarget> targets, const Layout &layout, Surveyor::Pace pace = {});
+  MetricsExporter(std::vector<MetricsTarget> targets, const Layout &layout, ReadGuard guard = {},
+                  Surveyor::Pace pace = {});
 
   // The exporter itself, and of a single target all that Probe gives. Of several targets only whether they
   // can be read, under the label target.
@@ -37,6 +38,8 @@ class MetricsExporter {
   const std::vector<MetricsTarget> &targets() const { return targets_; }
 
  private:
+  // Whether the target can be read, and `read` of it has come to its end.
+  bool Read(const MetricsTarget &target, const std::function<void(const RecordSource &source)> &read) const;
   void AddTarget(size_t target, MetricSet *set) const;
   void AddEngine(const RecordSource &source, size_t target, MetricSet *set) const;
   void AddCountedTables(const RecordSource &source, MetricSet *set) const;
@@ -44,8 +47,9 @@ class MetricsExporter {
 
   const std::vector<MetricsTarget> targets_;
   const Layout &layout_;
+  const ReadGuard guard_;
   std::vector<TableCounters> counted_;
-  Surveyor surveyor_;
+  mutable Surveyor surveyor_;  // has a lock of its own
 };
 
 }  // namespace qdt::host

@@ -50,6 +50,10 @@ MetricSeries &MetricSet::Gauge(std::string_view name, std::string_view help) {
   return families_.emplace_back(name, help, prometheus::MetricType::Gauge);
 }
 
+void MetricSet::Take(MetricSet other) {
+  for (MetricSeries &series : other.families_) families_.push_back(std::move(series));
+}
+
 size_t MetricSet::SeriesCount() const {
   size_t count = 0;
   for (const MetricSeries &series : families_) count += series.size();

@@ -39,6 +39,9 @@ class MetricSet {
   MetricSeries &Counter(std::string_view name, std::string_view help);
   MetricSeries &Gauge(std::string_view name, std::string_view help);
 
+  // Adds all of another set behind what there is.
+  void Take(MetricSet other);
+
   size_t SeriesCount() const;
 
   // The text format of Prometheus, version 0.0.4. Empties the set.

@@ -10,8 +10,6 @@
 
 namespace qdt::host {
 
-using Clock = std::chrono::steady_clock;
-
 namespace {
 
 constexpr uint64_t kIcmp = 1;
@@ -55,7 +53,7 @@ std::optional<SessionCounts> CountSessions(const RecordSource &source) {
 }  // namespace
 
 Survey TakeSurvey(const RecordSource &source) {
-  const Clock::time_point began = Clock::now();
+  const auto began = std::chrono::steady_clock::now();
   Survey survey;
   survey.identity = source.arena().header()->identity;
   CheckArena(source, [&](const Finding &finding) {
@@ -63,54 +61,83 @@ Survey TakeSurvey(const RecordSource &source) {
     if (finding.stale && finding.table != nullptr) ++survey.stale[finding.table->shortName];
   });
   survey.sessions = CountSessions(source);
-  survey.seconds = std::chrono::duration<double>(Clock::now() - began).count();
+  survey.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count();
   const auto now = std::chrono::system_clock::now().time_since_epoch();
   survey.finished = std::chrono::duration<double>(now).count();
   return survey;
 }
 
-Surveyor::Surveyor(const std::vector<MetricsTarget> &targets, const Layout &layout, Pace pace)
-    : targets_(targets), layout_(layout), pace_(pace), last_(targets.size()), thread_([this] { Run(); }) {}
+Surveyor::Surveyor(const std::vector<MetricsTarget> &targets, const Layout &layout, Pace pace,
+                   ReadGuard guard)
+    : targets_(targets),
+      layout_(layout),
+      pace_(pace),
+      guard_(std::move(guard)),
+      places_(targets.size()),
+      thread_([this] { Run(); }) {}
 
 Surveyor::~Surveyor() {
   {
     const std::lock_guard lock(mutex_);
     ending_ = true;
   }
-  ends_.notify_all();
+  wakes_.notify_all();
   thread_.join();
 }
 
-std::optional<Survey> Surveyor::Last(size_t target) const {
+std::optional<Survey> Surveyor::Last(size_t target, uint64_t identity) {
   const std::lock_guard lock(mutex_);
-  return last_[target];
+  Place &place = places_[target];
+  const bool isOther = place.last && place.last->identity != identity;
+  if (isOther) place = {};
+  if (!place.wanted) wakes_.notify_all();
+  place.wanted = true;
+  return place.last;
 }
 
-bool Surveyor::Rest(Clock::time_point until) {
-  std::unique_lock lock(mutex_);
-  return !ends_.wait_until(lock, until, [this] { return ending_; });
+Surveyor::Place *Surveyor::NextWanted() {
+  Place *next = nullptr;
+  for (Place &place : places_) {
+    if (place.wanted && (next == nullptr || place.due < next->due)) next = &place;
+  }
+  return next;
+}
+
+std::optional<Survey> Surveyor::Look(const MetricsTarget &target) const {
+  std::optional<Survey> survey;
+  try {
+    const auto look = [&] { survey = TakeSurvey(*target.Open(layout_)); };
+    if (!ReadGuarded(guard_, look)) return {};
+  } catch (const HostError &) {
+    // The scrape says that the engine is gone; of one that changes too fast the last findings stand, with
+    // their time.
+  }
+  return survey;
 }
 
 void Surveyor::Run() {
-  if (targets_.empty()) return;
-  Clock::time_point due = Clock::now();
-  for (;;) {
-    const Clock::time_point round = Clock::now();
-    for (size_t i = 0; i < targets_.size(); ++i) {
-      if (!Rest(due)) return;
-      const Clock::time_point began = Clock::now();
-      const std::chrono::nanoseconds used = ThreadTime();
-      try {
-        const Survey survey = TakeSurvey(*targets_[i].Open(layout_));
-        const std::lock_guard lock(mutex_);
-        last_[i] = survey;
-      } catch (const HostError &) {
-        // The scrape says that the engine is gone; of one that changes too fast the last findings stand, with
-        // their time.
-      }
-      due = began + pace_.share * (ThreadTime() - used);
+  Clock::time_point rested = Clock::now();
+  std::unique_lock lock(mutex_);
+  while (!ending_) {
+    Place *place = NextWanted();
+    if (place == nullptr) {
+      wakes_.wait(lock);
+      continue;
     }
-    due = std::max(due, round + pace_.period);
+    const Clock::time_point began = Clock::now();
+    const Clock::time_point due = std::max(place->due, rested);
+    if (began < due) {
+      wakes_.wait_until(lock, due);
+      continue;
+    }
+    place->wanted = false;
+    place->due = began + pace_.period;
+    const std::chrono::nanoseconds used = ThreadTime();
+    lock.unlock();
+    std::optional<Survey> survey = Look(targets_[static_cast<size_t>(place - places_.data())]);
+    lock.lock();
+    if (survey) place->last = std::move(survey);
+    rested = began + pace_.share * (ThreadTime() - used);
   }
 }
 

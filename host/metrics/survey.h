@@ -35,8 +35,8 @@ struct Survey {
 };
 
 // Looks at arenas in whole, one after the other, in a thread of its own, so that no scrape waits for it.
-// What it costs is bounded: an arena is looked at once in a period at most, and all of them together take no
-// more than a small share of the time of one processor.
+// What it costs is bounded: an arena is looked at only when somebody asks, once in a period at most, and all
+// of them together take no more than a small share of the time of one processor.
 class Surveyor {
  public:
   struct Pace {
@@ -45,27 +45,38 @@ class Surveyor {
   };
 
   // `targets` and `layout` outlive it.
-  Surveyor(const std::vector<MetricsTarget> &targets, const Layout &layout, Pace pace);
+  Surveyor(const std::vector<MetricsTarget> &targets, const Layout &layout, Pace pace, ReadGuard guard = {});
   // Waits for the look that is under way.
   ~Surveyor();
   Surveyor(const Surveyor &) = delete;
   Surveyor &operator=(const Surveyor &) = delete;
 
-  // The last look at a target that came to its end; nothing before the first.
-  std::optional<Survey> Last(size_t target) const;
+  // The last look at a target that came to its end, and that the next one is wanted. Nothing before the
+  // first, and when the arena was another one, with another identity.
+  std::optional<Survey> Last(size_t target, uint64_t identity);
 
  private:
+  using Clock = std::chrono::steady_clock;
+  struct Place {
+    std::optional<Survey> last;
+    bool wanted = false;
+    Clock::time_point due;  // of the next look, when it is wanted
+  };
+
   void Run();
-  // False when it is told to end meanwhile.
-  bool Rest(std::chrono::steady_clock::time_point until);
+  // The place that is wanted and due first; null when none is wanted.
+  Place *NextWanted();
+  // The look at a target; nothing when it cannot be read.
+  std::optional<Survey> Look(const MetricsTarget &target) const;
 
   const std::vector<MetricsTarget> &targets_;
   const Layout &layout_;
   const Pace pace_;
-  mutable std::mutex mutex_;
-  std::condition_variable ends_;
+  const ReadGuard guard_;
+  std::mutex mutex_;
+  std::condition_variable wakes_;
   bool ending_ = false;
-  std::vector<std::optional<Survey>> last_;
+  std::vector<Place> places_;
   std::thread thread_;  // last: it uses the others
 };
 

@@ -2,14 +2,11 @@
 
 import concurrent.futures
 import contextlib
-import re
 import signal
-import subprocess
-import urllib.error
-import urllib.request
 
 import pytest
-from conftest import BIN, PATIENCE, ROOT, engine_place
+from conftest import ROOT, engine_place
+from web import Web
 
 TYPE = "text/plain; version=0.0.4; charset=utf-8"
 GONE = """\
@@ -22,27 +19,12 @@ nqe_up 0
 @contextlib.contextmanager
 def web(*words):
     """nqeweb on a free port; gives the function that asks it for a path: status, type and text."""
-    process = subprocess.Popen([BIN / "nqeweb", *words, "--listen", "127.0.0.1:0"], stdin=subprocess.DEVNULL,
-                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
-    try:
-        line = process.stdout.readline()
-        found = re.fullmatch(r"nqeweb: ready at (http://[0-9.:]+)/\n", line)
-        assert found, line + process.stdout.read()
+    def ask(path):
+        answer = server.ask("GET", path)
+        return answer.status, answer.headers["Content-Type"], answer.body.decode()
 
-        def ask(path):
-            try:
-                with urllib.request.urlopen(found[1] + path, timeout=PATIENCE) as answer:
-                    return answer.status, answer.headers["Content-Type"], answer.read().decode()
-            except urllib.error.HTTPError as error:
-                return error.code, error.headers["Content-Type"], error.read().decode()
-
+    with Web(*words) as server:
         yield ask
-        process.send_signal(signal.SIGTERM)
-        rest, _ = process.communicate(timeout=PATIENCE)
-        assert (process.returncode, rest) == (0, "")
-    finally:
-        process.kill()
-        process.communicate()
 
 
 @pytest.fixture

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <fstream>
 #include <functional>
 #include <set>
@@ -40,7 +41,7 @@ class ExporterTest : public testing::Test {
 
   std::unique_ptr<MetricsExporter> Exporter(Surveyor::Pace pace = kOnce) const {
     return std::make_unique<MetricsExporter>(std::vector<MetricsTarget>{{"ap7", path_, false}},
-                                             Layout::BuiltIn(), pace);
+                                             Layout::BuiltIn(), ReadGuard(), pace);
   }
 
   // Asks until the first look at the arena has come to its end.
@@ -69,6 +70,7 @@ class ExporterTest : public testing::Test {
   }
 
   const std::string path_;
+  const std::vector<MetricsTarget> targets_{{"ap7", path_, false}, {"ap8", path_ + ".second", false}};
 };
 
 TEST_F(ExporterTest, WhatTheLayoutSaysOfCounters) {
@@ -234,6 +236,28 @@ TEST_F(ExporterTest, FindingsOfAnEarlierEngine) {
   const std::string text = exporter->Probe("ap7").value();
   EXPECT_EQ(Series(text, "nqe_up"), Lines{"nqe_up 1"});
   EXPECT_EQ(Series(text, "nqe_findings"), Lines{});
+  // And who is new does not have to wait for his turn.
+  EXPECT_EQ(Series(WithSurvey(*exporter), "nqe_findings").size(), 2u);
+}
+
+// Nobody looks where nobody asks: of two targets the one that was not asked for has no findings after the
+// other's.
+TEST_F(ExporterTest, LooksAreAskedFor) {
+  const auto engine = Engine("fwdif: []");
+  const LabArena second(path_ + ".second", "fwdif: []");
+  Surveyor surveyor(targets_, Layout::BuiltIn(), {std::chrono::milliseconds(1), 1});
+  const uint64_t first = engine->arena()->header()->identity;
+  EXPECT_FALSE(surveyor.Last(0, first).has_value());
+  double seen = 0;
+  for (int looks = 0; looks < 3;) {
+    const std::optional<Survey> survey = surveyor.Last(0, first);
+    if (survey && survey->finished > seen) {
+      seen = survey->finished;
+      ++looks;
+    }
+    std::this_thread::yield();
+  }
+  EXPECT_FALSE(surveyor.Last(1, second.arena()->header()->identity).has_value());
 }
 
 TEST_F(ExporterTest, MoreLooksFollow) {
@@ -305,6 +329,22 @@ TEST(CountedTablesTest, KeysAreNumbers) {
   }
 }
 
+// A file that loses bytes while it is read is told by who takes care of it; what was read so far is not
+// shown.
+TEST_F(ExporterTest, BytesThatAreLost) {
+  const auto engine = Engine("fwdif: []");
+  std::atomic<bool> isLost = false;
+  const ReadGuard guard = [&](const std::function<void()> &read) {
+    read();
+    return !isLost;
+  };
+  const MetricsExporter exporter({{"ap7", path_, false}}, Layout::BuiltIn(), guard, kOnce);
+  EXPECT_EQ(Series(*exporter.Probe("ap7"), "nqe_up"), Lines{"nqe_up 1"});
+  isLost = true;
+  EXPECT_EQ(Series(*exporter.Probe("ap7"), ""), Lines{"nqe_up 0"});
+  EXPECT_EQ(Series(exporter.Metrics(), ""), (Lines{"nqe_exporter_info{version=\"1.0.0\"} 1", "nqe_up 0"}));
+}
+
 // Names are names: nothing of a request is ever a path.
 TEST_F(ExporterTest, OnlyNamesOfTargets) {
   const auto engine = Engine("fwdif: []");
@@ -321,7 +361,7 @@ TEST_F(ExporterTest, TheExporterItself) {
   EXPECT_EQ(Series(one, "nqe_up"), Lines{"nqe_up 1"});
   EXPECT_EQ(Series(one, "nqe_start_time_seconds").size(), 1u);
 
-  const MetricsExporter many({{"ap7", path_, false}, {"ap8", path_ + ".gone", false}}, Layout::BuiltIn(),
+  const MetricsExporter many({{"ap7", path_, false}, {"ap8", path_ + ".gone", false}}, Layout::BuiltIn(), {},
                              kOnce);
   EXPECT_EQ(Series(many.Metrics(), ""), (Lines{"nqe_exporter_info{version=\"1.0.0\"} 1",
                                                "nqe_up{target=\"ap7\"} 1", "nqe_up{target=\"ap8\"} 0"}));
@@ -338,7 +378,7 @@ TEST_F(ExporterTest, Snapshots) {
     Arena::StampCopy(fd);
     close(fd);
   }
-  const MetricsExporter exporter({{"ap7", file, true}}, Layout::BuiltIn(), kOnce);
+  const MetricsExporter exporter({{"ap7", file, true}}, Layout::BuiltIn(), {}, kOnce);
   const std::string text = WithSurvey(exporter);
   unlink(file.c_str());
   EXPECT_EQ(Series(text, "nqe_info"),

@@ -175,7 +175,7 @@ int Run(const CommandLine &line) {
   host::Routes routes;
   host::AddPageRoutes(&routes, PageFiles());
   console.AddTo(&routes);
-  const host::MetricsExporter exporter(MetricsTargets(&engines), host::Layout::BuiltIn());
+  const host::MetricsExporter exporter(MetricsTargets(&engines), host::Layout::BuiltIn(), host::Survive);
   AddMetricsRoutes(&routes, &exporter);
 
   host::WebServer server(line.address, line.limits, identity ? &*identity : nullptr,
