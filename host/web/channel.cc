@@ -29,6 +29,8 @@ std::string TlsText() {
 TlsIdentity::TlsIdentity(const std::string &certificate, const std::string &key)
     : context_(SSL_CTX_new(TLS_server_method())) {
   if (context_ == nullptr) throw HostError("cannot start TLS: " + TlsText());
+  // A key that takes a passphrase is refused: nobody sits there to type it.
+  SSL_CTX_set_default_passwd_cb(context_, [](char *, int, int, void *) { return 0; });
   std::string wrong;
   if (SSL_CTX_set_min_proto_version(context_, TLS1_2_VERSION) != 1) {
     wrong = "cannot start TLS: " + TlsText();

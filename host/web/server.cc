@@ -231,7 +231,7 @@ bool WebServer::ServeRequest(Channel *channel, std::string *bytes, Connection *c
   }
   const WebRequest &request = reader.request();
   const WebAnswer answer = handler_(request);
-  if (answer.stream) {
+  if (answer.stream && request.method != "HEAD") {
     Stream(channel, answer);
     return false;
   }

@@ -74,6 +74,12 @@ def test_events_of_an_engine_at_work(tmp_path, place):
         assert place.end()[0] == 0
 
 
+def test_a_question_about_events_is_none(campus):
+    with Web("--arena", campus.engine.arena) as server:
+        answer = server.ask("HEAD", API + "/events")
+        assert answer.status == 200 and answer.headers["Content-Type"] == "text/event-stream" and answer.body == b""
+
+
 def test_a_server_ends_at_once_with_its_listeners(campus):
     with Web("--arena", campus.engine.arena) as server:
         events = Events(server)
