@@ -16,15 +16,8 @@ import sys
 
 from check_example import declared
 
-<<<<<<< HEAD
-<<<<<<< HEAD
-PAGES = ("nqecli.1", "nqed.8", "omad.8", "omad-session.8", "nqe-scenario.5", "nqe-layout.5", "libqdt_util.3")
-=======
-PAGES = ("nqecli.1", "nqed.8", "nqeweb.8", "omad.8", "nqe-scenario.5", "nqe-layout.5", "libqdt_util.3")
->>>>>>> 5c0f61b (nqeweb: manual, document, systemd unit, installation, and a fuzzer of requests)
-=======
-PAGES = ("nqecli.1", "nqed.8", "omad.8", "omad-session.8", "nqe-scenario.5", "nqe-layout.5", "nqe-metrics.5", "libqdt_util.3")
->>>>>>> 11b1f0d2f52921e693f008832658e401fc2e7a88
+PAGES = ("nqecli.1", "nqed.8", "nqeweb.8", "omad.8", "omad-session.8", "nqe-scenario.5", "nqe-layout.5", "nqe-metrics.5",
+         "libqdt_util.3")
 # Options of a program that are no matter of its users.
 INTERNAL = {"omad": {"--worker"}, "nqecli": {"--again"}}
 OPTION = re.compile(r"(?<![\w-])--[a-z][a-z-]*")
@@ -91,12 +84,8 @@ def options_of_code(folder):
 
 def programs(source, binaries):
     documents = "\n".join(file.read_text() for file in sorted((source / "docs").iterdir()) if ".md" in file.name)
-<<<<<<< HEAD
-    for name, page in (("nqecli", "nqecli.1"), ("nqed", "nqed.8"), ("omad", "omad.8"),
+    for name, page in (("nqecli", "nqecli.1"), ("nqed", "nqed.8"), ("nqeweb", "nqeweb.8"), ("omad", "omad.8"),
                        ("omad-session", "omad-session.8")):
-=======
-    for name, page in (("nqecli", "nqecli.1"), ("nqed", "nqed.8"), ("nqeweb", "nqeweb.8"), ("omad", "omad.8")):
->>>>>>> 5c0f61b (nqeweb: manual, document, systemd unit, installation, and a fuzzer of requests)
         if not (binaries / name).exists():
             print(f"{name} is not built")
             continue

@@ -27,15 +27,8 @@ EXPECTED = ("lib/libqdt_util.so", "lib/libqdt_util.so.1", "lib/libqdt_util.a", "
             "lib/cmake/qdt_util/qdt_utilConfig.cmake", "include/qdt/tables.h", "include/platform/tbm.h",
             "share/man/man3/libqdt_util.3")
 PAGES = {"bin/nqecli": ["man1/nqecli.1"], "bin/nqed": ["man8/nqed.8", "man5/nqe-scenario.5", "man5/nqe-layout.5"],
-<<<<<<< HEAD
-<<<<<<< HEAD
-         "sbin/omad": ["man8/omad.8"], "sbin/omad-session": ["man8/omad-session.8"]}
-=======
-         "bin/nqeweb": ["man8/nqeweb.8"], "sbin/omad": ["man8/omad.8"]}
->>>>>>> 5c0f61b (nqeweb: manual, document, systemd unit, installation, and a fuzzer of requests)
-=======
-         "bin/nqeweb": ["man5/nqe-metrics.5"], "sbin/omad": ["man8/omad.8"], "sbin/omad-session": ["man8/omad-session.8"]}
->>>>>>> 11b1f0d2f52921e693f008832658e401fc2e7a88
+         "bin/nqeweb": ["man8/nqeweb.8", "man5/nqe-metrics.5"], "sbin/omad": ["man8/omad.8"],
+         "sbin/omad-session": ["man8/omad-session.8"]}
 
 
 def run(*command, **options):
