@@ -24,6 +24,12 @@ uint64_t SecondsOf(clockid_t clock) {
 // time.
 constexpr int kAttempts = 1000;
 
+const tbm::TableView &ViewOf(const RecordSource &source, const TableLayout &table) {
+  if (const tbm::TableView *view = source.View(table); view != nullptr) return *view;
+  throw HostError("this engine has no table " + std::string(table.shortName) +
+                  " (\"nqecli usage\" lists those it has)");
+}
+
 }  // namespace
 
 RecordSource::RecordSource(std::unique_ptr<Arena> arena, const Layout &layout, bool live)
@@ -100,16 +106,19 @@ bool RecordSource::ResolveIn(const TableLayout &table, Reference *reference) con
   return true;
 }
 
-Reference RecordSource::Resolve(std::span<const std::string_view> targets, uint64_t address) const {
-  Reference reference;
-  reference.address = address;
-  if (address == 0) return reference;
-  reference.kind = Reference::Kind::kWild;
-  for (const std::string_view target : targets) {
-    const TableLayout *table = layout_.FindTable(target);
-    if (table != nullptr && ResolveIn(*table, &reference)) break;
+std::span<const TableLayout *const> RecordSource::TablesOf(std::span<const std::string_view> targets) const {
+  for (const Targets &known : targets_) {
+    if (known.names.data() == targets.data() && known.names.size() == targets.size()) return known.tables;
   }
-  return reference;
+  Targets &found = targets_.emplace_back(Targets{targets, {}});
+  for (const std::string_view target : targets) {
+    if (const TableLayout *table = layout_.FindTable(target); table != nullptr) found.tables.push_back(table);
+  }
+  return found.tables;
+}
+
+Reference RecordSource::Resolve(std::span<const std::string_view> targets, uint64_t address) const {
+  return Resolve(TablesOf(targets), address);
 }
 
 Reference RecordSource::Resolve(std::span<const TableLayout *const> targets, uint64_t address) const {
@@ -129,11 +138,7 @@ WideValue RecordSource::SecondsAgo(const FieldRef &field, WideValue stored) cons
 }
 
 EntryReader::EntryReader(const RecordSource &source, const TableLayout &table)
-    : source_(source), table_(table), view_(source.View(table)) {
-  if (view_ == nullptr) {
-    throw HostError("this engine has no table " + std::string(table.shortName) +
-                    " (\"nqecli usage\" lists those it has)");
-  }
+    : source_(source), table_(table), view_(&ViewOf(source, table)), run_(*view_) {
   const size_t keyWords = tbm::RoundUpToWord(view_->shape().keySize) / tbm::kWord;
   words_.resize(keyWords + tbm::RoundUpToWord(view_->StoredSize()) / tbm::kWord);
   entry_.key = reinterpret_cast<const uint8_t *>(words_.data());
@@ -165,25 +170,27 @@ bool EntryReader::Take(const tbm::Place &place) {
 }
 
 template <typename Order>
-bool EntryReader::NextIn(const Order &order) {
+bool EntryReader::NextIn(Order *order) {
   uint64_t gone = 0;
   for (;;) {
-    tbm::Place next = place_;
-    const tbm::Step step = order.Next(&next);
+    const tbm::Place before = place_;
+    const tbm::Step step = order->Next(&place_);
     if (step == tbm::Step::kLost) FailRestless();
-    if (step == tbm::Step::kEnd || next.serial > endSerial_) return false;
-    if (Take(next)) {
-      place_ = next;
-      return true;
+    if (step == tbm::Step::kEnd) return false;
+    if (place_.serial <= endSerial_) {
+      if (Take(place_)) return true;
+      if (!tbm::IsNewlyGone(place_, &gone)) FailRestless();
     }
-    if (!tbm::IsNewlyGone(next, &gone)) FailRestless();
+    const bool isBehind = place_.serial > endSerial_;
+    place_ = before;
+    if (isBehind) return false;
   }
 }
 
 // Nothing changes a saved arena any more, so that its order leads to as many entries as the table counts, but
 // for one that its engine was putting in or taking out when it died.
 bool EntryReader::Next() {
-  if (NextIn(tbm::TableOrder(*view_))) {
+  if (NextIn(&run_)) {
     ++walked_;
     return true;
   }
@@ -201,13 +208,15 @@ bool EntryReader::NextPlace(tbm::Place *place) {
 
 bool EntryReader::NextOfKey(const uint8_t *key) {
   const tbm::TableKey wanted = view_->KeyOf(key);
-  return NextIn(tbm::ChainOrder(*view_, wanted));
+  tbm::ChainOrder order(*view_, wanted);
+  return NextIn(&order);
 }
 
 // All entries of a group stand in one chain, among others.
 bool EntryReader::NextOfGroup(const uint8_t *key) {
   const tbm::TableKey group = view_->GroupKeyOf(key);
-  while (NextIn(tbm::ChainOrder(*view_, group.hash & (view_->shape().bucketCount - 1)))) {
+  tbm::ChainOrder order(*view_, group.hash & (view_->shape().bucketCount - 1));
+  while (NextIn(&order)) {
     if (std::memcmp(entry_.key, key, view_->shape().groupKeySize) == 0) return true;
   }
   return false;

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <string>
 #include <vector>
@@ -46,9 +47,10 @@ class RecordSource {
   // The region's bytes copied out; nothing when this engine does not have it or it has another size.
   std::vector<uint8_t> ReadRegion(const RegionLayout &region) const;
 
-  // Where the address in a field of a record leads to. `targets` are those of the field.
+  // Where the address in a field of a record leads to. `targets` are those of the field, whose tables are
+  // looked up once.
   Reference Resolve(std::span<const std::string_view> targets, uint64_t address) const;
-  // The same for who has looked the targets up, because he asks often.
+  // The same for who has looked the targets up.
   Reference Resolve(std::span<const TableLayout *const> targets, uint64_t address) const;
 
   // Takes this moment for the one that a view of a running engine shows, which is else that of its making.
@@ -69,6 +71,7 @@ class RecordSource {
  private:
   RecordSource(std::unique_ptr<Arena> arena, const Layout &layout, bool live);
   bool ResolveIn(const TableLayout &table, Reference *reference) const;
+  std::span<const TableLayout *const> TablesOf(std::span<const std::string_view> targets) const;
 
   std::unique_ptr<Arena> arena_;
   const Layout &layout_;
@@ -78,6 +81,12 @@ class RecordSource {
   mutable std::array<tbm::TableView, kTableCount> views_;
   enum class Opened : uint8_t { kNotYet, kYes, kMissing };
   mutable std::array<Opened, kTableCount> opened_{};
+  // The tables of the fields' targets so far, which stand in the layout and are known by their place there.
+  struct Targets {
+    std::span<const std::string_view> names;
+    std::vector<const TableLayout *> tables;
+  };
+  mutable std::deque<Targets> targets_;
 };
 
 // One entry, copied out whole.
@@ -142,7 +151,7 @@ class EntryReader {
 
  private:
   template <typename Order>
-  bool NextIn(const Order &order);
+  bool NextIn(Order *order);
   template <typename Search>
   bool TakeFound(const Search &search);
   bool Take(const tbm::Place &place);
@@ -152,6 +161,7 @@ class EntryReader {
   const TableLayout &table_;
   const tbm::TableView *view_;
   tbm::Place place_;  // of the walk
+  tbm::TableRun run_;
   uint64_t endSerial_ = 0;
   uint64_t walked_ = 0;          // entries that Next has given
   bool isPart_ = false;          // not all that stand before are

@@ -71,11 +71,11 @@ int32_t TableView::Open(Arena *arena, uint32_t table, TableView *view) {
   char *base = reinterpret_cast<char *>(header);
   view->id_ = table;
   view->base_ = base;
-  view->liveShift_ = arena->LiveShift();
   view->arena_ = arena;
   view->header_ = header;
   view->shape_ = reinterpret_cast<TableShape *>(base + header->directoryOffset) + table;
   view->state_ = reinterpret_cast<TableState *>(base + header->stateOffset) + table;
+  view->liveSlots_ = base + arena->LiveShift() + view->shape_->slabOffset;
   view->info_ = reinterpret_cast<InfoArea *>(base + header->infoOffset);
   view->descriptor_ = view->info_->tables + table;
   return view->shape_->dataSize == 0 ? kTbmNotSupported : kTbmOk;
@@ -94,10 +94,6 @@ uint32_t TableView::RefOfAddress(const void *address) const {
   if (offset % shape_->slotSize != 0 || offset / shape_->slotSize >= shape_->capacity) return 0;
   const auto ref = static_cast<uint32_t>(offset / shape_->slotSize) + 1;
   return IsSlot(ref) && LiveSlot(ref)->serial.load(std::memory_order_relaxed) != 0 ? ref : 0;
-}
-
-bool TableView::Lives(const Place &place) const {
-  return IsSlot(place.ref) && LiveSlot(place.ref)->serial.load(std::memory_order_acquire) == place.serial;
 }
 
 bool TableView::HasKey(Head *head, const TableKey &key) const {
@@ -156,31 +152,27 @@ int32_t TableView::Match(const void *key, Place *found) const {
   return IsSlot(route.slot) ? kTbmOk : kTbmInternal;
 }
 
-// While the version is odd the record is being overwritten, and the spare holds what it was before: a reader
-// need not wait, and finds the record whole where the writer was killed.
-TableView::Copied TableView::CopyAsItIs(const Place &place, void *record, uint32_t size) const {
-  if (!IsSlot(place.ref)) return Copied::kGone;
+// Of a record that is being overwritten, as Copy. While the version is odd the spare holds what the record
+// was before: a reader need not wait, and finds the record whole where the writer was killed.
+TableView::Copied TableView::CopyMoving(const Place &place, void *record, uint32_t size) const {
   const Slot *slot = LiveSlot(place.ref);
   for (int attempt = 0; attempt < kCopyAttempts; ++attempt) {
     const uint32_t version = slot->version.load(std::memory_order_acquire);
     LoadWords(record, version % 2 == 0 ? LiveRecord(place.ref) : Spare(), size);
     if (slot->serial.load(std::memory_order_acquire) != place.serial) return Copied::kGone;
-    if (slot->version.load(std::memory_order_relaxed) == version) return Copied::kWhole;
+    if (slot->version.load(std::memory_order_relaxed) == version) {
+      if (IsAskedToEnd(place)) EndIn(record);
+      return Copied::kWhole;
+    }
     // Lets the writer go on where it shares this processor.
     if (attempt % 16 == 15) sched_yield();
   }
   return Copied::kRestless;
 }
 
-TableView::Copied TableView::Copy(const Place &place, void *record, uint32_t size) const {
-  const Copied copied = CopyAsItIs(place, record, size);
-  if (copied == Copied::kWhole && IsAskedToEnd(place)) EndIn(record);
-  return copied;
-}
-
-void TableView::Mark(void *record) const {
+void TableView::Mark(void *records, uint32_t count) const {
   if (g_copyMark != nullptr && arena_->role() != Arena::Role::kEngine)
-    g_copyMark(id_, record, shape_->recordSize);
+    g_copyMark(id_, records, shape_->recordSize, count);
 }
 
 TableView::Copied TableView::Deliver(const Place &place) const {
@@ -190,7 +182,7 @@ TableView::Copied TableView::Deliver(const Place &place) const {
     return Copied::kWhole;
   }
   if (role == Arena::Role::kSnapshot && RestsWhole(place)) {
-    Mark(Record(place.ref));
+    Mark(Record(place.ref), 1);
     return Copied::kWhole;
   }
   static thread_local Desk desk;
@@ -199,16 +191,12 @@ TableView::Copied TableView::Deliver(const Place &place) const {
   if (whole == nullptr) return Copied::kRestless;
   const Copied copied = Copy(place, whole, size);
   if (copied != Copied::kWhole) return copied;
-  Mark(whole);
+  Mark(whole, 1);
   arena_->NoteCopies();
   // A store of the same bytes as well: from here on the page is this process's own.
   std::memcpy(Record(place.ref), whole, size);
   SlotAt(place.ref)->serial.store(place.serial, std::memory_order_relaxed);
   return Copied::kWhole;
-}
-
-bool TableView::IsAskedToEnd(const Place &place) const {
-  return shape_->agingSize != 0 && Request(place.ref).load(std::memory_order_relaxed) == place.serial;
 }
 
 // Nobody writes to a snapshot any more.

@@ -38,8 +38,9 @@ struct Place {
 // One defined table of an arena, as readers and the writer see it. Trusts the constant directory, which was
 // checked when the arena was attached, and bounds everything that it finds in the changing parts: a reader
 // may meet an arena that its engine left half-changed.
-// What a client does to the copies that it is about to read in place; `size` bytes of the table's record.
-using CopyMark = void (*)(uint32_t table, void *record, uint32_t size);
+// What a client does to the copies that it is about to read in place; each is `size` bytes of the table's
+// record.
+using CopyMark = void (*)(uint32_t table, void *records, uint32_t size, uint32_t count);
 // Null: nothing. The engine's own records are left alone.
 void SetCopyMark(CopyMark mark);
 
@@ -64,6 +65,11 @@ class TableView {
   bool IsSlot(uint32_t ref) const {
     return ref - 1 < shape_->capacity && ref <= state_->usedSlots.load(std::memory_order_acquire);
   }
+  // Slots that have or had a number, which are those of the first numbers.
+  uint32_t UsedSlots() const {
+    const uint32_t used = state_->usedSlots.load(std::memory_order_acquire);
+    return used < shape_->capacity ? used : shape_->capacity;
+  }
   // The slot's head, or null for a number that no slot has or had.
   Head *At(uint32_t ref) const { return IsSlot(ref) ? HeadAt(ref) : nullptr; }
   // As At for a number that the writer knows to be good.
@@ -79,7 +85,7 @@ class TableView {
   uint64_t *Record(uint32_t ref) const { return reinterpret_cast<uint64_t *>(SlotAt(ref) + 1); }
   // The same as the engine has it.
   Slot *LiveSlot(uint32_t ref) const {
-    return reinterpret_cast<Slot *>(reinterpret_cast<char *>(SlotAt(ref)) + liveShift_);
+    return reinterpret_cast<Slot *>(liveSlots_ + uint64_t{ref - 1} * shape_->slotSize);
   }
   const uint64_t *LiveRecord(uint32_t ref) const {
     return reinterpret_cast<const uint64_t *>(LiveSlot(ref) + 1);
@@ -122,7 +128,10 @@ class TableView {
   uint64_t StorageBytes() const { return state_->bytes.load(std::memory_order_relaxed); }
 
   // Whether the place's entry still lives.
-  bool Lives(const Place &place) const;
+  bool Lives(const Place &place) const { return Lives(place.serial, place.ref); }
+  bool Lives(uint64_t serial, uint32_t ref) const {
+    return IsSlot(ref) && LiveSlot(ref)->serial.load(std::memory_order_acquire) == serial;
+  }
   bool HasKey(Head *head, const TableKey &key) const;
 
   // `key` has keySize bytes.
@@ -143,18 +152,30 @@ class TableView {
   };
   // Copies the record's first `size` bytes as the engine had them at one moment, but for the aging time of an
   // entry that a client has asked to end.
-  Copied Copy(const Place &place, void *record, uint32_t size) const;
+  [[gnu::always_inline]] Copied Copy(const Place &place, void *record, uint32_t size) const {
+    if (!IsSlot(place.ref)) return Copied::kGone;
+    const Slot *slot = LiveSlot(place.ref);
+    const uint32_t version = slot->version.load(std::memory_order_acquire);
+    if (version % 2 != 0) return CopyMoving(place, record, size);
+    LoadWords(record, reinterpret_cast<const uint64_t *>(slot + 1), size);
+    if (slot->serial.load(std::memory_order_acquire) != place.serial) return Copied::kGone;
+    if (slot->version.load(std::memory_order_relaxed) != version) return CopyMoving(place, record, size);
+    if (IsAskedToEnd(place)) EndIn(record);
+    return Copied::kWhole;
+  }
 
   // Makes the record at its address whole, with what is attached to it, and lets it rest there for as long as
   // this process does not look at the entry again: what TbmTblSearch's callers read in place. In the engine
   // the record is the one that everybody sees.
   Copied Deliver(const Place &place) const;
 
-  // To be called for a record that is handed to the library in a buffer.
-  void Mark(void *record) const;
+  // To be called for records that are handed to the library, one behind the other.
+  void Mark(void *records, uint32_t count) const;
 
   // Whether a client has asked for the entry to end, and its aging time in `record`.
-  bool IsAskedToEnd(const Place &place) const;
+  bool IsAskedToEnd(const Place &place) const {
+    return shape_->agingSize != 0 && Request(place.ref).load(std::memory_order_relaxed) == place.serial;
+  }
   bool HasEnded(const void *record) const;
   void EndIn(void *record) const;
 
@@ -163,11 +184,11 @@ class TableView {
   bool RestsWhole(const Place &place) const;
   void EndForAll(uint32_t ref) const;
   bool Scan(const Bucket &bucket, const TableKey &key, Place *found) const;
-  Copied CopyAsItIs(const Place &place, void *record, uint32_t size) const;
+  Copied CopyMoving(const Place &place, void *record, uint32_t size) const;
 
   uint32_t id_ = 0;
   char *base_ = nullptr;
-  ptrdiff_t liveShift_ = 0;
+  char *liveSlots_ = nullptr;
   Arena *arena_ = nullptr;
   const ArenaHeader *header_ = nullptr;
   const TableShape *shape_ = nullptr;

@@ -56,28 +56,30 @@ bool Resume(Cursor *cursor, const TableView &view, uint64_t walk) {
 
 // Fills `buffer` with the next `room` entries at most. kTbmMore when a further entry lives behind them.
 template <typename Order>
-int32_t FillBatch(const TableView &view, const Order &order, Cursor *cursor, char *buffer, uint32_t room) {
-  uint64_t gone = 0;
-  for (;;) {
-    Place place = cursor->last;
-    const Step step = order.Next(&place);
+int32_t FillBatch(const TableView &view, Order order, Cursor *cursor, char *buffer, uint32_t room) {
+  const uint32_t size = view.shape().recordSize;
+  for (uint64_t gone = 0;;) {
+    const Place before = cursor->last;
+    const Step step = order.Next(&cursor->last);
     if (step == Step::kLost) return kTbmWalkLost;
-    if (step == Step::kEnd || place.serial > cursor->endSerial) {
+    if (step == Step::kEnd || cursor->last.serial > cursor->endSerial) {
       cursor->finished = true;
       return kTbmOk;
     }
-    if (cursor->count == room) return kTbmMore;
-    const TableView::Copied copied = view.Copy(place, buffer, view.shape().recordSize);
-    if (copied == TableView::Copied::kWhole) view.Mark(buffer);
+    if (cursor->count == room) {
+      cursor->last = before;
+      return kTbmMore;
+    }
+    const TableView::Copied copied = view.Copy(cursor->last, buffer, size);
     if (copied == TableView::Copied::kRestless) return kTbmWalkLost;
     if (copied == TableView::Copied::kGone) {
-      if (!IsNewlyGone(place, &gone)) return kTbmWalkLost;
+      if (!IsNewlyGone(cursor->last, &gone)) return kTbmWalkLost;
+      cursor->last = before;
       continue;
     }
-    NoteDelivered(view, place);
-    cursor->last = place;
+    NoteDelivered(view, cursor->last);
     cursor->deletionTold = false;
-    buffer += view.shape().recordSize;
+    buffer += size;
     ++cursor->count;
   }
 }
@@ -102,6 +104,7 @@ int32_t NextBatch(const TableView &view, const Order &order, uint64_t walk, TbmT
     } else {
       status = FillBatch(view, order, &cursor, static_cast<char *>(buffer), room);
       if (status == kTbmWalkLost) cursor.count = 0;
+      view.Mark(buffer, cursor.count);
     }
   }
   *bytes = cursor.count * view.shape().recordSize;
@@ -160,7 +163,7 @@ int32_t TbmTblTravNext(uint32_t instance, uint32_t table, TbmTravContext *ctx, v
   const int32_t status = TableView::OpenCurrent(instance, table, &view);
   if (status != kTbmOk) return status;
   if (ctx == nullptr || buffer == nullptr || bytes == nullptr) return kTbmBadParam;
-  return NextBatch(view, TableOrder(view), MakeWalkId(table, nullptr), ctx, buffer, bytes);
+  return NextBatch(view, TableRun(view), MakeWalkId(table, nullptr), ctx, buffer, bytes);
 }
 
 int32_t TbmTblTravNextByKey(uint32_t instance, uint32_t table, const void *key, TbmTravContext *ctx,

@@ -13,9 +13,8 @@ constexpr uint32_t kAhead = 12;
 }  // namespace
 
 // The index of the first log entry behind the place.
-uint32_t TableOrder::IndexBehind(uint32_t epoch, uint32_t count, const Place &place) const {
+uint32_t TableOrder::IndexBehind(const LogEntry *log, uint32_t epoch, uint32_t count, const Place &place) {
   if (place.serial == 0) return 0;
-  const LogEntry *log = table_.Log(epoch);
   if (place.logEpoch == epoch && place.logIndex < count &&
       log[place.logIndex].serial.load(std::memory_order_acquire) == place.serial) {
     return place.logIndex + 1;
@@ -30,39 +29,51 @@ uint32_t TableOrder::IndexBehind(uint32_t epoch, uint32_t count, const Place &pl
   return first;
 }
 
-void TableOrder::Prefetch(uint32_t epoch, uint32_t count, uint32_t index) const {
-  if (index + kAhead >= count) return;
-  // An address alone: a wild one does no harm.
-  __builtin_prefetch(table_.LiveSlot(table_.Log(epoch)[index + kAhead].ref.load(std::memory_order_relaxed)));
-}
-
-Step TableOrder::FindIn(uint32_t epoch, Place *place) const {
-  const uint32_t count = table_.LogCount(epoch);
-  const LogEntry *log = table_.Log(epoch);
-  for (uint32_t index = IndexBehind(epoch, count, *place); index < count; ++index) {
-    const uint64_t serial = log[index].serial.load(std::memory_order_acquire);
-    const uint32_t ref = log[index].ref.load(std::memory_order_acquire);
-    if (serial == 0 || !table_.Lives({serial, ref, 0, 0})) continue;
-    Prefetch(epoch, count, index);
-    if (serial <= place->serial) return Step::kLost;
-    *place = {serial, ref, epoch, index};
-    return Step::kEntry;
+Step TableOrder::Read(const Place &from, std::span<Found> room, uint32_t *found, uint32_t *epoch) const {
+  const TableView table = *table_;  // whose values no store of another process changes
+  const std::atomic<uint32_t> &inForce = table.state().logEpoch;
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    *epoch = inForce.load(std::memory_order_acquire);
+    const uint32_t count = table.LogCount(*epoch);
+    const LogEntry *const log = table.Log(*epoch);
+    // Of the entries that were counted each has its slot by now.
+    const uint32_t slots = table.UsedSlots();
+    uint32_t filled = 0;
+    uint64_t last = from.serial;
+    bool isRising = true;
+    for (uint32_t index = IndexBehind(log, *epoch, count, from); index < count && filled < room.size();
+         ++index) {
+      const uint64_t serial = log[index].serial.load(std::memory_order_acquire);
+      const uint32_t ref = log[index].ref.load(std::memory_order_acquire);
+      // An address alone: a wild one does no harm.
+      if (index + kAhead < count)
+        __builtin_prefetch(table.LiveSlot(log[index + kAhead].ref.load(std::memory_order_relaxed)));
+      if (serial == 0 || ref - 1 >= slots ||
+          table.LiveSlot(ref)->serial.load(std::memory_order_acquire) != serial) {
+        continue;
+      }
+      if (serial <= last) {
+        isRising = filled != 0;  // what stands before it is good
+        break;
+      }
+      last = serial;
+      room[filled++] = {serial, ref, index};
+    }
+    // A log is overwritten only after another has come in force: what was read is of this one, up to its end.
+    if (inForce.load(std::memory_order_relaxed) != *epoch) continue;
+    if (!isRising) return Step::kLost;
+    *found = filled;
+    return filled == 0 ? Step::kEnd : Step::kEntry;
   }
-  return Step::kEnd;
+  return Step::kLost;
 }
 
 Step TableOrder::Next(Place *place) const {
-  const std::atomic<uint32_t> &inForce = table_.state().logEpoch;
-  for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    const uint32_t epoch = inForce.load(std::memory_order_acquire);
-    Place at = *place;
-    const Step step = FindIn(epoch, &at);
-    // A log is overwritten only after another has come in force: what was read is of this one, up to its end.
-    if (inForce.load(std::memory_order_relaxed) != epoch) continue;
-    if (step == Step::kEntry) *place = at;
-    return step;
-  }
-  return Step::kLost;
+  Found found[1];
+  uint32_t count, epoch;
+  const Step step = Read(*place, found, &count, &epoch);
+  if (step == Step::kEntry) found[0].PutTo(place, epoch);
+  return step;
 }
 
 // The successor of an entry that lives; false when it does not.

@@ -2,6 +2,7 @@
 #define HOST_TBM_WALK_H_
 
 #include <cstdint>
+#include <span>
 #include <utility>
 
 #include "host/tbm/table_view.h"
@@ -21,15 +22,57 @@ enum class Step {
 // All entries, by insertion.
 class TableOrder {
  public:
-  explicit TableOrder(const TableView &table) : table_(table) {}
+  explicit TableOrder(const TableView &table) : table_(&table) {}
   Step Next(Place *place) const;
 
- private:
-  Step FindIn(uint32_t epoch, Place *place) const;
-  uint32_t IndexBehind(uint32_t epoch, uint32_t count, const Place &place) const;
-  void Prefetch(uint32_t epoch, uint32_t count, uint32_t index) const;
+ protected:
+  // Where the log has an entry.
+  struct Found {
+    uint64_t serial;
+    uint32_t ref;
+    uint32_t index;
 
-  const TableView &table_;
+    // Value by value: who reads on at once would wait for a copy of the whole.
+    void PutTo(Place *place, uint32_t epoch) const {
+      place->serial = serial;
+      place->ref = ref;
+      place->logEpoch = epoch;
+      place->logIndex = index;
+    }
+  };
+  // Finds the entries that follow the place, at most as many as there is room for, at least one with kEntry.
+  Step Read(const Place &from, std::span<Found> room, uint32_t *count, uint32_t *epoch) const;
+
+ private:
+  static uint32_t IndexBehind(const LogEntry *log, uint32_t epoch, uint32_t count, const Place &place);
+
+  const TableView *table_;
+};
+
+// The same for who walks on at once: some entries at a time are read from the log. One that leaves meanwhile
+// may still come, and is not there any more.
+class TableRun : private TableOrder {
+ public:
+  explicit TableRun(const TableView &table) : TableOrder(table) {}
+
+  Step Next(Place *place) {
+    // The place may be another one than that which was given last.
+    if (next_ == count_ || place->serial != last_) {
+      next_ = count_ = 0;
+      if (const Step step = Read(*place, ahead_, &count_, &epoch_); step != Step::kEntry) return step;
+    }
+    const Found &found = ahead_[next_++];
+    last_ = found.serial;
+    found.PutTo(place, epoch_);
+    return Step::kEntry;
+  }
+
+ private:
+  Found ahead_[32];
+  uint32_t next_ = 0;
+  uint32_t count_ = 0;
+  uint32_t epoch_ = 0;
+  uint64_t last_ = 0;
 };
 
 // The entries that share a key, or all those of a bucket, by insertion.

@@ -59,8 +59,20 @@ inline void LoadWords(void *to, const uint64_t *from, size_t size) {
     std::memcpy(at, &word, kWord);
   }
   if (size == 0) return;
+  // Parts of known sizes, which are stores and no calls.
   const uint64_t word = LoadWord(from);
-  std::memcpy(at, &word, size);
+  const char *part = reinterpret_cast<const char *>(&word);
+  if (size & 4) {
+    std::memcpy(at, part, 4);
+    at += 4;
+    part += 4;
+  }
+  if (size & 2) {
+    std::memcpy(at, part, 2);
+    at += 2;
+    part += 2;
+  }
+  if (size & 1) *at = *part;
 }
 
 }  // namespace qdt::host::tbm

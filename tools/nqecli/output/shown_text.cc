@@ -49,16 +49,18 @@ const std::vector<TextArea> &TextsOf(uint32_t table) {
   return known[table];
 }
 
-void MarkTexts(uint32_t table, void *record, uint32_t size) {
+void MarkTexts(uint32_t table, void *records, uint32_t size, uint32_t count) {
   const host::Layout &layout = host::Layout::BuiltIn();
   // Of an engine with layouts of its own nothing is known.
   if (table >= layout.tables().size() || layout.Table(table).spec.recordSize != size) return;
   for (const TextArea &area : TextsOf(table)) {
-    char *text = static_cast<char *>(record) + area.offset;
-    for (char &c : std::span(text, strnlen(text, area.size))) {
-      if (c != '\n') continue;
-      c = kMark;
-      g_marked = true;
+    char *text = static_cast<char *>(records) + area.offset;
+    for (uint32_t i = 0; i < count; ++i, text += size) {
+      for (char &c : std::span(text, strnlen(text, area.size))) {
+        if (c != '\n') continue;
+        c = kMark;
+        g_marked = true;
+      }
     }
   }
 }
