@@ -99,17 +99,18 @@ struct Piece {
 
   constexpr bool Has(int flag) const { return (flags & flag) != 0; }
   int Precision() const { return flags / kPrecision; }
-  const char *Literal() const { return reinterpret_cast<const char *>(this + 1); }
-  const Piece *Next() const { return reinterpret_cast<const Piece *>(Literal() + length); }
 };
 
-// What every program begins with; the pieces follow. A program holds no address, so that the loader has
-// nothing to do.
+// What every program begins with; its pieces follow, then their literals, one behind the other: where the
+// next piece stands is known before this one has been looked at. A program holds no address, so that the
+// loader has nothing to do.
 struct Program {
   uint16_t bound;  // characters that are printed at most, apart from texts and widths that are arguments
-  bool isLine;     // a label, one decimal number, and a line's end
+  uint8_t pieces;
+  bool isLine;  // a label, one decimal number, and a line's end
 
   const Piece *First() const { return reinterpret_cast<const Piece *>(this + 1); }
+  const char *Literals() const { return reinterpret_cast<const char *>(First() + pieces); }
 };
 
 // A conversion as it stands in a format.
@@ -387,33 +388,29 @@ constexpr Kind KindOf(const Conversion &c, Kind text) {
 // A program in the making. A line's end behind the last value takes no piece.
 template <size_t kMost, size_t kLength>
 struct Outline {
-  char bytes[kMost * sizeof(Piece) + kLength]{};
-  size_t size = 0;
-  size_t last = 0;  // where the last piece stands
+  Piece pieces[kMost]{};
+  char literals[kLength]{};
   size_t count = 0;
+  size_t length = 0;  // of the literals
   size_t bound = 0;
 
   constexpr void Add(const Conversion &c, const char *from, Kind text) {
-    last = size;
-    ++count;
-    bytes[size++] = static_cast<char>(c.length);
     const Kind kind = KindOf(c, text);
     const bool isLabelled = kind == Kind::kUnsigned && c.length >= 16 && c.length <= 32;
-    bytes[size++] = static_cast<char>(isLabelled ? Kind::kLabelled : kind);
-    bytes[size++] = static_cast<char>(c.width);
-    bytes[size++] = static_cast<char>((c.left ? Piece::kLeft : 0) | (c.zero ? Piece::kZero : 0) |
-                                      (c.widthIsArgument ? Piece::kWidthIsArgument : 0) |
-                                      c.precision * Piece::kPrecision);
-    for (size_t i = 0; i < c.length; ++i) bytes[size++] = from[c.literal + i];
+    pieces[count++] = {static_cast<uint8_t>(c.length), isLabelled ? Kind::kLabelled : kind, c.width,
+                       static_cast<uint8_t>((c.left ? Piece::kLeft : 0) | (c.zero ? Piece::kZero : 0) |
+                                            (c.widthIsArgument ? Piece::kWidthIsArgument : 0) |
+                                            c.precision * Piece::kPrecision)};
+    for (size_t i = 0; i < c.length; ++i) literals[length++] = from[c.literal + i];
     bound += c.length + MaxField(c, text);
   }
 
-  constexpr Kind LastKind() const { return static_cast<Kind>(bytes[last + 1]); }
-  constexpr void Flag(int flag) { bytes[last + 3] = static_cast<char>(bytes[last + 3] | flag); }
+  constexpr Kind LastKind() const { return pieces[count - 1].kind; }
+  constexpr void Flag(uint8_t flag) { pieces[count - 1].flags |= flag; }
 
   constexpr bool IsLine() const {
     const bool isDecimal = LastKind() >= Kind::kLabelled && LastKind() <= Kind::kSigned;
-    return count == 1 && isDecimal && (bytes[last + 3] & Piece::kNewline) != 0;
+    return count == 1 && isDecimal && pieces[0].Has(Piece::kNewline);
   }
 };
 
@@ -438,21 +435,27 @@ consteval auto MakeOutline() {
   if (kFrom.count == 0) outline.Add({}, F.text, Kind::kNone);  // a format of nothing is one piece of nothing
   outline.Flag(Piece::kLast);
   if (outline.bound > UINT16_MAX) Refuse("a format of more than 65,535 characters");
+  if (outline.count > UINT8_MAX) Refuse("a format of more than 255 pieces");
   return outline;
 }
 
 // A program as it lies in memory.
-template <size_t kSize>
+template <size_t kPieces, size_t kLength>
 struct Compiled {
   Program head;
-  char pieces[kSize];
+  Piece pieces[kPieces];
+  char literals[kLength];
 };
 
 template <Format F, Kind... kTextKinds>
 consteval auto Compile() {
   constexpr auto kOutline = MakeOutline<F, kTextKinds...>();
-  Compiled<kOutline.size> program{{static_cast<uint16_t>(kOutline.bound), kOutline.IsLine()}, {}};
-  for (size_t i = 0; i < kOutline.size; ++i) program.pieces[i] = kOutline.bytes[i];
+  Compiled<kOutline.count, kOutline.length + (kOutline.length == 0)> program{
+      {static_cast<uint16_t>(kOutline.bound), static_cast<uint8_t>(kOutline.count), kOutline.IsLine()},
+      {},
+      {}};
+  for (size_t i = 0; i < kOutline.count; ++i) program.pieces[i] = kOutline.pieces[i];
+  for (size_t i = 0; i < kOutline.length; ++i) program.literals[i] = kOutline.literals[i];
   return program;
 }
 

@@ -197,9 +197,9 @@ __attribute__((no_stack_protector)) bool Text::RunWith(const Program &program, u
   char *at = at_;
   const size_t length = piece->length;
   if (piece->kind == Kind::kLabelled) {
-    CopyEnds<16>(at, piece->Literal(), length);
+    CopyEnds<16>(at, program.Literals(), length);
   } else {
-    CopyLiteral(at, piece->Literal(), length);
+    CopyLiteral(at, program.Literals(), length);
   }
   at += length;
   at = piece->kind == Kind::kSigned ? PutSigned(at, value) : PutNumber(at, value);
@@ -212,65 +212,69 @@ __attribute__((no_stack_protector)) bool Text::RunWith(const Program &program, u
 // Numbers and addresses, whose room was seen to at the start. Anything else goes on in RunRest.
 bool Text::Run(const Program &program, const uint64_t *values) {
   if (failed_ || Room() <= program.bound) return RunChecked(program, values);
-  const uint64_t *value = values;
-  const Piece *piece = program.First();
-  char *at = at_;
-  for (;; piece = piece->Next()) {
-    const size_t length = piece->length;
-    const Kind kind = piece->kind;
+  Cursor next = {program.First(), program.Literals(), values, at_};
+  for (;; ++next.piece) {
+    const Piece &piece = *next.piece;
+    const size_t length = piece.length;
+    const Kind kind = piece.kind;
     if (kind == Kind::kLabelled) [[likely]] {
-      CopyEnds<16>(at, piece->Literal(), length);
-      at = PutNumber(at + length, *value++);
-      if (piece->Has(Piece::kLast)) break;
+      CopyEnds<16>(next.at, next.literal, length);
+      next.literal += length;
+      next.at = PutNumber(next.at + length, *next.value++);
+      if (piece.Has(Piece::kLast)) break;
       continue;
     }
-    if (kind > Kind::kLastOfKnownLength) return RunRest(program, values, piece, value, at);
-    CopyLiteral(at, piece->Literal(), length);
-    at += length;
+    if (kind > Kind::kLastOfKnownLength) return RunRest(program, values, next);
+    CopyLiteral(next.at, next.literal, length);
+    next.literal += length;
+    next.at += length;
     if (kind == Kind::kUnsigned) {
-      at = PutNumber(at, *value++);
+      next.at = PutNumber(next.at, *next.value++);
     } else if (kind == Kind::kSigned) {
-      at = PutSigned(at, *value++);
+      next.at = PutSigned(next.at, *next.value++);
     } else if (kind >= Kind::kPaddedUnsigned) {
-      at = PadNumber(at, PutOther(at, kind, *value++), *piece);
+      next.at = PadNumber(next.at, PutOther(next.at, kind, *next.value++), piece);
     } else if (kind != Kind::kNone) {
-      at = PutOther(at, kind, *value++);
+      next.at = PutOther(next.at, kind, *next.value++);
     }
-    if (piece->Has(Piece::kLast)) break;
+    if (piece.Has(Piece::kLast)) break;
   }
-  if (piece->Has(Piece::kNewline)) *at++ = '\n';
-  *at = '\0';
-  at_ = at;
-  return true;
+  return End(*next.piece, next.at);
 }
 
 // Goes on at a piece with a text or a width; what is printed before it stands at the text's end.
-bool Text::RunRest(const Program &program, const uint64_t *values, const Piece *piece, const uint64_t *value,
-                   char *at) {
+bool Text::RunRest(const Program &program, const uint64_t *values, Cursor next) {
   // Up to here texts and widths that are arguments may reach: what is behind is for the rest.
   const char *const limit = end_ - 1 - program.bound;
-  for (;; piece = piece->Next()) {
-    CopyLiteral(at, piece->Literal(), piece->length);
-    at += piece->length;
-    switch (piece->kind) {
+  for (;; ++next.piece) {
+    const Piece &piece = *next.piece;
+    CopyLiteral(next.at, next.literal, piece.length);
+    next.literal += piece.length;
+    next.at += piece.length;
+    switch (piece.kind) {
       case Kind::kNone:
         break;
       case Kind::kLabelled:
       case Kind::kUnsigned:
-        at = PutNumber(at, *value++);
+        next.at = PutNumber(next.at, *next.value++);
         break;
       case Kind::kText:
       case Kind::kView:
-        at = PutText(at, limit, TextOf(piece->kind, *value++));
+        next.at = PutText(next.at, limit, TextOf(piece.kind, *next.value++));
         break;
       default:
-        at = PutPadded(at, limit, *piece, value);
-        value += Takes(*piece);
+        next.at = PutPadded(next.at, limit, piece, next.value);
+        next.value += Takes(piece);
     }
-    if (at == nullptr) return RunChecked(program, values);
-    if (piece->Has(Piece::kLast)) break;
+    if (next.at == nullptr) return RunChecked(program, values);
+    if (piece.Has(Piece::kLast)) break;
   }
-  if (piece->Has(Piece::kNewline)) *at++ = '\n';
+  return End(*next.piece, next.at);
+}
+
+// Ends the text at `at`, behind the value of a program's last piece.
+bool Text::End(const Piece &last, char *at) {
+  if (last.Has(Piece::kNewline)) *at++ = '\n';
   *at = '\0';
   at_ = at;
   return true;
@@ -280,9 +284,11 @@ bool Text::RunRest(const Program &program, const uint64_t *values, const Piece *
 bool Text::RunChecked(const Program &program, const uint64_t *values) {
   if (failed_) return false;
   char *at = at_;
-  for (const Piece *piece = program.First();; piece = piece->Next()) {
+  const char *literal = program.Literals();
+  for (const Piece *piece = program.First();; ++piece) {
     if (static_cast<size_t>(end_ - at) <= piece->length) break;
-    CopyLiteral(at, piece->Literal(), piece->length);
+    CopyLiteral(at, literal, piece->length);
+    literal += piece->length;
     at += piece->length;
     if (piece->kind != Kind::kNone) {
       at = PutPadded(at, end_ - 1, *piece, values);
@@ -290,13 +296,8 @@ bool Text::RunChecked(const Program &program, const uint64_t *values) {
       values += Takes(*piece);
     }
     if (!piece->Has(Piece::kLast)) continue;
-    if (piece->Has(Piece::kNewline)) {
-      if (end_ - at <= 1) break;
-      *at++ = '\n';
-    }
-    *at = '\0';
-    at_ = at;
-    return true;
+    if (piece->Has(Piece::kNewline) && end_ - at <= 1) break;
+    return End(*piece, at);
   }
   *at_ = '\0';
   failed_ = true;

@@ -119,9 +119,16 @@ class Text {
   // Adds what the program makes of its values, of which there are as many as it has arguments.
   bool Run(const format::Program &program, const uint64_t *values);
   bool RunWith(const format::Program &program, uint64_t value);
-  bool RunRest(const format::Program &program, const uint64_t *values, const format::Piece *piece,
-               const uint64_t *value, char *at);
+  // Where a run stands: the next piece with its literal and value, and where they go.
+  struct Cursor {
+    const format::Piece *piece;
+    const char *literal;
+    const uint64_t *value;
+    char *at;
+  };
+  bool RunRest(const format::Program &program, const uint64_t *values, Cursor next);
   bool RunChecked(const format::Program &program, const uint64_t *values);
+  bool End(const format::Piece &last, char *at);
 
   char *begin_;
   char *at_;
