@@ -5,25 +5,21 @@
 #include <charconv>
 #include <cstring>
 
+#include "host/layout/digits.h"
+
 namespace qdt::host {
 namespace {
 
 constexpr char kHex[] = "0123456789abcdef";
 
 size_t WriteNumber(WideValue value, bool isSigned, char *out) {
-  const std::to_chars_result written =
-      isSigned ? std::to_chars(out, out + kValueRoom, static_cast<int64_t>(value))
-               : std::to_chars(out, out + kValueRoom, static_cast<uint64_t>(value));
-  return static_cast<size_t>(written.ptr - out);
-}
-
-size_t WriteIpv4(uint32_t address, char *out) {
+  auto number = static_cast<uint64_t>(value);
   char *at = out;
-  for (int shift = 24; shift >= 0; shift -= 8) {
-    at = std::to_chars(at, out + kValueRoom, address >> shift & 0xff).ptr;
-    if (shift != 0) *at++ = '.';
+  if (isSigned && static_cast<int64_t>(number) < 0) {
+    *at++ = '-';
+    number = 0 - number;
   }
-  return static_cast<size_t>(at - out);
+  return static_cast<size_t>(PutDecimal(at, number) - out);
 }
 
 size_t WriteIpv6(WideValue address, char *out) {
@@ -34,14 +30,9 @@ size_t WriteIpv6(WideValue address, char *out) {
 }
 
 size_t WriteMac(uint64_t mac, char *out) {
-  char *at = out;
-  for (int shift = 40; shift >= 0; shift -= 8) {
-    const uint64_t byte = mac >> shift & 0xff;
-    *at++ = kHex[byte >> 4];
-    *at++ = kHex[byte & 15];
-    if (shift != 0) *at++ = ':';
-  }
-  return static_cast<size_t>(at - out);
+  uint8_t bytes[6];
+  for (int i = 0; i < 6; ++i) bytes[i] = static_cast<uint8_t>(mac >> (8 * (5 - i)));
+  return static_cast<size_t>(PutMac(out, bytes) - out);
 }
 
 bool AllZero(const uint8_t *from, const uint8_t *end) {
@@ -59,6 +50,14 @@ int HexDigit(char c) {
 }
 
 }  // namespace
+
+char *digits::PutLong(char *at, uint64_t value) {
+  constexpr uint64_t kEightDigits = 100000000;
+  if (value < kEightDigits) return PutFour(PutUpToFour(at, value / 10000), value % 10000);
+  at = PutDecimal(at, value / kEightDigits);
+  const uint64_t low = value % kEightDigits;
+  return PutFour(PutFour(at, low / 10000), low % 10000);
+}
 
 size_t CharacterAt(std::string_view text) {
   const auto byte = [&](size_t i) { return static_cast<uint8_t>(text[i]); };
@@ -82,7 +81,7 @@ size_t CharacterAt(std::string_view text) {
 size_t WriteValue(const FieldRef &field, WideValue value, char *out) {
   switch (FormOf(field.kind)) {
     case ValueForm::kIpv4:
-      return WriteIpv4(static_cast<uint32_t>(value), out);
+      return static_cast<size_t>(PutIpv4(out, static_cast<uint32_t>(value)) - out);
     case ValueForm::kIpv6:
       return WriteIpv6(value, out);
     case ValueForm::kMac:

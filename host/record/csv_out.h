@@ -1,6 +1,7 @@
 #ifndef HOST_RECORD_CSV_OUT_H_
 #define HOST_RECORD_CSV_OUT_H_
 
+#include <algorithm>
 #include <string_view>
 #include <utility>
 
@@ -15,7 +16,8 @@ class CsvOut {
 
   void Cell(std::string_view text) {
     if (!std::exchange(atStart_, false)) out_.Put(',');
-    if (text.find_first_of("\",\r\n") == text.npos) return out_.Append(text);
+    const auto isSpecial = [](char c) { return c == '"' || c == ',' || c == '\r' || c == '\n'; };
+    if (std::ranges::none_of(text, isSpecial)) return out_.Append(text);
     out_.Put('"');
     for (const char c : text) {
       if (c == '"') out_.Put(c);

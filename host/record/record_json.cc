@@ -25,10 +25,7 @@ void WriteReference(JsonWriter *json, const RecordBytes &record, const Field &fi
   if (to.kind == Reference::Kind::kEntry) {
     WriteJsonKey(json, *to.table, to.key);
   } else {
-    json->StartObject();
-    JsonKey(json, "stale");
-    JsonText(json, hex);
-    json->EndObject();
+    WriteJsonStale(json, address);
   }
   if (named) json->EndObject();
 }
@@ -52,16 +49,15 @@ void WriteStructure(JsonWriter *json, const RecordBytes &record, const ShapeNode
 
 const uint8_t *BytesOf(const RecordBytes &record, bool inKey) { return inKey ? record.key : record.record; }
 
-// What a pointer leads to instead of the entry's own structure.
-void WriteStrayed(JsonWriter *json, uint64_t pointer) {
+}  // namespace
+
+void WriteJsonStale(JsonWriter *json, uint64_t address) {
   char text[kValueRoom];
   json->StartObject();
   JsonKey(json, "stale");
-  JsonText(json, {text, WriteHex(pointer, text)});
+  JsonText(json, {text, WriteHex(address, text)});
   json->EndObject();
 }
-
-}  // namespace
 
 void JsonEndCounted(JsonWriter *json, TextOut *out, uint64_t count) {
   json->EndArray();
@@ -173,38 +169,6 @@ bool DiffersFromKey(const ShapeNode &node, const RecordBytes &record) {
     return false;
   if (key.kind == FieldKind::kText) return own.GetText(record.record) != key.GetText(record.key);
   return own.Read(record.record) != key.Read(record.key);
-}
-
-void WriteJson(JsonWriter *json, const RecordBytes &record, const RecordShape &shape) {
-  json->StartObject();
-  bool differs = false;
-  for (const ShapeNode &node : shape.nodes) {
-    const Field &field = *node.field;
-    if (node.inKey) {
-      if (field.constant && node.twin == nullptr) continue;
-      differs = differs || DiffersFromKey(node, record);
-    } else if (record.entry != nullptr && (field.pointer != 0 || !field.selector.empty())) {
-      if (!record.entry->Has(field)) continue;
-      if (field.pointer != 0 && record.entry->IsStrayed(field)) {
-        JsonKey(json, node.name);
-        WriteStrayed(json, record.entry->PointerTo(field));
-        continue;
-      }
-    }
-    json->PlainText(node.name);
-    WriteJsonNode(json, record, node, 0, record.fields);
-  }
-  if (differs) {
-    JsonKey(json, "record");
-    json->StartObject();
-    for (const ShapeNode &node : shape.nodes) {
-      if (!DiffersFromKey(node, record)) continue;
-      JsonKey(json, node.name);
-      WriteJsonValue(json, record, *node.twin, node.twin->ref, record.record);
-    }
-    json->EndObject();
-  }
-  json->EndObject();
 }
 
 }  // namespace qdt::host

@@ -52,6 +52,10 @@ class JsonWriter : public rapidjson::Writer<TextOut> {
     os_->Advance(write(os_->Room(kNumberRoom)));
   }
   static constexpr size_t kNumberRoom = 64;
+
+  // Says that the next value is an object, which somebody else writes to out().
+  void ForeignObject() { Prefix(rapidjson::kObjectType); }
+  TextOut *out() const { return os_; }
 };
 
 inline void JsonText(JsonWriter *json, std::string_view text) {
@@ -98,6 +102,9 @@ struct RecordBytes {
 //
 // A record whose field says another thing than its key has the field again in an object named "record".
 void WriteJson(JsonWriter *json, const RecordBytes &record, const RecordShape &shape);
+
+// What stands for an address where no entry is any more.
+void WriteJsonStale(JsonWriter *json, uint64_t address);
 
 // The fields of `key`, a whole key of the table, as an object.
 void WriteJsonKey(JsonWriter *json, const TableLayout &table, const uint8_t *key);

@@ -12,6 +12,10 @@ void AddColumns(const ShapeNode &node, RowColumn column, const std::string &pref
   column.node = &node;
   column.path = prefix + node.name;
   if (!node.IsStructure() || node.IsArray()) {
+    if (!node.IsArray()) {
+      const FieldRef ref = field.ref.At(column.base + node.element.value_or(0) * field.stride);
+      column.plain = PlainValue::Of(ref, PlainValue::Bits::kNumbers);
+    }
     columns->push_back(std::move(column));
     return;
   }
@@ -95,13 +99,18 @@ void CellWriter::Append(const RecordBytes &record, const RowColumn &column, std:
       return;
     }
   }
+  const uint8_t *bytes = node.inKey ? record.key : record.record;
+  if (column.plain) {
+    char text[PlainValue::kRoom];
+    cell->append(text, column.plain->Put(bytes, text));
+    return;
+  }
   if (node.IsArray()) {
     JsonWriter json(out_);
     WriteJsonNode(&json, record, node, column.base, column.beside);
     *cell += out_.Take();
     return;
   }
-  const uint8_t *bytes = node.inKey ? record.key : record.record;
   const FieldRef ref = field.ref.At(column.base + node.element.value_or(0) * field.stride);
   if (ref.kind == FieldKind::kReference) {
     AppendReference(record.source.Resolve(field.targets, ref.Get(bytes)), cell);

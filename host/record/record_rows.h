@@ -1,9 +1,11 @@
 #ifndef HOST_RECORD_RECORD_ROWS_H_
 #define HOST_RECORD_RECORD_ROWS_H_
 
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "host/record/plain_value.h"
 #include "host/record/record_json.h"
 
 namespace qdt::host {
@@ -16,6 +18,7 @@ struct RowColumn {
   uint32_t base = 0;            // where that begins
   const Field *part = nullptr;  // the structure that not all records have
   std::string path;
+  std::optional<PlainValue> plain = std::nullopt;  // how the value is written where that takes no more
 
   bool IsNumber() const { return !node->IsArray() && FormOf(node->field->ref.kind) == ValueForm::kNumber; }
 };

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "host/record/csv_out.h"
+#include "host/record/json_records.h"
 #include "host/record/record_yaml.h"
 #include "host/record/row_text.h"
 
@@ -15,7 +16,7 @@ namespace {
 class JsonSink : public RecordSink {
  public:
   JsonSink(TextOut *out, const AnswerName &name, const RecordShape &shape)
-      : out_(*out), name_(name), shape_(shape), json_(*out) {}
+      : out_(*out), name_(name), json_(*out), records_(shape, out) {}
 
   void Begin() override {
     json_.StartObject();
@@ -28,7 +29,10 @@ class JsonSink : public RecordSink {
     JsonKey(&json_, "records");
     json_.StartArray();
   }
-  void Record(const RecordBytes &record) override { WriteJson(&json_, record, shape_); }
+  void Record(const RecordBytes &record) override {
+    json_.ForeignObject();
+    records_.Write(record);
+  }
   void End(uint64_t count, bool truncated) override {
     JsonEndCounted(&json_, &out_, count, truncated, name_.more);
   }
@@ -38,17 +42,16 @@ class JsonSink : public RecordSink {
  private:
   TextOut &out_;
   AnswerName name_;
-  const RecordShape &shape_;
   JsonWriter json_;
+  JsonRecords records_;
 };
 
 class JsonLinesSink : public RecordSink {
  public:
-  JsonLinesSink(TextOut *out, const RecordShape &shape) : out_(*out), shape_(shape) {}
+  JsonLinesSink(TextOut *out, const RecordShape &shape) : out_(*out), records_(shape, out) {}
 
   void Record(const RecordBytes &record) override {
-    JsonWriter json(out_);
-    WriteJson(&json, record, shape_);
+    records_.Write(record);
     out_.Put('\n');
   }
   void End(uint64_t count, bool truncated) override {
@@ -73,7 +76,7 @@ class JsonLinesSink : public RecordSink {
 
  private:
   TextOut &out_;
-  const RecordShape &shape_;
+  JsonRecords records_;
 };
 
 // A line of names, then a line a record.

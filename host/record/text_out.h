@@ -26,6 +26,11 @@ class TextOut {
     *at_++ = c;
   }
   void Append(std::string_view text) {
+    if (text.size() <= static_cast<size_t>(buffer_.get() + kRoom - at_)) {
+      std::memcpy(at_, text.data(), text.size());
+      at_ += text.size();
+      return;
+    }
     while (!text.empty()) {
       if (at_ == buffer_.get() + kRoom) Spill();
       const size_t size = std::min<size_t>(text.size(), static_cast<size_t>(buffer_.get() + kRoom - at_));
@@ -54,7 +59,7 @@ class TextOut {
   virtual void Write(std::string_view text) = 0;
 
  private:
-  static constexpr size_t kRoom = 64 << 10;
+  static constexpr size_t kRoom = 32 << 10;
   std::unique_ptr<char[]> buffer_;
   char *at_;
 };

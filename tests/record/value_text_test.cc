@@ -1,5 +1,7 @@
 #include "host/layout/value_text.h"
 
+#include <cstdio>
+
 #include <gtest/gtest.h>
 
 namespace qdt::host {
@@ -101,6 +103,28 @@ TEST(WriteValueTest, LongestOfEachKind) {
   char out[kValueRoom];
   EXPECT_EQ(std::string(out, WriteHex(0, out)), "0x0");
   EXPECT_EQ(std::string(out, WriteHex(UINT64_MAX, out)), "0xffffffffffffffff");
+}
+
+TEST(WriteValueTest, DigitsOfEveryLength) {
+  const FieldRef number{0, 8, FieldKind::kUnsigned, 0, 0};
+  uint64_t power = 1;
+  for (int digits = 1; digits <= 20; ++digits, power *= 10) {
+    for (const uint64_t value : {power - 1, power, power + 1, power * 7 + power / 3, power * 99 / 10})
+      EXPECT_EQ(Written(number, value), std::to_string(value));
+  }
+  for (uint32_t value = 0; value < 20000; ++value) EXPECT_EQ(Written(number, value), std::to_string(value));
+  EXPECT_EQ(Written({0, 4, FieldKind::kSigned, 0, 0}, ~WideValue{0} - 9999), "-10000");
+}
+
+TEST(WriteValueTest, EveryByteOfAnAddress) {
+  for (uint32_t byte = 0; byte < 256; ++byte) {
+    char wanted[kValueRoom];
+    std::snprintf(wanted, sizeof(wanted), "%02x:00:5e:%02x:53:%02x", byte, byte, 255 - byte);
+    const uint64_t mac = uint64_t{byte} << 40 | 0x5eull << 24 | byte << 16 | 0x53 << 8 | (255 - byte);
+    EXPECT_EQ(Written({0, 6, FieldKind::kMac, 0, 0}, mac), wanted);
+    std::snprintf(wanted, sizeof(wanted), "%u.0.%u.%u", byte, byte, 255 - byte);
+    EXPECT_EQ(Written({0, 4, FieldKind::kIpv4, 0, 0}, byte << 24 | byte << 8 | (255 - byte)), wanted);
+  }
 }
 
 TEST(NarrowAddressTest, ByWhatStandsBehind) {
