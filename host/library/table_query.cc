@@ -1,32 +1,36 @@
 #include "host/library/table_query.h"
 
-#include <sys/mman.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <optional>
+#include <span>
 #include <string>
+#include <vector>
 
 #include "host/arena/arena.h"
 #include "host/base/host_error.h"
+#include "host/library/batches.h"
+#include "platform/memory.h"
 #include "qdt/session.h"
 #include "qdt/tables.h"
 
 namespace qdt::host {
 namespace {
 
-// Where most answers find room. Only the pages that an answer reaches become real.
+// Room for the texts of a batch of records behind the beginning of a piece. Only the pages that are reached
+// become real, and they are used again for the next piece.
 char g_answer[QDT_OUTPUT_CAPACITY];
 
-// No piece of a record's text is longer: an answer that ended for want of room stopped in the last bytes.
-constexpr uint32_t kTail = 64 << 10;
-// The library takes larger rooms for negative numbers.
-constexpr uint32_t kMostRoom = 0x7ffff000;
+// A piece of a long answer is written when it has so many characters.
+constexpr size_t kPiece = 32 << 10;
 
 constexpr uint32_t kSessionTable = 65;
 constexpr uint32_t kListedByItself = 682;
-constexpr uint32_t kPiece = 256;  // sessions that are written at a time
+constexpr uint32_t kMostSessions = 256;  // that are formatted at a time
+constexpr uint32_t kMemoryView = 47;     // its answers are not framed
+
 struct CodeText {
   int32_t code;
   const char *message;
@@ -38,87 +42,120 @@ constexpr CodeText kCodes[] = {QDT_TABLE_CODES(QDT_CODE_TEXT)};
 
 constexpr char kFrameLine[] = "------------------------------";
 
-// Address space whose pages become real as the text grows.
-class Reserved {
- public:
-  explicit Reserved(uint32_t most) : size_(most) {
-    // Limits of the process or of the machine may leave less of it.
-    for (; size_ > sizeof(g_answer); size_ /= 2) {
-      constexpr int kFlags = MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE;
-      if (void *got = mmap(nullptr, size_, PROT_READ | PROT_WRITE, kFlags, -1, 0); got != MAP_FAILED) {
-        place_ = static_cast<char *>(got);
-        return;
-      }
-    }
-  }
-  ~Reserved() {
-    if (place_ != nullptr) munmap(place_, size_);
-  }
-  Reserved(const Reserved &) = delete;
-  Reserved &operator=(const Reserved &) = delete;
+using Write = std::function<void(std::string_view)>;
 
-  char *place() const { return place_; }
-  uint32_t size() const { return size_; }
+// An answer that is made of records, written piece by piece.
+class FramedText {
+ public:
+  FramedText(uint32_t view, const Write &write) : format_(g_nqeTblOps[view].format), write_(write) {
+    Append(kFrameLine);
+    Append("\n");
+  }
+
+  // Adds `count` records. False when the view refuses them and nothing of the answer is written yet: then the
+  // message of the query itself is the answer.
+  bool Add(std::span<const uint8_t> records, size_t count) {
+    if (size_ >= kPiece) {
+      write_({g_answer, size_});
+      written_ = true;
+      size_ = 0;
+    }
+    const size_t room = sizeof(g_answer) - size_;
+    const int32_t length = format_(g_answer + size_, static_cast<uint32_t>(room), records.data(),
+                                   static_cast<int32_t>(records.size()));
+    // A positive failure code that a view passed through from below must not lead out of the room.
+    if (length >= 0 && static_cast<size_t>(length) < room) {
+      size_ += static_cast<size_t>(length);
+      return true;
+    }
+    // Together they may have more text than there is room.
+    if (count > 1) {
+      const size_t half = count / 2;
+      const size_t size = half * (records.size() / count);
+      return Add(records.first(size), half) && Add(records.subspan(size), count - half);
+    }
+    if (!written_) return false;
+    throw HostError(std::string("the list stopped in the middle: ") +
+                    CodeMessage(length < 0 ? length : int32_t{QDT_TBL_FORMAT}));
+  }
+
+  // The last piece.
+  Answer End() {
+    // The line takes the place of the empty one behind the last record.
+    if (std::string_view(g_answer, size_).ends_with("\n\n")) --size_;
+    Append(kFrameLine);
+    return {static_cast<int32_t>(size_), {g_answer, size_}};
+  }
 
  private:
-  char *place_ = nullptr;
-  uint32_t size_;
+  void Append(std::string_view text) { size_ += text.copy(g_answer + size_, sizeof(g_answer) - size_); }
+
+  const TableFormat format_;
+  const Write &write_;
+  size_t size_ = 0;
+  bool written_ = false;
 };
 
-// Where the last answer found room that was too long for the other place.
-std::unique_ptr<Reserved> g_more;
+// What a search has delivered, its owner.
+struct FreeRecords {
+  void operator()(void *records) const { free_ex(g_mallocHandle, records); }
+};
 
-std::string_view Ask(const TableQuery &ask, char *out, uint32_t room) {
-  out[0] = '\0';
-  CliNqeTblSearch(out, room, ask.table, ask.key1, ask.key2, ask.key3, ask.key4);
-  return out;
-}
-
-// Of a query that fails the message alone stands at the room's beginning; behind it is what was written
-// before.
-bool WasFull(std::string_view answer) {
-  if (answer.starts_with(kFrameLine)) return false;
-  const char *tail = std::end(g_answer) - kTail;
-  return std::any_of(tail, tail + kTail, [](char c) { return c != '\0'; });
-}
-
-// The sessions that a query asks for, in the room that they take.
-class Sessions {
+// The records that a query asks for, all of them before the first one is shown: a query that fails on the way
+// has no answer but its message.
+class QueryRecords {
  public:
-  explicit Sessions(const TableQuery &ask) {
-    collect_.Key = SessionKeyOf(ask);
-    collect_.Limit = std::min<uint32_t>(TbmTblGetSpec(0, kSessionTable), kMostRoom / kSessionSize);
-    records_.reset(new (std::nothrow) char[size_t{collect_.Limit} * kSessionSize]);
-    collect_.Records = records_.get();
+  // Whether there are any; else the query itself says why not.
+  bool Collect(const TableQuery &ask) {
+    Batches batches(ask);
+    if (batches.Prepare() != 0) return false;
+    while (!batches.AtEnd()) {
+      if (batches.Next() != 0 || batches.records().empty()) return false;
+      const size_t size = batches.records().size(), count = batches.Count();
+      batches_.push_back({std::unique_ptr<void, FreeRecords>(batches.Release()), size, count});
+    }
+    return true;
   }
 
-  // Whether there are any; else the query itself says why not.
-  bool Collect() {
+  bool AddTo(FramedText *text) const {
+    return std::ranges::all_of(batches_, [text](const Batch &batch) {
+      return text->Add({static_cast<const uint8_t *>(batch.records.get()), batch.size}, batch.count);
+    });
+  }
+
+ private:
+  struct Batch {
+    std::unique_ptr<void, FreeRecords> records;
+    size_t size;
+    size_t count;
+  };
+  std::vector<Batch> batches_;
+};
+
+// The same of sessions, however many the view lists by itself.
+class Sessions {
+ public:
+  bool Collect(const TableQuery &ask) {
+    collect_.Key = SessionKeyOf(ask);
+    collect_.Limit = std::min<uint32_t>(TbmTblGetSpec(0, kSessionTable), INT32_MAX / kSessionSize);
+    records_.reset(new (std::nothrow) uint8_t[size_t{collect_.Limit} * kSessionSize]);
+    collect_.Records = records_.get();
     return records_ != nullptr && TbmTblTrav(0, kSessionTable, SessionNodeSearchMatch, &collect_) == 0 &&
            collect_.Count > 0;
   }
 
-  Answer Write(const std::function<void(std::string_view)> &write) const {
-    std::string piece = std::string(kFrameLine) + '\n';
-    for (uint32_t first = 0; first < collect_.Count; first += kPiece) {
-      const uint32_t count = std::min(kPiece, collect_.Count - first);
-      const int32_t length =
-          NqeTableFormatSession(g_answer, sizeof(g_answer), records_.get() + size_t{first} * kSessionSize,
-                                static_cast<int32_t>(count * kSessionSize));
-      if (length < 0) throw HostError("the list of sessions stopped in the middle");
-      write(piece);
-      piece.assign(g_answer, static_cast<size_t>(length));
+  bool AddTo(FramedText *text) const {
+    bool taken = true;
+    for (uint32_t first = 0; first < collect_.Count && taken; first += kMostSessions) {
+      const uint32_t count = std::min(kMostSessions, collect_.Count - first);
+      taken = text->Add({records_.get() + size_t{first} * kSessionSize, size_t{count} * kSessionSize}, count);
     }
-    // The line takes the place of the empty one behind the last session.
-    if (piece.ends_with("\n\n")) piece.pop_back();
-    piece += kFrameLine;
-    std::memcpy(g_answer, piece.c_str(), piece.size() + 1);
-    return {static_cast<int32_t>(piece.size()), {g_answer, piece.size()}};
+    return taken;
   }
 
  private:
   SessionCollect collect_{};
-  std::unique_ptr<char[]> records_;
+  std::unique_ptr<uint8_t[]> records_;
 };
 
 // Whether there may be more sessions than the view lists by itself, and the query is one that it takes.
@@ -127,6 +164,16 @@ bool MayExceedView(const TableQuery &ask) {
   uint32_t count = 0;
   if (TbmTblEntryNum(0, kSessionTable, &count) != 0 || count <= kListedByItself) return false;
   return IsSessionKey(ask) && IsSessionFilter(ask);
+}
+
+// The answer of such records, or nothing where the query itself has to say what is wrong.
+template <typename Records>
+std::optional<Answer> Framed(const TableQuery &ask, const Write &write) {
+  Records records;
+  if (!records.Collect(ask)) return std::nullopt;
+  FramedText text(ask.table, write);
+  if (!records.AddTo(&text)) return std::nullopt;
+  return text.End();
 }
 
 }  // namespace
@@ -160,19 +207,22 @@ bool IsSessionFilter(const TableQuery &ask) {
   return SessionNodeMatchHashNode(&key, kNoSession) != QDT_TBL_UNSUPPORTED;
 }
 
-Answer AnswerTableQuery(const TableQuery &ask, const std::function<void(std::string_view)> &write) {
+Answer AnswerTableQuery(const TableQuery &ask, const Write &write) {
   if (Arena *arena = Arena::Current()) arena->DropCopies();
+  std::optional<Answer> answer;
   if (MayExceedView(ask)) {
-    Sessions sessions(ask);
-    if (sessions.Collect()) return sessions.Write(write);
+    answer = Framed<Sessions>(ask, write);
+  } else if (ask.table != kMemoryView) {
+    answer = Framed<QueryRecords>(ask, write);
   }
-  std::string_view text = Ask(ask, g_answer, sizeof(g_answer));
-  if (WasFull(text)) {
-    g_more = std::make_unique<Reserved>(kMostRoom);
-    if (g_more->place() != nullptr) text = Ask(ask, g_more->place(), g_more->size());
+  if (!answer) {
+    g_answer[0] = '\0';
+    CliNqeTblSearch(g_answer, sizeof(g_answer), ask.table, ask.key1, ask.key2, ask.key3, ask.key4);
+    const std::string_view text = g_answer;
+    answer = {static_cast<int32_t>(text.size()), text};
   }
   std::fflush(stdout);  // what a query tells there comes before its answer
-  return {static_cast<int32_t>(text.size()), text};
+  return *answer;
 }
 
 }  // namespace qdt::host

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "host/base/host_error.h"
-#include "host/query/batches.h"
+#include "host/library/batches.h"
 #include "host/query/own_records.h"
 #include "host/tbm/observer.h"
 #include "qdt/session.h"

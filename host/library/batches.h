@@ -1,16 +1,17 @@
-#ifndef HOST_QUERY_BATCHES_H_
-#define HOST_QUERY_BATCHES_H_
+#ifndef HOST_LIBRARY_BATCHES_H_
+#define HOST_LIBRARY_BATCHES_H_
 
 #include <cstdint>
 #include <span>
+#include <utility>
 
 #include "host/library/table_query.h"
 #include "platform/tbm.h"
 
 namespace qdt::host {
 
-// Runs a view's search as the diag command does, batch by batch, for those who want what it delivers and not
-// its text.
+// Runs a view's search as the diag command does, batch by batch, for those who do more with what it delivers
+// than to put its text in one place.
 class Batches {
  public:
   explicit Batches(const TableQuery &ask) : ask_(ask) { TbmTblTravContextInit(&ctx_); }
@@ -27,6 +28,10 @@ class Batches {
   bool AtEnd() const { return atEnd_; }
   // What the batch delivered; good until the next one.
   std::span<const uint8_t> records() const { return {static_cast<const uint8_t *>(record_), size_}; }
+  // How many those are.
+  uint32_t Count() const;
+  // The same given away, to be released with free_ex.
+  void *Release() { return std::exchange(record_, nullptr); }
 
   // Whether the walk of a query at its end has not come to the end of its table.
   bool HasMoreBehind() const;
@@ -51,4 +56,4 @@ class Batches {
 
 }  // namespace qdt::host
 
-#endif  // HOST_QUERY_BATCHES_H_
+#endif  // HOST_LIBRARY_BATCHES_H_

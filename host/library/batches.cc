@@ -1,4 +1,4 @@
-#include "host/query/batches.h"
+#include "host/library/batches.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -58,6 +58,9 @@ int32_t Batches::Next() {
   atEnd_ = found == 0 || (mode_ != Mode::kAll && remaining_ == 0);
   return 0;
 }
+
+// A search that walks nothing delivers one record.
+uint32_t Batches::Count() const { return std::max(TbmTblTravContextCnt(&ctx_), 1u); }
 
 bool Batches::HasMoreBehind() const {
   tbm::Cursor cursor;
