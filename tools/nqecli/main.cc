@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <string>
 
 #include "host/base/arguments.h"
@@ -57,4 +59,10 @@ ExitCode Run(Arguments arguments) {
 }  // namespace
 }  // namespace qdt::nqecli
 
-int main(int argc, char **argv) { return qdt::nqecli::RunTool(argc, argv, qdt::nqecli::Run); }
+int main(int argc, char **argv) {
+  const int code = qdt::nqecli::RunTool(argc, argv, qdt::nqecli::Run);
+  if (QDT_STATIC_LINK == 0) return code;
+  // What is left to be taken down is memory, and that the system does sooner.
+  std::fflush(nullptr);
+  std::quick_exit(code);
+}
