@@ -58,11 +58,6 @@ def test_help_without_parameters(site, words):
     site.engine.cli("agent", "egn-info-query", "info-type=status").answered(status())
 
 
-def test_a_refusal_is_the_engines_answer(site):
-    site.engine.cli("agent", "egn-info-query", "info-type=weather").refused(
-        'egn display what? The engine knows: status, application, statistic, not "weather"\n')
-
-
 def test_performance_mode(site):
     show = lambda: site.engine.cli("engine", "perf-mode")
     show().answered("performance mode is off\n")

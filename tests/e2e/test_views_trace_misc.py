@@ -213,9 +213,10 @@ fib: [{prefix: 24, vpn: 0, destination: 192.0.2.0}]
         # What readers of a small table follow has its storage at once, each part at a multiple of 64: index with a
         # spare record, heads, two logs.
         answer = memory({0: (1, 14720 + 64 + 2 * 258 * 16 + 14688),  # one slot, of 16 bytes and 14,672 of record
-                         # Of the routes' index its head, the roots of 1,024 VPNs, and blocks with what removals need.
-                         1: (1, 8192 * 8 + 16 + 4096 + 4096 + 16384 + 4096 + 4096 + 32768),
-                         13: (3, 1600 + 64 * 32 + 2 * 416 * 16 + 16384)}, 37728 + 131088 + 33344)
+                         # Its first heads have their storage with the buckets. Of the routes' index its head, the roots of
+                         # 1,024 VPNs, and blocks with what removals need.
+                         1: (1, 8192 * 8 + 64 + 4096 + 4096 + 16384 + 4096 + 4096 + 32768),
+                         13: (3, 1600 + 64 * 32 + 2 * 416 * 16 + 16384)}, 37728 + 131136 + 33344)
         for keys in ([], ["all"], ["num5"], ["x", "1", "2", "3"]):
             site.engine.cli("show", "tbm_memory_stat", *keys).answered(answer)
             nqecli("--snapshot", site.snapshot, "show", "tbm_memory_stat", *keys).answered(answer)

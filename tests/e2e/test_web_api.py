@@ -193,7 +193,11 @@ def test_records_of_all_tables_are_as_their_schemas_say(web):
         if not key:
             continue
         record = web.data(f"tables/{name}/record", {"key": key})
-        assert record["record"] == page["records"][0], name
+        # Times go on between the two questions.
+        times = {field["path"].split(".")[0] for field in keys if field["kind"].endswith("_ago")}
+        again, first = ({name: value for name, value in one.items() if name not in times}
+                        for one in (record["record"], page["records"][0]))
+        assert again == first, name
         if record["view"] is not None:
             assert record["text"] and "rror" not in record["text"][:40], record
             texts += 1

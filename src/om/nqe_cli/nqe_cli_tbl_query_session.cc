@@ -79,7 +79,8 @@ struct KeyPlaces {
   uint64_t negative;
   bool operator==(const KeyPlaces &) const = default;
 };
-static_assert(offsetof(SessionRecord, negativeKey) == offsetof(SessionRecord, positiveKey) + sizeof(uint64_t));
+static_assert(offsetof(SessionRecord, negativeKey) ==
+              offsetof(SessionRecord, positiveKey) + sizeof(uint64_t));
 
 KeyPlaces KeysOf(const void *record) {
   return qdt::CopyOf<KeyPlaces>(static_cast<const char *>(record) + offsetof(SessionRecord, positiveKey));

@@ -22,8 +22,9 @@ class MarkedTexts {
   MarkedTexts &operator=(const MarkedTexts &) = delete;
 };
 
-// The text as it is written: marks as "\n"; for a terminal also control characters but tab and lines' ends, and
-// bytes that are no UTF-8, as "\x1b". `carry` keeps the beginning of a character whose end has not come yet.
+// The text as it is written: marks as "\n"; for a terminal also control characters but tab and lines' ends,
+// and bytes that are no UTF-8, as "\x1b". `carry` keeps the beginning of a character whose end has not come
+// yet.
 std::string ShownText(std::string_view text, bool forTerminal, std::string *carry);
 
 // Each byte as "\x1b".
