@@ -4,6 +4,7 @@ QDT_BIN names the directory of the binaries (default: build/bin). QDT_SCREENSHOT
 kept to be looked at.
 """
 
+import base64
 import contextlib
 import importlib.util
 import json
@@ -37,8 +38,8 @@ PATIENCE = 60  # seconds: a browser beside other tests takes its time
 class Console:
     """One nqeweb."""
 
-    def __init__(self, *words):
-        self.process = subprocess.Popen([BIN / "nqeweb", *map(str, words), "--listen", "127.0.0.1:0"],
+    def __init__(self, *words, listen="127.0.0.1:0"):
+        self.process = subprocess.Popen([BIN / "nqeweb", *map(str, words), "--listen", listen],
                                         stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
         line = self.process.stdout.readline().decode()
         assert line.startswith("nqeweb: ready at http://127.0.0.1:"), line
@@ -55,8 +56,8 @@ class Console:
 
 
 @contextlib.contextmanager
-def console(*words):
-    web = Console(*words)
+def console(*words, **options):
+    web = Console(*words, **options)
     try:
         yield web
     finally:
@@ -126,6 +127,9 @@ class Browser:
             action.send_keys(key)
         action.perform()
 
+    def chord(self, held, key):
+        webdriver.ActionChains(self.driver).key_down(held).send_keys(key).key_up(held).perform()
+
     def click(self, selector):
         self.until(f"document.querySelector({json.dumps(selector)})", selector)
         self.driver.find_element("css selector", selector).click()
@@ -146,6 +150,12 @@ class Browser:
     def picture(self):
         """The page as it is seen, as a PNG file's bytes."""
         return self.driver.get_screenshot_as_png()
+
+    def picture_of_view(self):
+        """What is seen of the view alone, without the frame around it."""
+        clip = self.run("const {x, y, width, height} = document.getElementById('view').getBoundingClientRect();"
+                        "return {x, y, width, height: Math.min(height, innerHeight - y), scale: 1}")
+        return base64.b64decode(self.driver.execute_cdp_cmd("Page.captureScreenshot", {"format": "png", "clip": clip})["data"])
 
 
 @pytest.fixture(scope="session")
@@ -186,7 +196,14 @@ def campus():
         assert place.cli("perf", "task", "set", "time").code == 0
         assert place.cli("pmc", "3").code == 0
         yield place
-        place.stop()
+        # Lines of the packet trace go to standard error as well.
+        assert place.end()[0] == 0
+
+
+@pytest.fixture
+def place():
+    with processes.engine_place() as fresh:
+        yield fresh
 
 
 @pytest.fixture(scope="session")

@@ -12,7 +12,7 @@ export function findings(list, caption, hidden = false) {
         ? el('a', {class: 'mono', href: one.key ? recordLink(one.table, one.key) : link(`table/${one.table}`)}, `${one.table} ${one.key ? keyWords(one.key).map(shown).join(' ') : ''}`)
         : el('a', {class: 'mono', href: link(`region/${one.region}`)}, one.region)},
       {body: one.field ?? '–', class: 'value'},
-      {body: shown(one.problem)},
+      {body: shown(one.problem), class: 'meaning'},
     ]),
   });
 }

@@ -53,6 +53,7 @@ export default async function draw(view) {
     card('half', 'Findings', more('check', 'All findings'), wrong)));
 
   let samples = [];
+  let curved = new Set();
   const overview = async () => identity(facts, await view.ask('overview', {}, {shown: true}));
   const history = async () => {
     samples = (await view.ask('history', {minutes: kSpan / 60})).samples;
@@ -61,7 +62,10 @@ export default async function draw(view) {
   const drawHistory = ({times, discards, interfaces}) => {
     const to = times.at(-1) ?? Date.now();
     const from = to - kSpan * 1000;
-    const ranked = [...discards].filter(([, values]) => sum(values)).sort(([, a], [, b]) => sum(b) - sum(a));
+    // Of reasons that are alike the one that had a curve keeps it.
+    const weight = ([name, values]) => sum(values) * (curved.has(name) ? 1.3 : 1);
+    const ranked = [...discards].filter(([, values]) => sum(values)).sort((a, b) => weight(b) - weight(a));
+    curved = new Set(ranked.slice(0, kCurves).map(([name]) => name));
     const top = ranked.slice(0, kCurves).sort(([a], [b]) => a.localeCompare(b));
     const rest = ranked.slice(kCurves);
     if (rest.length) top.push([`${rest.length} others`, times.map((_, i) => sum(rest.map(([, values]) => values[i])))]);

@@ -63,7 +63,7 @@ export default async function draw(view) {
       rows: fits.map(({path, field, content, value}) => [
         {body: path, class: 'value', title: field ? `${field.kind}, ${field.in}, offset ${field.offset}` : undefined},
         {body: [content, field?.unit && value ? el('span', {class: 'quiet'}, ` ${field.unit}`) : null], class: 'value'},
-        {body: field?.about ?? '', class: 'quiet'},
+        {body: field?.about ?? '', class: 'quiet meaning'},
         {body: typeof value === 'object' ? null : el('a', {href: link(`table/${name}`, {filter: `${path.replace(/\[\d+\]/g, '')}=${value === true ? 1 : value === false ? 0 : value}`}), title: 'All entries with this value', 'aria-label': `All entries of ${name} whose ${path} is ${plain(value, field)}`}, '≡'), class: 'num'},
       ]),
     }));

@@ -9,7 +9,7 @@ async function all(view) {
   const {regions} = await view.ask('regions', {}, {shown: true});
   view.fill(el('div', {class: 'card'}, el('div', {class: 'wide'}, table({
     caption: `${regions.length} regions`, head: ['Region', 'Holds', {body: 'Size', class: 'num'}],
-    rows: regions.map(one => [{body: el('a', {class: 'mono', href: link(`region/${one.name}`)}, one.name)}, {body: one.about, class: 'quiet'}, {body: bytes(one.size), class: 'num'}]),
+    rows: regions.map(one => [{body: el('a', {class: 'mono', href: link(`region/${one.name}`)}, one.name)}, {body: one.about, class: 'quiet meaning'}, {body: bytes(one.size), class: 'num'}]),
   }))));
 }
 
@@ -38,7 +38,7 @@ async function one(view, name) {
       caption: name, hidden: true, head: ['Field', 'Value', 'Meaning'],
       rows: flat(record).map(([path, value]) => {
         const field = meaning.get(path.replace(/\[\d+\]/g, '[]'));
-        return [{body: el('span', {class: 'mono'}, path)}, {body: [node(value, field), field?.unit ? el('span', {class: 'quiet'}, ` ${field.unit}`) : null], class: 'value'}, {body: shown(field?.about ?? ''), class: 'quiet'}];
+        return [{body: el('span', {class: 'mono'}, path)}, {body: [node(value, field), field?.unit ? el('span', {class: 'quiet'}, ` ${field.unit}`) : null], class: 'value'}, {body: shown(field?.about ?? ''), class: 'quiet meaning'}];
       }),
     })) : notice('info', 'Nothing stands in it'));
   };

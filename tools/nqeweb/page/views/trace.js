@@ -12,7 +12,7 @@ export default async function draw(view) {
   const controls = new Map();
   const control = one => {
     const attributes = {name: one.word, id: `trace-${one.word}`, 'aria-describedby': `trace-${one.word}-about`};
-    const input = one.flag ? el('input', {...attributes, type: 'checkbox'}) : el('input', {...attributes, placeholder: one.example ?? '', autocomplete: 'off', spellcheck: 'false', value: view.params.get(one.word) ?? ''});
+    const input = one.flag ? el('input', {...attributes, type: 'checkbox'}) : el('input', {...attributes, placeholder: one.example ? `e.g. ${one.example}` : '', autocomplete: 'off', spellcheck: 'false', value: view.params.get(one.word) ?? ''});
     if (one.flag) input.checked = view.params.has(one.word);
     controls.set(one.word, {one, input});
     const words = el('span', {class: 'unseen', id: `trace-${one.word}-about`}, one.about);
@@ -20,7 +20,9 @@ export default async function draw(view) {
   };
   const chosen = () => [...controls.values()].filter(({one, input}) => (one.flag ? input.checked : input.value.trim())).map(({one, input}) => [one, one.flag ? null : input.value.trim()]);
   const quoted = text => (/^[\w.:*\/-]+$/.test(text) ? text : `'${text.replaceAll("'", "'\\''")}'`);
-  const commands = () => ['nqecli pkt_trace clear', ...chosen().map(([one, value]) => `nqecli pkt_trace set ${one.word}${value === null ? (one.value ? ` ${one.value}` : '') : ` ${quoted(value)}`}`), 'nqecli pkt_trace enable'].join('\n');
+  const engine = view.engine();
+  const tool = engine ? `nqecli --arena ${quoted(engine.path)} pkt_trace` : 'nqecli pkt_trace';
+  const commands = () => [`${tool} clear`, ...chosen().map(([one, value]) => `${tool} set ${one.word}${value === null ? (one.value ? ` ${one.value}` : '') : ` ${quoted(value)}`}`), `${tool} enable`].join('\n');
   const script = el('pre', {tabindex: 0, 'aria-label': 'Commands that set the same'});
   const tell = () => { script.textContent = commands(); };
 
