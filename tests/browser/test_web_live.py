@@ -273,3 +273,22 @@ def test_screenshots(browser, web, width, height, theme):
         assert browser.run("return document.documentElement.scrollWidth <= innerWidth"), f"{name} is wider than {width} pixels"
         dark = browser.run("return getComputedStyle(document.body).backgroundColor")
         assert (sum(int(part) for part in dark[4:-1].split(",")) < 300) == (theme == "dark"), dark
+
+
+def test_many_tabs(browser, web):
+    """A browser has six connections to one server for all its tabs: those that are not seen must not hold any."""
+    first = browser.driver.current_window_handle
+    try:
+        for _ in range(9):
+            browser.driver.switch_to.new_window("tab")
+            browser.driver.get(f"{web.url}#/table/fib")
+            browser.settle()
+            browser.says("13 entries")
+            browser.until("document.getElementById('state').dataset.state === 'up'", "the engine")
+    finally:
+        for tab in browser.driver.window_handles:
+            if tab != first:
+                browser.driver.switch_to.window(tab)
+                browser.driver.close()
+        browser.driver.switch_to.window(first)
+    browser.open(web, "tables")

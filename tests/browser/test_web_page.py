@@ -27,9 +27,9 @@ VIEWS = {
     "trace": ("trace", "Packet trace", "from the driver"),
     "measure": ("measure", "Tasks and points", "DRV_FAST_RX"),
     "explain": ("search?q=192.0.2.11", "“192.0.2.11”", "dhcp_snooping_bind"),
-    "find": ("search?q=02:00:5e:30:*", "“02:00:5e:30:*”", "Where it stands"),
+    "find": ("search?q=101", "“101”", "fwdif if_index=101"),
     "diff": ("diff?a=arena&b=before", "Compare", "difference"),
-    "sql": ("sql?q=SELECT+name+FROM+usage+WHERE+name+%3D+'fib'", "SQL", "1 rows"),
+    "sql": ("sql?q=SELECT+name+FROM+usage+WHERE+name+%3D+'fib'", "SQL", "1 row in "),
     "engines": ("engines", "Engines", "before"),
 }
 

@@ -19,7 +19,7 @@ const text = value => (value === null || value === undefined ? 'NULL' : shown(va
 
 export default async function draw(view) {
   view.title('SQL', 'One statement of SQLite over the engine’s tables, for reading. Each table of the list is one here; usage, statistics and findings are tables as well.');
-  const statement = el('textarea', {rows: 5, spellcheck: 'false', 'aria-label': 'Statement', placeholder: examples[0][1], value: view.params.get('q') ?? ''});
+  const statement = el('textarea', {rows: 4, spellcheck: 'false', 'aria-label': 'Statement', placeholder: examples[0][1], value: view.params.get('q') ?? ''});
   const limit = el('select', {'aria-label': 'Rows at most', value: view.params.get('limit') ?? '1000'}, ['100', '1000', '10000'].map(n => el('option', {value: n}, `${number(Number(n))} rows at most`)));
   const start = el('select', {'aria-label': 'Examples'}, el('option', {value: ''}, 'Examples …'), examples.map(([name], i) => el('option', {value: i}, name)));
   const place = el('div', {'aria-live': 'polite'});
@@ -43,7 +43,7 @@ export default async function draw(view) {
       const names = [...new Set(answer.rows.slice(0, 200).flatMap(row => Object.keys(row)))];
       const cut = answer.truncated ? '; there are more, raise the limit' : '';
       if (!names.length) fill(place, el('p', {class: 'empty'}, `No rows, after ${took} ms.`));
-      else show(names, answer.rows, length => `${number(length)} rows in ${took} ms${cut}`);
+      else show(names, answer.rows, length => `${number(length)} ${length === 1 ? 'row' : 'rows'} in ${took} ms${cut}`);
       say(`${answer.rows.length} rows`);
     } catch (failure) {
       if (failure.name !== 'AbortError') fill(place, notice('bad', failure.title ?? 'It failed', failure.detail ?? failure.message));

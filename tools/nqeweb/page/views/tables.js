@@ -28,7 +28,7 @@ export default async function draw(view) {
       head: ['Table', 'Holds', {body: 'Entries', class: 'num'}, {body: 'Room for', class: 'num'}, {body: 'Full', class: 'num'}, ''],
       rows: fits.map(row => [
         {body: row.readable === false ? el('span', {class: 'mono', title: 'nothing is known of its fields'}, row.name) : el('a', {href: link(`table/${row.name}`), class: 'mono'}, row.name), class: 'name'}, {body: row.about, class: 'quiet meaning'},
-        {body: number(row.entries), class: 'num'}, {body: number(row.capacity), class: 'num'},
+        {body: number(row.entries), class: 'num'}, {body: number(row.capacity), class: 'num of'},
         {body: single(row) ? '–' : percent(100 * row.share), class: 'num'}, {body: meter(100 * row.share, `${row.name} full`, {marked: !single(row)}), class: 'bar-cell'}]),
     }));
     rewrite('tables', {words: words.value, empty: empty.checked ? 'yes' : '', order: order.value === 'full' ? '' : order.value});
