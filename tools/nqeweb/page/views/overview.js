@@ -65,6 +65,9 @@ export default async function draw(view) {
     // Of reasons that are alike the one that had a curve keeps it.
     const weight = ([name, values]) => sum(values) * (curved.has(name) ? 1.3 : 1);
     const ranked = [...discards].filter(([, values]) => sum(values)).sort((a, b) => weight(b) - weight(a));
+    // Those that are alike stay in one order from sample to sample.
+    const rank = ([, values]) => Math.round(Math.log2(sum(values)) * 6);
+    const listed = [...ranked].sort((a, b) => rank(b) - rank(a) || a[0].localeCompare(b[0]));
     curved = new Set(ranked.slice(0, kCurves).map(([name]) => name));
     const top = ranked.slice(0, kCurves).sort(([a], [b]) => a.localeCompare(b));
     const rest = ranked.slice(kCurves);
@@ -74,7 +77,7 @@ export default async function draw(view) {
     discardsNow.textContent = times.length ? `now ${rate(whole)}` : 'the first sample is on its way';
     fill(reasons, ranked.length ? table({
       caption: 'Discarded packets by reason', hidden: true, head: ['Reason', {body: 'now', class: 'num'}, {body: '10 min', class: 'num'}],
-      rows: ranked.slice(0, 11).map(([name, values]) => [{body: el('a', {href: link('statistics', {pattern: name})}, shown(name))}, {body: rate(last(values)), class: 'num'}, {body: number(Math.round(total(times, values))), class: 'num'}]),
+      rows: listed.slice(0, 11).map(([name, values]) => [{body: el('a', {href: link('statistics', {pattern: name})}, shown(name))}, {body: rate(last(values)), class: 'num'}, {body: number(Math.round(total(times, values))), class: 'num'}]),
     }) : el('p', {class: 'empty'}, times.length ? 'Nothing is discarded.' : 'Nothing is known yet.'));
     const busiest = [...interfaces].map(([index, rates]) => [String(index), rates]).sort(([, a], [, b]) => sum(b.in_bytes) + sum(b.out_bytes) - sum(a.in_bytes) - sum(a.out_bytes)).slice(0, 12)
       .sort(([a], [b]) => a.localeCompare(b, 'en', {numeric: true}));
