@@ -121,6 +121,10 @@ class Browser:
         """Waits for a text in the view."""
         self.until(f"document.getElementById('view').innerText.includes({json.dumps(text)})", text)
 
+    def leave(self):
+        """Before a console ends: a page would go on asking it."""
+        self.driver.get("about:blank")
+
     def keys(self, *keys):
         action = webdriver.ActionChains(self.driver)
         for key in keys:

@@ -137,6 +137,7 @@ def test_engine_that_ends_and_comes_back(browser, place):
         place.start()
         browser.until(f"{state} === 'up'", "its return")
         browser.says("192.0.2.2")
+        browser.leave()
 
 
 def test_engine_that_is_not_there_yet(browser, place):
@@ -147,6 +148,7 @@ def test_engine_that_is_not_there_yet(browser, place):
         assert "not there" in browser.run("return document.getElementById('notice').textContent")
         place.start()
         browser.says("ctrlif_map_fwdif")
+        browser.leave()
         place.stop()
 
 
@@ -162,7 +164,7 @@ def test_console_that_ends_and_comes_back(browser, campus):
     with console("--arena", campus.arena, listen=web.url.split("/")[2]):
         browser.until("document.getElementById('notice').textContent === ''", "the console to be back")
         browser.until("document.getElementById('state').dataset.state === 'up'", "the engine to be back")
-        browser.driver.get("about:blank")
+        browser.leave()
 
 
 def test_trace_from_a_form(browser, campus, tmp_path):
@@ -185,6 +187,7 @@ def test_trace_from_a_form(browser, campus, tmp_path):
         assert " > " in line
         browser.click("form button[type=button]")
         browser.says("No packets are traced")
+        browser.leave()
 
 
 HOSTILE = ["<img src=x onerror=alert(1)>", "\"><script>alert(1)</script>", "javascript:alert(1)", "' onmouseover='alert(1)", "{{7*7}}${7*7}",

@@ -312,7 +312,7 @@ def test_token(browser, campus, tmp_path):
         browser.type("dialog input[type=password]", "0123456789abcdef0123456789abcdef\n")
         browser.says("203.0.113.128")
         assert "0123456789abcdef" not in browser.run("return document.documentElement.outerHTML + location.href + document.cookie")
-        browser.complaints()
+        browser.leave()
 
 
 def test_several_engines(browser, web):
