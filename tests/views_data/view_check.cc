@@ -14,7 +14,8 @@ namespace qdt::host {
 namespace {
 
 constexpr std::string_view kSum = "sum ";
-constexpr int64_t kPatience = 60;  // seconds between a record's being filled and its being compared
+constexpr int64_t kPatience =
+    600;  // seconds between a source's being opened and a record of it being compared
 
 std::string_view WithoutBlanksBehind(std::string_view text) {
   const size_t end = text.find_last_not_of(" \r");
