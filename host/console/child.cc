@@ -14,6 +14,7 @@
 #include <thread>
 
 #include "host/base/fd.h"
+#include "host/base/sanitized.h"
 #include "host/web/message.h"
 
 namespace qdt::host {
@@ -95,7 +96,7 @@ pid_t Start(const std::vector<std::string> &words, const Pipe &in, const Pipe &o
   Limit(child, RLIMIT_CPU, static_cast<uint64_t>(seconds) + 1);
   Limit(child, RLIMIT_CORE, 0);
   Limit(child, RLIMIT_FSIZE, limits.files);
-  if (limits.memory != 0) Limit(child, RLIMIT_DATA, limits.memory);
+  if (limits.memory != 0 && !kSanitized) Limit(child, RLIMIT_DATA, limits.memory);
   return child;
 }
 

@@ -16,6 +16,7 @@
 
 #include "host/base/fd.h"
 #include "host/base/host_error.h"
+#include "host/base/sanitized.h"
 
 #if defined(__x86_64__)
 #define QDT_AUDIT_ARCH AUDIT_ARCH_X86_64
@@ -25,15 +26,6 @@
 
 namespace qdt::omad {
 namespace {
-
-// Sanitizers want memory and calls of their own.
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool kSanitized = true;
-#elif defined(__has_feature)
-constexpr bool kSanitized = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
-#else
-constexpr bool kSanitized = false;
-#endif
 
 // The user that owns nothing, on every Linux system.
 constexpr uid_t kNobody = 65534;
@@ -91,7 +83,7 @@ void EnterSandbox() {
   LeaveRoot();
   if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) throw host::SystemError("cannot give rights away");
   Bound(RLIMIT_CORE, 0);
-  if (kSanitized) return;
+  if (host::kSanitized) return;
   if (prctl(PR_SET_DUMPABLE, 0) != 0) throw host::SystemError("cannot give rights away");
   Bound(RLIMIT_AS, kMemory);
   AllowOnlyCalls();
