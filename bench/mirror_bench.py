@@ -98,13 +98,16 @@ def in_turns(questions, runs):
 
 def rows(ask, runs):
     tools = {name: shutil.which(name) for name in ("ip", "bridge", "conntrack")}
-    for name, ours, theirs, mark, goal in (
+    # With what stands in each entry of either answer.
+    for name, ours, theirs, marks, goal in (
             ("show ssw_macinfo all, 4,000 addresses of a bridge", [*ask, "show", "ssw_macinfo", "all"],
-             [tools["bridge"], "fdb", "show"], b"02:00:5e:50:", 0.15),
-            ("list fib, 4,000 routes", [*ask, "list", "fib"], [tools["ip"], "route", "show"], b"172.16.", 0.4),
-            ("list session of one source, 4,000 connections", [*ask, "list", "session", "positive.source=127.0.0.9"],
-             [tools["conntrack"], "-L", "-s", "127.0.0.9"], b"127.0.0.9", 0.1)):
-        held = [answer(argv).count(mark) for argv in (ours, theirs)]
+             [tools["bridge"], "fdb", "show"], [b"02:00:5e:50:"] * 2, 0.15),
+            ("list fib, 4,000 routes", [*ask, "list", "fib"], [tools["ip"], "route", "show"], [b"172.16."] * 2, 0.4),
+            ("show session of one source, 4,000 connections", [*ask, "show", "session", "sip:127.0.0.9"],
+             [tools["conntrack"], "-L", "-s", "127.0.0.9"], [b"PosSrcIp     :  0x7f000009", b"src=127.0.0.9"], 0.1),
+            ("list session of the same source", [*ask, "list", "session", "positive.source=127.0.0.9"],
+             [tools["conntrack"], "-L", "-s", "127.0.0.9"], [b"127.0.0.9", b"src=127.0.0.9"], 0.1)):
+        held = [answer(argv).count(mark) for argv, mark in zip((ours, theirs), marks)]
         if min(held) < 10 or ("session" not in name and held != [COUNT, COUNT]):
             sys.exit(f"mirror_bench: {name}: {held} entries")
         our_ms, their_ms = in_turns([ours, theirs], runs)
