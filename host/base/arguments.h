@@ -1,9 +1,12 @@
 #ifndef HOST_BASE_ARGUMENTS_H_
 #define HOST_BASE_ARGUMENTS_H_
 
+#include <cstdint>
 #include <span>
 #include <string>
 #include <string_view>
+
+#include "host/base/numbers.h"
 
 namespace qdt::host {
 
@@ -22,6 +25,14 @@ class Arguments {
   bool Take(std::string_view name);
   // Takes "NAME VALUE" or "NAME=VALUE", when the next word says so, and stores the value.
   bool TakeValue(std::string_view name, std::string *value);
+  // The same for a number from `least` to `most`. Throws HostError for any other value.
+  template <typename Number>
+  bool TakeNumber(std::string_view name, uint64_t least, uint64_t most, Number *number) {
+    std::string value;
+    if (!TakeValue(name, &value)) return false;
+    *number = static_cast<Number>(NumberWithin(name, value, least, most));
+    return true;
+  }
 
   // All words that are left, null-terminated as main() got them.
   std::span<char *const> rest() const { return words_; }

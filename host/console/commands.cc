@@ -13,73 +13,6 @@
 namespace qdt::host {
 namespace {
 
-// How a view is asked for just one record of its table: its four keys, from the record's fields. "all" stands
-// for itself, an empty one for 0, "a:b" for two values with a colon between, and "@a" for the control plane's
-// number of the forwarding interface whose number is in a.
-struct ViewKeys {
-  std::string_view view;
-  std::string_view keys[4];
-};
-constexpr ViewKeys kViewKeys[] = {
-    {"fwdif", {"", "ctrl_if_index"}},
-    {"ctrlif_map_fwdif", {"", "ctrl_if_index"}},
-    {"flowif_map_fwdif", {"", "flow_if_index"}},
-    {"fib", {"destination", "prefix", "vpn"}},
-    {"nhp", {"", "index"}},
-    {"nhp_group", {"", "index"}},
-    {"arp", {"next_hop", "vpn"}},
-    {"arp_miss_cache", {"next_hop", "vpn"}},
-    {"bridgeinfo", {"", "index"}},
-    {"global", {}},
-    {"acl_group", {"", "group_type", "group_id"}},
-    {"acl_rule", {"", "group_type", "group_id", "priority"}},
-    {"acl_stat", {"", "group_type", "group_id", "stat_id"}},
-    {"capture_cfg", {"", "index"}},
-    {"mirr_observe", {"", "observe_id"}},
-    {"vlaninfo", {"", "bridge_id", "vlan_id"}},
-    {"vlan_bitmap", {"", "@if_index"}},
-    {"ssw_boardcast", {"all", "bridge_id", "vlan_id"}},
-    {"ssw_macinfo", {"mac", "bridge_id", "vlan_id"}},
-    {"port_isolate", {"", "@source_if_index", "@destination_if_index"}},
-    {"port_tag", {"", "port_id"}},
-    {"afpacket_filter", {"#eth_type"}},
-    {"usf_user", {"mac"}},
-    {"usf_stat", {"", "stat_id"}},
-    {"car", {"", "car_id"}},
-    {"capwap_tunnel", {"", "tunnel_id"}},
-    {"capwap_decap", {"source:destination", "port"}},
-    {"buf_cache_stat", {"", "index"}},
-    {"cpcar_pro", {"", "protocol", "wireless"}},
-    {"hsec_global_cfg", {}},
-    {"timer_stat", {"", "index"}},
-    {"local_mng_user", {"address"}},
-    {"usf_roam", {"mac"}},
-    {"web_proxy_portal", {"", "index"}},
-    {"trunk", {"", "trunk_id"}},
-    {"priority", {"", "vap_index"}},
-    {"mc_elb", {"group:source", "", "vlan_id"}},
-    {"mc2uc_elb", {"group:source", "", "vlan_id", "@fwd_if_index"}},
-    {"usf_map_fwdif", {"", "user_id"}},
-    {"nat_arp_pool_section", {"start"}},
-    {"nat_arp_pool_exclude", {"start"}},
-    {"nat_arp_host", {"start"}},
-    {"ipv6_fib", {"destination", "prefix", "vpn"}},
-    {"ipv6_nhp", {"", "index"}},
-    {"ipv6_nhp_group", {"", "index"}},
-    {"nd", {"next_hop", "vpn"}},
-    {"nd_miss_cache", {"next_hop", "vpn"}},
-    {"port_inst_state", {"", "bridge_id", "instance_id", "@fwd_if_index"}},
-    {"sac_profile", {"", "sac_id"}},
-    {"sac_policy_carid", {"", "sac_id", "app_id", "app_type"}},
-    {"sac_app_group", {"", "group_id"}},
-    {"sac_protocol_mapping", {"", "protocol_id"}},
-    {"sac_app_mapping", {"", "app_id"}},
-    {"sac_app_rvs_mapping", {"", "app_index"}},
-    {"sac_priority_mapping", {"", "app_id"}},
-    {"sac_usf_stat", {"mac"}},
-    {"eaplog_info", {"mac"}},
-};
-
 class KeyWords {
  public:
   KeyWords(const RecordSource &source, const RecordBytes &record, const TableLayout &table)
@@ -273,13 +206,15 @@ WebAnswer AnswerSql(const ConsoleOptions &options, WebEngine &engine, const Rout
 
 std::vector<std::string> ViewWords(const RecordSource &source, const RecordBytes &record,
                                    const TableLayout &table) {
-  const auto found = std::ranges::find(kViewKeys, table.shortName, &ViewKeys::view);
-  if (found == std::end(kViewKeys)) return {};
-  std::vector<std::string> words{std::string(found->view)};
-  for (const std::string_view key : found->keys) {
+  const auto views = source.layout().views();
+  const auto view = std::ranges::find(views, table.shortName, &ViewLayout::name);
+  if (view == views.end() || view->keys.empty()) return {};
+  std::vector<std::string> words{std::string(view->name)};
+  for (const std::string_view key : view->keys) {
     words.emplace_back();
     if (!KeyWords(source, record, table).Word(key, &words.back())) return {};
   }
+  words.resize(1 + kViewKeys, "0");
   return words;
 }
 

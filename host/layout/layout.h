@@ -46,6 +46,9 @@ struct RegionLayout {
 };
 
 // What one view of the diag command shows: a table's records, a region, or records of its own.
+// The keys that the diag command takes behind a view's number.
+constexpr size_t kViewKeys = 4;
+
 struct ViewLayout {
   uint32_t id = 0;          // the diag command's number
   std::string_view name;    // the diag command's name
@@ -55,6 +58,10 @@ struct ViewLayout {
   uint32_t recordSize = 0;  // of records of its own
   FieldSet fields;          // of records of its own
   std::string_view place;   // "FILE:LINE"
+  // How it is asked for just one record of its table; none where it cannot be. A key is a field's value, ""
+  // 0, "all" that word, "a:b" two values with a colon between, "#a" a value in hexadecimal, and "@a" the
+  // control plane's number of the forwarding interface whose number is in a. Those that are left out are 0.
+  std::span<const std::string_view> keys;
 
   FieldRef At(std::string_view path) const;  // of records of its own
 };

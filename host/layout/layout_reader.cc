@@ -474,6 +474,7 @@ Layout LayoutReader::Finish() {
     if (!table.partOf.empty()) JoinToOwner(&table);
   }
   CheckReferences();
+  CheckViewKeys();
   std::ranges::sort(views_, {}, &ViewLayout::id);
   LayoutStore &store = *store_;
   const auto tables = store.Keep(std::move(tables_));

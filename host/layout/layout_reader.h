@@ -61,6 +61,8 @@ class LayoutReader {
   FieldValues ReadValues(const YamlNode &node, const char *property, const char *form);
   void ReadVariant(const YamlNode &node, Field *field);
   void JoinToOwner(TableLayout *table);
+  std::span<const std::string_view> ReadViewKeys(const YamlNode &node, const ViewLayout &view);
+  void CheckViewKeys() const;
 
   FieldSet ReadFields(const YamlNode *node, const std::string &where, uint32_t size);
   Field ReadField(const std::string &name, const YamlNode &node, const std::string &where);

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <limits>
 
 #include "host/layout/layout_reader.h"
@@ -8,7 +9,7 @@
 namespace qdt::host {
 
 void LayoutReader::ReadView(const YamlNode &name, const YamlNode &node) {
-  CheckProperties(node, {"id", "table", "region", "about", "record_size", "fields"});
+  CheckProperties(node, {"id", "table", "region", "about", "record_size", "fields", "keys"});
   CheckName(name, "");
   ViewLayout view;
   view.name = store_->Keep(name.text);
@@ -33,7 +34,40 @@ void LayoutReader::ReadView(const YamlNode &name, const YamlNode &node) {
   } else if (node.Get("record_size") != nullptr) {
     Fail(*node.Get("record_size"), "record_size", "for views with fields of their own only");
   }
+  if (node.Get("keys") != nullptr) view.keys = ReadViewKeys(*node.Get("keys"), view);
   views_.push_back(view);
+}
+
+std::span<const std::string_view> LayoutReader::ReadViewKeys(const YamlNode &node, const ViewLayout &view) {
+  if (view.table.empty()) Fail(node, "keys", "for views of tables only");
+  if (!node.IsList() || node.items.empty() || node.items.size() > kViewKeys)
+    Fail(node, "keys", "not a list of 1 to " + std::to_string(kViewKeys) + " keys");
+  std::vector<std::string_view> keys;
+  for (const YamlNode *key : node.items) {
+    if (!key->IsScalar()) Fail(*key, "keys", "not the name of a field");
+    keys.push_back(store_->Keep(key->text));
+  }
+  return store_->Keep(std::move(keys));
+}
+
+// The tables are known by the time of this.
+void LayoutReader::CheckViewKeys() const {
+  for (const ViewLayout &view : views_) {
+    const TableLayout *table = FindTable(view.table);
+    if (table == nullptr) continue;
+    for (std::string_view key : view.keys) {
+      if (key == "all") continue;
+      if (key.starts_with('#') || key.starts_with('@')) key.remove_prefix(1);
+      while (!key.empty()) {
+        const std::string_view name = key.substr(0, key.find(':'));
+        if (table->key.Find(name) == nullptr && table->fields.Find(name) == nullptr) {
+          throw HostError(std::string(view.place) + ": " + std::string(view.name) +
+                          ".keys: " + std::string(table->shortName) + " has no field " + Quoted(name));
+        }
+        key.remove_prefix(std::min(name.size() + 1, key.size()));
+      }
+    }
+  }
 }
 
 }  // namespace qdt::host

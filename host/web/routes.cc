@@ -1,10 +1,10 @@
 #include "host/web/routes.h"
 
 #include <algorithm>
-#include <charconv>
 #include <new>
 
 #include "host/base/host_error.h"
+#include "host/base/numbers.h"
 #include "host/web/lost_pages.h"
 
 namespace qdt::host {
@@ -41,14 +41,6 @@ bool Fits(std::string_view pattern, const std::vector<std::string_view> &parts,
     values->emplace_back(wanted[i].substr(1, wanted[i].size() - 2), parts[i]);
   }
   return true;
-}
-
-std::optional<uint64_t> ReadNumber(std::string_view text) {
-  uint64_t number = 0;
-  const char *end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, number);
-  if (error != std::errc() || stop != end) return std::nullopt;
-  return number;
 }
 
 bool IsChoice(std::string_view choices, std::string_view value) {

@@ -393,15 +393,15 @@ def test_command_line_mistakes(site):
             ([*key, "--user-key", f"operator={no_key}"], "is no public SSH key; name the file that ends in .pub"),
             ([*key, "--user-key", f"operator={stranger}"], "is no public SSH key; name the file that ends in .pub"),
             ([*key, *user, "--user-key", f"other={agent.user_key}.pub"], "is that of operator already, and cannot be that of other"),
-            ([*key, *user, "--port", "99999"], "is no port; name one from 1 to 65535"),
+            ([*key, *user, "--port", "99999"], '--port "99999" is not a number from 1 to 65535'),
             ([*key, *user, "--address", "nowhere"], '"nowhere" is no address; name an IPv4 or IPv6 address of this machine'),
             ([*key, *user, "--port", str(agent.port)], f"cannot listen on 127.0.0.1:{agent.port}"),
             (["--socket", agent.socket], f"something listens on {agent.socket} already (process {agent.process.pid} of user "
              f"{getpass.getuser()}); stop that agent or name another path with --socket"),
             (["--nacm", "/no/such"], "cannot read the rules in /no/such"),
             (["--log", "/no/such/file"], "cannot write the record /no/such/file"),
-            (["--max-sessions", "0"], '"0" is no number of sessions; name one from 1 to 100000'),
-            (["--idle-time", "soon"], '"soon" is no number of seconds'),
+            (["--max-sessions", "0"], '--max-sessions "0" is not a number from 1 to 100000'),
+            (["--idle-time", "soon"], '--idle-time "soon" is not a number from 0 to 10000000'),
             (["--carrier", "no-such-user"], '--carrier: no user "no-such-user" is in /etc/passwd; name a number'),
             (["--bogus"], "cannot make sense of"),
         ]:

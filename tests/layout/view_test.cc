@@ -64,6 +64,27 @@ TEST(ViewLayoutTest, TheBuiltInViewsShowWhatIsThere) {
   }
 }
 
+TEST(ViewLayoutTest, KeysSayHowOneRecordIsAskedFor) {
+  const Layout layout =
+      WithViews("views:\n  v: {id: 1, table: t, keys: [\"\", all]}\n  w: {id: 2, region: R}\n");
+  ASSERT_EQ(layout.views().size(), 2u);
+  EXPECT_EQ(std::vector<std::string_view>(layout.views()[0].keys.begin(), layout.views()[0].keys.end()),
+            (std::vector<std::string_view>{"", "all"}));
+  EXPECT_TRUE(layout.views()[1].keys.empty());
+  EXPECT_EQ(ErrorOfViews("views:\n  v: {id: 1, table: t, keys: []}"),
+            "a.yaml:2: v.keys: not a list of 1 to 4 keys");
+  EXPECT_EQ(ErrorOfViews("views:\n  v: {id: 1, table: t, keys: [a, a, a, a, a]}"),
+            "a.yaml:2: v.keys: not a list of 1 to 4 keys");
+  EXPECT_EQ(ErrorOfViews("views:\n  v: {id: 1, table: t, keys: [[a]]}"),
+            "a.yaml:2: v.keys: not the name of a field");
+  EXPECT_EQ(ErrorOfViews("views:\n  v: {id: 1, region: R, keys: [a]}"),
+            "a.yaml:2: v.keys: for views of tables only");
+  for (const char *key : {"nothing", "\"#nothing\"", "\"@nothing\"", "\"nothing:k\""}) {
+    EXPECT_EQ(ErrorOfViews("views:\n  v: {id: 1, table: t, keys: [" + std::string(key) + "]}"),
+              "a.yaml:2: v.keys: t has no field \"nothing\"");
+  }
+}
+
 TEST(ViewLayoutTest, ALayoutNeedsNoViews) { EXPECT_TRUE(WithViews("views: {}").views().empty()); }
 
 TEST(ViewLayoutTest, WhatIsWrongIsSaidWithItsPlace) {

@@ -92,7 +92,7 @@ tools() {
   expect "  CtrlIfIdx  :  2001" nqecli show ctrlif_map_fwdif 2001
   expect '"count":1' nqecli list ctrlif_map_fwdif ctrl_if_index=2001 --json
   expect '{"n":1}' nqecli sql --ndjson "SELECT count(*) AS n FROM ctrlif_map_fwdif WHERE ctrl_if_index = 2001"
-  expect "Tcp" nqecli agent session-statistics
+  expect "CAP_TABLE_FIB" nqecli agent tbl-usage
   expect "  CtrlIfIdx  :  2001" typed $'show ctrlif_map_fwdif 2001\nexit'
   expect "" nqecli snapshot /tmp/saved.arena
   expect "kind     snapshot" nqecli snapshot --info /tmp/saved.arena

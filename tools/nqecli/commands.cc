@@ -6,9 +6,9 @@
 #include "host/base/near_name.h"
 #include "host/library/entry_points.h"
 #include "tools/nqecli/command.h"
-#include "tools/nqecli/commands/data_commands.h"
 #include "tools/nqecli/companion.h"
 #include "tools/nqecli/completion.h"
+#include "tools/nqecli/data_commands.h"
 #include "tools/nqecli/query.h"
 
 namespace qdt::nqecli {

@@ -9,8 +9,8 @@
 #include "host/record/record_rows.h"
 #include "host/wire/client.h"
 #include "tools/nqecli/command.h"
-#include "tools/nqecli/commands/data_commands.h"
 #include "tools/nqecli/companion.h"
+#include "tools/nqecli/data_commands.h"
 #include "tools/nqecli/data_words.h"
 #include "tools/nqecli/table_names.h"
 

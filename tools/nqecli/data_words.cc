@@ -8,6 +8,7 @@
 
 #include "host/base/host_error.h"
 #include "host/base/near_name.h"
+#include "host/base/numbers.h"
 #include "host/wire/paths.h"
 
 namespace qdt::nqecli {
@@ -41,15 +42,6 @@ constexpr Flag kFlags[] = {
     {kOptionKeys, "--keys", "", "what the diag command takes as keys, and its flag"},
     {kOptionInfo, "--info", "FILE", "tell what a copy is instead of making one"},
 };
-
-uint64_t ReadNumber(std::string_view option, const std::string &text, uint64_t least, uint64_t most) {
-  uint64_t number = 0;
-  const char *end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, number);
-  if (error == std::errc() && stop == end && number >= least && number <= most) return number;
-  throw HostError(std::string(option) + " " + Quoted(text) + " is not a number from " +
-                  std::to_string(least) + " to " + std::to_string(most));
-}
 
 double ReadSeconds(const std::string &text) {
   double seconds = 0;
@@ -95,10 +87,10 @@ void SetValue(DataWords *words, const Flag &flag, const std::string &value) {
       words->sort = value;
       return;
     case kOptionLimit:
-      words->limit = ReadNumber(flag.name, value, 0, UINT64_MAX - 1);
+      words->limit = host::NumberWithin(flag.name, value, 0, UINT64_MAX - 1);
       return;
     case kOptionWarn:
-      words->warn = static_cast<uint32_t>(ReadNumber(flag.name, value, 1, 100));
+      words->warn = static_cast<uint32_t>(host::NumberWithin(flag.name, value, 1, 100));
       return;
     case kOptionInfo:
       if (!words->info.empty()) throw HostError("snapshot --info takes one file; try --help");
@@ -108,7 +100,7 @@ void SetValue(DataWords *words, const Flag &flag, const std::string &value) {
       words->interval = ReadSeconds(value);
       return;
     default:
-      words->times = ReadNumber(flag.name, value, 1, UINT64_MAX);
+      words->times = host::NumberWithin(flag.name, value, 1, UINT64_MAX);
   }
 }
 

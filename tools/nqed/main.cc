@@ -6,7 +6,6 @@
 #include <syslog.h>
 #include <unistd.h>
 
-#include <charconv>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -124,37 +123,18 @@ std::string AbsolutePath(const std::string &path) {
   return absolute;
 }
 
-bool ReadNumber(std::string_view text, uint32_t *number) {
-  const char *end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, *number);
-  return error == std::errc() && stop == end;
-}
-
-// Takes the option when it is the next word, with a number from `least` to `most`.
-bool TakeNumber(Arguments *arguments, const char *name, uint32_t least, uint32_t most, uint32_t *number) {
-  std::string value;
-  if (!arguments->TakeValue(name, &value)) return false;
-  if (ReadNumber(value, number) && *number >= least && *number <= most) return true;
-  throw HostError(std::string(name) + " " + Quoted(value) + " is not a number from " + std::to_string(least) +
-                  " to " + std::to_string(most));
-}
-
 // Takes --capacity when it is the next word.
 bool TakeCapacity(Arguments *arguments, EngineOptions *options) {
   constexpr uint32_t kMostEntries = 1u << 24;
   std::string value;
   if (!arguments->TakeValue("--capacity", &value)) return false;
   const size_t equals = value.find('=');
-  uint32_t count = 0;
-  if (equals != std::string::npos) {
-    const char *end = value.data() + value.size();
-    const auto [stop, error] = std::from_chars(value.data() + equals + 1, end, count);
-    if (error != std::errc() || stop != end || count > kMostEntries) count = 0;
-  }
-  if (count == 0)
+  std::optional<uint64_t> count;
+  if (equals != std::string::npos) count = ReadNumber(std::string_view(value).substr(equals + 1));
+  if (!count || *count == 0 || *count > kMostEntries)
     throw HostError("--capacity " + Quoted(value) + " is not TABLE=N with a number from 1 to " +
                     std::to_string(kMostEntries));
-  options->capacities.emplace_back(value.substr(0, equals), count);
+  options->capacities.emplace_back(value.substr(0, equals), static_cast<uint32_t>(*count));
   return true;
 }
 
@@ -164,10 +144,12 @@ bool TakeCapture(Arguments *arguments, std::vector<CaptureOption> *captures) {
   if (!arguments->TakeValue("--capture", &value)) return false;
   const size_t colon = value.find(':');
   CaptureOption option{value.substr(0, colon), 0};
-  if (colon != std::string::npos &&
-      (!ReadNumber(std::string_view(value).substr(colon + 1), &option.fwdIf) || option.fwdIf == 0)) {
-    throw HostError("--capture " + Quoted(value) +
-                    ": behind the colon stands the number of a forwarding interface");
+  if (colon != std::string::npos) {
+    const std::optional<uint64_t> number = ReadNumber(std::string_view(value).substr(colon + 1));
+    if (!number || *number == 0 || *number > UINT32_MAX)
+      throw HostError("--capture " + Quoted(value) +
+                      ": behind the colon stands the number of a forwarding interface");
+    option.fwdIf = static_cast<uint32_t>(*number);
   }
   captures->push_back(option);
   return true;
@@ -199,18 +181,18 @@ CommandLine Parse(Arguments arguments) {
     } else if (arguments.TakeValue("--trust", &trusted)) {
       TrustUser(trusted);
     } else if (!arguments.TakeValue("--netns", &line.netns) && !TakeCapacity(&arguments, &options) &&
-               !TakeNumber(&arguments, "--counters", 1, kMostPatience, &line.counters) &&
-               !TakeNumber(&arguments, "--netlink-buffer", 1, kMostBuffer, &line.netlinkBuffer) &&
+               !arguments.TakeNumber("--counters", 1, kMostPatience, &line.counters) &&
+               !arguments.TakeNumber("--netlink-buffer", 1, kMostBuffer, &line.netlinkBuffer) &&
                !TakeCapture(&arguments, &line.captures) && !arguments.TakeValue("--pcap", &line.pcap) &&
-               !TakeNumber(&arguments, "--at", 1, UINT32_MAX, &line.at) &&
+               !arguments.TakeNumber("--at", 1, UINT32_MAX, &line.at) &&
                !arguments.TakeValue("--scenario", &line.scenario) &&
                !arguments.TakeValue("--arena", &options.arena) &&
                !arguments.TakeValue("--socket", &options.socket) &&
                !arguments.TakeValue("--layout", &line.layoutDir) &&
-               !TakeNumber(&arguments, "--cores", 1, kMaxCores, &options.cores) &&
-               !TakeNumber(&arguments, "--traffic", 1, Traffic::kMaxRate, &line.traffic) &&
-               !TakeNumber(&arguments, "--clients", 1, kMostClients, &clients) &&
-               !TakeNumber(&arguments, "--patience", 1, kMostPatience, &patience)) {
+               !arguments.TakeNumber("--cores", 1, kMaxCores, &options.cores) &&
+               !arguments.TakeNumber("--traffic", 1, Traffic::kMaxRate, &line.traffic) &&
+               !arguments.TakeNumber("--clients", 1, kMostClients, &clients) &&
+               !arguments.TakeNumber("--patience", 1, kMostPatience, &patience)) {
       throw HostError("cannot make sense of " + Quoted(arguments.front()) + "; try --help");
     }
   }

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <charconv>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -75,17 +74,6 @@ struct CommandLine {
   uint32_t statementTime = 5;  // seconds
 };
 
-// Takes the option when it is the next word, with a number from 1 to `most`.
-bool TakeNumber(host::Arguments *arguments, const char *name, uint32_t most, uint32_t *number) {
-  std::string value;
-  if (!arguments->TakeValue(name, &value)) return false;
-  const char *end = value.data() + value.size();
-  const auto [stop, error] = std::from_chars(value.data(), end, *number);
-  if (error == std::errc() && stop == end && *number >= 1 && *number <= most) return true;
-  throw HostError(std::string(name) + " " + host::Quoted(value) + " is not a number from 1 to " +
-                  std::to_string(most));
-}
-
 CommandLine ReadCommandLine(host::Arguments arguments) {
   CommandLine line;
   std::string value;
@@ -107,12 +95,12 @@ CommandLine ReadCommandLine(host::Arguments arguments) {
     } else if (arguments.TakeValue("--trust", &value)) {
       host::TrustUser(value);
       line.trusted.push_back(value);
-    } else if (TakeNumber(&arguments, "--connections", 4096, &number)) {
+    } else if (arguments.TakeNumber("--connections", 1, 4096, &number)) {
       line.limits.connections = number;
       line.limits.streams = std::max(number / 4, 1u);
-    } else if (TakeNumber(&arguments, "--patience", 3600, &number)) {
+    } else if (arguments.TakeNumber("--patience", 1, 3600, &number)) {
       line.limits.asking = line.limits.taking = std::chrono::seconds(number);
-    } else if (TakeNumber(&arguments, "--statement-time", 3600, &line.statementTime)) {
+    } else if (arguments.TakeNumber("--statement-time", 1, 3600, &line.statementTime)) {
     } else if (arguments.Take("--allow-changes")) {
       line.allowChanges = true;
     } else if (!arguments.TakeValue("--token-file", &line.tokenFile) &&

@@ -1,7 +1,6 @@
 #include "tools/omad/options.h"
 
 #include <algorithm>
-#include <charconv>
 
 #include "host/base/host_error.h"
 #include "host/base/trust.h"
@@ -70,42 +69,24 @@ std::pair<std::string, std::string> UserAndFile(const std::string &text) {
   return {std::move(user), text.substr(at + 1)};
 }
 
-uint64_t Number(const std::string &text, const char *what, uint64_t least, uint64_t most) {
-  uint64_t number = 0;
-  const char *const last = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), last, number);
-  if (error != std::errc() || stop != last || number < least || number > most) {
-    throw HostError(Quoted(text) + " is no " + what + "; name one from " + std::to_string(least) + " to " +
-                    std::to_string(most));
-  }
-  return number;
-}
-
 bool TakeLimit(host::Arguments *arguments, Limits *limits) {
-  std::string value;
-  if (arguments->TakeValue("--max-message", &value)) {
-    limits->message = Number(value, "number of bytes", 4096, 64u << 20);
-  } else if (arguments->TakeValue("--max-sessions", &value)) {
-    limits->sessions = Number(value, "number of sessions", 1, 100'000);
-  } else if (arguments->TakeValue("--max-user-sessions", &value)) {
-    limits->userSessions = Number(value, "number of sessions", 1, 100'000);
-  } else if (arguments->TakeValue("--max-waiting", &value)) {
-    limits->waiting = Number(value, "number of commands", 1, 100'000);
-  } else if (arguments->TakeValue("--idle-time", &value)) {
-    limits->idle = std::chrono::seconds(Number(value, "number of seconds", 0, 10'000'000));
-  } else {
-    return false;
+  uint64_t seconds = 0;
+  if (arguments->TakeNumber("--idle-time", 0, 10'000'000, &seconds)) {
+    limits->idle = std::chrono::seconds(seconds);
+    return true;
   }
-  return true;
+  return arguments->TakeNumber("--max-message", 4096, 64u << 20, &limits->message) ||
+         arguments->TakeNumber("--max-sessions", 1, 100'000, &limits->sessions) ||
+         arguments->TakeNumber("--max-user-sessions", 1, 100'000, &limits->userSessions) ||
+         arguments->TakeNumber("--max-waiting", 1, 100'000, &limits->waiting);
 }
 
 bool TakeQuickStart(host::Arguments *arguments, QuickStart *start) {
   std::string value;
   if (arguments->TakeValue("--user-key", &value)) {
     start->userKeys.push_back(UserAndFile(value));
-  } else if (arguments->TakeValue("--port", &value)) {
-    start->port = static_cast<uint16_t>(Number(value, "port", 1, 65535));
-  } else if (!arguments->TakeValue("--host-key", &start->hostKey) &&
+  } else if (!arguments->TakeNumber("--port", 1, 65535, &start->port) &&
+             !arguments->TakeValue("--host-key", &start->hostKey) &&
              !arguments->TakeValue("--address", &start->address)) {
     return false;
   }

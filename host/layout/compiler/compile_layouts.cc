@@ -162,10 +162,10 @@ class LayoutWriter {
   }
 
   std::string View(const ViewLayout &view) {
-    const std::string fields = Fields(view.fields);
+    const std::string fields = Fields(view.fields), keys = Texts(view.keys);
     return "{" + Number(view.id) + ", " + Text(view.name) + ", " + Text(view.about) + ", " +
            Text(view.table) + ", " + Text(view.region) + ", " + Number(view.recordSize) + ", " + fields +
-           ", " + Text(view.place) + "}";
+           ", " + Text(view.place) + ", " + keys + "}";
   }
 
   std::ostream &out_;

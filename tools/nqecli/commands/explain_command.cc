@@ -1,13 +1,14 @@
-#include <charconv>
+#include <optional>
 #include <string>
 
 #include "host/answers/documents.h"
 #include "host/base/host_error.h"
+#include "host/base/numbers.h"
 #include "host/inspect/explain.h"
 #include "host/inspect/parts.h"
 #include "host/layout/value_text.h"
 #include "host/record/record_rows.h"
-#include "tools/nqecli/commands/data_commands.h"
+#include "tools/nqecli/data_commands.h"
 #include "tools/nqecli/data_words.h"
 
 namespace qdt::nqecli {
@@ -92,13 +93,11 @@ uint64_t PrintLines(StandardOut *out, const host::RecordSource &source, const ho
 
 uint32_t ReadVpn(std::string_view word) {
   constexpr std::string_view kName = "vpn=";
-  uint32_t vpn = 0;
-  const char *end = word.data() + word.size();
-  const auto [stop, error] = word.starts_with(kName) ? std::from_chars(word.data() + kName.size(), end, vpn)
-                                                     : std::from_chars_result{};
-  if (stop != end || error != std::errc() || vpn > UINT16_MAX)
+  std::optional<uint64_t> vpn;
+  if (word.starts_with(kName)) vpn = host::ReadNumber(word.substr(kName.size()));
+  if (!vpn || *vpn > UINT16_MAX)
     throw HostError(Quoted(word) + " is no VPN (write vpn=N, with N from 0 to 65535)");
-  return vpn;
+  return static_cast<uint32_t>(*vpn);
 }
 
 }  // namespace

@@ -11,7 +11,7 @@
 #include "host/inspect/export.h"
 #include "host/wire/client.h"
 #include "host/wire/paths.h"
-#include "tools/nqecli/commands/data_commands.h"
+#include "tools/nqecli/data_commands.h"
 #include "tools/nqecli/data_words.h"
 #include "tools/nqecli/output/new_file.h"
 #include "tools/nqecli/snapshot.h"

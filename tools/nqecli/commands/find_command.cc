@@ -4,7 +4,7 @@
 #include "host/base/host_error.h"
 #include "host/inspect/find.h"
 #include "host/record/record_rows.h"
-#include "tools/nqecli/commands/data_commands.h"
+#include "tools/nqecli/data_commands.h"
 #include "tools/nqecli/data_words.h"
 
 namespace qdt::nqecli {

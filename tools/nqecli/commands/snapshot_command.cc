@@ -1,6 +1,6 @@
 #include "host/base/host_error.h"
-#include "tools/nqecli/commands/data_commands.h"
 #include "tools/nqecli/commands/snapshot_info.h"
+#include "tools/nqecli/data_commands.h"
 #include "tools/nqecli/data_words.h"
 #include "tools/nqecli/snapshot.h"
 

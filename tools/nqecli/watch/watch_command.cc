@@ -12,7 +12,7 @@
 #include "host/base/host_error.h"
 #include "host/base/time_text.h"
 #include "host/library/entry_points.h"
-#include "tools/nqecli/commands/data_commands.h"
+#include "tools/nqecli/data_commands.h"
 #include "tools/nqecli/data_words.h"
 #include "tools/nqecli/watch/watch_child.h"
 #include "tools/nqecli/watch/watch_rates.h"

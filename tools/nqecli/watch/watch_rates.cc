@@ -6,8 +6,8 @@
 #include "host/query/statistics.h"
 #include "host/query/view_records.h"
 #include "tools/nqecli/command.h"
-#include "tools/nqecli/commands/view_query.h"
 #include "tools/nqecli/data_words.h"
+#include "tools/nqecli/records/view_query.h"
 
 namespace qdt::nqecli {
 namespace {

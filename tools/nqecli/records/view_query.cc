@@ -1,4 +1,4 @@
-#include "tools/nqecli/commands/view_query.h"
+#include "tools/nqecli/records/view_query.h"
 
 #include <span>
 

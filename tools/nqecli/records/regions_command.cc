@@ -8,7 +8,7 @@
 #include "host/base/near_name.h"
 #include "host/record/record_rows.h"
 #include "host/record/record_sinks.h"
-#include "tools/nqecli/commands/data_commands.h"
+#include "tools/nqecli/data_commands.h"
 #include "tools/nqecli/data_words.h"
 
 namespace qdt::nqecli {

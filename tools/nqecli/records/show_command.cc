@@ -3,10 +3,10 @@
 #include "host/base/host_error.h"
 #include "host/library/services.h"
 #include "host/query/view_records.h"
-#include "tools/nqecli/commands/data_commands.h"
-#include "tools/nqecli/commands/view_query.h"
+#include "tools/nqecli/data_commands.h"
 #include "tools/nqecli/data_words.h"
 #include "tools/nqecli/query.h"
+#include "tools/nqecli/records/view_query.h"
 
 namespace qdt::nqecli {
 namespace {

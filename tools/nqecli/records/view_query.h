@@ -1,5 +1,5 @@
-#ifndef TOOLS_NQECLI_COMMANDS_VIEW_QUERY_H_
-#define TOOLS_NQECLI_COMMANDS_VIEW_QUERY_H_
+#ifndef TOOLS_NQECLI_RECORDS_VIEW_QUERY_H_
+#define TOOLS_NQECLI_RECORDS_VIEW_QUERY_H_
 
 #include <array>
 #include <string>
@@ -27,4 +27,4 @@ class ViewQuery {
 
 }  // namespace qdt::nqecli
 
-#endif  // TOOLS_NQECLI_COMMANDS_VIEW_QUERY_H_
+#endif  // TOOLS_NQECLI_RECORDS_VIEW_QUERY_H_

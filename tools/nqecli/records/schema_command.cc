@@ -3,7 +3,7 @@
 #include <string>
 
 #include "host/base/host_error.h"
-#include "tools/nqecli/commands/data_commands.h"
+#include "tools/nqecli/data_commands.h"
 #include "tools/nqecli/data_words.h"
 
 namespace qdt::nqecli {

@@ -4,7 +4,7 @@
 #include "host/base/host_error.h"
 #include "qdt/tables.h"
 #include "tools/nqecli/catalog.h"
-#include "tools/nqecli/commands/data_commands.h"
+#include "tools/nqecli/data_commands.h"
 #include "tools/nqecli/data_words.h"
 #include "tools/nqecli/table_names.h"
 

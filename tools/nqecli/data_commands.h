@@ -1,5 +1,5 @@
-#ifndef TOOLS_NQECLI_COMMANDS_DATA_COMMANDS_H_
-#define TOOLS_NQECLI_COMMANDS_DATA_COMMANDS_H_
+#ifndef TOOLS_NQECLI_DATA_COMMANDS_H_
+#define TOOLS_NQECLI_DATA_COMMANDS_H_
 
 #include <string_view>
 
@@ -32,4 +32,4 @@ bool CanBeWatched(std::string_view command);
 
 }  // namespace qdt::nqecli
 
-#endif  // TOOLS_NQECLI_COMMANDS_DATA_COMMANDS_H_
+#endif  // TOOLS_NQECLI_DATA_COMMANDS_H_

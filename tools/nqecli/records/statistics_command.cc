@@ -5,7 +5,7 @@
 #include "host/base/host_error.h"
 #include "host/query/statistics.h"
 #include "host/record/csv_out.h"
-#include "tools/nqecli/commands/data_commands.h"
+#include "tools/nqecli/data_commands.h"
 #include "tools/nqecli/data_words.h"
 
 namespace qdt::nqecli {
