@@ -143,11 +143,12 @@ void Daemon::RunCommand(Client *client, const Call &call, bool changes) {
     return Refuse(client, NotSupported(call, "there is no such command"));
   const host::OwnedTree request = model_.MakeRequest(call.operation, call.parameters);
   if (handler->check != nullptr) handler->check(request.get());
-  if (waitingCommands_ >= options_.limits.waiting) {
-    return Refuse(client,
-                  RpcError(Layer::kApplication, "resource-denied",
-                           std::to_string(waitingCommands_) + " commands wait already; ask again later")
-                      .At(PathOf(call), call.space));
+  // Where nothing runs the first one begins as soon as all that has come is taken.
+  const size_t waiting = waitingCommands_ - (!running_ && waitingCommands_ != 0);
+  if (waiting >= options_.limits.waiting) {
+    return Refuse(client, RpcError(Layer::kApplication, "resource-denied",
+                                   std::to_string(waiting) + " commands wait already; ask again later")
+                              .At(PathOf(call), call.space));
   }
   ++waitingCommands_;
   waiting_.push_back({*client, host::WorkerJob::Run(*handler, request.get()), call, changes});
