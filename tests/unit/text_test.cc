@@ -263,7 +263,29 @@ TEST(TextTest, FailureKeepsWhatStoodBeforeAndIsRemembered) {
   EXPECT_STREQ(area.get(), "abcd");
   EXPECT_TRUE(text.failed());
   EXPECT_EQ(text.size(), 4u);
+  EXPECT_EQ(text.Room(), 0u);
   EXPECT_EQ(text.Result(), -120);
+}
+
+// A label of 16 to 32 characters before a plain number is copied in another way than others: in a line of its
+// own, at a text's end, between others, and at the bounds of its length.
+TEST(TextTest, LabelsWhereverTheyStand) {
+  char area[kPlenty];
+  Text text(area, sizeof(area));
+  text.Print<"  Sixteen chars:%u\n">(7u);
+  text.Print<"  Fifteen char:%u\n">(12345u);
+  text.Print<"  A label of thirty-two letters:%u\n">(4294967295u);
+  text.Print<"  A label of thirty-four letters.:%lu\n">(uint64_t{18446744073709551615u});
+  text.Print<"  At the end    :  %u">(10u);
+  text.Print<"|  After another :  %u  In the middle :  %u\n\n">(9u, 100u);
+  text.Print<"  Signed number :  %d\n">(-1);
+  EXPECT_STREQ(area,
+               "  Sixteen chars:7\n"
+               "  Fifteen char:12345\n"
+               "  A label of thirty-two letters:4294967295\n"
+               "  A label of thirty-four letters.:18446744073709551615\n"
+               "  At the end    :  10|  After another :  9  In the middle :  100\n\n"
+               "  Signed number :  -1\n");
 }
 
 TEST(TextTest, FillsItsRoomToTheLastByte) {

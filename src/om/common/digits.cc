@@ -4,8 +4,9 @@
 
 namespace qdt {
 
-constinit const char g_hexPairs[512] = {
-#define QDT_PAIR(high, low) high, low
+constinit const HexPair g_hexPairs[256] = {
+#define QDT_PAIR(high, low) \
+  { {high, low}, ':', 0 }
 #define QDT_ROW(high)                                                                                      \
   QDT_PAIR(high, '0'), QDT_PAIR(high, '1'), QDT_PAIR(high, '2'), QDT_PAIR(high, '3'), QDT_PAIR(high, '4'), \
       QDT_PAIR(high, '5'), QDT_PAIR(high, '6'), QDT_PAIR(high, '7'), QDT_PAIR(high, '8'),                  \
@@ -46,7 +47,7 @@ char *PutHexadecimal(char *at, uint64_t value) {
   char *const end = at + (std::bit_width(value | 1) + 3) / 4;
   char *digit = end;
   for (; digit - at >= 2; value >>= 8) PutByte(digit -= 2, static_cast<uint8_t>(value));
-  if (digit != at) *at = g_hexPairs[2 * (value & 0xF) + 1];
+  if (digit != at) *at = g_hexPairs[value & 0xF].digits[1];
   return end;
 }
 

@@ -68,12 +68,16 @@ char *PutHexadecimal(char *at, uint64_t value);
 // All eight digits.
 char *PutWord(char *at, uint32_t value);
 
-// "00" to "ff", two characters each.
-extern const char g_hexPairs[512];
+// "00" to "ff", each with the colon behind it that MAC addresses want, and a NUL.
+struct HexPair {
+  char digits[2];
+  char colon, nul;
+};
+extern const HexPair g_hexPairs[256];
 
 // Both digits.
 inline char *PutByte(char *at, uint8_t value) {
-  std::memcpy(at, g_hexPairs + 2 * value, 2);
+  std::memcpy(at, g_hexPairs[value].digits, 2);
   return at + 2;
 }
 

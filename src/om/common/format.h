@@ -51,8 +51,10 @@ struct Format {
 // How a value is printed. Values are handed over as 64 bits: numbers extended by their own sign, texts as the
 // address of their characters (kText) or of a std::string_view (kView), doubles as their bits.
 enum class Kind : uint8_t {
-  kNone,      // no value: the literal goes on in the next piece, or ends the program
-  kLabelled,  // kUnsigned behind a literal of 16 to 32 characters: most of what views print
+  kNone,  // no value: the literal goes on in the next piece, or ends the program
+  // kUnsigned behind a literal of 16 to 32 characters: most of what views print. Of several pieces never the
+  // last, so that a run of these has nothing else to ask for.
+  kLabelled,
   kUnsigned,
   kSigned,
   kHexadecimal,
@@ -106,11 +108,17 @@ struct Piece {
 // loader has nothing to do.
 struct Program {
   uint16_t bound;  // characters that are printed at most, apart from texts and widths that are arguments
-  uint8_t pieces;
-  bool isLine;  // a label, one decimal number, and a line's end
+  uint16_t pieces;
 
   const Piece *First() const { return reinterpret_cast<const Piece *>(this + 1); }
   const char *Literals() const { return reinterpret_cast<const char *>(First() + pieces); }
+};
+
+// What most programs are, for which there is a quicker way: one decimal number and a line's end.
+enum class Form : uint8_t {
+  kOther,
+  kLine,
+  kLabelledLine,  // behind a literal of 16 to 32 characters
 };
 
 // A conversion as it stands in a format.
@@ -405,12 +413,20 @@ struct Outline {
     bound += c.length + MaxField(c, text);
   }
 
+  constexpr void End() {
+    Piece &last = pieces[count - 1];
+    last.flags |= Piece::kLast;
+    if (last.kind == Kind::kLabelled && FormOf() == Form::kOther) last.kind = Kind::kUnsigned;
+  }
+
   constexpr Kind LastKind() const { return pieces[count - 1].kind; }
   constexpr void Flag(uint8_t flag) { pieces[count - 1].flags |= flag; }
 
-  constexpr bool IsLine() const {
-    const bool isDecimal = LastKind() >= Kind::kLabelled && LastKind() <= Kind::kSigned;
-    return count == 1 && isDecimal && pieces[0].Has(Piece::kNewline);
+  constexpr Form FormOf() const {
+    const Kind kind = LastKind();
+    if (count != 1 || !pieces[0].Has(Piece::kNewline)) return Form::kOther;
+    if (kind == Kind::kLabelled) return Form::kLabelledLine;
+    return kind == Kind::kUnsigned || kind == Kind::kSigned ? Form::kLine : Form::kOther;
   }
 };
 
@@ -433,15 +449,15 @@ consteval auto MakeOutline() {
     argument += c.type != 0;
   }
   if (kFrom.count == 0) outline.Add({}, F.text, Kind::kNone);  // a format of nothing is one piece of nothing
-  outline.Flag(Piece::kLast);
+  outline.End();
   if (outline.bound > UINT16_MAX) Refuse("a format of more than 65,535 characters");
-  if (outline.count > UINT8_MAX) Refuse("a format of more than 255 pieces");
   return outline;
 }
 
 // A program as it lies in memory.
-template <size_t kPieces, size_t kLength>
+template <size_t kPieces, size_t kLength, Form kIs>
 struct Compiled {
+  static constexpr Form kForm = kIs;
   Program head;
   Piece pieces[kPieces];
   char literals[kLength];
@@ -450,10 +466,9 @@ struct Compiled {
 template <Format F, Kind... kTextKinds>
 consteval auto Compile() {
   constexpr auto kOutline = MakeOutline<F, kTextKinds...>();
-  Compiled<kOutline.count, kOutline.length + (kOutline.length == 0)> program{
-      {static_cast<uint16_t>(kOutline.bound), static_cast<uint8_t>(kOutline.count), kOutline.IsLine()},
-      {},
-      {}};
+  constexpr size_t kCharacters = kOutline.length + (kOutline.length == 0);
+  Compiled<kOutline.count, kCharacters, kOutline.FormOf()> program{
+      {static_cast<uint16_t>(kOutline.bound), static_cast<uint16_t>(kOutline.count)}, {}, {}};
   for (size_t i = 0; i < kOutline.count; ++i) program.pieces[i] = kOutline.pieces[i];
   for (size_t i = 0; i < kOutline.length; ++i) program.literals[i] = kOutline.literals[i];
   return program;

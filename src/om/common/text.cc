@@ -24,7 +24,7 @@ template <size_t kSize>
   std::memcpy(to + length - kSize, last, kSize);
 }
 
-[[gnu::always_inline]] inline void CopyLiteral(char *to, const char *from, size_t length) {
+[[gnu::always_inline]] inline void CopyText(char *to, const char *from, size_t length) {
   if (length >= 16) {
     for (; length > 32; length -= 16, to += 16, from += 16) std::memcpy(to, from, 16);
     CopyEnds<16>(to, from, length);
@@ -58,7 +58,7 @@ char *PutFixed(char *at, double value, int precision) {
 
 // Flags and small counts are most of what records hold.
 [[gnu::always_inline]] inline char *PutNumber(char *at, uint64_t value) {
-  if (value < 10) {
+  if (value < 10) [[likely]] {
     *at = static_cast<char>('0' + value);
     return at + 1;
   }
@@ -156,7 +156,8 @@ char *PutField(char *at, const Field &field) {
     body.remove_prefix(1);
   }
   if (!field.left) at = Pad(at, field.zeros ? '0' : ' ', field.padding);
-  at += body.copy(at, body.size());  // an empty view may point nowhere, which memcpy must not see
+  CopyText(at, body.data(), body.size());
+  at += body.size();
   return field.left ? Pad(at, ' ', field.padding) : at;
 }
 
@@ -184,34 +185,42 @@ char *PutField(char *at, const Field &field) {
 // The same for a text that is not padded.
 char *PutText(char *at, const char *limit, std::string_view text) {
   if (static_cast<ptrdiff_t>(text.size()) > limit - at) return nullptr;
-  return at + text.copy(at, text.size());
+  CopyText(at, text.data(), text.size());
+  return at + text.size();
 }
 
 }  // namespace
 
 // Nothing is written to the value on the stack, which therefore wants no guard.
-__attribute__((no_stack_protector)) bool Text::RunWith(const Program &program, uint64_t value) {
-  if (!program.isLine || failed_ || Room() <= program.bound) return Run(program, &value);
-  // The quick way for what most lines of views are.
+__attribute__((noinline, no_stack_protector)) bool Text::RunOne(const Program &program, uint64_t value) {
+  return Run(program, &value);
+}
+
+bool Text::RunLabelledLine(const Program &program, uint64_t value) {
+  if (Room() <= program.bound) [[unlikely]]
+    return RunOne(program, value);
   const Piece *const piece = program.First();
-  char *at = at_;
   const size_t length = piece->length;
-  if (piece->kind == Kind::kLabelled) {
-    CopyEnds<16>(at, program.Literals(), length);
-  } else {
-    CopyLiteral(at, program.Literals(), length);
-  }
-  at += length;
-  at = piece->kind == Kind::kSigned ? PutSigned(at, value) : PutNumber(at, value);
-  *at++ = '\n';
-  *at = '\0';
-  at_ = at;
-  return true;
+  char *const at = at_;
+  CopyEnds<16>(at, reinterpret_cast<const char *>(piece + 1), length);
+  return EndLine(PutNumber(at + length, value));
+}
+
+bool Text::RunLine(const Program &program, uint64_t value) {
+  if (Room() <= program.bound) [[unlikely]]
+    return RunOne(program, value);
+  const Piece *const piece = program.First();
+  const size_t length = piece->length;
+  const bool isSigned = piece->kind == Kind::kSigned;
+  char *const at = at_;
+  CopyText(at, reinterpret_cast<const char *>(piece + 1), length);
+  return EndLine(isSigned ? PutSigned(at + length, value) : PutNumber(at + length, value));
 }
 
 // Numbers and addresses, whose room was seen to at the start. Anything else goes on in RunRest.
 bool Text::Run(const Program &program, const uint64_t *values) {
-  if (failed_ || Room() <= program.bound) return RunChecked(program, values);
+  if (Room() <= program.bound) [[unlikely]]
+    return RunChecked(program, values);
   Cursor next = {program.First(), program.Literals(), values, at_};
   for (;; ++next.piece) {
     const Piece &piece = *next.piece;
@@ -221,11 +230,10 @@ bool Text::Run(const Program &program, const uint64_t *values) {
       CopyEnds<16>(next.at, next.literal, length);
       next.literal += length;
       next.at = PutNumber(next.at + length, *next.value++);
-      if (piece.Has(Piece::kLast)) break;
       continue;
     }
     if (kind > Kind::kLastOfKnownLength) return RunRest(program, values, next);
-    CopyLiteral(next.at, next.literal, length);
+    CopyText(next.at, next.literal, length);
     next.literal += length;
     next.at += length;
     if (kind == Kind::kUnsigned) {
@@ -248,7 +256,7 @@ bool Text::RunRest(const Program &program, const uint64_t *values, Cursor next) 
   const char *const limit = end_ - 1 - program.bound;
   for (;; ++next.piece) {
     const Piece &piece = *next.piece;
-    CopyLiteral(next.at, next.literal, piece.length);
+    CopyText(next.at, next.literal, piece.length);
     next.literal += piece.length;
     next.at += piece.length;
     switch (piece.kind) {
@@ -280,6 +288,12 @@ bool Text::End(const Piece &last, char *at) {
   return true;
 }
 
+bool Text::EndLine(char *at) {
+  std::memcpy(at, "\n", 2);  // the NUL as well
+  at_ = at + 1;
+  return true;
+}
+
 // Looks at the room before each step.
 bool Text::RunChecked(const Program &program, const uint64_t *values) {
   if (failed_) return false;
@@ -287,7 +301,7 @@ bool Text::RunChecked(const Program &program, const uint64_t *values) {
   const char *literal = program.Literals();
   for (const Piece *piece = program.First();; ++piece) {
     if (static_cast<size_t>(end_ - at) <= piece->length) break;
-    CopyLiteral(at, literal, piece->length);
+    CopyText(at, literal, piece->length);
     literal += piece->length;
     at += piece->length;
     if (piece->kind != Kind::kNone) {
@@ -300,7 +314,7 @@ bool Text::RunChecked(const Program &program, const uint64_t *values) {
     return End(*piece, at);
   }
   *at_ = '\0';
-  failed_ = true;
+  Close();
   return false;
 }
 

@@ -48,7 +48,7 @@ class Text {
 
   // For what a view finds wrong with a record after its length has been accepted; `code` becomes the result.
   void Fail(int32_t code = QDT_TBL_FORMAT) {
-    failed_ = true;
+    Close();
     code_ = code;
   }
 
@@ -56,7 +56,7 @@ class Text {
   uint32_t size() const { return static_cast<uint32_t>(at_ - begin_); }
   std::string_view view() const { return {begin_, size()}; }
 
-  // Bytes left, the NUL's included.
+  // Bytes left, the NUL's included; none once the text has failed.
   size_t Room() const { return static_cast<size_t>(end_ - at_); }
 
   // What a format operation returns.
@@ -105,11 +105,16 @@ class Text {
 
   template <format::Format F, size_t... I, typename... Slots>
   [[gnu::always_inline]] bool Pass(std::index_sequence<I...>, const Slots &...slots) {
-    const format::Program &program = format::kProgram<F, Slots::kTextKind...>.head;
+    constexpr auto &kCompiled = format::kProgram<F, Slots::kTextKind...>;
+    const format::Program &program = kCompiled.head;
     if constexpr (sizeof...(I) == 0) {
       return Run(program, nullptr);
+    } else if constexpr (kCompiled.kForm == format::Form::kLabelledLine) {
+      return RunLabelledLine(program, slots.template Value<format::kParsed<F>.OfArgument(I)>()...);
+    } else if constexpr (kCompiled.kForm == format::Form::kLine) {
+      return RunLine(program, slots.template Value<format::kParsed<F>.OfArgument(I)>()...);
     } else if constexpr (sizeof...(I) == 1) {
-      return RunWith(program, slots.template Value<format::kParsed<F>.OfArgument(I)>()...);
+      return RunOne(program, slots.template Value<format::kParsed<F>.OfArgument(I)>()...);
     } else {
       const uint64_t values[] = {slots.template Value<format::kParsed<F>.OfArgument(I)>()...};
       return Run(program, values);
@@ -118,7 +123,9 @@ class Text {
 
   // Adds what the program makes of its values, of which there are as many as it has arguments.
   bool Run(const format::Program &program, const uint64_t *values);
-  bool RunWith(const format::Program &program, uint64_t value);
+  bool RunOne(const format::Program &program, uint64_t value);
+  bool RunLine(const format::Program &program, uint64_t value);
+  bool RunLabelledLine(const format::Program &program, uint64_t value);
   // Where a run stands: the next piece with its literal and value, and where they go.
   struct Cursor {
     const format::Piece *piece;
@@ -129,6 +136,13 @@ class Text {
   bool RunRest(const format::Program &program, const uint64_t *values, Cursor next);
   bool RunChecked(const format::Program &program, const uint64_t *values);
   bool End(const format::Piece &last, char *at);
+  bool EndLine(char *at);
+
+  // No print finds any room from here on.
+  void Close() {
+    failed_ = true;
+    end_ = at_;
+  }
 
   char *begin_;
   char *at_;

@@ -81,10 +81,11 @@ static void PrintBitmap(qdt::Text &text, const uint32_t (&words)[qdt::kVlanBitma
   for (uint32_t i = 0; i < qdt::kVlanBitmapWords; ++i) {
     char bits[QDT_BINARY_SIZE];
     toBinary(bits, words[i]);
+    const std::string_view digits(bits, sizeof(bits) - 1);
     if (i % 2 == 0) {
-      text.Print<"    %s  ">(bits);
+      text.Print<"    %s  ">(digits);
     } else {
-      text.Print<"%s\n">(bits);
+      text.Print<"%s\n">(digits);
     }
   }
   if (text.failed()) text.Fail(QDT_TBL_FAIL);
