@@ -1,6 +1,6 @@
 """nqecli from exec to exit against /bin/true: starts lab engines on arenas of their own and asks them. The two programs
 take turns, so that whatever else the machine does meets both alike. Then what one query costs by itself and in the shell,
-and what the engine needs to load a million entries and to let 65,536 sessions expire.
+and what the engine needs to load a million entries, to hand over a snapshot of them and to let 65,536 sessions expire.
 
 usage: cli_bench.py BIN_DIRECTORY [RUNS]
 
@@ -40,11 +40,14 @@ QUERIES = [
 
 
 MILLION = """
+fwdif:
+  - {repeat: 2, if_index: {from: 1, step: 1}, enable: 1}
 ssw_macinfo:
   - {repeat: 1000000, bridge_id: 1, vlan_id: 1234, mac: {from: 02:00:5e:00:00:00, step: 1}, static: 1, aging: 200,
      out_if_index: {from: 10000, step: 1}}
 """
 LOADS = 5
+SNAPSHOTS = 5
 
 # The half that stays stands before the half that leaves.
 SESSIONS = """
@@ -176,8 +179,9 @@ def directory():
         yield pathlib.Path(path)
 
 
-def load_cost(binaries):
-    """Processor time of an engine that begins with a million entries, until it is ready."""
+@contextlib.contextmanager
+def million(binaries, *words):
+    """An engine with a million entries; gives the path of its arena and its process."""
     with directory() as place:
         layout = shutil.copytree(ROOT / "host" / "layout", place / "layout")
         file = layout / "switching.yaml"
@@ -187,11 +191,32 @@ def load_cost(binaries):
         file.write_text(text)
         scenario = place / "million.yaml"
         scenario.write_text(MILLION)
-        samples = []
-        for _ in range(LOADS):
-            with engine(binaries, scenario, "--layout", layout) as (_, pid):
-                samples.append(cpu_ms(pid))
-        return cost("load_of_1,000,000_entries_by_repeat", statistics.median(samples), "ms")
+        with engine(binaries, scenario, "--layout", layout, *words) as (arena, pid):
+            yield arena, pid
+
+
+def load_cost(binaries):
+    """Processor time of an engine that begins with a million entries, until it is ready."""
+    samples = []
+    for _ in range(LOADS):
+        with million(binaries) as (_, pid):
+            samples.append(cpu_ms(pid))
+    return cost("load_of_1,000,000_entries_by_repeat", statistics.median(samples), "ms")
+
+
+def snapshot_costs(binaries):
+    """The most that somebody who keeps asking waits for while a snapshot is taken, of an engine at rest and of one that
+    forwards 10,000 packets a second, on a machine that does nothing else."""
+    for what, words in (("", []), (" under traffic", ["--traffic", "10000"])):
+        waits = []
+        for _ in range(SNAPSHOTS):
+            with million(binaries, *words) as (arena, pid):
+                copying = subprocess.Popen([binaries / "nqecli", "--arena", arena, "snapshot", arena + ".copy"])
+                waits.append(longest_wait(Client(arena + ".sock"), pid, lambda: copying.poll() is not None))
+                if copying.returncode != 0:
+                    stop("the snapshot fails; what it said stands above")
+        yield cost(f"snapshot_of_1,000,000_entries{what}:_longest_wait_for_an_answer".replace(" ", "_"),
+                   statistics.median(waits), "ms")
 
 
 class Client:
@@ -211,9 +236,20 @@ class Client:
         return "entries   32768\n" in self.ask("status")
 
 
+def longest_wait(client, pid, is_over):
+    """The most processor time of the engine between a question and its answer, until something is over: what somebody
+    who keeps asking waits for on a machine that does nothing else."""
+    longest = 0
+    while not is_over():
+        for _ in range(100):
+            begin = cpu_ms(pid)
+            client.ask("perf-mode")
+            longest = max(longest, cpu_ms(pid) - begin)
+    return longest
+
+
 def expiry_costs(binaries):
-    """Processor time of the engine while sessions expire, and the most of it between a question and its answer: what
-    somebody who keeps asking waits for on a machine that does nothing else."""
+    """Processor time of the engine while sessions expire, and the longest wait for an answer meanwhile."""
     times, waits = [], []
     with directory() as place:
         scenario = place / "sessions.yaml"
@@ -227,13 +263,7 @@ def expiry_costs(binaries):
                 times.append(cpu_ms(pid) - began)
             with engine(binaries, scenario) as (arena, pid):
                 client = Client(arena + ".sock")
-                longest = 0
-                while not client.half_is_gone():
-                    for _ in range(100):
-                        begin = cpu_ms(pid)
-                        client.ask("perf-mode")
-                        longest = max(longest, cpu_ms(pid) - begin)
-                waits.append(longest)
+                waits.append(longest_wait(client, pid, client.half_is_gone))
     yield cost("expiry_of_32,768_of_65,536_sessions:_engine_time", statistics.median(times), "ms")
     yield cost("the_same:_longest_wait_for_an_answer", statistics.median(waits), "ms")
 
@@ -254,6 +284,7 @@ def main():
         if (binaries / "nqecli-shell").exists():
             results.append(shell_cost(tool, " ".join(words), runs))
     results.append(load_cost(binaries))
+    results += snapshot_costs(binaries)
     results += expiry_costs(binaries)
     json.dump({"benchmarks": results}, sys.stdout, indent=1)
     print()

@@ -25,6 +25,8 @@ COSTS = {  # at most
     "show map: instructions": 100_000,
     "show map in the shell: first key to prompt": 100,
     "load of 1,000,000 entries by repeat": 1000,
+    "snapshot of 1,000,000 entries: longest wait for an answer": 20,
+    "snapshot of 1,000,000 entries under traffic: longest wait for an answer": 20,
     "expiry of 32,768 of 65,536 sessions: engine time": 50,
     "the same: longest wait for an answer": 5,
 }
