@@ -133,8 +133,6 @@ void RecordComparison::AddPart(const Field &field) {
   Part part;
   part.field = &field;
   part.mask.resize(parts_.front().mask.size());
-  if (!field.selector.empty()) part.selector = table_.key.Find(field.selector)->ref;
-  if (!field.chosenBy.empty()) part.chosenBy = table_.fields.Find(field.chosenBy)->ref;
   Add(field, 0, &part);
   parts_.push_back(std::move(part));
 }
@@ -159,15 +157,6 @@ void RecordComparison::Add(const Field &field, uint32_t base, Part *part) {
   }
 }
 
-// As EntryReader::Has, without a look at names.
-bool RecordComparison::IsThere(const Part &part, const RecordBytes &record) {
-  const Field &field = *part.field;
-  if (part.selector)
-    return std::ranges::find(field.selectedBy, part.selector->Get(record.key)) != field.selectedBy.end();
-  return record.entry->PointerTo(field) != 0 &&
-         (!part.chosenBy || part.chosenBy->Get(record.record) == field.chosenValue);
-}
-
 bool RecordComparison::BitsAreEqual(const Part &part, const uint8_t *from, const uint8_t *to) {
   // Records stand at whole words (EntryReader).
   const auto *a = reinterpret_cast<const uint64_t *>(from) + part.firstWord;
@@ -182,8 +171,8 @@ bool RecordComparison::BitsAreEqual(const Part &part, const uint8_t *from, const
 bool RecordComparison::LooksEqual(const RecordBytes &from, const RecordBytes &to) const {
   for (const Part &part : parts_) {
     if (part.field != nullptr) {
-      const bool isThere = IsThere(part, from);
-      if (isThere != IsThere(part, to)) return false;
+      const bool isThere = from.entry->Has(*part.field);
+      if (isThere != to.entry->Has(*part.field)) return false;
       if (!isThere) continue;
       if (part.field->pointer != 0 &&
           (from.entry->IsStrayed(*part.field) || to.entry->IsStrayed(*part.field)))

@@ -2,7 +2,6 @@
 #define HOST_INSPECT_COMPARE_H_
 
 #include <cstdint>
-#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -55,8 +54,6 @@ class RecordComparison {
   // The bits of a structure, or of what all records have, that are plain values.
   struct Part {
     const Field *field = nullptr;  // null for what all records have
-    std::optional<FieldRef> selector;
-    std::optional<FieldRef> chosenBy;
     uint32_t firstWord = 0;
     std::vector<uint64_t> mask;
     std::vector<Link> links;
@@ -64,7 +61,6 @@ class RecordComparison {
 
   void AddPart(const Field &field);
   void Add(const Field &field, uint32_t base, Part *part);
-  static bool IsThere(const Part &part, const RecordBytes &record);
   static bool BitsAreEqual(const Part &part, const uint8_t *from, const uint8_t *to);
   bool LooksEqual(const RecordBytes &from, const RecordBytes &to) const;
 

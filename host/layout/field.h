@@ -128,6 +128,9 @@ struct Field {
   // one key field selects may share bytes.
   std::string_view selector;
   std::span<const uint32_t> selectedBy;
+  // Where that field stands, chosenBy or selector: who asks about many records does not look for a name each
+  // time.
+  FieldRef choice;
 
   // Bytes of one element.
   uint32_t elementSize = 0;

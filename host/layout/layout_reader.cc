@@ -220,7 +220,7 @@ void LayoutReader::ReadTable(const YamlNode &name, const YamlNode &node) {
   if (table.spec.enabled) {
     ReadShape(node, &table.spec);
     table.key = ReadFields(node.Get("key"), "key.", table.spec.keySize);
-    table.fields = ReadFields(node.Get("fields"), "", table.spec.StoredSize());
+    table.fields = ReadFields(node.Get("fields"), "", table.spec.StoredSize(), table.key);
     CheckKey(table);
     CheckRecordWide(table.fields, table.key);
     if (const YamlNode *name = node.Get("client_writable")) ReadClientWritable(*name, &table);
@@ -336,7 +336,20 @@ void LayoutReader::ReadRegion(const YamlNode &name, const YamlNode &node) {
   regions_.push_back(region);
 }
 
-FieldSet LayoutReader::ReadFields(const YamlNode *node, const std::string &where, uint32_t size) {
+// What CheckRecordWide refuses is left out.
+void LookUpChoices(std::vector<Field> *fields, const FieldSet &key) {
+  for (Field &field : *fields) {
+    const auto choice = std::ranges::find(*fields, field.chosenBy, &Field::name);
+    if (const Field *selector = key.Find(field.selector)) {
+      field.choice = selector->ref;
+    } else if (choice != fields->end()) {
+      field.choice = choice->ref;
+    }
+  }
+}
+
+FieldSet LayoutReader::ReadFields(const YamlNode *node, const std::string &where, uint32_t size,
+                                  const FieldSet &key) {
   if (node == nullptr) return {};
   if (!node->IsMap())
     Fail(*node, where.empty() ? "fields" : where + "fields", "not a mapping (write NAME: OFFSET TYPE)");
@@ -357,6 +370,7 @@ FieldSet LayoutReader::ReadFields(const YamlNode *node, const std::string &where
         fields.push_back(field);
     }
   }
+  LookUpChoices(&fields, key);
   const FieldSet set = store_->Keep(std::move(fields));
   CheckMeanings(set);
   return set;

@@ -64,7 +64,8 @@ class LayoutReader {
   std::span<const std::string_view> ReadViewKeys(const YamlNode &node, const ViewLayout &view);
   void CheckViewKeys() const;
 
-  FieldSet ReadFields(const YamlNode *node, const std::string &where, uint32_t size);
+  FieldSet ReadFields(const YamlNode *node, const std::string &where, uint32_t size,
+                      const FieldSet &key = {});
   Field ReadField(const std::string &name, const YamlNode &node, const std::string &where);
   Field ReadStructure(const YamlNode &node, const std::string &where);
   Field ReadLine(const YamlNode &node, const std::string &where);

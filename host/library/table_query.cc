@@ -117,6 +117,12 @@ class QueryRecords {
     return true;
   }
 
+  size_t Count() const {
+    size_t count = 0;
+    for (const Batch &batch : batches_) count += batch.count;
+    return count;
+  }
+
   bool AddTo(FramedText *text) const {
     return std::ranges::all_of(batches_, [text](const Batch &batch) {
       return text->Add({static_cast<const uint8_t *>(batch.records.get()), batch.size}, batch.count);
@@ -158,22 +164,33 @@ class Sessions {
   std::unique_ptr<uint8_t[]> records_;
 };
 
-// Whether there may be more sessions than the view lists by itself, and the query is one that it takes.
-bool MayExceedView(const TableQuery &ask) {
-  if (ask.table != kSessionView || AsksForCount(ask)) return false;
-  uint32_t count = 0;
-  if (TbmTblEntryNum(0, kSessionTable, &count) != 0 || count <= kListedByItself) return false;
-  return IsSessionKey(ask) && IsSessionFilter(ask);
+// Whether the view has listed as many sessions as it does by itself, and there may be more that it would
+// take.
+bool MayHaveMore(const TableQuery &ask, size_t listed) {
+  return ask.table == kSessionView && listed >= kListedByItself && !AsksForCount(ask) && IsSessionKey(ask) &&
+         IsSessionFilter(ask);
 }
 
 // The answer of such records, or nothing where the query itself has to say what is wrong.
 template <typename Records>
-std::optional<Answer> Framed(const TableQuery &ask, const Write &write) {
-  Records records;
-  if (!records.Collect(ask)) return std::nullopt;
+std::optional<Answer> Framed(const TableQuery &ask, const Records &records, const Write &write) {
   FramedText text(ask.table, write);
   if (!records.AddTo(&text)) return std::nullopt;
   return text.End();
+}
+
+std::optional<Answer> AnswerOfAll(const TableQuery &ask, const Write &write) {
+  Sessions sessions;
+  return sessions.Collect(ask) ? Framed(ask, sessions, write) : std::nullopt;
+}
+
+std::optional<Answer> AnswerOfRecords(const TableQuery &ask, const Write &write) {
+  {
+    QueryRecords records;
+    if (!records.Collect(ask)) return std::nullopt;
+    if (!MayHaveMore(ask, records.Count())) return Framed(ask, records, write);
+  }
+  return AnswerOfAll(ask, write);
 }
 
 }  // namespace
@@ -210,11 +227,7 @@ bool IsSessionFilter(const TableQuery &ask) {
 Answer AnswerTableQuery(const TableQuery &ask, const Write &write) {
   if (Arena *arena = Arena::Current()) arena->DropCopies();
   std::optional<Answer> answer;
-  if (MayExceedView(ask)) {
-    answer = Framed<Sessions>(ask, write);
-  } else if (ask.table != kMemoryView) {
-    answer = Framed<QueryRecords>(ask, write);
-  }
+  if (ask.table != kMemoryView) answer = AnswerOfRecords(ask, write);
   if (!answer) {
     g_answer[0] = '\0';
     CliNqeTblSearch(g_answer, sizeof(g_answer), ask.table, ask.key1, ask.key2, ask.key3, ask.key4);

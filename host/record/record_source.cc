@@ -279,14 +279,11 @@ bool EntryReader::IsStrayed(const Field &field) const {
 }
 
 bool EntryReader::Has(const Field &field) const {
-  if (!field.selector.empty()) {
-    const Field *selector = table_.key.Find(field.selector);
-    return std::ranges::find(field.selectedBy, selector->ref.Get(entry_.key)) != field.selectedBy.end();
-  }
+  if (!field.selector.empty())
+    return std::ranges::find(field.selectedBy, field.choice.Get(entry_.key)) != field.selectedBy.end();
   if (field.pointer == 0) return true;
   return PointerTo(field) != 0 &&
-         (field.chosenBy.empty() ||
-          table_.fields.Find(field.chosenBy)->ref.Get(entry_.record) == field.chosenValue);
+         (field.chosenBy.empty() || field.choice.Get(entry_.record) == field.chosenValue);
 }
 
 }  // namespace qdt::host

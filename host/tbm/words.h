@@ -54,6 +54,13 @@ inline void StoreWords(uint64_t *to, const void *from, size_t size) {
 
 inline void LoadWords(void *to, const uint64_t *from, size_t size) {
   char *at = static_cast<char *>(to);
+  for (; size >= 4 * kWord; size -= 4 * kWord, at += 4 * kWord, from += 4) {
+    const uint64_t a = LoadWord(from), b = LoadWord(from + 1), c = LoadWord(from + 2), d = LoadWord(from + 3);
+    std::memcpy(at, &a, kWord);
+    std::memcpy(at + kWord, &b, kWord);
+    std::memcpy(at + 2 * kWord, &c, kWord);
+    std::memcpy(at + 3 * kWord, &d, kWord);
+  }
   for (; size >= kWord; size -= kWord, at += kWord, ++from) {
     const uint64_t word = LoadWord(from);
     std::memcpy(at, &word, kWord);

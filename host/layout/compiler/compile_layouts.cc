@@ -125,10 +125,10 @@ class LayoutWriter {
          << ", .line = " << Number(field.line) << ", .pointer = " << Number(field.pointer)
          << ", .chosenBy = " << Text(field.chosenBy) << ", .chosenValue = " << Number(field.chosenValue)
          << ", .selector = " << Text(field.selector) << ", .selectedBy = " << Numbers(field.selectedBy)
-         << ", .elementSize = " << Number(field.elementSize) << ", .role = static_cast<FieldRole>("
-         << Number(static_cast<uint8_t>(field.role)) << "), .about = " << Text(field.about)
-         << ", .unit = " << Text(field.unit) << ", .leadsTo = " << Text(field.leadsTo)
-         << ", .mustLead = " << (field.mustLead ? "true" : "false")
+         << ", .choice = " << Ref(field.choice) << ", .elementSize = " << Number(field.elementSize)
+         << ", .role = static_cast<FieldRole>(" << Number(static_cast<uint8_t>(field.role))
+         << "), .about = " << Text(field.about) << ", .unit = " << Text(field.unit)
+         << ", .leadsTo = " << Text(field.leadsTo) << ", .mustLead = " << (field.mustLead ? "true" : "false")
          << ", .agreesWith = " << Texts(field.agreesWith) << ", .counts = " << Text(field.counts) << "}";
     return text.str();
   }

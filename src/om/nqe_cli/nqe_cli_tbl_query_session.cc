@@ -224,6 +224,7 @@ NQE_TABLE_SEARCH(Session) {
     if (const int32_t code = ReadLimit(search.key1, &limit); code != 0) return code;
   }
   if (!search.Allocate(size_t{limit} * sizeof(SessionRecord))) return QDT_TBL_NO_MEMORY;
+  const qdt::EngineMemoryScope memory;  // for who asks the operation and not the command
   SessionSearch walk = {{key, *search.record, 0, 0, limit}, {}};
   if (TbmTblTrav(qdt::kEngineInstance, qdt::kTableSession, CollectNext, &walk) != 0) {
     search.Release();
