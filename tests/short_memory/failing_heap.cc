@@ -1,8 +1,12 @@
 // A heap that fails when it is told to, for programs that are started with it (LD_PRELOAD). The file that
-// QDT_FAILING_HEAP names is shared by all processes of a program and by who started them; see control.py beside this.
+// QDT_FAILING_HEAP names is shared by all processes of a program and by who started them:
+// tests/e2e/short_memory.py. What shared libraries take before main begins does not count: where that fails,
+// no code of the program's has run yet.
 
 #include <dlfcn.h>
+#include <elf.h>
 #include <fcntl.h>
+#include <link.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -32,15 +36,41 @@ Control *Map() {
   return got == MAP_FAILED ? nullptr : static_cast<Control *>(got);
 }
 
-// Whether the next allocation is one that fails. The environment can be read once the C library has begun.
-bool Fails() {
-  static std::atomic<Control *> control{nullptr};
-  Control *found = control.load(std::memory_order_acquire);
-  if (found == nullptr) {
-    if (environ == nullptr) return false;
-    found = Map();
-    if (found == nullptr) return false;
-    control.store(found, std::memory_order_release);
+Control *g_control = nullptr;  // from the beginning of main on
+
+// Where the code of the libraries stands whose own allocations neither count nor fail: those that do not
+// survive it.
+struct Range {
+  uintptr_t begin, end;
+};
+Range g_spared[4];
+size_t g_sparedCount = 0;
+
+int NoteSpared(dl_phdr_info *library, size_t, void *names) {
+  const char *path = library->dlpi_name;
+  const char *slash = strrchr(path, '/');
+  const char *file = slash == nullptr ? path : slash + 1;
+  const size_t name = strcspn(file, ".");
+  const char *found =
+      name == 0 ? nullptr
+                : static_cast<const char *>(memmem(names, strlen(static_cast<char *>(names)), file, name));
+  if (found == nullptr || g_sparedCount == sizeof(g_spared) / sizeof(g_spared[0])) return 0;
+  for (size_t i = 0; i < library->dlpi_phnum; ++i) {
+    const auto &part = library->dlpi_phdr[i];
+    if (part.p_type != PT_LOAD || (part.p_flags & PF_X) == 0) continue;
+    g_spared[g_sparedCount++] = {library->dlpi_addr + part.p_vaddr,
+                                 library->dlpi_addr + part.p_vaddr + part.p_memsz};
+  }
+  return 0;
+}
+
+// Whether the next allocation, asked for at this place in the code, is one that fails.
+bool Fails(const void *caller) {
+  Control *const found = g_control;
+  if (found == nullptr) return false;
+  const auto place = reinterpret_cast<uintptr_t>(caller);
+  for (size_t i = 0; i < g_sparedCount; ++i) {
+    if (place >= g_spared[i].begin && place < g_spared[i].end) return false;
   }
   const uint64_t failing = found->failing.load(std::memory_order_relaxed);
   const uint64_t number = found->asked.fetch_add(1, std::memory_order_relaxed) + 1;
@@ -82,20 +112,37 @@ std::atomic<void *(*)(size_t, size_t)> g_memalign{nullptr};
 std::atomic<int (*)(void **, size_t, size_t)> g_posixMemalign{nullptr};
 std::atomic<void (*)(void *)> g_free{nullptr};
 
+using Main = int(int, char **, char **);
+Main *g_main = nullptr;
+
+int Begin(int count, char **words, char **environment) {
+  if (char *names = getenv("QDT_HEAP_SPARES")) dl_iterate_phdr(NoteSpared, names);
+  g_control = Map();
+  return g_main(count, words, environment);
+}
+
 }  // namespace
 
 extern "C" {
 
+// The C library's start of a program, which calls main.
+int __libc_start_main(Main *main, int count, char **words, void (*init)(), void (*fini)(),
+                      void (*loaderFini)(), void *stackEnd) {
+  g_main = main;
+  auto *next = reinterpret_cast<decltype(&__libc_start_main)>(dlsym(RTLD_NEXT, "__libc_start_main"));
+  return next(Begin, count, words, init, fini, loaderFini, stackEnd);
+}
+
 void *malloc(size_t size) {
   auto *next = Next(&g_malloc, "malloc");
   if (next == nullptr) return Early(size);
-  return Fails() ? nullptr : next(size);
+  return Fails(__builtin_return_address(0)) ? nullptr : next(size);
 }
 
 void *calloc(size_t count, size_t size) {
   auto *next = Next(&g_calloc, "calloc");
   if (next == nullptr) return Early(count * size);
-  return Fails() ? nullptr : next(count, size);
+  return Fails(__builtin_return_address(0)) ? nullptr : next(count, size);
 }
 
 void *realloc(void *pointer, size_t size) {
@@ -106,19 +153,22 @@ void *realloc(void *pointer, size_t size) {
     return moved;
   }
   auto *next = Next(&g_realloc, "realloc");
-  return next == nullptr || Fails() ? nullptr : next(pointer, size);
+  return next == nullptr || Fails(__builtin_return_address(0)) ? nullptr : next(pointer, size);
 }
 
 void *memalign(size_t alignment, size_t size) {
   auto *next = Next(&g_memalign, "memalign");
-  return next == nullptr || Fails() ? nullptr : next(alignment, size);
+  return next == nullptr || Fails(__builtin_return_address(0)) ? nullptr : next(alignment, size);
 }
 
-void *aligned_alloc(size_t alignment, size_t size) { return memalign(alignment, size); }
+void *aligned_alloc(size_t alignment, size_t size) {
+  auto *next = Next(&g_memalign, "memalign");
+  return next == nullptr || Fails(__builtin_return_address(0)) ? nullptr : next(alignment, size);
+}
 
 int posix_memalign(void **pointer, size_t alignment, size_t size) {
   auto *next = Next(&g_posixMemalign, "posix_memalign");
-  return next == nullptr || Fails() ? ENOMEM : next(pointer, alignment, size);
+  return next == nullptr || Fails(__builtin_return_address(0)) ? ENOMEM : next(pointer, alignment, size);
 }
 
 void free(void *pointer) {
