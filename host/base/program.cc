@@ -1,9 +1,11 @@
 #include "host/base/program.h"
 
 #include <errno.h>
+#include <signal.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
@@ -16,8 +18,11 @@ namespace {
 
 constexpr char kNoMemory[] =
     "there is not enough memory; end other programs, or allow this one more (ulimit -v)";
+constexpr char kNoBytes[] =
+    "the arena was shortened while it was in use, and what stood there is lost (start its engine again)";
 constexpr int kUnusable = 2;
 
+const char *g_name = "";
 std::terminate_handler g_before = nullptr;
 
 // Whether it is memory for which the program ends. An exception for which there is no memory is none.
@@ -32,18 +37,34 @@ bool MemoryIsShort() {
   }
 }
 
-[[noreturn]] void End() {
-  if (!MemoryIsShort()) {
-    if (g_before != nullptr) g_before();
-    std::abort();
-  }
-  const char *const name = program_invocation_short_name;
-  const iovec line[] = {{const_cast<char *>(name), std::strlen(name)},
-                        {const_cast<char *>(": "), 2},
-                        {const_cast<char *>(kNoMemory), sizeof(kNoMemory) - 1},
-                        {const_cast<char *>("\n"), 1}};
-  [[maybe_unused]] const ssize_t written = writev(STDERR_FILENO, line, std::size(line));
+// Takes no memory, and may be called in the middle of anything.
+[[noreturn]] void EndWithLine(const char *line) {
+  const char *const pieces[] = {g_name, ": ", line, "\n"};
+  iovec texts[std::size(pieces)];
+  for (size_t i = 0; i < std::size(pieces); ++i)
+    texts[i] = {const_cast<char *>(pieces[i]), std::strlen(pieces[i])};
+  [[maybe_unused]] const ssize_t written = writev(STDERR_FILENO, texts, std::size(texts));
   _exit(kUnusable);
+}
+
+[[noreturn]] void End() {
+  if (MemoryIsShort()) EndWithLine(kNoMemory);
+  if (g_before != nullptr) g_before();
+  std::abort();
+}
+
+// Of a file that somebody has shortened, the part behind its new end can be mapped and not read.
+void OnBusError(int signal, siginfo_t *info, void *) {
+  if (info->si_code == BUS_ADRERR) EndWithLine(kNoBytes);
+  std::signal(signal, SIG_DFL);  // any other comes again
+  if (info->si_code <= 0) std::raise(signal);
+}
+
+void CatchBusErrors() {
+  struct sigaction action = {};
+  action.sa_sigaction = OnBusError;
+  action.sa_flags = SA_SIGINFO | SA_NODEFER;
+  sigaction(SIGBUS, &action, nullptr);
 }
 
 }  // namespace
@@ -52,8 +73,10 @@ const char *LineOf(const std::exception &error) {
   return dynamic_cast<const std::bad_alloc *>(&error) != nullptr ? kNoMemory : error.what();
 }
 
-void BeginProgram() {
+void BeginProgram(const char *name) {
+  g_name = name;
   g_before = std::set_terminate(End);
+  CatchBusErrors();
   KeepStandardFds();
 }
 

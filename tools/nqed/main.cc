@@ -401,7 +401,7 @@ int RunEngine(const CommandLine &line) {
 }
 
 int Main(int argc, char **argv) {
-  BeginProgram();
+  BeginProgram("nqed");
   // What these would end is an error of a system call instead, which cleans up and says so.
   std::signal(SIGPIPE, SIG_IGN);
   std::signal(SIGXFSZ, SIG_IGN);

@@ -190,7 +190,7 @@ int Main(int argc, char **argv) {
 }  // namespace qdt::nqeweb
 
 int main(int argc, char **argv) {
-  qdt::host::BeginProgram();
+  qdt::host::BeginProgram("nqeweb");
   try {
     return qdt::nqeweb::Main(argc, argv);
   } catch (const std::exception &error) {

@@ -10,6 +10,7 @@
 #include <csignal>
 #include <cstdio>
 #include <thread>
+#include <utility>
 
 #include "host/base/c_callback.h"
 #include "host/base/host_error.h"
@@ -96,18 +97,23 @@ std::string Daemon::ReadRules() {
 
 void Daemon::Write(Severity severity, const char *event, const Who &who,
                    std::vector<std::pair<const char *, std::string>> values, const std::string &text) {
-  const bool written = host::UnlessShort(false, [&] {
-    std::vector<std::pair<const char *, std::string>> all{
-        {"user", who.user}, {"address", who.address.empty() ? "-" : who.address}};
-    if (who.number != 0) all.emplace_back("session", std::to_string(who.number));
-    std::ranges::move(values, std::back_inserter(all));
-    record_->Write(severity, event, all, text);
-    return true;
-  });
-  if ((written && record_->failure().empty()) || recordFailureSaid_) return;
-  recordFailureSaid_ = true;
-  std::fprintf(stderr, "omad: the record loses lines: %s\n",
-               written ? record_->failure().c_str() : "there is not enough memory");
+  std::vector<std::pair<const char *, std::string>> all{{"user", who.user},
+                                                        {"address", who.address.empty() ? "-" : who.address}};
+  if (who.number != 0) all.emplace_back("session", std::to_string(who.number));
+  std::ranges::move(values, std::back_inserter(all));
+  record_->Write(severity, event, all, text);
+  if (!record_->failure().empty()) SayLost(record_->failure().c_str());
+}
+
+void Daemon::SayLost(const char *why) {
+  if (!std::exchange(recordFailureSaid_, true))
+    std::fprintf(stderr, "omad: the record loses lines: %s\n", why);
+}
+
+// Writes of what has been done, which is done whether it can be written down or not.
+template <typename Action>
+void Daemon::WriteDone(const Action &write) {
+  if (!host::UnlessShort(false, [&] { return write(), true; })) SayLost("there is not enough memory");
 }
 
 Client *Daemon::Find(uint32_t session) {
@@ -238,8 +244,10 @@ void Daemon::FinishWork() {
   Client *client = Find(work.who.number);
   if (work.command && work.changes) {
     const bool done = answer->failure.empty() && (answer->handler.sent || answer->handler.result == 0);
-    const std::string why = answer->failure.empty() ? "the system log has the reason" : answer->failure;
-    RecordCommand(work.who, *work.command, done ? "ok" : "failed: " + why);
+    WriteDone([&] {
+      const std::string why = answer->failure.empty() ? "the system log has the reason" : answer->failure;
+      RecordCommand(work.who, *work.command, done ? "ok" : "failed: " + why);
+    });
   }
   if (client == nullptr) return;
   client->asking = false;
@@ -273,9 +281,11 @@ void Daemon::Sweep() {
       continue;
     }
     if (client->number != 0) {
-      if (client->ended.empty()) client->ended = "the connection was lost";
       counters_.lostSessions += client->ended != "closed by the client";
-      Write(Severity::kNotice, "LOGOUT", *client, {{"reason", client->ended}}, "a session ends");
+      WriteDone([&] {
+        if (client->ended.empty()) client->ended = "the connection was lost";
+        Write(Severity::kNotice, "LOGOUT", *client, {{"reason", client->ended}}, "a session ends");
+      });
     }
     client = clients_.erase(client);
   }

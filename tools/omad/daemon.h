@@ -74,6 +74,9 @@ class Daemon {
   Client *Find(uint32_t session);
   void StartWork();
   void FinishWork();
+  void SayLost(const char *why);
+  template <typename Action>
+  void WriteDone(const Action &write);
   void Write(host::Record::Severity severity, const char *event, const Who &who,
              std::vector<std::pair<const char *, std::string>> values, const std::string &text);
 

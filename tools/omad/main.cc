@@ -108,7 +108,7 @@ int RunWorkerProcess(const Options &options) {
 }
 
 int Main(int argc, char **argv) {
-  host::BeginProgram();
+  host::BeginProgram("omad");
   std::signal(SIGPIPE, SIG_IGN);
   try {
     const Options options = ParseOptions(Arguments(argc, argv));

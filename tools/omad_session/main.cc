@@ -184,7 +184,7 @@ class Session {
 };
 
 int Main(int argc, char **argv) {
-  host::BeginProgram();
+  host::BeginProgram("omad-session");
   std::signal(SIGPIPE, SIG_IGN);
   try {
     const CommandLine line = Parse(Arguments(argc, argv));

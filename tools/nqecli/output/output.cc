@@ -114,7 +114,7 @@ void WriteAside(std::string_view lines) {
 void WriteError(std::string_view text) { WriteAll(STDERR_FILENO, {"nqecli: ", text, "\n"}); }
 
 int RunTool(int argc, char **argv, ExitCode (*run)(host::Arguments arguments)) {
-  host::BeginProgram();
+  host::BeginProgram("nqecli");
   // What these would end is an error of a system call instead, which cleans up and says so.
   sigset_t signals;
   sigemptyset(&signals);
