@@ -1,4 +1,4 @@
-"""Programs whose memory runs out at any of their allocations, by tests/short_memory/failing_heap.cc."""
+"""Programs whose memory runs out at any of their allocations, by tests/preloads/failing_heap.cc."""
 
 import contextlib
 import mmap
