@@ -5,6 +5,7 @@
 
 #include "host/agent/handlers.h"
 #include "host/base/host_error.h"
+#include "host/omcc/libyang_memory.h"
 #include "host/omcc/model.h"
 
 namespace qdt::host {
@@ -32,11 +33,7 @@ std::string WalkDocuments(std::string_view, StateSink *sink) {
   lyd_node *tree = ReadDocument(model, "packet-drop-nobuff").release();
   lyd_merge_siblings(&tree, ReadDocument(model, "memory-usage").release(), LYD_MERGE_DESTRUCT);
   const OwnedTree owned(tree);
-  char *text = nullptr;
-  if (lyd_print_mem(&text, lyd_child(tree), LYD_XML, LYD_PRINT_SHRINK | LYD_PRINT_WITHSIBLINGS) != LY_SUCCESS)
-    throw HostError("memory is short");
-  sink->Take({model.module()->ns, kTop, text != nullptr ? text : ""});
-  std::free(text);
+  sink->Take({model.module()->ns, kTop, Printed(lyd_child(tree), LYD_PRINT_SHRINK | LYD_PRINT_WITHSIBLINGS)});
   return "";
 }
 

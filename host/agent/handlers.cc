@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <iterator>
+#include <memory>
 #include <mutex>
 #include <utility>
 
 #include "host/agent/refusals.h"
 #include "host/arena/arena.h"
+#include "host/base/c_callback.h"
 #include "host/base/host_error.h"
 #include "host/base/near_name.h"
 #include "host/library/services.h"
@@ -119,12 +121,12 @@ std::mutex g_running;
 int32_t RunDocument(const Handler &handler, HandlerAnswer *answer) {
   char *text = nullptr;
   const int32_t result = handler.document(&text);
-  if (result == 0 && text != nullptr) {
-    answer->sent = true;
-    answer->text = text;
-  }
-  free_ex(g_mallocHandle, text);
-  return result;
+  const std::unique_ptr<char, void (*)(char *)> owned(text,
+                                                      [](char *each) { free_ex(g_mallocHandle, each); });
+  if (result != 0 || text == nullptr) return -1;  // success without a document is memory that was short
+  answer->text = text;
+  answer->sent = true;
+  return 0;
 }
 
 }  // namespace
@@ -162,7 +164,9 @@ HandlerAnswer RunHandler(const Handler &handler, lyd_node *request, bool dryRun)
 extern "C" int32_t QdtOmSendMsg(const char *reply) {
   using qdt::host::g_answer;
   if (g_answer == nullptr) return -1;
-  g_answer->sent = true;
-  g_answer->text += reply;
-  return 0;
+  return qdt::host::UnlessShort(-1, [reply] {
+    g_answer->text += reply;
+    g_answer->sent = true;
+    return 0;
+  });
 }

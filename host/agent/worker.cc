@@ -9,10 +9,13 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 #include <string_view>
 
 #include "host/agent/engine_state.h"
+#include "host/base/program.h"
 #include "host/library/services.h"
+#include "host/omcc/libyang_memory.h"
 #include "host/session/fields.h"
 #include "host/session/link.h"
 #include "host/wire/protocol.h"
@@ -61,15 +64,6 @@ bool Receive(int channel, FrameReader *reader, Frame *frame) {
     if (count <= 0) return false;
     reader->Append(bytes, static_cast<size_t>(count));
   }
-}
-
-std::string ToXml(const lyd_node *tree) {
-  char *text = nullptr;
-  if (lyd_print_mem(&text, tree, LYD_XML, LYD_PRINT_SHRINK) != LY_SUCCESS)
-    throw HostError("a request cannot be printed");
-  const std::string xml = text;
-  std::free(text);
-  return xml;
 }
 
 OwnedTree FromXml(const Model &model, const std::string &xml) {
@@ -124,14 +118,14 @@ void RunWorker(int channel, const Model &model, const std::function<std::unique_
       }
       const bool walks = (frame.word & kWalk) != 0;
       if (!(walks ? RunWalkJob(channel, frame) : RunHandlerJob(channel, model, frame))) return;
-    } catch (const HostError &error) {
-      if (!Send(channel, kRefused, error.what())) return;
+    } catch (const std::exception &error) {
+      if (!Send(channel, kRefused, LineOf(error))) return;
     }
   }
 }
 
 WorkerJob WorkerJob::Run(const Handler &handler, const lyd_node *request) {
-  return {static_cast<uint32_t>(&handler - Handlers().data()), ToXml(request)};
+  return {static_cast<uint32_t>(&handler - Handlers().data()), Printed(request, LYD_PRINT_SHRINK)};
 }
 
 WorkerJob WorkerJob::Walk(size_t source, std::string from) {
@@ -179,14 +173,17 @@ void AgentWorker::End() {
 bool AgentWorker::GiveJob() {
   try {
     if (pid_ < 0) Start();
+    reader_ = FrameReader();
+    answer_ = {};
+    deadline_ = Clock::now() + kPatience;
+    if (Send(channel_.get(), job_.word, job_.text)) return true;
   } catch (const HostError &error) {
     problem_ = error.what();
     return false;
+  } catch (const std::bad_alloc &) {
+    problem_ = "out of memory";
+    return false;
   }
-  reader_ = FrameReader();
-  answer_ = {};
-  deadline_ = Clock::now() + kPatience;
-  if (Send(channel_.get(), job_.word, job_.text)) return true;
   problem_ = "the process that runs commands has ended; the command may be asked again";
   return false;
 }
@@ -238,6 +235,14 @@ std::optional<WorkerAnswer> AgentWorker::Take(Frame *frame) {
 }
 
 std::optional<WorkerAnswer> AgentWorker::Advance() {
+  try {
+    return Step();
+  } catch (const std::bad_alloc &) {
+    return Fail("out of memory");  // so short that it takes none
+  }
+}
+
+std::optional<WorkerAnswer> AgentWorker::Step() {
   if (busy_ && !problem_.empty()) return Fail(problem_);
   if (busy_ && Clock::now() > deadline_) return Fail("the command took too long and was ended");
   char bytes[65536];

@@ -67,6 +67,7 @@ class AgentWorker {
   void End();
   // Starts the process where there is none, and gives it the job. False when that cannot be done.
   bool GiveJob();
+  std::optional<WorkerAnswer> Step();
   std::optional<WorkerAnswer> Fail(std::string why);
   std::optional<WorkerAnswer> Take(Frame *frame);
 

@@ -56,7 +56,7 @@ bool SizesFit(const ArenaHeader &header) {
   const auto holds = [total](uint64_t offset, uint64_t size) {
     return offset % 8 == 0 && offset <= total && size <= total - offset;
   };
-  return header.tableCount == kTableCount && header.regionCount <= kMaxRegions &&
+  return header.tableCount == kTableCount && header.regionCount <= kMaxRegions && header.base != 0 &&
          header.base % kMapAlignment == 0 && holds(header.directoryOffset, header.directorySize) &&
          directory < header.directorySize && holds(header.infoOffset, info) && holds(header.tailOffset, 0) &&
          header.recordsOffset <= header.tailOffset && header.recordsOffset % kMapAlignment == 0 &&

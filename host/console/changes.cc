@@ -7,6 +7,7 @@
 #include <algorithm>
 
 #include "host/base/host_error.h"
+#include "host/base/throwing_heap.h"
 #include "host/console/answers.h"
 #include "host/console/commands.h"
 #include "host/console/console.h"
@@ -15,7 +16,9 @@ namespace qdt::host {
 namespace {
 
 using Words = std::vector<std::string>;
-using Json = rapidjson::Document;
+using Json =
+    rapidjson::GenericDocument<rapidjson::UTF8<>, rapidjson::MemoryPoolAllocator<ThrowingHeap>, ThrowingHeap>;
+using JsonValue = Json::ValueType;
 
 constexpr size_t kMostConditions = 32;
 constexpr size_t kMostWord = 256;
@@ -47,9 +50,7 @@ Json ReadBody(const WebRequest &request) {
   return body;
 }
 
-std::string TextOf(const rapidjson::Value &value) {
-  return std::string(value.GetString(), value.GetStringLength());
-}
+std::string TextOf(const JsonValue &value) { return std::string(value.GetString(), value.GetStringLength()); }
 
 // A word for a command line: no option, nothing that a line could be made of.
 std::string CheckedWord(std::string_view name, const std::string &word) {
@@ -59,7 +60,7 @@ std::string CheckedWord(std::string_view name, const std::string &word) {
   throw WebProblem(400, std::string(name) + " has a value that cannot be one: " + Quoted(word));
 }
 
-std::string CheckedName(const rapidjson::Value &value, bool dashes) {
+std::string CheckedName(const JsonValue &value, bool dashes) {
   std::string name = TextOf(value);
   const auto isPlain = [dashes](char c) {
     return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == (dashes ? '-' : '_');
@@ -70,7 +71,7 @@ std::string CheckedName(const rapidjson::Value &value, bool dashes) {
 }
 
 // Empty for a condition that stands for itself.
-std::string ValueOf(const std::string &name, const rapidjson::Value &value) {
+std::string ValueOf(const std::string &name, const JsonValue &value) {
   if (value.IsTrue()) return "";
   if (value.IsUint64()) return std::to_string(value.GetUint64());
   if (!value.IsString()) throw WebProblem(400, name + " takes a text, a number or true");

@@ -6,6 +6,7 @@
 #include <unordered_map>
 
 #include "host/arena/arena_layout.h"
+#include "host/base/c_callback.h"
 #include "host/base/host_error.h"
 #include "host/base/time_text.h"
 #include "host/query/statistics.h"
@@ -204,42 +205,49 @@ bool History::Wait(WebEngine *engine, uint64_t after, std::chrono::milliseconds 
   return !stopping_;
 }
 
-// One engine after the other; what is slow or damaged costs those behind it a little of their time.
+// One engine after the other; what is slow or damaged costs those behind it a little of their time. Returns
+// how many.
+size_t History::Look(Clock::time_point now, std::unique_lock<std::mutex> *lock) {
+  std::vector<WebEngine *> wanted;
+  for (const auto &[engine, looked] : looked_) {
+    if (looked.until >= now) wanted.push_back(engine);
+  }
+  for (WebEngine *engine : wanted) {
+    const auto at = looked_.find(engine);
+    if (at == looked_.end()) continue;
+    // Kept here: the engine may be dropped while it is read.
+    const std::shared_ptr<Counters> counters = at->second.counters;
+    Sample sample;
+    bool whole = false;
+    lock->unlock();
+    try {
+      Survive([&] {
+        const WebEngine::Loan source = engine->Borrow();
+        whole = counters->Read(*source, &sample);
+      });
+    } catch (const std::exception &) {  // it is told by its state; there is no sample
+    }
+    lock->lock();
+    const auto found = looked_.find(engine);
+    if (!whole || found == looked_.end()) continue;
+    sample.number = ++found->second.number;
+    found->second.samples.push_back(std::move(sample));
+    if (found->second.samples.size() > kSamples) found->second.samples.pop_front();
+  }
+  return wanted.size();
+}
+
 void History::Run() {
   std::unique_lock lock(mutex_);
   while (!stopping_) {
     const Clock::time_point begin = Clock::now();
-    std::vector<WebEngine *> wanted;
-    for (const auto &[engine, looked] : looked_) {
-      if (looked.until >= begin) wanted.push_back(engine);
-    }
-    for (WebEngine *engine : wanted) {
-      const auto at = looked_.find(engine);
-      if (at == looked_.end()) continue;
-      // Kept here: the engine may be dropped while it is read.
-      const std::shared_ptr<Counters> counters = at->second.counters;
-      Sample sample;
-      bool whole = false;
-      lock.unlock();
-      try {
-        Survive([&] {
-          const WebEngine::Loan source = engine->Borrow();
-          whole = counters->Read(*source, &sample);
-        });
-      } catch (const std::exception &) {  // it is told by its state; there is no sample
-      }
-      lock.lock();
-      const auto found = looked_.find(engine);
-      if (!whole || found == looked_.end()) continue;
-      sample.number = ++found->second.number;
-      found->second.samples.push_back(std::move(sample));
-      if (found->second.samples.size() > kSamples) found->second.samples.pop_front();
-    }
+    // Where memory is short there is no sample.
+    const size_t looked = UnlessShort<size_t>(1, [&] { return Look(begin, &lock); });
     changed_.notify_all();
     // A new engine is begun with at once.
     const size_t count = looked_.size();
     changed_.wait_until(lock, begin + kPeriod,
-                        [&] { return stopping_ || (wanted.empty() && looked_.size() != count); });
+                        [&] { return stopping_ || (looked == 0 && looked_.size() != count); });
   }
 }
 

@@ -70,6 +70,7 @@ class History {
     uint64_t number = 0;
   };
 
+  size_t Look(std::chrono::steady_clock::time_point now, std::unique_lock<std::mutex> *lock);
   void Run();
 
   std::mutex mutex_;

@@ -1,6 +1,7 @@
 #include "host/library/services.h"
 
 #include <cstring>
+#include <new>
 #include <utility>
 
 #include "platform/engine.h"
@@ -24,6 +25,9 @@ int32_t RunInEngine(const char *line, char **reply) {
   } catch (const HostError &error) {
     g_failure = error.what();
     return QDT_TBL_NOT_READY;
+  } catch (const std::bad_alloc &) {
+    g_failure = "out of memory";  // so short that it takes none
+    return QDT_TBL_NO_MEMORY;
   }
   g_refused = g_refused || answer.status != kReplyOk;
   if (reply != nullptr) {

@@ -108,7 +108,7 @@ std::optional<Survey> Surveyor::Look(const MetricsTarget &target) const {
   try {
     const auto look = [&] { survey = TakeSurvey(*target.Open(layout_)); };
     if (!ReadGuarded(guard_, look)) return {};
-  } catch (const HostError &) {
+  } catch (const std::exception &) {
     // The scrape says that the engine is gone; of one that changes too fast the last findings stand, with
     // their time.
   }

@@ -14,6 +14,7 @@
 #include "host/base/near_name.h"
 #include "host/base/text_file.h"
 #include "host/base/trust.h"
+#include "host/omcc/libyang_memory.h"
 #include "host/omcc/model.h"
 
 namespace qdt::host {
@@ -89,11 +90,13 @@ OwnedTree Parse(const ly_ctx *context, const RulesFile &file) {
   const LYD_FORMAT format = file.text[first] == '{' ? LYD_JSON : LYD_XML;
   ly_err_clean(const_cast<ly_ctx *>(context), nullptr);
   lyd_node *tree = nullptr;
+  const MemoryWatch memory;
   const LY_ERR result =
       lyd_parse_data_mem(context, file.text.c_str(), format, LYD_PARSE_STRICT | LYD_PARSE_NO_STATE,
                          LYD_VALIDATE_NO_STATE | LYD_VALIDATE_PRESENT, &tree);
   OwnedTree owned(tree);
   if (result != LY_SUCCESS) {
+    memory.Check();
     const ly_err_item *error = ly_err_first(context);
     const uint64_t line = error != nullptr ? LineOf(error) : 0;
     std::string why = error != nullptr && error->msg != nullptr ? error->msg : "libyang gave no reason";

@@ -4,6 +4,7 @@
 
 #include "host/base/host_error.h"
 #include "host/omcc/embedded_modules.h"
+#include "host/omcc/libyang_memory.h"
 
 namespace qdt::host {
 namespace {
@@ -97,8 +98,12 @@ Model::Model() {
   ly_ctx *context = nullptr;
   constexpr uint16_t kOptions =
       LY_CTX_DISABLE_SEARCHDIRS | LY_CTX_DISABLE_SEARCHDIR_CWD | LY_CTX_SET_PRIV_PARSED;
-  if (ly_ctx_new(nullptr, kOptions, &context) != LY_SUCCESS)
+  CheckRoomForModel();
+  const MemoryWatch memory;
+  if (ly_ctx_new(nullptr, kOptions, &context) != LY_SUCCESS) {
+    memory.Check();
     throw HostError("cannot make room for YANG modules");
+  }
   context_.reset(context);
   ly_ctx_set_module_imp_clb(context, GiveModule, nullptr);
   module_ = Implement(EmbeddedModules()[0].name);
@@ -106,10 +111,11 @@ Model::Model() {
 }
 
 const lys_module *Model::Implement(const char *name, const char **features) const {
+  const MemoryWatch memory;
   const lys_module *module = ly_ctx_load_module(context(), name, nullptr, features);
-  if (module == nullptr)
-    throw HostError(std::string("the YANG module ") + name + " does not load: " + LibyangMessage(context()));
-  return module;
+  if (module != nullptr) return module;
+  memory.Check();
+  throw HostError(std::string("the YANG module ") + name + " does not load: " + LibyangMessage(context()));
 }
 
 Model::~Model() { g_model = nullptr; }
@@ -177,8 +183,10 @@ void Model::AddParameter(lyd_node *request, const Parameter &parameter) const {
     throw RequestError(RequestError::Kind::kGivenTwice, name,
                        "the parameter " + Quoted(name) + " is given twice");
   }
-  if (lyd_new_term(request, module_, name.c_str(), value.c_str(), 0, nullptr) != LY_SUCCESS)
-    throw InvalidValue(name, value, TypeText(reinterpret_cast<const lysc_node_leaf *>(schema)));
+  const MemoryWatch memory;
+  if (lyd_new_term(request, module_, name.c_str(), value.c_str(), 0, nullptr) == LY_SUCCESS) return;
+  memory.Check();
+  throw InvalidValue(name, value, TypeText(reinterpret_cast<const lysc_node_leaf *>(schema)));
 }
 
 void Model::CheckMissing(const lyd_node *request) const {
@@ -193,8 +201,11 @@ void Model::CheckMissing(const lyd_node *request) const {
 OwnedTree Model::MakeRequest(std::string_view rpc, const std::vector<Parameter> &parameters) const {
   const lysc_node *schema = FindRpc(rpc);
   lyd_node *tree = nullptr;
-  if (lyd_new_inner(nullptr, module_, schema->name, 0, &tree) != LY_SUCCESS)
+  const MemoryWatch memory;
+  if (lyd_new_inner(nullptr, module_, schema->name, 0, &tree) != LY_SUCCESS) {
+    memory.Check();
     throw HostError("cannot make a request: " + LibyangMessage(context()));
+  }
   OwnedTree request(tree);
   for (const Parameter &each : parameters) AddParameter(tree, each);
   CheckMissing(tree);

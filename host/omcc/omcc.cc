@@ -8,6 +8,8 @@
 #include <utility>
 #include <vector>
 
+#include "host/base/c_callback.h"
+#include "host/omcc/libyang_memory.h"
 #include "host/omcc/model.h"
 #include "platform/memory.h"
 
@@ -32,6 +34,7 @@ namespace {
 
 using qdt::host::Model;
 using qdt::host::OwnedTree;
+using qdt::host::UnlessShort;
 
 const char *ValueOf(omcc_request *request, const char *name) {
   const lyd_node *leaf = qdt::host::FindChild(reinterpret_cast<const lyd_node *>(request), name);
@@ -114,9 +117,11 @@ int32_t omcc_parse_bool(omcc_request *request, const char *name, uint8_t *value)
 omcc_doc *omcc_new_doc(void) {
   const Model *model = Model::Current();
   if (model == nullptr) return nullptr;
-  auto *doc = new omcc_doc{model, {}, {}};
-  doc->root.document = doc;
-  return doc;
+  return UnlessShort<omcc_doc *>(nullptr, [model] {
+    auto *doc = new omcc_doc{model, {}, {}};
+    doc->root.document = doc;
+    return doc;
+  });
 }
 
 omcc_node *omcc_doc_root(omcc_doc *doc) { return doc == nullptr ? nullptr : &doc->root; }
@@ -125,10 +130,12 @@ omcc_node *omcc_doc_root(omcc_doc *doc) { return doc == nullptr ? nullptr : &doc
 omcc_node *omcc_new_node(omcc_node *parent, const char *path, int32_t) {
   if (parent == nullptr || path == nullptr) return nullptr;
   omcc_doc &doc = *parent->document;
-  const std::string whole = parent->path + path;
-  const lysc_node *schema = lys_find_path(doc.model->context(), nullptr, whole.c_str(), 0);
-  if (schema == nullptr) return nullptr;
-  return &doc.nodes.emplace_back(omcc_node{&doc, whole, schema, {}});
+  return UnlessShort<omcc_node *>(nullptr, [&]() -> omcc_node * {
+    const std::string whole = parent->path + path;
+    const lysc_node *schema = lys_find_path(doc.model->context(), nullptr, whole.c_str(), 0);
+    if (schema == nullptr) return nullptr;
+    return &doc.nodes.emplace_back(omcc_node{&doc, whole, schema, {}});
+  });
 }
 
 int32_t omcc_new_leaf_str(omcc_node *node, const char *name, const char *value) {
@@ -138,23 +145,23 @@ int32_t omcc_new_leaf_str(omcc_node *node, const char *name, const char *value) 
   const ly_ctx *context = node->document->model->context();
   if (lyd_value_validate(context, leaf, value, std::strlen(value), nullptr, nullptr, nullptr) != LY_SUCCESS)
     return -1;
-  node->leaves.emplace_back(name, value);
-  return 0;
+  return UnlessShort(-1, [&] {
+    node->leaves.emplace_back(name, value);
+    return 0;
+  });
 }
 
 // XML whatever the mode.
 char *omcc_format_doc(omcc_doc *doc, int32_t) {
   if (doc == nullptr) return nullptr;
-  OwnedTree tree;
-  for (const omcc_node &node : doc->nodes) {
-    if (!AddNode(doc->model->context(), node, &tree)) return nullptr;
-  }
-  char *text = nullptr;
-  if (lyd_print_mem(&text, tree.get(), LYD_XML, LYD_PRINT_WITHSIBLINGS) != LY_SUCCESS) return nullptr;
-  if (text == nullptr) return HeapText("", 0);
-  char *const copy = HeapText(text, std::strlen(text));
-  std::free(text);
-  return copy;
+  return UnlessShort<char *>(nullptr, [doc]() -> char * {
+    OwnedTree tree;
+    for (const omcc_node &node : doc->nodes) {
+      if (!AddNode(doc->model->context(), node, &tree)) return nullptr;
+    }
+    const std::string text = qdt::host::Printed(tree.get(), LYD_PRINT_WITHSIBLINGS);
+    return HeapText(text.c_str(), text.size());
+  });
 }
 
 void omcc_free_doc(omcc_doc *doc) { delete doc; }

@@ -17,6 +17,7 @@
 #pragma clang attribute pop
 #endif
 
+#include "host/base/throwing_heap.h"
 #include "host/record/record_shape.h"
 #include "host/record/record_source.h"
 #include "host/record/text_out.h"
@@ -25,7 +26,7 @@ namespace qdt::host {
 
 // Texts are valid UTF-8 by the time they get here (AppendEscaped). Beside what RapidJSON's writer has: names,
 // texts and numbers of which nothing needs to be escaped, which are most of all.
-class JsonWriter : public rapidjson::Writer<TextOut> {
+class JsonWriter : public rapidjson::Writer<TextOut, rapidjson::UTF8<>, rapidjson::UTF8<>, ThrowingHeap> {
  public:
   explicit JsonWriter(TextOut &out) : Writer(out) {}
 

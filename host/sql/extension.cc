@@ -6,6 +6,7 @@
 
 #include <string>
 
+#include "host/base/c_callback.h"
 #include "host/base/host_error.h"
 #include "host/sql/sql.h"
 #include "host/sql/sql_value.h"
@@ -26,9 +27,19 @@ void Attach(sqlite3_context *context, int count, sqlite3_value **values) {
       throw HostError("nqe_attach: " + Quoted(how) + " is not a way to look (write 'live' or 'frozen')");
     arenas->Add(MemberAt(path, how == "frozen"));
     sqlite3_result_int64(context, static_cast<sqlite3_int64>(arenas->size()));
+  } catch (const std::bad_alloc &) {
+    sqlite3_result_error_nomem(context);
   } catch (const std::exception &error) {
     sqlite3_result_error(context, error.what(), -1);
   }
+}
+
+using SharedArenas = std::shared_ptr<ArenaSet>;
+
+int AddAttach(sqlite3 *connection, int arguments, const SharedArenas &arenas) {
+  const auto drop = [](void *data) { delete static_cast<SharedArenas *>(data); };
+  return sqlite3_create_function_v2(connection, "nqe_attach", arguments, SQLITE_UTF8 | SQLITE_DIRECTONLY,
+                                    new SharedArenas(arenas), Attach, nullptr, nullptr, drop);
 }
 
 }  // namespace
@@ -38,15 +49,11 @@ extern "C" __attribute__((visibility("default"))) int sqlite3_nqesql_init(sqlite
                                                                           const sqlite3_api_routines *api) {
   using namespace qdt::host;
   SQLITE_EXTENSION_INIT2(api);
-  auto *arenas = new std::shared_ptr<ArenaSet>(std::make_shared<ArenaSet>());
-  const int code = AddEngineTables(connection, *arenas);
-  const int flags = SQLITE_UTF8 | SQLITE_DIRECTONLY;
-  const auto drop = [](void *data) { delete static_cast<std::shared_ptr<ArenaSet> *>(data); };
-  if (code != SQLITE_OK) return drop(arenas), code;
-  auto *second = new std::shared_ptr<ArenaSet>(*arenas);
-  const int one =
-      sqlite3_create_function_v2(connection, "nqe_attach", 1, flags, arenas, Attach, nullptr, nullptr, drop);
-  const int two =
-      sqlite3_create_function_v2(connection, "nqe_attach", 2, flags, second, Attach, nullptr, nullptr, drop);
-  return one != SQLITE_OK ? one : two;
+  return UnlessShort<int>(SQLITE_NOMEM, [connection] {
+    const auto arenas = std::make_shared<ArenaSet>();
+    int code = AddEngineTables(connection, arenas);
+    for (int arguments = 1; arguments <= 2 && code == SQLITE_OK; ++arguments)
+      code = AddAttach(connection, arguments, arenas);
+    return code;
+  });
 }

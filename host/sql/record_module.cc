@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <functional>
+#include <new>
 
 #include "host/base/host_error.h"
 #include "host/layout/value_text.h"
@@ -179,6 +180,7 @@ class Planner {
   void Begin(Way way, const std::string &shown, double cost, double rows) {
     info_.idxNum = way;
     info_.idxStr = sqlite3_mprintf("%s", shown.c_str());
+    if (info_.idxStr == nullptr) throw std::bad_alloc();
     info_.needToFreeIdxStr = 1;
     info_.estimatedCost = cost;
     info_.estimatedRows = static_cast<sqlite3_int64>(std::max(rows, 1.0));

@@ -3,6 +3,7 @@
 
 #include <cstring>
 #include <exception>
+#include <new>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -34,18 +35,23 @@ inline bool IsEquality(sqlite3_index_info *info, int constraint) {
          std::strcmp(sqlite3_vtab_collation(info, constraint), "BINARY") == 0;
 }
 
+// SQLite's code for the error, and its message.
+inline int Told(const std::exception &error, char **message) {
+  if (dynamic_cast<const std::bad_alloc *>(&error) != nullptr) return SQLITE_NOMEM;
+  *message = sqlite3_mprintf("%s", error.what());
+  return SQLITE_ERROR;
+}
+
 // Runs a callback of SQLite's, through which no exception may pass: what it throws becomes the message of the
 // table and SQLITE_ERROR.
 template <typename Action>
 int Guarded(sqlite3_vtab *table, const Action &action) {
   try {
     return action();
-  } catch (const std::bad_alloc &) {
-    return SQLITE_NOMEM;
   } catch (const std::exception &error) {
     sqlite3_free(table->zErrMsg);
-    table->zErrMsg = sqlite3_mprintf("%s", error.what());
-    return SQLITE_ERROR;
+    table->zErrMsg = nullptr;
+    return Told(error, &table->zErrMsg);
   }
 }
 

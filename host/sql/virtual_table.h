@@ -24,8 +24,7 @@ struct VirtualTable {
       *result = table.release();
       return SQLITE_OK;
     } catch (const std::exception &error) {
-      *message = sqlite3_mprintf("%s", error.what());
-      return SQLITE_ERROR;
+      return Told(error, message);
     }
   }
 

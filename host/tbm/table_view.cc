@@ -35,23 +35,20 @@ uint32_t KeyedHash(const uint64_t *words, uint32_t count, uint64_t size, const u
 }
 
 // Room for a record between the engine's bytes and the place where it is delivered, so that what stood there
-// goes on standing there when the copy fails. Grows and stays.
+// goes on standing there when the copy fails. All but the records of layouts that somebody else has made
+// stand on the stack.
 class Desk {
  public:
-  void *Room(size_t size) {
-    if (size > size_) {
-      bytes_.reset(static_cast<char *>(std::malloc(size)));
-      size_ = bytes_ == nullptr ? 0 : size;
-    }
-    return bytes_.get();
+  explicit Desk(size_t size) : heap_(size > sizeof(stack_) ? std::malloc(size) : nullptr, std::free) {
+    bytes_ = size > sizeof(stack_) ? heap_.get() : stack_;
   }
+  // Null when there is no memory.
+  void *bytes() { return bytes_; }
 
  private:
-  struct Free {
-    void operator()(char *bytes) const { std::free(bytes); }
-  };
-  std::unique_ptr<char, Free> bytes_;
-  size_t size_ = 0;
+  alignas(uint64_t) char stack_[16 << 10];
+  std::unique_ptr<void, void (*)(void *)> heap_;
+  void *bytes_;
 };
 
 }  // namespace
@@ -185,9 +182,9 @@ TableView::Copied TableView::Deliver(const Place &place) const {
     Mark(Record(place.ref), 1);
     return Copied::kWhole;
   }
-  static thread_local Desk desk;
   const uint32_t size = StoredSize();
-  void *whole = desk.Room(size);
+  Desk desk(size);
+  void *whole = desk.bytes();
   if (whole == nullptr) return Copied::kRestless;
   const Copied copied = Copy(place, whole, size);
   if (copied != Copied::kWhole) return copied;

@@ -9,13 +9,12 @@ namespace qdt::host {
 namespace {
 
 thread_local sigjmp_buf *t_back = nullptr;
+struct sigaction g_before;
 
 void Leave(int signal, siginfo_t *, void *) {
   if (t_back != nullptr) siglongjmp(*t_back, 1);
   // Not ours: it ends the process, as it would have.
-  struct sigaction byDefault = {};
-  byDefault.sa_handler = SIG_DFL;
-  sigaction(signal, &byDefault, nullptr);
+  sigaction(signal, &g_before, nullptr);
 }
 
 }  // namespace
@@ -24,7 +23,7 @@ void WatchLostPages() {
   struct sigaction action = {};
   action.sa_sigaction = Leave;
   action.sa_flags = SA_SIGINFO;
-  sigaction(SIGBUS, &action, nullptr);
+  sigaction(SIGBUS, &action, &g_before);
 }
 
 bool Survive(const std::function<void()> &read) {

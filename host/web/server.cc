@@ -14,6 +14,7 @@
 #include <system_error>
 #include <thread>
 
+#include "host/base/c_callback.h"
 #include "host/base/host_error.h"
 
 namespace qdt::host {
@@ -135,7 +136,8 @@ void WebServer::Run(int stop, const std::function<void()> &stopping) {
     pollfd wanted[] = {{stop, POLLIN, 0}, {listener_.get(), POLLIN, 0}};
     if (poll(wanted, 2, -1) < 0 && errno != EINTR) break;
     if (wanted[0].revents != 0) break;
-    if (wanted[1].revents != 0) Accept();
+    if (wanted[1].revents != 0 && !UnlessShort(false, [&] { return Accept(), true; }))
+      std::this_thread::sleep_for(kShort);
   }
   stopping_ = true;
   stopping();
@@ -188,14 +190,15 @@ void WebServer::Accept() {
   try {
     std::thread(
         [this, connection](UniqueFd given) {
-          Serve(std::move(given), &*connection);
+          // A connection for which there is no memory is over; the others go on.
+          UnlessShort(false, [&] { return Serve(std::move(given), &*connection), true; });
           const std::lock_guard ending(mutex_);
           connections_.erase(connection);
           ended_.notify_all();
         },
         std::move(socket))
         .detach();
-  } catch (const std::system_error &) {
+  } catch (const std::exception &) {  // there is no room for another thread
     connections_.erase(connection);
   }
 }

@@ -7,8 +7,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <new>
+#include <thread>
 #include <utility>
 
+#include "host/base/c_callback.h"
 #include "host/wire/make_room.h"
 
 namespace qdt::host {
@@ -99,26 +102,41 @@ void Server::AddWatch(int fd, std::function<void()> work) { watches_.push_back({
 
 void Server::Serve(int stop) {
   for (;;) {
-    std::vector<pollfd> entries{{stop, POLLIN, 0}, {listener_, POLLIN, 0}};
-    if (Clock::now() < acceptAgain_) entries[1].fd = -1;
-    for (const Watch &watch : watches_) entries.push_back({watch.fd, POLLIN, 0});
-    for (const Connection &client : clients_) entries.push_back({client.socket.get(), client.Events(), 0});
-    if (poll(entries.data(), entries.size(), PollTimeout()) < 0 && errno != EINTR) {
+    if (!UnlessShort(false, [&] { return ListEntries(stop); })) {
+      std::this_thread::sleep_for(kAcceptPause);
+      continue;
+    }
+    if (poll(entries_.data(), entries_.size(), PollTimeout()) < 0 && errno != EINTR) {
       throw SystemError("cannot wait for clients");
     }
-    if (entries[0].revents != 0) return;
-    auto entry = entries.begin() + 2;
+    if (entries_[0].revents != 0) return;
+    auto entry = entries_.begin() + 2;
     for (const Watch &watch : watches_) {
       if ((entry++)->revents != 0) watch.work();
     }
     for (Connection &client : clients_) {
-      if ((entry++)->revents != 0) client.Sending() ? Flush(&client) : Read(&client);
-      Advance(&client);
+      const bool ready = (entry++)->revents != 0;
+      const bool whole = UnlessShort(false, [&] {
+        if (ready) client.Sending() ? Flush(&client) : Read(&client);
+        Advance(&client);
+        return true;
+      });
+      // Whose request finds no memory is cut off; the engine goes on.
+      if (!whole) client.dead = true;
     }
     DropStalled();
-    if (entries[1].revents != 0) Accept();
+    if (entries_[1].revents != 0 && !UnlessShort(false, [&] { return Accept(), true; }))
+      acceptAgain_ = Clock::now() + kAcceptPause;
     RunTicks();
   }
+}
+
+bool Server::ListEntries(int stop) {
+  entries_ = {{stop, POLLIN, 0}, {listener_, POLLIN, 0}};
+  if (Clock::now() < acceptAgain_) entries_[1].fd = -1;
+  for (const Watch &watch : watches_) entries_.push_back({watch.fd, POLLIN, 0});
+  for (const Connection &client : clients_) entries_.push_back({client.socket.get(), client.Events(), 0});
+  return true;
 }
 
 void Server::Accept() {
@@ -208,6 +226,8 @@ EngineReply Server::RunOne(const Frame &request) {
     return reply;
   } catch (const HostError &error) {
     return {kReplyRefused, error.what(), {}};
+  } catch (const std::bad_alloc &) {
+    return {kReplyRefused, "the engine has not enough memory for this", {}};
   }
 }
 

@@ -1,6 +1,7 @@
 #ifndef HOST_WIRE_SERVER_H_
 #define HOST_WIRE_SERVER_H_
 
+#include <poll.h>
 #include <sys/types.h>
 
 #include <chrono>
@@ -64,6 +65,7 @@ class Server {
     bool more = false;
   };
 
+  bool ListEntries(int stop);
   void Accept();
   // Room for a connection of `user`; false when there is none.
   bool MakeRoom(uid_t user);
@@ -80,6 +82,7 @@ class Server {
   int listener_;
   EngineChannel run_;
   ServerLimits limits_;
+  std::vector<pollfd> entries_;  // what a turn waits for: the end, the listener, watches and clients
   std::list<Connection> clients_;
   std::vector<Watch> watches_;
   std::vector<Tick> ticks_;

@@ -16,6 +16,7 @@
 
 #include "host/arena/arena_layout.h"
 #include "host/arena/table_layout.h"
+#include "host/base/mix.h"
 #include "tests/host/host_fixture.h"
 
 namespace qdt::host {
@@ -235,6 +236,20 @@ TEST_F(ArenaTest, EveryFlippedHeaderByteIsRefused) {
     Poke(i, &good, 1);
   }
   EXPECT_EQ(Attach(), "attached");
+}
+
+// Root may map memory there, and what leads nowhere would lead into the arena.
+TEST_F(ArenaTest, NoArenaStandsAtAddressZero) {
+  LeaveSnapshot();
+  ArenaHeader header = ReadHeader();
+  const uint32_t state = header.state;
+  header.base = 0;
+  header.headerSum = 0;
+  header.state = 0;
+  header.headerSum = MixBytes(&header, sizeof(header));
+  header.state = state;
+  Poke(0, &header, sizeof(header));
+  EXPECT_EQ(Attach(), "error: the arena at " + path_ + " has a damaged header (let nqed write it again)");
 }
 
 TEST_F(ArenaTest, EveryFlippedDirectoryByteIsRefused) {

@@ -256,6 +256,15 @@ def test_full_disk_under_a_snapshot(engine, directory):
     assert result.err == f"nqecli: cannot write {directory}/copy: No space left on device\n", result
 
 
+def test_full_disk_under_an_export(engine, directory):
+    result = in_small_disk(
+        directory,
+        f"{{ head -c 60000 /dev/zero >{directory}/ballast; "
+        f"{BIN}/nqecli --arena {engine.arena} export {directory}/state.yaml; echo code $?; ls -A {directory}; }}")
+    assert result.out == "code 2\nballast\n", result
+    assert result.err.startswith("nqecli: ") and result.err.count("\n") == 1 and "No space left" in result.err, result
+
+
 # The tool and the engine's life
 
 

@@ -400,3 +400,19 @@ def test_limit_of_waiting_commands(engine):
             os.kill(worker, signal.SIGCONT)
         for session in sessions[:3]:
             assert "TableName" in session.message().decode()
+
+
+def test_a_record_on_a_full_disk(engine):
+    """What was done is done; that it could not be written down is told once."""
+    with short_directory() as directory:
+        agent = Agent(engine.arena, directory)
+        agent.record = "/dev/full"
+        agent.start(ssh=False)
+        for _ in range(3):
+            session = agent.raw().hello()
+            assert "<text" in session.rpc(command("tbl-usage"))
+            session.kill()
+        agent.process.terminate()
+        _, err = agent.process.communicate(timeout=PATIENCE)
+        assert agent.process.returncode == 0
+        assert err.startswith("omad: the record loses lines: ") and err.count("\n") == 1 and "No space left" in err, err

@@ -14,6 +14,7 @@
 #include <optional>
 
 #include "host/base/arguments.h"
+#include "host/base/program.h"
 #include "host/base/trust.h"
 #include "host/base/words.h"
 #ifdef QDT_HAS_CAPTURE
@@ -400,7 +401,7 @@ int RunEngine(const CommandLine &line) {
 }
 
 int Main(int argc, char **argv) {
-  KeepStandardFds();
+  BeginProgram("nqed");
   // What these would end is an error of a system call instead, which cleans up and says so.
   std::signal(SIGPIPE, SIG_IGN);
   std::signal(SIGXFSZ, SIG_IGN);
@@ -418,7 +419,7 @@ int Main(int argc, char **argv) {
     if (line.check) return CheckScenarios(line);
     return line.status ? ShowStatus(line.options) : RunEngine(line);
   } catch (const std::exception &error) {
-    std::fprintf(stderr, "nqed: %s\n", error.what());
+    std::fprintf(stderr, "nqed: %s\n", LineOf(error));
     return kFailure;
   }
 }

@@ -16,6 +16,7 @@
 #include "host/base/arguments.h"
 #include "host/base/fd.h"
 #include "host/base/host_error.h"
+#include "host/base/program.h"
 #include "host/base/trust.h"
 #include "host/console/console.h"
 #include "host/web/guard.h"
@@ -189,11 +190,11 @@ int Main(int argc, char **argv) {
 }  // namespace qdt::nqeweb
 
 int main(int argc, char **argv) {
-  qdt::host::KeepStandardFds();
+  qdt::host::BeginProgram("nqeweb");
   try {
     return qdt::nqeweb::Main(argc, argv);
   } catch (const std::exception &error) {
-    std::fprintf(stderr, "nqeweb: %s\n", error.what());
+    std::fprintf(stderr, "nqeweb: %s\n", qdt::host::LineOf(error));
   }
   return qdt::nqeweb::kFailure;
 }

@@ -1,7 +1,6 @@
 #include "tools/omad/daemon.h"
 
 #include <arpa/inet.h>
-#include <poll.h>
 #include <sys/signalfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -10,8 +9,12 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <thread>
+#include <utility>
 
+#include "host/base/c_callback.h"
 #include "host/base/host_error.h"
+#include "host/base/program.h"
 #include "host/base/trust.h"
 #include "host/nacm/rules_file.h"
 #include "host/session/fields.h"
@@ -51,6 +54,13 @@ std::string AddressOf(const std::string &text) {
   return known && (zone == text.npos || IsUserName(text.substr(zone + 1))) ? text : "";
 }
 
+// Does something for a session. Where memory is short the session is cut off: what it is told would not be
+// whole.
+template <typename Work>
+void OrBreak(Client *client, const Work &work) {
+  if (!host::UnlessShort(false, [&] { return work(), true; })) client->broken = true;
+}
+
 }  // namespace
 
 Daemon::Daemon(const Options &options, const host::Model &model, host::Record *record,
@@ -76,9 +86,10 @@ Daemon::Daemon(const Options &options, const host::Model &model, host::Record *r
 std::string Daemon::ReadRules() {
   try {
     rules_ = host::ReadNacmRules(model_.context(), options_.rules);
-  } catch (const HostError &error) {
-    record_->Write(Severity::kWarning, "RULES", {}, std::string("the old rules stay: ") + error.what());
-    return error.what();
+  } catch (const std::exception &error) {
+    record_->Write(Severity::kWarning, "RULES", {},
+                   std::string("the old rules stay: ") + host::LineOf(error));
+    return host::LineOf(error);
   }
   record_->Write(Severity::kNotice, "RULES", {}, "the rules have been read");
   return "";
@@ -91,9 +102,18 @@ void Daemon::Write(Severity severity, const char *event, const Who &who,
   if (who.number != 0) all.emplace_back("session", std::to_string(who.number));
   std::ranges::move(values, std::back_inserter(all));
   record_->Write(severity, event, all, text);
-  if (record_->failure().empty() || recordFailureSaid_) return;
-  recordFailureSaid_ = true;
-  std::fprintf(stderr, "omad: the record loses lines: %s\n", record_->failure().c_str());
+  if (!record_->failure().empty()) SayLost(record_->failure().c_str());
+}
+
+void Daemon::SayLost(const char *why) {
+  if (!std::exchange(recordFailureSaid_, true))
+    std::fprintf(stderr, "omad: the record loses lines: %s\n", why);
+}
+
+// Writes of what has been done, which is done whether it can be written down or not.
+template <typename Action>
+void Daemon::WriteDone(const Action &write) {
+  if (!host::UnlessShort(false, [&] { return write(), true; })) SayLost("there is not enough memory");
 }
 
 Client *Daemon::Find(uint32_t session) {
@@ -224,13 +244,17 @@ void Daemon::FinishWork() {
   Client *client = Find(work.who.number);
   if (work.command && work.changes) {
     const bool done = answer->failure.empty() && (answer->handler.sent || answer->handler.result == 0);
-    const std::string why = answer->failure.empty() ? "the system log has the reason" : answer->failure;
-    RecordCommand(work.who, *work.command, done ? "ok" : "failed: " + why);
+    WriteDone([&] {
+      const std::string why = answer->failure.empty() ? "the system log has the reason" : answer->failure;
+      RecordCommand(work.who, *work.command, done ? "ok" : "failed: " + why);
+    });
   }
   if (client == nullptr) return;
   client->asking = false;
-  TellAnswer(client, work, *answer);
-  Advance(client);
+  OrBreak(client, [&] {
+    TellAnswer(client, work, *answer);
+    Advance(client);
+  });
 }
 
 void Daemon::EndIdle() {
@@ -240,7 +264,8 @@ void Daemon::EndIdle() {
     const auto idle = options_.limits.idle;
     if (each.number != 0 && !each.closing && !each.asking && !each.subscription && idle.count() != 0 &&
         now - each.moved > idle)
-      each.Bye("the session asked nothing for " + std::to_string(idle.count()) + " s");
+      OrBreak(&each,
+              [&] { each.Bye("the session asked nothing for " + std::to_string(idle.count()) + " s"); });
   }
 }
 
@@ -256,9 +281,11 @@ void Daemon::Sweep() {
       continue;
     }
     if (client->number != 0) {
-      if (client->ended.empty()) client->ended = "the connection was lost";
       counters_.lostSessions += client->ended != "closed by the client";
-      Write(Severity::kNotice, "LOGOUT", *client, {{"reason", client->ended}}, "a session ends");
+      WriteDone([&] {
+        if (client->ended.empty()) client->ended = "the connection was lost";
+        Write(Severity::kNotice, "LOGOUT", *client, {{"reason", client->ended}}, "a session ends");
+      });
     }
     client = clients_.erase(client);
   }
@@ -282,31 +309,42 @@ int Daemon::Timeout() const {
   return static_cast<int>(std::clamp<int64_t>(left + 1, 0, 60'000));
 }
 
+bool Daemon::ListEntries(int listener, int signals) {
+  entries_ = {{signals, POLLIN, 0}, {listener, POLLIN, 0}, {worker_.fd(), POLLIN, 0}};
+  if (Clock::now() < acceptAgain_) entries_[1].fd = -1;
+  for (const Client &each : clients_) entries_.push_back({each.fd(), each.Events(), 0});
+  return true;
+}
+
 void Daemon::Serve(int listener, int signals, const std::function<void(int)> &onSignal) {
   while (true) {
-    std::vector<pollfd> entries{{signals, POLLIN, 0}, {listener, POLLIN, 0}, {worker_.fd(), POLLIN, 0}};
-    if (Clock::now() < acceptAgain_) entries[1].fd = -1;
-    for (const Client &each : clients_) entries.push_back({each.fd(), each.Events(), 0});
-    if (poll(entries.data(), entries.size(), Timeout()) < 0 && errno != EINTR)
+    if (!host::UnlessShort(false, [&] { return ListEntries(listener, signals); })) {
+      std::this_thread::sleep_for(kAcceptPause);
+      continue;
+    }
+    if (poll(entries_.data(), entries_.size(), Timeout()) < 0 && errno != EINTR)
       throw host::SystemError("cannot wait for sessions");
     signalfd_siginfo info;
-    if (entries[0].revents != 0 && read(signals, &info, sizeof info) == sizeof info) {
+    if (entries_[0].revents != 0 && read(signals, &info, sizeof info) == sizeof info) {
       if (info.ssi_signo == SIGTERM || info.ssi_signo == SIGINT) break;
       onSignal(static_cast<int>(info.ssi_signo));
     }
-    if (entries[2].revents != 0 || (running_ && Clock::now() > worker_.deadline())) FinishWork();
-    auto entry = entries.begin() + 3;
+    if (entries_[2].revents != 0 || (running_ && Clock::now() > worker_.deadline())) FinishWork();
+    auto entry = entries_.begin() + 3;
     for (Client &each : clients_) {
-      const short events = entry == entries.end() ? 0 : (entry++)->revents;
-      if ((events & (POLLIN | POLLHUP | POLLERR)) != 0 && !each.Read()) each.broken = true;
-      if (events != 0 && !each.broken) Advance(&each);
+      const short events = entry == entries_.end() ? 0 : (entry++)->revents;
+      OrBreak(&each, [&] {
+        if ((events & (POLLIN | POLLHUP | POLLERR)) != 0 && !each.Read()) each.broken = true;
+        if (events != 0 && !each.broken) Advance(&each);
+      });
     }
-    if (entries[1].revents != 0) Accept(listener);
+    if (entries_[1].revents != 0 && !host::UnlessShort(false, [&] { return Accept(listener), true; }))
+      acceptAgain_ = Clock::now() + kAcceptPause;
     StartWork();
     EndIdle();
     Sweep();
   }
-  for (Client &each : clients_) each.Bye("the agent stops");
+  for (Client &each : clients_) OrBreak(&each, [&each] { each.Bye("the agent stops"); });
   Sweep();
 }
 

@@ -1,6 +1,8 @@
 #ifndef TOOLS_OMAD_DAEMON_H_
 #define TOOLS_OMAD_DAEMON_H_
 
+#include <poll.h>
+
 #include <deque>
 #include <functional>
 #include <list>
@@ -58,6 +60,7 @@ class Daemon {
   };
 
   // daemon.cc: connections.
+  bool ListEntries(int listener, int signals);
   void Accept(int listener);
   void Advance(Client *client);
   void Take(Client *client, const host::Frame &frame);
@@ -71,6 +74,9 @@ class Daemon {
   Client *Find(uint32_t session);
   void StartWork();
   void FinishWork();
+  void SayLost(const char *why);
+  template <typename Action>
+  void WriteDone(const Action &write);
   void Write(host::Record::Severity severity, const char *event, const Who &who,
              std::vector<std::pair<const char *, std::string>> values, const std::string &text);
 
@@ -98,6 +104,7 @@ class Daemon {
   StateData state_;
   host::EventLog events_;
   host::AgentWorker worker_;
+  std::vector<pollfd> entries_;  // what a turn waits for: signals, the listener, the worker, sessions
   std::list<Client> clients_;
   std::deque<Work> waiting_;
   std::optional<Work> running_;

@@ -19,6 +19,7 @@
 #include "host/base/arguments.h"
 #include "host/base/fd.h"
 #include "host/base/host_error.h"
+#include "host/base/program.h"
 #include "host/library/services.h"
 #include "host/omcc/agent_modules.h"
 #include "host/omcc/model.h"
@@ -107,7 +108,7 @@ int RunWorkerProcess(const Options &options) {
 }
 
 int Main(int argc, char **argv) {
-  host::KeepStandardFds();
+  host::BeginProgram("omad");
   std::signal(SIGPIPE, SIG_IGN);
   try {
     const Options options = ParseOptions(Arguments(argc, argv));
@@ -117,7 +118,7 @@ int Main(int argc, char **argv) {
     }
     return options.worker ? RunWorkerProcess(options) : RunAgent(options);
   } catch (const std::exception &error) {
-    std::fprintf(stderr, "omad: %s\n", error.what());
+    std::fprintf(stderr, "omad: %s\n", host::LineOf(error));
     return kFailure;
   }
 }

@@ -8,6 +8,7 @@
 #include "host/agent/handlers.h"
 #include "host/base/host_error.h"
 #include "host/netconf/rpc_error.h"
+#include "host/omcc/libyang_memory.h"
 #include "host/session/fields.h"
 #include "host/session/link.h"
 #include "tools/omad/daemon.h"
@@ -246,11 +247,7 @@ void Daemon::GetSchema(Client *client, const Call &call) {
         "there is no schema " + host::Quoted(*identifier) +
             (version != nullptr && !version->empty() ? " of version " + host::Quoted(*version) : ""));
   }
-  char *text = nullptr;
-  if (lys_print_mem(&text, module, LYS_OUT_YANG, 0) != LY_SUCCESS)
-    throw HostError("the schema " + *identifier + " cannot be printed");
-  const std::string schema = text;
-  std::free(text);
+  const std::string schema = host::Printed(module);
   for (size_t at = 0; at < schema.size(); at += host::kPieceSize)
     client->TellText(host::kTellText, std::string_view(schema).substr(at, host::kPieceSize));
   client->Tell(host::kTellTextEnd, {kMonitoringSpace, "data"});

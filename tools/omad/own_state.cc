@@ -7,6 +7,7 @@
 
 #include "host/base/host_error.h"
 #include "host/netconf/xml_text.h"
+#include "host/omcc/libyang_memory.h"
 
 namespace qdt::omad {
 namespace {
@@ -26,15 +27,6 @@ std::string Element(const char *name, const std::string &text) {
 }
 std::string Element(const char *name, uint32_t number) { return Element(name, std::to_string(number)); }
 
-std::string TextOf(const lyd_node *tree) {
-  char *text = nullptr;
-  if (lyd_print_mem(&text, tree, LYD_XML, LYD_PRINT_SHRINK) != LY_SUCCESS || text == nullptr)
-    throw HostError("memory is short");
-  std::string xml = text;
-  std::free(text);
-  return xml;
-}
-
 // The top-level nodes of the YANG library, one source each. They do not change.
 std::vector<StateSource> LibrarySources(const Model &model) {
   lyd_node *library = nullptr;
@@ -44,11 +36,11 @@ std::vector<StateSource> LibrarySources(const Model &model) {
   const OwnedTree owned(library);
   std::vector<StateSource> sources;
   for (const lyd_node *node = library; node != nullptr; node = node->next) {
-    sources.push_back(
-        {"ietf-yang-library", LYD_NAME(node), [body = TextOf(node)](std::string_view, StateSink *sink) {
-           sink->Take({"urn:ietf:params:xml:ns:yang:ietf-yang-library", "", body});
-           return std::string();
-         }});
+    sources.push_back({"ietf-yang-library", LYD_NAME(node),
+                       [body = host::Printed(node, LYD_PRINT_SHRINK)](std::string_view, StateSink *sink) {
+                         sink->Take({"urn:ietf:params:xml:ns:yang:ietf-yang-library", "", body});
+                         return std::string();
+                       }});
   }
   return sources;
 }

@@ -17,6 +17,7 @@
 #include "host/base/arguments.h"
 #include "host/base/fd.h"
 #include "host/base/host_error.h"
+#include "host/base/program.h"
 #include "host/base/trust.h"
 #include "host/session/dialogue.h"
 #include "host/session/fields.h"
@@ -183,7 +184,7 @@ class Session {
 };
 
 int Main(int argc, char **argv) {
-  host::KeepStandardFds();
+  host::BeginProgram("omad-session");
   std::signal(SIGPIPE, SIG_IGN);
   try {
     const CommandLine line = Parse(Arguments(argc, argv));
@@ -199,7 +200,7 @@ int Main(int argc, char **argv) {
     std::fprintf(stderr, "omad-session: %s\n", why.c_str());
     return 1;
   } catch (const std::exception &error) {
-    std::fprintf(stderr, "omad-session: %s\n", error.what());
+    std::fprintf(stderr, "omad-session: %s\n", host::LineOf(error));
     return kFailure;
   }
 }

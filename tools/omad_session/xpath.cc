@@ -7,6 +7,7 @@
 
 #include "host/netconf/rpc_error.h"
 #include "host/omcc/agent_modules.h"
+#include "host/omcc/libyang_memory.h"
 #include "host/omcc/model.h"
 
 namespace qdt::omad {
@@ -88,23 +89,21 @@ std::string SelectXpath(const std::string &path, const host::Bindings &bindings,
   const ly_ctx *context = TheModel().context();
   const std::string wanted = WithModuleNames(path, bindings);
   lyd_node *parsed = nullptr;
+  const host::MemoryWatch memory;
   if (lyd_parse_data_mem(context, tree.c_str(), LYD_XML, LYD_PARSE_ONLY | LYD_PARSE_OPAQ, 0, &parsed) !=
-      LY_SUCCESS)
+      LY_SUCCESS) {
+    memory.Check();
     throw NoPath("the data cannot be read: " + host::LibyangMessage(context));
+  }
   const OwnedTree data(parsed);
   ly_set *found = nullptr;
-  if (lyd_find_xpath(data.get(), wanted.c_str(), &found) != LY_SUCCESS)
-    throw NoPath(host::LibyangMessage(context));
+  const LY_ERR result = lyd_find_xpath(data.get(), wanted.c_str(), &found);
+  memory.Check();
+  if (result != LY_SUCCESS) throw NoPath(host::LibyangMessage(context));
   const OwnedTree copy = CopyOf(*found);
+  memory.Check();
   ly_set_free(found, nullptr);
-  char *text = nullptr;
-  if (copy == nullptr ||
-      lyd_print_mem(&text, copy.get(), LYD_XML, LYD_PRINT_SHRINK | LYD_PRINT_WITHSIBLINGS) != LY_SUCCESS ||
-      text == nullptr)
-    return "";
-  std::string selected = text;
-  std::free(text);
-  return selected;
+  return copy == nullptr ? "" : host::Printed(copy.get(), LYD_PRINT_SHRINK | LYD_PRINT_WITHSIBLINGS);
 }
 
 }  // namespace qdt::omad

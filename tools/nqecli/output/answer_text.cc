@@ -7,6 +7,8 @@
 #include <cerrno>
 #include <memory>
 
+#include "host/base/throwing_heap.h"
+
 namespace qdt::nqecli {
 namespace {
 
@@ -110,7 +112,7 @@ std::string AnswerText::All() const {
 bool AnswerText::IsJson() const {
   JsonInput input(*this);
   rapidjson::BaseReaderHandler<> nobody;
-  rapidjson::Reader reader;
+  rapidjson::GenericReader<rapidjson::UTF8<>, rapidjson::UTF8<>, host::ThrowingHeap> reader;
   return !reader.Parse<rapidjson::kParseValidateEncodingFlag | rapidjson::kParseIterativeFlag>(input, nobody)
               .IsError();
 }

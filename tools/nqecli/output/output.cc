@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -14,6 +15,7 @@
 #include <utility>
 
 #include "host/base/fd.h"
+#include "host/base/program.h"
 #include "tools/nqecli/output/shown_text.h"
 
 namespace qdt::nqecli {
@@ -39,16 +41,21 @@ std::string_view Shown(std::string_view text, std::string *room) {
   return *room;
 }
 
-// Writes a text and what ends it.
-bool WriteAll(int fd, std::string_view text, std::string_view end = {}) {
-  while (!text.empty() || !end.empty()) {
-    const iovec pieces[] = {{const_cast<char *>(text.data()), text.size()},
-                            {const_cast<char *>(end.data()), end.size()}};
+// Writes the texts, one behind the other, without taking memory.
+bool WriteAll(int fd, std::array<std::string_view, 3> texts) {
+  while (std::ranges::any_of(texts, [](std::string_view text) { return !text.empty(); })) {
+    iovec pieces[texts.size()];
+    std::ranges::transform(texts, pieces, [](std::string_view text) {
+      return iovec{const_cast<char *>(text.data()), text.size()};
+    });
     const ssize_t written = writev(fd, pieces, std::size(pieces));
     if (written >= 0) {
-      const size_t ofText = std::min<size_t>(written, text.size());
-      text.remove_prefix(ofText);
-      end.remove_prefix(written - ofText);
+      auto left = static_cast<size_t>(written);
+      for (std::string_view &text : texts) {
+        const size_t ofText = std::min(left, text.size());
+        text.remove_prefix(ofText);
+        left -= ofText;
+      }
     } else if (errno == EAGAIN) {
       // Somebody else made the terminal or pipe non-blocking.
       pollfd entry{fd, POLLOUT, 0};
@@ -80,7 +87,7 @@ bool WriteAnswer(std::string_view text) {
     shown += EscapedBytes(std::exchange(g_carry, {}));
     text = shown;
   }
-  if (WriteAll(STDOUT_FILENO, text, end)) return true;
+  if (WriteAll(STDOUT_FILENO, {text, end})) return true;
   // Whoever closes a pipe early has seen enough.
   if (errno != EPIPE) WriteError(std::string("cannot write the answer: ") + std::strerror(errno));
   return false;
@@ -95,24 +102,19 @@ void WriteOut(std::string_view text) {
 }
 
 void WriteScreen(std::string_view text) {
-  if (WriteAll(STDOUT_FILENO, text)) return;
+  if (WriteAll(STDOUT_FILENO, {text})) return;
   if (errno == EPIPE) throw OutputClosed();
   throw host::SystemError("cannot write the answer");
 }
 
 void WriteAside(std::string_view lines) {
-  if (!lines.empty()) WriteAll(STDERR_FILENO, lines);
+  if (!lines.empty()) WriteAll(STDERR_FILENO, {lines});
 }
 
-void WriteError(std::string_view text) {
-  std::string line = "nqecli: ";
-  line += text;
-  line += '\n';
-  WriteAll(STDERR_FILENO, line);
-}
+void WriteError(std::string_view text) { WriteAll(STDERR_FILENO, {"nqecli: ", text, "\n"}); }
 
 int RunTool(int argc, char **argv, ExitCode (*run)(host::Arguments arguments)) {
-  host::KeepStandardFds();
+  host::BeginProgram("nqecli");
   // What these would end is an error of a system call instead, which cleans up and says so.
   sigset_t signals;
   sigemptyset(&signals);
@@ -123,7 +125,7 @@ int RunTool(int argc, char **argv, ExitCode (*run)(host::Arguments arguments)) {
   } catch (const OutputClosed &) {
     return kUnusable;
   } catch (const std::exception &error) {
-    WriteError(error.what());
+    WriteError(host::LineOf(error));
     return kUnusable;
   }
 }

@@ -11,6 +11,7 @@
 #include <exception>
 
 #include "host/base/host_error.h"
+#include "host/base/program.h"
 #include "host/base/words.h"
 #include "host/library/entry_points.h"
 #include "tools/nqecli/command.h"
@@ -79,7 +80,7 @@ bool TakesProcess(const std::vector<std::string> &words) {
     code = RunCommand(NamesPlace(*words) ? Place() : place, std::span(pointers).first(words->size()));
   } catch (const OutputClosed &) {
   } catch (const std::exception &error) {
-    WriteError(error.what());
+    WriteError(host::LineOf(error));
   }
   std::fflush(stdout);
   _exit(code);
@@ -173,7 +174,7 @@ bool Shell::RunLine(const std::string &line) {
   } catch (const OutputClosed &) {
     std::fputs(Interrupted() ? "\n" : "", stdout);
   } catch (const std::exception &error) {
-    WriteError(error.what());
+    WriteError(host::LineOf(error));
   }
   std::fflush(stdout);
   ForgetInterrupt();
