@@ -264,7 +264,8 @@ void Collector::EngineWords(std::span<const std::string> before) {
   try {
     const host::EngineReply reply = host::EngineClient(Attach(place_).socketPath()).Run(line);
     if (reply.status != host::kReplyOk) return;
-    ForEachRow(reply.text, "", [&](auto word, auto about) { Add(std::string(word), about); });
+    ForEachRow(reply.text, before.empty() ? "  " : "",
+               [&](auto word, auto about) { Add(std::string(word), about); });
   } catch (const HostError &) {  // without an engine nobody can tell
   }
 }

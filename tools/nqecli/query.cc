@@ -5,6 +5,7 @@
 
 #include "host/arena/arena.h"
 #include "host/base/host_error.h"
+#include "host/layout/text_marks.h"
 #include "host/library/services.h"
 #include "qdt/stats.h"
 #include "qdt/tables.h"
@@ -98,7 +99,7 @@ void HintAtLongNames(const host::EntryPoint &entry, std::span<char *const> words
 }  // namespace
 
 ExitCode RunFamily(const host::EntryPoint &entry, std::span<char *const> words) {
-  const MarkedTexts marked;
+  const host::TextMarks marks(!IsRaw());
   host::Answer answer = host::RunEntryPoint(entry, words);
   if (!WriteAnswer(answer.text)) return kUnusable;
   // A family asked with its name alone prints its usage list; it prints the same for words that are no
@@ -116,7 +117,7 @@ ExitCode RunFamily(const host::EntryPoint &entry, std::span<char *const> words) 
 }
 
 ExitCode RunTableQuery(const host::TableQuery &ask) {
-  const MarkedTexts marked;
+  const host::TextMarks marks(!IsRaw());
   const host::Answer answer = host::AnswerTableQuery(ask, WriteOut);
   if (!WriteAnswer(answer.text)) return kUnusable;
   return CodeOf("show", answer, false);

@@ -26,6 +26,15 @@ bool IsTerminal() {
   return isTerminal;
 }
 
+// Remarks name what an engine or a file told.
+std::string RemarkShown(std::string_view text) {
+  const bool forTerminal = isatty(STDERR_FILENO) != 0;
+  if (IsHarmless(text, forTerminal)) return std::string(text);
+  std::string carry;
+  const std::string shown = ShownText(text, forTerminal, &carry);
+  return shown + EscapedBytes(carry);
+}
+
 std::string g_carry;  // the beginning of a character that is to be written
 
 // The text as standard output gets it; `room` keeps it where it changes. Whether that is a terminal is only
@@ -101,15 +110,10 @@ void WriteScreen(std::string_view text) {
 }
 
 void WriteAside(std::string_view lines) {
-  if (!lines.empty()) WriteAll(STDERR_FILENO, lines);
+  if (!lines.empty()) WriteAll(STDERR_FILENO, RemarkShown(lines));
 }
 
-void WriteError(std::string_view text) {
-  std::string line = "nqecli: ";
-  line += text;
-  line += '\n';
-  WriteAll(STDERR_FILENO, line);
-}
+void WriteError(std::string_view text) { WriteAll(STDERR_FILENO, "nqecli: " + RemarkShown(text) + '\n'); }
 
 int RunTool(int argc, char **argv, ExitCode (*run)(host::Arguments arguments)) {
   host::KeepStandardFds();

@@ -14,6 +14,7 @@
 #include "host/library/entry_points.h"
 #include "tools/nqecli/data_commands.h"
 #include "tools/nqecli/data_words.h"
+#include "tools/nqecli/output/shown_text.h"
 #include "tools/nqecli/watch/watch_child.h"
 #include "tools/nqecli/watch/watch_rates.h"
 #include "tools/nqecli/watch/watch_view.h"
@@ -85,6 +86,7 @@ struct WatchRequest {
     std::vector<std::string> words = {"nqecli"};
     if (!place.arena.empty()) words.push_back("--arena=" + place.arena);
     if (place.saved()) words.push_back("--snapshot=" + place.snapshot);
+    if (IsRaw()) words.emplace_back("--raw");
     words.insert(words.end(), command.begin(), command.end());
     if (asJson && HasJson()) words.emplace_back("--json");
     return words;
