@@ -80,12 +80,12 @@ bool IsDiscardType(std::string_view name) {
 }
 
 // The packet trace reads one word of a name; names of several are set another way.
-void HintAtLongNames(const host::EntryPoint &entry, std::span<char *const> words) {
+void HintAtLongNames(const host::EntryPoint &entry, std::span<char *const> words, ExitCode code) {
   if (std::string_view(entry.name) != "pkt_trace" || words.size() < 4) return;
   if (std::string_view(words[1]) != "set" || std::string_view(words[2]) != "discard_type") return;
   std::string name = words[3];
   for (const char *word : words.subspan(4)) name += std::string(" ") + word;
-  if (name.find(' ') == name.npos) return;
+  if (name.find(' ') == name.npos && code == kAnswered) return;
   if (!IsDiscardType(name)) {
     return WriteError("no discard type is called " + host::Quoted(name) +
                       " (they are the discard counters of nqecli statistics)");
@@ -112,7 +112,7 @@ ExitCode RunFamily(const host::EntryPoint &entry, std::span<char *const> words) 
     isUsage = kept.ends_with(host::RunEntryPoint(entry, words.first(1)).text);
   }
   const ExitCode code = CodeOf(entry.name, answer, isUsage);
-  HintAtLongNames(entry, words);
+  HintAtLongNames(entry, words, code);
   return code;
 }
 

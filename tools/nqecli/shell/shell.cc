@@ -201,7 +201,7 @@ void Shell::RunCommandLine(const std::string &line) {
 Following Shell::Follow(std::string_view typed) const {
   // The last command or filter, its words, and the one that is being typed.
   char quote = 0;
-  size_t part = 0, word = 0;
+  size_t part = 0, word = 0, filters = 0;
   for (size_t i = 0; i < typed.size(); ++i) {
     const char c = typed[i];
     if (quote != 0) {
@@ -210,6 +210,7 @@ Following Shell::Follow(std::string_view typed) const {
       quote = c;
     } else if (c == '|') {
       part = word = i + 1;
+      ++filters;
     } else if (c == ' ' || c == '\t') {
       word = i + 1;
     }
@@ -226,7 +227,7 @@ Following Shell::Follow(std::string_view typed) const {
   follow.typed = current.size();
   if (part != 0) {
     for (const FilterWord &filter : kFilterWords) {
-      if (before.empty() && filter.name.starts_with(current))
+      if (before.empty() && filter.name.starts_with(current) && (filters == 1 || !filter.onlyFirst))
         follow.candidates.push_back({std::string(filter.name), std::string(filter.about)});
     }
     return follow;
