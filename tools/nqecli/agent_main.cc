@@ -27,6 +27,9 @@ using host::HostError;
 using host::Parameter;
 using host::Quoted;
 
+constexpr char kExitCodes[] =
+    "\nexit codes: 0 an answer, 1 the command failed or only says what was wrong, 2 bad usage or no "
+    "engine\n";
 constexpr char kDryRun[] = "--dry-run", kYes[] = "--yes";
 
 // The first statement of a description, in one line.
@@ -49,7 +52,8 @@ std::string Help() {
   text += "\nnqecli agent HANDLER --help tells what one does and takes.\n\n" + PlaceHelp();
   AddHelpLine(&text, kDryRun, "of a reset: end nothing, and tell what would end");
   AddHelpLine(&text, kYes, "of a reset without a filter: do not ask");
-  return text;
+  text += "\nexamples:\n  nqecli agent tbl-usage\n  nqecli agent reset-session protocol=17 --dry-run\n";
+  return text + kExitCodes;
 }
 
 // The lines of a description, further in.
@@ -89,10 +93,7 @@ std::string HelpOf(const Handler &handler) {
   }
   text += "\noptions:\n" + PlaceHelp();
   text += std::string("\nexamples:\n  nqecli agent ") + handler.rpc + ExampleOf(parameters) + '\n';
-  text +=
-      "\nexit codes: 0 an answer, 1 the command failed or only says what was wrong, 2 bad usage or no "
-      "engine\n";
-  return text;
+  return text + kExitCodes;
 }
 
 const Handler &HandlerOf(std::string_view name) {
