@@ -26,6 +26,7 @@ VIEWS = {
     "region": ("region/IPP_SESSION_AGING_TIME", "IPP_SESSION_AGING_TIME", "600"),
     "trace": ("trace", "Packet trace", "from the driver"),
     "measure": ("measure", "Tasks and points", "DRV_FAST_RX"),
+    "reset": ("reset", "Resets", "Set them to 0"),
     "explain": ("search?q=192.0.2.11", "“192.0.2.11”", "dhcp_snooping_bind"),
     "find": ("search?q=101", "“101”", "fwdif if_index=101"),
     "diff": ("diff?a=arena&b=before", "Compare", "difference"),

@@ -17,6 +17,7 @@ const views = [
   ['regions', 'regions', 'Regions'],
   ['trace', 'trace', 'Packet trace', 'What it does'],
   ['measure', 'measure', 'Tasks and points'],
+  ['reset', 'reset', 'Resets'],
   ['diff', 'diff', 'Compare', 'Questions'],
   ['sql', 'sql', 'SQL'],
   ['engines', 'engines', 'Engines'],
@@ -187,7 +188,7 @@ function start() {
   });
   by('engine').addEventListener('change', event => {
     const {path, params} = parse();
-    const kept = ['table', 'tables', 'sessions', 'statistics', 'check', 'measure', 'trace', 'regions', 'region', 'sql', 'search'].includes(path[0]) ? path.join('/') : '';
+    const kept = ['table', 'tables', 'sessions', 'statistics', 'check', 'measure', 'trace', 'reset', 'regions', 'region', 'sql', 'search'].includes(path[0]) ? path.join('/') : '';
     const words = kept ? Object.fromEntries([...new Set(params.keys())].map(name => [name, params.getAll(name)])) : {};
     fill(by('notice'));
     go(kept, {...words, engine: event.target.value});

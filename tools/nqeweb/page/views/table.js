@@ -7,6 +7,7 @@ import {Pages} from '../lib/pages.js';
 import {link, go} from '../lib/route.js';
 import {notice} from '../lib/view.js';
 
+const resetOf = {session: 'session', server_map: 'server-map'};
 const operators = ['=', '!=', '<', '<=', '>', '>='];
 const kRoom = 14;  // columns that are shown when nobody says which
 
@@ -125,7 +126,8 @@ function bar({all, filters, fields, to, name, sessions, named}) {
   const chips = filters.map((text, i) => el('span', {class: 'chip'}, el('span', {}, shown(text)),
     el('button', {type: 'button', 'aria-label': `Remove the filter ${shown(text)}`, onclick: () => to({filter: filters.filter((_, j) => j !== i)})}, '✕')));
   return el('div', {class: 'tools', role: 'group', 'aria-label': 'Filters and fields'},
-    el('div', {class: 'row'}, form, choose, anew, sessions ? el('a', {class: 'button', href: link(`table/${name}`)}, 'As the table') : null),
+    el('div', {class: 'row'}, form, choose, anew, sessions ? el('a', {class: 'button', href: link(`table/${name}`)}, 'As the table') : null,
+      resetOf[name] ? el('a', {class: 'button', href: link('reset', {what: resetOf[name]})}, 'End some …') : null),
     chips.length ? el('div', {class: 'row', role: 'list', 'aria-label': 'Filters in force'}, chips) : null);
 }
 
