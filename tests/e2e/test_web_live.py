@@ -98,3 +98,28 @@ def test_nobody_looks_and_nothing_is_read(campus):
         # An engine at rest counts nothing.
         assert all(each["per_second"] == 0 for sample in samples for each in sample["discards"])
         assert all(sample["interfaces"] == [] for sample in samples)
+
+
+def test_history_has_limits(place, tmp_path):
+    """Minutes, the greatest of each sample, and the engines that are looked at."""
+    # Rate limits by number: more reasons than a sample has room for, each with another count.
+    place.scenario.write_text("statistics:\n" + "".join(f"  {number}: {number}\n" for number in range(190, 290)))
+    place.start()
+    copies = [tmp_path / f"copy-{i}" for i in range(17)]
+    for copy in copies:
+        place.cli("snapshot", copy).answered("")
+    with Web("--arena", place.arena, *(word for copy in copies for word in ("--snapshot", copy))) as server:
+        for wrong in ("0", "11", "-1", "x", "1.5", ""):
+            server.get(API + "/history", {"minutes": wrong}).is_problem(400)
+        wait_until(lambda: server.data("history")["count"] >= 1, "a sample")
+        [first, *_] = server.data("history", {"minutes": 10})["samples"]
+        totals = [each["total"] for each in first["discards"]]
+        assert len(totals) == 32 and totals == sorted(totals, reverse=True) and totals[0] == 289, totals
+        # Sixteen are looked at, the live one among them; one more has to wait, and costs those nothing.
+        names = [copy.name for copy in copies]
+        assert all(server.get(API + "/history", {"engine": name}).status == 200 for name in names[:15])
+        for name in names[15:]:
+            server.get(API + "/history", {"engine": name}).is_problem(503, "busy")
+        last = server.data("history")["samples"][-1]["number"]
+        wait_until(lambda: server.data("history")["samples"][-1]["number"] > last, "the live one to go on")
+    assert place.end()[0] == 0

@@ -60,7 +60,7 @@ export default async function draw(view) {
     const asked = view.params.get('what') === kind.what;
     const inputs = kind.conditions.map(one => {
       const attributes = {name: one.word, id: `${kind.what}-${one.word}`, value: asked ? view.params.get(one.word) ?? '' : ''};
-      const input = one.choices ? el('select', attributes, el('option', {value: ''}, 'any'), one.choices.map(choice => el('option', {value: choice}, choice)))
+      const input = one.choices ? el('select', attributes, el('option', {value: ''}, one.none ?? 'any'), one.choices.map(choice => el('option', {value: choice}, choice)))
         : el('input', {...attributes, placeholder: `e.g. ${one.example}`, autocomplete: 'off', spellcheck: 'false'});
       return [one, input];
     });
@@ -69,7 +69,7 @@ export default async function draw(view) {
     const tell = () => { command.textContent = [tool, 'agent', `reset-${kind.what}`, ...chosen().map(([word, value]) => quoted(`${word}=${value}`))].join(' '); };
     const submit = el('button', {type: 'submit', class: 'main'}, 'Show what would end …');
     const copied = el('button', {type: 'button', onclick: () => copy(command.textContent, copied)}, 'Copy');
-    const form = el('form', {class: 'card two-thirds', 'aria-label': `${kind.name} to end`},
+    const form = el('form', {class: `card ${kind.wide ? 'two-thirds' : ''}`, 'aria-label': `${kind.name} to end`},
       el('header', {}, el('h2', {}, kind.name), now.set(kind.table, el('span', {class: 'quiet'})).get(kind.table)),
       el('fieldset', {}, el('div', {class: 'fields'}, inputs.map(([one, input]) => el('div', {class: 'field', title: one.about}, el('label', {for: input.id}, one.name), input)))),
       el('div', {class: 'row tools'}, submit), el('header', {}, el('span', {class: 'quiet'}, 'the same as a command'), copied), command);
@@ -101,13 +101,13 @@ export default async function draw(view) {
     const {document: done} = await change('reset', {what: 'cpcar'});
     return ['The counters begin anew', done.text.trim()];
   }));
-  const counters = el('section', {class: 'card third', 'aria-label': 'Counters of the control plane’s rate limits'},
+  const counters = el('section', {class: 'card', 'aria-label': 'Counters of the control plane’s rate limits'},
     el('header', {}, el('h2', {}, 'Rate limits’ counters'), now.set('cpcar_pro', el('span', {class: 'quiet'})).get('cpcar_pro')),
     el('p', {class: 'tools'}, 'Passed and dropped packets of each protocol to the control plane. Metrics see the fall as a restart of the counters.'),
     el('div', {class: 'row tools'}, clear), el('pre', {}, `${tool} diag clear cpcar status`));
-  const first = view.params.get('what') ?? '';
-  const cards = [...kinds].sort((a, b) => (b.what === first) - (a.what === first)).map(card);
-  view.fill(told, el('div', {class: 'cards'}, cards[0], counters, cards.slice(1)));
+  const [sessions, ...others] = kinds.map(card);
+  view.fill(told, el('div', {class: 'cards'}, sessions, el('div', {class: 'cards stack third'}, others, counters)));
+  if (view.params.get('what') === kinds[1].what) others[0].scrollIntoView({block: 'nearest'});
   if (!view.changes()) {
     view.place.querySelectorAll('button.main').forEach(button => { button.disabled = true; });
     fill(told, notice('info', 'This console only shows', 'nqeweb was started without --allow-changes. The forms make the commands for nqecli all the same.'));
