@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "host/base/host_error.h"
+#include "host/layout/value_text.h"
 #include "host/web/lost_pages.h"
 #include "host/web/message.h"
 
@@ -129,7 +130,9 @@ WebEngine &WebEngines::Find(std::string_view name) {
     throw WebProblem(404, "this server shows no engine (name one with --arena or --snapshot)");
   if (name.empty()) return engines_.front();
   for (WebEngine &engine : engines_) {
-    if (engine.name() == name) return engine;
+    std::string told;  // as documents have it
+    AppendEscaped(engine.name(), &told);
+    if (engine.name() == name || told == name) return engine;
   }
   throw WebProblem(404, "there is no engine " + Quoted(name) + "; /api/v1/engines lists them");
 }
