@@ -39,7 +39,8 @@ const numeric = field => /^[ui](8|16|32|64)/.test(field.kind) && field.width > 1
 
 function chosenFields(view, all) {
   const asked = view.params.get('fields')?.split(',').filter(Boolean);
-  if (asked) return asked.map(path => all.find(field => field.path === path)).filter(Boolean);
+  const known = asked?.map(path => all.find(field => field.path === path)).filter(Boolean);
+  if (known?.length) return known;
   const whole = listable(all).filter(field => !field.path.includes('['));
   return [...whole.filter(isKey), ...whole.filter(field => !isKey(field))].slice(0, kRoom);
 }
@@ -50,6 +51,7 @@ export default async function draw(view) {
   const here = sessions ? 'sessions' : `table/${name}`;
   const filters = view.params.getAll('filter');
   const sort = view.params.get('sort') ?? '';
+  view.title(sessions ? 'Sessions' : name);
   const described = await view.ask(`tables/${encodeURIComponent(name)}/fields`);
   const all = described.fields;
   view.title(sessions ? 'Sessions' : name, described.about);
