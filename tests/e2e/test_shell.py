@@ -113,6 +113,7 @@ def test_filters(shell):
     assert shell.ask("tables | head | count") == "10\n"
     assert shell.ask("list ctrlif_map_fwdif | count") == "61\n"  # behind the names
     assert shell.ask("list ctrlif_map_fwdif --limit 1 --fields ctrl_if_index | json") == nqecli_json()
+    assert shell.ask("--limit 1 --fields=ctrl_if_index list ctrlif_map_fwdif --json") == nqecli_json()
     # Commands that know text alone have it in a document; words of the library's own stay what they are.
     map_5 = json.dumps({"answer": map_answer(5).rstrip("\n")}, separators=(",", ":")) + "\n"
     assert shell.ask("diag search nqpTable 1 0 1005 0 0 | json") == map_5

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -126,7 +127,21 @@ class SinkScope {
   ~SinkScope() { SetOutputSink(nullptr); }
 };
 
+// Options of a command stand before it as well; the library's families know none.
+void PutCommandFirst(std::vector<std::string> *words) {
+  constexpr std::array<std::string_view, 3> kOfPlaces = {"--arena", "--snapshot", "--trust"};
+  size_t options = 0;
+  while (options < words->size() && (*words)[options].starts_with('-')) {
+    const std::string &word = (*words)[options];
+    options += OptionHasValue(word) || std::ranges::find(kOfPlaces, word) != kOfPlaces.end() ? 2 : 1;
+  }
+  if (options >= words->size() || host::FindEntryPoint((*words)[options]) != nullptr) return;
+  const auto command = words->begin() + static_cast<std::ptrdiff_t>(options);
+  std::rotate(words->begin(), command, command + 1);
+}
+
 void RunWords(const Place &place, std::vector<std::string> *words, Answer *answer) {
+  PutCommandFirst(words);
   if (words->front() == "help" && words->size() == 1) return (void)Print(Overview());
   if (words->front() == "help") *words = {(*words)[1], "--help"};
   if (TakesProcess(*words)) return RunInChild(place, words, answer);
