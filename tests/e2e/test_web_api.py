@@ -336,3 +336,17 @@ def test_changes(tmp_path, campus):
         assert done.json["text"] == "2 server maps told to end\n", done
         assert change("reset", {"what": "cpcar"}).status == 200
         assert nqecli("--arena", campus.engine.arena, "list", "cpcar_pro", "drop_packets>0", "--count").out == "0\n"
+
+
+def test_values_that_look_like_options_are_values(campus):
+    """In the answer, and in the command that shows the same."""
+    with Web("--arena", campus.engine.arena) as server:
+        for path, parameters, words in (
+                ("/find", {"value": "--help"}, ["find", "--limit", "1000", "--json", "--", "--help"]),
+                ("/find", {"value": "x"}, ["find", "--limit", "1000", "--json", "x"]),
+                ("/text", {"view": "arp", "keys": "--arena=/none"}, ["show", "--", "arp", "--arena=/none"])):
+            answer = server.get(API + path, parameters)
+            command = shlex.split(answer.headers["Nqe-Command"])
+            assert command[3:] == words, answer
+            same = nqecli(*command[1:])
+            assert (same.out == answer.body.decode()) if path == "/find" else (same.out == answer.json["text"]), (same, answer)
