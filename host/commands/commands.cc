@@ -17,6 +17,8 @@
 #include "host/commands/server_map_command.h"
 #include "host/commands/trace_command.h"
 #include "host/engine/engine.h"
+#include "host/layout/text_marks.h"
+#include "host/layout/value_text.h"
 #include "host/library/entry_points.h"
 #include "host/library/services.h"
 #include "platform/tbm.h"
@@ -46,7 +48,9 @@ EngineReply RunLibrary(Engine &, const Words &words) {
 
 void AppendLine(std::string *text, std::string label, const std::string &value) {
   label.resize(std::max<size_t>(label.size(), 9), ' ');
-  *text += label + ' ' + value + '\n';
+  *text += label + ' ';
+  AppendEscaped(value, text);  // names of files have any character
+  *text += '\n';
 }
 
 EngineReply Status(Engine &engine, const Words &) {
@@ -115,6 +119,17 @@ EngineReply Snapshot(Engine &engine, const Words &words) {
   throw HostError("snapshot how? (snapshot; or snapshot begin, changed MOMENT, rest MOMENT)");
 }
 
+EngineReply RunWords(Engine &engine, const Words &words);
+
+// For who shows the answer to people, who could not tell a text's newline from a line's end.
+EngineReply Escaped(Engine &engine, const Words &words) {
+  if (words.size() == 1 || words[1] == words[0]) throw HostError("escaped what? (escaped COMMAND WORDS...)");
+  const TextMarks marks;
+  EngineReply reply = RunWords(engine, {words.begin() + 1, words.end()});
+  reply.text = WithoutMarks(std::move(reply.text));
+  return reply;
+}
+
 EngineReply Clear(Engine &engine, const Words &words) {
   if (words.size() != 2 || words[1] != kClearedByCpcar)
     throw HostError("clear what? The engine can clear: cpcar");
@@ -160,6 +175,8 @@ EngineReply Help(Engine &engine, const Words &words);
 constexpr Command kCommands[] = {
     {"clear", "clear cpcar", "clear the statistics of the control-plane rate limits", Clear},
     {"egn", "egn WORDS...", "application identification: \"egn help\" lists its words", Egn},
+    {"escaped", "escaped COMMAND...", "what the command answers, newlines inside texts of records as \\n",
+     Escaped},
     {"help", "help", "list the engine's commands", Help},
     {"nat", "nat WORDS...", "query-nat-policy ruleName NAME: a rule; query-nat-address-group-usage [id N]",
      Nat},
@@ -189,16 +206,20 @@ EngineReply Help(Engine &, const Words &) {
   return {kReplyOk, text, {}};
 }
 
-}  // namespace
-
-EngineReply RunCommandLine(Engine &engine, std::string_view line) {
-  const Words words = SplitWords(line);
-  if (words.empty()) throw HostError("the command line is empty; \"help\" lists the engine's commands");
+EngineReply RunWords(Engine &engine, const Words &words) {
   if (FindEntryPoint(words[0]) != nullptr) return RunLibrary(engine, words);
   for (const Command &command : kCommands) {
     if (words[0] == command.name) return command.run(engine, words);
   }
   throw HostError("unknown command " + Quoted(words[0]) + "; \"help\" lists the engine's commands");
+}
+
+}  // namespace
+
+EngineReply RunCommandLine(Engine &engine, std::string_view line) {
+  const Words words = SplitWords(line);
+  if (words.empty()) throw HostError("the command line is empty; \"help\" lists the engine's commands");
+  return RunWords(engine, words);
 }
 
 }  // namespace qdt::host

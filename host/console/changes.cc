@@ -22,6 +22,7 @@ using JsonValue = Json::ValueType;
 
 constexpr size_t kMostConditions = 32;
 constexpr size_t kMostWord = 256;
+constexpr char kDryRun[] = "dry_run";
 
 constexpr char kTraceBody[] =
     R"({"type":"object","description":"with set all conditions are new ones; the names are those of nqecli pkt_trace set, those without a value take true","properties":{
@@ -32,7 +33,8 @@ constexpr char kMeasurementBody[] = R"({"type":"object","properties":{
 "points":{"description":"a mode of the fast statistics, or stop","type":["integer","string"]}},
 "minProperties":1,"maxProperties":1,"additionalProperties":false})";
 constexpr char kResetBody[] = R"({"type":"object","properties":{
-"what":{"enum":["cpcar","session","server-map"],"description":"counters of the control plane's rate limits; sessions or server maps, whose conditions are the parameters of nqecli agent reset-session, reset-server-map"}},
+"what":{"enum":["cpcar","session","server-map"],"description":"counters of the control plane's rate limits; sessions or server maps, whose conditions are the parameters of nqecli agent reset-session, reset-server-map"},
+"dry_run":{"description":"of sessions and server maps: end nothing, and tell what would end","type":"boolean"}},
 "required":["what"],"additionalProperties":{"type":["string","integer"]}})";
 constexpr char kChangeSchema[] = R"({"type":"object","properties":{
 "commands":{"type":"array","items":{"type":"string"}},"text":{"type":"string"}},
@@ -114,16 +116,20 @@ std::vector<Words> MeasurementCommands(const Json &body) {
 
 std::vector<Words> ResetCommands(const Json &body) {
   const std::string what = ActionOf(body, "what");
+  const auto dryRun = body.FindMember(kDryRun);
+  if (dryRun != body.MemberEnd() && (what == "cpcar" || !dryRun->value.IsBool()))
+    throw WebProblem(400, "dry_run is true or false, of sessions and server maps");
   if (what == "cpcar") return {{"diag", "clear", "cpcar", "status"}};
   if (what != "session" && what != "server-map")
     throw WebProblem(400, "what is reset is cpcar, session or server-map");
   Words words{"agent", "reset-" + what};
   for (const auto &member : body.GetObject()) {
+    if (TextOf(member.name) == kDryRun) continue;
     const std::string name = CheckedName(member.name, true);
     if (name == "what") continue;
     words.push_back(name + "=" + ValueOf(name, member.value));
   }
-  words.emplace_back("--yes");
+  words.emplace_back(dryRun != body.MemberEnd() && dryRun->value.GetBool() ? "--dry-run" : "--yes");
   return {words};
 }
 
@@ -161,7 +167,8 @@ class Changer {
     ChildLimits limits = options_.child;
     limits.memory = 0;  // the engine's tables are mapped privately
     const ChildAnswer answer = RunTool(options_, engine_, "nqecli", words, "", limits);
-    if (answer.code == 0) return answer.output;
+    // How many there were is a remark.
+    if (answer.code == 0) return answer.output + answer.errors;
     if (answer.late) throw WebProblem(504, "the engine did not take it in time", "time-limit");
     std::string why = answer.errors.empty() ? answer.output : answer.errors;
     why.resize(std::min(why.find('\n'), why.size()));

@@ -289,6 +289,8 @@ void Console::AddCommandRoutes(Routes *routes) {
          std::vector<std::string> words{view};
          words.insert(words.end(), keys.begin(), keys.end());
          const ViewText text = TextOfView(options_, engine, words);
+         const auto isOption = [](const std::string &key) { return key.starts_with('-'); };
+         if (std::ranges::any_of(keys, isOption)) words.insert(words.begin(), "--");
          words.insert(words.begin(), "show");
          const std::string command = CommandText(&engine, words);
          return DocumentAnswer(

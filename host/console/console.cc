@@ -165,7 +165,11 @@ void WriteEngines(TextOut *out, WebEngines *engines, bool allowChanges) {
 }  // namespace
 
 Console::Console(ConsoleOptions options, WebEngines *engines)
-    : options_(std::move(options)), engines_(*engines), history_(std::make_unique<History>()) {}
+    : options_(std::move(options)), engines_(*engines), history_(std::make_unique<History>()) {
+  for (WebEngine &engine : engines->all()) {
+    if (options_.curves && !engine.saved()) history_->Keep(&engine);
+  }
+}
 Console::~Console() = default;
 void Console::Stop() { history_->Stop(); }
 

@@ -15,7 +15,8 @@ struct ConsoleOptions {
   std::string programs;              // the folder of nqecli and its companions
   std::vector<std::string> trusted;  // users whose engines are believed
   bool allowChanges = false;
-  ChildLimits child;  // for what is asked of nqecli, statements of SQL among them
+  bool curves = false;  // also while nobody looks
+  ChildLimits child;    // for what is asked of nqecli, statements of SQL among them
 };
 
 class History;

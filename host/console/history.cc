@@ -171,13 +171,20 @@ void History::Stop() {
   changed_.notify_all();
 }
 
+void History::Keep(WebEngine *engine) {
+  if (!Want(engine))
+    throw HostError("curves are kept of " + std::to_string(kEngines) + " engines at most; name fewer");
+  const std::lock_guard lock(mutex_);
+  looked_[engine].until = Clock::time_point::max();
+}
+
 bool History::Want(WebEngine *engine) {
   const std::lock_guard lock(mutex_);
   const Clock::time_point now = Clock::now();
   std::erase_if(looked_, [now](const auto &each) { return each.second.until < now; });
   if (looked_.size() >= kEngines && !looked_.contains(engine)) return false;
   Looked &looked = looked_[engine];
-  looked.until = now + kInterest;
+  looked.until = std::max(looked.until, now + kInterest);
   if (looked.counters != nullptr) return true;
   looked.counters = std::make_shared<Counters>();
   changed_.notify_all();

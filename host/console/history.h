@@ -40,8 +40,9 @@ struct Sample {
 // most first.
 void WriteSample(JsonWriter *json, const Sample &sample);
 
-// Reads what engines count, every few seconds, for as long as somebody looks at them: since nobody can look
-// at what was before, the curves of a page that is opened begin with it. Keeps ten minutes of a few engines.
+// Reads what engines count, every few seconds, for as long as somebody looks at them, or for good: since
+// nobody can look at what was before, the curves of a page that is opened begin with it otherwise. Keeps ten
+// minutes of a few engines.
 class History {
  public:
   static constexpr std::chrono::seconds kPeriod{2};
@@ -53,6 +54,8 @@ class History {
   History();
   ~History();
 
+  // The engine is looked at for good. Throws HostError when too many are.
+  void Keep(WebEngine *engine);
   // Somebody looks at the engine. False when too many are looked at already.
   bool Want(WebEngine *engine);
   // The samples behind number `after`, of the last `seconds`.

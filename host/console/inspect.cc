@@ -27,9 +27,12 @@ WebAnswer AnswerFind(WebEngine &engine, const RouteCall &call) {
   const SearchValue value(text);
   const WebEngine::Loan source = engine.Borrow();
   MatchCount count{call.Number("limit").value_or(kMatches)};
-  return DocumentAnswer(
-      [&](TextOut *out) { WriteFindDocument(out, *source, text, value, &count); },
-      CommandText(&engine, {"find", text, "--limit", std::to_string(count.limit), "--json"}));
+  std::vector<std::string> words{"find", "--limit", std::to_string(count.limit), "--json"};
+  // What follows the two dashes is never an option.
+  if (text.starts_with('-')) words.emplace_back("--");
+  words.push_back(text);
+  return DocumentAnswer([&](TextOut *out) { WriteFindDocument(out, *source, text, value, &count); },
+                        CommandText(&engine, words));
 }
 
 WebAnswer AnswerExplain(WebEngine &engine, const RouteCall &call) {

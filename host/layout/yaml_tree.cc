@@ -66,8 +66,9 @@ class YamlTreeBuilder : public YAML::EventHandler {
   }
 
   void OnMapEnd() override {
-    CheckKeys(*open_.back());
-    if (open_.back()->Get(kMerge) != nullptr) Merge(open_.back());
+    YamlNode *map = open_.back();
+    CheckKeys(map);
+    if (const YamlNode *merged = map->Get(kMerge)) Merge(map, *merged);
     Close();
   }
 
@@ -111,37 +112,49 @@ class YamlTreeBuilder : public YAML::EventHandler {
     }
   }
 
-  void CheckKeys(const YamlNode &map) {
+  // A mistake in a mapping, which goes on without what it is about.
+  void Tell(YamlNode *map, uint32_t line, const std::string &what) {
+    if (!tree_.mistakes_) tree_.Fail(line, what);
+    map->isFaulty = true;
+    tree_.mistakes_(tree_.Located(line, what));
+  }
+
+  void CheckKeys(YamlNode *map) {
     std::unordered_set<std::string_view> seen;
-    for (size_t i = 0; i < map.items.size(); i += 2) {
-      const YamlNode &key = *map.items[i];
-      if (!key.IsScalar())
-        tree_.Fail(key.line, "a key that is not a plain name (write NAME: VALUE, and close every bracket)");
-      if (!seen.insert(key.text).second) {
-        tree_.Fail(key.line, Quoted(key.text) + " stands twice in one mapping (remove one)");
+    size_t kept = 0;
+    for (size_t i = 0; i < map->items.size(); i += 2) {
+      const YamlNode &key = *map->items[i];
+      if (!key.IsScalar()) {
+        Tell(map, key.line, "a key that is not a plain name (write NAME: VALUE, and close every bracket)");
+      } else if (!seen.insert(key.text).second) {
+        Tell(map, key.line, Quoted(key.text) + " stands twice in one mapping (remove one)");
+      } else {
+        map->items[kept++] = map->items[i];
+        map->items[kept++] = map->items[i + 1];
       }
     }
+    map->items.resize(kept);
   }
 
   // "<<: *base", or "<<: [*base, *other]": the names of those mappings that this one does not have itself, of
   // the first that has them.
-  void Merge(YamlNode *map) {
-    constexpr char kWanted[] = "\"<<\" takes mappings (write <<: *ANCHOR, or <<: [*ANCHOR, ...])";
-    const std::vector<const YamlNode *> written = std::exchange(map->items, {});
-    const YamlNode *merged = nullptr;
+  void Merge(YamlNode *map, const YamlNode &merged) {
     std::unordered_set<std::string_view> names;
-    for (size_t i = 0; i < written.size(); i += 2) {
-      if (written[i]->text == kMerge) {
-        merged = written[i + 1];
+    size_t kept = 0;
+    for (size_t i = 0; i < map->items.size(); i += 2) {
+      if (map->items[i]->text == kMerge) continue;
+      names.insert(map->items[i]->text);
+      map->items[kept++] = map->items[i];
+      map->items[kept++] = map->items[i + 1];
+    }
+    map->items.resize(kept);
+    const std::vector<const YamlNode *> one{&merged};
+    for (const YamlNode *base : merged.IsList() ? merged.items : one) {
+      if (!base->IsMap()) {
+        Tell(map, base->line, "\"<<\" takes mappings (write <<: *ANCHOR, or <<: [*ANCHOR, ...])");
         continue;
       }
-      map->items.insert(map->items.end(), {written[i], written[i + 1]});
-      names.insert(written[i]->text);
-    }
-    if (!merged->IsMap() && !merged->IsList()) tree_.Fail(merged->line, kWanted);
-    const std::vector<const YamlNode *> one{merged};
-    for (const YamlNode *base : merged->IsMap() ? one : merged->items) {
-      if (!base->IsMap()) tree_.Fail(base->line, kWanted);
+      map->isFaulty |= base->isFaulty;
       for (size_t i = 0; i < base->items.size(); i += 2) {
         if (!names.insert(base->items[i]->text).second) continue;
         map->items.insert(map->items.end(), {base->items[i], base->items[i + 1]});
@@ -157,7 +170,8 @@ class YamlTreeBuilder : public YAML::EventHandler {
   std::unordered_map<YAML::anchor_t, const YamlNode *> anchors_;
 };
 
-YamlTree::YamlTree(std::string file, std::string_view text) : file_(std::move(file)) {
+YamlTree::YamlTree(std::string file, std::string_view text, TakeMistake mistakes)
+    : file_(std::move(file)), mistakes_(std::move(mistakes)) {
   CheckCharacters(text);
   std::istringstream stream{std::string(text)};
   YamlTreeBuilder builder(this);
@@ -173,8 +187,8 @@ YamlTree::YamlTree(std::string file, std::string_view text) : file_(std::move(fi
   if (!root_->IsMap()) Fail(root_->line, "not a mapping (write NAME: at the start of a line)");
 }
 
-void YamlTree::Fail(uint32_t line, const std::string &what) const {
-  throw HostError(file_ + (line > 0 ? ":" + std::to_string(line) : "") + ": " + what);
+std::string YamlTree::Located(uint32_t line, const std::string &what) const {
+  return file_ + (line > 0 ? ":" + std::to_string(line) : "") + ": " + what;
 }
 
 // Two things that the parser does not survive well: some control characters, which it takes for the end of

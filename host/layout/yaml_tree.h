@@ -3,9 +3,12 @@
 
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "host/base/host_error.h"
 
 namespace qdt::host {
 
@@ -14,6 +17,7 @@ struct YamlNode {
   enum class Kind : uint8_t { kNull, kScalar, kList, kMap };
 
   Kind kind = Kind::kNull;
+  bool isFaulty = false;  // of a mapping: names may be missing for a mistake that has been told
   uint32_t line = 0;
   uint64_t expandedSize = 1;            // nodes that a walk over it meets, aliases followed
   std::string text;                     // of a scalar, as written
@@ -38,23 +42,31 @@ class YamlTree {
   // Bytes of the largest files that are read.
   static constexpr uint64_t kMaxFileSize = 128u << 20;
 
-  // Throws HostError "FILE:LINE: what is wrong (how to mend it)".
-  YamlTree(std::string file, std::string_view text);
+  // Takes the line of a mistake that leaves the rest of the file readable.
+  using TakeMistake = std::function<void(const std::string &line)>;
+
+  // Throws HostError "FILE:LINE: what is wrong (how to mend it)". With `mistakes` those within one mapping
+  // (a name that is none or stands twice, a wrong "<<") go there, and the mapping lacks what they are about.
+  YamlTree(std::string file, std::string_view text, TakeMistake mistakes = {});
 
   // The document, which is a mapping.
   const YamlNode &root() const { return *root_; }
   const std::string &file() const { return file_; }
 
   // Throws HostError "FILE:LINE: WHAT". Lines count from 1; line 0 stands for the whole file.
-  [[noreturn]] void Fail(uint32_t line, const std::string &what) const;
+  [[noreturn]] void Fail(uint32_t line, const std::string &what) const {
+    throw HostError(Located(line, what));
+  }
 
  private:
   friend class YamlTreeBuilder;
 
+  std::string Located(uint32_t line, const std::string &what) const;
   void CheckCharacters(std::string_view text) const;
   [[noreturn]] void FailDepth(uint32_t line) const;
 
   std::string file_;
+  TakeMistake mistakes_;
   std::deque<YamlNode> nodes_;
   const YamlNode *root_ = nullptr;
 };

@@ -30,7 +30,7 @@ void EntryTemplate::Bind(const FieldSet &fields, const FieldSet *key, const Yaml
   const size_t mistakes = CountOf(mistakes_);
   BindMap(fields, key, entry, 0, "");
   // What seems to be missing may just be written wrong.
-  if (CountOf(mistakes_) != mistakes) return;
+  if (CountOf(mistakes_) != mistakes || entry.isFaulty) return;
   BindTimes(fields, entry);
   if (key == nullptr) return;
   BindRestOfKey(*key, entry);
@@ -235,6 +235,7 @@ void EntryTemplate::BindValue(const FieldRef &field, bool inKey, const YamlNode 
     const YamlNode *from = node.Get("from");
     const YamlNode *step = node.Get("step");
     if (from == nullptr || step == nullptr || node.items.size() != 4) {
+      if (node.isFaulty) return;
       Fail(node, path, "not a value (write one, or {from: VALUE, step: NUMBER})");
     }
     if (!counting_) Fail(node, path, "counts up in an entry that is not repeated (add repeat: NUMBER)");
@@ -278,7 +279,7 @@ void EntryTemplate::BindReference(const Field &field, const YamlNode &node, uint
       return BindTarget(field, target, *key, base, path + "." + std::string(target));
     choice += (choice.empty() ? "{" : " or {") + std::string(target) + ": {KEY FIELD: VALUE, ...}}";
   }
-  Fail(node, path, "not a reference that names its table (write " + choice + ")");
+  if (!node.isFaulty) Fail(node, path, "not a reference that names its table (write " + choice + ")");
 }
 
 void EntryTemplate::BindTarget(const Field &field, std::string_view table, const YamlNode &node,
@@ -300,7 +301,7 @@ void EntryTemplate::BindTarget(const Field &field, std::string_view table, const
   const YamlNode &wanted = stale != nullptr ? *stale : node;
   const size_t mistakes = CountOf(mistakes_);
   unbound.key->BindMap(FieldSet(), &target->key, wanted, 0, "");
-  if (CountOf(mistakes_) != mistakes) return;
+  if (CountOf(mistakes_) != mistakes || wanted.isFaulty) return;
   unbound.key->BindRestOfKey(target->key, wanted);
   references_.push_back(std::move(unbound));
 }

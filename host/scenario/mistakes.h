@@ -1,6 +1,7 @@
 #ifndef HOST_SCENARIO_MISTAKES_H_
 #define HOST_SCENARIO_MISTAKES_H_
 
+#include <algorithm>
 #include <cstddef>
 #include <string>
 #include <utility>
@@ -19,17 +20,22 @@ class Mistakes {
 
   explicit Mistakes(size_t most) : most_(most) {}
 
-  // Throws Enough with the last one that there is room for.
+  // Throws Enough with the last one that there is room for. One that is met on several ways, as by aliases,
+  // is told once.
   void Note(std::string line) {
+    ++count_;
+    if (std::ranges::find(lines_, line) != lines_.end()) return;
     lines_.push_back(std::move(line));
     if (lines_.size() >= most_) throw Enough();
   }
 
-  size_t count() const { return lines_.size(); }
+  // How often one was met.
+  size_t count() const { return count_; }
   const std::vector<std::string> &lines() const { return lines_; }
 
  private:
   size_t most_;
+  size_t count_ = 0;
   std::vector<std::string> lines_;
 };
 

@@ -105,17 +105,16 @@ class NatPolicyReader {
 
   void ReadRule(const YamlNode &node) {
     if (!node.IsMap()) Fail(node, "", "a rule that is not a mapping (write {name: ..., action: ...})");
+    const size_t mistakes = CountOf(mistakes_);
     CheckNames(node);
     NatPolicyRule rule;
+    // What seems to be missing may just be written wrong.
+    const bool hasItsNames = CountOf(mistakes_) == mistakes && !node.isFaulty;
     for (const Property &property : kProperties) {
-      const std::string value = Value(node, property);
-      std::string label = property.label;
-      label.resize(13, ' ');
-      rule.text += (rule.text.empty() ? "  " : "\n  ") + label + ":  " + value;
-      if (rule.name.empty()) rule.name = value;
-      if (property.otherwise == nullptr || value != property.otherwise)
-        rule.entry += (rule.entry.empty() ? "{" : ", ") + (property.name + (": " + InQuotes(value)));
+      if (hasItsNames || node.Get(property.name) != nullptr)
+        Attempt(mistakes_, [&] { AddProperty(property, Value(node, property), &rule); });
     }
+    if (CountOf(mistakes_) != mistakes || node.isFaulty) return;
     rule.entry += '}';
     rule.translates = ValueOf(node, "action") == kSourceNat;
     rule.addressGroup = Number(ValueOf(node, "address_group"));
@@ -126,18 +125,28 @@ class NatPolicyReader {
     rules_.push_back(std::move(rule));
   }
 
+  static void AddProperty(const Property &property, const std::string &value, NatPolicyRule *rule) {
+    std::string label = property.label;
+    label.resize(13, ' ');
+    rule->text += (rule->text.empty() ? "  " : "\n  ") + label + ":  " + value;
+    if (rule->name.empty()) rule->name = value;
+    if (property.otherwise == nullptr || value != property.otherwise)
+      rule->entry += (rule->entry.empty() ? "{" : ", ") + (property.name + (": " + InQuotes(value)));
+  }
+
   void CheckNames(const YamlNode &node) const {
-    for (size_t i = 0; i < node.items.size(); i += 2) {
-      const std::string &name = node.items[i]->text;
-      const auto isName = [&name](const Property &property) { return property.name == name; };
-      if (std::any_of(std::begin(kProperties), std::end(kProperties), isName)) continue;
-      NearName near(name);
-      std::string_view nearest;
-      for (const Property &property : kProperties) {
-        if (near.Offer(property.name)) nearest = property.name;
-      }
-      Fail(*node.items[i], name.substr(0, 64), "no such property" + DidYouMean(nearest, "remove it"));
+    for (size_t i = 0; i < node.items.size(); i += 2) Attempt(mistakes_, [&] { CheckName(*node.items[i]); });
+  }
+
+  void CheckName(const YamlNode &node) const {
+    const std::string &name = node.text;
+    NearName near(name);
+    std::string_view nearest;
+    for (const Property &property : kProperties) {
+      if (property.name == name) return;
+      if (near.Offer(property.name)) nearest = property.name;
     }
+    Fail(node, name.substr(0, 64), "no such property" + DidYouMean(nearest, "remove it"));
   }
 
   std::string Value(const YamlNode &rule, const Property &property) const {

@@ -82,8 +82,11 @@ class ScenarioReader {
 
   // Each file is read once, so that neither circles nor files that include many others get out of hand.
   void ReadFile(const std::string &file, std::string_view text) {
-    const YamlTree *const outer = std::exchange(tree_, &trees_.emplace_back(file, text));
+    YamlTree::TakeMistake mistakes;
+    if (mistakes_ != nullptr) mistakes = [this](const std::string &line) { mistakes_->Note(line); };
+    const YamlTree *const outer = std::exchange(tree_, &trees_.emplace_back(file, text, mistakes));
     const YamlNode &root = tree_->root();
+    if (root.isFaulty) somethingIsUnread_ = true;
     for (size_t i = 0; i < root.items.size(); i += 2) {
       const bool good = Attempt(mistakes_, [&] { ReadSection(*root.items[i], *root.items[i + 1]); });
       // Nobody knows what the section would have had.
@@ -195,7 +198,9 @@ class ScenarioReader {
   void ReadEntry(const TableLayout &table, const YamlNode &node) {
     if (!node.IsMap())
       Fail(node, std::string(table.shortName), "an entry that is not a mapping (write {FIELD: VALUE, ...})");
-    const uint32_t count = Repetitions(table, node);
+    const size_t mistakes = CountOf(mistakes_);
+    uint32_t count = 1;
+    Attempt(mistakes_, [&] { count = Repetitions(table, node); });
     PlannedTable &planned = scenario_.tables_.back();
     const uint32_t first = planned.count();
     if (full_) return;  // that has been said
@@ -206,9 +211,8 @@ class ScenarioReader {
            "the table is full (it holds " + std::to_string(table.spec.capacity) + " entries)");
     }
     EntryTemplate entry(*tree_, layout_, table.shortName, node.Get("repeat") != nullptr, mistakes_);
-    const size_t mistakes = CountOf(mistakes_);
     entry.Bind(table.fields, &table.key, node);
-    if (CountOf(mistakes_) != mistakes) return;
+    if (CountOf(mistakes_) != mistakes || node.isFaulty) return;
     planned.keys.resize(planned.keys.size() + size_t{count} * table.spec.keySize);
     planned.records.resize(planned.records.size() + size_t{count} * table.spec.StoredSize());
     entry.Prepare(count, table.spec.keySize, table.spec.StoredSize());
@@ -304,7 +308,7 @@ class ScenarioReader {
     EntryTemplate contents(*tree_, layout_, name.text, false, mistakes_);
     const size_t mistakes = CountOf(mistakes_);
     contents.Bind(region->fields, nullptr, node);
-    if (CountOf(mistakes_) != mistakes) return;
+    if (CountOf(mistakes_) != mistakes || node.isFaulty) return;
     if (contents.LeadsElsewhere()) Fail(node, name.text, "references are for tables (write an address)");
     PlannedRegion &planned = scenario_.regions_.emplace_back();
     planned.layout = region;

@@ -24,7 +24,7 @@ int32_t DeliverFound(const TableView &table, const Find &find, void **entry) {
       continue;
     }
     NoteDelivered(table, found);
-    *entry = table.Address(found.ref);
+    *entry = table.Delivered(found.ref);
     return kTbmOk;
   }
   return kTbmInternal;

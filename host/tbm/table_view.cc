@@ -168,8 +168,7 @@ TableView::Copied TableView::CopyMoving(const Place &place, void *record, uint32
 }
 
 void TableView::Mark(void *records, uint32_t count) const {
-  if (g_copyMark != nullptr && arena_->role() != Arena::Role::kEngine)
-    g_copyMark(id_, records, shape_->recordSize, count);
+  if (g_copyMark != nullptr) g_copyMark(id_, records, shape_->recordSize, count);
 }
 
 TableView::Copied TableView::Deliver(const Place &place) const {
@@ -194,6 +193,17 @@ TableView::Copied TableView::Deliver(const Place &place) const {
   std::memcpy(Record(place.ref), whole, size);
   SlotAt(place.ref)->serial.store(place.serial, std::memory_order_relaxed);
   return Copied::kWhole;
+}
+
+void *TableView::Delivered(uint32_t ref) const {
+  if (g_copyMark == nullptr || arena_->role() != Arena::Role::kEngine) return Address(ref);
+  static thread_local Desk desk;
+  const uint32_t size = shape_->recordSize;
+  auto *marked = static_cast<char *>(desk.Room(size));
+  if (marked == nullptr) return Address(ref);
+  std::memcpy(marked, Record(ref), size);
+  Mark(marked, 1);
+  return std::memcmp(marked, Record(ref), size) == 0 ? Address(ref) : marked + shape_->searchOffset;
 }
 
 // Nobody writes to a snapshot any more.

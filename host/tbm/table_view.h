@@ -41,7 +41,8 @@ struct Place {
 // What a client does to the copies that it is about to read in place; each is `size` bytes of the table's
 // record.
 using CopyMark = void (*)(uint32_t table, void *records, uint32_t size, uint32_t count);
-// Null: nothing. The engine's own records are left alone.
+// Null: nothing. What stands in the engine's own records is left alone: there it is done to copies beside
+// them.
 void SetCopyMark(CopyMark mark);
 
 class TableView {
@@ -95,6 +96,8 @@ class TableView {
   // The slot of a delivered address whose entry lives, or 0.
   uint32_t RefOfAddress(const void *address) const;
   // What TbmTblSearch delivers.
+  // In the engine, where a mark changes the record, a copy that stands until the next delivery.
+  void *Delivered(uint32_t ref) const;
   void *Address(uint32_t ref) const { return reinterpret_cast<char *>(Record(ref)) + shape_->searchOffset; }
 
   // Whether the index has storage; nothing of it may be touched before.

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "host/base/host_error.h"
+#include "host/layout/value_text.h"
 #include "host/web/lost_pages.h"
 #include "host/web/message.h"
 
@@ -95,6 +96,12 @@ void WebEngine::Return(std::unique_ptr<RecordSource> source, uint64_t generation
   if (generation == generation_ && kept_.size() < kKept) kept_.push_back(std::move(source));
 }
 
+std::string WebEngine::ToldName() const {
+  std::string told;
+  AppendEscaped(name_, &told);
+  return told;
+}
+
 WebEngine::Loan::~Loan() {
   if (source_ != nullptr) engine_->Return(std::move(source_), generation_);
 }
@@ -129,7 +136,7 @@ WebEngine &WebEngines::Find(std::string_view name) {
     throw WebProblem(404, "this server shows no engine (name one with --arena or --snapshot)");
   if (name.empty()) return engines_.front();
   for (WebEngine &engine : engines_) {
-    if (engine.name() == name) return engine;
+    if (engine.name() == name || engine.ToldName() == name) return engine;
   }
   throw WebProblem(404, "there is no engine " + Quoted(name) + "; /api/v1/engines lists them");
 }

@@ -57,6 +57,8 @@ class WebEngine {
       : name_(std::move(name)), path_(std::move(path)), saved_(saved) {}
 
   const std::string &name() const { return name_; }
+  // The name as documents and metrics have it: files may be called anything.
+  std::string ToldName() const;
   const std::string &path() const { return path_; }
   // Whether it was named as a saved arena.
   bool saved() const { return saved_; }

@@ -234,6 +234,34 @@ def test_hostile_addresses_are_texts(browser, hostile):
         assert not {"IMG", "SCRIPT"} & set(browser.run("return [...document.querySelectorAll('main *')].map(one => one.tagName)"))
 
 
+def test_hostile_names_of_files(browser, place):
+    """An arena may be called anything; its views work, and its name is a text."""
+    place.arena = place.directory / "<img src=x onerror=alert(1)>\x1b[31m\u202e"
+    place.start()
+    shown = "<img src=x onerror=alert(1)>\\x1b[31m\\xe2\\x80\\xae"
+    with console("--arena", place.arena) as web:
+        for view in ("", "tables", "engines", "table/ctrlif_map_fwdif"):
+            browser.open(web, f"{view}?engine=%3Cimg%20src%3Dx%20onerror%3Dalert(1)%3E%5Cx1b%5B31m%E2%80%AE")
+            browser.until("document.getElementById('state').dataset.state === 'up'", "the engine to be seen")
+            said = browser.run("return [document.body.innerText, document.getElementById('engine').textContent, document.title].join()")
+            assert shown in said and "\u202e" not in said, said
+            assert browser.run("return document.querySelectorAll('main img, header img, .notice.bad').length") == 0
+        browser.leave()
+    place.stop()
+
+
+def test_an_engine_that_the_console_does_not_have(browser, web):
+    browser.expected = ("404",)
+    browser.open(web, "table/arp?engine=elsewhere")
+    said = browser.until("document.querySelector('#notice .notice.bad')?.textContent", "the notice")
+    assert said.startswith("This console has no engine elsewhere"), said
+    # The console itself answers all the while.
+    assert browser.run("return document.getElementById('state-text').textContent") == "no such engine"
+    browser.click("#notice a")
+    browser.says("2 engines")
+    browser.until("document.getElementById('state').dataset.state === 'up'", "an engine that it has")
+
+
 def pixels(data):
     """Width, height and the colours of a PNG file of 8 bits a channel, each counted once for every row in which it is."""
     assert data[:8] == b"\x89PNG\r\n\x1a\n"

@@ -26,6 +26,7 @@ VIEWS = {
     "region": ("region/IPP_SESSION_AGING_TIME", "IPP_SESSION_AGING_TIME", "600"),
     "trace": ("trace", "Packet trace", "from the driver"),
     "measure": ("measure", "Tasks and points", "DRV_FAST_RX"),
+    "reset": ("reset", "Resets", "Set them to 0"),
     "explain": ("search?q=192.0.2.11", "“192.0.2.11”", "dhcp_snooping_bind"),
     "find": ("search?q=101", "“101”", "fwdif if_index=101"),
     "diff": ("diff?a=arena&b=before", "Compare", "difference"),
@@ -107,7 +108,11 @@ FIB = ["prefix", "vpn", "destination", "op_code", "multi_next_hop", "default", "
 
 def test_what_is_wrong_is_said(browser, web):
     browser.expected = ("400", "404")
-    for place, words in (("table/nowhere", "nowhere"), ("table/fib?filter=color%3Dred", "color"),
+    browser.open(web, "table/fib?fields=color")
+    browser.says("203.0.113.128")
+    browser.open(web, "region/NOWHERE")
+    assert browser.run("return document.getElementById('title').textContent") == "NOWHERE"
+    for place, words in (("table/nowhere", "nowhere"), ("diff?a=arena&b=elsewhere", "elsewhere"), ("table/fib?filter=color%3Dred", "color"),
                          ("record/arp?key=vpn%3D0&key=next_hop%3D203.0.113.99", "no such entry"), ("sql?q=SELECT+*+FROM+nothing", "nothing")):
         browser.open(web, place)
         said = browser.until("document.querySelector('.notice.bad')?.textContent", "the problem")
@@ -133,6 +138,18 @@ def test_references_lead_on(browser, web):
     browser.until("document.getElementById('title').textContent === 'nhp index=10'", "the next hop")
     browser.open(web, "record/fib?key=prefix%3D25&key=vpn%3D0&key=destination%3D203.0.113.128")
     assert browser.until("document.querySelector('.stale')?.textContent", "what leads nowhere") == "nhp/stale"
+
+
+def test_tables_and_counters_are_found_by_their_names(browser, web):
+    browser.open(web, "search?q=arp%20miss")
+    browser.says("What is called so")
+    browser.says("discard")
+    assert "arp miss" in browser.view()
+    browser.open(web, "search?q=neighbours")
+    browser.says("IPv6 neighbours and their MAC addresses")
+    browser.click("section[aria-label='What is called so'] a[href*='table/nd']")
+    browser.until("location.hash.startsWith('#/table/nd')", "the table")
+    browser.says("41 entries")
 
 
 def test_search_box(browser, web):

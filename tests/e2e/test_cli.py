@@ -159,6 +159,13 @@ def test_options_stand_anywhere(engine):
     reply = nqecli("engine", "--arena", engine.arena, "status")
     assert reply.code == 0 and reply.out == nqecli("engine", "status", "--arena", engine.arena).out, reply
     nqecli("usage", "--arena=a", "--snapshot=b").failed("exclude each other")
+    one = engine.cli("list", "ctrlif_map_fwdif", "--limit", "1", "--json")
+    assert one.code == 0 and '"count":1,' in one.out, one
+    engine.cli("--limit", "1", "--json", "list", "ctrlif_map_fwdif").answered(one.out)
+    engine.cli("--limit=1", "list", "--json", "ctrlif_map_fwdif").answered(one.out)
+    nqecli("--limit", "1").failed('unknown option "--limit"')
+    engine.cli("--json", "diag", "search").failed('unknown option "--json"')
+    engine.cli("--csv", "check").failed('unknown option "--csv"')
     # Behind "--" nothing is an option.
     engine.cli("show", "--", "ctrlif_map_fwdif", "1005").answered(map_answer(5))
     # The device's own command families keep all their words.

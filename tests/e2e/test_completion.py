@@ -40,6 +40,7 @@ def test_bash(campus):
                    *":".join("02 00 5e 30 00 0".split()).replace(":", " : ").split())[0]
     assert macs[:3] == ["01", "02", "03"], macs
     assert offered(f"{line} engine region IPP_S", *place, "engine", "region", "IPP_S")[0] == ["IPP_SESSION_AGING_TIME"]
+    assert offered(f"{line} engine tr", *place, "engine", "tr")[0] == ["trace-pkt-nqe", "trace-tail"]
     assert offered("agent trace-pkt-s", "agent", "trace-pkt-s")[0] == ["trace-pkt-set"]
     assert offered("nonsense x", "nonsense", "x")[0] == []
     assert offered(f"{line} watch list arp next_hop=192.0.2.1", *place, "watch", "list", "arp", "next_hop", "=",

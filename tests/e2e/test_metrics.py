@@ -2,7 +2,9 @@
 
 import concurrent.futures
 import contextlib
+import os
 import signal
+import urllib.parse
 
 import pytest
 from conftest import ROOT, engine_place
@@ -39,6 +41,15 @@ def campus_engine(place):
 
 def series(text):
     return dict(line.rsplit(" ", 1) for line in text.splitlines() if not line.startswith("#"))
+
+
+def test_names_of_files(tmp_path):
+    """A file may be called anything; its name spoils the scrape of no other."""
+    with web("--arena", tmp_path / "fine", "--arena", os.fsdecode(bytes(tmp_path) + b'/a"\xff\n\x1b')) as ask:
+        status, _, text = ask("/metrics")
+        assert status == 200 and {line for line in text.splitlines() if line.startswith("nqe_up")} == {
+            'nqe_up{target="a\\"\\\\xff\\\\x0a\\\\x1b"} 0', 'nqe_up{target="fine"} 0'}, text
+        assert ask("/probe?target=" + urllib.parse.quote('a"\\xff\\x0a\\x1b')) == (200, TYPE, GONE)
 
 
 def test_one_engine(campus_engine):

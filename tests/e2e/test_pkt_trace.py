@@ -121,6 +121,7 @@ def test_a_name_of_several_words_gets_a_hint(engine):
     # What it names does what it says.
     engine.cli("agent", "debug-pkt", "enable=true", "discard-type=arp miss").answered("")
     assert " Condition                : 0x0000000000000020\n" in engine.cli("pkt_trace", "show").out
-    assert engine.cli("pkt_trace", "set", "discard_type", "nonsense").err == ""
+    assert engine.cli("pkt_trace", "set", "discard_type", "nonsense").err == (
+        'nqecli: no discard type is called "nonsense" (they are the discard counters of nqecli statistics)\n')
     assert engine.cli("pkt_trace", "set", "discard_type", "arp mess").err == (
         'nqecli: no discard type is called "arp mess" (they are the discard counters of nqecli statistics)\n')

@@ -324,5 +324,29 @@ def test_changes(tmp_path, campus):
         change("measurement", {"points": 99}).is_problem(409, "refused")
         change("measurement", {"tasks": "time", "points": 1}).is_problem(400)
         change("reset", {"what": "everything"}).is_problem(400)
+        for bad in ({"what": "cpcar", "dry_run": True}, {"what": "session", "dry_run": 1}, {"what": "session", "dry-run": True, "x": 1}):
+            assert change("reset", bad).status in (400, 409), bad
+        change("reset", {"what": "server-map", "type": "nothing"}).is_problem(409, "refused")
+        maps = ["--arena", campus.engine.arena, "list", "server_map", "aging_time!=0", "--count"]
+        before = nqecli(*maps).out
+        would = change("reset", {"what": "server-map", "type": "aspf", "dry_run": True})
+        assert would.status == 200 and would.json["text"] == "2 server maps would end\n", would
+        assert would.json["commands"][0].endswith(" agent reset-server-map type=aspf --dry-run") and nqecli(*maps).out == before
+        done = change("reset", {"what": "server-map", "type": "aspf", "dry_run": False})
+        assert done.json["text"] == "2 server maps told to end\n", done
         assert change("reset", {"what": "cpcar"}).status == 200
         assert nqecli("--arena", campus.engine.arena, "list", "cpcar_pro", "drop_packets>0", "--count").out == "0\n"
+
+
+def test_values_that_look_like_options_are_values(campus):
+    """In the answer, and in the command that shows the same."""
+    with Web("--arena", campus.engine.arena) as server:
+        for path, parameters, words in (
+                ("/find", {"value": "--help"}, ["find", "--limit", "1000", "--json", "--", "--help"]),
+                ("/find", {"value": "x"}, ["find", "--limit", "1000", "--json", "x"]),
+                ("/text", {"view": "arp", "keys": "--arena=/none"}, ["show", "--", "arp", "--arena=/none"])):
+            answer = server.get(API + path, parameters)
+            command = shlex.split(answer.headers["Nqe-Command"])
+            assert command[3:] == words, answer
+            same = nqecli(*command[1:])
+            assert (same.out == answer.body.decode()) if path == "/find" else (same.out == answer.json["text"]), (same, answer)

@@ -1,8 +1,9 @@
 """What nqeweb tells while an engine works: events, curves, lines of the packet trace; and an engine that ends and comes back."""
 
 import json
+import time
 
-from conftest import PATIENCE, ROOT, wait_until
+from conftest import BIN, PATIENCE, ROOT, run, wait_until
 from web import Web
 
 API = "/api/v1"
@@ -98,3 +99,44 @@ def test_nobody_looks_and_nothing_is_read(campus):
         # An engine at rest counts nothing.
         assert all(each["per_second"] == 0 for sample in samples for each in sample["discards"])
         assert all(sample["interfaces"] == [] for sample in samples)
+
+
+def test_curves_are_kept_while_nobody_looks(campus, tmp_path):
+    # The first look at a console finds samples; as only the first one tells, each try has a console of its own, and leaves it
+    # longer alone.
+    for pause in range(1, PATIENCE):
+        with Web("--arena", campus.engine.arena, "--snapshot", campus.snapshot, "--curves") as server:
+            time.sleep(pause)
+            count = server.data("history")["count"]
+            assert server.data("history", {"engine": "copy"})["count"] == 0
+        if count > 0:
+            break
+    assert count > 0
+    many = [tmp_path / f"missing-{i}" for i in range(17)]
+    done = run(BIN / "nqeweb", "--curves", "--listen", "127.0.0.1:0", *(word for each in many for word in ("--arena", each)))
+    assert (done.code, done.out, done.err) == (2, "", "nqeweb: curves are kept of 16 engines at most; name fewer\n"), done
+
+
+def test_history_has_limits(place, tmp_path):
+    """Minutes, the greatest of each sample, and the engines that are looked at."""
+    # Rate limits by number: more reasons than a sample has room for, each with another count.
+    place.scenario.write_text("statistics:\n" + "".join(f"  {number}: {number}\n" for number in range(190, 290)))
+    place.start()
+    copies = [tmp_path / f"copy-{i}" for i in range(17)]
+    for copy in copies:
+        place.cli("snapshot", copy).answered("")
+    with Web("--arena", place.arena, *(word for copy in copies for word in ("--snapshot", copy))) as server:
+        for wrong in ("0", "11", "-1", "x", "1.5", ""):
+            server.get(API + "/history", {"minutes": wrong}).is_problem(400)
+        wait_until(lambda: server.data("history")["count"] >= 1, "a sample")
+        [first, *_] = server.data("history", {"minutes": 10})["samples"]
+        totals = [each["total"] for each in first["discards"]]
+        assert len(totals) == 32 and totals == sorted(totals, reverse=True) and totals[0] == 289, totals
+        # Sixteen are looked at, the live one among them; one more has to wait, and costs those nothing.
+        names = [copy.name for copy in copies]
+        assert all(server.get(API + "/history", {"engine": name}).status == 200 for name in names[:15])
+        for name in names[15:]:
+            server.get(API + "/history", {"engine": name}).is_problem(503, "busy")
+        last = server.data("history")["samples"][-1]["number"]
+        wait_until(lambda: server.data("history")["samples"][-1]["number"] > last, "the live one to go on")
+    assert place.end()[0] == 0

@@ -26,6 +26,12 @@ TEST(ShownTextTest, ATerminalGetsNoControlCharacters) {
             "\\xc2\\x9b31m");
   EXPECT_EQ(OnTerminal("\xff\xfe\xc3("), "\\xff\\xfe\\xc3(");
   EXPECT_EQ(OnTerminal("\xed\xa0\x80"), "\\xed\\xa0\\x80");
+  // What turns the direction, or ends a line, but not what stands beside it among the numbers.
+  EXPECT_EQ(OnTerminal("a\xe2\x80\xae"
+                       "b\xe2\x81\xa6\xe2\x80\xa8\xd8\x9c"),
+            "a\\xe2\\x80\\xae"
+            "b\\xe2\\x81\\xa6\\xe2\\x80\\xa8\\xd8\\x9c");
+  EXPECT_EQ(OnTerminal("\xe2\x80\xa6 \xe2\x81\xb0 \xd8\x9b"), "\xe2\x80\xa6 \xe2\x81\xb0 \xd8\x9b");
 }
 
 TEST(ShownTextTest, AFileGetsWhatThereIs) {

@@ -51,6 +51,11 @@ TEST(TableNamesTest, TheHintNamesFourAtMostAndOnlyWhatIsGoodForTheUse) {
   EXPECT_EQ(
       TableHint("stat", kUseShow, "none"),
       " (did you mean acl_stat, usf_stat, buf_cache_stat or timer_stat? \"nqecli tables stat\" lists all)");
+  for (const char *longer : {"stats", "statss"}) {
+    EXPECT_EQ(
+        TableHint(longer, kUseShow, "none"),
+        " (did you mean acl_stat, usf_stat, buf_cache_stat or timer_stat? \"nqecli tables stat\" lists all)");
+  }
   EXPECT_EQ(TableHint("servermap", kUseShow, "none"), " (none)");
   EXPECT_EQ(TableHint("servermap", kUseList, "none"), " (did you mean server_map?)");
   EXPECT_EQ(TableHint("server_map", kUseShow, "none"), " (none)");

@@ -174,6 +174,47 @@ TEST_F(CheckTest, MappingsAreMerged) {
         "s.yaml:1: \"<<\" takes mappings (write <<: *ANCHOR, or <<: [*ANCHOR, ...])");
 }
 
+// A mistake within one mapping hides none behind it, and nothing is said of what may follow from it.
+TEST_F(CheckTest, MistakesWithinAMappingHideNone) {
+  EXPECT_EQ(Check("kinds:\n"
+                  "  - {<<: 5, byte: 256}\n"
+                  "  - &bad {<<: [{byte: 1}, [], 7], word: w}\n"
+                  "  - {<<: *bad, half: h}\n"
+                  "  - {index: 5, byte: 1, byte: 2, flag: maybe}\n"
+                  "  - {index: 6, [a]: 2, flag: maybe}\n"
+                  "  - {index: 7, peer: {group: 9, <<: x}}\n"
+                  "  - {index: 8, peer: {group: 5, number: 5}}\n"
+                  "  - {index: 9, repeat: 0, byte: 300}\n"
+                  "other:\n"
+                  "  - {group: 5, <<: }\n"
+                  "nat_policy:\n"
+                  "  - {nam: a, action: drop, egress: x}\n"
+                  "  - {name: b, <<: 5, hits: x}\n"
+                  "regions: {TIMES: {<<: 1, tcp: z}, TIMES: {}}\n",
+                  40),
+            (Lines{"s.yaml:2: \"<<\" takes mappings (write <<: *ANCHOR, or <<: [*ANCHOR, ...])",
+                   "s.yaml:3: \"<<\" takes mappings (write <<: *ANCHOR, or <<: [*ANCHOR, ...])",
+                   "s.yaml:5: \"byte\" stands twice in one mapping (remove one)",
+                   "s.yaml:6: a key that is not a plain name (write NAME: VALUE, and close every bracket)",
+                   "s.yaml:7: \"<<\" takes mappings (write <<: *ANCHOR, or <<: [*ANCHOR, ...])",
+                   "s.yaml:11: \"<<\" takes mappings (write <<: *ANCHOR, or <<: [*ANCHOR, ...])",
+                   "s.yaml:14: \"<<\" takes mappings (write <<: *ANCHOR, or <<: [*ANCHOR, ...])",
+                   "s.yaml:15: \"<<\" takes mappings (write <<: *ANCHOR, or <<: [*ANCHOR, ...])",
+                   "s.yaml:15: \"TIMES\" stands twice in one mapping (remove one)",
+                   "s.yaml:2: kinds.byte: 256 does not fit 8 bits (0 to 255)",
+                   "s.yaml:3: kinds.word: \"w\" is not a number (decimal or 0x...)",
+                   "s.yaml:4: kinds.half: \"h\" is not a number (decimal or 0x...)",
+                   "s.yaml:5: kinds.flag: \"maybe\" is not a bit (true, false, 1 or 0)",
+                   "s.yaml:6: kinds.flag: \"maybe\" is not a bit (true, false, 1 or 0)",
+                   "s.yaml:9: kinds.repeat: \"0\" is not a number of entries (1 or more)",
+                   "s.yaml:9: kinds.byte: 300 does not fit 8 bits (0 to 255)",
+                   "s.yaml:13: nat_policy.nam: no such property (did you mean name?)",
+                   "s.yaml:13: nat_policy.egress: \"x\" is not a number (decimal or 0x...)",
+                   "s.yaml:13: nat_policy.action: \"drop\" is no action (source-nat or no-nat)",
+                   "s.yaml:14: nat_policy.hits: \"x\" is not a number (decimal or 0x...)",
+                   "s.yaml:15: TIMES.tcp: \"z\" is not a number (decimal or 0x...)"}));
+}
+
 TEST_F(CheckTest, MergedMappingsCountAsValues) {
   std::string text = "kinds:\n  - &m {";
   for (int i = 0; i < 4000; ++i) text += "f" + std::to_string(i) + ": 1, ";

@@ -37,6 +37,10 @@ TEST(WebEnginesTest, AreFoundByName) {
   EXPECT_EQ(engines.Find("").name(), "one");
   EXPECT_EQ(engines.Find("two").name(), "two");
   EXPECT_THROW(engines.Find("three"), WebProblem);
+  // Files have any names; documents tell them escaped.
+  const Named odd[] = {{"/none/a\x1b[31m\\b"}};
+  EXPECT_EQ(WebEngines(odd).Find("a\\x1b[31m\\\\b").name(), "a\x1b[31m\\b");
+  EXPECT_EQ(WebEngines(odd).Find("a\x1b[31m\\b").name(), "a\x1b[31m\\b");
 }
 
 TEST(WebEngineTest, TellsWhyItCannotBeRead) {

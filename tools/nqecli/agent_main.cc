@@ -27,6 +27,17 @@ using host::HostError;
 using host::Parameter;
 using host::Quoted;
 
+constexpr char kExitCodes[] =
+    "\nexit codes: 0 an answer, 1 the command failed or only says what was wrong, 2 bad usage or no "
+    "engine\n";
+constexpr char kDryRun[] = "--dry-run", kYes[] = "--yes";
+
+// The first statement of a description, in one line.
+std::string FirstStatement(std::string text) {
+  std::ranges::replace(text, '\n', ' ');
+  return text.substr(0, std::min(text.find(". "), text.find("; ")));
+}
+
 std::string Help() {
   std::string text =
       "usage: nqecli agent HANDLER [NAME=VALUE ...]\n"
@@ -35,11 +46,14 @@ std::string Help() {
       "Runs a management command on a running engine, or on a saved arena, and prints what it answers.\n"
       "With - it runs the commands that come on standard input, a line each, in one process.\n"
       "\n";
-  for (const Handler &handler : host::Handlers()) text += std::string("  ") + handler.rpc + '\n';
+  const host::Model model;
+  for (const Handler &handler : host::Handlers())
+    AddHelpLine(&text, handler.rpc, FirstStatement(model.AboutOf(handler.rpc)));
   text += "\nnqecli agent HANDLER --help tells what one does and takes.\n\n" + PlaceHelp();
-  AddHelpLine(&text, "--dry-run", "of a reset: end nothing, and tell what would end");
-  AddHelpLine(&text, "--yes", "of a reset without a filter: do not ask");
-  return text;
+  AddHelpLine(&text, kDryRun, "of a reset: end nothing, and tell what would end");
+  AddHelpLine(&text, kYes, "of a reset without a filter: do not ask");
+  text += "\nexamples:\n  nqecli agent tbl-usage\n  nqecli agent reset-session protocol=17 --dry-run\n";
+  return text + kExitCodes;
 }
 
 // The lines of a description, further in.
@@ -79,10 +93,7 @@ std::string HelpOf(const Handler &handler) {
   }
   text += "\noptions:\n" + PlaceHelp();
   text += std::string("\nexamples:\n  nqecli agent ") + handler.rpc + ExampleOf(parameters) + '\n';
-  text +=
-      "\nexit codes: 0 an answer, 1 the command failed or only says what was wrong, 2 bad usage or no "
-      "engine\n";
-  return text;
+  return text + kExitCodes;
 }
 
 const Handler &HandlerOf(std::string_view name) {
@@ -133,8 +144,8 @@ Care TakeCare(const Handler &handler, std::vector<char *> *words) {
       throw HostError(std::string(option) + " is for reset-session and reset-server-map");
     return given;
   };
-  care.dryRun = take("--dry-run");
-  care.yes = take("--yes");
+  care.dryRun = take(kDryRun);
+  care.yes = take(kYes);
   return care;
 }
 
@@ -216,6 +227,9 @@ ExitCode RunLines(const Place &place, std::istream &lines) {
 ExitCode Run(Arguments arguments) {
   DataWords read({}, arguments.rest(), kOptionsOfOthers);
   const bool asksForHelp = std::erase(read.words, "--help") != 0;
+  // Options of a handler may stand before it.
+  std::ranges::stable_partition(read.words,
+                                [](const std::string &word) { return word != kDryRun && word != kYes; });
   if (read.words.empty()) return Print(Help());
   const std::string &first = read.words.front();
   if (first.size() > 1 && first.front() == '-')

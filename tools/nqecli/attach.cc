@@ -94,8 +94,16 @@ Arena &Attach(const Place &place) {
   Arena &arena = *g_kept;
   Arena::SetCurrent(&arena);
   // A saved arena still knows the socket of its engine; what is asked of a copy must not reach that engine.
-  host::SetEngineChannel(place.saved() ? NoEngine : host::SocketChannel(arena.socketPath()));
+  if (place.saved()) {
+    host::SetEngineChannel(NoEngine);
+  } else {
+    host::SetEngineChannel([&arena](std::string_view line) { return EngineAnswer(arena, line); });
+  }
   return arena;
+}
+
+host::EngineReply EngineAnswer(const Arena &arena, std::string_view line) {
+  return host::EngineClient(arena.socketPath()).Run((IsRaw() ? "" : "escaped ") + std::string(line));
 }
 
 void AddHelpLine(std::string *text, std::string usage, const std::string &help) {

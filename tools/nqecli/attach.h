@@ -2,10 +2,12 @@
 #define TOOLS_NQECLI_ATTACH_H_
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "host/arena/arena.h"
 #include "host/base/arguments.h"
+#include "host/wire/protocol.h"
 
 namespace qdt::nqecli {
 
@@ -39,6 +41,9 @@ struct EngineReplaced : host::HostError {
 // services reach. It is kept for who asks for the same place again; the end of the process takes the mapping
 // along. Throws HostError, EngineReplaced when another engine runs where the kept one has gone.
 host::Arena &Attach(const Place &place);
+// What the engine answers to a command line: newlines inside texts of records as "\n", with --raw as they
+// are. Throws HostError.
+host::EngineReply EngineAnswer(const host::Arena &arena, std::string_view line);
 // Throws EngineReplaced where Attach would.
 void CheckKeptEngine();
 

@@ -51,6 +51,8 @@ std::span<const Command> Commands();
 // Null when there is no such command.
 const Command *FindCommand(std::string_view name);
 std::string HelpOf(const Command &command);
+// Whether the command of that name knows --json; those of the library's families know text alone.
+bool HasJson(std::string_view name);
 
 // Runs a command, or one of the library's families; words[0] is its name. `given` is where it works unless
 // its words, or else the environment, say another place. Throws HostError.

@@ -161,6 +161,12 @@ const Command *FindCommand(std::string_view name) {
   return found == std::end(kCommands) ? nullptr : found;
 }
 
+bool HasJson(std::string_view name) {
+  const Command *command = FindCommand(name);
+  if (command == nullptr) return false;
+  return (command->options & kOptionJson) != 0 || name == "sql" || name == "watch";
+}
+
 std::string HelpOf(const Command &command) {
   std::string text =
       std::string("usage: nqecli ") + command.usage + " [OPTIONS]\n\n" + Sentence(command.help);

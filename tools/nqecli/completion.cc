@@ -264,7 +264,8 @@ void Collector::EngineWords(std::span<const std::string> before) {
   try {
     const host::EngineReply reply = host::EngineClient(Attach(place_).socketPath()).Run(line);
     if (reply.status != host::kReplyOk) return;
-    ForEachRow(reply.text, "", [&](auto word, auto about) { Add(std::string(word), about); });
+    ForEachRow(reply.text, before.empty() ? "  " : "",
+               [&](auto word, auto about) { Add(std::string(word), about); });
   } catch (const HostError &) {  // without an engine nobody can tell
   }
 }
@@ -274,9 +275,8 @@ void Collector::AgentWords(std::span<const std::string> before) {
   if (!before.empty()) words.push_back(before.front());
   const std::string help = OutputOfCompanion("nqecli-agent", words);
   if (before.empty())
-    return ForEachRow(help.substr(0, help.rfind("\n\n")), "  ", [&](auto word, auto about) {
-      if (about.empty()) Add(std::string(word), about);
-    });
+    return ForEachRow(help.substr(0, help.find("\nnqecli agent HANDLER --help")), "  ",
+                      [&](auto word, auto about) { Add(std::string(word), about); });
   const size_t from = help.find("\nparameters:\n"), to = help.find("\noptions:\n");
   if (from == help.npos || to == help.npos) return;
   ForEachRow(std::string_view(help).substr(from, to - from), "  ", [&](auto word, auto about) {

@@ -5,12 +5,14 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <vector>
 
 #include "host/base/arguments.h"
 #include "host/library/entry_points.h"
 #include "tools/nqecli/attach.h"
 #include "tools/nqecli/command.h"
 #include "tools/nqecli/companion.h"
+#include "tools/nqecli/data_words.h"
 #include "tools/nqecli/output/output.h"
 
 namespace qdt::nqecli {
@@ -41,19 +43,33 @@ std::string Help() {
   return text;
 }
 
+// An option of the command that is still to come, with its value.
+void TakeEarly(Arguments *arguments, std::vector<char *> *early) {
+  const auto take = [&] {
+    early->push_back(arguments->rest().front());
+    arguments->Take(arguments->front());
+  };
+  take();
+  if (OptionHasValue(early->back()) && !arguments->empty()) take();
+}
+
 ExitCode Run(Arguments arguments) {
   Place place;
+  std::vector<char *> early;
   while (arguments.AtOption()) {
     if (arguments.Take("--help")) return Print(Help());
     if (arguments.Take("--version")) return Print("nqecli " + host::BuildInfo(QDT_STATIC_LINK));
-    if (!TakePlace(&arguments, &place)) {
-      throw HostError("unknown option " + Quoted(arguments.front()) + "; try --help");
-    }
+    if (!TakePlace(&arguments, &place)) TakeEarly(&arguments, &early);
   }
+  const bool takesThem = !arguments.empty() && host::FindEntryPoint(arguments.front()) == nullptr;
+  if (!early.empty() && !takesThem)
+    throw HostError("unknown option " + Quoted(early.front()) + "; try --help");
   if (arguments.empty() && isatty(STDIN_FILENO) != 0 && isatty(STDOUT_FILENO) != 0)
     RunCompanion(place, "nqecli-shell", "libedit-dev", {});
   if (arguments.empty()) throw HostError("no command; try --help");
-  return RunCommand(place, arguments.rest());
+  early.insert(early.begin(), arguments.rest().front());
+  early.insert(early.end(), arguments.rest().begin() + 1, arguments.rest().end());
+  return RunCommand(place, early);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include "host/arena/arena.h"
 #include "host/base/host_error.h"
+#include "host/layout/text_marks.h"
 #include "host/library/services.h"
 #include "qdt/stats.h"
 #include "qdt/tables.h"
@@ -79,12 +80,12 @@ bool IsDiscardType(std::string_view name) {
 }
 
 // The packet trace reads one word of a name; names of several are set another way.
-void HintAtLongNames(const host::EntryPoint &entry, std::span<char *const> words) {
+void HintAtLongNames(const host::EntryPoint &entry, std::span<char *const> words, ExitCode code) {
   if (std::string_view(entry.name) != "pkt_trace" || words.size() < 4) return;
   if (std::string_view(words[1]) != "set" || std::string_view(words[2]) != "discard_type") return;
   std::string name = words[3];
   for (const char *word : words.subspan(4)) name += std::string(" ") + word;
-  if (name.find(' ') == name.npos) return;
+  if (name.find(' ') == name.npos && code == kAnswered) return;
   if (!IsDiscardType(name)) {
     return WriteError("no discard type is called " + host::Quoted(name) +
                       " (they are the discard counters of nqecli statistics)");
@@ -98,7 +99,7 @@ void HintAtLongNames(const host::EntryPoint &entry, std::span<char *const> words
 }  // namespace
 
 ExitCode RunFamily(const host::EntryPoint &entry, std::span<char *const> words) {
-  const MarkedTexts marked;
+  const host::TextMarks marks(!IsRaw());
   host::Answer answer = host::RunEntryPoint(entry, words);
   if (!WriteAnswer(answer.text)) return kUnusable;
   // A family asked with its name alone prints its usage list; it prints the same for words that are no
@@ -111,12 +112,12 @@ ExitCode RunFamily(const host::EntryPoint &entry, std::span<char *const> words) 
     isUsage = kept.ends_with(host::RunEntryPoint(entry, words.first(1)).text);
   }
   const ExitCode code = CodeOf(entry.name, answer, isUsage);
-  HintAtLongNames(entry, words);
+  HintAtLongNames(entry, words, code);
   return code;
 }
 
 ExitCode RunTableQuery(const host::TableQuery &ask) {
-  const MarkedTexts marked;
+  const host::TextMarks marks(!IsRaw());
   const host::Answer answer = host::AnswerTableQuery(ask, WriteOut);
   if (!WriteAnswer(answer.text)) return kUnusable;
   return CodeOf("show", answer, false);

@@ -119,7 +119,12 @@ std::vector<std::string_view> MeantBy(std::string_view name, std::span<const Nam
 
 std::string TableHint(std::string_view name, uint32_t uses, std::string_view otherwise) {
   const std::vector<NamedTable> tables = NamedTables(uses);
-  const std::vector<std::string_view> meant = MeantBy(name, tables);
+  std::vector<std::string_view> meant = MeantBy(name, tables);
+  // A plural, or a letter or two too many at the end.
+  for (int left = 2; left > 0 && meant.empty() && name.size() > kLeastMeaning; --left) {
+    name.remove_suffix(1);
+    meant = MeantBy(name, tables);
+  }
   std::string offer;
   const size_t count = std::min(meant.size(), kMostOffered);
   for (size_t i = 0; i < count; ++i) {

@@ -267,7 +267,7 @@ int CheckScenarios(const CommandLine &line) {
   } catch (const Mistakes::Enough &) {
   }
   for (const std::string &mistake : mistakes.lines()) std::fprintf(stderr, "%s\n", mistake.c_str());
-  if (mistakes.count() == kMostMistakes)
+  if (mistakes.lines().size() == kMostMistakes)
     std::fprintf(stderr, "nqed: these are the first %zu mistakes; there may be more\n", kMostMistakes);
   Print(good);
   return mistakes.count() == 0 ? 0 : kFailure;

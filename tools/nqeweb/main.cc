@@ -52,6 +52,9 @@ constexpr char kUsage[] =
     "  --certificate FILE, --key FILE\n"
     "                       speak TLS\n"
     "  --allow-changes      take requests that change something; they need a token\n"
+    "  --curves             keep the curves of the last ten minutes also while nobody looks, of 16 engines "
+    "at "
+    "most\n"
     "  --connections N      clients at a time, 128 unless told otherwise; a quarter of them may be "
     "listeners\n"
     "  --patience SECONDS   for a request to come and for an answer to be taken, 10 unless told otherwise\n"
@@ -70,6 +73,7 @@ struct CommandLine {
   std::vector<std::string> names{"localhost"};
   std::string tokenFile, certificate, key;
   bool allowChanges = false;
+  bool curves = false;
   std::vector<std::string> trusted;
   host::WebLimits limits;
   uint32_t statementTime = 5;  // seconds
@@ -104,6 +108,8 @@ CommandLine ReadCommandLine(host::Arguments arguments) {
     } else if (arguments.TakeNumber("--statement-time", 1, 3600, &line.statementTime)) {
     } else if (arguments.Take("--allow-changes")) {
       line.allowChanges = true;
+    } else if (arguments.Take("--curves")) {
+      line.curves = true;
     } else if (!arguments.TakeValue("--token-file", &line.tokenFile) &&
                !arguments.TakeValue("--certificate", &line.certificate) &&
                !arguments.TakeValue("--key", &line.key)) {
@@ -159,6 +165,7 @@ int Run(const CommandLine &line) {
   shown.programs = OwnFolder();
   shown.trusted = line.trusted;
   shown.allowChanges = line.allowChanges;
+  shown.curves = line.curves;
   shown.child.time = std::chrono::seconds(line.statementTime);
   host::Console console(shown, &engines);
   host::Routes routes;

@@ -17,7 +17,7 @@ host::WebAnswer TextAnswer(std::string text) {
 std::vector<host::MetricsTarget> MetricsTargets(host::WebEngines *engines) {
   std::vector<host::MetricsTarget> targets;
   for (const host::WebEngine &engine : engines->all())
-    targets.push_back({engine.name(), engine.path(), engine.saved()});
+    targets.push_back({engine.ToldName(), engine.path(), engine.saved()});
   return targets;
 }
 

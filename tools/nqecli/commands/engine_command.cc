@@ -3,7 +3,6 @@
 
 #include "host/base/host_error.h"
 #include "host/base/words.h"
-#include "host/wire/client.h"
 #include "tools/nqecli/data_commands.h"
 #include "tools/nqecli/data_words.h"
 
@@ -18,8 +17,7 @@ ExitCode AskEngine(const DataWords &words) {
   if (words.place.saved()) throw HostError("engine takes a running engine, not a saved arena");
   std::vector<char *> line;
   for (const std::string &word : words.words) line.push_back(const_cast<char *>(word.c_str()));
-  const host::EngineReply reply =
-      host::EngineClient(Attach(words.place).socketPath()).Run(host::JoinWords(line));
+  const host::EngineReply reply = EngineAnswer(Attach(words.place), host::JoinWords(line));
   if (reply.fd.ok()) throw HostError("that reply is a file; use nqecli snapshot FILE");
   if (reply.status == host::kReplyOk) return Print(reply.text);
   WriteError(reply.text.empty() ? "the engine's code is " + std::to_string(reply.status) : reply.text);

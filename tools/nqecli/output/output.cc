@@ -28,6 +28,16 @@ bool IsTerminal() {
   return isTerminal;
 }
 
+// A remark as standard error gets it: it may name what an engine or a file told. `room` keeps it where it
+// changes; the others take no memory.
+std::string_view RemarkShown(std::string_view text, std::string *room) {
+  const bool forTerminal = isatty(STDERR_FILENO) != 0;
+  if (IsHarmless(text, forTerminal)) return text;
+  std::string carry;
+  *room = ShownText(text, forTerminal, &carry);
+  return *room += EscapedBytes(carry);
+}
+
 std::string g_carry;  // the beginning of a character that is to be written
 
 // The text as standard output gets it; `room` keeps it where it changes. Whether that is a terminal is only
@@ -108,10 +118,14 @@ void WriteScreen(std::string_view text) {
 }
 
 void WriteAside(std::string_view lines) {
-  if (!lines.empty()) WriteAll(STDERR_FILENO, {lines});
+  std::string room;
+  if (!lines.empty()) WriteAll(STDERR_FILENO, {RemarkShown(lines, &room)});
 }
 
-void WriteError(std::string_view text) { WriteAll(STDERR_FILENO, {"nqecli: ", text, "\n"}); }
+void WriteError(std::string_view text) {
+  std::string room;
+  WriteAll(STDERR_FILENO, {"nqecli: ", RemarkShown(text, &room), "\n"});
+}
 
 int RunTool(int argc, char **argv, ExitCode (*run)(host::Arguments arguments)) {
   host::BeginProgram("nqecli");

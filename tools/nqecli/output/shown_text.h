@@ -11,20 +11,9 @@ namespace qdt::nqecli {
 void SetRaw(bool raw);
 bool IsRaw();
 
-// For as long as it lives, newlines inside the text fields of the records that the library reads are marked,
-// which ShownText shows as "\n": in the answer they could not be told from a line's end. The mark is a byte
-// that no character has; in an answer with marks such a byte of a field is shown as a newline as well.
-class MarkedTexts {
- public:
-  MarkedTexts();
-  ~MarkedTexts();
-  MarkedTexts(const MarkedTexts &) = delete;
-  MarkedTexts &operator=(const MarkedTexts &) = delete;
-};
-
-// The text as it is written: marks as "\n"; for a terminal also control characters but tab and lines' ends,
-// and bytes that are no UTF-8, as "\x1b". `carry` keeps the beginning of a character whose end has not come
-// yet.
+// The text as it is written: marks (host::TextMarks) as "\n"; for a terminal also control characters but tab
+// and lines' ends, characters that turn the direction of what follows, and bytes that are no UTF-8, as
+// "\x1b". `carry` keeps the beginning of a character whose end has not come yet.
 std::string ShownText(std::string_view text, bool forTerminal, std::string *carry);
 
 // Each byte as "\x1b".

@@ -4,10 +4,16 @@
 
 #include <algorithm>
 #include <charconv>
+#include <utility>
 
 #include "host/base/host_error.h"
 #include "host/base/near_name.h"
 #include "host/base/words.h"
+#include "host/layout/value_text.h"
+#include "host/library/entry_points.h"
+#include "host/record/record_json.h"
+#include "host/record/text_out.h"
+#include "tools/nqecli/command.h"
 #include "tools/nqecli/output/output.h"
 
 namespace qdt::nqecli {
@@ -87,6 +93,30 @@ class Head : public LineFilter {
   uint64_t left_;
 };
 
+// Of a command whose answer is text alone.
+class AsDocument : public LineFilter {
+ public:
+  void Line(std::string_view line, const LineSink &) override {
+    if (line.ends_with('\n')) line.remove_suffix(1);
+    if (!std::exchange(isFirst_, false)) lines_ += '\n';
+    host::AppendEscaped(line, &lines_);
+  }
+  void End(const LineSink &next) override {
+    host::StringOut out;
+    host::JsonWriter json(out);
+    json.StartObject();
+    host::JsonKey(&json, "answer");
+    isFirst_ ? static_cast<void>(json.Null()) : host::JsonText(&json, lines_);
+    json.EndObject();
+    out.Put('\n');
+    next(out.Take());
+  }
+
+ private:
+  std::string lines_;
+  bool isFirst_ = true;
+};
+
 uint64_t ReadCount(const std::string &text) {
   uint64_t count = 0;
   const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), count);
@@ -122,7 +152,7 @@ const std::vector<FilterWord> kFilterWords = {
     {"begin", "from the first line that the pattern fits"},
     {"count", "how many lines there are"},
     {"head", "the first 10 lines, or N"},
-    {"json", "the answer as JSON"},
+    {"json", "the answer as JSON", true},
 };
 
 ShellLine ReadShellLine(std::string_view line) {
@@ -135,10 +165,16 @@ ShellLine ReadShellLine(std::string_view line) {
       throw HostError("there is nothing on one side of | (quote it where it is meant as it is)");
     if (words == std::vector<std::string>{"json"}) {
       if (i != 1) throw HostError("| json comes first: what it writes can be filtered");
-      read.words.push_back("--json");
-    } else {
-      read.filters.push_back(std::move(words));
+      const auto isCommand = [](const std::string &word) {
+        return word == "help" || FindCommand(word) != nullptr || host::FindEntryPoint(word) != nullptr;
+      };
+      const auto command = std::ranges::find_if(read.words, isCommand);
+      if (command != read.words.end() && HasJson(*command)) {
+        read.words.push_back("--json");
+        continue;
+      }
     }
+    read.filters.push_back(std::move(words));
   }
   return read;
 }
@@ -151,6 +187,7 @@ std::unique_ptr<LineFilter> MakeFilter(const std::vector<std::string> &words) {
   if (name == "include" || name == "exclude") return std::make_unique<Choose>(words[1], name == "include");
   if (name == "begin") return std::make_unique<Begin>(words[1]);
   if (name == "count" && words.size() == 1) return std::make_unique<Count>();
+  if (name == "json" && words.size() == 1) return std::make_unique<AsDocument>();
   if (name == "head" && words.size() <= 2)
     return std::make_unique<Head>(words.size() == 2 ? ReadCount(words[1]) : 10);
   if (name == "count" || name == "head" || name == "json")

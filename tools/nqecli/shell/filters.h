@@ -15,7 +15,8 @@ struct ShellLine {
   std::vector<std::vector<std::string>> filters;  // of each its words, not empty
 };
 
-// Splits at '|' outside of quotes, then into words. "| json" becomes the command's option. Throws HostError.
+// Splits at '|' outside of quotes, then into words. "| json" becomes the command's option where it has one,
+// and else stays a filter. Throws HostError.
 ShellLine ReadShellLine(std::string_view line);
 
 // Takes whole lines of an answer, with their ends.
@@ -30,12 +31,13 @@ class LineFilter {
 };
 
 // "include PATTERN", "exclude PATTERN", "begin PATTERN" (POSIX extended regular expressions), "count", "head
-// [N]". Throws HostError.
+// [N]"; "json" makes {"answer": "LINE\nLINE"} of the lines, as watch does. Throws HostError.
 std::unique_ptr<LineFilter> MakeFilter(const std::vector<std::string> &words);
 
 struct FilterWord {
   std::string_view name;
   std::string_view about;
+  bool onlyFirst = false;  // before other filters
 };
 // What may stand behind '|'.
 extern const std::vector<FilterWord> kFilterWords;

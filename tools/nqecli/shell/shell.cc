@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -127,7 +128,21 @@ class SinkScope {
   ~SinkScope() { SetOutputSink(nullptr); }
 };
 
+// Options of a command stand before it as well; the library's families know none.
+void PutCommandFirst(std::vector<std::string> *words) {
+  constexpr std::array<std::string_view, 3> kOfPlaces = {"--arena", "--snapshot", "--trust"};
+  size_t options = 0;
+  while (options < words->size() && (*words)[options].starts_with('-')) {
+    const std::string &word = (*words)[options];
+    options += OptionHasValue(word) || std::ranges::find(kOfPlaces, word) != kOfPlaces.end() ? 2 : 1;
+  }
+  if (options >= words->size() || host::FindEntryPoint((*words)[options]) != nullptr) return;
+  const auto command = words->begin() + static_cast<std::ptrdiff_t>(options);
+  std::rotate(words->begin(), command, command + 1);
+}
+
 void RunWords(const Place &place, std::vector<std::string> *words, Answer *answer) {
+  PutCommandFirst(words);
   if (words->front() == "help" && words->size() == 1) return (void)Print(Overview());
   if (words->front() == "help") *words = {(*words)[1], "--help"};
   if (TakesProcess(*words)) return RunInChild(place, words, answer);
@@ -202,7 +217,7 @@ void Shell::RunCommandLine(const std::string &line) {
 Following Shell::Follow(std::string_view typed) const {
   // The last command or filter, its words, and the one that is being typed.
   char quote = 0;
-  size_t part = 0, word = 0;
+  size_t part = 0, word = 0, filters = 0;
   for (size_t i = 0; i < typed.size(); ++i) {
     const char c = typed[i];
     if (quote != 0) {
@@ -211,6 +226,7 @@ Following Shell::Follow(std::string_view typed) const {
       quote = c;
     } else if (c == '|') {
       part = word = i + 1;
+      ++filters;
     } else if (c == ' ' || c == '\t') {
       word = i + 1;
     }
@@ -227,7 +243,7 @@ Following Shell::Follow(std::string_view typed) const {
   follow.typed = current.size();
   if (part != 0) {
     for (const FilterWord &filter : kFilterWords) {
-      if (before.empty() && filter.name.starts_with(current))
+      if (before.empty() && filter.name.starts_with(current) && (filters == 1 || !filter.onlyFirst))
         follow.candidates.push_back({std::string(filter.name), std::string(filter.about)});
     }
     return follow;

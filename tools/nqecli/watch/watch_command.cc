@@ -12,8 +12,10 @@
 #include "host/base/host_error.h"
 #include "host/base/time_text.h"
 #include "host/library/entry_points.h"
+#include "tools/nqecli/command.h"
 #include "tools/nqecli/data_commands.h"
 #include "tools/nqecli/data_words.h"
+#include "tools/nqecli/output/shown_text.h"
 #include "tools/nqecli/watch/watch_child.h"
 #include "tools/nqecli/watch/watch_rates.h"
 #include "tools/nqecli/watch/watch_view.h"
@@ -74,19 +76,13 @@ struct WatchRequest {
       throw HostError("watch repeats commands that show something, not " + Quoted(command.front()));
   }
 
-  // Those of the library and the engine know one form alone.
-  bool HasJson() const {
-    constexpr std::array<std::string_view, 3> kTextOnly = {"tables", "engine", "agent"};
-    return host::FindEntryPoint(command.front()) == nullptr &&
-           std::ranges::find(kTextOnly, command.front()) == kTextOnly.end();
-  }
-
   std::vector<std::string> ChildWords() const {
     std::vector<std::string> words = {"nqecli"};
     if (!place.arena.empty()) words.push_back("--arena=" + place.arena);
     if (place.saved()) words.push_back("--snapshot=" + place.snapshot);
+    if (IsRaw()) words.emplace_back("--raw");
     words.insert(words.end(), command.begin(), command.end());
-    if (asJson && HasJson()) words.emplace_back("--json");
+    if (asJson && HasJson(command.front())) words.emplace_back("--json");
     return words;
   }
 

@@ -17,6 +17,7 @@ const views = [
   ['regions', 'regions', 'Regions'],
   ['trace', 'trace', 'Packet trace', 'What it does'],
   ['measure', 'measure', 'Tasks and points'],
+  ['reset', 'reset', 'Resets'],
   ['diff', 'diff', 'Compare', 'Questions'],
   ['sql', 'sql', 'SQL'],
   ['engines', 'engines', 'Engines'],
@@ -30,7 +31,9 @@ let changes = false;
 let findings = null;
 
 const readable = engine => !engine || engine.state === 'up' || engine.state === 'saved';
-const current = () => engines.find(engine => engine.name === currentEngine()) ?? engines[0];
+const current = () => (currentEngine() ? engines.find(engine => engine.name === currentEngine()) : engines[0]);
+// An address from a colleague can name an engine that this console does not have.
+const unknown = () => currentEngine() && engines.length && !current();
 
 // What an engine's state means, for people: the word for the lamp, and a sentence for the notice.
 const words = {
@@ -58,9 +61,9 @@ function navigation() {
 
 function lamp(server = true) {
   const engine = current();
-  const state = !server ? 'gone' : !engine ? 'wait' : engine.state === 'up' || engine.state === 'saved' ? engine.state : 'gone';
+  const state = !server || unknown() ? 'gone' : !engine ? 'wait' : engine.state === 'up' || engine.state === 'saved' ? engine.state : 'gone';
   by('state').dataset.state = state;
-  by('state-text').textContent = !server ? 'console unreachable' : engine ? words[engine.state]?.[0] ?? engine.state : 'connecting';
+  by('state-text').textContent = !server ? 'console unreachable' : unknown() ? 'no such engine' : engine ? words[engine.state]?.[0] ?? engine.state : 'connecting';
   by('state').title = engine?.message ?? engine?.path ?? '';
 }
 
@@ -129,7 +132,8 @@ async function show() {
   navigation();
   choices();
   lamp();
-  if (readable(current())) { if (!by('notice').querySelector('.good')) fill(by('notice')); } else tellGone();
+  if (unknown()) fill(by('notice'), notice('bad', `This console has no engine ${currentEngine()}`, 'The address names one that it was not started with.', el('a', {href: '#/engines'}, 'Those that it has')));
+  else if (readable(current())) { if (!by('notice').querySelector('.good')) fill(by('notice')); } else tellGone();
   if (path[0] !== 'search') by('query').value = '';
   next.place.setAttribute('aria-busy', 'true');
   fill(by('actions'));
@@ -187,7 +191,7 @@ function start() {
   });
   by('engine').addEventListener('change', event => {
     const {path, params} = parse();
-    const kept = ['table', 'tables', 'sessions', 'statistics', 'check', 'measure', 'trace', 'regions', 'region', 'sql', 'search'].includes(path[0]) ? path.join('/') : '';
+    const kept = ['table', 'tables', 'sessions', 'statistics', 'check', 'measure', 'trace', 'reset', 'regions', 'region', 'sql', 'search'].includes(path[0]) ? path.join('/') : '';
     const words = kept ? Object.fromEntries([...new Set(params.keys())].map(name => [name, params.getAll(name)])) : {};
     fill(by('notice'));
     go(kept, {...words, engine: event.target.value});

@@ -11,6 +11,8 @@ export function shown(text) {
   return String(text).replace(unseen, c => [...utf8.encode(c)].map(byte => `\\x${byte.toString(16).padStart(2, '0')}`).join(''));
 }
 
+const spoken = new Set(['title', 'aria-label', 'placeholder']);
+
 function put(node, name, value) {
   if (value === undefined || value === null || value === false) return;
   if (name === 'class') node.setAttribute('class', value);
@@ -18,13 +20,13 @@ function put(node, name, value) {
   else if (name.startsWith('on')) node.addEventListener(name.slice(2), value);
   else if (name === 'href' && !/^(#|\/api\/)/.test(value)) throw new Error(`a link may only stay here: ${value}`);
   else if (name === 'value' || name === 'checked' || name === 'disabled') node[name] = value;
-  else node.setAttribute(name, value === true ? '' : value);
+  else node.setAttribute(name, value === true ? '' : spoken.has(name) ? shown(value) : value);
 }
 
 function add(node, children) {
   for (const child of children.flat(Infinity)) {
     if (child === undefined || child === null || child === false) continue;
-    node.append(child instanceof Node ? child : String(child));
+    node.append(child instanceof Node ? child : shown(child));
   }
   return node;
 }

@@ -3,7 +3,7 @@ import {by, el, fill} from './dom.js';
 import {go} from './route.js';
 
 const places = {o: ['', 'Overview'], t: ['tables', 'Tables'], s: ['sessions', 'Sessions'], c: ['statistics', 'Counters'], f: ['check', 'Findings'],
-  p: ['trace', 'Packet trace'], m: ['measure', 'Task graph and points'], r: ['regions', 'Regions'], d: ['diff', 'Compare'], q: ['sql', 'SQL'], e: ['engines', 'Engines']};
+  p: ['trace', 'Packet trace'], m: ['measure', 'Task graph and points'], x: ['reset', 'Resets'], r: ['regions', 'Regions'], d: ['diff', 'Compare'], q: ['sql', 'SQL'], e: ['engines', 'Engines']};
 let pending = 0;
 const local = new Map();
 

@@ -40,13 +40,14 @@ function read(block) {
 
 async function listen(url, signal) {
   const reply = await fetch(url, {signal, headers: {...headers(), Accept: 'text/event-stream'}});
-  if (!reply.ok) throw new Error(`events: ${reply.status}`);
+  // Who refuses is there: no such engine, no token, too many listeners. It is asked again.
   opened(true);
+  if (!reply.ok) return false;
   const reader = reply.body.pipeThrough(new TextDecoderStream()).getReader();
   let rest = '';
   for (;;) {
     const {value, done} = await reader.read();
-    if (done) return;
+    if (done) return true;
     const blocks = (rest + value).replaceAll('\r', '').split('\n\n');
     rest = blocks.pop();
     blocks.forEach(read);
@@ -67,13 +68,14 @@ async function go(url) {
   following = mine;
   for (let wait = 500; !mine.signal.aborted; wait = Math.min(wait * 2, 5000)) {
     const began = Date.now();
+    let ended = true;
     try {
-      await listen(url, mine.signal);
+      ended = await listen(url, mine.signal);
     } catch {
       // It is tried again; what it means is told to who listens.
     }
     if (mine.signal.aborted) return;
-    opened(false);
+    if (ended) opened(false);
     if (Date.now() - began > 10000) wait = 250;
     await pause(wait);
   }

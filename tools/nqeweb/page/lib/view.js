@@ -1,6 +1,6 @@
 // What a view gets: its place, its words, and a signal that ends when it is left.
 import {ask, Problem, token} from './api.js';
-import {by, el, fill, say} from './dom.js';
+import {by, el, fill, say, shown} from './dom.js';
 import {key} from './keys.js';
 import {on} from './live.js';
 
@@ -54,9 +54,9 @@ export class View {
   get over() { return this.signal.aborted; }
 
   title(text, about = '') {
-    by('title').textContent = text;
-    by('about').textContent = about;
-    document.title = `${text} – nqe console`;
+    by('title').textContent = shown(text);
+    by('about').textContent = shown(about);
+    document.title = `${shown(text)} – nqe console`;
   }
 
   // A question whose answer this view shows: the buttons of the head lead to it. A value that is empty or undefined is not asked.

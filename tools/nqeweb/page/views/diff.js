@@ -26,7 +26,7 @@ export default async function draw(view) {
   if (engines.length < 2) fill(place, el('p', {class: 'empty'}, 'This console reads one engine alone. Start nqeweb with --snapshot FILE as well to have something to compare it with.'));
   if (!view.params.get('a') || !view.params.get('b')) return;
   fill(place, el('p', {class: 'empty'}, 'Comparing …'));
-  const answer = await view.ask('diff', {engine: '', a: a.value, b: b.value, counters: counters.checked ? 'true' : ''}, {shown: true});
+  const answer = await view.ask('diff', {engine: '', a: view.params.get('a'), b: view.params.get('b'), counters: counters.checked ? 'true' : ''}, {shown: true});
   const tables = new Map();
   for (const one of answer.diff) {
     const where = one.table ?? one.region;

@@ -108,8 +108,10 @@ export default async function draw(view) {
     fill(wrong, answer.count ? findings(answer.findings.slice(0, 9), `${kinds('error')} errors, ${kinds('warning')} warnings${answer.count > 9 ? '; the first nine' : ''}`)
       : el('p', {class: 'empty good'}, '✓ Nothing is wrong.'));
   };
+  // Every entry is looked at, which may take its time.
+  fill(wrong, el('p', {class: 'empty waits'}, 'Looking …'));
   const each = (place, load) => load().catch(failure => {
-    if (failure.name !== 'AbortError' && !view.over && !place.hasChildNodes()) fill(place, notice('warn', failure.title ?? 'It failed', failure.detail ?? failure.message));
+    if (failure.name !== 'AbortError' && !view.over && (!place.hasChildNodes() || place.querySelector('.waits'))) fill(place, notice('warn', failure.title ?? 'It failed', failure.detail ?? failure.message));
   });
   await Promise.all([each(facts, overview), each(reasons, history), each(fullest, usage), each(wrong, check)]);
   view.every(10, overview);

@@ -21,6 +21,13 @@ function describe(all) {
   return fields;
 }
 
+// Where a session is ended, by the conditions that fit it.
+function endOf(record) {
+  const flow = record.positive ?? record.positive6 ?? {};
+  return link('reset', {what: 'session', 'inside-source-ip': flow.source, 'inside-source-port': flow.source_port || '',
+    'inside-destination-ip': flow.destination, 'inside-destination-port': flow.destination_port || '', protocol: flow.protocol || '', type: record.positive6 ? 'ipv6' : ''});
+}
+
 export default async function draw(view) {
   const name = view.path[1];
   const keys = view.params.getAll('key');
@@ -88,7 +95,8 @@ export default async function draw(view) {
   leads.className = 'card';
   text.className = 'card';
   view.fill(el('div', {class: 'row middle tools'}, words, el('label', {class: 'row middle'}, zeros, 'zeros as well'),
-    el('a', {class: 'button', href: link(`table/${name}`)}, `All of ${name}`)),
+    el('a', {class: 'button', href: link(`table/${name}`)}, `All of ${name}`),
+    name === 'session' ? el('a', {class: 'button', href: endOf(answer.record)}, 'End it …') : null),
   el('div', {class: 'cards'}, el('div', {class: 'card two-thirds'}, body), el('div', {class: 'cards stack third'}, text, leads)));
   view.every(3, load);
 }

@@ -28,6 +28,7 @@ function meanings(schema, defs, path = '', all = new Map()) {
 }
 
 async function one(view, name) {
+  view.title(name);
   const schema = await view.ask(`schema/${encodeURIComponent(name)}`, {engine: ''});
   view.title(name, schema.description ?? '');
   const meaning = meanings(schema.$defs?.[name] ?? {}, schema.$defs ?? {});

@@ -1,6 +1,6 @@
 // One box for two questions: where a value stands, and where an address leads.
 import {by, el, shown, table} from '../lib/dom.js';
-import {keyWords, plain, recordLink} from '../lib/format.js';
+import {keyWords, number, plain, recordLink} from '../lib/format.js';
 import {link} from '../lib/route.js';
 import {notice} from '../lib/view.js';
 
@@ -39,20 +39,38 @@ async function find(view, value, first) {
       : el('p', {class: 'empty'}, 'It stands nowhere.')];
 }
 
+// Tables and counters that are called so: who types "arp miss" means one of them.
+async function called(view, value) {
+  const words = value.toLowerCase().split(/[\s*]+/).filter(Boolean);
+  const [{tables}, {statistics}] = await Promise.all([view.ask('tables'), view.ask('statistics', {pattern: value.includes('*') ? value : `*${value}*`})]);
+  const fits = tables.filter(one => one.readable !== false && words.length && words.every(word => `${one.name} ${one.about}`.toLowerCase().includes(word)));
+  const counters = statistics.filter(one => one.name).sort((a, b) => b.sum - a.sum);
+  const shownCounters = counters.slice(0, 20);
+  const all = link('statistics', {pattern: value, zeros: 'yes'});
+  return [el('header', {}, el('h2', {}, 'What is called so'), el('span', {class: 'quiet'}, `${fits.length} tables, ${counters.length} counters`)),
+    fits.length ? table({caption: 'Tables', head: ['Table', 'Holds', {body: 'Entries', class: 'num'}],
+      rows: fits.map(one => [{body: el('a', {class: 'mono', href: link(`table/${one.name}`)}, one.name), class: 'name'}, {body: one.about, class: 'quiet meaning'}, {body: number(one.entries), class: 'num'}])}) : null,
+    counters.length ? table({caption: counters.length > shownCounters.length ? 'Counters, the greatest' : 'Counters', head: ['Counter', 'Class', {body: 'Sum', class: 'num'}],
+      rows: shownCounters.map(one => [{body: el('a', {href: all}, one.name)}, {body: one.class, class: 'quiet'}, {body: number(one.sum), class: 'num'}])}) : null,
+    fits.length || counters.length ? null : el('p', {class: 'empty'}, 'No table and no counter.')];
+}
+
 export default async function draw(view) {
   const value = view.params.get('q') ?? '';
   by('query').value = value;
-  view.title(value ? `“${shown(value)}”` : 'Search', 'An address or prefix, a MAC address, an interface index, or any text; * stands for any characters');
+  view.title(value ? `“${shown(value)}”` : 'Search', 'An address or prefix, a MAC address, an interface index, a table, a counter, or any text; * stands for any characters');
   if (!value) {
     view.fill(el('p', {class: 'empty'}, 'Type what you look for into the box above.'));
     by('query').focus();
     return;
   }
   const address = isAddress(value);
+  const word = !address && /[a-z]/i.test(value);
   const left = el('section', {class: 'card half', 'aria-label': 'Where it leads'}, el('p', {class: 'empty'}, 'Looking …'));
-  const right = el('section', {class: `card ${address ? 'half' : ''}`, 'aria-label': 'Where it stands'}, el('p', {class: 'empty'}, 'Looking …'));
-  view.fill(el('div', {class: 'cards'}, address ? left : null, right));
+  const right = el('section', {class: `card ${address || word ? 'half' : ''}`, 'aria-label': 'Where it stands'}, el('p', {class: 'empty'}, 'Looking …'));
+  const names = el('section', {class: 'card half', 'aria-label': 'What is called so'}, el('p', {class: 'empty'}, 'Looking …'));
+  view.fill(el('div', {class: 'cards'}, address ? left : null, right, word ? names : null));
   const put = (place, answer) => answer.then(parts => { if (!view.over) place.replaceChildren(...parts); },
     failure => { if (failure.name !== 'AbortError' && !view.over) place.replaceChildren(notice('bad', failure.title ?? 'It failed', failure.detail ?? failure.message)); });
-  await Promise.all([address ? put(left, explain(view, value)) : null, put(right, find(view, value, !address))]);
+  await Promise.all([address ? put(left, explain(view, value)) : null, word ? put(names, called(view, value)) : null, put(right, find(view, value, !address))]);
 }

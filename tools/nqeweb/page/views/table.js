@@ -7,6 +7,7 @@ import {Pages} from '../lib/pages.js';
 import {link, go} from '../lib/route.js';
 import {notice} from '../lib/view.js';
 
+const resetOf = {session: 'session', server_map: 'server-map'};
 const operators = ['=', '!=', '<', '<=', '>', '>='];
 const kRoom = 14;  // columns that are shown when nobody says which
 
@@ -38,7 +39,8 @@ const numeric = field => /^[ui](8|16|32|64)/.test(field.kind) && field.width > 1
 
 function chosenFields(view, all) {
   const asked = view.params.get('fields')?.split(',').filter(Boolean);
-  if (asked) return asked.map(path => all.find(field => field.path === path)).filter(Boolean);
+  const known = asked?.map(path => all.find(field => field.path === path)).filter(Boolean);
+  if (known?.length) return known;
   const whole = listable(all).filter(field => !field.path.includes('['));
   return [...whole.filter(isKey), ...whole.filter(field => !isKey(field))].slice(0, kRoom);
 }
@@ -49,6 +51,7 @@ export default async function draw(view) {
   const here = sessions ? 'sessions' : `table/${name}`;
   const filters = view.params.getAll('filter');
   const sort = view.params.get('sort') ?? '';
+  view.title(sessions ? 'Sessions' : name);
   const described = await view.ask(`tables/${encodeURIComponent(name)}/fields`);
   const all = described.fields;
   view.title(sessions ? 'Sessions' : name, described.about);
@@ -125,7 +128,8 @@ function bar({all, filters, fields, to, name, sessions, named}) {
   const chips = filters.map((text, i) => el('span', {class: 'chip'}, el('span', {}, shown(text)),
     el('button', {type: 'button', 'aria-label': `Remove the filter ${shown(text)}`, onclick: () => to({filter: filters.filter((_, j) => j !== i)})}, '✕')));
   return el('div', {class: 'tools', role: 'group', 'aria-label': 'Filters and fields'},
-    el('div', {class: 'row'}, form, choose, anew, sessions ? el('a', {class: 'button', href: link(`table/${name}`)}, 'As the table') : null),
+    el('div', {class: 'row'}, form, choose, anew, sessions ? el('a', {class: 'button', href: link(`table/${name}`)}, 'As the table') : null,
+      resetOf[name] ? el('a', {class: 'button', href: link('reset', {what: resetOf[name]})}, 'End some …') : null),
     chips.length ? el('div', {class: 'row', role: 'list', 'aria-label': 'Filters in force'}, chips) : null);
 }
 
