@@ -2,41 +2,17 @@
 # Builds the Debian packages, in a Debian of their own that has what debian/control asks for and nothing else. Nothing is
 # installed on this machine but the programs that do so, and no foreign architecture is added to it.
 #
-# usage: scripts/packages.sh [--once] [ARCHITECTURE]     amd64 or arm64; this machine's unless told otherwise
+# usage: scripts/packages.sh [--once|--build] [ARCHITECTURE]   amd64 or arm64; this machine's unless told otherwise
 #
 # Builds twice, in different folders, at different times and with different habits, and compares the packages byte by
 # byte (with --once it builds once and compares nothing); shows them to lintian, which may have nothing to say; holds the
-# services to their sandbox; and, where the packages are this machine's, installs and uses them where nothing else is
-# (tests/packages/use_packages.sh). They come to stand in build/packages/ARCHITECTURE. Runs as root.
+# services to their sandbox; and installs and uses them where nothing else is (tests/packages/use_packages.sh), those for
+# arm64 in qemu-user on a machine that is no such. --build does not use them, and builds once. They come to stand in
+# build/packages/ARCHITECTURE. Runs as root.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/common.sh
-
-fail() {
-  echo "packages.sh: $1" >&2
-  exit 1
-}
-
-# A Debian to build or to install in, made by make_root HOW-MADE WORDS...; made anew when that changes.
-make_root() {
-  local root=$1
-  shift
-  [ "$(cat "$root.made" 2>/dev/null)" != "$*" ] || return 0
-  rm -rf "$root" "$root.made"
-  mmdebstrap --quiet --mode=root --variant=apt "$@" bookworm "$root" "${sources[@]}"
-  echo "$*" >"$root.made"
-}
-
-# in_root ROOT COMMAND...: with processes and mounts of its own, which are gone when it ends.
-in_root() {
-  unshare --mount --pid --fork --propagation private -- sh -ec '
-    root=$1
-    shift
-    mount -t proc proc "$root/proc"
-    mount -t tmpfs tmpfs "$root/dev/shm"
-    mount -t devpts -o newinstance,ptmxmode=0666 devpts "$root/dev/pts"
-    exec chroot "$root" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root "$@"' sh "$@"
-}
+. scripts/roots.sh
 
 # What the packages are built in: what debian/control asks for, libraries for the architecture that is built for.
 make_build_root() {
@@ -97,8 +73,13 @@ use_services() {
   [ "$good" -eq 1 ]
 }
 
-once=
-[ "${1-}" != --once ] || { once=1 && shift; }
+[ "$(id -u)" -eq 0 ] || fail "it takes root to make a Debian to build in (sudo $0)"
+own_mounts "$@"
+once='' use_them=1
+case ${1-} in
+  --once) once=1 && shift ;;
+  --build) once=1 use_them='' && shift ;;
+esac
 here=$(dpkg --print-architecture)
 arch=${1-$here}
 case $arch in
@@ -106,13 +87,8 @@ case $arch in
   *) echo "packages.sh: cannot make sense of \"$arch\"; packages are built for amd64 and arm64" >&2 && exit 2 ;;
 esac
 cross=()
-[ "$arch" = "$here" ] || cross=(cross,nocheck)
-[ "$(id -u)" -eq 0 ] || fail "it takes root to make a Debian to build in (sudo $0)"
+[ "$arch" = "$here" ] || cross=("cross,nocheck")
 need_packages git mmdebstrap lintian systemd
-# Where this machine has its packages from.
-sources=()
-for list in /etc/apt/sources.list /etc/apt/sources.list.d/debian.sources; do [ ! -s "$list" ] || sources+=("$list"); done
-
 mkdir -p build/packages
 root=$PWD/build/packages/build-$arch
 make_build_root
@@ -144,12 +120,19 @@ done
 
 lintian --allow-root --fail-on error,warning "$packages"/*.changes || fail "lintian has something to say"
 
-if [ "$arch" = "$here" ]; then
-  bare=$PWD/build/packages/bare use=$PWD/build/packages/use
-  make_root "$bare" --architectures="$here"
+case $here-$arch-$use_them in
+  amd64-arm64-1) run_arm64 ;;
+  arm64-amd64-1) echo "amd64 packages are not used on an arm64 machine" && use_them='' ;;
+esac
+if [ -n "$use_them" ]; then
+  bare=$PWD/build/packages/bare-$arch use=$PWD/build/packages/use-$arch
+  make_root "$bare" --architectures="$arch" --skip=check/qemu
   make_use
   in_root "$use" bash -s <tests/packages/use_packages.sh || fail "the packages do not work where nothing else is installed"
-  make_use
-  use_services || fail "the services do not run in their sandbox"
+  # qemu-user is no kernel to be a systemd on.
+  if [ "$arch" = "$here" ]; then
+    make_use
+    use_services || fail "the services do not run in their sandbox"
+  fi
   rm -rf "$use"
 fi

@@ -22,14 +22,15 @@ namespace qdt::host {
 
 namespace {
 
-// Places for the mapping, the best one first: above the program and its heap, below the stacks and libraries,
-// and where AddressSanitizer and ThreadSanitizer let programs map memory. The kernel refuses those beyond its
-// address size.
+// Places for the mapping, the best one first, away from the program with its heap, from stacks and from
+// libraries. The first ones are within 39 bits, the smallest address space of the processors that engines run
+// on: a copy of an arena is read at the arena's own address, on whatever machine. The others are for who has
+// something there, as AddressSanitizer has. The kernel refuses those beyond its address size.
 constexpr uint64_t kBases[] = {
+    0x006800000000, 0x003000000000, 0x002800000000,
 #if defined(__aarch64__)
-    0xaaae00000000, 0x560000000000, 0x300000000000,  // 48 bits
     0x018000000000,                                  // 42 bits
-    0x006800000000, 0x003000000000, 0x002800000000,  // 39 bits
+    0x300000000000, 0x560000000000, 0xaaae00000000,  // 48 bits
 #else
     0x566800000000, 0x567000000000, 0x566c00000000, 0x567400000000, 0x567800000000,
     0x590000000000, 0x200000000000, 0x300000000000, 0x400000000000,  // not with ThreadSanitizer
@@ -163,6 +164,7 @@ void Arena::StampCopy(int fd) {
   clock_gettime(CLOCK_MONOTONIC, &uptime);
   header.savedTime = NanosecondsNow();
   header.savedUptime = static_cast<uint64_t>(uptime.tv_sec);
+  header.savedTimer = static_cast<uint32_t>(TimerMilliseconds() - header.savedUptime * 1000);
   StoreText(ProgramVersion(), header.program);
   header.headerSum = HeaderSum(header);
   if (pwrite(fd, &header, sizeof(header), 0) != static_cast<ssize_t>(sizeof(header)))

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
 
 // The bytes of an arena file outside its tables (table_layout.h has those). docs/arena.md draws the
 // map. Whoever changes a layout raises kArenaVersion.
@@ -59,8 +60,8 @@ struct ArenaHeader {
   uint64_t savedUptime;        // the same moment in seconds of the monotonic clock
   char program[kProgramRoom];  // of the program that has made the file
   uint64_t headerSum;
-  uint32_t state;  // ArenaState, read and written atomically
-  uint32_t reserved;
+  uint32_t state;       // ArenaState, read and written atomically
+  uint32_t savedTimer;  // of a copy: milliseconds, signed, of the processor's timer past savedUptime
 };
 static_assert(sizeof(ArenaHeader) == 728);
 static_assert(offsetof(ArenaHeader, base) == 24 && offsetof(ArenaHeader, directoryOffset) == 48);
@@ -76,6 +77,10 @@ struct RegionEntry {
   uint32_t engineOnly;  // 1: stands before the part that clients may write
 };
 static_assert(sizeof(RegionEntry) == 80);
+
+// Two arenas of one plan have the same bytes here, on every processor.
+static_assert(std::has_unique_object_representations_v<ArenaHeader>);
+static_assert(std::has_unique_object_representations_v<RegionEntry>);
 
 }  // namespace qdt::host
 

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
 
 #include "host/arena/route_layout.h"
 #include "host/arena/table_spec.h"
@@ -52,7 +53,7 @@ struct TableShape {
   uint32_t bucketCount;   // a power of two
   uint32_t nodeCount;     // of the flow partition, whose nodes are this table's entries: its capacity, or 0
   uint32_t logRoom;       // entries of one log
-  uint32_t reserved;
+  uint32_t reserved[2];
   uint64_t indexOffset;    // IndexSize bytes
   uint64_t headsOffset;    // capacity heads
   uint64_t logOffset;      // two logs
@@ -61,6 +62,8 @@ struct TableShape {
   uint64_t requestOffset;  // a word for each slot, where clients may write
 };
 static_assert(sizeof(TableShape) == 112 && offsetof(TableShape, indexOffset) == 64);
+// No byte without a name: it would say in the file what stood there in the engine's memory.
+static_assert(std::has_unique_object_representations_v<TableShape>);
 
 // One chain of the hash index, in order of insertion. `removals` counts the entries ever taken out of the
 // chain: a reader that finds it unchanged has not strayed into another chain through a slot that was used

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <string>
 
+#include "host/base/time_text.h"
 #include "host/regions/reassembly_regions.h"
 
 namespace qdt::host {

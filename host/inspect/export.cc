@@ -123,12 +123,12 @@ class Export {
   }
 
   // A running engine has the time at which a packet came where a scenario says how long it has waited.
-  static void TurnArrivals(const RegionLayout &region, std::vector<uint8_t> *bytes) {
+  void TurnArrivals(const RegionLayout &region, std::vector<uint8_t> *bytes) const {
     if (std::ranges::find(kReassemblyRegions, region.spec.name) == std::end(kReassemblyRegions)) return;
     const Field *packets = region.fields.Find(kReassemblyPackets);
     const Field *arrival = packets == nullptr ? nullptr : packets->fields.Find(kReassemblyArrival);
     if (arrival == nullptr) return;
-    const uint64_t now = TimerMilliseconds();
+    const uint64_t now = source_.Timer();
     for (uint32_t i = 0; i < packets->count; ++i) {
       uint8_t *packet = bytes->data() + packets->ref.offset + i * packets->stride;
       const uint64_t came = arrival->ref.Get(packet);

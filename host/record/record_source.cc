@@ -7,6 +7,7 @@
 
 #include "host/arena/arena_layout.h"
 #include "host/base/host_error.h"
+#include "host/base/time_text.h"
 #include "host/tbm/status.h"
 
 namespace qdt::host {
@@ -37,18 +38,21 @@ RecordSource::RecordSource(std::unique_ptr<Arena> arena, const Layout &layout, b
       layout_(layout),
       live_(live),
       uptime_(SecondsOf(CLOCK_MONOTONIC)),
-      now_(SecondsOf(CLOCK_REALTIME)) {
+      now_(SecondsOf(CLOCK_REALTIME)),
+      timer_(TimerMilliseconds()) {
   // What an engine has left behind does not say when that was.
   const ArenaHeader &header = *arena_->header();
   if (live || header.savedTime == 0) return;
   uptime_ = header.savedUptime;
   now_ = header.savedTime / kNanoseconds;
+  timer_ = uptime_ * 1000 + static_cast<uint64_t>(static_cast<int32_t>(header.savedTimer));
 }
 
 void RecordSource::LookNow() {
   if (!live_) return;
   uptime_ = SecondsOf(CLOCK_MONOTONIC);
   now_ = SecondsOf(CLOCK_REALTIME);
+  timer_ = TimerMilliseconds();
 }
 
 std::unique_ptr<RecordSource> RecordSource::OfEngine(const std::string &arena, const Layout &layout) {

@@ -60,6 +60,9 @@ class RecordSource {
   // one to come.
   WideValue SecondsAgo(const FieldRef &field, WideValue stored) const;
 
+  // TimerMilliseconds at that moment.
+  uint64_t Timer() const { return timer_; }
+
   // Address in the engine of a byte of this process's mapping.
   uint64_t EngineAddress(const void *here) const {
     return reinterpret_cast<uint64_t>(here) - static_cast<uint64_t>(arena_->Shift());
@@ -78,6 +81,7 @@ class RecordSource {
   bool live_;
   uint64_t uptime_ = 0;  // seconds of both clocks at the moment that the source shows
   uint64_t now_ = 0;
+  uint64_t timer_ = 0;
   mutable std::array<tbm::TableView, kTableCount> views_;
   enum class Opened : uint8_t { kNotYet, kYes, kMissing };
   mutable std::array<Opened, kTableCount> opened_{};

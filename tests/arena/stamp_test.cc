@@ -30,6 +30,8 @@ TEST_F(StampTest, ACopyRecordsItsMomentAndStaysGood) {
   EXPECT_GE(looked->header()->savedTime, before);
   EXPECT_LE(looked->header()->savedTime, NanosecondsNow());
   EXPECT_GT(looked->header()->savedUptime, 0u);
+  const auto past = static_cast<int32_t>(looked->header()->savedTimer);
+  EXPECT_GE(TimerMilliseconds(), looked->header()->savedUptime * 1000 + static_cast<uint64_t>(past));
   EXPECT_EQ(looked->header()->identity, engine_->header()->identity);
   EXPECT_EQ(looked->header()->program, ProgramVersion());
 }

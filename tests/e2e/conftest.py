@@ -19,7 +19,7 @@ import pytest
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 BIN = pathlib.Path(os.environ.get("QDT_BIN", ROOT / "build" / "bin")).resolve()
-PATIENCE = 30  # seconds that anything may take before a test calls it hanging
+PATIENCE = int(os.environ.get("QDT_PATIENCE", 30))  # seconds that anything may take before a test calls it hanging
 
 # Files whose tests take longest, the longest first.
 LONGEST = ("test_kill", "test_engine", "test_netconf", "test_sessions")

@@ -48,6 +48,11 @@ def exported(cli, file):
     return file.read_text()
 
 
+def test_a_copy_says_the_same_at_any_time(campus):
+    first, second = (nqecli("--snapshot", campus.snapshot, "export", "-") for _ in range(2))
+    assert first.code == 0 and "waited: " in first.out and first.out == second.out
+
+
 def test_campus_loads_into_an_equal_engine(campus, directory):
     first = exported(campus.engine.cli, directory / "first.yaml")
     with engine_place() as twin:

@@ -3,6 +3,7 @@
 #include <array>
 
 #include "host/base/host_error.h"
+#include "host/base/time_text.h"
 #include "host/inspect/diff.h"
 #include "host/scenario/scenario.h"
 #include "tests/inspect/random_state.h"

@@ -9,6 +9,7 @@
 #include <random>
 #include <set>
 
+#include "host/base/time_text.h"
 #include "host/record/record_shape.h"
 #include "host/regions/reassembly_regions.h"
 #include "host/tbm/route_key.h"
