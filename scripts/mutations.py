@@ -116,7 +116,9 @@ class Finder:
         self.tokens = tokens_of(source)
         self.left = facts(self.tokens)
         self.found = []
-        self.starts = [0] + [match.end() for match in re.finditer("\n", source)]
+        # Where the parentheses of conditions and loops end.
+        self.heads = {closing(self.tokens, at + 1) for at, token in enumerate(self.tokens)
+                      if token.text in ("if", "for", "while", "switch") and self.tokens[at + 1].text == "("}
         self.lines = source.split("\n")
 
     def add(self, begin, end, text, what):
@@ -166,7 +168,7 @@ class Finder:
         """Removes the expression statement that starts at `at`, when one does."""
         tokens = self.tokens
         first = tokens[at]
-        if first.text in DECLARES or first.kind not in ("word", "operator") or first.text in ("}", "{", ";", ")", "#"):
+        if first.text in DECLARES or not (first.kind == "word" or first.text in ("*", "++", "--", "(")):
             return
         end = at
         while tokens[end].text != ";":
@@ -179,6 +181,18 @@ class Finder:
         is_jump = len(body) == 1 and first.text in ("break", "continue")
         if is_jump or (len(body) > 1 and not self.declares(body)):
             self.add(first.begin, tokens[end - 1].end, "", "the statement -> nothing")
+
+    def begins_statement(self, at):
+        """Whether a statement may start at `at`, of a place where statements stand."""
+        before = self.tokens[at - 1].text
+        if before == ")":  # of a condition or a loop
+            return (at - 1) in self.heads
+        if before == ":":  # of a label
+            start = at - 1
+            while self.tokens[start].text not in (";", "{", "}", "case", "default"):
+                start -= 1
+            return self.tokens[start].text in ("case", "default")
+        return before in (";", "{", "}", "else")
 
     @staticmethod
     def declares(body):
@@ -216,7 +230,7 @@ class Finder:
                 self.replace(token, WORDS[token.text])
             elif token.text == "if" and tokens[at + 1].text == "(":
                 self.condition(at)
-            if blocks and blocks[-1] and nested[-1] == 0 and before in (";", "{", "}", ")", "else", ":"):
+            if blocks and blocks[-1] and nested[-1] == 0 and self.begins_statement(at):
                 self.statement(at)
         return number_alike(self.found)
 
