@@ -386,6 +386,14 @@ TEST_F(SessionFilterTest, MissingKeysHavePortZero) {
   EXPECT_EQ(compare("service-id", Ipv4()), 0);  // 0 stands for every service
 }
 
+// They say what an answer looks like, not what is in it.
+TEST_F(SessionFilterTest, RowsOfTheAnswerPassEverySession) {
+  const Record record = Ipv4();
+  Candidate candidate(*static_cast<const SessionRecord *>(record.data()));
+  for (const char *name : {"session-number", "verbose"})
+    EXPECT_EQ(g_sessionComparators[RowOf(name)](candidate, FilterValue{{1, 0, 0, 0}}), 0) << name;
+}
+
 TEST_F(SessionFilterTest, UnsupportedRowsPassAndSaySo) {
   SessionParamValuelClear();
   ValueOf("next-hop").words[3] = 1;

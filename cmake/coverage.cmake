@@ -1,0 +1,9 @@
+# Included before anything is built when lines are counted (QDT_COVERAGE). Counters are in all that is compiled from here
+# on, also for processes that share them and for threads. Tests have them as well: of a header's inline function, which
+# many objects hold, the linker takes the first copy that it meets.
+add_compile_options(--coverage -fprofile-update=atomic)
+add_link_options(--coverage)
+
+add_library(qdt_counters STATIC ${CMAKE_CURRENT_LIST_DIR}/counters.cc)
+target_compile_options(qdt_counters PRIVATE -fno-profile-arcs -fno-test-coverage)
+target_link_options(qdt_counters INTERFACE -Wl,--wrap=_exit,--wrap=_Exit,--wrap=quick_exit,--wrap=prctl)
