@@ -3,6 +3,7 @@
 import contextlib
 import json
 import os
+import re
 import signal
 import time
 
@@ -23,7 +24,7 @@ class Shell:
             str(BIN / "nqecli"), [str(word) for word in words], timeout=int(os.environ.get("SHELL_PATIENCE", PATIENCE)), dimensions=(rows, columns),
             env={**kept, "TERM": "xterm", "PAGER": "", "LC_ALL": "C.UTF-8", "XDG_STATE_HOME": str(state), **environment})
         self.process.delaybeforesend = 0
-        self.until_prompt()
+        self.greeting = self.until_prompt()
 
     def until_prompt(self):
         self.process.expect_exact(PROMPT)
@@ -281,8 +282,19 @@ def test_an_engine_that_dies_and_comes_back(engine, tmp_path):
         shell.leave()
 
 
+def test_it_says_where_one_is(campus, tmp_path):
+    with shell_of(tmp_path, "--arena", campus.engine.arena) as shell:
+        pid = campus.engine.process.pid
+        lines = shell.greeting.splitlines()
+        assert re.fullmatch(f"engine {pid} at {campus.engine.arena}, since 20..-..-..T..:..:......Z", lines[0]), lines
+        assert lines[1] == "? tells what may follow, help the commands"
+    with shell_of(tmp_path, "--snapshot", campus.snapshot) as shell:
+        assert shell.greeting.startswith(f"saved copy {campus.snapshot}\n"), shell.greeting
+
+
 def test_without_an_engine_the_shell_opens(place, tmp_path):
     with shell_of(tmp_path, "--arena", place.arena) as shell:
+        assert "no engine runs" in shell.greeting
         assert "no engine runs" in shell.ask("show ctrlif_map_fwdif 1005")
         assert shell.offered("show ctrlif_map_fwdif ?") == ["  (nothing more, or a word of your own)"]
         place.start()

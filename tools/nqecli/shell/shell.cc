@@ -11,10 +11,14 @@
 #include <cstdio>
 #include <exception>
 
+#include "host/arena/arena_layout.h"
 #include "host/base/host_error.h"
 #include "host/base/program.h"
+#include "host/base/time_text.h"
 #include "host/base/words.h"
+#include "host/layout/value_text.h"
 #include "host/library/entry_points.h"
+#include "host/wire/paths.h"
 #include "tools/nqecli/command.h"
 #include "tools/nqecli/output/shown_text.h"
 #include "tools/nqecli/shell/answer.h"
@@ -159,7 +163,26 @@ Shell::Shell(const Place &place)
   CatchInterrupts();
 }
 
+// Where one is: of several engines of a machine the prompt tells none.
+void Shell::Greet() const {
+  try {
+    const host::ArenaHeader &header = *Attach(place_).header();
+    std::string text = place_.saved() ? "saved copy " : "engine ";
+    if (!place_.saved()) text += std::to_string(header.enginePid) + " at ";
+    host::AppendEscaped(place_.saved()         ? place_.snapshot
+                        : place_.arena.empty() ? host::DefaultArena()
+                                               : place_.arena,
+                        &text);
+    if (!place_.saved()) text += ", since " + host::UtcText(header.startTime);
+    text += "\n? tells what may follow, help the commands\n";
+    std::fputs(text.c_str(), stdout);
+  } catch (const HostError &error) {
+    WriteError(error.what());
+  }
+}
+
 void Shell::Run(const std::string &first) {
+  if (first.empty()) Greet();
   if (!first.empty() && !RunLine(first)) return;
   for (;;) {
     try {

@@ -25,6 +25,7 @@ class Shell {
   void Run(const std::string &first);
 
  private:
+  void Greet() const;
   bool RunLine(const std::string &line);
   void RunCommandLine(const std::string &line);
   Following Follow(std::string_view upToCursor) const;

@@ -32,6 +32,7 @@ ExitCode Run(host::Arguments arguments) {
     WriteError("the engine is another one now");
     std::vector<std::string> words{"nqecli-shell", "--again=" + again.line};
     if (!place.arena.empty()) words.push_back("--arena=" + place.arena);
+    for (const std::string &user : place.trusted) words.push_back("--trust=" + user);
     std::vector<char *> pointers;
     for (std::string &word : words) pointers.push_back(word.data());
     pointers.push_back(nullptr);
