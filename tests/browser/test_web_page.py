@@ -143,8 +143,8 @@ def test_references_lead_on(browser, web):
 def test_tables_and_counters_are_found_by_their_names(browser, web):
     browser.open(web, "search?q=arp%20miss")
     browser.says("What is called so")
-    browser.says("discard")
-    assert "arp miss" in browser.view()
+    browser.says("1 table, 1 counter")
+    assert "arp miss" in browser.view() and "null" not in browser.view()
     browser.open(web, "search?q=neighbours")
     browser.says("IPv6 neighbours and their MAC addresses")
     browser.click("section[aria-label='What is called so'] a[href*='table/nd']")

@@ -39,6 +39,8 @@ async function find(view, value, first) {
       : el('p', {class: 'empty'}, 'It stands nowhere.')];
 }
 
+const counted = (n, what) => `${number(n)} ${what}${n === 1 ? '' : 's'}`;
+
 // Tables and counters that are called so: who types "arp miss" means one of them.
 async function called(view, value) {
   const words = value.toLowerCase().split(/[\s*]+/).filter(Boolean);
@@ -47,7 +49,7 @@ async function called(view, value) {
   const counters = statistics.filter(one => one.name).sort((a, b) => b.sum - a.sum);
   const shownCounters = counters.slice(0, 20);
   const all = link('statistics', {pattern: value, zeros: 'yes'});
-  return [el('header', {}, el('h2', {}, 'What is called so'), el('span', {class: 'quiet'}, `${fits.length} tables, ${counters.length} counters`)),
+  return [el('header', {}, el('h2', {}, 'What is called so'), el('span', {class: 'quiet'}, `${counted(fits.length, 'table')}, ${counted(counters.length, 'counter')}`)),
     fits.length ? table({caption: 'Tables', head: ['Table', 'Holds', {body: 'Entries', class: 'num'}],
       rows: fits.map(one => [{body: el('a', {class: 'mono', href: link(`table/${one.name}`)}, one.name), class: 'name'}, {body: one.about, class: 'quiet meaning'}, {body: number(one.entries), class: 'num'}])}) : null,
     counters.length ? table({caption: counters.length > shownCounters.length ? 'Counters, the greatest' : 'Counters', head: ['Counter', 'Class', {body: 'Sum', class: 'num'}],
@@ -70,7 +72,7 @@ export default async function draw(view) {
   const right = el('section', {class: `card ${address || word ? 'half' : ''}`, 'aria-label': 'Where it stands'}, el('p', {class: 'empty'}, 'Looking …'));
   const names = el('section', {class: 'card half', 'aria-label': 'What is called so'}, el('p', {class: 'empty'}, 'Looking …'));
   view.fill(el('div', {class: 'cards'}, address ? left : null, right, word ? names : null));
-  const put = (place, answer) => answer.then(parts => { if (!view.over) place.replaceChildren(...parts); },
+  const put = (place, answer) => answer.then(parts => { if (!view.over) place.replaceChildren(...parts.filter(Boolean)); },
     failure => { if (failure.name !== 'AbortError' && !view.over) place.replaceChildren(notice('bad', failure.title ?? 'It failed', failure.detail ?? failure.message)); });
   await Promise.all([address ? put(left, explain(view, value)) : null, word ? put(names, called(view, value)) : null, put(right, find(view, value, !address))]);
 }
