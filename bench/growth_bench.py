@@ -35,7 +35,7 @@ QUESTIONS = {
     "list --json": (["list", TABLE, "--json"], lambda records: 5 + records * 0.0005),
     "find": (["find", "02:00:5e:00:00:07"], lambda records: 5 + records * 0.0005),
     "usage": (["usage"], lambda records: 5),
-    "check": (["check"], lambda records: 10 + records * 0.005),
+    "check": (["check"], lambda records: 5 + records * 0.0005),
 }
 
 
@@ -119,13 +119,12 @@ def plot_growth(plt, grown, kind, file):
 
 def plot_comparison(plt, rows, file):
     figure, axes = plt.subplots(figsize=(9, 0.5 + 0.42 * len(rows)))
-    names = [row["name"] for row in rows][::-1]
-    axes.barh(names, [row["ms"] for row in rows][::-1], height=0.6)
+    axes.set_yticks(range(len(rows)), [row["name"] for row in rows[::-1]], fontsize=8)
     for place, row in enumerate(rows[::-1]):
+        axes.barh(place, row["ms"], height=0.6, color="tab:blue" if row["goal_ms"] else "tab:gray")
         if row["goal_ms"]:
             axes.plot([row["goal_ms"]] * 2, [place - 0.4, place + 0.4], color="red")
     axes.plot([], [], color="red", label="goal")
-    axes.set_xscale("log")
     axes.set_xlabel("milliseconds from exec to exit")
     axes.legend(fontsize=8)
     figure.tight_layout()
