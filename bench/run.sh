@@ -22,7 +22,7 @@ quietly() {
 }
 
 quietly cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release -DQDT_BUILD_BENCH=ON -DQDT_BUILD_TESTS=OFF
-quietly cmake --build "$build" --parallel 2 --target views_bench table_bench session_bench route_bench sql_bench \
+quietly cmake --build "$build" --parallel 2 --target views_bench table_bench readers_bench session_bench route_bench sql_bench \
   nqecli nqecli-shell nqecli-sql nqed nqeweb omad omad-session
 # The tables' own program repeats what it measures and takes the least; the views' takes the median of 200 turns.
 for bench in views table session route sql; do
@@ -45,9 +45,15 @@ rm -f "$build.log"
 
 /usr/bin/python3 "$root/bench/metrics_bench.py" "$build/bin" "$runs" >"$build/metrics.json"
 
+/usr/bin/python3 "$root/bench/growth_bench.py" "$build/bin" measure "$((runs / 5))" >"$build/growth.json"
+/usr/bin/python3 "$root/bench/growth_bench.py" plot "$build/growth.json" "$build/plots"
+
 /usr/bin/python3 "$root/bench/report.py" "$build/views.json" "$build/table.json" "$build/session.json" \
   "$build/route.json" "$build/sql.json" "$build/sql_exec.json" "$build/data.json" "$build/mirror.json" \
   "$build/metrics.json" "$build/cli.json"
+
+printf '\n## What readers cost the writer\n\n'
+"$build/bin/readers_bench" "$build/bin"
 
 printf '\n## NETCONF sessions\n\n'
 /usr/bin/python3 "$root/bench/agent_bench.py" "$build/bin"

@@ -41,13 +41,6 @@ ArenaPlan PlanFor(const EngineOptions &options, const Layout &layout) {
     throw HostError(std::string(region->place) + ": " + std::string(region->spec.name) +
                     ": the engine has a region of this name itself (rename it)");
   }
-  for (const auto &[name, capacity] : options.capacities) {
-    const TableLayout *table = layout.FindTable(name);
-    if (table == nullptr || !table->spec.enabled)
-      throw HostError("--capacity " + Quoted(name) +
-                      ": there is no such table (\"nqecli tables\" lists them)");
-    plan.tables[table->spec.id].capacity = capacity;
-  }
   plan.regions.push_back(StatisticsSpec(options.cores));
   Measurement::Plan(&plan, options.cores);
   return plan;

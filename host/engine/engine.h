@@ -23,8 +23,6 @@ struct EngineOptions {
   std::string arena;  // absolute paths: clients have other working directories
   std::string socket;
   uint32_t cores = 4;  // forwarding cores, which keep statistics of their own; 1 to kMaxCores
-  // Entries that a table has room for, by its short name, where that is not what the layout says.
-  std::vector<std::pair<std::string, uint32_t>> capacities = {};
 };
 
 // The lab engine: the one writer of an arena. Used by one thread; everything it is asked to do happens

@@ -74,6 +74,22 @@ FieldRef RegionLayout::At(std::string_view path) const { return Resolve(spec.nam
 
 void RegionLayout::ForEachValue(const ValueVisitor &visit) const { Visit(fields, "", 0, visit); }
 
+Layout Layout::WithCapacities(std::span<const std::pair<std::string, uint32_t>> capacities) const {
+  struct Kept {
+    std::vector<TableLayout> tables;
+    std::shared_ptr<const LayoutStore> before;
+  };
+  const auto kept = std::make_shared<Kept>(Kept{{tables_.begin(), tables_.end()}, store_});
+  for (const auto &[name, capacity] : capacities) {
+    const TableLayout *table = FindTable(name);
+    if (table == nullptr || !table->spec.enabled)
+      throw HostError("--capacity " + Quoted(name) +
+                      ": there is no such table (\"nqecli tables\" lists them)");
+    kept->tables[table->spec.id].spec.capacity = capacity;
+  }
+  return {kept->tables, regions_, views_, byName_, std::shared_ptr<const LayoutStore>(kept, store_.get())};
+}
+
 ArenaPlan Layout::Plan(const std::string &socketPath) const {
   ArenaPlan plan;
   for (const TableLayout &table : tables_) plan.tables.push_back(table.spec);

@@ -88,6 +88,9 @@ class Layout {
          std::shared_ptr<const LayoutStore> store = nullptr)
       : tables_(tables), regions_(regions), views_(views), byName_(byName), store_(std::move(store)) {}
 
+  // The same with other capacities, by short names. Throws HostError when there is no such table in use.
+  Layout WithCapacities(std::span<const std::pair<std::string, uint32_t>> capacities) const;
+
   // What an engine's arena has to hold. Names are those of this layout.
   ArenaPlan Plan(const std::string &socketPath) const;
 

@@ -265,6 +265,16 @@ def test_full_disk_under_an_export(engine, directory):
     assert result.err.startswith("nqecli: ") and result.err.count("\n") == 1 and "No space left" in result.err, result
 
 
+def test_a_scenario_may_fill_the_capacity_that_is_told(place):
+    place.scenario.write_text("ssw_macinfo:\n  - {repeat: 20000, bridge_id: 1, vlan_id: 10, mac: {from: 02:00:5e:00:00:00, step: 1}}\n")
+    nqed("--scenario", place.scenario, "--arena", place.arena).failed("the table is full (it holds 16384 entries)", tool="nqed")
+    place.start("--capacity", "ssw_macinfo=20000")
+    assert "20000 entries" in place.ready_line
+    place.stop()
+    nqed("--scenario", place.scenario, "--arena", place.arena, "--capacity", "ssw_macinfo=19999").failed(
+        "the table is full (it holds 19999 entries)", tool="nqed")
+
+
 # The tool and the engine's life
 
 

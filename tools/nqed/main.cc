@@ -108,7 +108,9 @@ struct CommandLine {
   bool check = false;
   std::vector<std::string> checked;  // files
   std::string layoutDir;             // empty: the layouts that the program was built with
-  uint32_t traffic = 0;              // simulated packets a second
+  std::vector<std::pair<std::string, uint32_t>>
+      capacities;        // of tables, where the layout says something else
+  uint32_t traffic = 0;  // simulated packets a second
   std::vector<CaptureOption> captures;
   std::string pcap;  // file
   bool fast = false;
@@ -125,7 +127,7 @@ std::string AbsolutePath(const std::string &path) {
 }
 
 // Takes --capacity when it is the next word.
-bool TakeCapacity(Arguments *arguments, EngineOptions *options) {
+bool TakeCapacity(Arguments *arguments, std::vector<std::pair<std::string, uint32_t>> *capacities) {
   constexpr uint32_t kMostEntries = 1u << 24;
   std::string value;
   if (!arguments->TakeValue("--capacity", &value)) return false;
@@ -135,7 +137,7 @@ bool TakeCapacity(Arguments *arguments, EngineOptions *options) {
   if (!count || *count == 0 || *count > kMostEntries)
     throw HostError("--capacity " + Quoted(value) + " is not TABLE=N with a number from 1 to " +
                     std::to_string(kMostEntries));
-  options->capacities.emplace_back(value.substr(0, equals), static_cast<uint32_t>(*count));
+  capacities->emplace_back(value.substr(0, equals), static_cast<uint32_t>(*count));
   return true;
 }
 
@@ -181,7 +183,7 @@ CommandLine Parse(Arguments arguments) {
       line.fast = true;
     } else if (arguments.TakeValue("--trust", &trusted)) {
       TrustUser(trusted);
-    } else if (!arguments.TakeValue("--netns", &line.netns) && !TakeCapacity(&arguments, &options) &&
+    } else if (!arguments.TakeValue("--netns", &line.netns) && !TakeCapacity(&arguments, &line.capacities) &&
                !arguments.TakeNumber("--counters", 1, kMostPatience, &line.counters) &&
                !arguments.TakeNumber("--netlink-buffer", 1, kMostBuffer, &line.netlinkBuffer) &&
                !TakeCapture(&arguments, &line.captures) && !arguments.TakeValue("--pcap", &line.pcap) &&
@@ -246,13 +248,16 @@ int ShowStatus(const EngineOptions &options) {
   return 0;
 }
 
+Layout LayoutOf(const CommandLine &line) {
+  const Layout layout = line.layoutDir.empty() ? Layout::BuiltIn() : ReadLayoutDirectory(line.layoutDir);
+  return line.capacities.empty() ? layout : layout.WithCapacities(line.capacities);
+}
+
 // What is wrong goes to standard error, a line each that begins with its place.
 int CheckScenarios(const CommandLine &line) {
   if (line.checked.empty()) throw HostError("--check takes the names of scenarios; try --help");
   if (!line.scenario.empty() || line.status) throw HostError("--check stands for itself; leave the rest out");
-  std::optional<Layout> otherLayout;
-  if (!line.layoutDir.empty()) otherLayout = ReadLayoutDirectory(line.layoutDir);
-  const Layout &layout = otherLayout ? *otherLayout : Layout::BuiltIn();
+  const Layout layout = LayoutOf(line);
   Mistakes mistakes(kMostMistakes);
   std::string good;
   try {
@@ -365,9 +370,7 @@ int RunEngine(const CommandLine &line) {
   if (line.defaultPlace) MakeDefaultDirectory();
   // Said at once, not after a long load.
   Arena::CheckFree(options.arena);
-  std::optional<Layout> otherLayout;
-  if (!line.layoutDir.empty()) otherLayout = ReadLayoutDirectory(line.layoutDir);
-  const Layout &layout = otherLayout ? *otherLayout : Layout::BuiltIn();
+  const Layout layout = LayoutOf(line);
   const std::unique_ptr<Filler> filler = MakeFiller(line, layout);
 
   // From here on there are files to take along when the engine is told to stop.
