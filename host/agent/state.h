@@ -48,6 +48,9 @@ struct StateSource {
   // nothing is told twice. Throws HostError when it cannot be told. Sources of one top-level node stand
   // beside each other, and so do all records of one container.
   std::function<std::string(std::string_view from, StateSink *sink)> walk;
+  // The container below the top-level node that all its records stand in, where that is one: who wants none
+  // of it need not have it walked.
+  std::string part = {};
 };
 
 }  // namespace qdt::host

@@ -122,16 +122,71 @@ void AddParameter(const XmlElement &child, const std::string &path, Request *req
   request->parameters.emplace_back(child.name, child.text);
 }
 
+// The node, or those in it that the filter is about where it says so. One that holds a value is for all that
+// stands beside it.
+void AddPlaces(const XmlElement &node, std::vector<std::string> *places) {
+  const std::string top = '{' + node.space + '}' + node.name;
+  const auto isPlain = [&](const auto &child) {
+    return child->space == node.space && (!child->children.empty() || child->Value().empty());
+  };
+  if (node.children.empty() || !std::ranges::all_of(node.children, isPlain)) return places->push_back(top);
+  for (const auto &child : node.children) places->push_back(top + '/' + child->name);
+}
+
 void AddWanted(Request *request) {
-  std::vector<std::string> tops;
+  std::vector<std::string> places;
   if (request->filter.kind == DataFilter::Kind::kXpath) {
-    tops = TopsOfXpath(request->filter.xpath, request->filter.bindings);
+    places = PlacesOfXpath(request->filter.xpath, request->filter.bindings);
   } else if (request->filter.kind == DataFilter::Kind::kSubtree) {
-    for (const auto &each : request->filter.subtree->children)
-      tops.push_back("{" + each->space + "}" + each->name);
-    if (tops.empty()) tops.emplace_back();  // an empty filter selects nothing
+    for (const auto &each : request->filter.subtree->children) AddPlaces(*each, &places);
+    if (places.empty()) places.emplace_back();  // an empty filter selects nothing
   }
-  for (std::string &top : tops) request->parameters.emplace_back("want", std::move(top));
+  for (std::string &place : places) request->parameters.emplace_back("want", std::move(place));
+}
+
+// The branches of a path: what stands between the bars that are in no predicate, parentheses or text. Nothing
+// when its brackets or quotes do not close.
+std::vector<std::string_view> BranchesOf(std::string_view path) {
+  std::vector<std::string_view> branches;
+  size_t start = 0, depth = 0;
+  for (size_t at = 0; at < path.size(); ++at) {
+    const char c = path[at];
+    if (c == '\'' || c == '"') {
+      at = path.find(c, at + 1);
+      if (at == path.npos) return {};
+    } else if (c == '[' || c == '(') {
+      ++depth;
+    } else if (c == ']' || c == ')') {
+      if (depth-- == 0) return {};
+    } else if (c == '|' && depth == 0) {
+      branches.push_back(path.substr(start, at - start));
+      start = at + 1;
+    }
+  }
+  if (depth != 0) return {};
+  branches.push_back(path.substr(start));
+  return branches;
+}
+
+// Takes "/PREFIX:NAME" from the beginning; empty, and nothing taken, when none is there.
+std::pair<std::string, std::string> TakeStep(std::string_view *path, const Bindings &bindings) {
+  const auto name = [](std::string_view text) {
+    size_t end = 0;
+    while (end < text.size() && IsNameByte(text[end])) ++end;
+    return text.substr(0, end);
+  };
+  if (!path->starts_with('/')) return {};
+  const std::string_view prefix = name(path->substr(1));
+  std::string_view rest = path->substr(1 + prefix.size());
+  if (prefix.empty() || !rest.starts_with(':')) return {};
+  const std::string_view node = name(rest.substr(1));
+  rest.remove_prefix(1 + node.size());
+  const auto isOurs = [&](const auto &each) { return each.first == prefix; };
+  const auto found = std::ranges::find_if(bindings, isOurs);
+  const bool ends = rest.empty() || rest[0] == '/' || rest[0] == '[' || rest[0] == ' ';
+  if (node.empty() || found == bindings.end() || !ends) return {};
+  *path = rest;
+  return {found->second, std::string(node)};
 }
 
 }  // namespace
@@ -175,30 +230,23 @@ std::string ReplyAttributes(const XmlElement &rpc) {
   return text;
 }
 
-std::vector<std::string> TopsOfXpath(std::string_view path, const Bindings &bindings) {
-  // Only paths alone are looked at: what is within predicates or functions may lead anywhere.
-  if (path.find_first_of("[]()'\"$") != path.npos) return {};
-  std::vector<std::string> tops;
-  while (true) {
-    const size_t bar = std::min(path.find('|'), path.size());
-    std::string_view branch = path.substr(0, bar);
-    while (!branch.empty() && branch.front() == ' ') branch.remove_prefix(1);
-    if (!branch.starts_with('/') || branch.find("..") != branch.npos) return {};
-    branch.remove_prefix(1);
-    size_t end = 0;
-    while (end < branch.size() && IsNameByte(branch[end])) ++end;
-    if (end == 0 || end == branch.size() || branch[end] != ':') return {};
-    const std::string_view prefix = branch.substr(0, end);
-    branch.remove_prefix(end + 1);
-    end = 0;
-    while (end < branch.size() && IsNameByte(branch[end])) ++end;
-    const auto isOurs = [&](const auto &each) { return each.first == prefix; };
-    const auto found = std::ranges::find_if(bindings, isOurs);
-    if (end == 0 || found == bindings.end()) return {};
-    tops.push_back("{" + found->second + "}" + std::string(branch.substr(0, end)));
-    if (bar == path.size()) return tops;
-    path.remove_prefix(bar + 1);
+std::vector<std::string> PlacesOfXpath(std::string_view path, const Bindings &bindings) {
+  // What is within predicates chooses among the nodes; what goes up or calls functions may lead anywhere.
+  if (path.find("..") != path.npos || path.find("::") != path.npos) return {};
+  std::vector<std::string> places;
+  for (std::string_view branch : BranchesOf(path)) {
+    while (branch.starts_with(' ')) branch.remove_prefix(1);
+    const auto [space, top] = TakeStep(&branch, bindings);
+    if (top.empty()) return {};
+    std::string place = '{' + space + '}' + top;
+    const auto [innerSpace, inner] = TakeStep(&branch, bindings);
+    if (!inner.empty() && innerSpace == space) place += '/' + inner;
+    // An operator makes something else of the path.
+    const size_t bare = branch.find_first_not_of(' ');
+    if (bare != branch.npos && bare != 0) return {};
+    places.push_back(std::move(place));
   }
+  return places;
 }
 
 }  // namespace qdt::host

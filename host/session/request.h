@@ -42,8 +42,9 @@ Request ReadRequest(std::unique_ptr<XmlElement> rpc);
 // The attributes of an answer: those of the request (RFC 6241, section 4.2), with a blank before each.
 std::string ReplyAttributes(const XmlElement &rpc);
 
-// The top-level nodes that an XPath can lead to, "{NAMESPACE}NAME" each; empty when it may be any.
-std::vector<std::string> TopsOfXpath(std::string_view path, const Bindings &bindings);
+// The nodes that an XPath can lead to or below, each a top-level one "{NAMESPACE}NAME", or one in that of the
+// same namespace, "{NAMESPACE}NAME/NAME"; empty when it may be any.
+std::vector<std::string> PlacesOfXpath(std::string_view path, const Bindings &bindings);
 
 }  // namespace qdt::host
 

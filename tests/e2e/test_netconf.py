@@ -15,7 +15,8 @@ from ncclient.operations.rpc import RPCError
 from ncclient.transport.errors import AuthenticationError
 
 from conftest import BIN, PATIENCE, ROOT, engine_place, run
-from netconf import BASE, END_1_0, MODEL, Agent, agent_of, call, error_in, error_of, make_key, short_directory
+from netconf import (BASE, END_1_0, MODEL, Agent, agent_of, call, data_text, error_in, error_of, make_key, short_directory,
+                     yanglint)
 
 pytestmark = pytest.mark.filterwarnings("ignore::DeprecationWarning")  # ncclient's own
 
@@ -414,28 +415,30 @@ def test_command_line_mistakes(site):
         run(BIN / "omad-session", *words).failed(message, tool="omad-session")
 
 
+OUR_MODULES = sorted((ROOT / "yang").glob("*.yang"))
+
+
 def test_the_models_pass_yanglint():
-    checked = run("yanglint", "-p", ROOT / "yang" / "ietf", ROOT / "yang" / "tavrix-software-fwd.yang")
+    assert len(OUR_MODULES) == 3
+    checked = run("yanglint", "-p", ROOT / "yang" / "ietf", *OUR_MODULES)
     assert (checked.code, checked.out, checked.err) == (0, "", "")
 
 
 @pytest.mark.skipif(shutil.which("pyang") is None, reason="pyang is not installed")
-def test_the_model_passes_pyang():
-    checked = run("pyang", "--lint", "-p", ROOT / "yang" / "ietf", ROOT / "yang" / "tavrix-software-fwd.yang")
+def test_the_models_pass_pyang():
+    checked = run("pyang", "--lint", "-p", ROOT / "yang" / "ietf", *OUR_MODULES)
     assert (checked.code, checked.out, checked.err) == (0, "", "")
 
 
 def test_yanglint_takes_the_state_data(site):
     """All of it, as a tool of others reads it by the modules that the agent names."""
     _, agent = site
-    answer = agent.raw().hello().rpc("<get/>")
-    data = re.fullmatch(r"<rpc-reply [^>]*><data>(.*)</data></rpc-reply>", answer, re.S)[1]
-    (agent.directory / "data.xml").write_text(data)
-    named = re.findall(r"<schema><identifier>([^<]*)</identifier>", data)
-    modules = [file for file in (ROOT / "yang").rglob("*.yang") if file.name.split(".")[0].split("@")[0] in named]
-    assert len(modules) == 4
-    checked = run("yanglint", "-y", "-p", ROOT / "yang" / "ietf", "-F", "ietf-netconf:xpath", "-t", "get", "-f", "json", *modules,
-                  agent.directory / "data.xml")
+    data = data_text(agent.raw().hello().rpc("<get/>"))
+    checked = yanglint(data, agent.directory)
     assert checked.code == 0 and checked.err == "", checked
-    for told in ('"tavrix-software-fwd:software-fwd"', '"ietf-netconf-monitoring:netconf-state"', '"ietf-netconf-acm:nacm"'):
-        assert told in checked.out, checked
+    for told in ("tavrix-software-fwd:software-fwd", "tavrix-engine-state:engine", "ietf-netconf-monitoring:netconf-state",
+                 "ietf-netconf-acm:nacm"):
+        assert f'"{told}"' in checked.out, told
+    # It does look at the values.
+    wrong = yanglint(data.replace("<valid>true</valid>", "<valid>yes</valid>", 1), agent.directory)
+    assert wrong.code != 0 and "yes" in wrong.err

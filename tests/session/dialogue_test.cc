@@ -110,7 +110,7 @@ TEST_F(DialogueTest, DataIsAskedForPieceByPiece) {
       std::string("<rpc xmlns='") + kBase +
       "' message-id='1'><get><filter><top xmlns='u'><list><e><n/></e></list></top></filter></get></rpc>";
   dialogue_.FromClient("\n#" + std::to_string(rpc.size()) + "\n" + rpc + "\n##\n");
-  EXPECT_EQ(Asked(), std::string("2|") + kBase + "|get|want|{u}top;");
+  EXPECT_EQ(Asked(), std::string("2|") + kBase + "|get|want|{u}top/list;");
   Tell(kTellData, {"e:id", "u", "top/list", "<e><id>1</id><n>1</n><m>1</m></e>"});
   EXPECT_EQ(Asked(), "") << "not before the piece is out";
   std::string whole = Written();
@@ -233,12 +233,22 @@ TEST_F(DialogueTest, TheEndIsTold) {
   EXPECT_EQ(dialogue_.farewell(), "idle for 600 s");
 }
 
-TEST(TopsOfXpath, AreKnownOfPathsAlone) {
+TEST(PlacesOfXpath, AreKnownOfPathsAndWhatChoosesInThem) {
   const Bindings bindings{{"f", "u"}, {"g", "v"}};
-  EXPECT_EQ(TopsOfXpath("/f:top//g:x", bindings), std::vector<std::string>{"{u}top"});
-  EXPECT_EQ(TopsOfXpath("/f:a | /g:b/c", bindings), (std::vector<std::string>{"{u}a", "{v}b"}));
-  for (const char *path : {"//f:x", "f:x", "/h:x", "/x", "/f:x[y=1]", "/f:x/../g:y", "count(/f:x)", "", "|"})
-    EXPECT_TRUE(TopsOfXpath(path, bindings).empty()) << path;
+  const auto places = [&](const char *path) {
+    std::string all;
+    for (const std::string &place : PlacesOfXpath(path, bindings)) all += place + ' ';
+    return all;
+  };
+  EXPECT_EQ(places("/f:top//g:x"), "{u}top ");
+  EXPECT_EQ(places("/f:a | /g:b/c"), "{u}a {v}b ");
+  EXPECT_EQ(places("/f:a/f:b"), "{u}a/b ");
+  EXPECT_EQ(places("/f:a/g:b/f:c"), "{u}a ");
+  EXPECT_EQ(places("/f:a/f:b/f:c[f:key='|]'] | /g:d[(1)]/g:e"), "{u}a/b {v}d ");
+  EXPECT_EQ(places("/f:a/f:b[f:c=\"'\"]/f:d"), "{u}a/b ");
+  for (const char *path : {"//f:x", "f:x", "/h:x", "/x", "/f:x/../g:y", "/f:x/parent::*", "count(/f:x)", "",
+                           "|", "/f:x]", "/f:x['", "/f:x and /f:y", "/*", "/f:node()"})
+    EXPECT_EQ(places(path), "") << path;
 }
 
 }  // namespace

@@ -38,7 +38,7 @@ std::vector<host::StateSource> OwnStateSources(
     const host::Model &model, std::vector<std::string> capabilities, const Counters *counters,
     std::function<std::vector<SessionState>(uint32_t from, size_t most)> sessionsFrom);
 
-// "2026-11-22T10:00:00Z"
+// "2026-11-22T10:00:00.123Z"
 std::string TimeText(std::chrono::system_clock::time_point time);
 
 }  // namespace qdt::omad

@@ -74,14 +74,17 @@ void StateData::NoteDenied(const lysc_node *node, const std::string &path) {
     NoteDenied(child, path + '/' + child->name);
 }
 
-std::vector<size_t> StateData::Wanted(const std::vector<std::string> &tops) const {
+std::vector<size_t> StateData::Wanted(const std::vector<std::string> &nodes) const {
   std::vector<size_t> places;
   for (size_t i = 0; i < sources_.size(); ++i) {
-    const auto isIt = [&](const std::string &top) {
-      return top == "{}" + sources_[i].source.node ||
-             top == '{' + sources_[i].space + '}' + sources_[i].source.node;
+    const host::StateSource &source = sources_[i].source;
+    const auto isIt = [&](const std::string &wanted) {
+      const size_t slash = wanted.find('/', wanted.find('}'));
+      const std::string top = wanted.substr(0, slash);
+      if (top != "{}" + source.node && top != '{' + sources_[i].space + '}' + source.node) return false;
+      return slash == wanted.npos || source.part.empty() || wanted.substr(slash + 1) == source.part;
     };
-    if (tops.empty() || std::ranges::any_of(tops, isIt)) places.push_back(i);
+    if (nodes.empty() || std::ranges::any_of(nodes, isIt)) places.push_back(i);
   }
   return places;
 }

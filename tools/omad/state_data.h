@@ -24,8 +24,9 @@ class StateData {
   bool IsOfEngine(size_t place) const { return place >= own_; }
   size_t EnginePlace(size_t place) const { return place - own_; }
 
-  // The sources of these top-level nodes, "{NAMESPACE}NAME" each; all of them when none is named.
-  std::vector<size_t> Wanted(const std::vector<std::string> &tops) const;
+  // The sources of these nodes, "{NAMESPACE}NAME" or "{NAMESPACE}NAME/PART" each; all of them when none is
+  // named.
+  std::vector<size_t> Wanted(const std::vector<std::string> &nodes) const;
 
   // A piece for a session: the list keys of the source, and of the records what this user may read.
   std::string Piece(size_t place, const host::NacmUser &user, std::vector<host::StateRecord> records) const;
