@@ -16,7 +16,6 @@
 #include "host/omcc/libyang_memory.h"
 #include "host/omcc/model.h"
 #include "host/query/statistics.h"
-#include "host/record/record_source.h"
 
 namespace qdt::host {
 namespace {
@@ -37,6 +36,16 @@ OwnedTree ReadDocument(const Model &model, const char *rpc) {
   return OwnedTree(tree);
 }
 
+// The number in the leaf of this name, the only one in a document.
+uint64_t FigureOf(const lyd_node *document, std::string_view name) {
+  const lyd_node *node = nullptr;
+  LYD_TREE_DFS_BEGIN(document, node) {
+    if (name == LYD_NAME(node)) return std::strtoull(lyd_get_value(node), nullptr, 10);
+    LYD_TREE_DFS_END(document, node);
+  }
+  throw HostError("a document has no " + std::string(name));
+}
+
 // The two documents of the library have one entry in common, which cannot be told twice.
 std::string WalkDocuments(std::string_view, StateSink *sink) {
   const Model &model = *Model::Current();
@@ -51,13 +60,8 @@ constexpr char kStateModule[] = "tavrix-engine-state";
 constexpr char kStateTop[] = "engine";
 constexpr char kStateSpace[] = "urn:tavrix:params:xml:ns:yang:tavrix-engine-state";
 
-// Made anew for each piece: what it says of times is told from the moment at which it was made.
-std::unique_ptr<RecordSource> Source() {
-  return RecordSource::OfEngine(Arena::Current()->path(), Layout::BuiltIn());
-}
-
 std::string WalkTables(std::string_view, StateSink *sink) {
-  const auto source = Source();
+  const auto source = EngineSource();
   std::vector<TableUsage> tables = UsageOf(*source);
   std::ranges::sort(tables, {}, [](const TableUsage &usage) { return usage.table->spec.id; });
   for (const TableUsage &usage : tables) {
@@ -84,7 +88,7 @@ std::string CounterText(const Counter &counter) {
 
 // A walk stands at a place in the list, which is the same each time.
 std::string WalkStatistics(std::string_view from, StateSink *sink) {
-  const CounterList list = ReadCounters(*Source(), {});
+  const CounterList list = ReadCounters(*EngineSource(), {});
   size_t place = 0;
   std::from_chars(from.data(), from.data() + from.size(), place);
   for (; place < list.counters.size(); ++place) {
@@ -103,7 +107,7 @@ auto TableWalk(const char *table, const char *container, const char *list) {
     const TableLayout *layout = Layout::BuiltIn().FindTable(table);
     if (schema == nullptr || layout == nullptr)
       throw HostError(std::string("the data model has no list of the table ") + table);
-    return EntryList(*layout, schema).Walk(*Source(), path, from, sink);
+    return EntryList(*layout, schema).Walk(*EngineSource(), path, from, sink);
   };
 }
 
@@ -113,6 +117,23 @@ std::string WalkMeasurements(std::string_view, StateSink *sink) {
 }
 
 }  // namespace
+
+// Made anew each time: what it says of times is told from the moment at which it was made.
+std::unique_ptr<RecordSource> EngineSource() {
+  return RecordSource::OfEngine(Arena::Current()->path(), Layout::BuiltIn());
+}
+
+EngineFigures ReadEngineFigures(const Model &model) {
+  EngineFigures figures;
+  figures.drops = FigureOf(ReadDocument(model, "packet-drop-nobuff").get(), "packet-drop-nobuff");
+  try {
+    figures.memoryPercent =
+        static_cast<uint32_t>(FigureOf(ReadDocument(model, "memory-usage").get(), "fwd-memory-usage"));
+  } catch (const HostError &) {
+    // An engine without the partition has no such figure, which is no reason not to look at the others.
+  }
+  return figures;
+}
 
 std::span<const StateSource> EngineStateSources() {
   static const StateSource kSources[] = {

@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include "host/agent/engine_state.h"
+#include "host/agent/engine_watch.h"
 #include "host/base/program.h"
 #include "host/library/services.h"
 #include "host/omcc/libyang_memory.h"
@@ -26,8 +27,9 @@ namespace qdt::host {
 namespace {
 
 // Words of the frames between agent and worker. A request's word is the handler's place in Handlers(), its
-// text the rpc; or, with this mark, a source's place, and where the walk goes on.
+// text the rpc; or, with this mark, a source's place, and where the walk goes on; or the word of a look.
 constexpr uint32_t kWalk = 1u << 16;
+constexpr uint32_t kLook = 1u << 17;
 
 enum ReplyWord : uint32_t {
   kPart,     // the next piece of the answer
@@ -103,6 +105,12 @@ bool RunWalkJob(int channel, const Frame &frame) {
   return SendParts(channel, records) && Send(channel, kWalked, next);
 }
 
+bool RunJob(int channel, const Model &model, const Frame &frame) {
+  if (frame.word == kLook)
+    return SendParts(channel, EngineLook::Take(model).Text()) && Send(channel, kWalked, {});
+  return (frame.word & kWalk) != 0 ? RunWalkJob(channel, frame) : RunHandlerJob(channel, model, frame);
+}
+
 }  // namespace
 
 void RunWorker(int channel, const Model &model, const std::function<std::unique_ptr<Arena>()> &attach) {
@@ -116,8 +124,7 @@ void RunWorker(int channel, const Model &model, const std::function<std::unique_
         Send(channel, kGone, {});
         return;
       }
-      const bool walks = (frame.word & kWalk) != 0;
-      if (!(walks ? RunWalkJob(channel, frame) : RunHandlerJob(channel, model, frame))) return;
+      if (!RunJob(channel, model, frame)) return;
     } catch (const std::exception &error) {
       if (!Send(channel, kRefused, LineOf(error))) return;
     }
@@ -127,6 +134,8 @@ void RunWorker(int channel, const Model &model, const std::function<std::unique_
 WorkerJob WorkerJob::Run(const Handler &handler, const lyd_node *request) {
   return {static_cast<uint32_t>(&handler - Handlers().data()), Printed(request, LYD_PRINT_SHRINK)};
 }
+
+WorkerJob WorkerJob::Look() { return {kLook, {}}; }
 
 WorkerJob WorkerJob::Walk(size_t source, std::string from) {
   return {kWalk | static_cast<uint32_t>(source), std::move(from)};

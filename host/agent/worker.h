@@ -19,7 +19,8 @@
 
 namespace qdt::host {
 
-// What the worker is to do: run a handler on a request of its rpc, or walk on in a source of state data.
+// What the worker is to do: run a handler on a request of its rpc, walk on in a source of state data, or look
+// at the engine as a whole.
 struct WorkerJob {
   uint32_t word = 0;
   std::string text;
@@ -27,12 +28,15 @@ struct WorkerJob {
   static WorkerJob Run(const Handler &handler, const lyd_node *request);
   // `source`: its place in EngineStateSources().
   static WorkerJob Walk(size_t source, std::string from);
+  // What alarms are judged by (host/agent/engine_watch.h).
+  static WorkerJob Look();
 };
 
 struct WorkerAnswer {
   std::string failure;  // why there is none; empty for an answer
   HandlerAnswer handler{0, false, {}};
-  std::string next;  // of a walk, whose records are the handler's text as fields: where it goes on
+  // Of a walk, whose records are the handler's text as fields: where it goes on. A look's is that text, too.
+  std::string next;
 };
 
 // Runs management commands in a process of its own, one after the other.

@@ -118,12 +118,21 @@ void Dialogue::TakeRequest(const std::string &message) {
       Ask(kAskLeave, {});
       return End("");
     }
+    CheckFilter();
     Call();
   } catch (const XmlError &error) {
     ReplyMalformed(error.what());
   } catch (const RpcError &error) {
     ReplyError(error);
   }
+}
+
+// A path that is none is refused before there is anything to ask it of.
+void Dialogue::CheckFilter() const {
+  constexpr char kAny[] = "<replayComplete xmlns=\"urn:ietf:params:xml:ns:netmod:notification\"/>";
+  const DataFilter &filter = request_->filter;
+  if (filter.kind == DataFilter::Kind::kXpath && request_->Is(kNotificationSpace, "create-subscription"))
+    selectXpath_(filter.xpath, filter.bindings, kAny);
 }
 
 void Dialogue::Call() {
@@ -276,30 +285,37 @@ void Dialogue::EndData() {
   EndReply();
 }
 
-void Dialogue::TakeEvent(const std::string &text) {
-  const auto fields = ReadFields(text, 2);
-  if (!fields || fields->size() != 2 || !event_.empty()) return End("omad speaks another protocol");
-  std::string body = fields->at(1);
-  if (subscription_.kind != DataFilter::Kind::kNone) {
-    std::string selected;
-    try {
-      DataWriter(subscription_, selectXpath_).Add({}, {}, {}, body, &selected);
-    } catch (const std::exception &) {
-      selected.clear();  // nothing that the filter selects
-    }
-    body = selected;
+// Whether the filter of the subscription selects anything of a notification, which is then told whole.
+bool Dialogue::IsWanted(const std::string &event) const {
+  if (subscription_.kind == DataFilter::Kind::kNone) return true;
+  std::string selected;
+  try {
+    DataWriter(subscription_, selectXpath_).Add({}, {}, {}, event, &selected);
+  } catch (const std::exception &) {
+    return false;
   }
-  wantsEvent_ = true;
-  if (body.empty()) return Written();
+  return !selected.empty();
+}
+
+void Dialogue::TakeEvent(const std::string &text) {
+  const auto fields = ReadFields(text, 3);
+  if (!fields || fields->size() < 2 || !event_.empty()) return End("omad speaks another protocol");
+  const std::string &body = fields->at(1);
+  if (fields->size() == 2 && !IsWanted(body)) {
+    wantsEvent_ = true;
+    return Written();
+  }
   event_ = Joined({"<notification xmlns=\"", kNotificationSpace, "\"><eventTime>", XmlEscaped(fields->at(0)),
                    "</eventTime>", body, "</notification>"});
   if (!replying_) SayEvent();
 }
 
+// The next one is asked for when this one is out, which may be long after it came.
 void Dialogue::SayEvent() {
   Say(event_);
   framer_.End(&toClient_);
   event_.clear();
+  wantsEvent_ = true;
 }
 
 }  // namespace qdt::host

@@ -33,11 +33,12 @@ enum LinkTell : uint32_t {
   kTellData,  // the list keys of the part (see StatePiece), then namespace, path and body of each record; the
               // next piece comes when the session asks for it
   kTellDataEnd,
-  kTellEvent,  // time, and the notification's element; the next one comes when the session asks for it
-  kTellBye,    // why the session ends; the connection is closed behind it
+  kTellEvent,  // time, and the notification's element; a third field, empty, where no filter is to hold it
+               // back; the next one comes when the session asks for it
+  kTellBye,  // why the session ends; the connection is closed behind it
 };
 
-constexpr char kLinkProtocol[] = "1";
+constexpr char kLinkProtocol[] = "2";
 // Bytes of one call, all of its parameters together.
 constexpr size_t kCallLimit = 64 << 10;
 constexpr size_t kCallFields = 256;

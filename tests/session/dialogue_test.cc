@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "host/netconf/rpc_error.h"
 #include "host/session/fields.h"
 #include "host/session/link.h"
 
@@ -65,7 +66,10 @@ class DialogueTest : public testing::Test {
     return kReply + "<rpc-error><error-type>" + rest + "</rpc-error></rpc-reply>]]>]]>";
   }
 
-  Dialogue dialogue_{[](const std::string &, const Bindings &, const std::string &tree) { return tree; }};
+  Dialogue dialogue_{[](const std::string &path, const Bindings &, const std::string &tree) {
+    if (path == "[") throw RpcError(RpcError::Layer::kProtocol, "invalid-value", "no path");
+    return tree;
+  }};
 };
 
 TEST_F(DialogueTest, ACommandIsAskedAndItsTextToldBack) {
@@ -224,6 +228,34 @@ TEST_F(DialogueTest, ANotificationWaitsForTheAnswer) {
   Tell(kTellEvent, {"2026-11-22T10:00:00Z", "<f xmlns=\"u\"/>"});
   EXPECT_EQ(Written(), "") << "the filter does not select it";
   EXPECT_EQ(Asked(), "4;");
+  dialogue_.FromAgent({kTellEvent, FieldsOf({"2026-11-22T10:00:00Z", "<f xmlns=\"u\"/>", ""})});
+  EXPECT_NE(Written().find("<f xmlns=\"u\"/></notification>"), std::string::npos)
+      << "it does not matter here";
+  EXPECT_EQ(Asked(), "4;");
+}
+
+TEST_F(DialogueTest, ANotificationThatWaitsIsTheOnlyOne) {
+  Greet("1.0");
+  Rpc("<get/>");
+  Asked();
+  Tell(kTellData, {"", "u", "top", "<a/>"});
+  EXPECT_NE(Written().find("<a/>"), std::string::npos);
+  EXPECT_EQ(Asked(), "3;");
+  Tell(kTellEvent, {"2026-11-22T10:00:00Z", "<e xmlns=\"u\"/>"});
+  Tell(kTellData, {"", "u", "top", "<b/>"});
+  EXPECT_EQ(Written(), "<b/>");
+  EXPECT_EQ(Asked(), "3;");
+  Tell(kTellDataEnd, {});
+  EXPECT_NE(Written().find("</rpc-reply>]]>]]><notification"), std::string::npos);
+  EXPECT_EQ(Asked(), "4;");
+}
+
+TEST_F(DialogueTest, APathThatIsNoneIsRefusedAtOnce) {
+  Greet("1.0");
+  Rpc("<create-subscription xmlns='urn:ietf:params:xml:ns:netconf:notification:1.0'>"
+      "<filter type='xpath' select='['/></create-subscription>");
+  EXPECT_NE(Written().find("<error-tag>invalid-value</error-tag>"), std::string::npos);
+  EXPECT_EQ(Asked(), "");
 }
 
 TEST_F(DialogueTest, TheEndIsTold) {

@@ -117,6 +117,8 @@ void Daemon::TakeCall(Client *client, const host::Frame &frame) {
   }
   try {
     Run(client, call, operation);
+  } catch (const RpcError &error) {
+    Refuse(client, error);
   } catch (const RequestError &error) {
     if (module == model_.module() && denied)
       RecordCommand(*client, call, std::string("refused: ") + error.what());
@@ -135,6 +137,7 @@ void Daemon::Run(Client *client, const Call &call, const lysc_node *operation) {
   if (call.space == host::kNetconfSpace && name == "get-config") return client->Tell(host::kTellDataEnd, {});
   if (call.space == host::kNetconfSpace && name == "kill-session") return KillSession(client, call);
   if (call.space == kMonitoringSpace && name == "get-schema") return GetSchema(client, call);
+  if (call.space == host::kNotificationSpace && name == "create-subscription") return Subscribe(client, call);
   Refuse(client, NotSupported(call, call.operation + " is not supported: the agent has no configuration"));
 }
 
@@ -268,34 +271,9 @@ void Daemon::KillSession(Client *client, const Call &call) {
     throw host::InvalidValue("session-id", *text, "the number of another session");
   }
   RecordCommand(*client, call, "ok");
-  other->Bye("session " + std::to_string(client->number) + " of " + client->user + " has ended it");
+  other->Bye("session " + std::to_string(client->number) + " of " + client->user + " has ended it",
+             {"killed", client->number});
   client->Tell(host::kTellOk, {});
-}
-
-void Daemon::Publish(host::Event event) {
-  events_.Publish(std::move(event));
-  for (Client &each : clients_) TellEvent(&each);
-}
-
-void Daemon::TellEvent(Client *client) {
-  if (!client->subscription || client->subscription->sending || client->closing) return;
-  Subscription &wanted = *client->subscription;
-  // What has fallen out of the log is lost to those who are slower than that.
-  wanted.next = std::max(wanted.next, events_.begin());
-  while (wanted.next < events_.end()) {
-    const host::Event &event = events_.At(wanted.next++);
-    const lys_module *module = ly_ctx_get_module_implemented(model_.context(), event.module.c_str());
-    const lysc_node *node =
-        module == nullptr ? nullptr : lys_find_child(nullptr, module, event.name.c_str(), 0, LYS_NOTIF, 0);
-    const bool denied = node != nullptr && host::IsDeniedByDefault(node);
-    if (!host::NacmUser(rules_, client->user).MayReceive(event.module, event.name, denied)) {
-      ++counters_.deniedNotifications;
-      continue;
-    }
-    client->Tell(host::kTellEvent, {TimeText(event.time), event.body});
-    wanted.sending = true;
-    return;
-  }
 }
 
 }  // namespace qdt::omad

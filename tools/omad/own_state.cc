@@ -63,7 +63,15 @@ std::string SchemasOf(const Model &model) {
 std::string StatisticsText(const Counters &counters) {
   return XmlLeaf("netconf-start-time", TimeText(counters.start)) + "<in-bad-hellos>0</in-bad-hellos>" +
          XmlLeaf("in-sessions", counters.sessions) + XmlLeaf("dropped-sessions", counters.lostSessions) +
-         XmlLeaf("in-rpcs", counters.calls) + XmlLeaf("out-rpc-errors", counters.errors);
+         XmlLeaf("in-rpcs", counters.calls) + XmlLeaf("out-rpc-errors", counters.errors) +
+         XmlLeaf("out-notifications", counters.notifications);
+}
+
+// The one stream, whose log begins with the agent.
+std::string StreamText(const Counters &counters) {
+  return "<stream><name>NETCONF</name><description>alarms, sessions and changes of the configuration"
+         "</description><replaySupport>true</replaySupport>" +
+         XmlLeaf("replayLogCreationTime", TimeText(counters.start)) + "</stream>";
 }
 
 std::string SessionText(const SessionState &session) {
@@ -110,6 +118,11 @@ std::vector<StateSource> OwnStateSources(
     sink->Take({kMonitoringSpace, "netconf-state/statistics", StatisticsText(*counters)});
     return std::string();
   });
+  sources.push_back(
+      {"nc-notifications", "netconf", [counters](std::string_view, StateSink *sink) {
+         sink->Take({"urn:ietf:params:xml:ns:netmod:notification", "netconf/streams", StreamText(*counters)});
+         return std::string();
+       }});
   sources.push_back({"ietf-netconf-acm", "nacm", [counters](std::string_view, StateSink *sink) {
                        sink->Take({kAccessSpace, "nacm",
                                    XmlLeaf("denied-operations", counters->deniedOperations) +
