@@ -18,6 +18,13 @@ constexpr char kBase11[] = "urn:ietf:params:netconf:base:1.1";
 constexpr size_t kMostOfAnswer = 64u << 20;
 constexpr size_t kMostFields = 1u << 16;
 
+void CheckNoParameters(const Request &request) {
+  if (request.parameters.empty()) return;
+  throw RpcError(Layer::kProtocol, "unknown-element", request.operation + " has no parameters")
+      .At("/nc:rpc/op:" + request.operation, request.space)
+      .With("bad-element", request.parameters[0].first);
+}
+
 }  // namespace
 
 void Dialogue::End(std::string why) {
@@ -114,6 +121,7 @@ void Dialogue::TakeRequest(const std::string &message) {
     attributes_ = ReplyAttributes(*rpc);
     request_ = ReadRequest(std::move(rpc));
     if (request_->Is(kNetconfSpace, "close-session")) {
+      CheckNoParameters(*request_);
       Reply("<ok/>");
       Ask(kAskLeave, {});
       return End("");
@@ -131,8 +139,12 @@ void Dialogue::TakeRequest(const std::string &message) {
 void Dialogue::CheckFilter() const {
   constexpr char kAny[] = "<replayComplete xmlns=\"urn:ietf:params:xml:ns:netmod:notification\"/>";
   const DataFilter &filter = request_->filter;
-  if (filter.kind == DataFilter::Kind::kXpath && request_->Is(kNotificationSpace, "create-subscription"))
+  if (filter.kind != DataFilter::Kind::kXpath) return;
+  try {
     selectXpath_(filter.xpath, filter.bindings, kAny);
+  } catch (RpcError &error) {
+    throw RpcError(error.At("/nc:rpc/op:" + request_->operation + "/op:filter", request_->space));
+  }
 }
 
 void Dialogue::Call() {

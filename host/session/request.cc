@@ -71,6 +71,11 @@ void CheckAttributes(const XmlElement &element, const std::string &path, const s
 }
 
 void ReadFilter(const XmlElement &element, const std::string &path, DataFilter *filter) {
+  if (filter->kind != DataFilter::Kind::kNone) {
+    throw RpcError(Layer::kProtocol, "bad-element", "a request has one filter")
+        .At(path, element.parent->space)
+        .With("bad-element", "filter");
+  }
   const std::string *type = AttributeOf(element, "type");
   if (type == nullptr || *type == "subtree") {
     filter->kind = DataFilter::Kind::kSubtree;
@@ -79,14 +84,14 @@ void ReadFilter(const XmlElement &element, const std::string &path, DataFilter *
   }
   if (*type != "xpath") {
     throw RpcError(Layer::kProtocol, "bad-attribute", "a filter is of the type subtree or xpath")
-        .At(path, kNetconfSpace)
+        .At(path, element.parent->space)
         .With("bad-attribute", "type")
         .With("bad-element", "filter");
   }
   const std::string *select = AttributeOf(element, "select");
   if (select == nullptr) {
     throw RpcError(Layer::kProtocol, "missing-attribute", "an xpath filter needs its attribute select")
-        .At(path, kNetconfSpace)
+        .At(path, element.parent->space)
         .With("bad-attribute", "select")
         .With("bad-element", "filter");
   }
@@ -95,14 +100,30 @@ void ReadFilter(const XmlElement &element, const std::string &path, DataFilter *
   filter->bindings = BindingsOf(&element);
 }
 
-// The operation of RFC 6241 and RFC 5277 that select data have it said by a filter.
+// The operations of RFC 6241 and RFC 5277 that select data have it said by a filter.
 bool TakesFilter(const XmlElement &operation) {
   return (operation.space == kNetconfSpace && (operation.name == "get" || operation.name == "get-config")) ||
          operation.Is(kNotificationSpace, "create-subscription");
 }
 
+// There is one datastore, which has nothing in it.
+void CheckSource(const XmlElement &operation, const std::string &path) {
+  const XmlElement *source = operation.Find(kNetconfSpace, "source");
+  if (source == nullptr) {
+    throw RpcError(Layer::kProtocol, "missing-element", "get-config needs the parameter \"source\"")
+        .At(path, kNetconfSpace)
+        .With("bad-element", "source");
+  }
+  if (source->Find(kNetconfSpace, "running") == nullptr) {
+    throw RpcError(Layer::kProtocol, "invalid-value", "there is no datastore but running")
+        .At(path + "/op:source", kNetconfSpace);
+  }
+}
+
 void AddParameter(const XmlElement &child, const std::string &path, Request *request) {
   const XmlElement &operation = *child.parent;
+  // The operation of RFC 7950, section 7.15.2, holds a tree of data; the model has no action.
+  if (operation.Is("urn:ietf:params:xml:ns:yang:1", "action")) return;
   if (child.space != operation.space) {
     throw RpcError(Layer::kApplication, "unknown-namespace",
                    "<" + operation.name + "> takes no parameter of another namespace")
@@ -206,6 +227,7 @@ Request ReadRequest(std::unique_ptr<XmlElement> rpc) {
     }
   }
   if (request.Is(kNetconfSpace, "get")) AddWanted(&request);
+  if (request.Is(kNetconfSpace, "get-config")) CheckSource(operation, path);
   size_t bytes = request.space.size() + request.operation.size();
   for (const auto &[name, value] : request.parameters) bytes += name.size() + value.size() + 8;
   if (bytes > kCallLimit || 2 * request.parameters.size() + 2 > kCallFields) {

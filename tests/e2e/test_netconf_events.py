@@ -150,13 +150,15 @@ def test_what_is_refused(agent):
         ("<stopTime>2026-01-01T00:00:00Z</stopTime>", "missing-element", where + "startTime"),
         ("<startTime>2026-01-02T00:00:00Z</startTime><stopTime>2026-01-01T00:00:00Z</stopTime>", "bad-element",
          where + "stopTime"),
-        ("<colour/>", "unknown-element", where + "colour"),
-        ('<filter type="xpath" select="/x["/>', "invalid-value", None),
-        ('<filter type="xpath" select="/n:netconf-session-start"/>', "invalid-value", None),
+        ("<colour/>", "unknown-element", where[:-4]),
+        ("<stream>NETCONF</stream><stream>NETCONF</stream>", "bad-element", where + "stream"),
+        ("<filter/><filter/>", "bad-element", where + "filter"),
+        ('<filter type="xpath" select="/x["/>', "invalid-value", where + "filter"),
+        ('<filter type="xpath" select="/n:netconf-session-start"/>', "invalid-value", where + "filter"),
     ]:
         reply = subscribe(session, body)
         assert error_in(reply)[1:3] == (tag, path), (body, reply)
-        if path is not None and tag != "invalid-value":
+        if tag in ("bad-element", "missing-element"):
             assert f"<bad-element>{path.rpartition(':')[2]}</bad-element>" in reply
     assert "<ok/>" in subscribe(session, "<stream>NETCONF</stream>")
     assert error_in(subscribe(session))[1] == "operation-failed"

@@ -67,6 +67,25 @@ std::string ParametersText(const Call &call) {
   return text;
 }
 
+// Of an operation of NETCONF: each parameter is one of the model's, and comes once. Their values are looked
+// at where they are used.
+void CheckParameters(const Call &call, const lysc_node *operation) {
+  using Kind = RequestError::Kind;
+  const auto *action = reinterpret_cast<const lysc_node_action *>(operation);
+  std::vector<std::string_view> seen;
+  for (const auto &[name, value] : call.parameters) {
+    const lysc_node *child = action->input.child;
+    while (child != nullptr && child->name != name) child = child->next;
+    if (child == nullptr) {
+      throw RequestError(Kind::kUnknownParameter, name,
+                         call.operation + " has no parameter " + host::Quoted(name));
+    }
+    if (std::ranges::count(seen, name) != 0)
+      throw RequestError(Kind::kGivenTwice, name, "the parameter " + host::Quoted(name) + " is given twice");
+    seen.push_back(name);
+  }
+}
+
 }  // namespace
 
 void Daemon::Refuse(Client *client, const RpcError &error) {
@@ -133,6 +152,7 @@ void Daemon::Run(Client *client, const Call &call, const lysc_node *operation) {
     return RunCommand(client, call, host::IsDeniedByDefault(operation));
   const std::string_view name = call.operation;
   if (call.space == host::kNetconfSpace && name == "get") return Get(client, call);
+  CheckParameters(call, operation);
   // The agent has no configuration.
   if (call.space == host::kNetconfSpace && name == "get-config") return client->Tell(host::kTellDataEnd, {});
   if (call.space == host::kNetconfSpace && name == "kill-session") return KillSession(client, call);

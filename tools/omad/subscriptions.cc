@@ -61,10 +61,8 @@ void Daemon::Subscribe(Client *client, const Call &call) {
       if (value != "NETCONF")
         throw Wrong(call, "invalid-value", name,
                     "there is no stream " + host::Quoted(value) + " (it takes NETCONF)");
-    } else if (name == "startTime" || name == "stopTime") {
-      (name == "startTime" ? start : stop) = ReadTime(call, name, value);
     } else {
-      throw Wrong(call, "unknown-element", name, call.operation + " has no parameter " + host::Quoted(name));
+      (name == "startTime" ? start : stop) = ReadTime(call, name, value);
     }
   }
   if (stop && !start) throw Wrong(call, "missing-element", "startTime", "a stopTime goes with a startTime");
