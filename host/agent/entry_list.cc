@@ -71,6 +71,15 @@ void EntryList::Append(const std::vector<Node> &nodes, const RecordBytes &record
   }
 }
 
+bool EntryList::Fits(const RecordBytes &record, std::string_view condition) const {
+  const size_t equals = condition.find('=');
+  const auto isIt = [&](const Node &each) {
+    return each.name == condition.substr(0, equals) && each.inner.empty();
+  };
+  const auto leaf = std::ranges::find_if(nodes_, isIt);
+  return leaf == nodes_.end() || ValueOf(*leaf, record) == condition.substr(equals + 1);
+}
+
 std::string EntryList::Walk(const RecordSource &source, const std::string &path, std::string_view from,
                             StateSink *sink) const {
   if (source.View(table_) == nullptr) return "";
@@ -79,8 +88,10 @@ std::string EntryList::Walk(const RecordSource &source, const std::string &path,
   std::from_chars(from.data(), from.data() + from.size(), serial);
   if (serial != 0) reader.GoBehind(serial);
   while (reader.Next()) {
+    const RecordBytes record(source, reader);
+    if (!sink->condition().empty() && !Fits(record, sink->condition())) continue;
     std::string body;
-    Append(nodes_, RecordBytes(source, reader), &body);
+    Append(nodes_, record, &body);
     sink->Take({space_, path, Joined({"<", name_, ">", body, "</", name_, ">"})});
     if (sink->full()) return std::to_string(reader.entry().place.serial);
   }

@@ -38,6 +38,8 @@ class EntryList {
   };
   std::vector<Node> NodesOf(const lysc_node *parent, const std::string &path) const;
   static void Append(const std::vector<Node> &nodes, const RecordBytes &record, std::string *xml);
+  // Whether the entry has what the sink wants of it.
+  bool Fits(const RecordBytes &record, std::string_view condition) const;
   static std::string ValueOf(const Node &leaf, const RecordBytes &record);
 
   const TableLayout &table_;

@@ -27,7 +27,8 @@ namespace qdt::host {
 namespace {
 
 // Words of the frames between agent and worker. A request's word is the handler's place in Handlers(), its
-// text the rpc; or, with this mark, a source's place, and where the walk goes on; or the word of a look.
+// text the rpc; or, with this mark, a source's place, and as fields where the walk goes on and which entries
+// are wanted; or the word of a look.
 constexpr uint32_t kWalk = 1u << 16;
 constexpr uint32_t kLook = 1u << 17;
 
@@ -95,8 +96,10 @@ bool RunHandlerJob(int channel, const Model &model, const Frame &frame) {
 bool RunWalkJob(int channel, const Frame &frame) {
   const size_t source = frame.word & ~kWalk;
   if (source >= EngineStateSources().size()) throw HostError("the agent asks for no state data");
-  StateSink sink(kPieceSize);
-  const std::string next = EngineStateSources()[source].walk(frame.text, &sink);
+  const auto fields = ReadFields(frame.text, 2);
+  if (!fields || fields->size() != 2) throw HostError("the agent does not say where a walk stands");
+  StateSink sink(kPieceSize, (*fields)[1]);
+  const std::string next = EngineStateSources()[source].walk((*fields)[0], &sink);
   std::string records;
   for (const StateRecord &record : sink.records()) {
     for (const std::string *field : {&record.space, &record.path, &record.body})
@@ -137,8 +140,11 @@ WorkerJob WorkerJob::Run(const Handler &handler, const lyd_node *request) {
 
 WorkerJob WorkerJob::Look() { return {kLook, {}}; }
 
-WorkerJob WorkerJob::Walk(size_t source, std::string from) {
-  return {kWalk | static_cast<uint32_t>(source), std::move(from)};
+WorkerJob WorkerJob::Walk(size_t source, const std::string &from, const std::string &condition) {
+  std::string text;
+  AppendField(from, &text);
+  AppendField(condition, &text);
+  return {kWalk | static_cast<uint32_t>(source), std::move(text)};
 }
 
 AgentWorker::~AgentWorker() { End(); }

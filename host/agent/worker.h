@@ -26,8 +26,8 @@ struct WorkerJob {
   std::string text;
 
   static WorkerJob Run(const Handler &handler, const lyd_node *request);
-  // `source`: its place in EngineStateSources().
-  static WorkerJob Walk(size_t source, std::string from);
+  // `source`: its place in EngineStateSources(). `condition`: as the sink has it.
+  static WorkerJob Walk(size_t source, const std::string &from, const std::string &condition);
   // What alarms are judged by (host/agent/engine_watch.h).
   static WorkerJob Look();
 };

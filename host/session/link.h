@@ -14,8 +14,7 @@ namespace qdt::host {
 enum LinkAsk : uint32_t {
   kAskHello = 1,  // user ("" for the one whose process it is), client's address, protocol: first, and once
   kAskCall,       // namespace and name of an operation, then name and value of each parameter; of <get> each
-             // "want" is a top-level node "{NAMESPACE}NAME", or one below it "{NAMESPACE}NAME/NAME", that the
-             // filter looks at, all when there is none
+             // "want" is a place that the filter looks at (host/session/places.h), all when there is none
   kAskNext,   // the piece of state data has been passed on: the next may come
   kAskEvent,  // the notification has been passed on: the next may come
   kAskLeave,  // the client closes the session
@@ -35,7 +34,7 @@ enum LinkTell : uint32_t {
   kTellDataEnd,
   kTellEvent,  // time, and the notification's element; a third field, empty, where no filter is to hold it
                // back; the next one comes when the session asks for it
-  kTellBye,  // why the session ends; the connection is closed behind it
+  kTellBye,    // why the session ends; the connection is closed behind it
 };
 
 constexpr char kLinkProtocol[] = "2";

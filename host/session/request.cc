@@ -5,17 +5,12 @@
 #include "host/netconf/rpc_error.h"
 #include "host/netconf/xml_text.h"
 #include "host/session/link.h"
+#include "host/session/places.h"
 
 namespace qdt::host {
 namespace {
 
 using Layer = RpcError::Layer;
-
-// What an XPath's names are made of.
-bool IsNameByte(unsigned char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '-' ||
-         c == '.' || c >= 0x80;
-}
 
 const std::string *AttributeOf(const XmlElement &element, std::string_view name) {
   for (const XmlElement::Attribute &one : element.attributes) {
@@ -143,71 +138,15 @@ void AddParameter(const XmlElement &child, const std::string &path, Request *req
   request->parameters.emplace_back(child.name, child.text);
 }
 
-// The node, or those in it that the filter is about where it says so. One that holds a value is for all that
-// stands beside it.
-void AddPlaces(const XmlElement &node, std::vector<std::string> *places) {
-  const std::string top = '{' + node.space + '}' + node.name;
-  const auto isPlain = [&](const auto &child) {
-    return child->space == node.space && (!child->children.empty() || child->Value().empty());
-  };
-  if (node.children.empty() || !std::ranges::all_of(node.children, isPlain)) return places->push_back(top);
-  for (const auto &child : node.children) places->push_back(top + '/' + child->name);
-}
-
 void AddWanted(Request *request) {
   std::vector<std::string> places;
   if (request->filter.kind == DataFilter::Kind::kXpath) {
     places = PlacesOfXpath(request->filter.xpath, request->filter.bindings);
   } else if (request->filter.kind == DataFilter::Kind::kSubtree) {
-    for (const auto &each : request->filter.subtree->children) AddPlaces(*each, &places);
+    for (const auto &each : request->filter.subtree->children) AddPlacesOfSubtree(*each, &places);
     if (places.empty()) places.emplace_back();  // an empty filter selects nothing
   }
   for (std::string &place : places) request->parameters.emplace_back("want", std::move(place));
-}
-
-// The branches of a path: what stands between the bars that are in no predicate, parentheses or text. Nothing
-// when its brackets or quotes do not close.
-std::vector<std::string_view> BranchesOf(std::string_view path) {
-  std::vector<std::string_view> branches;
-  size_t start = 0, depth = 0;
-  for (size_t at = 0; at < path.size(); ++at) {
-    const char c = path[at];
-    if (c == '\'' || c == '"') {
-      at = path.find(c, at + 1);
-      if (at == path.npos) return {};
-    } else if (c == '[' || c == '(') {
-      ++depth;
-    } else if (c == ']' || c == ')') {
-      if (depth-- == 0) return {};
-    } else if (c == '|' && depth == 0) {
-      branches.push_back(path.substr(start, at - start));
-      start = at + 1;
-    }
-  }
-  if (depth != 0) return {};
-  branches.push_back(path.substr(start));
-  return branches;
-}
-
-// Takes "/PREFIX:NAME" from the beginning; empty, and nothing taken, when none is there.
-std::pair<std::string, std::string> TakeStep(std::string_view *path, const Bindings &bindings) {
-  const auto name = [](std::string_view text) {
-    size_t end = 0;
-    while (end < text.size() && IsNameByte(text[end])) ++end;
-    return text.substr(0, end);
-  };
-  if (!path->starts_with('/')) return {};
-  const std::string_view prefix = name(path->substr(1));
-  std::string_view rest = path->substr(1 + prefix.size());
-  if (prefix.empty() || !rest.starts_with(':')) return {};
-  const std::string_view node = name(rest.substr(1));
-  rest.remove_prefix(1 + node.size());
-  const auto isOurs = [&](const auto &each) { return each.first == prefix; };
-  const auto found = std::ranges::find_if(bindings, isOurs);
-  const bool ends = rest.empty() || rest[0] == '/' || rest[0] == '[' || rest[0] == ' ';
-  if (node.empty() || found == bindings.end() || !ends) return {};
-  *path = rest;
-  return {found->second, std::string(node)};
 }
 
 }  // namespace
@@ -250,25 +189,6 @@ std::string ReplyAttributes(const XmlElement &rpc) {
             XmlEscaped(one.value) + '"';
   }
   return text;
-}
-
-std::vector<std::string> PlacesOfXpath(std::string_view path, const Bindings &bindings) {
-  // What is within predicates chooses among the nodes; what goes up or calls functions may lead anywhere.
-  if (path.find("..") != path.npos || path.find("::") != path.npos) return {};
-  std::vector<std::string> places;
-  for (std::string_view branch : BranchesOf(path)) {
-    while (branch.starts_with(' ')) branch.remove_prefix(1);
-    const auto [space, top] = TakeStep(&branch, bindings);
-    if (top.empty()) return {};
-    std::string place = '{' + space + '}' + top;
-    const auto [innerSpace, inner] = TakeStep(&branch, bindings);
-    if (!inner.empty() && innerSpace == space) place += '/' + inner;
-    // An operator makes something else of the path.
-    const size_t bare = branch.find_first_not_of(' ');
-    if (bare != branch.npos && bare != 0) return {};
-    places.push_back(std::move(place));
-  }
-  return places;
 }
 
 }  // namespace qdt::host

@@ -247,6 +247,12 @@ session:
             after = [memory_of(pid) for pid in pids]
             assert SANITIZED or all(now < then + 2048 for now, then in zip(after, before)), (before, after)
             assert SANITIZED or memory_of(worker_of(agent), "RssAnon") < worker + 2048
+            # One of them by its key, or by another number: the others are not even told to the session.
+            for predicate, found in (("e:index='4000'", ["4000"]), ("e:index='4000'][e:valid='false'", []), ("e:nat-index=7", [])):
+                told = selected(session, f"/e:engine/e:sessions/e:session[{predicate}]/e:index")
+                assert [leaves(each)["index"] for each in entries(told, "sessions", "session")] == found
+            inner = "<sessions><session><index>4000</index></session></sessions>"
+            assert [leaves(each)["index"] for each in entries(filtered(session, inner), "sessions", "session")] == ["4000"]
             # Who does not read on holds nobody up, and nothing is kept for it.
             session.send(f'<rpc xmlns="{BASE}" message-id="1"><get>{wanted.format("sessions")}</get></rpc>')
             other = agent.raw().hello()

@@ -265,23 +265,5 @@ TEST_F(DialogueTest, TheEndIsTold) {
   EXPECT_EQ(dialogue_.farewell(), "idle for 600 s");
 }
 
-TEST(PlacesOfXpath, AreKnownOfPathsAndWhatChoosesInThem) {
-  const Bindings bindings{{"f", "u"}, {"g", "v"}};
-  const auto places = [&](const char *path) {
-    std::string all;
-    for (const std::string &place : PlacesOfXpath(path, bindings)) all += place + ' ';
-    return all;
-  };
-  EXPECT_EQ(places("/f:top//g:x"), "{u}top ");
-  EXPECT_EQ(places("/f:a | /g:b/c"), "{u}a {v}b ");
-  EXPECT_EQ(places("/f:a/f:b"), "{u}a/b ");
-  EXPECT_EQ(places("/f:a/g:b/f:c"), "{u}a ");
-  EXPECT_EQ(places("/f:a/f:b/f:c[f:key='|]'] | /g:d[(1)]/g:e"), "{u}a/b {v}d ");
-  EXPECT_EQ(places("/f:a/f:b[f:c=\"'\"]/f:d"), "{u}a/b ");
-  for (const char *path : {"//f:x", "f:x", "/h:x", "/x", "/f:x/../g:y", "/f:x/parent::*", "count(/f:x)", "",
-                           "|", "/f:x]", "/f:x['", "/f:x and /f:y", "/*", "/f:node()"})
-    EXPECT_EQ(places(path), "") << path;
-}
-
 }  // namespace
 }  // namespace qdt::host

@@ -21,8 +21,12 @@ namespace qdt::omad {
 
 // Where a walk through the state data stands.
 struct DataWalk {
-  std::vector<size_t> sources;  // that are left, the next one last
-  std::string from;             // within it
+  struct Part {
+    size_t source;
+    std::string condition;  // for its sink
+  };
+  std::vector<Part> parts;  // that are left, the next one last
+  std::string from;         // within it
 };
 
 // Which events a session wants: where it stands in the log is all that is held for it.

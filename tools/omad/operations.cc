@@ -205,29 +205,31 @@ void Daemon::TellAnswer(Client *client, const Work &work, const host::WorkerAnsw
 }
 
 void Daemon::Get(Client *client, const Call &call) {
-  std::vector<std::string> tops;
+  std::vector<std::string> places;
   for (const auto &[name, value] : call.parameters) {
     if (name != "want")
       throw RequestError(RequestError::Kind::kUnknownParameter, name,
                          "get has no parameter " + host::Quoted(name));
-    tops.push_back(value);
+    places.push_back(value);
   }
-  client->walk = DataWalk{state_.Wanted(tops), {}};
-  std::ranges::reverse(client->walk->sources);
+  client->walk = DataWalk{state_.Wanted(places), {}};
+  std::ranges::reverse(client->walk->parts);
   WalkOn(client);
 }
 
 // Tells the next piece of the walk, or has it fetched.
 void Daemon::WalkOn(Client *client) {
   if (!client->walk || client->asking) return;
-  if (client->walk->sources.empty()) {
+  if (client->walk->parts.empty()) {
     client->walk.reset();
     return client->Tell(host::kTellDataEnd, {});
   }
-  const size_t place = client->walk->sources.back();
+  const auto &[place, condition] = client->walk->parts.back();
   if (state_.IsOfEngine(place)) {
-    waiting_.push_back(
-        {*client, host::WorkerJob::Walk(state_.EnginePlace(place), client->walk->from), {}, false});
+    waiting_.push_back({*client,
+                        host::WorkerJob::Walk(state_.EnginePlace(place), client->walk->from, condition),
+                        {},
+                        false});
     client->asking = true;
     return;
   }
@@ -238,9 +240,9 @@ void Daemon::WalkOn(Client *client) {
 
 void Daemon::TellRecords(Client *client, std::vector<host::StateRecord> records, std::string next) {
   if (!client->walk) return;
-  const std::string piece =
-      state_.Piece(client->walk->sources.back(), host::NacmUser(rules_, client->user), std::move(records));
-  if (next.empty()) client->walk->sources.pop_back();
+  const std::string piece = state_.Piece(client->walk->parts.back().source,
+                                         host::NacmUser(rules_, client->user), std::move(records));
+  if (next.empty()) client->walk->parts.pop_back();
   client->walk->from = std::move(next);
   if (piece.size() > host::kFrameLimit) {
     client->walk.reset();

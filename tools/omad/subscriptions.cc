@@ -1,12 +1,10 @@
 // What sessions hear of without asking each time (RFC 5277, RFC 6470): the part of Daemon that knows the
 // events.
 
-#include <libyang/plugins_types.h>
-
 #include <algorithm>
 #include <utility>
-#include <cstdlib>
 
+#include "host/base/time_text.h"
 #include "host/netconf/rpc_error.h"
 #include "host/netconf/xml_text.h"
 #include "host/session/link.h"
@@ -30,20 +28,13 @@ RpcError Wrong(const Call &call, const char *tag, const std::string &about, cons
       .With("bad-element", about);
 }
 
-// Far beyond what a clock of nanoseconds can tell.
-constexpr time_t kLatest = 9'000'000'000;
-
 Time ReadTime(const Call &call, const std::string &name, const std::string &text) {
-  time_t seconds = 0;
-  char *fraction = nullptr;
-  if (ly_time_str2time(text.c_str(), &seconds, &fraction) != LY_SUCCESS || seconds < 0)
+  const auto time = host::ReadTime(text);
+  if (!time || *time > static_cast<uint64_t>(Time::max().time_since_epoch().count())) {
     throw Wrong(call, "invalid-value", name,
                 host::Quoted(text) + " is no time (it takes one as in 2026-11-22T10:00:00Z)");
-  std::string digits = fraction != nullptr ? fraction : "";
-  std::free(fraction);
-  digits.resize(9, '0');
-  return Time(std::chrono::seconds(std::min(seconds, kLatest)) +
-              std::chrono::nanoseconds(std::strtoull(digits.c_str(), nullptr, 10)));
+  }
+  return Time(std::chrono::nanoseconds(*time));
 }
 
 // One that the session asks for all the same, whatever it wants to hear of.
