@@ -60,7 +60,8 @@ MOVING = {"arpmiss", "ndmiss", "frag-reass", "ipv4-frag-reass", "ipv6-frag-reass
 def test_hello_tells_the_protocol_and_the_model(session):
     capabilities = list(session.server_capabilities)
     for known in ("urn:ietf:params:netconf:base:1.0", "urn:ietf:params:netconf:base:1.1",
-                  "urn:ietf:params:netconf:capability:xpath:1.0"):
+                  "urn:ietf:params:netconf:capability:xpath:1.0", "urn:ietf:params:netconf:capability:notification:1.0",
+                  "urn:ietf:params:netconf:capability:interleave:1.0"):
         assert known in capabilities
     assert any(each.startswith("urn:ietf:params:netconf:capability:yang-library:1.1?") for each in capabilities)
 
