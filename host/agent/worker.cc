@@ -214,9 +214,10 @@ void AgentWorker::Begin(WorkerJob job) {
   if (GiveJob()) problem_.clear();
 }
 
-std::optional<WorkerAnswer> AgentWorker::Fail(std::string why) {
+std::optional<WorkerAnswer> AgentWorker::Fail(std::string why, bool isLost) {
   End();
   busy_ = false;
+  answer_.isLost = isLost;
   answer_.failure = std::move(why);
   return std::move(answer_);
 }
@@ -236,7 +237,7 @@ std::optional<WorkerAnswer> AgentWorker::Take(Frame *frame) {
       End();
       if (again_) return Fail("the engine is gone");
       again_ = true;
-      if (!GiveJob()) return Fail(problem_);
+      if (!GiveJob()) return Fail(problem_, true);
       return {};
     case kWalked:
       answer_.next = std::move(frame->text);
@@ -253,18 +254,18 @@ std::optional<WorkerAnswer> AgentWorker::Advance() {
   try {
     return Step();
   } catch (const std::bad_alloc &) {
-    return Fail("out of memory");  // so short that it takes none
+    return Fail("out of memory", true);  // so short that it takes none
   }
 }
 
 std::optional<WorkerAnswer> AgentWorker::Step() {
-  if (busy_ && !problem_.empty()) return Fail(problem_);
-  if (busy_ && Clock::now() > deadline_) return Fail("the command took too long and was ended");
+  if (busy_ && !problem_.empty()) return Fail(problem_, true);
+  if (busy_ && Clock::now() > deadline_) return Fail("the command took too long and was ended", true);
   char bytes[65536];
   const ssize_t count = recv(channel_.get(), bytes, sizeof bytes, MSG_DONTWAIT);
   if (count < 0 && (errno == EAGAIN || errno == EINTR)) return {};
   if (count <= 0) {
-    if (busy_) return Fail("the command ended without an answer; it may be asked again");
+    if (busy_) return Fail("the command ended without an answer; it may be asked again", true);
     End();
     return {};
   }
@@ -273,7 +274,7 @@ std::optional<WorkerAnswer> AgentWorker::Step() {
   while (busy_) {
     const FrameReader::State state = reader_.Next(&frame);
     if (state == FrameReader::State::kNeedMore) return {};
-    if (state == FrameReader::State::kTooLong) return Fail("the command ended without an answer");
+    if (state == FrameReader::State::kTooLong) return Fail("the command ended without an answer", true);
     if (auto answer = Take(&frame)) return answer;
   }
   return {};

@@ -34,6 +34,7 @@ struct WorkerJob {
 
 struct WorkerAnswer {
   std::string failure;  // why there is none; empty for an answer
+  bool isLost = false;  // it is the worker that has failed: that says nothing of the engine
   HandlerAnswer handler{0, false, {}};
   // Of a walk, whose records are the handler's text as fields: where it goes on. A look's is that text, too.
   std::string next;
@@ -72,7 +73,7 @@ class AgentWorker {
   // Starts the process where there is none, and gives it the job. False when that cannot be done.
   bool GiveJob();
   std::optional<WorkerAnswer> Step();
-  std::optional<WorkerAnswer> Fail(std::string why);
+  std::optional<WorkerAnswer> Fail(std::string why, bool isLost = false);
   std::optional<WorkerAnswer> Take(Frame *frame);
 
   const std::vector<std::string> command_;

@@ -4,6 +4,7 @@ import datetime
 import os
 import re
 import signal
+import time
 
 import pytest
 from ncclient.xml_ import to_ele
@@ -337,6 +338,31 @@ def test_the_engine_goes_and_comes():
             assert [(each["alarm-type-id"], each["perceived-severity"]) for each in changes] == [
                 ("tavrix-alarms:engine-gone", "critical"), ("tavrix-alarms:table-usage", "cleared")]
             assert alarm_list(session)[gone] == ("false", "critical", ["critical", "cleared", "critical"])
+
+
+def test_a_worker_that_dies_is_no_engine_that_is_gone():
+    with engine_place() as engine:
+        engine.scenario.write_text(SCENARIO)
+        engine.start()
+        with agent_without_ssh(engine, "--alarm-period", "1") as agent:
+            session = agent.raw().hello()
+            wait_until(lambda: "<tables>" in session.rpc(f'<get><filter><engine xmlns="{STATE}"><tables/></engine></filter></get>'),
+                       "a worker")
+            worker = worker_of(agent)
+            os.kill(worker, signal.SIGSTOP)
+            time.sleep(1.5)  # so that a look, which comes each second, is under way
+            os.kill(worker, signal.SIGKILL)
+            wait_until(lambda: pids_of_workers(agent) not in ([], [worker]), "another worker")
+            listener = subscribed(agent, "<startTime>2026-01-01T00:00:00Z</startTime>")
+            assert "alarm-notification" not in names_until(listener, "replayComplete")
+            engine.process.kill()
+            engine.process.communicate()
+            engine.process = None
+            assert next_of(listener, "alarm-notification")[2]["alarm-type-id"] == "tavrix-alarms:engine-gone"
+
+
+def pids_of_workers(agent):
+    return [int(pid) for pid in run("pgrep", "-P", str(agent.process.pid)).out.split()]
 
 
 def test_the_agents_own_alarms(engine):

@@ -260,9 +260,14 @@ void Daemon::LookAtEngine() {
 
 void Daemon::TakeLook(const host::WorkerAnswer &answer) {
   lookWaits_ = false;
+  // A worker may be ended by anybody; where each look ends one it is the engine.
+  lostLooks_ = answer.isLost ? lostLooks_ + 1 : 0;
+  if (lostLooks_ == 1) return;
   const auto look = host::EngineLook::Parse(answer.handler.text);
   if (answer.failure.empty() && look) return watch_.Saw(*look);
-  watch_.SawNone(answer.failure.empty() ? "it cannot be looked at" : answer.failure);
+  watch_.SawNone(answer.isLost            ? "the process that looks at it ends each time"
+                 : answer.failure.empty() ? "it cannot be looked at"
+                                          : answer.failure);
 }
 
 void Daemon::StartWork() {

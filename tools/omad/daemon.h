@@ -132,6 +132,7 @@ class Daemon {
   Clock::time_point acceptAgain_{};
   Clock::time_point nextLook_ = Clock::now();
   bool lookWaits_ = false;  // or is under way
+  uint32_t lostLooks_ = 0;  // with the worker, one after the other
   bool recordFailureSaid_ = false;
 };
 

@@ -156,12 +156,12 @@ void Daemon::PublishSession(const Client &client, bool begins) {
 // The rules are the only configuration, and whoever has written them is none of the sessions.
 void Daemon::PublishRules() {
   host::UnlessShort(false, [&] {
-    Publish(
-        {std::chrono::system_clock::now(), kModule, "netconf-config-change",
-         host::Joined({"<netconf-config-change xmlns=\"", kSpace,
-                       "\"><changed-by><server/></changed-by><datastore>running</datastore><edit>"
-                       "<target xmlns:nacm=\"urn:ietf:params:xml:ns:yang:ietf-netconf-acm\">/nacm:nacm</target>"
-                       "<operation>replace</operation></edit></netconf-config-change>"})});
+    Publish({std::chrono::system_clock::now(), kModule, "netconf-config-change",
+             host::Joined(
+                 {"<netconf-config-change xmlns=\"", kSpace,
+                  "\"><changed-by><server/></changed-by><datastore>running</datastore><edit>"
+                  "<target xmlns:nacm=\"urn:ietf:params:xml:ns:yang:ietf-netconf-acm\">/nacm:nacm</target>"
+                  "<operation>replace</operation></edit></netconf-config-change>"})});
     return true;
   });
 }
