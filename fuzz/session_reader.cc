@@ -47,6 +47,7 @@ class Agent {
       Require(frame.text.size() < 4 * kLimit);
       if (frame.word == kAskCall) Call(dialogue, frame);
       if (frame.word == kAskNext) dialogue->FromAgent({kTellDataEnd, {}});
+      if (frame.word == kAskEvent) eventUnderWay_ = false;
     }
   }
 
@@ -54,6 +55,11 @@ class Agent {
   void Call(Dialogue *dialogue, const Frame &frame) {
     const auto fields = ReadFields(frame.text, kCallFields);
     Require(fields && fields->size() >= 2 && fields->size() % 2 == 0);
+    // Before the answer, to whoever has subscribed or not.
+    if ((choice_ & 8) != 0 && !eventUnderWay_) {
+      eventUnderWay_ = true;
+      dialogue->FromAgent({kTellEvent, FieldsOf({"2026-11-22T10:00:00Z", "<e xmlns=\"u\"><k>1</k></e>"})});
+    }
     switch (choice_ >> 1 & 3) {
       case 0:
         return dialogue->FromAgent({kTellOk, {}});
@@ -70,6 +76,7 @@ class Agent {
   }
 
   const uint8_t choice_;
+  bool eventUnderWay_ = false;
   FrameReader reader_;
 };
 

@@ -10,8 +10,8 @@ size_t SizeOf(const Event &event) { return sizeof event + event.name.size() + ev
 }  // namespace
 
 void EventLog::Publish(Event event) {
-  held_ += SizeOf(event);
   events_.push_back(std::move(event));
+  held_ += SizeOf(events_.back());
   while (events_.size() > most_ || (held_ > bytes_ && events_.size() > 1)) {
     held_ -= SizeOf(events_.front());
     events_.pop_front();

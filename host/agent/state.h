@@ -5,6 +5,7 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace qdt::host {
@@ -23,7 +24,8 @@ struct StateRecord {
 // Takes the records of one piece.
 class StateSink {
  public:
-  explicit StateSink(size_t room) : room_(room) {}
+  explicit StateSink(size_t room, std::string condition = {})
+      : condition_(std::move(condition)), room_(room) {}
 
   void Take(StateRecord record) {
     bytes_ += record.body.size() + record.path.size() + record.space.size();
@@ -33,7 +35,12 @@ class StateSink {
   bool full() const { return bytes_ >= room_; }
   std::vector<StateRecord> &records() { return records_; }
 
+  // Of a list, the entries that are wanted, "LEAF=NUMBER"; empty for all. A source that knows how may leave
+  // out the others.
+  const std::string &condition() const { return condition_; }
+
  private:
+  const std::string condition_;
   const size_t room_;
   size_t bytes_ = 0;
   std::vector<StateRecord> records_;
@@ -48,6 +55,9 @@ struct StateSource {
   // nothing is told twice. Throws HostError when it cannot be told. Sources of one top-level node stand
   // beside each other, and so do all records of one container.
   std::function<std::string(std::string_view from, StateSink *sink)> walk;
+  // The container below the top-level node that all its records stand in, where that is one: who wants none
+  // of it need not have it walked.
+  std::string part = {};
 };
 
 }  // namespace qdt::host

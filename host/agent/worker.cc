@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include "host/agent/engine_state.h"
+#include "host/agent/engine_watch.h"
 #include "host/base/program.h"
 #include "host/library/services.h"
 #include "host/omcc/libyang_memory.h"
@@ -26,8 +27,10 @@ namespace qdt::host {
 namespace {
 
 // Words of the frames between agent and worker. A request's word is the handler's place in Handlers(), its
-// text the rpc; or, with this mark, a source's place, and where the walk goes on.
+// text the rpc; or, with this mark, a source's place, and as fields where the walk goes on and which entries
+// are wanted; or the word of a look.
 constexpr uint32_t kWalk = 1u << 16;
+constexpr uint32_t kLook = 1u << 17;
 
 enum ReplyWord : uint32_t {
   kPart,     // the next piece of the answer
@@ -93,14 +96,22 @@ bool RunHandlerJob(int channel, const Model &model, const Frame &frame) {
 bool RunWalkJob(int channel, const Frame &frame) {
   const size_t source = frame.word & ~kWalk;
   if (source >= EngineStateSources().size()) throw HostError("the agent asks for no state data");
-  StateSink sink(kPieceSize);
-  const std::string next = EngineStateSources()[source].walk(frame.text, &sink);
+  const auto fields = ReadFields(frame.text, 2);
+  if (!fields || fields->size() != 2) throw HostError("the agent does not say where a walk stands");
+  StateSink sink(kPieceSize, (*fields)[1]);
+  const std::string next = EngineStateSources()[source].walk((*fields)[0], &sink);
   std::string records;
   for (const StateRecord &record : sink.records()) {
     for (const std::string *field : {&record.space, &record.path, &record.body})
       AppendField(*field, &records);
   }
   return SendParts(channel, records) && Send(channel, kWalked, next);
+}
+
+bool RunJob(int channel, const Model &model, const Frame &frame) {
+  if (frame.word == kLook)
+    return SendParts(channel, EngineLook::Take(model).Text()) && Send(channel, kWalked, {});
+  return (frame.word & kWalk) != 0 ? RunWalkJob(channel, frame) : RunHandlerJob(channel, model, frame);
 }
 
 }  // namespace
@@ -116,8 +127,7 @@ void RunWorker(int channel, const Model &model, const std::function<std::unique_
         Send(channel, kGone, {});
         return;
       }
-      const bool walks = (frame.word & kWalk) != 0;
-      if (!(walks ? RunWalkJob(channel, frame) : RunHandlerJob(channel, model, frame))) return;
+      if (!RunJob(channel, model, frame)) return;
     } catch (const std::exception &error) {
       if (!Send(channel, kRefused, LineOf(error))) return;
     }
@@ -128,8 +138,13 @@ WorkerJob WorkerJob::Run(const Handler &handler, const lyd_node *request) {
   return {static_cast<uint32_t>(&handler - Handlers().data()), Printed(request, LYD_PRINT_SHRINK)};
 }
 
-WorkerJob WorkerJob::Walk(size_t source, std::string from) {
-  return {kWalk | static_cast<uint32_t>(source), std::move(from)};
+WorkerJob WorkerJob::Look() { return {kLook, {}}; }
+
+WorkerJob WorkerJob::Walk(size_t source, const std::string &from, const std::string &condition) {
+  std::string text;
+  AppendField(from, &text);
+  AppendField(condition, &text);
+  return {kWalk | static_cast<uint32_t>(source), std::move(text)};
 }
 
 AgentWorker::~AgentWorker() { End(); }
@@ -199,9 +214,10 @@ void AgentWorker::Begin(WorkerJob job) {
   if (GiveJob()) problem_.clear();
 }
 
-std::optional<WorkerAnswer> AgentWorker::Fail(std::string why) {
+std::optional<WorkerAnswer> AgentWorker::Fail(std::string why, bool isLost) {
   End();
   busy_ = false;
+  answer_.isLost = isLost;
   answer_.failure = std::move(why);
   return std::move(answer_);
 }
@@ -221,7 +237,7 @@ std::optional<WorkerAnswer> AgentWorker::Take(Frame *frame) {
       End();
       if (again_) return Fail("the engine is gone");
       again_ = true;
-      if (!GiveJob()) return Fail(problem_);
+      if (!GiveJob()) return Fail(problem_, true);
       return {};
     case kWalked:
       answer_.next = std::move(frame->text);
@@ -238,18 +254,18 @@ std::optional<WorkerAnswer> AgentWorker::Advance() {
   try {
     return Step();
   } catch (const std::bad_alloc &) {
-    return Fail("out of memory");  // so short that it takes none
+    return Fail("out of memory", true);  // so short that it takes none
   }
 }
 
 std::optional<WorkerAnswer> AgentWorker::Step() {
-  if (busy_ && !problem_.empty()) return Fail(problem_);
-  if (busy_ && Clock::now() > deadline_) return Fail("the command took too long and was ended");
+  if (busy_ && !problem_.empty()) return Fail(problem_, true);
+  if (busy_ && Clock::now() > deadline_) return Fail("the command took too long and was ended", true);
   char bytes[65536];
   const ssize_t count = recv(channel_.get(), bytes, sizeof bytes, MSG_DONTWAIT);
   if (count < 0 && (errno == EAGAIN || errno == EINTR)) return {};
   if (count <= 0) {
-    if (busy_) return Fail("the command ended without an answer; it may be asked again");
+    if (busy_) return Fail("the command ended without an answer; it may be asked again", true);
     End();
     return {};
   }
@@ -258,7 +274,7 @@ std::optional<WorkerAnswer> AgentWorker::Step() {
   while (busy_) {
     const FrameReader::State state = reader_.Next(&frame);
     if (state == FrameReader::State::kNeedMore) return {};
-    if (state == FrameReader::State::kTooLong) return Fail("the command ended without an answer");
+    if (state == FrameReader::State::kTooLong) return Fail("the command ended without an answer", true);
     if (auto answer = Take(&frame)) return answer;
   }
   return {};

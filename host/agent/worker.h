@@ -19,20 +19,25 @@
 
 namespace qdt::host {
 
-// What the worker is to do: run a handler on a request of its rpc, or walk on in a source of state data.
+// What the worker is to do: run a handler on a request of its rpc, walk on in a source of state data, or look
+// at the engine as a whole.
 struct WorkerJob {
   uint32_t word = 0;
   std::string text;
 
   static WorkerJob Run(const Handler &handler, const lyd_node *request);
-  // `source`: its place in EngineStateSources().
-  static WorkerJob Walk(size_t source, std::string from);
+  // `source`: its place in EngineStateSources(). `condition`: as the sink has it.
+  static WorkerJob Walk(size_t source, const std::string &from, const std::string &condition);
+  // What alarms are judged by (host/agent/engine_watch.h).
+  static WorkerJob Look();
 };
 
 struct WorkerAnswer {
   std::string failure;  // why there is none; empty for an answer
+  bool isLost = false;  // it is the worker that has failed: that says nothing of the engine
   HandlerAnswer handler{0, false, {}};
-  std::string next;  // of a walk, whose records are the handler's text as fields: where it goes on
+  // Of a walk, whose records are the handler's text as fields: where it goes on. A look's is that text, too.
+  std::string next;
 };
 
 // Runs management commands in a process of its own, one after the other.
@@ -68,7 +73,7 @@ class AgentWorker {
   // Starts the process where there is none, and gives it the job. False when that cannot be done.
   bool GiveJob();
   std::optional<WorkerAnswer> Step();
-  std::optional<WorkerAnswer> Fail(std::string why);
+  std::optional<WorkerAnswer> Fail(std::string why, bool isLost = false);
   std::optional<WorkerAnswer> Take(Frame *frame);
 
   const std::vector<std::string> command_;

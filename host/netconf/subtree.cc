@@ -15,16 +15,37 @@ bool NamesMatch(const XmlElement &filter, const XmlElement &data) {
 
 bool IsContentMatch(const XmlElement &filter) { return filter.children.empty() && !filter.Value().empty(); }
 
+// The namespace that a prefix stands for at the element; empty when it stands for none.
+std::string_view SpaceOf(std::string_view prefix, const XmlElement *element) {
+  for (; element != nullptr; element = element->parent) {
+    for (const auto &[each, space] : element->declared) {
+      if (each == prefix) return space;
+    }
+  }
+  return {};
+}
+
+// Values with a prefix, which names of identities are, are the same whatever prefix each side has for it.
+bool ValuesMatch(const XmlElement &filter, const XmlElement &data) {
+  const std::string_view wanted = filter.Value(), value = data.Value();
+  if (wanted == value) return true;
+  const size_t colon = wanted.find(':'), other = value.find(':');
+  if (colon == wanted.npos || other == value.npos || wanted.substr(colon) != value.substr(other))
+    return false;
+  const std::string_view space = SpaceOf(wanted.substr(0, colon), &filter);
+  return !space.empty() && space == SpaceOf(value.substr(0, other), &data);
+}
+
 bool ContentMatches(const XmlElement &filter, const XmlElement &parent) {
   return std::ranges::any_of(parent.children, [&](const auto &data) {
-    return NamesMatch(filter, *data) && filter.Value() == data->Value();
+    return NamesMatch(filter, *data) && ValuesMatch(filter, *data);
   });
 }
 
 // Notes what `filter`, a node of the name of `data`, selects of it.
 void Select(const XmlElement &filter, const XmlElement &data, Nodes *selected) {
   if (filter.children.empty()) {
-    if (filter.Value().empty() || filter.Value() == data.Value()) selected->insert(&data);
+    if (filter.Value().empty() || ValuesMatch(filter, data)) selected->insert(&data);
     return;
   }
   bool onlyContent = true;

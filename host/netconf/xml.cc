@@ -332,6 +332,11 @@ std::unique_ptr<XmlElement> ReadXmlRoot(std::string_view text) {
 void AppendXml(const XmlElement &element, std::string_view outerSpace, std::string *xml) {
   *xml += '<' + element.name;
   if (element.space != outerSpace) *xml += " xmlns=\"" + XmlEscaped(element.space) + '"';
+  // Prefixes may stand in values.
+  for (const auto &[prefix, space] : element.declared) {
+    if (element.children.empty() && !prefix.empty() && !element.text.empty())
+      *xml += " xmlns:" + prefix + "=\"" + XmlEscaped(space) + '"';
+  }
   if (element.children.empty() && element.text.empty()) {
     *xml += "/>";
     return;

@@ -61,7 +61,8 @@ std::unique_ptr<XmlElement> ReadXml(std::string_view text, const XmlLimits &limi
 // tag cannot be read.
 std::unique_ptr<XmlElement> ReadXmlRoot(std::string_view text);
 
-// The element as a document. Its namespaces are declared where they change, without prefixes.
+// The element as a document. Its namespaces are declared where they change, without prefixes; those that a
+// leaf declares are kept for its value.
 void AppendXml(const XmlElement &element, std::string_view outerSpace, std::string *xml);
 
 }  // namespace qdt::host

@@ -74,6 +74,10 @@ std::string XmlEscaped(std::string_view text) {
   return xml;
 }
 
+std::string XmlLeaf(std::string_view name, std::string_view text) {
+  return Joined({"<", name, ">", XmlEscaped(text), "</", name, ">"});
+}
+
 std::string Joined(std::initializer_list<std::string_view> texts) {
   std::string joined;
   for (const std::string_view text : texts) joined += text;

@@ -1,6 +1,7 @@
 #ifndef HOST_NETCONF_XML_TEXT_H_
 #define HOST_NETCONF_XML_TEXT_H_
 
+#include <concepts>
 #include <cstddef>
 #include <initializer_list>
 #include <string>
@@ -21,6 +22,13 @@ size_t XmlCharacterLength(std::string_view text);
 // characters that a document can carry.
 void AppendXmlEscaped(std::string_view text, std::string *xml);
 std::string XmlEscaped(std::string_view text);
+
+// <name>text</name>; a number in digits.
+std::string XmlLeaf(std::string_view name, std::string_view text);
+template <std::integral Number>
+std::string XmlLeaf(std::string_view name, Number number) {
+  return XmlLeaf(name, std::to_string(number));
+}
 
 // The texts one behind the other.
 std::string Joined(std::initializer_list<std::string_view> texts);

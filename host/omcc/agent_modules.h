@@ -5,6 +5,8 @@
 
 namespace qdt::host {
 
+// What the state data of the engine is made by.
+void ImplementStateModules(const Model &model);
 // Makes a management agent's model whole: all that it speaks of beside the engine. Throws HostError.
 void ImplementAgentModules(const Model &model);
 

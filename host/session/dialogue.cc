@@ -18,6 +18,13 @@ constexpr char kBase11[] = "urn:ietf:params:netconf:base:1.1";
 constexpr size_t kMostOfAnswer = 64u << 20;
 constexpr size_t kMostFields = 1u << 16;
 
+void CheckNoParameters(const Request &request) {
+  if (request.parameters.empty()) return;
+  throw RpcError(Layer::kProtocol, "unknown-element", request.operation + " has no parameters")
+      .At("/nc:rpc/op:" + request.operation, request.space)
+      .With("bad-element", request.parameters[0].first);
+}
+
 }  // namespace
 
 void Dialogue::End(std::string why) {
@@ -114,15 +121,29 @@ void Dialogue::TakeRequest(const std::string &message) {
     attributes_ = ReplyAttributes(*rpc);
     request_ = ReadRequest(std::move(rpc));
     if (request_->Is(kNetconfSpace, "close-session")) {
+      CheckNoParameters(*request_);
       Reply("<ok/>");
       Ask(kAskLeave, {});
       return End("");
     }
+    CheckFilter();
     Call();
   } catch (const XmlError &error) {
     ReplyMalformed(error.what());
   } catch (const RpcError &error) {
     ReplyError(error);
+  }
+}
+
+// A path that is none is refused before there is anything to ask it of.
+void Dialogue::CheckFilter() const {
+  constexpr char kAny[] = "<replayComplete xmlns=\"urn:ietf:params:xml:ns:netmod:notification\"/>";
+  const DataFilter &filter = request_->filter;
+  if (filter.kind != DataFilter::Kind::kXpath) return;
+  try {
+    selectXpath_(filter.xpath, filter.bindings, kAny);
+  } catch (RpcError &error) {
+    throw RpcError(error.At("/nc:rpc/op:" + request_->operation + "/op:filter", request_->space));
   }
 }
 
@@ -276,30 +297,37 @@ void Dialogue::EndData() {
   EndReply();
 }
 
-void Dialogue::TakeEvent(const std::string &text) {
-  const auto fields = ReadFields(text, 2);
-  if (!fields || fields->size() != 2 || !event_.empty()) return End("omad speaks another protocol");
-  std::string body = fields->at(1);
-  if (subscription_.kind != DataFilter::Kind::kNone) {
-    std::string selected;
-    try {
-      DataWriter(subscription_, selectXpath_).Add({}, {}, {}, body, &selected);
-    } catch (const std::exception &) {
-      selected.clear();  // nothing that the filter selects
-    }
-    body = selected;
+// Whether the filter of the subscription selects anything of a notification, which is then told whole.
+bool Dialogue::IsWanted(const std::string &event) const {
+  if (subscription_.kind == DataFilter::Kind::kNone) return true;
+  std::string selected;
+  try {
+    DataWriter(subscription_, selectXpath_).Add({}, {}, {}, event, &selected);
+  } catch (const std::exception &) {
+    return false;
   }
-  wantsEvent_ = true;
-  if (body.empty()) return Written();
+  return !selected.empty();
+}
+
+void Dialogue::TakeEvent(const std::string &text) {
+  const auto fields = ReadFields(text, 3);
+  if (!fields || fields->size() < 2 || !event_.empty()) return End("omad speaks another protocol");
+  const std::string &body = fields->at(1);
+  if (fields->size() == 2 && !IsWanted(body)) {
+    wantsEvent_ = true;
+    return Written();
+  }
   event_ = Joined({"<notification xmlns=\"", kNotificationSpace, "\"><eventTime>", XmlEscaped(fields->at(0)),
                    "</eventTime>", body, "</notification>"});
   if (!replying_) SayEvent();
 }
 
+// The next one is asked for when this one is out, which may be long after it came.
 void Dialogue::SayEvent() {
   Say(event_);
   framer_.End(&toClient_);
   event_.clear();
+  wantsEvent_ = true;
 }
 
 }  // namespace qdt::host

@@ -49,6 +49,7 @@ class Dialogue {
   void TakeHello(const std::string &message);
   void TakeMessage(MessageReader::State state, std::string message);
   void TakeRequest(const std::string &message);
+  void CheckFilter() const;
   void Call();
   void Ask(uint32_t word, std::string_view fields);
   void End(std::string why);
@@ -65,6 +66,7 @@ class Dialogue {
   void TakeAnswer(Frame frame);
   void TakeData(const std::string &text);
   void EndData();
+  bool IsWanted(const std::string &event) const;
   void TakeEvent(const std::string &text);
   void SayEvent();
 

@@ -14,7 +14,7 @@ namespace qdt::host {
 enum LinkAsk : uint32_t {
   kAskHello = 1,  // user ("" for the one whose process it is), client's address, protocol: first, and once
   kAskCall,       // namespace and name of an operation, then name and value of each parameter; of <get> each
-             // "want" is a top-level node "{NAMESPACE}NAME" that the filter looks at, all when there is none
+             // "want" is a place that the filter looks at (host/session/places.h), all when there is none
   kAskNext,   // the piece of state data has been passed on: the next may come
   kAskEvent,  // the notification has been passed on: the next may come
   kAskLeave,  // the client closes the session
@@ -32,11 +32,12 @@ enum LinkTell : uint32_t {
   kTellData,  // the list keys of the part (see StatePiece), then namespace, path and body of each record; the
               // next piece comes when the session asks for it
   kTellDataEnd,
-  kTellEvent,  // time, and the notification's element; the next one comes when the session asks for it
+  kTellEvent,  // time, and the notification's element; a third field, empty, where no filter is to hold it
+               // back; the next one comes when the session asks for it
   kTellBye,    // why the session ends; the connection is closed behind it
 };
 
-constexpr char kLinkProtocol[] = "1";
+constexpr char kLinkProtocol[] = "2";
 // Bytes of one call, all of its parameters together.
 constexpr size_t kCallLimit = 64 << 10;
 constexpr size_t kCallFields = 256;

@@ -5,17 +5,12 @@
 #include "host/netconf/rpc_error.h"
 #include "host/netconf/xml_text.h"
 #include "host/session/link.h"
+#include "host/session/places.h"
 
 namespace qdt::host {
 namespace {
 
 using Layer = RpcError::Layer;
-
-// What an XPath's names are made of.
-bool IsNameByte(unsigned char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '-' ||
-         c == '.' || c >= 0x80;
-}
 
 const std::string *AttributeOf(const XmlElement &element, std::string_view name) {
   for (const XmlElement::Attribute &one : element.attributes) {
@@ -71,6 +66,11 @@ void CheckAttributes(const XmlElement &element, const std::string &path, const s
 }
 
 void ReadFilter(const XmlElement &element, const std::string &path, DataFilter *filter) {
+  if (filter->kind != DataFilter::Kind::kNone) {
+    throw RpcError(Layer::kProtocol, "bad-element", "a request has one filter")
+        .At(path, element.parent->space)
+        .With("bad-element", "filter");
+  }
   const std::string *type = AttributeOf(element, "type");
   if (type == nullptr || *type == "subtree") {
     filter->kind = DataFilter::Kind::kSubtree;
@@ -79,14 +79,14 @@ void ReadFilter(const XmlElement &element, const std::string &path, DataFilter *
   }
   if (*type != "xpath") {
     throw RpcError(Layer::kProtocol, "bad-attribute", "a filter is of the type subtree or xpath")
-        .At(path, kNetconfSpace)
+        .At(path, element.parent->space)
         .With("bad-attribute", "type")
         .With("bad-element", "filter");
   }
   const std::string *select = AttributeOf(element, "select");
   if (select == nullptr) {
     throw RpcError(Layer::kProtocol, "missing-attribute", "an xpath filter needs its attribute select")
-        .At(path, kNetconfSpace)
+        .At(path, element.parent->space)
         .With("bad-attribute", "select")
         .With("bad-element", "filter");
   }
@@ -95,14 +95,30 @@ void ReadFilter(const XmlElement &element, const std::string &path, DataFilter *
   filter->bindings = BindingsOf(&element);
 }
 
-// The operation of RFC 6241 and RFC 5277 that select data have it said by a filter.
+// The operations of RFC 6241 and RFC 5277 that select data have it said by a filter.
 bool TakesFilter(const XmlElement &operation) {
   return (operation.space == kNetconfSpace && (operation.name == "get" || operation.name == "get-config")) ||
          operation.Is(kNotificationSpace, "create-subscription");
 }
 
+// There is one datastore, which has nothing in it.
+void CheckSource(const XmlElement &operation, const std::string &path) {
+  const XmlElement *source = operation.Find(kNetconfSpace, "source");
+  if (source == nullptr) {
+    throw RpcError(Layer::kProtocol, "missing-element", "get-config needs the parameter \"source\"")
+        .At(path, kNetconfSpace)
+        .With("bad-element", "source");
+  }
+  if (source->Find(kNetconfSpace, "running") == nullptr) {
+    throw RpcError(Layer::kProtocol, "invalid-value", "there is no datastore but running")
+        .At(path + "/op:source", kNetconfSpace);
+  }
+}
+
 void AddParameter(const XmlElement &child, const std::string &path, Request *request) {
   const XmlElement &operation = *child.parent;
+  // The operation of RFC 7950, section 7.15.2, holds a tree of data; the model has no action.
+  if (operation.Is("urn:ietf:params:xml:ns:yang:1", "action")) return;
   if (child.space != operation.space) {
     throw RpcError(Layer::kApplication, "unknown-namespace",
                    "<" + operation.name + "> takes no parameter of another namespace")
@@ -123,15 +139,14 @@ void AddParameter(const XmlElement &child, const std::string &path, Request *req
 }
 
 void AddWanted(Request *request) {
-  std::vector<std::string> tops;
+  std::vector<std::string> places;
   if (request->filter.kind == DataFilter::Kind::kXpath) {
-    tops = TopsOfXpath(request->filter.xpath, request->filter.bindings);
+    places = PlacesOfXpath(request->filter.xpath, request->filter.bindings);
   } else if (request->filter.kind == DataFilter::Kind::kSubtree) {
-    for (const auto &each : request->filter.subtree->children)
-      tops.push_back("{" + each->space + "}" + each->name);
-    if (tops.empty()) tops.emplace_back();  // an empty filter selects nothing
+    for (const auto &each : request->filter.subtree->children) AddPlacesOfSubtree(*each, &places);
+    if (places.empty()) places.emplace_back();  // an empty filter selects nothing
   }
-  for (std::string &top : tops) request->parameters.emplace_back("want", std::move(top));
+  for (std::string &place : places) request->parameters.emplace_back("want", std::move(place));
 }
 
 }  // namespace
@@ -151,6 +166,7 @@ Request ReadRequest(std::unique_ptr<XmlElement> rpc) {
     }
   }
   if (request.Is(kNetconfSpace, "get")) AddWanted(&request);
+  if (request.Is(kNetconfSpace, "get-config")) CheckSource(operation, path);
   size_t bytes = request.space.size() + request.operation.size();
   for (const auto &[name, value] : request.parameters) bytes += name.size() + value.size() + 8;
   if (bytes > kCallLimit || 2 * request.parameters.size() + 2 > kCallFields) {
@@ -173,32 +189,6 @@ std::string ReplyAttributes(const XmlElement &rpc) {
             XmlEscaped(one.value) + '"';
   }
   return text;
-}
-
-std::vector<std::string> TopsOfXpath(std::string_view path, const Bindings &bindings) {
-  // Only paths alone are looked at: what is within predicates or functions may lead anywhere.
-  if (path.find_first_of("[]()'\"$") != path.npos) return {};
-  std::vector<std::string> tops;
-  while (true) {
-    const size_t bar = std::min(path.find('|'), path.size());
-    std::string_view branch = path.substr(0, bar);
-    while (!branch.empty() && branch.front() == ' ') branch.remove_prefix(1);
-    if (!branch.starts_with('/') || branch.find("..") != branch.npos) return {};
-    branch.remove_prefix(1);
-    size_t end = 0;
-    while (end < branch.size() && IsNameByte(branch[end])) ++end;
-    if (end == 0 || end == branch.size() || branch[end] != ':') return {};
-    const std::string_view prefix = branch.substr(0, end);
-    branch.remove_prefix(end + 1);
-    end = 0;
-    while (end < branch.size() && IsNameByte(branch[end])) ++end;
-    const auto isOurs = [&](const auto &each) { return each.first == prefix; };
-    const auto found = std::ranges::find_if(bindings, isOurs);
-    if (end == 0 || found == bindings.end()) return {};
-    tops.push_back("{" + found->second + "}" + std::string(branch.substr(0, end)));
-    if (bar == path.size()) return tops;
-    path.remove_prefix(bar + 1);
-  }
 }
 
 }  // namespace qdt::host

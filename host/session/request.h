@@ -8,10 +8,9 @@
 #include <vector>
 
 #include "host/netconf/xml.h"
+#include "host/session/places.h"
 
 namespace qdt::host {
-
-using Bindings = std::vector<std::pair<std::string, std::string>>;  // prefix and namespace
 
 // What of the data a request is about.
 struct DataFilter {
@@ -41,9 +40,6 @@ Request ReadRequest(std::unique_ptr<XmlElement> rpc);
 
 // The attributes of an answer: those of the request (RFC 6241, section 4.2), with a blank before each.
 std::string ReplyAttributes(const XmlElement &rpc);
-
-// The top-level nodes that an XPath can lead to, "{NAMESPACE}NAME" each; empty when it may be any.
-std::vector<std::string> TopsOfXpath(std::string_view path, const Bindings &bindings);
 
 }  // namespace qdt::host
 

@@ -13,7 +13,7 @@ from ncclient import manager
 from ncclient.operations.rpc import RPCError
 from ncclient.xml_ import to_ele
 
-from conftest import BIN, PATIENCE, ROOT, short_directory
+from conftest import BIN, PATIENCE, ROOT, run, short_directory
 
 MODEL = "urn:tavrix:params:xml:ns:yang:tavrix-software-fwd"
 BASE = "urn:ietf:params:xml:ns:netconf:base:1.0"
@@ -248,3 +248,20 @@ def error_in(reply):
     errors = root.findall(f"{{{BASE}}}rpc-error")
     assert len(errors) == 1, reply
     return tuple(errors[0].findtext(f"{{{BASE}}}error-{name}") for name in ("type", "tag", "path", "message"))
+
+
+def data_text(reply):
+    """The content of a reply's <data>."""
+    return re.fullmatch(r"<rpc-reply [^>]*><data>(.*)</data></rpc-reply>", reply, re.S)[1]
+
+
+def yanglint(data, directory):
+    """What yanglint makes of the data of a <get>, by the modules that the data itself names as those of the agent."""
+    file = pathlib.Path(directory) / "data.xml"
+    file.write_text(data)
+    named = re.findall(r"<schema><identifier>([^<]*)</identifier>", data)
+    modules = [module for module in (ROOT / "yang").rglob("*.yang") if module.name.split(".")[0].split("@")[0] in named]
+    assert len(modules) == 10
+    # One of the IETF's modules has a condition that libyang warns of.
+    return run("yanglint", "-Q", "-y", "-p", ROOT / "yang" / "ietf", "-F", "ietf-netconf:xpath", "-F",
+               "ietf-alarms:alarm-history,alarm-summary", "-t", "get", "-f", "json", *modules, file)

@@ -14,8 +14,9 @@ import pytest
 from ncclient.operations.rpc import RPCError
 from ncclient.transport.errors import AuthenticationError
 
-from conftest import BIN, PATIENCE, ROOT, engine_place, run
-from netconf import BASE, END_1_0, MODEL, Agent, agent_of, call, error_in, error_of, make_key, short_directory
+from conftest import BIN, PATIENCE, ROOT, engine_place, run, wait_until
+from netconf import (BASE, END_1_0, MODEL, Agent, agent_of, call, data_text, error_in, error_of, make_key, short_directory,
+                     yanglint)
 
 pytestmark = pytest.mark.filterwarnings("ignore::DeprecationWarning")  # ncclient's own
 
@@ -59,7 +60,8 @@ MOVING = {"arpmiss", "ndmiss", "frag-reass", "ipv4-frag-reass", "ipv6-frag-reass
 def test_hello_tells_the_protocol_and_the_model(session):
     capabilities = list(session.server_capabilities)
     for known in ("urn:ietf:params:netconf:base:1.0", "urn:ietf:params:netconf:base:1.1",
-                  "urn:ietf:params:netconf:capability:xpath:1.0"):
+                  "urn:ietf:params:netconf:capability:xpath:1.0", "urn:ietf:params:netconf:capability:notification:1.0",
+                  "urn:ietf:params:netconf:capability:interleave:1.0"):
         assert known in capabilities
     assert any(each.startswith("urn:ietf:params:netconf:capability:yang-library:1.1?") for each in capabilities)
 
@@ -88,10 +90,16 @@ def test_each_command_answers_as_the_tool_does(site, session, rpc):
     assert answer
     if rpc in MOVING:
         return
-    shown = engine.cli("agent", rpc, *(f"{name}={value}" for name, value in parameters.items()))
-    # The tool calls it a failure when the answer only says how the command is asked; over NETCONF it is the text.
-    assert (shown.code, shown.err) == (int(rpc in TELLING_HOW), ""), shown
-    assert shown.out.rstrip("\n") == answer.rstrip("\n")
+    words = [f"{name}={value}" for name, value in parameters.items()]
+
+    def is_same():
+        shown = engine.cli("agent", rpc, *words)
+        # The tool calls it a failure when the answer only says how the command is asked; over NETCONF it is the text.
+        assert (shown.code, shown.err) == (int(rpc in TELLING_HOW), ""), shown
+        return shown.out.rstrip("\n") == call(session, rpc, **parameters).rstrip("\n")
+
+    # Sessions that a reset has told to end are going for a while.
+    wait_until(is_same, f"the same answer of both to {rpc}")
 
 
 def test_parameters_reach_the_handlers(session):
@@ -176,6 +184,19 @@ def test_errors_say_where(site):
         "bad-element", "/nc:rpc/op:arpmiss/op:next-hop")
     assert client.error('<edit-config/>')[:3] == ("protocol", "operation-not-supported", "/nc:rpc/op:edit-config")
     assert client.error('<x xmlns="urn:x"/>')[:3] == ("protocol", "operation-not-supported", "/nc:rpc/op:x")
+    for body, tag, path in [
+        ("<kill-session><session-id>9</session-id><session-id>1</session-id></kill-session>", "bad-element",
+         "/nc:rpc/op:kill-session/op:session-id"),
+        ("<kill-session><session-id>9</session-id><x/></kill-session>", "unknown-element", "/nc:rpc/op:kill-session"),
+        ("<get><filter/><filter/></get>", "bad-element", "/nc:rpc/op:get/op:filter"),
+        ('<get><filter type="xpath" select="["/></get>', "invalid-value", "/nc:rpc/op:get/op:filter"),
+        ("<get-config/>", "missing-element", "/nc:rpc/op:get-config"),
+        ("<get-config><source><startup/></source></get-config>", "invalid-value", "/nc:rpc/op:get-config/op:source"),
+        ("<close-session><x/></close-session>", "unknown-element", "/nc:rpc/op:close-session"),
+        ('<action xmlns="urn:ietf:params:xml:ns:yang:1"><x xmlns="urn:x"/></action>', "operation-not-supported",
+         "/nc:rpc/op:action"),
+    ]:
+        assert client.error(body)[1:3] == (tag, path), body
     assert client.error("") == ("rpc", "missing-element", "/nc:rpc", "the <rpc> holds no operation")
     bad = client.rpc(f"<tbl-usage {command}><x/></tbl-usage>")
     assert f'<error-path xmlns:nc="{BASE}" xmlns:op="{MODEL}">' in bad and "<bad-element>x</bad-element>" in bad
@@ -414,28 +435,30 @@ def test_command_line_mistakes(site):
         run(BIN / "omad-session", *words).failed(message, tool="omad-session")
 
 
+OUR_MODULES = sorted((ROOT / "yang").glob("*.yang"))
+
+
 def test_the_models_pass_yanglint():
-    checked = run("yanglint", "-p", ROOT / "yang" / "ietf", ROOT / "yang" / "tavrix-software-fwd.yang")
+    assert len(OUR_MODULES) == 3
+    checked = run("yanglint", "-p", ROOT / "yang" / "ietf", *OUR_MODULES)
     assert (checked.code, checked.out, checked.err) == (0, "", "")
 
 
 @pytest.mark.skipif(shutil.which("pyang") is None, reason="pyang is not installed")
-def test_the_model_passes_pyang():
-    checked = run("pyang", "--lint", "-p", ROOT / "yang" / "ietf", ROOT / "yang" / "tavrix-software-fwd.yang")
+def test_the_models_pass_pyang():
+    checked = run("pyang", "--lint", "-p", ROOT / "yang" / "ietf", *OUR_MODULES)
     assert (checked.code, checked.out, checked.err) == (0, "", "")
 
 
 def test_yanglint_takes_the_state_data(site):
     """All of it, as a tool of others reads it by the modules that the agent names."""
     _, agent = site
-    answer = agent.raw().hello().rpc("<get/>")
-    data = re.fullmatch(r"<rpc-reply [^>]*><data>(.*)</data></rpc-reply>", answer, re.S)[1]
-    (agent.directory / "data.xml").write_text(data)
-    named = re.findall(r"<schema><identifier>([^<]*)</identifier>", data)
-    modules = [file for file in (ROOT / "yang").rglob("*.yang") if file.name.split(".")[0].split("@")[0] in named]
-    assert len(modules) == 4
-    checked = run("yanglint", "-y", "-p", ROOT / "yang" / "ietf", "-F", "ietf-netconf:xpath", "-t", "get", "-f", "json", *modules,
-                  agent.directory / "data.xml")
+    data = data_text(agent.raw().hello().rpc("<get/>"))
+    checked = yanglint(data, agent.directory)
     assert checked.code == 0 and checked.err == "", checked
-    for told in ('"tavrix-software-fwd:software-fwd"', '"ietf-netconf-monitoring:netconf-state"', '"ietf-netconf-acm:nacm"'):
-        assert told in checked.out, checked
+    for told in ("tavrix-software-fwd:software-fwd", "tavrix-engine-state:engine", "ietf-netconf-monitoring:netconf-state",
+                 "ietf-netconf-acm:nacm"):
+        assert f'"{told}"' in checked.out, told
+    # It does look at the values.
+    wrong = yanglint(data.replace("<valid>true</valid>", "<valid>yes</valid>", 1), agent.directory)
+    assert wrong.code != 0 and "yes" in wrong.err

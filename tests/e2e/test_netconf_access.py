@@ -381,7 +381,7 @@ def worker_of(agent):
 
 
 def test_limit_of_waiting_commands(engine):
-    with agent_without_ssh(engine, "--max-waiting", "2") as agent:
+    with agent_without_ssh(engine, "--max-waiting", "2", "--alarm-period", "0") as agent:
         sessions = [agent.raw().hello() for _ in range(4)]
         assert "TableName" in sessions[0].rpc(command("tbl-usage"))
         worker = worker_of(agent)

@@ -62,6 +62,21 @@ TEST(Subtree, SeveralFiltersAreJoined) {
             "0 0;0 1 01;");
 }
 
+TEST(Subtree, APrefixInAValueIsWhatItStandsFor) {
+  const auto selects = [](const char *value) {
+    const auto data = ReadXml("<top xmlns='u'><type xmlns:p='kinds'>p:full</type></top>");
+    const auto filter =
+        ReadXml(std::string("<filter xmlns:q='kinds' xmlns:p='others'><top xmlns='u'><type>") + value +
+                "</type></top></filter>");
+    return SelectSubtree(*filter, IsKeyOfEntry, data.get());
+  };
+  EXPECT_TRUE(selects("q:full"));
+  EXPECT_TRUE(selects("p:full"));  // as it is written
+  EXPECT_FALSE(selects("q:empty"));
+  EXPECT_FALSE(selects("r:full"));
+  EXPECT_FALSE(selects("full"));
+}
+
 TEST(Subtree, OtherNamesAndNamespacesSelectNothing) {
   EXPECT_EQ(Selected("<other/>"), "nothing");
   EXPECT_EQ(Selected("<entry><other/></entry>"), "nothing");

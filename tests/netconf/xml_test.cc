@@ -123,10 +123,11 @@ TEST(Xml, RootOfABeginning) {
 }
 
 TEST(Xml, IsWrittenWithoutPrefixes) {
-  const auto root = ReadXml("<p:a xmlns:p='u' x='1'> <b xmlns='v'>1 &lt; 2</b><p:c/></p:a>");
+  const auto root =
+      ReadXml("<p:a xmlns:p='u' x='1'> <b xmlns='v'>1 &lt; 2</b><p:c/><p:d xmlns:q='w'>q:id</p:d></p:a>");
   std::string xml;
   AppendXml(*root, "", &xml);
-  EXPECT_EQ(xml, "<a xmlns=\"u\"><b xmlns=\"v\">1 &lt; 2</b><c/></a>");
+  EXPECT_EQ(xml, "<a xmlns=\"u\"><b xmlns=\"v\">1 &lt; 2</b><c/><d xmlns:q=\"w\">q:id</d></a>");
 }
 
 }  // namespace

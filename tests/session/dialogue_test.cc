@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "host/netconf/rpc_error.h"
 #include "host/session/fields.h"
 #include "host/session/link.h"
 
@@ -65,7 +66,10 @@ class DialogueTest : public testing::Test {
     return kReply + "<rpc-error><error-type>" + rest + "</rpc-error></rpc-reply>]]>]]>";
   }
 
-  Dialogue dialogue_{[](const std::string &, const Bindings &, const std::string &tree) { return tree; }};
+  Dialogue dialogue_{[](const std::string &path, const Bindings &, const std::string &tree) {
+    if (path == "[") throw RpcError(RpcError::Layer::kProtocol, "invalid-value", "no path");
+    return tree;
+  }};
 };
 
 TEST_F(DialogueTest, ACommandIsAskedAndItsTextToldBack) {
@@ -110,7 +114,7 @@ TEST_F(DialogueTest, DataIsAskedForPieceByPiece) {
       std::string("<rpc xmlns='") + kBase +
       "' message-id='1'><get><filter><top xmlns='u'><list><e><n/></e></list></top></filter></get></rpc>";
   dialogue_.FromClient("\n#" + std::to_string(rpc.size()) + "\n" + rpc + "\n##\n");
-  EXPECT_EQ(Asked(), std::string("2|") + kBase + "|get|want|{u}top;");
+  EXPECT_EQ(Asked(), std::string("2|") + kBase + "|get|want|{u}top/list;");
   Tell(kTellData, {"e:id", "u", "top/list", "<e><id>1</id><n>1</n><m>1</m></e>"});
   EXPECT_EQ(Asked(), "") << "not before the piece is out";
   std::string whole = Written();
@@ -224,6 +228,34 @@ TEST_F(DialogueTest, ANotificationWaitsForTheAnswer) {
   Tell(kTellEvent, {"2026-11-22T10:00:00Z", "<f xmlns=\"u\"/>"});
   EXPECT_EQ(Written(), "") << "the filter does not select it";
   EXPECT_EQ(Asked(), "4;");
+  dialogue_.FromAgent({kTellEvent, FieldsOf({"2026-11-22T10:00:00Z", "<f xmlns=\"u\"/>", ""})});
+  EXPECT_NE(Written().find("<f xmlns=\"u\"/></notification>"), std::string::npos)
+      << "it does not matter here";
+  EXPECT_EQ(Asked(), "4;");
+}
+
+TEST_F(DialogueTest, ANotificationThatWaitsIsTheOnlyOne) {
+  Greet("1.0");
+  Rpc("<get/>");
+  Asked();
+  Tell(kTellData, {"", "u", "top", "<a/>"});
+  EXPECT_NE(Written().find("<a/>"), std::string::npos);
+  EXPECT_EQ(Asked(), "3;");
+  Tell(kTellEvent, {"2026-11-22T10:00:00Z", "<e xmlns=\"u\"/>"});
+  Tell(kTellData, {"", "u", "top", "<b/>"});
+  EXPECT_EQ(Written(), "<b/>");
+  EXPECT_EQ(Asked(), "3;");
+  Tell(kTellDataEnd, {});
+  EXPECT_NE(Written().find("</rpc-reply>]]>]]><notification"), std::string::npos);
+  EXPECT_EQ(Asked(), "4;");
+}
+
+TEST_F(DialogueTest, APathThatIsNoneIsRefusedAtOnce) {
+  Greet("1.0");
+  Rpc("<create-subscription xmlns='urn:ietf:params:xml:ns:netconf:notification:1.0'>"
+      "<filter type='xpath' select='['/></create-subscription>");
+  EXPECT_NE(Written().find("<error-tag>invalid-value</error-tag>"), std::string::npos);
+  EXPECT_EQ(Asked(), "");
 }
 
 TEST_F(DialogueTest, TheEndIsTold) {
@@ -231,14 +263,6 @@ TEST_F(DialogueTest, TheEndIsTold) {
   Tell(kTellBye, {"idle for 600 s"});
   EXPECT_TRUE(dialogue_.over());
   EXPECT_EQ(dialogue_.farewell(), "idle for 600 s");
-}
-
-TEST(TopsOfXpath, AreKnownOfPathsAlone) {
-  const Bindings bindings{{"f", "u"}, {"g", "v"}};
-  EXPECT_EQ(TopsOfXpath("/f:top//g:x", bindings), std::vector<std::string>{"{u}top"});
-  EXPECT_EQ(TopsOfXpath("/f:a | /g:b/c", bindings), (std::vector<std::string>{"{u}a", "{v}b"}));
-  for (const char *path : {"//f:x", "f:x", "/h:x", "/x", "/f:x[y=1]", "/f:x/../g:y", "count(/f:x)", "", "|"})
-    EXPECT_TRUE(TopsOfXpath(path, bindings).empty()) << path;
 }
 
 }  // namespace

@@ -54,9 +54,12 @@ void Client::Tell(uint32_t word, std::initializer_list<std::string_view> fields)
 
 void Client::TellError(const host::RpcError &error) { Tell(host::kTellError, {error.Xml()}); }
 
-void Client::Bye(std::string_view why) {
+void Client::Bye(std::string_view why, SessionEnd how) {
   if (closing) return;
-  if (ended.empty()) ended = why;
+  if (ended.empty()) {
+    ended = why;
+    end = how;
+  }
   Tell(host::kTellBye, {why});
   closing = true;
   moved = Clock::now();

@@ -12,6 +12,7 @@
 #include <string_view>
 #include <vector>
 
+#include "host/base/c_callback.h"
 #include "host/base/fd.h"
 #include "host/netconf/rpc_error.h"
 #include "host/wire/protocol.h"
@@ -20,14 +21,25 @@ namespace qdt::omad {
 
 // Where a walk through the state data stands.
 struct DataWalk {
-  std::vector<size_t> sources;  // that are left, the next one last
-  std::string from;             // within it
+  struct Part {
+    size_t source;
+    std::string condition;  // for its sink
+  };
+  std::vector<Part> parts;  // that are left, the next one last
+  std::string from;         // within it
 };
 
 // Which events a session wants: where it stands in the log is all that is held for it.
 struct Subscription {
-  uint64_t next = 0;     // number of the event
-  bool sending = false;  // one is on its way
+  uint64_t next = 0;                   // number of the event
+  std::optional<uint64_t> replayedTo;  // the end of what is told of the past, as long as that goes on
+  std::optional<std::chrono::system_clock::time_point> stop;
+};
+
+// Why a session is over, in the words of RFC 6470.
+struct SessionEnd {
+  const char *reason = "dropped";
+  uint32_t killedBy = 0;
 };
 
 // Whose session it is.
@@ -57,7 +69,7 @@ class Client : public Who {
   // `fields` as they are.
   void TellText(uint32_t word, std::string_view text);
   void TellError(const host::RpcError &error);
-  void Bye(std::string_view why);
+  void Bye(std::string_view why, SessionEnd how = {"other"});
 
   // Whether all that was told is taken.
   bool Idle() const { return sent_ == out_.size(); }
@@ -68,10 +80,11 @@ class Client : public Who {
   bool asking = false;                     // a command waits or runs
   std::optional<DataWalk> walk;
   std::optional<Subscription> subscription;
-  uint64_t calls = 0;
+  bool eventUnderWay = false;  // told, and not yet passed on
   bool broken = false;
   bool closing = false;
   std::string ended;  // why
+  SessionEnd end;
 
  private:
   host::UniqueFd socket_;
@@ -79,6 +92,13 @@ class Client : public Who {
   std::string out_;
   size_t sent_ = 0;
 };
+
+// Does something for a session. Where memory is short the session is cut off: what it is told would not be
+// whole.
+template <typename Work>
+void OrBreak(Client *client, const Work &work) {
+  if (!host::UnlessShort(false, [&] { return work(), true; })) client->broken = true;
+}
 
 }  // namespace qdt::omad
 

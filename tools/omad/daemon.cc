@@ -17,6 +17,7 @@
 #include "host/base/program.h"
 #include "host/base/trust.h"
 #include "host/nacm/rules_file.h"
+#include "host/netconf/xml_text.h"
 #include "host/session/fields.h"
 #include "host/session/link.h"
 
@@ -38,6 +39,8 @@ std::vector<std::string> CapabilitiesOf(const host::Model &model) {
       "urn:ietf:params:netconf:base:1.0",
       "urn:ietf:params:netconf:base:1.1",
       "urn:ietf:params:netconf:capability:xpath:1.0",
+      "urn:ietf:params:netconf:capability:notification:1.0",
+      "urn:ietf:params:netconf:capability:interleave:1.0",
       "urn:ietf:params:netconf:capability:yang-library:1.1?revision=2019-01-04&content-id=" +
           std::to_string(ly_ctx_get_change_count(model.context())),
   };
@@ -54,13 +57,6 @@ std::string AddressOf(const std::string &text) {
   return known && (zone == text.npos || IsUserName(text.substr(zone + 1))) ? text : "";
 }
 
-// Does something for a session. Where memory is short the session is cut off: what it is told would not be
-// whole.
-template <typename Work>
-void OrBreak(Client *client, const Work &work) {
-  if (!host::UnlessShort(false, [&] { return work(), true; })) client->broken = true;
-}
-
 }  // namespace
 
 Daemon::Daemon(const Options &options, const host::Model &model, host::Record *record,
@@ -70,18 +66,25 @@ Daemon::Daemon(const Options &options, const host::Model &model, host::Record *r
       record_(record),
       rules_(host::ReadNacmRules(model.context(), options.rules)),
       capabilities_(CapabilitiesOf(model)),
-      state_(model, OwnStateSources(model, capabilities_, &counters_,
-                                    [this](uint32_t from, size_t most) {
-                                      std::vector<SessionState> found;
-                                      for (const Client &each : clients_) {
-                                        if (each.number == 0 || each.number < from || found.size() == most)
-                                          continue;
-                                        found.push_back({each.number, each.user, each.address, each.since});
-                                      }
-                                      return found;
-                                    })),
+      alarms_([this](host::Event event) { Publish(std::move(event)); }),
+      watch_(options.alarms, &alarms_),
+      state_(model, OwnSources()),
       events_(kMostEvents, kMostEventBytes),
       worker_(std::move(worker)) {}
+
+std::vector<host::StateSource> Daemon::OwnSources() {
+  const auto sessionsFrom = [this](uint32_t from, size_t most) {
+    std::vector<SessionState> found;
+    for (const Client &each : clients_) {
+      if (each.number == 0 || each.number < from || found.size() == most) continue;
+      found.push_back({each.number, each.user, each.address, each.since});
+    }
+    return found;
+  };
+  std::vector<host::StateSource> sources = OwnStateSources(model_, capabilities_, &counters_, sessionsFrom);
+  std::ranges::move(alarms_.Sources(), std::back_inserter(sources));
+  return sources;
+}
 
 std::string Daemon::ReadRules() {
   try {
@@ -89,9 +92,12 @@ std::string Daemon::ReadRules() {
   } catch (const std::exception &error) {
     record_->Write(Severity::kWarning, "RULES", {},
                    std::string("the old rules stay: ") + host::LineOf(error));
+    WatchRecord();
     return host::LineOf(error);
   }
   record_->Write(Severity::kNotice, "RULES", {}, "the rules have been read");
+  WatchRecord();
+  PublishRules();
   return "";
 }
 
@@ -102,7 +108,22 @@ void Daemon::Write(Severity severity, const char *event, const Who &who,
   if (who.number != 0) all.emplace_back("session", std::to_string(who.number));
   std::ranges::move(values, std::back_inserter(all));
   record_->Write(severity, event, all, text);
-  if (!record_->failure().empty()) SayLost(record_->failure().c_str());
+  WatchRecord();
+}
+
+void Daemon::WatchRecord() {
+  const std::string &failure = record_->failure();
+  if (!failure.empty()) SayLost(failure.c_str());
+  host::UnlessShort(false, [&] {
+    const host::AlarmResource record = host::AlarmResource::Record();
+    if (failure.empty()) {
+      alarms_.Clear(host::AlarmType::kRecordLost, record, "lines are written again");
+    } else {
+      alarms_.Raise(host::AlarmType::kRecordLost, record, host::AlarmSeverity::kMajor,
+                    "the record loses lines: " + host::XmlText(failure));
+    }
+    return true;
+  });
 }
 
 void Daemon::SayLost(const char *why) {
@@ -147,15 +168,19 @@ std::string Daemon::UserOf(const Client &client, const std::string &named) const
   return mayName ? named : "";
 }
 
-std::string Daemon::NoRoomFor(const std::string &user) const {
+std::string Daemon::NoRoomFor(const std::string &user) {
   size_t all = 0, ofUser = 0;
   for (const Client &each : clients_) {
     if (each.number == 0 || each.closing) continue;
     ++all;
     ofUser += each.user == user;
   }
-  if (all >= options_.limits.sessions)
+  if (all >= options_.limits.sessions) {
+    alarms_.Raise(host::AlarmType::kSessionsUsedUp, host::AlarmResource::Sessions(),
+                  host::AlarmSeverity::kMajor,
+                  "somebody was refused: there are as many sessions as are served");
     return "there are " + std::to_string(all) + " sessions already, and no more are served (--max-sessions)";
+  }
   if (ofUser >= options_.limits.userSessions)
     return user + " has " + std::to_string(ofUser) +
            " sessions already, and may have no more (--max-user-sessions)";
@@ -192,6 +217,7 @@ void Daemon::Hello(Client *client, const host::Frame &frame) {
   host::AppendField(std::to_string(options_.limits.message), &welcome);
   for (const std::string &each : capabilities_) host::AppendField(each, &welcome);
   client->TellText(host::kTellWelcome, welcome);
+  PublishSession(*client, true);
 }
 
 void Daemon::Take(Client *client, const host::Frame &frame) {
@@ -204,10 +230,11 @@ void Daemon::Take(Client *client, const host::Frame &frame) {
       client->moved = Clock::now();
       return WalkOn(client);
     case host::kAskEvent:
-      if (client->subscription) client->subscription->sending = false;
+      client->eventUnderWay = false;
       return TellEvent(client);
     case host::kAskLeave:
       client->ended = "closed by the client";
+      client->end = {"closed"};
       return;
     default:
       client->broken = true;
@@ -222,6 +249,27 @@ void Daemon::Advance(Client *client) {
   if (client->broken) client->Bye("the session's process speaks no protocol of omad");
 }
 
+void Daemon::LookAtEngine() {
+  if (options_.alarmPeriod.count() == 0 || lookWaits_ || Clock::now() < nextLook_) return;
+  nextLook_ = Clock::now() + options_.alarmPeriod;
+  lookWaits_ = host::UnlessShort(false, [&] {
+    waiting_.push_back({{}, host::WorkerJob::Look(), {}, false, true});
+    return true;
+  });
+}
+
+void Daemon::TakeLook(const host::WorkerAnswer &answer) {
+  lookWaits_ = false;
+  // A worker may be ended by anybody; where each look ends one it is the engine.
+  lostLooks_ = answer.isLost ? lostLooks_ + 1 : 0;
+  if (lostLooks_ == 1) return;
+  const auto look = host::EngineLook::Parse(answer.handler.text);
+  if (answer.failure.empty() && look) return watch_.Saw(*look);
+  watch_.SawNone(answer.isLost            ? "the process that looks at it ends each time"
+                 : answer.failure.empty() ? "it cannot be looked at"
+                                          : answer.failure);
+}
+
 void Daemon::StartWork() {
   while (!running_ && !waiting_.empty()) {
     Work work = std::move(waiting_.front());
@@ -229,7 +277,7 @@ void Daemon::StartWork() {
     if (work.command) --waitingCommands_;
     // What a client that is gone has asked for is done for nobody, unless it changes something: that was
     // said.
-    if (Find(work.who.number) == nullptr && !work.changes) continue;
+    if (Find(work.who.number) == nullptr && !work.changes && !work.looks) continue;
     worker_.Begin(std::move(work.job));
     running_ = std::move(work);
     if (worker_.fd() < 0) FinishWork();
@@ -241,6 +289,10 @@ void Daemon::FinishWork() {
   if (!answer || !running_) return;
   const Work work = std::move(*running_);
   running_.reset();
+  if (work.looks) {
+    host::UnlessShort(false, [&] { return TakeLook(*answer), true; });
+    return;
+  }
   Client *client = Find(work.who.number);
   if (work.command && work.changes) {
     const bool done = answer->failure.empty() && (answer->handler.sent || answer->handler.result == 0);
@@ -264,8 +316,9 @@ void Daemon::EndIdle() {
     const auto idle = options_.limits.idle;
     if (each.number != 0 && !each.closing && !each.asking && !each.subscription && idle.count() != 0 &&
         now - each.moved > idle)
-      OrBreak(&each,
-              [&] { each.Bye("the session asked nothing for " + std::to_string(idle.count()) + " s"); });
+      OrBreak(&each, [&] {
+        each.Bye("the session asked nothing for " + std::to_string(idle.count()) + " s", {"timeout"});
+      });
   }
 }
 
@@ -286,8 +339,14 @@ void Daemon::Sweep() {
         if (client->ended.empty()) client->ended = "the connection was lost";
         Write(Severity::kNotice, "LOGOUT", *client, {{"reason", client->ended}}, "a session ends");
       });
+      PublishSession(*client, false);
     }
     client = clients_.erase(client);
+  }
+  // Well below the limit, so that one who comes and goes is told of once.
+  if (clients_.size() * 10 <= options_.limits.sessions * 9) {
+    alarms_.Clear(host::AlarmType::kSessionsUsedUp, host::AlarmResource::Sessions(),
+                  "there is room for sessions again");
   }
 }
 
@@ -298,11 +357,16 @@ int Daemon::Timeout() const {
       next = std::min(next, each.moved + kByePatience);
     } else if (each.number == 0) {
       next = std::min(next, each.moved + kHelloPatience);
-    } else if (!each.asking && !each.subscription && options_.limits.idle.count() != 0) {
+    } else if (each.subscription) {
+      // Who has not taken the last event yet wakes the loop with it.
+      if (each.subscription->stop && !each.eventUnderWay)
+        next = std::min(next, Clock::now() + (*each.subscription->stop - std::chrono::system_clock::now()));
+    } else if (!each.asking && options_.limits.idle.count() != 0) {
       next = std::min(next, each.moved + options_.limits.idle);
     }
   }
   if (running_) next = std::min(next, worker_.deadline());
+  if (options_.alarmPeriod.count() != 0 && !lookWaits_) next = std::min(next, nextLook_);
   if (acceptAgain_ > Clock::now()) next = std::min(next, acceptAgain_);
   if (next == Clock::time_point::max()) return -1;
   const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(next - Clock::now()).count();
@@ -340,6 +404,8 @@ void Daemon::Serve(int listener, int signals, const std::function<void(int)> &on
     }
     if (entries_[1].revents != 0 && !host::UnlessShort(false, [&] { return Accept(listener), true; }))
       acceptAgain_ = Clock::now() + kAcceptPause;
+    EndSubscriptions();
+    LookAtEngine();
     StartWork();
     EndIdle();
     Sweep();

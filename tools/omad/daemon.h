@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "host/agent/alarms.h"
+#include "host/agent/engine_watch.h"
 #include "host/agent/event_log.h"
 #include "host/agent/record.h"
 #include "host/agent/worker.h"
@@ -55,8 +57,9 @@ class Daemon {
   struct Work {
     Who who;
     host::WorkerJob job;
-    std::optional<Call> command;  // none for a walk
+    std::optional<Call> command;  // none for a walk and a look
     bool changes = false;
+    bool looks = false;  // for nobody, but for the alarms
   };
 
   // daemon.cc: connections.
@@ -66,12 +69,16 @@ class Daemon {
   void Take(Client *client, const host::Frame &frame);
   void Hello(Client *client, const host::Frame &frame);
   std::string UserOf(const Client &client, const std::string &named) const;
-  // Why there is no room for another session of this user; empty when there is.
-  std::string NoRoomFor(const std::string &user) const;
+  // Why there is no room for another session of this user, of which an alarm may be raised; empty when there
+  // is.
+  std::string NoRoomFor(const std::string &user);
+  std::vector<host::StateSource> OwnSources();
   void EndIdle();
   void Sweep();
   int Timeout() const;
   Client *Find(uint32_t session);
+  void LookAtEngine();
+  void TakeLook(const host::WorkerAnswer &answer);
   void StartWork();
   void FinishWork();
   void SayLost(const char *why);
@@ -79,6 +86,8 @@ class Daemon {
   void WriteDone(const Action &write);
   void Write(host::Record::Severity severity, const char *event, const Who &who,
              std::vector<std::pair<const char *, std::string>> values, const std::string &text);
+  // Says so when the line before was lost.
+  void WatchRecord();
 
   // operations.cc: what clients ask for.
   void TakeCall(Client *client, const host::Frame &frame);
@@ -92,8 +101,16 @@ class Daemon {
   void TellAnswer(Client *client, const Work &work, const host::WorkerAnswer &answer);
   void Refuse(Client *client, const host::RpcError &error);
   void RecordCommand(const Who &who, const Call &call, const std::string &result);
+
+  // subscriptions.cc: what clients hear of (RFC 5277).
+  void Subscribe(Client *client, const Call &call);
   // Tells the subscriber its next event, when there is one and the last is taken.
   void TellEvent(Client *client);
+  // Those whose time is over.
+  void EndSubscriptions();
+  bool MayReceive(const Client &client, const host::Event &event) const;
+  void PublishSession(const Client &client, bool begins);
+  void PublishRules();
 
   const Options &options_;
   const host::Model &model_;
@@ -101,6 +118,8 @@ class Daemon {
   host::NacmRules rules_;
   Counters counters_;
   const std::vector<std::string> capabilities_;
+  host::AlarmList alarms_;
+  host::EngineWatch watch_;
   StateData state_;
   host::EventLog events_;
   host::AgentWorker worker_;
@@ -111,6 +130,9 @@ class Daemon {
   size_t waitingCommands_ = 0;
   uint32_t lastNumber_ = 0;
   Clock::time_point acceptAgain_{};
+  Clock::time_point nextLook_ = Clock::now();
+  bool lookWaits_ = false;  // or is under way
+  uint32_t lostLooks_ = 0;  // with the worker, one after the other
   bool recordFailureSaid_ = false;
 };
 

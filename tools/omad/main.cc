@@ -97,6 +97,7 @@ int RunAgent(const Options &options) {
 int RunWorkerProcess(const Options &options) {
   openlog("omad", LOG_PID, LOG_DAEMON);
   const host::Model model;
+  host::ImplementStateModules(model);
   const auto attach = [&options] {
     auto arena = Arena::Attach(options.arena, Arena::Access::kLive);
     Arena::SetCurrent(arena.get());

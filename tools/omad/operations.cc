@@ -67,6 +67,25 @@ std::string ParametersText(const Call &call) {
   return text;
 }
 
+// Of an operation of NETCONF: each parameter is one of the model's, and comes once. Their values are looked
+// at where they are used.
+void CheckParameters(const Call &call, const lysc_node *operation) {
+  using Kind = RequestError::Kind;
+  const auto *action = reinterpret_cast<const lysc_node_action *>(operation);
+  std::vector<std::string_view> seen;
+  for (const auto &[name, value] : call.parameters) {
+    const lysc_node *child = action->input.child;
+    while (child != nullptr && child->name != name) child = child->next;
+    if (child == nullptr) {
+      throw RequestError(Kind::kUnknownParameter, name,
+                         call.operation + " has no parameter " + host::Quoted(name));
+    }
+    if (std::ranges::count(seen, name) != 0)
+      throw RequestError(Kind::kGivenTwice, name, "the parameter " + host::Quoted(name) + " is given twice");
+    seen.push_back(name);
+  }
+}
+
 }  // namespace
 
 void Daemon::Refuse(Client *client, const RpcError &error) {
@@ -117,6 +136,8 @@ void Daemon::TakeCall(Client *client, const host::Frame &frame) {
   }
   try {
     Run(client, call, operation);
+  } catch (const RpcError &error) {
+    Refuse(client, error);
   } catch (const RequestError &error) {
     if (module == model_.module() && denied)
       RecordCommand(*client, call, std::string("refused: ") + error.what());
@@ -131,10 +152,12 @@ void Daemon::Run(Client *client, const Call &call, const lysc_node *operation) {
     return RunCommand(client, call, host::IsDeniedByDefault(operation));
   const std::string_view name = call.operation;
   if (call.space == host::kNetconfSpace && name == "get") return Get(client, call);
+  CheckParameters(call, operation);
   // The agent has no configuration.
   if (call.space == host::kNetconfSpace && name == "get-config") return client->Tell(host::kTellDataEnd, {});
   if (call.space == host::kNetconfSpace && name == "kill-session") return KillSession(client, call);
   if (call.space == kMonitoringSpace && name == "get-schema") return GetSchema(client, call);
+  if (call.space == host::kNotificationSpace && name == "create-subscription") return Subscribe(client, call);
   Refuse(client, NotSupported(call, call.operation + " is not supported: the agent has no configuration"));
 }
 
@@ -182,29 +205,31 @@ void Daemon::TellAnswer(Client *client, const Work &work, const host::WorkerAnsw
 }
 
 void Daemon::Get(Client *client, const Call &call) {
-  std::vector<std::string> tops;
+  std::vector<std::string> places;
   for (const auto &[name, value] : call.parameters) {
     if (name != "want")
       throw RequestError(RequestError::Kind::kUnknownParameter, name,
                          "get has no parameter " + host::Quoted(name));
-    tops.push_back(value);
+    places.push_back(value);
   }
-  client->walk = DataWalk{state_.Wanted(tops), {}};
-  std::ranges::reverse(client->walk->sources);
+  client->walk = DataWalk{state_.Wanted(places), {}};
+  std::ranges::reverse(client->walk->parts);
   WalkOn(client);
 }
 
 // Tells the next piece of the walk, or has it fetched.
 void Daemon::WalkOn(Client *client) {
   if (!client->walk || client->asking) return;
-  if (client->walk->sources.empty()) {
+  if (client->walk->parts.empty()) {
     client->walk.reset();
     return client->Tell(host::kTellDataEnd, {});
   }
-  const size_t place = client->walk->sources.back();
+  const auto &[place, condition] = client->walk->parts.back();
   if (state_.IsOfEngine(place)) {
-    waiting_.push_back(
-        {*client, host::WorkerJob::Walk(state_.EnginePlace(place), client->walk->from), {}, false});
+    waiting_.push_back({*client,
+                        host::WorkerJob::Walk(state_.EnginePlace(place), client->walk->from, condition),
+                        {},
+                        false});
     client->asking = true;
     return;
   }
@@ -215,9 +240,9 @@ void Daemon::WalkOn(Client *client) {
 
 void Daemon::TellRecords(Client *client, std::vector<host::StateRecord> records, std::string next) {
   if (!client->walk) return;
-  const std::string piece =
-      state_.Piece(client->walk->sources.back(), host::NacmUser(rules_, client->user), std::move(records));
-  if (next.empty()) client->walk->sources.pop_back();
+  const std::string piece = state_.Piece(client->walk->parts.back().source,
+                                         host::NacmUser(rules_, client->user), std::move(records));
+  if (next.empty()) client->walk->parts.pop_back();
   client->walk->from = std::move(next);
   if (piece.size() > host::kFrameLimit) {
     client->walk.reset();
@@ -268,34 +293,9 @@ void Daemon::KillSession(Client *client, const Call &call) {
     throw host::InvalidValue("session-id", *text, "the number of another session");
   }
   RecordCommand(*client, call, "ok");
-  other->Bye("session " + std::to_string(client->number) + " of " + client->user + " has ended it");
+  other->Bye("session " + std::to_string(client->number) + " of " + client->user + " has ended it",
+             {"killed", client->number});
   client->Tell(host::kTellOk, {});
-}
-
-void Daemon::Publish(host::Event event) {
-  events_.Publish(std::move(event));
-  for (Client &each : clients_) TellEvent(&each);
-}
-
-void Daemon::TellEvent(Client *client) {
-  if (!client->subscription || client->subscription->sending || client->closing) return;
-  Subscription &wanted = *client->subscription;
-  // What has fallen out of the log is lost to those who are slower than that.
-  wanted.next = std::max(wanted.next, events_.begin());
-  while (wanted.next < events_.end()) {
-    const host::Event &event = events_.At(wanted.next++);
-    const lys_module *module = ly_ctx_get_module_implemented(model_.context(), event.module.c_str());
-    const lysc_node *node =
-        module == nullptr ? nullptr : lys_find_child(nullptr, module, event.name.c_str(), 0, LYS_NOTIF, 0);
-    const bool denied = node != nullptr && host::IsDeniedByDefault(node);
-    if (!host::NacmUser(rules_, client->user).MayReceive(event.module, event.name, denied)) {
-      ++counters_.deniedNotifications;
-      continue;
-    }
-    client->Tell(host::kTellEvent, {TimeText(event.time), event.body});
-    wanted.sending = true;
-    return;
-  }
 }
 
 }  // namespace qdt::omad

@@ -44,6 +44,12 @@ const char kUsage[] =
     "  --idle-time SECONDS    a session that asks nothing for so long ends, 600 unless told otherwise; 0: "
     "never\n"
     "\n"
+    "alarms:\n"
+    "  --alarm-threshold PERCENT  a table, or the engine's memory, that is fuller raises one; 80 unless told "
+    "otherwise\n"
+    "  --alarm-clear PERCENT  one that is no fuller clears it, 10 below the threshold unless told otherwise\n"
+    "  --alarm-period SECONDS  how often the engine is looked at, 10 unless told otherwise; 0: never\n"
+    "\n"
     "an sshd of its own, for whom these keys let in:\n"
     "  --port PORT            830 unless told otherwise\n"
     "  --address ADDRESS      where it listens, 127.0.0.1 unless told otherwise\n"
@@ -81,6 +87,16 @@ bool TakeLimit(host::Arguments *arguments, Limits *limits) {
          arguments->TakeNumber("--max-waiting", 1, 100'000, &limits->waiting);
 }
 
+bool TakeAlarms(host::Arguments *arguments, Options *options, bool *clearIsSet) {
+  uint64_t seconds = 0;
+  if (arguments->TakeNumber("--alarm-period", 0, 86'400, &seconds)) {
+    options->alarmPeriod = std::chrono::seconds(seconds);
+    return true;
+  }
+  if (arguments->TakeNumber("--alarm-clear", 0, 99, &options->alarms.clear)) return *clearIsSet = true;
+  return arguments->TakeNumber("--alarm-threshold", 1, 99, &options->alarms.raise);
+}
+
 bool TakeQuickStart(host::Arguments *arguments, QuickStart *start) {
   std::string value;
   if (arguments->TakeValue("--user-key", &value)) {
@@ -108,6 +124,7 @@ Options ParseOptions(host::Arguments arguments) {
   Options options;
   options.arena = host::DefaultArena();
   options.socket = host::DefaultOmadSocket();
+  bool clearIsSet = false;
   while (!arguments.empty()) {
     std::string value;
     if (arguments.Take("--help")) {
@@ -123,7 +140,8 @@ Options ParseOptions(host::Arguments arguments) {
       options.carriers.push_back(host::FindUser(value, "--carrier"));
     } else if (arguments.TakeValue("--nacm", &value)) {
       options.rules.push_back(value);
-    } else if (!TakeLimit(&arguments, &options.limits) && !TakeQuickStart(&arguments, &options.quickStart) &&
+    } else if (!TakeLimit(&arguments, &options.limits) && !TakeAlarms(&arguments, &options, &clearIsSet) &&
+               !TakeQuickStart(&arguments, &options.quickStart) &&
                !arguments.TakeValue("--arena", &options.arena) &&
                !arguments.TakeValue("--log", &options.record) &&
                !arguments.TakeValue("--socket", &options.socket)) {
@@ -132,6 +150,11 @@ Options ParseOptions(host::Arguments arguments) {
   }
   if (options.quickStart.wanted && options.quickStart.userKeys.empty())
     throw HostError("nobody could log in; name a key with --user-key USER=FILE");
+  host::AlarmLevels &levels = options.alarms;
+  if (!clearIsSet) levels.clear = levels.raise > 10 ? levels.raise - 10 : 0;
+  if (levels.clear > levels.raise)
+    throw HostError("alarms would be cleared above " + std::to_string(levels.clear) + " % and raised above " +
+                    std::to_string(levels.raise) + " %; --alarm-clear is at most --alarm-threshold");
   return options;
 }
 

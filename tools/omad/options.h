@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/agent/engine_watch.h"
 #include "host/base/arguments.h"
 
 namespace qdt::omad {
@@ -43,6 +44,8 @@ struct Options {
   std::vector<std::string> rules;
   std::string record = "/dev/log";
   Limits limits;
+  std::chrono::seconds alarmPeriod{10};  // from one look at the engine to the next; 0: none
+  host::AlarmLevels alarms;
   QuickStart quickStart;
 };
 

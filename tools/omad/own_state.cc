@@ -2,10 +2,10 @@
 
 #include <charconv>
 #include <cstdlib>
-#include <ctime>
 #include <utility>
 
 #include "host/base/host_error.h"
+#include "host/base/time_text.h"
 #include "host/netconf/xml_text.h"
 #include "host/omcc/libyang_memory.h"
 
@@ -17,15 +17,11 @@ using host::Model;
 using host::OwnedTree;
 using host::StateSink;
 using host::StateSource;
+using host::XmlLeaf;
 
 constexpr char kMonitoring[] = "ietf-netconf-monitoring";
 constexpr char kMonitoringSpace[] = "urn:ietf:params:xml:ns:yang:ietf-netconf-monitoring";
 constexpr char kAccessSpace[] = "urn:ietf:params:xml:ns:yang:ietf-netconf-acm";
-
-std::string Element(const char *name, const std::string &text) {
-  return std::string("<") + name + '>' + host::XmlEscaped(text) + "</" + name + '>';
-}
-std::string Element(const char *name, uint32_t number) { return Element(name, std::to_string(number)); }
 
 // The top-level nodes of the YANG library, one source each. They do not change.
 std::vector<StateSource> LibrarySources(const Model &model) {
@@ -48,9 +44,9 @@ std::vector<StateSource> LibrarySources(const Model &model) {
 std::string SchemasOf(const Model &model) {
   std::string xml;
   const auto add = [&](const char *name, const char *revision, const char *space) {
-    xml += "<schema>" + Element("identifier", std::string(name)) +
-           Element("version", std::string(revision != nullptr ? revision : "")) + "<format>yang</format>" +
-           Element("namespace", std::string(space)) + "<location>NETCONF</location></schema>";
+    xml += "<schema>" + XmlLeaf("identifier", name) +
+           XmlLeaf("version", revision != nullptr ? revision : "") + "<format>yang</format>" +
+           XmlLeaf("namespace", space) + "<location>NETCONF</location></schema>";
   };
   uint32_t index = 0;
   while (const lys_module *module = ly_ctx_get_module_iter(model.context(), &index)) {
@@ -65,27 +61,31 @@ std::string SchemasOf(const Model &model) {
 }
 
 std::string StatisticsText(const Counters &counters) {
-  return Element("netconf-start-time", TimeText(counters.start)) + "<in-bad-hellos>0</in-bad-hellos>" +
-         Element("in-sessions", counters.sessions) + Element("dropped-sessions", counters.lostSessions) +
-         Element("in-rpcs", counters.calls) + Element("out-rpc-errors", counters.errors);
+  return XmlLeaf("netconf-start-time", TimeText(counters.start)) + "<in-bad-hellos>0</in-bad-hellos>" +
+         XmlLeaf("in-sessions", counters.sessions) + XmlLeaf("dropped-sessions", counters.lostSessions) +
+         XmlLeaf("in-rpcs", counters.calls) + XmlLeaf("out-rpc-errors", counters.errors) +
+         XmlLeaf("out-notifications", counters.notifications);
+}
+
+// The one stream, whose log begins with the agent.
+std::string StreamText(const Counters &counters) {
+  return "<stream><name>NETCONF</name><description>alarms, sessions and changes of the configuration"
+         "</description><replaySupport>true</replaySupport>" +
+         XmlLeaf("replayLogCreationTime", TimeText(counters.start)) + "</stream>";
 }
 
 std::string SessionText(const SessionState &session) {
-  return "<session>" + Element("session-id", session.number) + "<transport>netconf-ssh</transport>" +
-         Element("username", session.user) +
-         (session.address.empty() ? std::string() : Element("source-host", session.address)) +
-         Element("login-time", TimeText(session.since)) + "</session>";
+  return "<session>" + XmlLeaf("session-id", session.number) + "<transport>netconf-ssh</transport>" +
+         XmlLeaf("username", session.user) +
+         (session.address.empty() ? std::string() : XmlLeaf("source-host", session.address)) +
+         XmlLeaf("login-time", TimeText(session.since)) + "</session>";
 }
 
 }  // namespace
 
 std::string TimeText(std::chrono::system_clock::time_point time) {
-  const time_t seconds = std::chrono::system_clock::to_time_t(time);
-  tm parts{};
-  gmtime_r(&seconds, &parts);
-  char text[32];
-  strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts);
-  return text;
+  const auto since = std::chrono::duration_cast<std::chrono::nanoseconds>(time.time_since_epoch());
+  return host::UtcText(static_cast<uint64_t>(since.count()));
 }
 
 std::vector<StateSource> OwnStateSources(
@@ -93,7 +93,7 @@ std::vector<StateSource> OwnStateSources(
     std::function<std::vector<SessionState>(uint32_t from, size_t most)> sessionsFrom) {
   std::vector<StateSource> sources = LibrarySources(model);
   std::string list;
-  for (const std::string &each : capabilities) list += Element("capability", each);
+  for (const std::string &each : capabilities) list += XmlLeaf("capability", each);
   const auto monitoring = [&](auto walk) {
     sources.push_back({kMonitoring, "netconf-state", std::move(walk)});
   };
@@ -118,11 +118,16 @@ std::vector<StateSource> OwnStateSources(
     sink->Take({kMonitoringSpace, "netconf-state/statistics", StatisticsText(*counters)});
     return std::string();
   });
+  sources.push_back(
+      {"nc-notifications", "netconf", [counters](std::string_view, StateSink *sink) {
+         sink->Take({"urn:ietf:params:xml:ns:netmod:notification", "netconf/streams", StreamText(*counters)});
+         return std::string();
+       }});
   sources.push_back({"ietf-netconf-acm", "nacm", [counters](std::string_view, StateSink *sink) {
                        sink->Take({kAccessSpace, "nacm",
-                                   Element("denied-operations", counters->deniedOperations) +
+                                   XmlLeaf("denied-operations", counters->deniedOperations) +
                                        "<denied-data-writes>0</denied-data-writes>" +
-                                       Element("denied-notifications", counters->deniedNotifications)});
+                                       XmlLeaf("denied-notifications", counters->deniedNotifications)});
                        return std::string();
                      }});
   return sources;

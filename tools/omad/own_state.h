@@ -29,16 +29,17 @@ struct Counters {
   uint32_t errors = 0;
   uint32_t deniedOperations = 0;
   uint32_t deniedNotifications = 0;
+  uint32_t notifications = 0;  // that were told
 };
 
-// The sources of state data that omad walks itself: the YANG library (RFC 8525), the schemas, sessions and
-// counters of NETCONF (RFC 6022), the counters of access control. `sessionsFrom` tells up to so many sessions
-// from this number on.
+// Sources of state data that omad walks itself: the YANG library (RFC 8525), the schemas, sessions and
+// counters of NETCONF (RFC 6022), the streams of notifications (RFC 5277), the counters of access control.
+// `sessionsFrom` tells up to so many sessions from this number on.
 std::vector<host::StateSource> OwnStateSources(
     const host::Model &model, std::vector<std::string> capabilities, const Counters *counters,
     std::function<std::vector<SessionState>(uint32_t from, size_t most)> sessionsFrom);
 
-// "2026-11-22T10:00:00Z"
+// "2026-11-22T10:00:00.123Z"
 std::string TimeText(std::chrono::system_clock::time_point time);
 
 }  // namespace qdt::omad

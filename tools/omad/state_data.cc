@@ -74,16 +74,28 @@ void StateData::NoteDenied(const lysc_node *node, const std::string &path) {
     NoteDenied(child, path + '/' + child->name);
 }
 
-std::vector<size_t> StateData::Wanted(const std::vector<std::string> &tops) const {
-  std::vector<size_t> places;
+std::vector<DataWalk::Part> StateData::Wanted(const std::vector<std::string> &places) const {
+  std::vector<DataWalk::Part> parts;
   for (size_t i = 0; i < sources_.size(); ++i) {
-    const auto isIt = [&](const std::string &top) {
-      return top == "{}" + sources_[i].source.node ||
-             top == '{' + sources_[i].space + '}' + sources_[i].source.node;
-    };
-    if (tops.empty() || std::ranges::any_of(tops, isIt)) places.push_back(i);
+    const host::StateSource &source = sources_[i].source;
+    size_t matches = 0;
+    std::string condition;
+    for (const std::string &wanted : places) {
+      const size_t name = std::min(wanted.find('}'), wanted.size());
+      const size_t slash = std::min(wanted.find('/', name), wanted.size());
+      const size_t mark = std::min(wanted.find('?', slash), wanted.size());
+      const std::string top = wanted.substr(0, slash);
+      if (top != "{}" + source.node && top != '{' + sources_[i].space + '}' + source.node) continue;
+      if (slash != wanted.size() && !source.part.empty() &&
+          wanted.substr(slash + 1, mark - slash - 1) != source.part)
+        continue;
+      ++matches;
+      condition = wanted.substr(std::min(mark + 1, wanted.size()));
+    }
+    // One condition for a part; of several places with one each all of it is walked.
+    if (matches != 0 || places.empty()) parts.push_back({i, matches == 1 ? condition : ""});
   }
-  return places;
+  return parts;
 }
 
 bool StateData::MayRead(const Source &source, const host::NacmUser &user, StateRecord *record) const {

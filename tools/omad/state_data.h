@@ -9,6 +9,7 @@
 #include "host/agent/state.h"
 #include "host/nacm/rules.h"
 #include "host/omcc/model.h"
+#include "tools/omad/client.h"
 
 namespace qdt::omad {
 
@@ -24,8 +25,8 @@ class StateData {
   bool IsOfEngine(size_t place) const { return place >= own_; }
   size_t EnginePlace(size_t place) const { return place - own_; }
 
-  // The sources of these top-level nodes, "{NAMESPACE}NAME" each; all of them when none is named.
-  std::vector<size_t> Wanted(const std::vector<std::string> &tops) const;
+  // The sources of these places (host/session/places.h); all of them when none is named.
+  std::vector<DataWalk::Part> Wanted(const std::vector<std::string> &places) const;
 
   // A piece for a session: the list keys of the source, and of the records what this user may read.
   std::string Piece(size_t place, const host::NacmUser &user, std::vector<host::StateRecord> records) const;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "host/netconf/rpc_error.h"
@@ -83,19 +84,40 @@ OwnedTree CopyOf(const ly_set &nodes) {
   return OwnedTree(copy);
 }
 
+bool IsNotification(const ly_ctx *context, const std::string &xml) {
+  const auto root = host::ReadXmlRoot(xml);
+  if (root == nullptr) return false;
+  const lys_module *module = ly_ctx_get_module_implemented_ns(context, root->space.c_str());
+  return module != nullptr && lys_find_child(nullptr, module, root->name.c_str(), 0, LYS_NOTIF, 0) != nullptr;
+}
+
+// Nothing when libyang cannot read it.
+OwnedTree Parse(const ly_ctx *context, const std::string &xml) {
+  lyd_node *tree = nullptr;
+  LY_ERR result = LY_SUCCESS;
+  if (IsNotification(context, xml)) {
+    ly_in *in = nullptr;
+    if (ly_in_new_memory(xml.c_str(), &in) != LY_SUCCESS) return nullptr;
+    result = lyd_parse_op(context, nullptr, in, LYD_XML, LYD_TYPE_NOTIF_YANG, &tree, nullptr);
+    ly_in_free(in, 0);
+  } else {
+    result = lyd_parse_data_mem(context, xml.c_str(), LYD_XML, LYD_PARSE_ONLY | LYD_PARSE_OPAQ, 0, &tree);
+  }
+  OwnedTree owned(tree);
+  return result == LY_SUCCESS ? std::move(owned) : nullptr;
+}
+
 }  // namespace
 
 std::string SelectXpath(const std::string &path, const host::Bindings &bindings, const std::string &tree) {
   const ly_ctx *context = TheModel().context();
   const std::string wanted = WithModuleNames(path, bindings);
-  lyd_node *parsed = nullptr;
   const host::MemoryWatch memory;
-  if (lyd_parse_data_mem(context, tree.c_str(), LYD_XML, LYD_PARSE_ONLY | LYD_PARSE_OPAQ, 0, &parsed) !=
-      LY_SUCCESS) {
+  const OwnedTree data = Parse(context, tree);
+  if (data == nullptr) {
     memory.Check();
     throw NoPath("the data cannot be read: " + host::LibyangMessage(context));
   }
-  const OwnedTree data(parsed);
   ly_set *found = nullptr;
   const LY_ERR result = lyd_find_xpath(data.get(), wanted.c_str(), &found);
   memory.Check();
