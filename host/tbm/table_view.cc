@@ -197,13 +197,15 @@ TableView::Copied TableView::Deliver(const Place &place) const {
 
 void *TableView::Delivered(uint32_t ref) const {
   if (g_copyMark == nullptr || arena_->role() != Arena::Role::kEngine) return Address(ref);
-  static thread_local Desk desk;
+  // The library reads it once this has returned.
+  static thread_local std::unique_ptr<void, void (*)(void *)> marked(nullptr, std::free);
   const uint32_t size = shape_->recordSize;
-  auto *marked = static_cast<char *>(desk.Room(size));
+  marked.reset(std::malloc(size));
   if (marked == nullptr) return Address(ref);
-  std::memcpy(marked, Record(ref), size);
-  Mark(marked, 1);
-  return std::memcmp(marked, Record(ref), size) == 0 ? Address(ref) : marked + shape_->searchOffset;
+  std::memcpy(marked.get(), Record(ref), size);
+  Mark(marked.get(), 1);
+  if (std::memcmp(marked.get(), Record(ref), size) == 0) return Address(ref);
+  return static_cast<char *>(marked.get()) + shape_->searchOffset;
 }
 
 // Nobody writes to a snapshot any more.
