@@ -228,8 +228,8 @@ ExitCode Run(Arguments arguments) {
   DataWords read({}, arguments.rest(), kOptionsOfOthers);
   const bool asksForHelp = std::erase(read.words, "--help") != 0;
   // Options of a handler may stand before it.
-  std::ranges::stable_partition(read.words,
-                                [](const std::string &word) { return word != kDryRun && word != kYes; });
+  std::stable_partition(read.words.begin(), read.words.end(),
+                        [](const std::string &word) { return word != kDryRun && word != kYes; });
   if (read.words.empty()) return Print(Help());
   const std::string &first = read.words.front();
   if (first.size() > 1 && first.front() == '-')
