@@ -117,10 +117,11 @@ class QueryRecords {
     return true;
   }
 
-  size_t Count() const {
-    size_t count = 0;
-    for (const Batch &batch : batches_) count += batch.count;
-    return count;
+  // Bytes of all of them.
+  size_t Size() const {
+    size_t size = 0;
+    for (const Batch &batch : batches_) size += batch.size;
+    return size;
   }
 
   bool AddTo(FramedText *text) const {
@@ -166,9 +167,9 @@ class Sessions {
 
 // Whether the view has listed as many sessions as it does by itself, and there may be more that it would
 // take.
-bool MayHaveMore(const TableQuery &ask, size_t listed) {
-  return ask.table == kSessionView && listed >= kListedByItself && !AsksForCount(ask) && IsSessionKey(ask) &&
-         IsSessionFilter(ask);
+bool MayHaveMore(const TableQuery &ask, size_t size) {
+  return ask.table == kSessionView && size >= kListedByItself * kSessionSize && !AsksForCount(ask) &&
+         IsSessionKey(ask) && IsSessionFilter(ask);
 }
 
 // The answer of such records, or nothing where the query itself has to say what is wrong.
@@ -188,7 +189,7 @@ std::optional<Answer> AnswerOfRecords(const TableQuery &ask, const Write &write)
   {
     QueryRecords records;
     if (!records.Collect(ask)) return std::nullopt;
-    if (!MayHaveMore(ask, records.Count())) return Framed(ask, records, write);
+    if (!MayHaveMore(ask, records.Size())) return Framed(ask, records, write);
   }
   return AnswerOfAll(ask, write);
 }

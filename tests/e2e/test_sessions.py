@@ -141,7 +141,7 @@ def test_session_query(campus):
 def test_verbose_session_query(campus):
     answer = agent(campus, "query-session", "verbose=true", "global-source-port=20011")
     assert re.fullmatch(r"""
- tcp VPN: 0 <--> 0 ID: c18[0-9a-f]{12}1[0-9a-f]{8}000
+ tcp VPN: 0 <--> 0 ID: (a18[0-9a-f]{10}|c18[0-9a-f]{12})1[0-9a-f]{8}000
  Create Time: \d{4}-\d\d-\d\d \d\d:\d\d:\d\d
  Slot: 0 CPU: 0  TTL: 10:00:00  Left: 09:5\d:\d\d
  192\.0\.2\.11:51000\[203\.0\.113\.11:20011\] <--> 198\.51\.100\.80:443
