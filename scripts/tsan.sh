@@ -17,7 +17,7 @@ case ${1-} in
     rooms=('[a-z_]+')
     targets=(all)
     binaries=build-tsan/bin
-    end_to_end+=(test_web_api.py test_metrics.py test_sql.py test_traffic.py test_kill.py)
+    end_to_end+=(test_web_api.py test_metrics.py test_sql.py test_traffic.py)
     ;;
   *)
     sed -n '4,6s/^# \{0,1\}//p' "$0" >&2
