@@ -345,8 +345,12 @@ void Daemon::Sweep() {
   }
   // Well below the limit, so that one who comes and goes is told of once.
   if (clients_.size() * 10 <= options_.limits.sessions * 9) {
-    alarms_.Clear(host::AlarmType::kSessionsUsedUp, host::AlarmResource::Sessions(),
-                  "there is room for sessions again");
+    // Where memory is short the next turn does it.
+    host::UnlessShort(false, [&] {
+      alarms_.Clear(host::AlarmType::kSessionsUsedUp, host::AlarmResource::Sessions(),
+                    "there is room for sessions again");
+      return true;
+    });
   }
 }
 
