@@ -176,6 +176,7 @@ std::string Daemon::NoRoomFor(const std::string &user) {
     ofUser += each.user == user;
   }
   if (all >= options_.limits.sessions) {
+    sessionsUsedUp_ = true;
     alarms_.Raise(host::AlarmType::kSessionsUsedUp, host::AlarmResource::Sessions(),
                   host::AlarmSeverity::kMajor,
                   "somebody was refused: there are as many sessions as are served");
@@ -344,14 +345,12 @@ void Daemon::Sweep() {
     client = clients_.erase(client);
   }
   // Well below the limit, so that one who comes and goes is told of once.
-  if (clients_.size() * 10 <= options_.limits.sessions * 9) {
-    // Where memory is short the next turn does it.
-    host::UnlessShort(false, [&] {
-      alarms_.Clear(host::AlarmType::kSessionsUsedUp, host::AlarmResource::Sessions(),
-                    "there is room for sessions again");
-      return true;
-    });
-  }
+  if (!sessionsUsedUp_ || clients_.size() * 10 > options_.limits.sessions * 9) return;
+  sessionsUsedUp_ = !host::UnlessShort(false, [&] {
+    alarms_.Clear(host::AlarmType::kSessionsUsedUp, host::AlarmResource::Sessions(),
+                  "there is room for sessions again");
+    return true;
+  });
 }
 
 int Daemon::Timeout() const {

@@ -134,6 +134,7 @@ class Daemon {
   bool lookWaits_ = false;  // or is under way
   uint32_t lostLooks_ = 0;  // with the worker, one after the other
   bool recordFailureSaid_ = false;
+  bool sessionsUsedUp_ = false;  // there is an alarm of it
 };
 
 }  // namespace qdt::omad
