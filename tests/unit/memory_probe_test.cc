@@ -189,6 +189,30 @@ TEST_P(MemoryProbeTest, KeepsNothingOpen) {
   EXPECT_EQ(after, before);
 }
 
+// A process that has closed its standard input gets 0 as the next descriptor.
+TEST(PipeTest, DescriptorZeroIsOneLikeOthers) {
+  const int input = dup(STDIN_FILENO);
+  close(STDIN_FILENO);
+  const auto nextFree = [] {
+    const int next = dup(STDERR_FILENO);
+    close(next);
+    return next;
+  };
+  ASSERT_EQ(nextFree(), 0);
+  {
+    Pipe pipe;
+    ASSERT_TRUE(pipe.Open());
+    const int next = nextFree();
+    EXPECT_GT(next, 0);
+    EXPECT_TRUE(pipe.Open());
+    EXPECT_EQ(nextFree(), next) << "it is open already";
+  }
+  EXPECT_EQ(nextFree(), 0);
+  if (input < 0) return;
+  dup2(input, STDIN_FILENO);
+  close(input);
+}
+
 INSTANTIATE_TEST_SUITE_P(Calls, MemoryProbeTest,
                          ::testing::Values(Circumstances{0, false}, Circumstances{ENOSYS, false},
                                            Circumstances{EPERM, false}, Circumstances{0, true},

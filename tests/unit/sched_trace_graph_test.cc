@@ -54,6 +54,15 @@ TEST_F(SchedTraceGraphTest, GraphOfEveryRunContext) {
             "\nrunc 4000000000\ndigraph {\n\"26\" -> \"89\"\n\"26\" -> \"121\"\n}\n");
 }
 
+// What follows the last node is none, whatever stands there.
+TEST_F(SchedTraceGraphTest, ThereAre128Nodes) {
+  Record record(13024);
+  for (size_t at = 5408; at < 5792; ++at) record.U8(at, 0xFF);
+  const auto *const runc = static_cast<const SchedTraceRunc *>(record.data());
+  EXPECT_EQ(Appended(SchedTraceShowGraphPrintInfo, 3u, runc), "\nrunc 3\ndigraph {\n}\n");
+  EXPECT_EQ(Appended(SchedTraceShowActiveNodePrintInfo, 3u, runc), "\nrunc: 3\n");
+}
+
 TEST_F(SchedTraceGraphTest, ActiveNodes) {
   AddRegion(2);
   SetNode(0, 0, {.status = 1, .packets = 65535, .presence = 1, .low = 4});
