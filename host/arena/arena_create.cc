@@ -164,7 +164,7 @@ void Arena::StampCopy(int fd) {
   clock_gettime(CLOCK_MONOTONIC, &uptime);
   header.savedTime = NanosecondsNow();
   header.savedUptime = static_cast<uint64_t>(uptime.tv_sec);
-  header.savedTimer = static_cast<uint32_t>(TimerMilliseconds() - header.savedUptime * 1000);
+  header.savedTimer = TimerMilliseconds();
   StoreText(ProgramVersion(), header.program);
   header.headerSum = HeaderSum(header);
   if (pwrite(fd, &header, sizeof(header), 0) != static_cast<ssize_t>(sizeof(header)))

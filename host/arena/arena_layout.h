@@ -26,7 +26,7 @@ constexpr uint32_t kMaxRegions = 1024;
 constexpr uint64_t kMapAlignment = 64 << 10;
 constexpr size_t kSocketPathRoom = 256;
 constexpr size_t kArenaPathRoom = 256;
-constexpr size_t kProgramRoom = 32;
+constexpr size_t kProgramRoom = 24;
 constexpr size_t kRegionNameRoom = 64;
 
 // First bytes of the file. Offsets count from the file's start. Everything is constant from publishing on,
@@ -59,9 +59,10 @@ struct ArenaHeader {
   uint64_t savedTime;          // nanoseconds since 1970
   uint64_t savedUptime;        // the same moment in seconds of the monotonic clock
   char program[kProgramRoom];  // of the program that has made the file
+  uint64_t savedTimer;         // the same moment in milliseconds of the processor's timer
   uint64_t headerSum;
-  uint32_t state;       // ArenaState, read and written atomically
-  uint32_t savedTimer;  // of a copy: milliseconds, signed, of the processor's timer past savedUptime
+  uint32_t state;  // ArenaState, read and written atomically
+  uint32_t reserved;
 };
 static_assert(sizeof(ArenaHeader) == 728);
 static_assert(offsetof(ArenaHeader, base) == 24 && offsetof(ArenaHeader, directoryOffset) == 48);

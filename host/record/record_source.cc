@@ -45,7 +45,7 @@ RecordSource::RecordSource(std::unique_ptr<Arena> arena, const Layout &layout, b
   if (live || header.savedTime == 0) return;
   uptime_ = header.savedUptime;
   now_ = header.savedTime / kNanoseconds;
-  timer_ = uptime_ * 1000 + static_cast<uint64_t>(static_cast<int32_t>(header.savedTimer));
+  timer_ = header.savedTimer;
 }
 
 void RecordSource::LookNow() {

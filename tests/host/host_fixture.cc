@@ -6,13 +6,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 
 #include "host/arena/arena_layout.h"
+#include "tests/host/syslog_lines.h"
 
 namespace {
 
@@ -20,17 +20,9 @@ std::vector<std::string> g_log;
 
 }  // namespace
 
-// Stands in for the C library's, so that tests see the lines.
-extern "C" void syslog(int priority, const char *format, ...) {
-  char line[512];
-  va_list arguments;
-  va_start(arguments, format);
-  std::vsnprintf(line, sizeof(line), format, arguments);
-  va_end(arguments);
-  g_log.push_back(std::to_string(priority) + " " + line);
-}
-
 namespace qdt::host {
+
+void OnSyslogLine(const std::string &line) { g_log.push_back(line); }
 
 std::vector<std::string> TakeLog() { return std::exchange(g_log, {}); }
 

@@ -117,9 +117,9 @@ class Comparison {
       Same(a_->Resolve(leaf.field->targets, leaf.ref.Get(a)),
            b_->Resolve(leaf.field->targets, leaf.ref.Get(b)));
     } else if (IsTimeAgo(leaf.ref.kind)) {
-      // What was written before is loaded some seconds later.
+      // What was written before is loaded some seconds later, on a slow machine some minutes.
       const uint64_t before = leaf.ref.Get(a), after = leaf.ref.Get(b);
-      EXPECT_TRUE(before == 0 ? after == 0 : after >= before && after <= before + 60)
+      EXPECT_TRUE(before == 0 ? after == 0 : after >= before && after <= before + 600)
           << before << " " << after;
     } else {
       EXPECT_TRUE(leaf.ref.Read(a) == leaf.ref.Read(b))

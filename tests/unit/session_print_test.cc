@@ -150,6 +150,10 @@ std::string IdAt(uintptr_t address, uint32_t index, uint32_t createTime) {
   return id;
 }
 
+bool HasAddress(uintptr_t address) {
+  return PlacedRecord(address, 0, 0).get() == reinterpret_cast<void *>(address);
+}
+
 TEST_F(SessionPrintTest, Ids) {
 #ifdef __has_feature
 #if __has_feature(thread_sanitizer)
@@ -163,6 +167,8 @@ TEST_F(SessionPrintTest, Ids) {
             "65538d80"
             "000");
   EXPECT_EQ(IdAt(0x10203000, 0, 0), "8111020300000000");
+  // Kernels for 39 bits of addresses have no longer ones.
+  if (!HasAddress(0x200000100000)) return;
   EXPECT_EQ(IdAt(0x200000001000, 0xFFFFFFFF, 0x65538D80),
             "c88"
             "200000001000"

@@ -2,13 +2,12 @@
 #include <syslog.h>
 
 #include <atomic>
-#include <cstdarg>
-#include <cstdio>
 #include <list>
 #include <mutex>
 #include <vector>
 
 #include "host/wire/client.h"
+#include "tests/host/syslog_lines.h"
 #include "tests/wire/server_fixture.h"
 
 namespace {
@@ -18,18 +17,13 @@ std::vector<std::string> g_log;  // "PRIORITY TEXT"
 
 }  // namespace
 
-// Stands in for the C library's, so that tests see the lines.
-extern "C" void syslog(int priority, const char *format, ...) {
-  char line[512];
-  va_list arguments;
-  va_start(arguments, format);
-  std::vsnprintf(line, sizeof line, format, arguments);
-  va_end(arguments);
+namespace qdt::host {
+
+void OnSyslogLine(const std::string &line) {
   const std::lock_guard lock(g_logMutex);
-  g_log.push_back(std::to_string(priority) + " " + line);
+  g_log.push_back(line);
 }
 
-namespace qdt::host {
 namespace {
 
 using std::chrono_literals::operator""h;
