@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Runs one fuzzer, or all of them one after the other, from the inputs that are kept.
+# Runs one fuzzer, or all of them, as many at a time as there are processors, from the inputs that are kept.
 #
 # usage: scripts/fuzz.sh TARGET|all SECONDS      TARGET: a source of fuzz/ without its ending
 #
@@ -54,8 +54,15 @@ merge() {
   "$tree/bin/fuzz_$1" -merge=1 -max_len=4096 "fuzz/corpus/$1" "$tree/corpus/$1" 2>&1 | tail -n 1
 }
 
-code=0
+code=0 fuzzers=()
 for name in $(if [ "$target" = all ]; then targets; else echo "$target"; fi); do
-  if [ "$seconds" = merge ]; then merge "$name"; else fuzz "$name" || code=1; fi
+  if [ "$seconds" = merge ]; then
+    merge "$name"
+    continue
+  fi
+  while [ "$(jobs -rp | wc -l)" -ge "$(nproc)" ]; do wait -n; done
+  fuzz "$name" &
+  fuzzers+=($!)
 done
+for fuzzer in "${fuzzers[@]}"; do wait "$fuzzer" || code=1; done
 exit "$code"
