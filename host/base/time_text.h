@@ -17,8 +17,8 @@ uint64_t TimerMilliseconds();
 // "2026-11-22T06:39:57.123Z", of nanoseconds since 1970.
 std::string UtcText(uint64_t nanoseconds);
 
-// The nanoseconds since 1970 of a time of RFC 3339, with any zone: "2026-11-22T07:39:57.123+01:00". Nothing for
-// what is none, and for times before 1970 and after 2400.
+// The nanoseconds since 1970 of a time of RFC 3339, with any zone: "2026-11-22T07:39:57.123+01:00". Nothing
+// for what is none, and for times before 1970 and after 2400.
 std::optional<uint64_t> ReadTime(std::string_view text);
 
 }  // namespace qdt::host
