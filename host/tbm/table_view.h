@@ -95,9 +95,10 @@ class TableView {
 
   // The slot of a delivered address whose entry lives, or 0.
   uint32_t RefOfAddress(const void *address) const;
-  // What TbmTblSearch delivers.
-  // In the engine, where a mark changes the record, a copy that stands until the next delivery.
+  // What TbmTblSearch delivers, of an entry that was made whole: the address, or in the engine, where a mark
+  // changes the record, that of a copy which stands until the next delivery.
   void *Delivered(uint32_t ref) const;
+  // Where references lead.
   void *Address(uint32_t ref) const { return reinterpret_cast<char *>(Record(ref)) + shape_->searchOffset; }
 
   // Whether the index has storage; nothing of it may be touched before.
