@@ -12,7 +12,7 @@ from conftest import BIN
 HEAP = BIN / "tests" / "failing_heap.so"
 FOREVER = 1 << 62
 # How many of a program's allocations fail, each in a run of its own; "all" in the long form.
-RUNS = os.environ.get("QDT_SHORT_MEMORY", "8")
+RUNS = os.environ.get("QDT_SHORT_MEMORY", "4")
 LINE = "there is not enough memory; end other programs, or allow this one more (ulimit -v)"
 
 

@@ -249,8 +249,9 @@ tables:
   const Scenario scenario = Scenario::FromText("s.yaml", text, layout);
   ASSERT_EQ(scenario.tables()[0].count(), uint32_t{kEntries});
   EXPECT_EQ(layout.Table(0).At("index").Get(scenario.tables()[0].record(kEntries - 1).data()), 119'999u);
-  EXPECT_EQ(ErrorOf([&] { Scenario::FromText("s.yaml", text + "  - {index: 5}\n", layout); }),
-            "s.yaml:120002: wide: the table is full (it holds 120000 entries)");
+  const std::string full = "wide:\n  - {repeat: 120000, index: {from: 0, step: 1}}\n";
+  EXPECT_EQ(ErrorOf([&] { Scenario::FromText("s.yaml", full + "  - {index: 5}\n", layout); }),
+            "s.yaml:3: wide: the table is full (it holds 120000 entries)");
 }
 
 TEST(ScenarioBoundsTest, DeepNestingEndsAtOnce) {
