@@ -21,7 +21,7 @@ struct Server {
 
   const WebEngines::Named paths[2] = {{qdt::fuzz::Lab::Get().arena(), false}, {"/no/such/arena", true}};
   WebEngines engines{paths};
-  Console console{{"/no/such/folder/", {}, true, {}}, &engines};
+  Console console{{"/no/such/folder/", {}, true, false, {}}, &engines};
   Routes routes;
   const Guard guard{{{"localhost"}, "0123456789abcdef", true, false}};
 };
