@@ -30,7 +30,6 @@ builds() {
   step check "build with GCC, x86-64" build release && echo release
   step check "build with Clang, ASan and UBSan, x86-64" build asan && echo asan
   step check "build with GCC, AArch64" build aarch64 && echo aarch64
-  step check "build with Clang, AArch64" build aarch64-clang
 }
 
 tests_of() {
