@@ -88,7 +88,7 @@ class Agent:
         self.process.send_signal(signal.SIGTERM)
         _, err = self.process.communicate(timeout=PATIENCE)
         code, self.process = self.process.returncode, None
-        assert (code, err) == (0, "")
+        assert (code, err) == (0, ""), (code, err)
         assert not self.socket.exists() and not pathlib.Path(f"{self.socket}.ssh").exists()
 
     def kill(self):
