@@ -27,24 +27,10 @@
 namespace qdt::host {
 namespace {
 
-const std::string kFolder = std::string(QDT_SOURCE_DIR) + "/tests/views_data/";
-
-std::string ReadFile(const std::string &path) {
-  std::ifstream in(path);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
-const std::vector<MapView> &Maps() {
-  static const std::vector<MapView> maps = ReadMaps(kFolder + "maps");
-  return maps;
-}
-
 // An arena in which each view finds the entries that it is asked for, and an engine that answers all lines.
 class Lab {
  public:
-  Lab() : stage_(ReadFile(kFolder + "stage.yaml")) {
+  Lab() {
     std::mt19937_64 chance(1);
     for (const MapView &view : Maps()) {
       for (const MapCase &wanted : view.cases) {

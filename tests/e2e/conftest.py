@@ -283,8 +283,8 @@ class Site:
 
 
 @contextlib.contextmanager
-def site_of(scenario, *words):
-    """A running engine on the scenario, which is a file or the text of one."""
+def engine_on(scenario, *words):
+    """A running engine on the scenario, which is a file or the text of one; a test may end it before."""
     with engine_place() as place:
         if isinstance(scenario, os.PathLike):
             place.scenario.unlink()
@@ -292,10 +292,17 @@ def site_of(scenario, *words):
         else:
             place.scenario.write_text(scenario)
         place.start(*words)
-        with short_directory() as directory:
-            place.cli("snapshot", directory / "copy").answered("")
-            yield Site(place, directory / "copy")
-        place.stop()
+        yield place
+        if place.process is not None:
+            place.stop()
+
+
+@contextlib.contextmanager
+def site_of(scenario, *words):
+    """The same with a snapshot of it."""
+    with engine_on(scenario, *words) as place, short_directory() as directory:
+        place.cli("snapshot", directory / "copy").answered("")
+        yield Site(place, directory / "copy")
 
 
 @pytest.fixture(scope="module")

@@ -6,7 +6,7 @@ import subprocess
 
 import pytest
 
-from conftest import BIN, PATIENCE, ROOT, engine_place, nqecli, short_directory
+from conftest import BIN, PATIENCE, ROOT, engine_on, nqecli, short_directory
 from schemas import valid
 
 BEFORE = """\
@@ -34,11 +34,8 @@ LINES = """\
 
 def saved(directory, name, scenario):
     """A snapshot of an engine on the scenario."""
-    with engine_place() as place:
-        place.scenario.write_text(scenario)
-        place.start()
+    with engine_on(scenario) as place:
         place.cli("snapshot", directory / name).answered("")
-        place.stop()
     return directory / name
 
 
@@ -111,13 +108,10 @@ def test_an_engine_with_tables_of_other_shapes(pair, directory):
             assert text.count("record_size: 44\n") == 1
             text = text.replace("record_size: 44\n", "record_size: 52\n")
         (layouts / file.name).write_text(text)
-    with engine_place() as place:
-        place.scenario.write_text(BEFORE)
-        place.start("--layout", str(layouts))
+    with engine_on(BEFORE, "--layout", str(layouts)) as place:
         place.cli("diff", pair[0], "live").failed("the table arp of", "was made with another layout")
         place.cli("diff", pair[0], "live", "--json").failed("the table arp of", "was made with another layout")
         place.cli("diff", pair[0], "live", "fib", "nhp").answered("")
-        place.stop()
 
 
 @pytest.mark.parametrize("words, message", [

@@ -13,7 +13,7 @@ import time
 
 import pytest
 
-from conftest import BIN, PATIENCE, ROOT, engine_place, nqecli, run
+from conftest import BIN, PATIENCE, ROOT, engine_on, nqecli, run
 
 MACS = """\
 ssw_macinfo:
@@ -31,11 +31,8 @@ def document(answer):
 
 @pytest.fixture(scope="module")
 def macs():
-    with engine_place() as place:
-        place.scenario.write_text(MACS)
-        place.start()
+    with engine_on(MACS) as place:
         yield place
-        place.stop()
 
 
 def test_options_stand_anywhere(campus):
@@ -339,9 +336,5 @@ def test_lists_load_again(campus, directory):
         assert text.code == 0, text
         file = directory / f"{table}.yaml"
         file.write_text(text.out)
-        with engine_place() as twin:
-            twin.scenario.unlink()
-            twin.scenario = file
-            twin.start()
+        with engine_on(file) as twin:
             assert twin.cli("list", table, "--json").out == campus.engine.cli("list", table, "--json").out
-            twin.stop()

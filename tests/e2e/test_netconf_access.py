@@ -9,7 +9,7 @@ import socket
 
 import pytest
 
-from conftest import BIN, PATIENCE, ROOT, engine_place, run, short_directory, wait_until
+from conftest import BIN, PATIENCE, ROOT, engine_on, run, short_directory, wait_until
 from netconf import BASE, MODEL, NACM, Agent, error_in, recorded_line, rules_of
 
 MONITORING = "urn:ietf:params:xml:ns:yang:ietf-netconf-monitoring"
@@ -30,11 +30,8 @@ def rpcs():
 
 @pytest.fixture(scope="module")
 def engine():
-    with engine_place() as place:
-        place.scenario.write_text("statistics:\n  arp miss: 3\n")
-        place.start()
+    with engine_on("statistics:\n  arp miss: 3\n") as place:
         yield place
-        place.stop()
 
 
 @pytest.fixture(scope="module")

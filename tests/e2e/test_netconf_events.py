@@ -9,7 +9,7 @@ import time
 import pytest
 from ncclient.xml_ import to_ele
 
-from conftest import BIN, engine_place, run, wait_until
+from conftest import BIN, engine_on, engine_place, run, wait_until
 from netconf import BASE, agent_of, data_text, error_in, yanglint
 from test_netconf_access import agent_without_ssh, worker_of
 from test_netconf_state import SANITIZED, memory_of
@@ -27,12 +27,8 @@ SCENARIO = "trunk:\n  - {repeat: 32, trunk_id: {from: 0, step: 1}}\n"
 
 @pytest.fixture(scope="module")
 def engine():
-    with engine_place() as place:
-        place.scenario.write_text(SCENARIO)
-        place.start()
+    with engine_on(SCENARIO) as place:
         yield place
-        if place.process is not None:
-            place.stop()
 
 
 @pytest.fixture
@@ -341,16 +337,14 @@ def test_the_engine_goes_and_comes():
 
 
 def test_a_worker_that_dies_is_no_engine_that_is_gone():
-    with engine_place() as engine:
-        engine.scenario.write_text(SCENARIO)
-        engine.start()
+    with engine_on(SCENARIO) as engine:
         with agent_without_ssh(engine, "--alarm-period", "1") as agent:
             session = agent.raw().hello()
             wait_until(lambda: "<tables>" in session.rpc(f'<get><filter><engine xmlns="{STATE}"><tables/></engine></filter></get>'),
                        "a worker")
             worker = worker_of(agent)
             os.kill(worker, signal.SIGSTOP)
-            time.sleep(1.5)  # so that a look, which comes each second, is under way
+            wait_until(lambda: has_unread(worker), "a look to be under way")
             os.kill(worker, signal.SIGKILL)
             wait_until(lambda: pids_of_workers(agent) not in ([], [worker]), "another worker")
             listener = subscribed(agent, "<startTime>2026-01-01T00:00:00Z</startTime>")
@@ -359,6 +353,13 @@ def test_a_worker_that_dies_is_no_engine_that_is_gone():
             engine.process.communicate()
             engine.process = None
             assert next_of(listener, "alarm-notification")[2]["alarm-type-id"] == "tavrix-alarms:engine-gone"
+
+
+def has_unread(pid):
+    """Whether a socket of the process has bytes that it has not read."""
+    rows = [line.split() for line in run("ss", "-xpH").out.splitlines() if f"pid={pid}," in line]
+    assert rows
+    return any(int(row[2]) > 0 for row in rows)
 
 
 def pids_of_workers(agent):

@@ -8,7 +8,7 @@ import signal
 import pytest
 from ncclient.xml_ import to_ele
 
-from conftest import BIN, ROOT, engine_place, wait_until
+from conftest import BIN, ROOT, engine_on, engine_place, wait_until
 from netconf import BASE, END_1_0, NACM
 from test_measurement import parse_pmc
 from test_netconf_access import agent_without_ssh, worker_of
@@ -20,12 +20,8 @@ SESSIONS = 4096 if SANITIZED else 65536
 
 @pytest.fixture(scope="module")
 def engine():
-    with engine_place() as place:
-        place.scenario.unlink()
-        place.scenario = ROOT / "examples" / "campus.yaml"
-        place.start("--traffic", "2000", "--cores", "4")
+    with engine_on(ROOT / "examples" / "campus.yaml", "--traffic", "2000", "--cores", "4") as place:
         yield place
-        place.stop()
 
 
 @pytest.fixture(scope="module")

@@ -15,7 +15,7 @@ import time
 
 import pytest
 
-from conftest import BIN, PATIENCE, engine_place, nqecli, wait_until
+from conftest import BIN, PATIENCE, engine_on, engine_place, nqecli, wait_until
 from schemas import valid
 
 SCENARIO = """\
@@ -31,11 +31,8 @@ TIME = r"20\d\d-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z"
 @pytest.fixture(scope="module")
 def busy():
     """An engine under traffic."""
-    with engine_place() as place:
-        place.scenario.write_text(SCENARIO)
-        place.start("--traffic", "5000")
+    with engine_on(SCENARIO, "--traffic", "5000") as place:
         yield place
-        place.stop()
 
 
 class Watch:

@@ -101,8 +101,6 @@ class MapFile {
   int number_ = 0;
 };
 
-}  // namespace
-
 std::vector<MapView> ReadMaps(const std::string &folder) {
   std::vector<std::filesystem::path> files;
   for (const auto &file : std::filesystem::directory_iterator(folder)) {
@@ -112,6 +110,13 @@ std::vector<MapView> ReadMaps(const std::string &folder) {
   std::vector<MapView> views;
   for (const auto &file : files) MapFile(file).Read(&views);
   return views;
+}
+
+}  // namespace
+
+const std::vector<MapView> &Maps() {
+  static const std::vector<MapView> maps = ReadMaps(QDT_SOURCE_DIR "/tests/views_data/maps");
+  return maps;
 }
 
 }  // namespace qdt::host

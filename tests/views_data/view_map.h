@@ -51,8 +51,8 @@ struct MapView {
   std::string place;
 };
 
-// All views of the folder's files. Throws HostError with the place of what is wrong.
-std::vector<MapView> ReadMaps(const std::string &folder);
+// All views of maps/, read once. Throws HostError with the place of what is wrong.
+const std::vector<MapView> &Maps();
 
 }  // namespace qdt::host
 

@@ -85,12 +85,12 @@ WideValue AnyValue(const FieldRef &ref, std::mt19937_64 *chance) {
 
 }  // namespace
 
-ViewStage::ViewStage(const std::string &scenario) : directory_(NewDirectory()) {
+ViewStage::ViewStage() : directory_(NewDirectory()) {
   const Layout &layout = Layout::BuiltIn();
   const std::string path = directory_ + "/arena";
   arena_ = Arena::Create(path, layout.Plan(directory_ + "/socket"));
   writer_ = std::make_unique<TableWriter>(arena_.get());
-  Scenario::FromText("stage.yaml", scenario, layout).Fill(arena_.get(), writer_.get());
+  Scenario::Load(QDT_SOURCE_DIR "/tests/views_data/stage.yaml", layout).Fill(arena_.get(), writer_.get());
   arena_->Publish();
   Arena::SetCurrent(arena_.get());
   source_ = RecordSource::OfEngine(path, layout);

@@ -39,8 +39,8 @@ class Shown {
 // filled with bytes and then asked for as text, the way "nqecli show" asks, and as data.
 class ViewStage {
  public:
-  // `scenario` is the text of one.
-  explicit ViewStage(const std::string &scenario);
+  // Of the scenario stage.yaml.
+  ViewStage();
   ~ViewStage();
 
   // The table's entry of the key, "FIELD=VALUE ...", which is made when it is not there; or the region.

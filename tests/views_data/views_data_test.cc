@@ -1,10 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <fstream>
 #include <map>
 #include <set>
-#include <sstream>
 #include <tuple>
 
 #include "host/base/host_error.h"
@@ -17,20 +15,6 @@
 // The views' texts and the data that the layouts make of the same records say the same.
 namespace qdt::host {
 namespace {
-
-const std::string kFolder = std::string(QDT_SOURCE_DIR) + "/tests/views_data/";
-
-std::string ReadFile(const std::string &path) {
-  std::ifstream in(path);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
-const std::vector<MapView> &Maps() {
-  static const std::vector<MapView> maps = ReadMaps(kFolder + "maps");
-  return maps;
-}
 
 std::vector<const MapView *> ShownViews() {
   std::vector<const MapView *> views;
@@ -89,7 +73,7 @@ class ViewsData : public testing::TestWithParam<const MapView *> {
   }
 
   static ViewStage &Stage() {
-    static ViewStage stage(ReadFile(kFolder + "stage.yaml"));
+    static ViewStage stage;
     return stage;
   }
 
