@@ -177,12 +177,14 @@ void AgentWorker::Start() {
 }
 
 void AgentWorker::End() {
-  channel_ = UniqueFd();
-  if (pid_ < 0) return;
-  kill(pid_, SIGKILL);
-  while (waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) {
+  if (pid_ >= 0) {
+    kill(pid_, SIGKILL);
+    while (waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) {
+    }
+    pid_ = -1;
   }
-  pid_ = -1;
+  // Only now: when the channel ends a worker begins an end of its own, in the middle of which it would die.
+  channel_ = UniqueFd();
 }
 
 bool AgentWorker::GiveJob() {

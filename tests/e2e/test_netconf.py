@@ -8,6 +8,7 @@ import shutil
 import signal
 import socket
 import subprocess
+import sys
 import threading
 
 import pytest
@@ -436,6 +437,7 @@ def test_command_line_mistakes(site):
 
 
 OUR_MODULES = sorted((ROOT / "yang").glob("*.yang"))
+CHECK_MODELS = ROOT / "tests" / "check_models.py"
 
 
 def test_the_models_pass_yanglint():
@@ -448,6 +450,34 @@ def test_the_models_pass_yanglint():
 def test_the_models_pass_pyang():
     checked = run("pyang", "--lint", "-p", ROOT / "yang" / "ietf", *OUR_MODULES)
     assert (checked.code, checked.out, checked.err) == (0, "", "")
+
+
+def test_the_models_are_as_authors_are_asked():
+    checked = run(sys.executable, CHECK_MODELS, *OUR_MODULES)
+    assert (checked.code, checked.out, checked.err) == (0, "", "")
+
+
+@pytest.mark.parametrize("now, then, told", [
+    ("leaf source-port {", "leaf sourcePort {", '"sourcePort" is not in lower case with hyphens'),
+    ("leaf source-port {", "leaf source-port-from-which-the-initiator-of-this-session-sends-its-packets {",
+     "is longer than 64 characters"),
+    ("      description\n        \"Source port.\";\n", "", '"leaf source-port" lacks "description"'),
+    ("    reference\n      \"RFC 6991: Common YANG Data Types\";\n", "", '"import ietf-inet-types" lacks "reference"'),
+    ("  organization\n    \"Tavrix\";\n", "", '"module tavrix-engine-state" lacks "organization"'),
+    ("  namespace ", "  prefix eng;\n  namespace ", '"namespace" comes too late in "module"'),
+    ("    leaf source-port {\n", "    leaf source-port {\n      config true;\n", '"type" comes too late in "leaf"'),
+    ("          mandatory true;", "          mandatory false;", '"mandatory false" says what holds without it'),
+    ("leaf source-port {", "leaf source-port {  ", "a tab, or blanks at the line's end"),
+    ("Source port.", "Source port, from which the packets of this direction come to us.", "more than 72"),
+    ("  revision 2026-11-22 {", "  revision 2026-11-21 {description a; reference b;}\n  revision 2026-11-22 {",
+     "the latest revision is not the first one"),
+])
+def test_models_that_are_not(directory, now, then, told):
+    text = (ROOT / "yang" / "tavrix-engine-state.yang").read_text()
+    assert now in text
+    (directory / "model.yang").write_text(text.replace(now, then, 1))
+    checked = run(sys.executable, CHECK_MODELS, directory / "model.yang")
+    assert checked.code == 1 and told in checked.out, checked
 
 
 def test_yanglint_takes_the_state_data(site):
