@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -187,6 +188,43 @@ TEST_P(MemoryProbeTest, KeepsNothingOpen) {
   const int after = dup(STDERR_FILENO);
   close(after);
   EXPECT_EQ(after, before);
+}
+
+// What is known of a page says nothing about those around it, wherever the page lies.
+TEST(MemoryProbe, APageVouchesForNoOther) {
+  constexpr size_t kPages = 256;
+  const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+  auto *const pages = static_cast<char *>(
+      mmap(nullptr, kPages * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+  ASSERT_NE(pages, MAP_FAILED);
+  for (size_t i = 1; i < kPages; i += 2) ASSERT_EQ(munmap(pages + i * page, page), 0);
+  const EngineMemoryScope scope;
+  const auto isThere = [&](size_t number) {
+    char byte;
+    return ReadEngineMemory(reinterpret_cast<uint64_t>(pages + number * page), &byte, 1);
+  };
+  for (size_t i = 0; i < kPages; i += 2) EXPECT_TRUE(isThere(i)) << i;
+  for (size_t i = 1; i < kPages; i += 2) EXPECT_FALSE(isThere(i)) << i;
+  for (size_t i = 0; i < kPages; i += 2) munmap(pages + i * page, page);
+}
+
+// To ask about a page of a file with holes takes storage.
+TEST(MemoryProbe, AsksAboutNoPageForNothing) {
+  const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+  const int file = memfd_create("holes", 0);
+  ASSERT_EQ(ftruncate(file, static_cast<off_t>(64 * page)), 0);
+  auto *const pages = static_cast<char *>(mmap(nullptr, 64 * page, PROT_READ, MAP_SHARED, file, 0));
+  ASSERT_NE(pages, MAP_FAILED);
+  const EngineMemoryScope scope;
+  for (const size_t number : {0, 10, 20, 30}) {
+    char byte;
+    EXPECT_TRUE(ReadEngineMemory(reinterpret_cast<uint64_t>(pages + number * page), &byte, 1)) << number;
+  }
+  struct stat status {};
+  ASSERT_EQ(fstat(file, &status), 0);
+  EXPECT_EQ(static_cast<size_t>(status.st_blocks) * 512, 4 * page);
+  munmap(pages, 64 * page);
+  close(file);
 }
 
 // A process that has closed its standard input gets 0 as the next descriptor.

@@ -47,8 +47,9 @@ class SessionPrintTest : public SessionTest {
     const auto length = static_cast<uint32_t>(text.size());
     for (uint32_t room = 0; room <= length + 1; ++room) {
       platform.log.clear();
-      const auto area = std::make_unique<char[]>(6 + room);
+      const auto area = std::make_unique<char[]>(6 + room + 1);
       std::memcpy(area.get(), "before", 6);
+      area[6 + room] = 'x';
       SessionQueryOutput output = {area.get(), 6 + room, 6, 1};
       if (room == length + 1) {
         EXPECT_EQ(printer(record.data(), &output), static_cast<int32_t>(length));
@@ -62,6 +63,7 @@ class SessionPrintTest : public SessionTest {
         }
         EXPECT_EQ(platform.log, kFull) << room;
       }
+      EXPECT_EQ(area[6 + room], 'x') << room;
     }
   }
 
