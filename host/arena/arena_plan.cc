@@ -149,7 +149,7 @@ void PlanLayout::PlaceDirectory() {
     shape.nameOffset += static_cast<uint32_t>(header_.directoryOffset + tables + regions);
   }
   header_.infoOffset = Take(sizeof(tbm::InfoArea), kPage);
-  header_.stateOffset = Take(shapes_.size() * sizeof(tbm::TableState), 64);
+  header_.stateOffset = Take(shapes_.size() * sizeof(tbm::TableState), alignof(tbm::TableState));
   PlaceRegions(true);
   fixedEnd_ = end_;
 }

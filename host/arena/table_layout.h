@@ -30,6 +30,7 @@ constexpr uint32_t kMaxKeySize = 128;
 
 // Keys and records are filled up to whole words.
 constexpr size_t kWord = sizeof(uint64_t);
+constexpr size_t kCacheLine = 64;
 
 constexpr size_t RoundUpToWord(size_t size) { return (size + kWord - 1) / kWord * kWord; }
 
@@ -150,28 +151,33 @@ struct InfoArea {
 };
 static_assert(sizeof(InfoArea) == 32 + 109 * 48 + 16 + 8);
 
-// Changing; written by the engine alone.
+// Changing; written by the engine alone. What readers ask at each step stands apart from what each change
+// writes: a line of the cache that both use would go back and forth between their processors.
 struct TableState {
-  std::atomic<uint64_t> lastSerial;  // of the entry inserted last
   std::atomic<uint64_t> bytes;       // storage reserved for the table so far
   std::atomic<uint32_t> usedSlots;   // slots that ever held an entry; readers touch no others
   std::atomic<uint32_t> indexReady;  // non-zero when the index has its storage
   // The log in force is number logEpoch % 2; it is overwritten only while a later epoch is in force.
   std::atomic<uint32_t> logEpoch;
+  uint32_t reserved[11];
+
+  alignas(kCacheLine) std::atomic<uint64_t> lastSerial;  // of the entry inserted last
   std::atomic<uint32_t> logCount[2];
-  uint32_t freeHead;  // from here on the writer's
+  uint64_t reserved2[6];
+
+  alignas(kCacheLine) uint32_t freeHead;  // from here on the writer's
   uint32_t freeTail;
   uint32_t freeCount;
   uint32_t fullSaid;  // that the table is full is in the system log
   uint32_t tidying;   // non-zero while the log is being tidied into the other one
   uint32_t tidyFrom;
   uint32_t tidyTo;
+  uint32_t reserved3;
   uint64_t headBytes;  // storage reserved so far
   uint64_t slabBytes;
   uint64_t logBytes[2];
-  uint64_t reserved[4];
 };
-static_assert(sizeof(TableState) == 128);
+static_assert(sizeof(TableState) == 3 * kCacheLine && alignof(TableState) == kCacheLine);
 
 inline bool HasIndex(const TableState &state) {
   return state.indexReady.load(std::memory_order_acquire) != 0;
