@@ -144,6 +144,18 @@ def lacking(statement, shows):
             yield statement.line, f'"{statement.keyword} {shows}" lacks "{keyword}"'
 
 
+def is_mandatory(node):
+    """Whether configuration without the node is not valid (RFC 7950, 3)."""
+    says = {part.keyword: part.argument for part in node.parts}
+    if says.get("config") == "false":
+        return False
+    if node.keyword == "container":
+        return "presence" not in says and any(map(is_mandatory, node.parts))
+    if node.keyword in ("list", "leaf-list"):
+        return says.get("min-elements", "0") != "0"
+    return node.keyword in ("leaf", "choice", "anydata", "anyxml") and says.get("mandatory") == "true"
+
+
 def mistakes(text):
     for number, line in enumerate(text.splitlines(), 1):
         if len(line) > MAX_LINE:
@@ -162,7 +174,7 @@ def mistakes(text):
         if SAID_ANYHOW.get(statement.keyword) == statement.argument:
             yield statement.line, f'"{statement.keyword} {shows}" says what holds without it'
     for part in module.parts:
-        if part.keyword in NODES and any(inner.keyword == "mandatory" for inner in part.parts):
+        if is_mandatory(part):
             yield part.line, f'"{part.argument}" is mandatory at the top'
     revisions = [part.argument for part in module.parts if part.keyword == "revision"]
     if revisions != sorted(revisions, reverse=True):

@@ -468,6 +468,8 @@ def test_the_models_are_as_authors_are_asked():
     ("    leaf source-port {\n", "    leaf source-port {\n      config true;\n", '"type" comes too late in "leaf"'),
     ("          mandatory true;", "          mandatory false;", '"mandatory false" says what holds without it'),
     ("leaf source-port {", "leaf source-port {  ", "a tab, or blanks at the line's end"),
+    ("  container engine {\n    config false;\n", "  container engine {\n    leaf b {\n      type int8;\n      mandatory true;\n    }\n",
+     '"engine" is mandatory at the top'),
     ("Source port.", "Source port, from which the packets of this direction come to us.", "more than 72"),
     ("  revision 2026-11-22 {", "  revision 2026-11-21 {description a; reference b;}\n  revision 2026-11-22 {",
      "the latest revision is not the first one"),
