@@ -57,7 +57,7 @@ void CapturedTraffic::Follow() {
     });
   }
   interfaces_.remove_if([this](const Live &live) {
-    if (live.capture.gone()) say_(live.capture.problem() + "; the engine goes on without its packets");
+    if (live.capture.gone()) SayThatGone(live.capture.problem());
     return live.capture.gone();
   });
 }
@@ -98,6 +98,15 @@ void CapturedTraffic::Check() {
     say_("--capture " + live.capture.interface() +
          ": packets come faster than they are taken; some are lost from now on");
   }
+}
+
+void CapturedTraffic::LeaveInterfaces(const std::string &why) {
+  for (const Live &live : interfaces_) SayThatGone("--capture " + live.capture.interface() + ": " + why);
+  interfaces_.clear();
+}
+
+void CapturedTraffic::SayThatGone(const std::string &problem) const {
+  say_(problem + "; the engine goes on without its packets");
 }
 
 void SayOfCaptures(const std::string &line) {

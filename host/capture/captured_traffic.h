@@ -48,6 +48,8 @@ class CapturedTraffic {
   bool Step();
   // Looks for losses and for interfaces that have gone.
   void Check();
+  // Captures at none of the interfaces any more.
+  void LeaveInterfaces(const std::string &why);
 
  private:
   struct Live {
@@ -65,6 +67,7 @@ class CapturedTraffic {
 
   void Process(LinkType type, const CapturedBytes &bytes, CapturePoint point, Pipeline::Batch *batch);
   bool IsDue(const CapturedBytes &next) const;
+  void SayThatGone(const std::string &problem) const;
 
   Pipeline &pipeline_;
   Forwarding forwarding_;

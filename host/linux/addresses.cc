@@ -43,10 +43,7 @@ void Addresses::Take(const Message &message, Told told) {
   Known *known = known_.Take(id, told);
   if (known == nullptr) return;
   Tables &t = tables_[id.family];
-  Head &list = heads_[id.family][id.link];
-  if (known->entry == nullptr) ++list.count;
-  t.heads.New().SetKey(t.headKey, id.link).Set(t.headList, id.link);
-  t.heads.Put(&list.entry);
+  const bool isNew = known->entry == nullptr;
   const uint32_t flags = Number<uint32_t>(values[IFA_FLAGS], head->ifa_flags);
   const WideValue mask = id.family == kIpv6 ? id.prefix
                          : id.prefix == 0   ? 0
@@ -54,7 +51,12 @@ void Addresses::Take(const Message &message, Told told) {
   t.list.New().SetKey(t.listKey, id.link).Set(t.address, NumberOf(id.address, id.family)).Set(t.mask, mask);
   t.list.Set(t.type, (flags & IFA_F_SECONDARY) != 0 ? kSecondary : kPrimary);
   t.list.Put(&known->entry);
-  if (known->entry == nullptr) --list.count;
+  // A list has a head as long as anything is in it.
+  if (known->entry == nullptr) return;
+  Head &list = heads_[id.family][id.link];
+  if (isNew) ++list.count;
+  t.heads.New().SetKey(t.headKey, id.link).Set(t.headList, id.link);
+  t.heads.Put(&list.entry);
 }
 
 void Addresses::End(bool complete) {

@@ -53,8 +53,11 @@ class Links {
   // Whether the kernel may have dropped routes and next hops without a word: a link has gone, or down.
   bool TakeSilentLoss();
   LinkCounters Total() const;
-  bool TakeRoomAgain() { return table_.TakeRoomAgain(); }
-  uint64_t refused() const { return table_.refused(); }
+  bool TakeRoomAgain() {
+    const bool links = table_.TakeRoomAgain(), numbers = map_.TakeRoomAgain();
+    return links || numbers;
+  }
+  uint64_t refused() const { return table_.refused() + map_.refused(); }
 
  private:
   struct Id {

@@ -197,8 +197,8 @@ void Mirror::WantWhereRoomIs() {
   if (multicast_.TakeRoomAgain()) Want(BitOf(Dump::kMulticast));
   if (neighbours_.TakeRoomAgain()) Want(BitOf(Dump::kNeighbours));
   if (addresses_.TakeRoomAgain()) Want(BitOf(Dump::kAddresses));
-  if (nextHops4_.TakeRoomAgain()) Want(BitOf(Dump::kRoutes4));
-  if (nextHops6_.TakeRoomAgain()) Want(BitOf(Dump::kRoutes6));
+  if (nextHops4_.EnterWhereRoomIs()) Want(BitOf(Dump::kRoutes4));
+  if (nextHops6_.EnterWhereRoomIs()) Want(BitOf(Dump::kRoutes6));
   if (routes4_.TakeRoomAgain()) Want(BitOf(Dump::kRoutes4));
   if (routes6_.TakeRoomAgain()) Want(BitOf(Dump::kRoutes6));
 }

@@ -34,6 +34,9 @@ void NextHopObjects::Take(const Message &message, Told told) {
     std::memcpy(&member, group.data() + at, sizeof member);
     now.members.push_back({member.id, static_cast<uint16_t>(member.weight + 1)});
   }
+  // Where sysctl net.ipv4.nexthop_compat_mode is 0 the kernel does not tell what becomes of the routes.
+  if (!isNew)
+    silentLoss_ |= object->isBlackhole != now.isBlackhole || object->leg.hasGateway != now.leg.hasGateway;
   *object = std::move(now);
   for (NextHops *family : families_) family->ObjectChanged(id.object);
   Hold(id, object);

@@ -253,6 +253,19 @@ void NextHops::ObjectChanged(uint32_t object) {
     WriteGroup(group->second, MembersOf({identity}));
 }
 
+bool NextHops::EnterWhereRoomIs() {
+  const bool hops = hopTable_.TakeRoomAgain(), groups = groupTable_.TakeRoomAgain();
+  if (!hops && !groups) return false;
+  for (uint32_t number = 1; number < hops_.size(); ++number) {
+    if (hops_[number].users != 0 && hops_[number].entry == nullptr) Write(number);
+  }
+  // Their members may have come.
+  for (uint32_t number = 1; number < groups_.size(); ++number) {
+    if (groups_[number].users != 0) WriteGroup(number, MembersOf(groups_[number].identity));
+  }
+  return true;
+}
+
 void NextHops::NeighbourChanged(const NeighbourId &neighbour) {
   const auto at = byNeighbour_.find(neighbour);
   if (at == byNeighbour_.end()) return;

@@ -58,10 +58,8 @@ class NextHops {
   void ObjectChanged(uint32_t object);
   void NeighbourChanged(const NeighbourId &neighbour);
   void LinksChanged(const std::set<uint32_t> &links);
-  bool TakeRoomAgain() {
-    const bool hops = hopTable_.TakeRoomAgain(), groups = groupTable_.TakeRoomAgain();
-    return hops || groups;
-  }
+  // Whether next hops or groups that had found no room were entered: routes do not lead to them yet.
+  bool EnterWhereRoomIs();
   uint64_t refused() const { return hopTable_.refused() + groupTable_.refused(); }
   // Whether an object was asked for that is not known.
   bool TakeMissing() { return std::exchange(missing_, false); }
@@ -131,7 +129,8 @@ class NextHopObjects {
     families_[kIpv4] = v4;
     families_[kIpv6] = v6;
   }
-  // Whether the kernel may have dropped routes without a word: an object has gone.
+  // Whether the kernel may have dropped or changed routes without a word: an object has gone, or leads
+  // somewhere where it did not.
   bool TakeSilentLoss() { return std::exchange(silentLoss_, false); }
   // Whether objects have come that there were none of before.
   bool TakeNew() { return std::exchange(new_, false); }

@@ -324,7 +324,10 @@ class Packets {
     server->AddWatch(captured_->changes(), [this] { captured_->Follow(); });
     if (captured_->replays())
       server->AddSteps(CapturedTraffic::kPeriod, [this] { return captured_->Step(); });
-    server->AddTick(CapturedTraffic::kCheckPeriod, [this] { captured_->Check(); });
+    server->AddTick(CapturedTraffic::kCheckPeriod, [this] {
+      LeaveNamespaceThatIsGone();
+      captured_->Check();
+    });
 #endif
   }
 
@@ -345,6 +348,15 @@ class Packets {
 #else
     static_cast<void>(line);
     return -1;
+#endif
+  }
+
+  // What is open inside would keep the namespace, its interfaces and the other ends of their links alive.
+  void LeaveNamespaceThatIsGone() {
+#ifdef QDT_HAS_LINUX
+    if (where_.Exists()) return;
+    captured_->LeaveInterfaces("the network namespace is gone");
+    where_ = NetworkNamespace();
 #endif
   }
 
