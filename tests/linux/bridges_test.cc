@@ -145,5 +145,16 @@ TEST_F(BridgesTest, WhatIsBehindALinkOfAVrfIsInItsVpn) {
   EXPECT_EQ(Values("arp", "valid").size(), 0u);  // no VPN can be that
 }
 
+TEST_F(BridgesTest, LinksOfABondAreMembersOfATrunk) {
+  AddLink(3, "bond");
+  AddLink(7, "veth", 3);
+  AddLink(8, "veth");
+  Settle();
+  EXPECT_EQ(ByLink("fwdif", "trunk_member"), (std::map<uint64_t, uint64_t>{{3, 0}, {7, 1}, {8, 0}}));
+  AddLink(7, "veth");
+  Settle();
+  EXPECT_EQ(ByLink("fwdif", "trunk_member"), (std::map<uint64_t, uint64_t>{{3, 0}, {7, 0}, {8, 0}}));
+}
+
 }  // namespace
 }  // namespace qdt::host

@@ -1,7 +1,10 @@
 #include "host/linux/routes.h"
 
+#include <linux/if_link.h>
 #include <linux/nexthop.h>
 #include <linux/rtnetlink.h>
+#include <net/if.h>
+#include <net/if_arp.h>
 
 #include "tests/linux/mirror_fixture.h"
 
@@ -283,6 +286,38 @@ TEST_F(RoutesTest, AGroupThatIsToldOfBeforeItsMembersGetsThem) {
       MessageBuilder(RTM_NEWNEXTHOP, head).Number<uint32_t>(NHA_ID, 8).Number<uint32_t>(NHA_OIF, 2).message(),
       Told::kByDump);
   EXPECT_EQ(Values("nhp_group", "primary_count"), std::vector<uint64_t>{1});
+}
+
+TEST_F(RoutesTest, BehindALinkOfAVlanTheBytesBeforeAPacketHaveItsTag) {
+  ifinfomsg head = {};
+  head.ifi_index = 7;
+  head.ifi_type = ARPHRD_ETHER;
+  head.ifi_flags = IFF_UP;
+  links_.Take(MessageBuilder(RTM_NEWLINK, head)
+                  .Text(IFLA_IFNAME, "v0.258")
+                  .Bytes(IFLA_ADDRESS, {2, 0, 0, 0, 0, 7})
+                  .Nest(IFLA_LINKINFO,
+                        [](MessageBuilder &info) {
+                          info.Text(IFLA_INFO_KIND, "vlan").Nest(IFLA_INFO_DATA, [](MessageBuilder &data) {
+                            data.Number<uint16_t>(IFLA_VLAN_ID, 258);
+                          });
+                        })
+                  .message(),
+              Told::kByNotification);
+  Leg leg = Via(2, 7);
+  leg.gateway[0] = 10;
+  Notify(Route({leg}));
+  EXPECT_EQ(Values("nhp", "arp_miss"), std::vector<uint64_t>{1});
+  neighbours_.Take(ReachedNeighbour().message(), Told::kByNotification);
+  for (const NeighbourId &changed : neighbours_.TakeChanged()) hops4_.NeighbourChanged(changed);
+  EXPECT_EQ(Values("nhp", "arp_miss"), std::vector<uint64_t>{0});
+  std::vector<uint64_t> bytes;
+  for (int i = 0; i < 18; ++i) bytes.push_back(Values("nhp", "encap_data[" + std::to_string(i) + "]").at(0));
+  EXPECT_EQ(bytes,
+            (std::vector<uint64_t>{2, 0, 0, 0, 0, 2, 2, 0, 0, 0, 0, 7, 0x81, 0x00, 0x01, 0x02, 0x08, 0x00}));
+  EXPECT_EQ(Values("nhp", "encap_size"), std::vector<uint64_t>{18});
+  EXPECT_EQ(Values("nhp", "vlan_id"), std::vector<uint64_t>{258});
+  EXPECT_EQ(Values("arp", "vlan_id"), std::vector<uint64_t>{258});
 }
 
 TEST(NumbersTest, AreGivenOnceAndRestBeforeTheyAreGivenAgain) {
