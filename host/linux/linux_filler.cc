@@ -146,7 +146,7 @@ void LinuxFiller::Follow(const FillTarget &target) {
   Drain(again_.get());
   uint64_t ticks = 0;
   const bool tick = read(timer_.get(), &ticks, sizeof ticks) == sizeof ticks;
-  if (IsNamespaceGone()) return LoseNamespace();
+  if (IsNamespaceGone(tick)) return LoseNamespace();
   if (mirror_ == nullptr) return;
   if (tick) {
     mirror_->WantCounters();
@@ -159,9 +159,11 @@ void LinuxFiller::Follow(const FillTarget &target) {
   [[maybe_unused]] const ssize_t written = write(again_.get(), &one, sizeof one);
 }
 
-bool LinuxFiller::IsNamespaceGone() {
+// A namespace that has no name but that of a process in it (/proc/PID/ns/net) goes without a word: whoever
+// reads the counters looks.
+bool LinuxFiller::IsNamespaceGone(bool look) {
   char bytes[4096];
-  bool any = false;
+  bool any = look;
   while (read(names_.get(), bytes, sizeof bytes) > 0) any = true;
   return any && mirror_ != nullptr && !where_.Exists();
 }

@@ -47,7 +47,7 @@ class LinuxFiller : public Filler {
 
  private:
   void Watch(int fd);
-  bool IsNamespaceGone();
+  bool IsNamespaceGone(bool look);
   void OpenConnections(const FillTarget &target);
   void LoseNamespace();
 

@@ -69,6 +69,22 @@ def test_an_object_that_leads_nowhere_and_somewhere_again_in_silence(mirror):
         wait_until(lambda: shown() == expected, change)
 
 
+def test_a_namespace_that_only_a_process_stands_for_disappears_with_it():
+    with engine_place() as place:
+        holder = subprocess.Popen(["unshare", "--net", "cat"], stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+        try:
+            holder.stdin.write(b"on\n")
+            holder.stdin.flush()
+            assert holder.stdout.readline() == b"on\n"  # the process is in its namespace
+            place.linux = ["--linux", "--netns", f"/proc/{holder.pid}/ns/net"]
+            place.start()
+            assert place.cli("engine", "status").out.count("CAP_TABLE_FWDIF") == 1
+        finally:
+            holder.communicate()
+        wait_until(lambda: "tables    0 in use" in place.cli("engine", "status").out, "the tables to be empty")
+        place.stop()
+
+
 def test_a_namespace_that_disappears_takes_what_is_captured_there_along(pair):
     with engine_place() as place:
         place.linux = ["--linux", "--netns", pair.near.name, "--capture", "v0", "--capture", "v1"]
