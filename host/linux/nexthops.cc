@@ -1,6 +1,7 @@
 #include "host/linux/nexthops.h"
 
 #include <net/ethernet.h>
+#include <syslog.h>
 
 #include <algorithm>
 #include <string>
@@ -19,10 +20,22 @@ constexpr uint32_t kMostHeader = 18;  // Ethernet with a VLAN tag
 
 uint32_t Numbers::Take() {
   if (used_ < most_ && resting_.size() < kResting) return ++used_;
-  if (resting_.empty()) return 0;
+  if (resting_.empty()) {
+    isLacking_ = true;
+    if (refused_++ == 0)
+      syslog(LOG_WARNING,
+             "no more than %u next hops, and groups of them, are shown: routes have 16 bits for their number",
+             most_);
+    return 0;
+  }
   const uint32_t number = resting_.front();
   resting_.pop_front();
   return number;
+}
+
+void Numbers::Return(uint32_t number) {
+  resting_.push_back(number);
+  roomAgain_ |= std::exchange(isLacking_, false);
 }
 
 NextHops::NextHops(const FillTarget &target, Family family, const Links &links, const Neighbours &neighbours,
@@ -255,7 +268,8 @@ void NextHops::ObjectChanged(uint32_t object) {
 
 bool NextHops::EnterWhereRoomIs() {
   const bool hops = hopTable_.TakeRoomAgain(), groups = groupTable_.TakeRoomAgain();
-  if (!hops && !groups) return false;
+  const bool hopNumbers = freeHops_.TakeRoomAgain(), groupNumbers = freeGroups_.TakeRoomAgain();
+  if (!hops && !groups) return hopNumbers || groupNumbers;
   for (uint32_t number = 1; number < hops_.size(); ++number) {
     if (hops_[number].users != 0 && hops_[number].entry == nullptr) Write(number);
   }

@@ -21,11 +21,16 @@ class Numbers {
  public:
   explicit Numbers(uint32_t most) : most_(most) {}
   uint32_t Take();  // 0: all are in use
-  void Return(uint32_t number) { resting_.push_back(number); }
+  void Return(uint32_t number);
+  // Whether a number has come back since one was asked for in vain.
+  bool TakeRoomAgain() { return std::exchange(roomAgain_, false); }
+  uint64_t refused() const { return refused_; }
 
  private:
   uint32_t most_;
   uint32_t used_ = 0;
+  uint64_t refused_ = 0;
+  bool isLacking_ = false, roomAgain_ = false;
   std::deque<uint32_t> resting_;
 };
 
@@ -60,7 +65,9 @@ class NextHops {
   void LinksChanged(const std::set<uint32_t> &links);
   // Whether next hops or groups that had found no room were entered: routes do not lead to them yet.
   bool EnterWhereRoomIs();
-  uint64_t refused() const { return hopTable_.refused() + groupTable_.refused(); }
+  uint64_t refused() const {
+    return hopTable_.refused() + groupTable_.refused() + freeHops_.refused() + freeGroups_.refused();
+  }
   // Whether an object was asked for that is not known.
   bool TakeMissing() { return std::exchange(missing_, false); }
 

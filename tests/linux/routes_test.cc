@@ -324,9 +324,16 @@ TEST(NumbersTest, AreGivenOnceAndRestBeforeTheyAreGivenAgain) {
   Numbers few(2);
   EXPECT_EQ(few.Take(), 1u);
   EXPECT_EQ(few.Take(), 2u);
+  EXPECT_FALSE(few.TakeRoomAgain());
   EXPECT_EQ(few.Take(), 0u);
+  EXPECT_EQ(few.refused(), 1u);
+  EXPECT_FALSE(few.TakeRoomAgain());
   few.Return(2);
+  EXPECT_TRUE(few.TakeRoomAgain());
+  EXPECT_FALSE(few.TakeRoomAgain());
   EXPECT_EQ(few.Take(), 2u);
+  few.Return(1);
+  EXPECT_FALSE(few.TakeRoomAgain()) << "nobody has lacked it";
   Numbers many(1000);
   many.Return(many.Take());
   EXPECT_EQ(many.Take(), 2u);
