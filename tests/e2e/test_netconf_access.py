@@ -218,6 +218,8 @@ def test_without_rules_nobody_changes_anything(engine):
     (SOME.replace("<name>g</name>", "<name>night</name>").replace("<group>g</group>", "<group>nigth</group>") % ("", "deny"), 7,
      'there is no group "nigth" (did you mean night?)'),
     (SOME % ("", "allow"), 8, "allow"),
+    ((SOME % ("", "")).replace("<action></action>", ""), 8, 'Mandatory node "action"'),
+    ('{"ietf-netconf-acm:nacm": {"rule-list": [{"name": "l",\n"rule": [{"name": "one"}]}]}}\n', 2, 'Mandatory node "action"'),
 ])
 def test_mistakes_in_rules(engine, text, line, message):
     with short_directory() as directory:
