@@ -87,8 +87,9 @@ void Record::Reopen() {
     fd_ = UniqueFd();
     return;
   }
-  fd_ =
-      UniqueFd(open(path_.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY, 0600));
+  // A pipe that nobody reads would hold the agent up, here or at a write.
+  constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK;
+  fd_ = UniqueFd(open(path_.c_str(), kFlags, 0600));
   if (!fd_.ok()) failure_ = std::strerror(errno);
 }
 

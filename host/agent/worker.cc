@@ -35,6 +35,7 @@ constexpr uint32_t kLook = 1u << 17;
 enum ReplyWord : uint32_t {
   kPart,     // the next piece of the answer
   kSent,     // the answer is complete: the text is the handler's result
+  kSaidWhy,  // likewise, and the answer only says what was wrong
   kSilent,   // likewise, and the handler has sent nothing
   kWalked,   // the records are complete: the text is where the walk goes on
   kRefused,  // not run: the text says why
@@ -89,8 +90,8 @@ bool RunHandlerJob(int channel, const Model &model, const Frame &frame) {
   const OwnedTree request = FromXml(model, frame.text);
   if (frame.word >= Handlers().size() || request == nullptr) throw HostError("the agent sent no request");
   const HandlerAnswer answer = RunHandler(Handlers()[frame.word], request.get());
-  return SendParts(channel, answer.text) &&
-         Send(channel, answer.sent ? kSent : kSilent, std::to_string(answer.result));
+  const uint32_t word = !answer.sent ? kSilent : answer.refused ? kSaidWhy : kSent;
+  return SendParts(channel, answer.text) && Send(channel, word, std::to_string(answer.result));
 }
 
 bool RunWalkJob(int channel, const Frame &frame) {
@@ -245,7 +246,8 @@ std::optional<WorkerAnswer> AgentWorker::Take(Frame *frame) {
       answer_.next = std::move(frame->text);
       break;
     default:
-      answer_.handler.sent = frame->word == kSent;
+      answer_.handler.sent = frame->word != kSilent;
+      answer_.handler.refused = frame->word == kSaidWhy;
       answer_.handler.result = std::atoi(frame->text.c_str());
   }
   busy_ = false;

@@ -83,6 +83,35 @@ uint64_t LineOf(const ly_err_item *error) {
   return mark != nullptr ? std::strtoull(mark + std::strlen("line number "), nullptr, 10) : 0;
 }
 
+std::string ValueOf(const lyd_node *parent, const char *name) {
+  const lyd_node *leaf = FindChild(parent, name);
+  return leaf != nullptr ? lyd_get_value(leaf) : "";
+}
+
+std::vector<std::string> ValuesOf(const lyd_node *parent, const char *name) {
+  std::vector<std::string> values;
+  for (const lyd_node *each = lyd_child(parent); each != nullptr; each = each->next) {
+    if (std::strcmp(LYD_NAME(each), name) == 0) values.emplace_back(lyd_get_value(each));
+  }
+  return values;
+}
+
+// libyang tells no line of what is missing. It looks for an action in each rule, which is all that must be
+// there beside keys: the line of the rule's name says where.
+std::string PlaceOfMissing(const ly_ctx *context, const RulesFile &file, LYD_FORMAT format) {
+  lyd_node *tree = nullptr;
+  lyd_parse_data_mem(context, file.text.c_str(), format, LYD_PARSE_ONLY, 0, &tree);
+  const OwnedTree owned(tree);
+  for (const lyd_node *list = lyd_child(tree); list != nullptr; list = list->next) {
+    if (std::strcmp(LYD_NAME(list), "rule-list") != 0) continue;
+    for (const lyd_node *rule = lyd_child(list); rule != nullptr; rule = rule->next) {
+      if (std::strcmp(LYD_NAME(rule), "rule") == 0 && FindChild(rule, "action") == nullptr)
+        return file.PlaceOf(ValueOf(rule, "name"));
+    }
+  }
+  return file.path + ": ";
+}
+
 OwnedTree Parse(const ly_ctx *context, const RulesFile &file) {
   const size_t first = file.text.find_first_not_of(" \t\r\n");
   if (first == file.text.npos)
@@ -102,24 +131,11 @@ OwnedTree Parse(const ly_ctx *context, const RulesFile &file) {
     std::string why = error != nullptr && error->msg != nullptr ? error->msg : "libyang gave no reason";
     std::ranges::replace_if(
         why, [](unsigned char c) { return c < 0x20 || c == 0x7f; }, '?');
-    throw HostError((line != 0 ? file.Place(line) : file.path + ": ") + why + " (see the container nacm of " +
-                    kModule + ", RFC 8341)");
+    throw HostError((line != 0 ? file.Place(line) : PlaceOfMissing(context, file, format)) + why +
+                    " (see the container nacm of " + kModule + ", RFC 8341)");
   }
   if (tree == nullptr) throw HostError(file.path + ":1: the container nacm of " + kModule + " is missing");
   return owned;
-}
-
-std::string ValueOf(const lyd_node *parent, const char *name) {
-  const lyd_node *leaf = FindChild(parent, name);
-  return leaf != nullptr ? lyd_get_value(leaf) : "";
-}
-
-std::vector<std::string> ValuesOf(const lyd_node *parent, const char *name) {
-  std::vector<std::string> values;
-  for (const lyd_node *each = lyd_child(parent); each != nullptr; each = each->next) {
-    if (std::strcmp(LYD_NAME(each), name) == 0) values.emplace_back(lyd_get_value(each));
-  }
-  return values;
 }
 
 // Cuts "/module:node[module:key='value']/node..." as libyang writes paths: a step without a module's name is

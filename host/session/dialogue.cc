@@ -18,13 +18,6 @@ constexpr char kBase11[] = "urn:ietf:params:netconf:base:1.1";
 constexpr size_t kMostOfAnswer = 64u << 20;
 constexpr size_t kMostFields = 1u << 16;
 
-void CheckNoParameters(const Request &request) {
-  if (request.parameters.empty()) return;
-  throw RpcError(Layer::kProtocol, "unknown-element", request.operation + " has no parameters")
-      .At("/nc:rpc/op:" + request.operation, request.space)
-      .With("bad-element", request.parameters[0].first);
-}
-
 }  // namespace
 
 void Dialogue::End(std::string why) {
@@ -121,7 +114,6 @@ void Dialogue::TakeRequest(const std::string &message) {
     attributes_ = ReplyAttributes(*rpc);
     request_ = ReadRequest(std::move(rpc));
     if (request_->Is(kNetconfSpace, "close-session")) {
-      CheckNoParameters(*request_);
       Reply("<ok/>");
       Ask(kAskLeave, {});
       return End("");

@@ -65,6 +65,15 @@ void CheckAttributes(const XmlElement &element, const std::string &path, const s
       .With("bad-element", element.name);
 }
 
+// What stands between elements would be lost, and a command do more than was meant: of a reset that is an
+// address without its parameter.
+void CheckNoText(const XmlElement &element, const std::string &path, const std::string &space) {
+  if (element.Value().empty()) return;
+  throw RpcError(Layer::kProtocol, "bad-element", "<" + element.name + "> holds elements and no text")
+      .At(path, space)
+      .With("bad-element", element.name);
+}
+
 void ReadFilter(const XmlElement &element, const std::string &path, DataFilter *filter) {
   if (filter->kind != DataFilter::Kind::kNone) {
     throw RpcError(Layer::kProtocol, "bad-element", "a request has one filter")
@@ -126,16 +135,25 @@ void AddParameter(const XmlElement &child, const std::string &path, Request *req
         .With("bad-element", child.name)
         .With("bad-namespace", child.space);
   }
-  // The operations of the base hold parts of configurations, which say nothing here.
+  // The operations of the base name datastores and hold parts of configurations, which say nothing here: that
+  // there is such a parameter is looked at with the others'.
   const bool isBase = operation.space == kNetconfSpace;
-  if (isBase && !child.children.empty()) return;
-  CheckAttributes(child, path, operation.space);
-  if (!child.children.empty()) {
+  if (!isBase || child.children.empty()) CheckAttributes(child, path, operation.space);
+  if (!isBase && !child.children.empty()) {
     throw RpcError(Layer::kApplication, "unknown-element", "a parameter holds a value and no elements")
         .At(path, operation.space)
         .With("bad-element", child.children[0]->name);
   }
   request->parameters.emplace_back(child.name, child.text);
+}
+
+// The operations whose parameters omad is not asked with.
+void CheckNoParameters(const Request &request) {
+  if (request.parameters.empty()) return;
+  throw RpcError(Layer::kProtocol, "unknown-element",
+                 request.operation + " has no parameter \"" + request.parameters[0].first + '"')
+      .At("/nc:rpc/op:" + request.operation, request.space)
+      .With("bad-element", request.parameters[0].first);
 }
 
 void AddWanted(Request *request) {
@@ -153,10 +171,12 @@ void AddWanted(Request *request) {
 
 Request ReadRequest(std::unique_ptr<XmlElement> rpc) {
   CheckRoot(*rpc);
+  CheckNoText(*rpc, "/nc:rpc", std::string(kNetconfSpace));
   const XmlElement &operation = *rpc->children[0];
   Request request{nullptr, operation.space, operation.name, {}, {}};
   const std::string path = "/nc:rpc/op:" + operation.name;
   CheckAttributes(operation, path, operation.space);
+  CheckNoText(operation, path, operation.space);
   for (const auto &child : operation.children) {
     const std::string childPath = path + "/op:" + child->name;
     if (TakesFilter(operation) && child->Is(operation.space, "filter")) {
@@ -165,6 +185,8 @@ Request ReadRequest(std::unique_ptr<XmlElement> rpc) {
       AddParameter(*child, childPath, &request);
     }
   }
+  if (request.Is(kNetconfSpace, "get") || request.Is(kNetconfSpace, "close-session"))
+    CheckNoParameters(request);
   if (request.Is(kNetconfSpace, "get")) AddWanted(&request);
   if (request.Is(kNetconfSpace, "get-config")) CheckSource(operation, path);
   size_t bytes = request.space.size() + request.operation.size();

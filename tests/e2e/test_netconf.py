@@ -194,6 +194,17 @@ def test_errors_say_where(site):
         ("<get-config/>", "missing-element", "/nc:rpc/op:get-config"),
         ("<get-config><source><startup/></source></get-config>", "invalid-value", "/nc:rpc/op:get-config/op:source"),
         ("<close-session><x/></close-session>", "unknown-element", "/nc:rpc/op:close-session"),
+        # A slip in a name that holds something, a word of the agent's own, and what is written beside the parameters.
+        ("<get><filtre><x/></filtre></get>", "unknown-element", "/nc:rpc/op:get"),
+        ("<get><want>x</want></get>", "unknown-element", "/nc:rpc/op:get"),
+        ("<get-config><source><running/></source><x><y/></x></get-config>", "unknown-element", "/nc:rpc/op:get-config"),
+        ("<kill-session><session-id>9</session-id><x><y/></x></kill-session>", "unknown-element", "/nc:rpc/op:kill-session"),
+        ("<kill-session><session-id><x/></session-id></kill-session>", "invalid-value",
+         "/nc:rpc/op:kill-session/op:session-id"),
+        ("<edit-config><target><running/></target><config><x/></config></edit-config>", "operation-not-supported",
+         "/nc:rpc/op:edit-config"),
+        (f"<reset-session {command}>192.0.2.254</reset-session>", "bad-element", "/nc:rpc/op:reset-session"),
+        (f"192.0.2.254<reset-session {command}/>", "bad-element", "/nc:rpc"),
         ('<action xmlns="urn:ietf:params:xml:ns:yang:1"><x xmlns="urn:x"/></action>', "operation-not-supported",
          "/nc:rpc/op:action"),
     ]:
@@ -401,6 +412,8 @@ def test_command_line_mistakes(site):
         no_key = directory / "no-key"
         no_key.write_text("no key\n")
         no_key.chmod(0o600)
+        pipe = directory / "pipe"
+        os.mkfifo(pipe)
         key = ["--host-key", agent.host_key, "--socket", directory / "s"]
         user = ["--user-key", f"operator={agent.user_key}.pub"]
         for words, message in [
@@ -422,6 +435,7 @@ def test_command_line_mistakes(site):
              f"{getpass.getuser()}); stop that agent or name another path with --socket"),
             (["--nacm", "/no/such"], "cannot read the rules in /no/such"),
             (["--log", "/no/such/file"], "cannot write the record /no/such/file"),
+            (["--log", pipe], f"cannot write the record {pipe}"),
             (["--max-sessions", "0"], '--max-sessions "0" is not a number from 1 to 100000'),
             (["--idle-time", "soon"], '--idle-time "soon" is not a number from 0 to 10000000'),
             (["--carrier", "no-such-user"], '--carrier: no user "no-such-user" is in /etc/passwd; name a number'),

@@ -218,6 +218,8 @@ def test_without_rules_nobody_changes_anything(engine):
     (SOME.replace("<name>g</name>", "<name>night</name>").replace("<group>g</group>", "<group>nigth</group>") % ("", "deny"), 7,
      'there is no group "nigth" (did you mean night?)'),
     (SOME % ("", "allow"), 8, "allow"),
+    ((SOME % ("", "")).replace("<action></action>", ""), 8, 'Mandatory node "action"'),
+    ('{"ietf-netconf-acm:nacm": {"rule-list": [{"name": "l",\n"rule": [{"name": "one"}]}]}}\n', 2, 'Mandatory node "action"'),
 ])
 def test_mistakes_in_rules(engine, text, line, message):
     with short_directory() as directory:
@@ -253,6 +255,8 @@ def test_the_record(engine):
         assert ada.error(command("reset-session", "<type>ipv5</type>"))[1] == "invalid-value"
         assert olga.error(command("reset-session", "<protocol>17</protocol><type>ipv6</type>"))[1] == "access-denied"
         assert "TableName" in olga.rpc(command("tbl-usage"))
+        # An answer that only tells how it is asked is one all the same, and has changed nothing.
+        assert "egn help" in ada.rpc(command("egn-dbg-switch-set", "<level>error</level>"))
         # Nothing of what clients send ends a line, a value or the data.
         forged = 'diag "] x\\\n&lt;85>1 2026-01-01T00:00:00Z h omad 1 LOGIN [omad@32473 user="root"] \x85&#x2028;&#x9b;2J\t!'
         ada.rpc(command("cmdline", f"<cmdline>{forged}</cmdline>"))
@@ -264,7 +268,7 @@ def test_the_record(engine):
         wait_until(lambda: len(agent.recorded("LOGOUT")) == 2, "both ends in the record")
         lines = [{name: line.get(name) for name in ("event", "user", "address", "operation", "parameters", "result")}
                  for line in agent.recorded()]
-        assert lines[:5] == [
+        assert lines[:6] == [
             {"event": "LOGIN", "user": "ada", "address": "2001:db8::5", "operation": None, "parameters": None, "result": None},
             {"event": "LOGIN", "user": "olga", "address": "-", "operation": None, "parameters": None, "result": None},
             {"event": "COMMAND", "user": "ada", "address": "2001:db8::5", "operation": "sysstat-reset", "parameters": "type=all",
@@ -273,11 +277,13 @@ def test_the_record(engine):
              "result": 'refused: "ipv5" is no value for "type" (it takes ipv4|ipv6)'},
             {"event": "REFUSED", "user": "olga", "address": "-", "operation": "reset-session",
              "parameters": "protocol=17 type=ipv6", "result": "access-denied"},
+            {"event": "COMMAND", "user": "ada", "address": "2001:db8::5", "operation": "egn-dbg-switch-set",
+             "parameters": "level=error", "result": "failed: its answer only says what was wrong"},
         ]
-        assert lines[5]["parameters"] == ('cmdline=diag "] x\\?<85>1 2026-01-01T00:00:00Z h omad 1 LOGIN [omad@32473 user="root"] '
+        assert lines[6]["parameters"] == ('cmdline=diag "] x\\?<85>1 2026-01-01T00:00:00Z h omad 1 LOGIN [omad@32473 user="root"] '
                                           "???2J?!")
-        assert lines[6]["parameters"] == f"cmdline=diag {'x' * (2048 - 13)}..."
-        assert [line["event"] for line in lines[7:]] == ["LOGOUT", "LOGOUT"]
+        assert lines[7]["parameters"] == f"cmdline=diag {'x' * (2048 - 13)}..."
+        assert [line["event"] for line in lines[8:]] == ["LOGOUT", "LOGOUT"]
         assert {line["reason"] for line in agent.recorded("LOGOUT")} == {"closed by the client", "the connection was lost"}
         assert {line["priority"] for line in agent.recorded()} == {84, 85}
         assert agent.record.stat().st_mode & 0o777 == 0o600
@@ -351,6 +357,16 @@ def test_limits_of_sessions(engine):
         assert [line["user"] for line in agent.recorded("REFUSED")] == ["a", "c"]
 
 
+def test_who_only_connects_keeps_nobody_out(engine):
+    with agent_without_ssh(engine, "--max-sessions", "2") as agent:
+        silent = [socket.socket(socket.AF_UNIX) for _ in range(100)]
+        for connection in silent:
+            connection.connect(str(agent.socket))
+        assert "TableName" in agent.raw().hello().rpc(command("tbl-usage"))
+        for connection in silent:
+            connection.close()
+
+
 def test_limit_of_idle_time(engine):
     with agent_without_ssh(engine, "--idle-time", "1") as agent:
         session = agent.raw().hello()
@@ -377,6 +393,12 @@ def worker_of(agent):
     return found[0]
 
 
+def wait_for_commands(session, looks, commands):
+    """Until omad has got so many, which are on their way: its statistics count them, and each look at themselves."""
+    state = f'<get><filter><netconf-state xmlns="{MONITORING}"><statistics/></netconf-state></filter></get>'
+    wait_until(lambda: int(re.search(r"<in-rpcs>(\d+)<", session.rpc(state))[1]) == commands + next(looks), "all to be asked")
+
+
 def test_limit_of_waiting_commands(engine):
     with agent_without_ssh(engine, "--max-waiting", "2", "--alarm-period", "0") as agent:
         sessions = [agent.raw().hello() for _ in range(4)]
@@ -386,17 +408,32 @@ def test_limit_of_waiting_commands(engine):
         try:
             for session in sessions[:3]:  # one runs, two wait
                 session.send(f'<rpc xmlns="{BASE}" message-id="5">{command("tbl-usage")}</rpc>')
-            # The others' requests are on their way. The statistics count them, the first one, and each look at themselves.
-            state = f'<get><filter><netconf-state xmlns="{MONITORING}"><statistics/></netconf-state></filter></get>'
-            looks = itertools.count(1)
-            wait_until(lambda: int(re.search(r"<in-rpcs>(\d+)<", sessions[3].rpc(state))[1]) == 4 + next(looks),
-                       "all to be asked")
+            wait_for_commands(sessions[3], itertools.count(1), 4)
             assert sessions[3].error(command("session-statistics")) == (
                 "application", "resource-denied", "/nc:rpc/op:session-statistics", "2 commands wait already; ask again later")
+            assert sessions[3].error(command("sysstat-reset", "<type>all</type>"))[1] == "resource-denied"
+            assert [(line["operation"], line["result"]) for line in agent.recorded("COMMAND")] == [
+                ("sysstat-reset", "refused: 2 commands wait already; ask again later")]
         finally:
             os.kill(worker, signal.SIGCONT)
         for session in sessions[:3]:
             assert "TableName" in session.message().decode()
+
+
+def test_commands_that_the_agent_does_not_live_to_answer_are_recorded(engine):
+    with agent_without_ssh(engine, "--alarm-period", "0") as agent:
+        sessions = [agent.raw().hello() for _ in range(3)]
+        assert "TableName" in sessions[0].rpc(command("tbl-usage"))
+        os.kill(worker_of(agent), signal.SIGSTOP)
+        looks = itertools.count(1)
+        for session, kind, commands in ((sessions[0], "all", 2), (sessions[1], "normal", 3)):
+            session.send(f'<rpc xmlns="{BASE}" message-id="5">{command("sysstat-reset", f"<type>{kind}</type>")}</rpc>')
+            wait_for_commands(sessions[2], looks, commands)
+        agent.stop()
+        assert [(line["parameters"], line["result"]) for line in agent.recorded("COMMAND")] == [
+            ("type=all", "failed: the agent stopped before it had its result"),
+            ("type=normal", "failed: the agent stopped before its turn came")]
+        agent.start(ssh=False)
 
 
 def test_a_record_on_a_full_disk(engine):

@@ -119,6 +119,17 @@ def test_paths_that_are_none(agent):
     assert "TableName" in session.rpc(command("tbl-usage"))
 
 
+def test_a_path_that_takes_for_ever(agent):
+    other = agent.raw().hello()
+    session = agent.raw().hello()
+    path = "//*"
+    for _ in range(8):
+        path = f"//*[count({path})&gt;0]"
+    session.send(f'<rpc xmlns="{BASE}" message-id="1"><get><filter type="xpath" select="{path}"/></get></rpc>')
+    assert session.ended() == (1, "omad-session: the request takes too long\n")
+    assert "TableName" in other.rpc(command("tbl-usage"))
+
+
 def test_a_session_that_is_killed(agent):
     other = agent.raw().hello()
     session = agent.raw("victim").hello()

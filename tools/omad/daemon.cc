@@ -57,6 +57,13 @@ std::string AddressOf(const std::string &text) {
   return known && (zone == text.npos || IsUserName(text.substr(zone + 1))) ? text : "";
 }
 
+// Of a command, for the record. What only tells how it is asked, or what was wrong, has changed nothing.
+std::string ResultOf(const host::WorkerAnswer &answer) {
+  if (!answer.failure.empty()) return "failed: " + answer.failure;
+  if (answer.handler.refused) return "failed: its answer only says what was wrong";
+  return answer.handler.sent || answer.handler.result == 0 ? "ok" : "failed: the system log has the reason";
+}
+
 }  // namespace
 
 Daemon::Daemon(const Options &options, const host::Model &model, host::Record *record,
@@ -155,7 +162,12 @@ void Daemon::Accept(int listener) {
   ucred peer{};
   socklen_t size = sizeof peer;
   if (getsockopt(socket.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return;
-  if (clients_.size() >= options_.limits.sessions + kPendingConnections) return;
+  // Who only connects and says nothing keeps nobody out.
+  if (clients_.size() >= options_.limits.sessions + kPendingConnections) {
+    const auto silent = std::ranges::find(clients_, 0u, &Client::number);
+    if (silent == clients_.end()) return;
+    clients_.erase(silent);
+  }
   clients_.emplace_back(std::move(socket), peer.uid);
 }
 
@@ -296,11 +308,7 @@ void Daemon::FinishWork() {
   }
   Client *client = Find(work.who.number);
   if (work.command && work.changes) {
-    const bool done = answer->failure.empty() && (answer->handler.sent || answer->handler.result == 0);
-    WriteDone([&] {
-      const std::string why = answer->failure.empty() ? "the system log has the reason" : answer->failure;
-      RecordCommand(work.who, *work.command, done ? "ok" : "failed: " + why);
-    });
+    WriteDone([&] { RecordCommand(work.who, *work.command, ResultOf(*answer)); });
   }
   if (client == nullptr) return;
   client->asking = false;
@@ -383,6 +391,15 @@ bool Daemon::ListEntries(int listener, int signals) {
   return true;
 }
 
+// What runs when the agent stops may have changed something already.
+void Daemon::RecordUnanswered() {
+  const auto record = [&](const Work &work, const char *result) {
+    if (work.command && work.changes) WriteDone([&] { RecordCommand(work.who, *work.command, result); });
+  };
+  if (running_) record(*running_, "failed: the agent stopped before it had its result");
+  for (const Work &each : waiting_) record(each, "failed: the agent stopped before its turn came");
+}
+
 void Daemon::Serve(int listener, int signals, const std::function<void(int)> &onSignal) {
   while (true) {
     if (!host::UnlessShort(false, [&] { return ListEntries(listener, signals); })) {
@@ -413,6 +430,7 @@ void Daemon::Serve(int listener, int signals, const std::function<void(int)> &on
     EndIdle();
     Sweep();
   }
+  RecordUnanswered();
   for (Client &each : clients_) OrBreak(&each, [&each] { each.Bye("the agent stops"); });
   Sweep();
 }

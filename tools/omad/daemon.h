@@ -81,6 +81,7 @@ class Daemon {
   void TakeLook(const host::WorkerAnswer &answer);
   void StartWork();
   void FinishWork();
+  void RecordUnanswered();
   void SayLost(const char *why);
   template <typename Action>
   void WriteDone(const Action &write);

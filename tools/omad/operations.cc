@@ -71,12 +71,9 @@ std::string ParametersText(const Call &call) {
 // at where they are used.
 void CheckParameters(const Call &call, const lysc_node *operation) {
   using Kind = RequestError::Kind;
-  const auto *action = reinterpret_cast<const lysc_node_action *>(operation);
   std::vector<std::string_view> seen;
   for (const auto &[name, value] : call.parameters) {
-    const lysc_node *child = action->input.child;
-    while (child != nullptr && child->name != name) child = child->next;
-    if (child == nullptr) {
+    if (lys_find_child(operation, operation->module, name.c_str(), name.size(), 0, 0) == nullptr) {
       throw RequestError(Kind::kUnknownParameter, name,
                          call.operation + " has no parameter " + host::Quoted(name));
     }
@@ -134,13 +131,17 @@ void Daemon::TakeCall(Client *client, const host::Frame &frame) {
                                    client->user + " may not run " + call.operation)
                               .At(PathOf(call), call.space));
   }
+  const auto recordRefused = [&](const HostError &error) {
+    if (module == model_.module() && denied)
+      RecordCommand(*client, call, std::string("refused: ") + error.what());
+  };
   try {
     Run(client, call, operation);
   } catch (const RpcError &error) {
+    recordRefused(error);
     Refuse(client, error);
   } catch (const RequestError &error) {
-    if (module == model_.module() && denied)
-      RecordCommand(*client, call, std::string("refused: ") + error.what());
+    recordRefused(error);
     Refuse(client, AsRpcError(call, error));
   } catch (const HostError &error) {
     Refuse(client, Failed(call, error.what()));
@@ -170,9 +171,9 @@ void Daemon::RunCommand(Client *client, const Call &call, bool changes) {
   // Where nothing runs the first one begins as soon as all that has come is taken.
   const size_t waiting = waitingCommands_ - (!running_ && waitingCommands_ != 0);
   if (waiting >= options_.limits.waiting) {
-    return Refuse(client, RpcError(Layer::kApplication, "resource-denied",
-                                   std::to_string(waiting) + " commands wait already; ask again later")
-                              .At(PathOf(call), call.space));
+    throw RpcError(Layer::kApplication, "resource-denied",
+                   std::to_string(waiting) + " commands wait already; ask again later")
+        .At(PathOf(call), call.space);
   }
   ++waitingCommands_;
   waiting_.push_back({*client, host::WorkerJob::Run(*handler, request.get()), call, changes});

@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -115,6 +116,16 @@ bool WriteSome(int fd, std::string *bytes) {
   return true;
 }
 
+// What comes in one turn is done in milliseconds, unless somebody asks for what takes years: omad has ended
+// the session meanwhile, and nobody would end the process.
+constexpr itimerval kTurn{{}, {5, 0}};
+
+void EndTurn(int) {
+  constexpr char kWhy[] = "omad-session: the request takes too long\n";
+  if (write(STDERR_FILENO, kWhy, sizeof kWhy - 1) >= 0) _exit(1);
+  _exit(1);
+}
+
 class Session {
  public:
   explicit Session(UniqueFd agent) : agent_(std::move(agent)), dialogue_(SelectXpath) {}
@@ -135,6 +146,7 @@ class Session {
       // A client that is gone is noticed while its answer is awaited, too.
       if (entries[0].fd < 0 && !clientGone_) entries[0] = {STDIN_FILENO, 0, 0};
       if (poll(entries, 3, -1) < 0 && errno != EINTR) return "the system cannot wait";
+      setitimer(ITIMER_PROF, &kTurn, nullptr);
       if (entries[1].revents != 0 && !WriteClient()) return "";
       if (entries[2].revents != 0 && !TalkToAgent(entries[2].revents)) return "omad has ended";
       if ((entries[0].revents & (POLLERR | POLLNVAL)) != 0) return "";
@@ -186,6 +198,7 @@ class Session {
 int Main(int argc, char **argv) {
   host::BeginProgram("omad-session");
   std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGPROF, EndTurn);
   try {
     const CommandLine line = Parse(Arguments(argc, argv));
     if (line.help || line.version) {

@@ -37,7 +37,7 @@ constexpr rlim_t kMemory = 512u << 20;
     SYS_brk,       SYS_mmap,   SYS_munmap,     SYS_mremap,       SYS_mprotect,        SYS_madvise,
     SYS_futex,     SYS_exit,   SYS_exit_group, SYS_rt_sigreturn, SYS_rt_sigprocmask,  SYS_clock_gettime,
     SYS_getrandom, SYS_fstat,  SYS_newfstatat, SYS_lseek,        SYS_restart_syscall, SYS_getpid,
-    SYS_gettid,    SYS_writev,
+    SYS_gettid,    SYS_writev, SYS_setitimer,
 #ifdef SYS_poll
     SYS_poll,
 #endif
