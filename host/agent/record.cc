@@ -12,6 +12,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "host/base/direction.h"
 #include "host/base/trust.h"
 #include "host/netconf/xml_text.h"
 #include "host/wire/socket_address.h"
@@ -30,12 +31,12 @@ std::string LineText(std::string text) {
   std::string line;
   for (size_t i = 0; i < text.size(); ++i) {
     const auto c = static_cast<unsigned char>(text[i]);
-    // U+0080 to U+009F steer terminals as well, and U+2028 and U+2029 end lines for some.
+    // U+0080 to U+009F steer terminals as well.
     const bool steers = c == 0xc2 && static_cast<unsigned char>(text[i + 1]) < 0xa0;
-    const bool ends = text.compare(i, 3, "\xe2\x80\xa8") == 0 || text.compare(i, 3, "\xe2\x80\xa9") == 0;
-    const bool shown = c >= 0x20 && c != 0x7f && !steers && !ends;
+    const bool turns = TurnsAround(std::string_view(text).substr(i));
+    const bool shown = c >= 0x20 && c != 0x7f && !steers && !turns;
     line += shown ? text[i] : '?';
-    i += steers ? 1 : ends ? 2 : 0;
+    if (steers || turns) i += c == 0xe2 ? 2 : 1;
   }
   return line;
 }

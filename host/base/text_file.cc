@@ -27,19 +27,17 @@ class OpenFile {
   int fd_;
 };
 
-}  // namespace
-
-std::string ReadTextFile(const std::string &path, uint64_t limit) {
+std::string Read(const std::string &path, uint64_t limit, const char *kind, const char *mend) {
   const OpenFile file(path);
   struct stat info {};
   if (file.fd() < 0 || fstat(file.fd(), &info) != 0) {
     throw HostError(path + ": " + std::strerror(errno) + " (name a readable file)");
   }
-  if (!S_ISREG(info.st_mode)) throw HostError(path + ": not a regular file (name a YAML file)");
+  if (!S_ISREG(info.st_mode)) throw HostError(path + ": not a regular file (name a " + kind + ")");
   const auto size = static_cast<uint64_t>(info.st_size);
   if (size > limit) {
     throw HostError(path + ": " + std::to_string(size) + " bytes are too many (the limit is " +
-                    std::to_string(limit) + "; use repeat for many entries)");
+                    std::to_string(limit) + mend + ")");
   }
   std::string text(size, '\0');
   size_t filled = 0;
@@ -51,6 +49,14 @@ std::string ReadTextFile(const std::string &path, uint64_t limit) {
   }
   text.resize(filled);
   return text;
+}
+
+}  // namespace
+
+std::string ReadTextFile(const std::string &path, uint64_t limit) { return Read(path, limit, "file", ""); }
+
+std::string ReadYamlFile(const std::string &path, uint64_t limit) {
+  return Read(path, limit, "YAML file", "; use repeat for many entries");
 }
 
 }  // namespace qdt::host

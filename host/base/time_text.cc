@@ -98,7 +98,7 @@ std::optional<uint64_t> ReadTime(std::string_view text) {
   uint64_t fraction = 0;
   int64_t ahead = 0;
   // A minute may have a leap second.
-  if (!TakeNumber(&text, 4, 1970, 2400, &year) || !Take(&text, '-') || !TakeNumber(&text, 2, 1, 12, &month) ||
+  if (!TakeNumber(&text, 4, 0, 9999, &year) || !Take(&text, '-') || !TakeNumber(&text, 2, 1, 12, &month) ||
       !Take(&text, '-') || !TakeNumber(&text, 2, 1, DaysOf(year, month), &day) || !Take(&text, 'T') ||
       !TakeNumber(&text, 2, 0, 23, &hour) || !Take(&text, ':') || !TakeNumber(&text, 2, 0, 59, &minute) ||
       !Take(&text, ':') || !TakeNumber(&text, 2, 0, 60, &second) || !TakeFraction(&text, &fraction) ||
@@ -112,7 +112,8 @@ std::optional<uint64_t> ReadTime(std::string_view text) {
   parts.tm_min = minute;
   parts.tm_sec = second;
   const int64_t seconds = timegm(&parts) - ahead;
-  if (seconds < 0) return {};
+  if (seconds < 0) return 0;
+  if (static_cast<uint64_t>(seconds) >= kEndOfTime / kNanoseconds) return kEndOfTime;
   return static_cast<uint64_t>(seconds) * kNanoseconds + fraction;
 }
 

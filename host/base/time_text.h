@@ -18,7 +18,8 @@ uint64_t TimerMilliseconds();
 std::string UtcText(uint64_t nanoseconds);
 
 // The nanoseconds since 1970 of a time of RFC 3339, with any zone: "2026-11-22T07:39:57.123+01:00". Nothing
-// for what is none, and for times before 1970 and after 2400.
+// for what is none; 0 for times before 1970, and kEndOfTime for those behind it.
+constexpr uint64_t kEndOfTime = INT64_MAX;  // in 2262
 std::optional<uint64_t> ReadTime(std::string_view text);
 
 }  // namespace qdt::host

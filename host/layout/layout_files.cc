@@ -30,7 +30,7 @@ Layout ReadLayoutDirectory(const std::string &directory) {
     throw HostError(directory + ": " + error.message() + " (name a readable directory of layout files)");
   std::sort(paths.begin(), paths.end());
   LayoutReader reader;
-  for (const std::string &path : paths) reader.ReadFile(YamlTree(path, ReadTextFile(path, kMaxLayoutFile)));
+  for (const std::string &path : paths) reader.ReadFile(YamlTree(path, ReadYamlFile(path, kMaxLayoutFile)));
   return reader.Finish();
 }
 

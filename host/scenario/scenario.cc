@@ -148,7 +148,7 @@ class ScenarioReader {
 
   std::string TextOf(const std::string &file, const YamlNode &entry) const {
     try {
-      return ReadTextFile(file, Scenario::kMaxFileSize);
+      return ReadYamlFile(file, Scenario::kMaxFileSize);
     } catch (const HostError &error) {
       Fail(entry, std::string(kInclude), error.what());
     }
@@ -451,7 +451,7 @@ class ScenarioReader {
 };
 
 Scenario Scenario::Load(const std::string &path, const Layout &layout) {
-  return FromText(path, ReadTextFile(path, kMaxFileSize), layout);
+  return FromText(path, ReadYamlFile(path, kMaxFileSize), layout);
 }
 
 Scenario Scenario::FromText(const std::string &file, std::string_view text, const Layout &layout) {
@@ -464,7 +464,7 @@ Scenario Scenario::Check(const std::string &path, const Layout &layout, Mistakes
   const size_t before = mistakes->count();
   Attempt(mistakes, [&] {
     ScenarioReader reader(layout, mistakes);
-    scenario = reader.Read(path, ReadTextFile(path, kMaxFileSize));
+    scenario = reader.Read(path, ReadYamlFile(path, kMaxFileSize));
     if (mistakes->count() == before) *warnings = reader.Warnings(scenario, most);
   });
   return scenario;

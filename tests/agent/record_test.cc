@@ -38,7 +38,8 @@ TEST(Record, NothingOfAValueEndsIt) {
   EXPECT_EQ(Told(std::string("a\0b", 3)), "a?b");
   EXPECT_EQ(Told("\xc3\xa4 \xe2\x82\xac"), "\xc3\xa4 \xe2\x82\xac");
   EXPECT_EQ(Told("\xc2\x85 \xc2\x9b \xc2\xa0"), "? ? \xc2\xa0") << "controls of two bytes";
-  EXPECT_EQ(Told("\xe2\x80\xa8\xe2\x80\xa9\xe2\x80\xaa"), "??\xe2\x80\xaa") << "ends of lines and paragraphs";
+  EXPECT_EQ(Told("\xe2\x80\xa8\xe2\x80\xa9"), "??") << "ends of lines and paragraphs";
+  EXPECT_EQ(Told("\xe2\x80\xaa\xe2\x80\xae\xe2\x81\xa6\xd8\x9c\xe2\x80\xa7"), "????\xe2\x80\xa7") << "turns";
   EXPECT_EQ(Told("\xff\xc3"), "??");
 }
 

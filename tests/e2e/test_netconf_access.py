@@ -257,8 +257,9 @@ def test_the_record(engine):
         assert "TableName" in olga.rpc(command("tbl-usage"))
         # An answer that only tells how it is asked is one all the same, and has changed nothing.
         assert "egn help" in ada.rpc(command("egn-dbg-switch-set", "<level>error</level>"))
-        # Nothing of what clients send ends a line, a value or the data.
-        forged = 'diag "] x\\\n&lt;85>1 2026-01-01T00:00:00Z h omad 1 LOGIN [omad@32473 user="root"] \x85&#x2028;&#x9b;2J\t!'
+        # Nothing of what clients send ends a line, a value or the data, or passes for a parameter.
+        assert ada.error(command("reset-session", "<protocol>17 type=ipv6</protocol>"))[1] == "invalid-value"
+        forged = 'diag "] x\\\n&lt;85>1 2026-01-01T00:00:00Z h omad 1 LOGIN [omad@32473 user="root"] \x85&#x2028;&#x9b;2J\t&#x202e;!'
         ada.rpc(command("cmdline", f"<cmdline>{forged}</cmdline>"))
         ada.rpc(command("cmdline", f'<cmdline>diag {"x" * 5000}</cmdline>'))
         assert "<ok/>" in ada.rpc("<close-session/>")
@@ -280,10 +281,11 @@ def test_the_record(engine):
             {"event": "COMMAND", "user": "ada", "address": "2001:db8::5", "operation": "egn-dbg-switch-set",
              "parameters": "level=error", "result": "failed: its answer only says what was wrong"},
         ]
-        assert lines[6]["parameters"] == ('cmdline=diag "] x\\?<85>1 2026-01-01T00:00:00Z h omad 1 LOGIN [omad@32473 user="root"] '
-                                          "???2J?!")
-        assert lines[7]["parameters"] == f"cmdline=diag {'x' * (2048 - 13)}..."
-        assert [line["event"] for line in lines[8:]] == ["LOGOUT", "LOGOUT"]
+        assert lines[6]["parameters"] == 'protocol="17 type=ipv6"' and lines[6]["result"].startswith("refused: ")
+        assert lines[7]["parameters"] == (r'cmdline="diag \"] x\\?<85>1 2026-01-01T00:00:00Z h omad 1 LOGIN [omad@32473 user=\"root\"] '
+                                          '???2J??!"')
+        assert lines[8]["parameters"] == f"cmdline=\"diag {'x' * (2048 - 14)}..."
+        assert [line["event"] for line in lines[9:]] == ["LOGOUT", "LOGOUT"]
         assert {line["reason"] for line in agent.recorded("LOGOUT")} == {"closed by the client", "the connection was lost"}
         assert {line["priority"] for line in agent.recorded()} == {84, 85}
         assert agent.record.stat().st_mode & 0o777 == 0o600

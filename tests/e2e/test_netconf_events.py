@@ -205,6 +205,9 @@ def test_a_subscription_that_stops(agent):
     # In the past: the replay, and that is all.
     session = subscribed(agent, "<startTime>2026-01-01T00:00:00Z</startTime><stopTime>2026-01-02T00:00:00Z</stopTime>")
     assert names_until(session, "notificationComplete") == ["replayComplete", "notificationComplete"]
+    # However far the times are.
+    far = subscribed(agent, "<startTime>1969-12-31T23:59:59Z</startTime><stopTime>9999-12-31T23:59:59Z</stopTime>")
+    assert names_until(far, "replayComplete")[-1] == "replayComplete"
     # Soon: what comes until then. The session goes on, and may subscribe again.
     stop = (now + datetime.timedelta(seconds=2)).isoformat()
     assert "<ok/>" in subscribe(session, f"<startTime>{now.isoformat()}</startTime><stopTime>{stop}</stopTime>")

@@ -61,9 +61,21 @@ const std::string *ParameterOf(const Call &call, std::string_view name) {
 }
 
 // "protocol=17 type=ipv6"
+// A value that could pass for another parameter stands in quotes.
+std::string ValueText(const std::string &value) {
+  if (value.find_first_of(" \t\r\n\"=") == value.npos) return value;
+  std::string text = "\"";
+  for (const char c : value) {
+    if (c == '"' || c == '\\') text += '\\';
+    text += c;
+  }
+  return text + '"';
+}
+
 std::string ParametersText(const Call &call) {
   std::string text;
-  for (const auto &[name, value] : call.parameters) text += (text.empty() ? "" : " ") + name + '=' + value;
+  for (const auto &[name, value] : call.parameters)
+    text += (text.empty() ? "" : " ") + name + '=' + ValueText(value);
   return text;
 }
 

@@ -61,10 +61,9 @@ std::string SchemasOf(const Model &model) {
 }
 
 std::string StatisticsText(const Counters &counters) {
-  return XmlLeaf("netconf-start-time", TimeText(counters.start)) + "<in-bad-hellos>0</in-bad-hellos>" +
-         XmlLeaf("in-sessions", counters.sessions) + XmlLeaf("dropped-sessions", counters.lostSessions) +
-         XmlLeaf("in-rpcs", counters.calls) + XmlLeaf("out-rpc-errors", counters.errors) +
-         XmlLeaf("out-notifications", counters.notifications);
+  return XmlLeaf("netconf-start-time", TimeText(counters.start)) + XmlLeaf("in-sessions", counters.sessions) +
+         XmlLeaf("dropped-sessions", counters.lostSessions) + XmlLeaf("in-rpcs", counters.calls) +
+         XmlLeaf("out-rpc-errors", counters.errors) + XmlLeaf("out-notifications", counters.notifications);
 }
 
 // The one stream, whose log begins with the agent.

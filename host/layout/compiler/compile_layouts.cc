@@ -176,7 +176,7 @@ void Compile(const std::string &out, const std::vector<std::string> &paths) {
   std::vector<std::string> texts;
   std::vector<std::string> names;
   for (const std::string &path : paths) {
-    texts.push_back(ReadTextFile(path, kMaxFile));
+    texts.push_back(ReadYamlFile(path, kMaxFile));
     names.push_back(std::filesystem::path(path).filename().string());
   }
   std::vector<LayoutText> files;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "host/base/direction.h"
 #include "host/layout/text_marks.h"
 #include "host/layout/value_text.h"
 
@@ -10,22 +11,13 @@ namespace qdt::nqecli {
 namespace {
 
 using host::TextMarks;
+using host::TurnsAround;
 
 constexpr size_t kLongestCharacter = 4;
 
 bool g_raw = false;
 
 bool IsPlain(char c) { return (c >= ' ' && c <= '~') || c == '\n' || c == '\t'; }
-
-// The text's first character turns the direction of what follows, so that a terminal may show it elsewhere,
-// or ends a line to who knows Unicode: U+061C, U+200E, U+200F, U+2028 to U+202E, U+2066 to U+2069.
-bool TurnsAround(std::string_view text) {
-  if (text.starts_with("\xd8\x9c")) return true;
-  if (text.size() < 3 || text[0] != '\xe2') return false;
-  const auto second = static_cast<uint8_t>(text[1]), third = static_cast<uint8_t>(text[2]);
-  if (second == 0x80) return third == 0x8e || third == 0x8f || (third >= 0xa8 && third <= 0xae);
-  return second == 0x81 && third >= 0xa6 && third <= 0xa9;
-}
 
 // Whether the text may be the beginning of a character, or of a line's end as CSV has it.
 bool MayGoOn(std::string_view text) {
