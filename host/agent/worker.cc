@@ -1,9 +1,11 @@
 #include "host/agent/worker.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -45,6 +47,7 @@ enum ReplyWord : uint32_t {
 constexpr size_t kPartSize = kFrameLimit / 2;
 constexpr size_t kMostOfAnswer = 64u << 20;
 constexpr auto kPatience = std::chrono::seconds(120);  // that a handler may take
+constexpr int kEndMilliseconds = 5000;
 
 bool Send(int channel, uint32_t word, std::string_view text) {
   const std::string frame = EncodeFrame(word, text);
@@ -148,7 +151,10 @@ WorkerJob WorkerJob::Walk(size_t source, const std::string &from, const std::str
   return {kWalk | static_cast<uint32_t>(source), std::move(text)};
 }
 
-AgentWorker::~AgentWorker() { End(); }
+AgentWorker::~AgentWorker() {
+  if (pid_ >= 0 && !busy_) AwaitEnd();
+  End();
+}
 
 void AgentWorker::Start() {
   int ends[2];
@@ -175,6 +181,17 @@ void AgentWorker::Start() {
     throw SystemError("cannot start a worker");
   }
   channel_ = std::move(ours);
+}
+
+// One that waits for a job ends by itself with its channel.
+void AgentWorker::AwaitEnd() {
+  channel_ = UniqueFd();
+  const UniqueFd process(static_cast<int>(syscall(SYS_pidfd_open, pid_, 0)));
+  pollfd ending{process.get(), POLLIN, 0};
+  if (!process.ok() || poll(&ending, 1, kEndMilliseconds) != 1) return;
+  while (waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) {
+  }
+  pid_ = -1;
 }
 
 void AgentWorker::End() {

@@ -69,6 +69,7 @@ class AgentWorker {
 
  private:
   void Start();
+  void AwaitEnd();
   void End();
   // Starts the process where there is none, and gives it the job. False when that cannot be done.
   bool GiveJob();
