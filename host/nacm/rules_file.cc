@@ -212,6 +212,7 @@ class RuleReader {
       rule.what = NacmRule::What::kData;
       rule.path = ReadPath(lyd_get_value(path));
     }
+    CheckAccesses(rule);
     return rule;
   }
 
@@ -249,16 +250,43 @@ class RuleReader {
                     DidYouMean(nearest, "\"*\" means all of them"));
   }
 
+  // A rule that has none of the ways in which its subject is asked for never applies.
+  void CheckAccesses(const NacmRule &rule) const {
+    constexpr auto kExec = static_cast<uint8_t>(NacmAccess::kExec);
+    constexpr auto kRead = static_cast<uint8_t>(NacmAccess::kRead);
+    struct Ways {
+      NacmRule::What subject;
+      uint8_t accesses;
+      const char *names;
+    };
+    static constexpr Ways kWays[] = {
+        {NacmRule::What::kAny, 0xff, "all (leave them out for all)"},
+        {NacmRule::What::kOperation, kExec, "exec, with which operations are asked for"},
+        {NacmRule::What::kNotification, kRead, "read, with which notifications are heard"},
+        {NacmRule::What::kData, 0xff & ~kExec,
+         "create, read, update and delete, with which data is asked for"},
+    };
+    const Ways &ways = *std::ranges::find(kWays, rule.what, &Ways::subject);
+    if ((rule.accesses & ways.accesses) != 0) return;
+    throw HostError(file_.PlaceOf(rule.name) + "the rule " + Quoted(rule.name) +
+                    " never applies: its access-operations lack " + ways.names);
+  }
+
   std::vector<NacmStep> ReadPath(const std::string &path) const {
     if (path == "/") return {};
     std::vector<NacmStep> steps = StepsOf(path);
     std::string schema;
     for (const NacmStep &step : steps) schema += '/' + step.module + ':' + step.node;
     ly_err_clean(const_cast<ly_ctx *>(context_), nullptr);
-    if (steps.empty() || lys_find_path(context_, nullptr, schema.c_str(), 0) == nullptr) {
-      throw HostError(file_.PlaceOf(steps.empty() ? path : steps.back().node) + Quoted(path) +
+    const lysc_node *node = steps.empty() ? nullptr : lys_find_path(context_, nullptr, schema.c_str(), 0);
+    const std::string place = file_.PlaceOf(steps.empty() ? path : steps.back().node) + Quoted(path);
+    if (node == nullptr)
+      throw HostError(place +
                       " leads to no data of a module (write \"/prefix:node/...\", and \"/\" for all data)");
-    }
+    if ((node->nodetype & (LYS_RPC | LYS_ACTION)) != 0)
+      throw HostError(place + " is an operation and no data (name it by rpc-name)");
+    if (node->nodetype == LYS_NOTIF)
+      throw HostError(place + " is a notification and no data (name it by notification-name)");
     return steps;
   }
 
