@@ -141,13 +141,14 @@ void Read(const std::string &tool, const Engine &engine, int number) {
 }
 
 // Every command finds what it looks for: nothing has changed since the copy was made.
-void TryReaders(const std::string &tool, const Engine &engine) {
+bool TryReaders(const std::string &tool, const Engine &engine) {
   for (int number = 0; number < kReaders; ++number) {
     const std::string command = Command(tool, engine, number);
     if (std::system(command.c_str()) == 0) continue;
     std::fprintf(stderr, "readers_bench: fails: %s\n", command.c_str());
-    std::exit(2);
+    return false;
   }
+  return true;
 }
 
 // The value that a part of them do not exceed.
@@ -159,8 +160,7 @@ double At(std::vector<double> values, double part) {
 int Run(const std::string &tool, int rounds) {
   const Engine other;
   Engine engine;
-  TryReaders(tool, other);
-  TryReaders(tool, engine);
+  if (!TryReaders(tool, other) || !TryReaders(tool, engine)) return 2;
   engine.Change();
   const auto change = [&](const Engine &readersEngine) {
     const Processes readers([&](int number) { Read(tool, readersEngine, number); });

@@ -13,7 +13,7 @@ import sys
 
 TOKEN = re.compile(r"""\s+ | //[^\n]* | /\*.*?\*/ | (?P<mark>[{};+]) | "(?P<double>(?:[^"\\]|\\.)*)" | '(?P<single>[^']*)'
                        | (?P<word>[^\s{};"']+)""", re.X | re.S)
-MAX_LINE = 72  # RFC 8407, 4.3: of the text of an RFC, 69 with the module's own indentation taken off
+MAX_LINE = 72  # what stands in a line of an RFC (RFC 7994)
 MAX_NAME = 64
 
 NODES = {"container", "leaf", "leaf-list", "list", "choice", "anydata", "anyxml", "uses"}
@@ -139,7 +139,7 @@ def out_of_order(statement):
 def lacking(statement, shows):
     needed = NEEDED.get(statement.keyword, ["description"] if statement.keyword in DESCRIBED else [])
     for keyword in needed:
-        # What an enumeration's name or a condition's message says is said.
+        # What a condition means may be said by its message.
         if not statement.has(keyword) and not (statement.keyword == "must" and statement.has("error-message")):
             yield statement.line, f'"{statement.keyword} {shows}" lacks "{keyword}"'
 
@@ -186,9 +186,13 @@ def main(paths):
         sys.exit(__doc__)
     wrong = 0
     for path in map(pathlib.Path, paths):
-        for line, text in mistakes(path.read_text(encoding="ascii")):
+        try:
+            found = list(mistakes(path.read_text(encoding="ascii")))
+        except (OSError, ValueError, IndexError) as error:
+            sys.exit(f"check_models: {path}: no module that can be read: {error}")
+        for line, text in found:
             print(f"{path.name}:{line}: {text}")
-            wrong += 1
+        wrong += len(found)
     sys.exit(1 if wrong else 0)
 
 

@@ -47,7 +47,7 @@ enum ReplyWord : uint32_t {
 constexpr size_t kPartSize = kFrameLimit / 2;
 constexpr size_t kMostOfAnswer = 64u << 20;
 constexpr auto kPatience = std::chrono::seconds(120);  // that a handler may take
-constexpr int kEndMilliseconds = 5000;
+constexpr int kEndMilliseconds = 5000;                 // that a worker with nothing to do may take to end
 
 bool Send(int channel, uint32_t word, std::string_view text) {
   const std::string frame = EncodeFrame(word, text);
@@ -188,7 +188,10 @@ void AgentWorker::AwaitEnd() {
   channel_ = UniqueFd();
   const UniqueFd process(static_cast<int>(syscall(SYS_pidfd_open, pid_, 0)));
   pollfd ending{process.get(), POLLIN, 0};
-  if (!process.ok() || poll(&ending, 1, kEndMilliseconds) != 1) return;
+  if (process.ok() && poll(&ending, 1, kEndMilliseconds) == 1) Reap();
+}
+
+void AgentWorker::Reap() {
   while (waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) {
   }
   pid_ = -1;
@@ -197,9 +200,7 @@ void AgentWorker::AwaitEnd() {
 void AgentWorker::End() {
   if (pid_ >= 0) {
     kill(pid_, SIGKILL);
-    while (waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) {
-    }
-    pid_ = -1;
+    Reap();
   }
   // Only now: when the channel ends a worker begins an end of its own, in the middle of which it would die.
   channel_ = UniqueFd();

@@ -70,6 +70,7 @@ class AgentWorker {
  private:
   void Start();
   void AwaitEnd();
+  void Reap();
   void End();
   // Starts the process where there is none, and gives it the job. False when that cannot be done.
   bool GiveJob();
