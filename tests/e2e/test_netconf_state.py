@@ -4,11 +4,13 @@ import json
 import pathlib
 import re
 import signal
+import socket
+import struct
 
 import pytest
 from ncclient.xml_ import to_ele
 
-from conftest import BIN, ROOT, engine_on, engine_place, wait_until
+from conftest import BIN, PATIENCE, ROOT, engine_on, engine_place, wait_until
 from netconf import BASE, END_1_0, NACM
 from test_measurement import parse_pmc
 from test_netconf_access import agent_without_ssh, worker_of
@@ -205,6 +207,71 @@ def test_rules_of_access_filter_it(engine):
             assert any(row["index"] == "1" for row in found) != denied and len(found) > 20
             assert (entries(filtered(who, "<statistics/>"), "statistics", "counter") == []) == denied
             assert len(entries(filtered(who, "<tables/>"), "tables", "table")) > 80
+
+
+class Link:
+    """What a process says to omad that is no omad-session: frames of fields."""
+
+    HELLO, CALL, NEXT = 1, 2, 3
+    DATA, DATA_END = 6, 7
+
+    def __init__(self, agent, user):
+        self.socket = socket.socket(socket.AF_UNIX)
+        self.socket.settimeout(PATIENCE)
+        self.socket.connect(str(agent.socket))
+        self.ask(self.HELLO, user, "-", "2")
+        self.answer()
+
+    def ask(self, word, *fields):
+        text = b"".join(struct.pack("<I", len(field)) + field.encode() for field in fields)
+        self.socket.sendall(struct.pack("<II", len(text), word) + text)
+
+    def answer(self):
+        length, word = struct.unpack("<II", self.exactly(8))
+        return word, self.exactly(length)
+
+    def exactly(self, count):
+        bytes_ = b""
+        while len(bytes_) < count:
+            piece = self.socket.recv(count - len(bytes_))
+            assert piece, "omad has closed the connection"
+            bytes_ += piece
+        return bytes_
+
+    def get(self, *places):
+        """All data that these places lead to."""
+        self.ask(self.CALL, BASE, "get", *(field for place in places for field in ("want", place)))
+        data = b""
+        while (answer := self.answer())[0] == self.DATA:
+            data += answer[1]
+            self.ask(self.NEXT)
+        assert answer == (self.DATA_END, b"")
+        return data
+
+
+def test_what_is_asked_of_a_denied_leaf_tells_nothing(engine):
+    """A place's condition leaves entries out before the rules do: not for those who may not read its leaf."""
+    with agent_without_ssh(engine, observer=["olga", "otto"]) as agent:
+        rules = agent.rules / "aa.xml"
+        rules.write_text(f"""\
+<nacm xmlns="{NACM}"><groups><group><name>few</name><user-name>otto</user-name></group></groups>
+  <rule-list><name>a</name><group>few</group>
+    <rule><name>keys</name><module-name>tavrix-engine-state</module-name>
+      <path xmlns:e="{STATE}">/e:engine/e:sessions/e:session/e:index</path>
+      <access-operations>read</access-operations><action>deny</action></rule>
+  </rule-list></nacm>
+""")
+        rules.chmod(0o600)
+        agent.process.send_signal(signal.SIGHUP)
+        wait_until(lambda: agent.recorded("RULES"), "the rules to be read")
+        sessions = f"{{{STATE}}}engine/sessions"
+        whole, few = Link(agent, "olga"), Link(agent, "otto")
+        number = whole.get(sessions).count(b"<session>")
+        assert number > 20
+        for condition, there in (("?index=1", 1), ("?index=4294967295", 0)):
+            assert whole.get(sessions + condition).count(b"<session>") == there
+            assert few.get(sessions + condition).count(b"<session>") == number
+        assert b"<index>" in whole.get(sessions) and b"<index>" not in few.get(sessions)
 
 
 def memory_of(pid, name="VmHWM"):

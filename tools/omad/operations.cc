@@ -225,7 +225,7 @@ void Daemon::Get(Client *client, const Call &call) {
                          "get has no parameter " + host::Quoted(name));
     places.push_back(value);
   }
-  client->walk = DataWalk{state_.Wanted(places), {}};
+  client->walk = DataWalk{state_.Wanted(places, host::NacmUser(rules_, client->user)), {}};
   std::ranges::reverse(client->walk->parts);
   WalkOn(client);
 }

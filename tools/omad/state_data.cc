@@ -74,7 +74,8 @@ void StateData::NoteDenied(const lysc_node *node, const std::string &path) {
     NoteDenied(child, path + '/' + child->name);
 }
 
-std::vector<DataWalk::Part> StateData::Wanted(const std::vector<std::string> &places) const {
+std::vector<DataWalk::Part> StateData::Wanted(const std::vector<std::string> &places,
+                                              const host::NacmUser &user) const {
   std::vector<DataWalk::Part> parts;
   for (size_t i = 0; i < sources_.size(); ++i) {
     const host::StateSource &source = sources_[i].source;
@@ -92,15 +93,20 @@ std::vector<DataWalk::Part> StateData::Wanted(const std::vector<std::string> &pl
       ++matches;
       condition = wanted.substr(std::min(mark + 1, wanted.size()));
     }
+    if (matches == 0 && !places.empty()) continue;
     // One condition for a part; of several places with one each all of it is walked.
-    if (matches != 0 || places.empty()) parts.push_back({i, matches == 1 ? condition : ""});
+    if (matches != 1 || !MayReadWhole(sources_[i], user)) condition.clear();
+    parts.push_back({i, std::move(condition)});
   }
   return parts;
 }
 
+bool StateData::MayReadWhole(const Source &source, const host::NacmUser &user) const {
+  return !source.looksInto && !user.LooksInto(schema_.moduleOf(source.space));
+}
+
 bool StateData::MayRead(const Source &source, const host::NacmUser &user, StateRecord *record) const {
-  const std::string module = schema_.moduleOf(source.space);
-  if (!source.looksInto && !user.LooksInto(module)) {
+  if (MayReadWhole(source, user)) {
     XmlElement top;
     top.space = source.space;
     top.name = source.source.node;

@@ -25,8 +25,11 @@ class StateData {
   bool IsOfEngine(size_t place) const { return place >= own_; }
   size_t EnginePlace(size_t place) const { return place - own_; }
 
-  // The sources of these places (host/session/places.h); all of them when none is named.
-  std::vector<DataWalk::Part> Wanted(const std::vector<std::string> &places) const;
+  // The sources of these places (host/session/places.h); all of them when none is named. Of what this user
+  // may read only a part of, a place's condition is left to the session: the entries that it leaves would
+  // tell what the user may not read.
+  std::vector<DataWalk::Part> Wanted(const std::vector<std::string> &places,
+                                     const host::NacmUser &user) const;
 
   // A piece for a session: the list keys of the source, and of the records what this user may read.
   std::string Piece(size_t place, const host::NacmUser &user, std::vector<host::StateRecord> records) const;
@@ -42,6 +45,8 @@ class StateData {
     bool looksInto = false;  // the model denies some of it
   };
   void NoteDenied(const lysc_node *node, const std::string &path);
+  // Whether the user may read all of a record or nothing.
+  bool MayReadWhole(const Source &source, const host::NacmUser &user) const;
   bool MayRead(const Source &source, const host::NacmUser &user, host::StateRecord *record) const;
 
   const host::Model &model_;

@@ -148,7 +148,8 @@ class Session {
       if (poll(entries, 3, -1) < 0 && errno != EINTR) return "the system cannot wait";
       setitimer(ITIMER_PROF, &kTurn, nullptr);
       if (entries[1].revents != 0 && !WriteClient()) return "";
-      if (entries[2].revents != 0 && !TalkToAgent(entries[2].revents)) return "omad has ended";
+      if (entries[2].revents != 0 && !TalkToAgent(entries[2].revents))
+        return "omad has ended, or has ended this session";
       if ((entries[0].revents & (POLLERR | POLLNVAL)) != 0) return "";
       if (entries[0].revents != 0 && !dialogue_.WantsClient()) clientGone_ = true;
       if (entries[0].revents != 0 && dialogue_.WantsClient()) ReadClient();
