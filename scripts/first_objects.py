@@ -78,7 +78,7 @@ def main():
         sys.exit(__doc__.split("\n\n")[1])
     build = pathlib.Path(sys.argv[1]).resolve()
     if not (build / "bin/nqecli").exists() or shutil.which("valgrind") is None:
-        sys.exit(f"first_objects.py: it takes valgrind, and nqecli in {build}/bin (cmake --preset release; cmake --build --preset release)")
+        sys.exit(f"first_objects.py: it takes valgrind, and nqecli in {build}/bin (cmake --build --preset release)")
     with tempfile.TemporaryDirectory() as place:
         directory = pathlib.Path(place)
         (directory / "scenario.yaml").write_text(SCENARIO)
