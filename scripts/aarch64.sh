@@ -3,21 +3,22 @@
 # Debian's arm64 packages and run in qemu-user, with address spaces of 39 and of 48 bits. The Debian that has the foreign
 # architecture stands in build/ (scripts/roots.sh); this machine's own is left as it is. Runs as root.
 #
-# usage: scripts/aarch64.sh [--short]
+# usage: scripts/aarch64.sh [--short | 39 | 48]
 #
-# --short is what .ci/run has time for, and counts with its other checks: docs/testing.md says what it leaves out. The
-# last line is "N passed, N failed".
+# --short is what .ci/run has time for, and counts with its other checks: docs/testing.md says what it leaves out. With
+# a number the tests run with address spaces of so many bits alone. The last line is "N passed, N failed".
 set -uo pipefail
 cd "$(dirname "$0")/.." || exit 1
 . scripts/common.sh
 . scripts/roots.sh
 . scripts/steps.sh
 
-short=
+short= widths=(39 48)
 case ${1-} in
   '') ;;
   --short) short=1 ;;
-  *) echo "aarch64.sh: cannot make sense of \"$1\"; it takes \"--short\" or nothing" >&2 && exit 2 ;;
+  39 | 48) widths=("$1") ;;
+  *) echo "aarch64.sh: cannot make sense of \"$1\"; it takes \"--short\", 39, 48 or nothing" >&2 && exit 2 ;;
 esac
 [ "$(id -u)" -eq 0 ] || fail "it takes root to make a Debian to build in (sudo $0)"
 [ "$(dpkg --print-architecture)" = amd64 ] || fail "it takes an x86-64 machine"
@@ -102,7 +103,7 @@ whole() {
   step check "Debian packages for arm64" scripts/packages.sh arm64
   step check "build the tests for arm64" build_tests test_programs nqe_sql || return
   run_arm64
-  for bits in 39 48; do
+  for bits in "${widths[@]}"; do
     step googletest "unit and host tests, AArch64, $bits bits" programs "$bits" -R '_tests$'
     step pytest "end to end, AArch64, $bits bits" end_to_end "$bits" tests/e2e
     step pytest "copies of both processors, $bits bits" copies "$bits"
