@@ -180,26 +180,22 @@ def test_measurements(engine, session):
     assert engine.cli("perf", "task", "disable").code == 0
 
 
+def deny_otto(agent, *paths):
+    """Rules that keep parts of the engine from one user, read before all others."""
+    rules = "".join(f"""<rule><name>{number}</name><module-name>tavrix-engine-state</module-name>
+      <path xmlns:e="{STATE}">/e:engine/e:{path}</path>
+      <access-operations>read</access-operations><action>deny</action></rule>""" for number, path in enumerate(paths))
+    file = agent.rules / "aa.xml"
+    file.write_text(f"""<nacm xmlns="{NACM}"><groups><group><name>few</name><user-name>otto</user-name></group></groups>
+      <rule-list><name>a</name><group>few</group>{rules}</rule-list></nacm>""")
+    file.chmod(0o600)
+    agent.process.send_signal(signal.SIGHUP)
+    wait_until(lambda: agent.recorded("RULES"), "the rules to be read")
+
+
 def test_rules_of_access_filter_it(engine):
     with agent_without_ssh(engine, observer=["olga", "otto"]) as agent:
-        rules = agent.rules / "aa.xml"
-        rules.write_text(f"""\
-<nacm xmlns="{NACM}"><groups><group><name>few</name><user-name>otto</user-name></group></groups>
-  <rule-list><name>a</name><group>few</group>
-    <rule><name>keys</name><module-name>tavrix-engine-state</module-name>
-      <path xmlns:e="{STATE}">/e:engine/e:sessions/e:session/e:positive</path>
-      <access-operations>read</access-operations><action>deny</action></rule>
-    <rule><name>one</name><module-name>tavrix-engine-state</module-name>
-      <path xmlns:e="{STATE}">/e:engine/e:sessions/e:session[e:index='1']</path>
-      <access-operations>read</access-operations><action>deny</action></rule>
-    <rule><name>counters</name><module-name>tavrix-engine-state</module-name>
-      <path xmlns:e="{STATE}">/e:engine/e:statistics</path>
-      <access-operations>read</access-operations><action>deny</action></rule>
-  </rule-list></nacm>
-""")
-        rules.chmod(0o600)
-        agent.process.send_signal(signal.SIGHUP)
-        wait_until(lambda: agent.recorded("RULES"), "the rules to be read")
+        deny_otto(agent, "sessions/e:session/e:positive", "sessions/e:session[e:index='1']", "statistics")
         few, all_of_it = agent.raw("otto").hello(), agent.raw("olga").hello()
         for who, denied in ((all_of_it, False), (few, True)):
             found = [leaves(each) for each in entries(filtered(who, "<sessions/>"), "sessions", "session")]
@@ -252,18 +248,7 @@ class Link:
 def test_what_is_asked_of_a_denied_leaf_tells_nothing(engine):
     """A place's condition leaves entries out before the rules do: not for those who may not read its leaf."""
     with agent_without_ssh(engine, observer=["olga", "otto"]) as agent:
-        rules = agent.rules / "aa.xml"
-        rules.write_text(f"""\
-<nacm xmlns="{NACM}"><groups><group><name>few</name><user-name>otto</user-name></group></groups>
-  <rule-list><name>a</name><group>few</group>
-    <rule><name>keys</name><module-name>tavrix-engine-state</module-name>
-      <path xmlns:e="{STATE}">/e:engine/e:sessions/e:session/e:index</path>
-      <access-operations>read</access-operations><action>deny</action></rule>
-  </rule-list></nacm>
-""")
-        rules.chmod(0o600)
-        agent.process.send_signal(signal.SIGHUP)
-        wait_until(lambda: agent.recorded("RULES"), "the rules to be read")
+        deny_otto(agent, "sessions/e:session/e:index")
         sessions = f"{{{STATE}}}engine/sessions"
         whole, few = Link(agent, "olga"), Link(agent, "otto")
         number = whole.get(sessions).count(b"<session>")
