@@ -43,17 +43,43 @@ char *PutUnsigned64(char *at, uint64_t value) {
   return PutEightDigits(PutEightDigits(at, high % kTenTo8), value % kTenTo8);
 }
 
-char *PutHexadecimal(char *at, uint64_t value) {
-  char *const end = at + (std::bit_width(value | 1) + 3) / 4;
-  char *digit = end;
-  for (; digit - at >= 2; value >>= 8) PutByte(digit -= 2, static_cast<uint8_t>(value));
-  if (digit != at) *at = g_hexPairs[value & 0xF].digits[1];
-  return end;
+namespace {
+
+// Eight digits, the first of which has the lowest address.
+uint64_t HexadecimalDigits(uint32_t value) {
+  uint64_t digits = value;
+  digits = (digits << 16 | digits) & 0x0000FFFF0000FFFF;
+  digits = (digits << 8 | digits) & 0x00FF00FF00FF00FF;
+  digits = (digits << 4 | digits) & 0x0F0F0F0F0F0F0F0F;
+  constexpr uint64_t kOnes = 0x0101010101010101;
+  const uint64_t letters = (digits + 6 * kOnes) >> 4 & kOnes;  // 1 for those from "a" on
+  digits += '0' * kOnes + ('a' - '0' - 10) * letters;
+  return __builtin_bswap64(digits);
 }
 
+}  // namespace
+
 char *PutWord(char *at, uint32_t value) {
-  for (int shift = 24; shift >= 0; shift -= 8) at = PutByte(at, static_cast<uint8_t>(value >> shift));
-  return at;
+  const uint64_t digits = HexadecimalDigits(value);
+  std::memcpy(at, &digits, sizeof(digits));
+  return at + sizeof(digits);
+}
+
+char *PutHexadecimal(char *at, uint64_t value) {
+  if (value > UINT32_MAX) return PutWord(PutHexadecimal(at, value >> 32), static_cast<uint32_t>(value));
+  const int count = (std::bit_width(value | 1) + 3) / 4;
+  const uint64_t digits = HexadecimalDigits(static_cast<uint32_t>(value << (32 - 4 * count)));
+  const uint64_t last = digits >> 8 * ((count - 1) & ~1);
+  // In halves that overlap.
+  if (count >= 4) {
+    const uint64_t end = digits >> 8 * (count - 4);
+    std::memcpy(at, &digits, 4);
+    std::memcpy(at + count - 4, &end, 4);
+  } else {
+    if (count >= 2) std::memcpy(at, &digits, 2);
+    if (count % 2 != 0) std::memcpy(at + count - 1, &last, 1);
+  }
+  return at + count;
 }
 
 }  // namespace qdt

@@ -31,11 +31,20 @@ inline char *PutLeading(char *at, uint64_t value) {
   return at + 1;
 }
 
+// The same where more digits follow, which write over what a single one leaves behind it: how many there are
+// is not foreseen.
+inline char *PutLeadingOfMore(char *at, uint64_t value) {
+  const bool single = value < 10;
+  std::memcpy(at, &kPairs[2 * value + single], 2);
+  return at + 2 - single;
+}
+
 // A number with a fraction of kPoint bits: each step brings the next two digits in front of the point.
 template <int kPoint, int kSteps>
 char *PutFraction(char *at, uint64_t number) {
   constexpr uint64_t kFraction = (uint64_t{1} << kPoint) - 1;
-  at = PutLeading(at, number >> kPoint);
+  at = PutLeadingOfMore(at, number >> kPoint);
+#pragma GCC unroll 4
   for (int i = 0; i < kSteps; ++i) {
     number = (number & kFraction) * 100;
     at = PutPair(at, number >> kPoint);

@@ -39,6 +39,16 @@ template <size_t kSize>
   }
 }
 
+char *Pad(char *at, char fill, size_t count) {
+  constexpr std::string_view kBlanks = "                                ";
+  if (fill == ' ' && count <= kBlanks.size()) {
+    CopyText(at, kBlanks.data(), count);
+  } else {
+    std::memset(at, fill, count);
+  }
+  return at + count;
+}
+
 // A value and how it is padded.
 struct Field {
   std::string_view body;
@@ -144,9 +154,10 @@ size_t Takes(const Piece &piece) {
   return piece.kind == Kind::kNone ? 0 : piece.Has(Piece::kWidthIsArgument) ? 2 : 1;
 }
 
-char *Pad(char *at, char fill, size_t count) {
-  std::memset(at, fill, count);
-  return at + count;
+// The values of a program of which this piece's are known.
+const uint64_t *FirstValue(const Program &program, const Piece *piece, const uint64_t *value) {
+  while (piece != program.First()) value -= Takes(*--piece);
+  return value;
 }
 
 char *PutField(char *at, const Field &field) {
@@ -161,17 +172,31 @@ char *PutField(char *at, const Field &field) {
   return field.left ? Pad(at, ' ', field.padding) : at;
 }
 
-// Fills a number up to its piece's width, where it stands; its new end.
-[[gnu::noinline]] char *PadNumber(char *begin, char *end, const Piece &piece) {
+// Fills a number up to its piece's width, where it stands; its new end. What stands to its right is written
+// there anew: digits that were stored just now are not to be had in one piece yet.
+[[gnu::noinline]] char *PadNumber(char *begin, char *end, const Piece &piece, uint64_t value) {
   const auto size = static_cast<size_t>(end - begin);
   if (size >= piece.width) return end;
   const size_t padding = piece.width - size;
   if (piece.Has(Piece::kLeft)) return Pad(end, ' ', padding);
   const bool zeros = piece.Has(Piece::kZero);
-  if (zeros && *begin == '-') ++begin;
-  std::memmove(begin + padding, begin, static_cast<size_t>(end - begin));
-  Pad(begin, zeros ? '0' : ' ', padding);
-  return end + padding;
+  end = PutOther(begin + padding, piece.kind, value);
+  if (zeros && begin[padding] == '-') {
+    begin[padding] = '0';
+    *begin++ = '-';
+    Pad(begin, '0', padding - 1);
+  } else {
+    Pad(begin, zeros ? '0' : ' ', padding);
+  }
+  return end;
+}
+
+// A value that is no text, and whose longest the format tells.
+[[gnu::always_inline]] inline char *PutKnown(char *at, const Piece &piece, uint64_t value) {
+  if (piece.kind <= Kind::kUnsigned) return PutNumber(at, value);
+  if (piece.kind == Kind::kSigned) return PutSigned(at, value);
+  char *const end = PutOther(at, piece.kind, value);
+  return piece.kind >= Kind::kPaddedUnsigned ? PadNumber(at, end, piece, value) : end;
 }
 
 // Writes a padded value at `at` and returns its end; null when it would reach beyond `limit`, which may lie
@@ -221,63 +246,49 @@ bool Text::RunLine(const Program &program, uint64_t value) {
 bool Text::Run(const Program &program, const uint64_t *values) {
   if (Room() <= program.bound) [[unlikely]]
     return RunChecked(program, values);
-  Cursor next = {program.First(), program.Literals(), values, at_};
-  for (;; ++next.piece) {
-    const Piece &piece = *next.piece;
+  const char *literal = program.Literals();
+  char *at = at_;
+  for (const Piece *next = program.First();; ++next) {
+    const Piece &piece = *next;
     const size_t length = piece.length;
     const Kind kind = piece.kind;
     if (kind == Kind::kLabelled) [[likely]] {
-      CopyEnds<16>(next.at, next.literal, length);
-      next.literal += length;
-      next.at = PutNumber(next.at + length, *next.value++);
+      CopyEnds<16>(at, literal, length);
+      literal += length;
+      at = PutNumber(at + length, *values++);
       continue;
     }
-    if (kind > Kind::kLastOfKnownLength) return RunRest(program, values, next);
-    CopyText(next.at, next.literal, length);
-    next.literal += length;
-    next.at += length;
-    if (kind == Kind::kUnsigned) {
-      next.at = PutNumber(next.at, *next.value++);
-    } else if (kind == Kind::kSigned) {
-      next.at = PutSigned(next.at, *next.value++);
-    } else if (kind >= Kind::kPaddedUnsigned) {
-      next.at = PadNumber(next.at, PutOther(next.at, kind, *next.value++), piece);
-    } else if (kind != Kind::kNone) {
-      next.at = PutOther(next.at, kind, *next.value++);
-    }
-    if (piece.Has(Piece::kLast)) break;
+    if (kind > Kind::kLastOfKnownLength) return RunRest(program, next, literal, values, at);
+    CopyText(at, literal, length);
+    literal += length;
+    at += length;
+    if (kind != Kind::kNone) at = PutKnown(at, piece, *values++);
+    if (piece.Has(Piece::kLast)) return End(piece, at);
   }
-  return End(*next.piece, next.at);
 }
 
-// Goes on at a piece with a text or a width; what is printed before it stands at the text's end.
-bool Text::RunRest(const Program &program, const uint64_t *values, Cursor next) {
+// Goes on at a piece with a text or a width; what is printed before it stands at the text's end. All of where
+// it stands is handed over in registers: by way of memory it took as long as the rest.
+bool Text::RunRest(const Program &program, const Piece *next, const char *literal, const uint64_t *value,
+                   char *at) {
   // Up to here texts and widths that are arguments may reach: what is behind is for the rest.
   const char *const limit = end_ - 1 - program.bound;
-  for (;; ++next.piece) {
-    const Piece &piece = *next.piece;
-    CopyText(next.at, next.literal, piece.length);
-    next.literal += piece.length;
-    next.at += piece.length;
-    switch (piece.kind) {
-      case Kind::kNone:
-        break;
-      case Kind::kLabelled:
-      case Kind::kUnsigned:
-        next.at = PutNumber(next.at, *next.value++);
-        break;
-      case Kind::kText:
-      case Kind::kView:
-        next.at = PutText(next.at, limit, TextOf(piece.kind, *next.value++));
-        break;
-      default:
-        next.at = PutPadded(next.at, limit, piece, next.value);
-        next.value += Takes(piece);
+  for (;; ++next) {
+    const Piece &piece = *next;
+    CopyText(at, literal, piece.length);
+    literal += piece.length;
+    at += piece.length;
+    if (piece.kind == Kind::kText || piece.kind == Kind::kView) {
+      at = PutText(at, limit, TextOf(piece.kind, *value));
+    } else if (piece.kind > Kind::kLastOfKnownLength) {
+      at = PutPadded(at, limit, piece, value);
+    } else if (piece.kind != Kind::kNone) {
+      at = PutKnown(at, piece, *value);
     }
-    if (next.at == nullptr) return RunChecked(program, values);
-    if (piece.Has(Piece::kLast)) break;
+    if (at == nullptr) return RunChecked(program, FirstValue(program, next, value));
+    if (piece.Has(Piece::kLast)) return End(piece, at);
+    value += Takes(piece);
   }
-  return End(*next.piece, next.at);
 }
 
 // Ends the text at `at`, behind the value of a program's last piece.

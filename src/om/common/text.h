@@ -126,14 +126,9 @@ class Text {
   bool RunOne(const format::Program &program, uint64_t value);
   bool RunLine(const format::Program &program, uint64_t value);
   bool RunLabelledLine(const format::Program &program, uint64_t value);
-  // Where a run stands: the next piece with its literal and value, and where they go.
-  struct Cursor {
-    const format::Piece *piece;
-    const char *literal;
-    const uint64_t *value;
-    char *at;
-  };
-  bool RunRest(const format::Program &program, const uint64_t *values, Cursor next);
+  // Goes on at a piece: with its literal and value, and where they go.
+  bool RunRest(const format::Program &program, const format::Piece *piece, const char *literal,
+               const uint64_t *value, char *at);
   bool RunChecked(const format::Program &program, const uint64_t *values);
   bool End(const format::Piece &last, char *at);
   bool EndLine(char *at);
