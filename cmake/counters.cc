@@ -1,6 +1,5 @@
 // Part of programs whose lines are counted (-DQDT_COVERAGE=ON), put before the C library's functions by the
-// linker's
-// --wrap. Counters are written by what exit() runs: who leaves in another way has them written here.
+// linker's --wrap. Counters are written by what exit() runs: who leaves in another way has them written here.
 #include <linux/prctl.h>
 
 extern "C" {

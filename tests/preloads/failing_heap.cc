@@ -118,6 +118,10 @@ Main *g_main = nullptr;
 int Begin(int count, char **words, char **environment) {
   if (char *names = getenv("QDT_HEAP_SPARES")) dl_iterate_phdr(NoteSpared, names);
   g_control = Map();
+#ifdef QDT_COVERAGE
+  // Counters are written last of all, and that does not survive a heap that fails.
+  atexit([] { g_control = nullptr; });
+#endif
   return g_main(count, words, environment);
 }
 
