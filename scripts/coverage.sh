@@ -47,7 +47,7 @@ done >/dev/null 2>&1 </dev/null
 find "$tree" -name '*.gcda' -exec chmod a+rw {} +
 
 # Proofs that do the same thing millions of times run as few times as it takes to get everywhere.
-export QDT_PROOF_READS=20000 QDT_PROOF_KILLS=4 QDT_PROOF_ROUNDS=50 QDT_PROOF_STEPS=2000 QDT_PROOF_INSTRUCTIONS=100
+export QDT_PROOF_READS=20000 QDT_PROOF_KILLS=4 QDT_PROOF_ROUNDS=50 QDT_PROOF_STEPS=2000 QDT_PROOF_INSTRUCTIONS=100 QDT_PROOF_EVERY=40
 code=0
 logged programs ctest --preset coverage --timeout 1500 -R "$programs" || code=1
 if [ ${#rooms[@]} -gt 1 ]; then
