@@ -45,7 +45,6 @@ struct Cursor : sqlite3_vtab_cursor {
   std::string plan;                    // that `indexed` were taken from
   IndexedColumns indexed;              // the columns whose index was used last
   std::optional<std::string> matched;  // what a route was looked up for
-  int64_t row = 0;
   bool end = true;
 };
 
@@ -428,7 +427,6 @@ int Next(sqlite3_vtab_cursor *base) {
   auto *cursor = static_cast<Cursor *>(base);
   return Guarded(base->pVtab, [&] {
     cursor->end = !cursor->rows.Next();
-    ++cursor->row;
     return SQLITE_OK;
   });
 }
@@ -437,7 +435,6 @@ int FilterRows(sqlite3_vtab_cursor *base, int way, const char *shown, int count,
   auto *cursor = static_cast<Cursor *>(base);
   const int started = Guarded(base->pVtab, [&] {
     Filter(cursor, way, shown, count, values).Start();
-    cursor->row = 0;
     return SQLITE_OK;
   });
   return started == SQLITE_OK ? Next(base) : started;
@@ -454,7 +451,7 @@ int Column(sqlite3_vtab_cursor *base, sqlite3_context *context, int number) {
 }
 
 int Rowid(sqlite3_vtab_cursor *cursor, sqlite3_int64 *row) {
-  *row = static_cast<Cursor *>(cursor)->row;
+  *row = static_cast<Cursor *>(cursor)->rows.number();
   return SQLITE_OK;
 }
 

@@ -52,6 +52,15 @@ TEST_F(ArenaSetTest, LookupsAskEach) {
             "02:00:00:00:00:01\n");
 }
 
+TEST_F(ArenaSetTest, EitherOfTwoWays) {
+  EXPECT_EQ(
+      Ask("SELECT arena, next_hop FROM arp WHERE arena = 'b' AND vlan_id = 0 OR arena = 'c' AND vlan_id = 0 "
+          "ORDER BY 1"),
+      "b|192.0.2.21\nc|192.0.2.31\n");
+  EXPECT_EQ(Ask("SELECT count(DISTINCT rowid) FROM arp"), "6\n");
+  EXPECT_EQ(Ask("SELECT count(DISTINCT rowid) = count(*) FROM usage"), "1\n");
+}
+
 TEST_F(ArenaSetTest, IndexesAreOfAllAndAskedForOne) {
   const std::string join =
       "SELECT x.arena, x.next_hop, y.next_hop FROM arp x JOIN arp y ON y.arena = x.arena AND y.dmac = x.dmac "
