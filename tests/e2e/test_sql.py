@@ -165,6 +165,7 @@ def test_csv(campus):
     assert result.out == ('text,number,real,none,blob,bytes,controls,back\r\n'
                           '"a""b,c",5,1.5,,00ff,a\\xffb,a\\x00\\x0ab,x\\y\r\n'), result
     ask(campus, "SELECT 1 AS a WHERE 0", "--csv").answered("a\r\n")
+    ask(campus, "SELECT NULL AS a UNION ALL SELECT 'b' UNION ALL SELECT ''", "--csv").answered('a\r\n""\r\nb\r\n""\r\n')
 
 
 def test_columns(campus):
