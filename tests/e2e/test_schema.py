@@ -43,7 +43,8 @@ def test_each_tables_schema_is_one_and_fits_its_list(campus, whole, tables):
 def test_live_engine_limit_count_and_lines(campus, whole, tables):
     for name in ("fib", "session", "ssw_macinfo"):
         validator = schemas.of(f"list.{name}")
-        for words in (["--limit", "1"], ["--limit", "0"], ["--count"], ["--sort", "-" + first_value(whole, name)]):
+        for words in (["--limit", "1"], ["--limit", "0"], ["--count"], ["--count", "--limit", "1"],
+                      ["--sort", "-" + first_value(whole, name)]):
             check(validator, parsed(campus.engine.cli("list", name, "--json", *words)))
         lines = campus.engine.cli("list", name, "--ndjson").out.splitlines()
         assert lines
