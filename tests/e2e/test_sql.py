@@ -489,5 +489,7 @@ def test_findings_statistics_and_snapshots(campus):
         {"n": 4 * 831, "counters": 831}]
     live = rows("SELECT saved, pid, arena_path FROM snapshots")
     assert live == [{"saved": None, "pid": campus.engine.process.pid, "arena_path": str(campus.engine.arena)}]
+    frozen = json.loads(campus.engine.cli("sql", "--frozen", "--json", "SELECT * FROM snapshots").out)["rows"]
+    assert [(row["path"], row["arena_path"]) for row in frozen] == [(None, str(campus.engine.arena))]
     saved = json.loads(nqecli("--snapshot", campus.snapshot, "sql", "--json", "SELECT saved, pid FROM snapshots").out)
     assert saved["rows"][0]["saved"] and saved["rows"][0]["pid"] == campus.engine.process.pid
