@@ -90,5 +90,28 @@ TEST_F(ArenaSetTest, ADamagedOneEndsOnlyWhatReadsIt) {
   EXPECT_EQ(Ask("SELECT entries FROM usage WHERE arena = 'c' AND name = 'arp'"), "2\n");
 }
 
+// A walk that reads no record sees it as well, alone and side by side.
+TEST_F(ArenaSetTest, ATableThatLeadsAstrayEndsWhatCountsIt) {
+  const std::string file = dir_.File("d");
+  SaveScenario(
+      Scenario::FromText("s.yaml", "arp: [{repeat: 9, vpn: {from: 0, step: 1}, next_hop: 192.0.2.1}]",
+                         Layout::BuiltIn()),
+      file, [](Arena *arena) {
+        tbm::TableView arp;
+        ASSERT_EQ(tbm::TableView::Open(arena, Layout::BuiltIn().FindTable("arp")->spec.id, &arp), 0);
+        arp.descriptor().entryNum = 7;
+      });
+  const std::string astray = "error: the table arp of " + file + " is damaged (its order leads astray)";
+  Database alone;
+  alone.arenas->Add(SnapshotAt(file));
+  EXPECT_EQ(alone.Ask("SELECT count(*) FROM arp"), astray);
+  EXPECT_EQ(alone.Ask("SELECT count(dmac) FROM arp"), astray);
+  database_.arenas->Add(SnapshotAt(file));
+  EXPECT_EQ(Ask("SELECT count(*) FROM arp"), astray);
+  EXPECT_EQ(Ask("SELECT count(dmac) FROM arp"), astray);
+  EXPECT_EQ(Ask("SELECT count(dmac) FROM arp WHERE arena <> '" + file + "'"), astray);
+  EXPECT_EQ(Ask("SELECT count(dmac) FROM arp WHERE arena = 'a'"), "2\n");
+}
+
 }  // namespace
 }  // namespace qdt::host
