@@ -117,14 +117,18 @@ std::string_view Condition::ReadOperator(std::string_view words) {
 }
 
 bool Condition::ReadPrefix(std::string_view text) {
-  if (form_ != ValueForm::kIpv4 && form_ != ValueForm::kIpv6) return false;
+  const bool anyKind = form_ == ValueForm::kAddress;
+  if (form_ != ValueForm::kIpv4 && form_ != ValueForm::kIpv6 && !anyKind) return false;
   if (text.find('/') == text.npos) return false;
   if (operator_ != Operator::kEqual && operator_ != Operator::kNotEqual)
     Fail("is compared with an address here (a prefix is for = and !=)");
   const std::optional<AddressPrefix> prefix = ParsePrefix(text);
-  if (!prefix || prefix->form != form_)
+  if (!prefix || (prefix->form != form_ && !anyKind))
     Fail("is not " + Quoted(text) + ", which is no prefix (such as " +
-         (form_ == ValueForm::kIpv4 ? "192.0.2.0/24)" : "2001:db8::/32)"));
+         (form_ == ValueForm::kIpv6 ? "2001:db8::/32)" : "192.0.2.0/24)"));
+  const uint32_t offset = leaves_.front().ref.offset;
+  if (anyKind && prefix->form == ValueForm::kIpv4) narrow_ = FieldRef{offset, 4, FieldKind::kIpv4, 0, 0};
+  if (anyKind && prefix->form == ValueForm::kIpv6) narrow_ = FieldRef{offset, 16, FieldKind::kIpv6, 0, 0};
   value_ = prefix->value;
   mask_ = prefix->Mask();
   return true;
@@ -214,7 +218,7 @@ bool Condition::Equals(const RecordBytes &record, const Leaf &leaf, const FieldR
     }
     case ValueForm::kAddress: {
       const FieldRef is = NarrowAddressIn(ref, bytes);
-      return is.kind == narrow_->kind && is.Read(bytes) == value_;
+      return is.kind == narrow_->kind && (is.Read(bytes) & mask_) == value_;
     }
     default:
       break;
