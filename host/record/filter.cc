@@ -158,6 +158,39 @@ void Condition::ReadReference(std::string_view text) {
   }
 }
 
+void Condition::CheckReference(const Layout &layout) const {
+  if (form_ != ValueForm::kReference || reference_ != Reference::kText || isPattern_) return;
+  const size_t slash = text_.find('/');
+  const std::string target = text_.substr(0, slash);
+  std::string_view rest = std::string_view(text_).substr(slash);
+  const TableLayout *table = layout.FindTable(target);
+  if (table == nullptr || rest == "/stale") return;
+  std::vector<uint8_t> key(table->spec.keySize);
+  std::string form = target;
+  bool isWhole = true;
+  for (const Field &field : table->key.all()) {
+    if (field.constant) {
+      field.ref.Write(key.data(), *field.constant);
+      continue;
+    }
+    if (FormOf(field.ref.kind) == ValueForm::kText || FormOf(field.ref.kind) == ValueForm::kAddress) return;
+    form += "/" + std::string(field.name);
+    isWhole = isWhole && !rest.empty();
+    if (!isWhole) continue;
+    rest.remove_prefix(1);
+    const std::string_view part = rest.substr(0, rest.find('/'));
+    std::string problem;
+    const std::optional<WideValue> value = ParseValue(field.ref, part, &problem);
+    if (!value) Fail("is a reference to " + target + ": " + problem);
+    field.ref.Write(key.data(), *value);
+    rest.remove_prefix(part.size());
+  }
+  if (!isWhole || !rest.empty()) Fail("is a reference (write " + form + ")");
+  std::string shown = target + "/";
+  AppendKeyText(*table, key.data(), &shown);
+  if (shown != text_) Fail("is a reference that is shown as " + shown + " (write it so)");
+}
+
 void Condition::ReadValue(std::string_view text) {
   const FieldRef &ref = leaves_.front().ref;
   const bool equality = operator_ == Operator::kEqual || operator_ == Operator::kNotEqual;

@@ -38,6 +38,7 @@ class List {
  public:
   List(const RecordSource &source, const ListRequest &request, RecordSink *sink, ListResult *result)
       : source_(source), request_(request), sink_(sink), reader_(source, *request.table), result_(*result) {
+    for (const Condition &condition : request.where) condition.CheckReference(source.layout());
     if (!request.sort.empty() && sink != nullptr) {
       leaf_ = SortLeaf(request);
       descending_ = request.sort.starts_with('-');

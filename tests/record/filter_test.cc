@@ -128,6 +128,29 @@ TEST_F(FilterTest, References) {
   EXPECT_EQ(Which("peers!=0"), "");
 }
 
+TEST_F(FilterTest, ReferencesToWhatIsNoKey) {
+  const auto refused = [&](std::string_view condition) {
+    return ErrorOf([&] { RunList(*arena_.Source(), Request("things", {condition}), nullptr); });
+  };
+  EXPECT_EQ(
+      refused("peer=other/1/x"),
+      R"("peer=other/1/x": things.peer is a reference to other: "x" is not a number (decimal or 0x...))");
+  EXPECT_EQ(refused("peer=other/1"),
+            R"("peer=other/1": things.peer is a reference (write other/group/number))");
+  EXPECT_EQ(refused("peer=other/"),
+            R"("peer=other/": things.peer is a reference to other: "" is not a number (decimal or 0x...))");
+  EXPECT_EQ(refused("peer=other/1/2/3"),
+            R"("peer=other/1/2/3": things.peer is a reference (write other/group/number))");
+  EXPECT_EQ(refused("peer!=other/1/0x2"),
+            R"("peer!=other/1/0x2": things.peer is a reference that is shown as other/1/2 (write it so))");
+  EXPECT_EQ(
+      refused("next=things/99999999999"),
+      R"("next=things/99999999999": things.next is a reference to things: 99999999999 does not fit 32 bits (0 to 4294967295))");
+  for (const std::string_view right :
+       {"peer=other/1/7", "next=things/2", "next=things/*", "next=other/stale", "next=0x1"})
+    EXPECT_EQ(refused(right), "no error") << right;
+}
+
 TEST_F(FilterTest, PartsThatNotAllHave) {
   EXPECT_EQ(Which("part.a=9"), "1");
   EXPECT_EQ(Which("part.ip=10.0.0.0/8"), "1");
