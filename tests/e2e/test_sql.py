@@ -376,6 +376,13 @@ def test_many_arenas(fleet):
     run(BIN / "nqecli", "--snapshot", "*.none", "sql", "SELECT 1", cwd=fleet).failed('no file fits "*.none"')
 
 
+def test_a_file_whose_name_could_be_a_pattern(fleet):
+    with short_directory() as directory:
+        (directory / "a[1].snapshot").symlink_to(fleet / "a.snapshot")
+        run(BIN / "nqecli", "--snapshot", "a[1].snapshot", "sql", "--csv", "SELECT *, _arena FROM ipv6_portip_head LIMIT 1",
+            cwd=directory).answered("fwd_if_index,list_id,_arena\r\n201,601,a[1].snapshot\r\n")
+
+
 def test_a_damaged_one_among_many(fleet):
     with short_directory() as directory:
         for name in ("a", "c"):

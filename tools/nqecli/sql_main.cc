@@ -295,8 +295,13 @@ class Connection {
   sqlite3 *handle_ = nullptr;
 };
 
+// Whether the words stand for many files; a file that is called just so is this one file.
+bool IsPattern(const std::string &words) {
+  return words.find_first_of("*?[") != words.npos && access(words.c_str(), F_OK) != 0;
+}
+
 std::vector<std::string> FilesOf(const std::string &pattern) {
-  if (pattern.find_first_of("*?[") == pattern.npos) return {pattern};
+  if (!IsPattern(pattern)) return {pattern};
   glob_t found = {};
   std::vector<std::string> files;
   if (glob(pattern.c_str(), 0, nullptr, &found) == 0)
@@ -379,7 +384,7 @@ ExitCode Sql(host::Arguments arguments) {
   if (words.help) return Print(kHelp + PlaceHelp() + kMoreHelp);
   TakeEnvironment(&words.place);
   if (words.plain.size() > 1) throw HostError("sql takes one text of statements; put it between quotes");
-  const bool many = words.place.snapshot.find_first_of("*?[") != std::string::npos;
+  const bool many = IsPattern(words.place.snapshot);
   if (words.schema) return Print(host::SqlSchema(words.plain.empty() ? "" : words.plain.front(), many));
   const std::vector<std::string> files =
       words.place.saved() ? FilesOf(words.place.snapshot) : std::vector<std::string>{};
