@@ -221,7 +221,7 @@ class RowReader {
       case Kind::kAddress:
         return sqlite3_result_int64(context, static_cast<int64_t>(cursor_.rows.address()));
       case Kind::kMatch:
-        return cursor_.matched ? ResultText(context, *cursor_.matched) : sqlite3_result_null(context);
+        return ResultText(context, Matched());
       default:
         break;
     }
@@ -254,6 +254,14 @@ class RowReader {
 
  private:
   static constexpr FieldRef kAddressRef{0, 8, FieldKind::kUnsigned, 0, 0};
+
+  // What the row was looked up for. Who asks for it of rows that were found in another way compares it with
+  // something that SQLite has kept to itself, and would take NULL for an answer.
+  const std::string &Matched() const {
+    if (cursor_.matched) return *cursor_.matched;
+    throw HostError("match of " + cursor_.table.module.name +
+                    " has to be compared by = with a value that is known before (name its table first)");
+  }
 
   // Whether the record has the structure in which the column's value stands.
   bool HasValue(const SqlColumn &column) const {

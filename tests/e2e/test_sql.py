@@ -217,6 +217,8 @@ def test_statements_on_standard_input(campus):
     ("SELECT abs(-9223372036854775808)", "integer overflow"),
     ("SELECT load_extension('x')", "not authorized to use function: load_extension"),
     ("SELECT 1; \x01", 'unrecognized token: "\\x01"'),
+    ("SELECT * FROM fib WHERE match = '192.0.2.9' COLLATE NOCASE",
+     "no query solution; match has to be compared by = with a value that is known before (name its table first)"),
 ])
 def test_statements_that_fail(campus, statement, message):
     result = ask(campus, statement)

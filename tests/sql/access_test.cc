@@ -84,6 +84,23 @@ TEST_F(AccessTest, Match) {
             "32|4\n");
 }
 
+// Where the statement's order leaves nothing to look up, there is no answer that looks like one.
+TEST_F(AccessTest, MatchNeedsAValueThatIsKnownBefore) {
+  const std::string refused =
+      "error: match of fib has to be compared by = with a value that is known before (name its table first)";
+  for (const char *from : {"fib f CROSS JOIN session s WHERE f.match = s.positive_destination",
+                           "fib f RIGHT JOIN session s ON f.match = s.positive_destination",
+                           "fib f FULL JOIN session s ON f.match = s.positive_destination",
+                           "fib f WHERE f.match > '1'", "fib f WHERE f.match IS '192.0.2.9'",
+                           "fib f WHERE f.match LIKE '192.%'", "fib f WHERE f.match IS NULL"})
+    EXPECT_EQ(Ask(std::string("SELECT count(*) FROM ") + from), refused) << from;
+  EXPECT_EQ(Ask("SELECT match FROM fib"), refused);
+  EXPECT_EQ(Ask("SELECT count(*), count(f.prefix) FROM session s LEFT JOIN fib f ON f.match = "
+                "s.positive_destination"),
+            "36|33\n");
+  EXPECT_EQ(Ask("SELECT count(*) FROM fib WHERE match = '192.0.2.9' OR match = '192.0.2.150'"), "2\n");
+}
+
 TEST_F(AccessTest, MatchFindsTheLongestOfAllPrefixesThatHoldTheAddress) {
   EXPECT_EQ(
       Ask("SELECT count(*) FROM session s WHERE s.positive_source IS NOT NULL AND (SELECT prefix FROM fib "

@@ -288,6 +288,8 @@ class Connection {
       const std::string nearest = host::NearestSqlTable(message.substr(name));
       message += nearest.empty() ? "; \"nqecli sql --schema\" lists them" : "; did you mean " + nearest + "?";
     }
+    if (message == "no query solution")
+      message += "; match has to be compared by = with a value that is known before (name its table first)";
     return message;
   }
   [[noreturn]] void Fail() const { throw HostError(Message()); }
