@@ -177,6 +177,21 @@ def test_documents(campus, random_arena, words):
         valid(answer("--snapshot", file, *words))
 
 
+def test_usage_of_a_table_that_counts_more_than_it_holds(campus, directory):
+    """A damaged arena is told as it is, and by the schema."""
+    data = campus.snapshot.read_bytes()
+    entries = next(row["entries"] for row in answer("--snapshot", campus.snapshot, "usage")["usage"] if row["table"] == "arp")
+    for at in range(0, 65536, 4):
+        if data[at:at + 4] != struct.pack("<I", entries):
+            continue
+        (directory / "odd").write_bytes(data[:at] + struct.pack("<I", 50000) + data[at + 4:])
+        result = nqecli("--snapshot", directory / "odd", "usage", "--json")
+        rows = valid(json.loads(result.out))["usage"] if result.code == 0 else []
+        if any(row["table"] == "arp" and (row["entries"], row["percent"]) == (50000, 305.2) for row in rows):
+            return
+    raise AssertionError("the number of entries stands nowhere")
+
+
 def test_documents_of_differences(campus, random_arena, directory):
     """Fields of all kinds with any values, and entries that one side alone has."""
     with site_of("arp: [{next_hop: 192.0.2.11, vpn: 0}, {next_hop: 192.0.2.254, vpn: 0}]\n") as other:
