@@ -1,3 +1,5 @@
+#include <cstdio>
+
 #include "host/answers/documents.h"
 
 namespace qdt::host {
@@ -6,7 +8,6 @@ namespace qdt::host {
 // "count": 93}
 void WriteUsageDocument(TextOut *out, std::span<const TableUsage> tables) {
   JsonWriter json(*out);
-  json.SetMaxDecimalPlaces(1);
   json.StartObject();
   JsonKey(&json, "usage");
   json.StartArray();
@@ -21,7 +22,10 @@ void WriteUsageDocument(TextOut *out, std::span<const TableUsage> tables) {
     JsonKey(&json, "capacity");
     json.Uint(usage.capacity);
     JsonKey(&json, "percent");
-    json.Double(usage.Percent());
+    // As the columns have it; the writer of JSON would cut where they round.
+    char percent[16];
+    const int length = std::snprintf(percent, sizeof(percent), "%.1f", usage.Percent());
+    json.RawValue(percent, static_cast<size_t>(length), rapidjson::kNumberType);
     JsonKey(&json, "bytes");
     json.Uint64(usage.bytes);
     json.EndObject();

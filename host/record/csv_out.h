@@ -9,12 +9,14 @@
 
 namespace qdt::host {
 
-// Lines of cells as RFC 4180 has them.
+// Lines of cells as RFC 4180 has them. A line of one cell without anything in it is written with quotes: many
+// readers pass over lines that are empty.
 class CsvOut {
  public:
   explicit CsvOut(TextOut *out) : out_(*out) {}
 
   void Cell(std::string_view text) {
+    isEmpty_ = atStart_ && text.empty();
     if (!std::exchange(atStart_, false)) out_.Put(',');
     const auto isSpecial = [](char c) { return c == '"' || c == ',' || c == '\r' || c == '\n'; };
     if (std::ranges::none_of(text, isSpecial)) return out_.Append(text);
@@ -26,6 +28,7 @@ class CsvOut {
     out_.Put('"');
   }
   void EndLine() {
+    if (std::exchange(isEmpty_, false)) out_.Append("\"\"");
     out_.Append("\r\n");
     atStart_ = true;
   }
@@ -33,6 +36,7 @@ class CsvOut {
  private:
   TextOut &out_;
   bool atStart_ = true;
+  bool isEmpty_ = false;  // so far
 };
 
 }  // namespace qdt::host

@@ -117,14 +117,18 @@ std::string_view Condition::ReadOperator(std::string_view words) {
 }
 
 bool Condition::ReadPrefix(std::string_view text) {
-  if (form_ != ValueForm::kIpv4 && form_ != ValueForm::kIpv6) return false;
+  const bool anyKind = form_ == ValueForm::kAddress;
+  if (form_ != ValueForm::kIpv4 && form_ != ValueForm::kIpv6 && !anyKind) return false;
   if (text.find('/') == text.npos) return false;
   if (operator_ != Operator::kEqual && operator_ != Operator::kNotEqual)
     Fail("is compared with an address here (a prefix is for = and !=)");
   const std::optional<AddressPrefix> prefix = ParsePrefix(text);
-  if (!prefix || prefix->form != form_)
+  if (!prefix || (prefix->form != form_ && !anyKind))
     Fail("is not " + Quoted(text) + ", which is no prefix (such as " +
-         (form_ == ValueForm::kIpv4 ? "192.0.2.0/24)" : "2001:db8::/32)"));
+         (form_ == ValueForm::kIpv6 ? "2001:db8::/32)" : "192.0.2.0/24)"));
+  const uint32_t offset = leaves_.front().ref.offset;
+  if (anyKind && prefix->form == ValueForm::kIpv4) narrow_ = FieldRef{offset, 4, FieldKind::kIpv4, 0, 0};
+  if (anyKind && prefix->form == ValueForm::kIpv6) narrow_ = FieldRef{offset, 16, FieldKind::kIpv6, 0, 0};
   value_ = prefix->value;
   mask_ = prefix->Mask();
   return true;
@@ -152,6 +156,39 @@ void Condition::ReadReference(std::string_view text) {
     text_ = text;
     isPattern_ = text_.find('*') != text_.npos;
   }
+}
+
+void Condition::CheckReference(const Layout &layout) const {
+  if (form_ != ValueForm::kReference || reference_ != Reference::kText || isPattern_) return;
+  const size_t slash = text_.find('/');
+  const std::string target = text_.substr(0, slash);
+  std::string_view rest = std::string_view(text_).substr(slash);
+  const TableLayout *table = layout.FindTable(target);
+  if (table == nullptr || rest == "/stale") return;
+  std::vector<uint8_t> key(table->spec.keySize);
+  std::string form = target;
+  bool isWhole = true;
+  for (const Field &field : table->key.all()) {
+    if (field.constant) {
+      field.ref.Write(key.data(), *field.constant);
+      continue;
+    }
+    if (FormOf(field.ref.kind) == ValueForm::kText || FormOf(field.ref.kind) == ValueForm::kAddress) return;
+    form += "/" + std::string(field.name);
+    isWhole = isWhole && !rest.empty();
+    if (!isWhole) continue;
+    rest.remove_prefix(1);
+    const std::string_view part = rest.substr(0, rest.find('/'));
+    std::string problem;
+    const std::optional<WideValue> value = ParseValue(field.ref, part, &problem);
+    if (!value) Fail("is a reference to " + target + ": " + problem);
+    field.ref.Write(key.data(), *value);
+    rest.remove_prefix(part.size());
+  }
+  if (!isWhole || !rest.empty()) Fail("is a reference (write " + form + ")");
+  std::string shown = target + "/";
+  AppendKeyText(*table, key.data(), &shown);
+  if (shown != text_) Fail("is a reference that is shown as " + shown + " (write it so)");
 }
 
 void Condition::ReadValue(std::string_view text) {
@@ -214,7 +251,7 @@ bool Condition::Equals(const RecordBytes &record, const Leaf &leaf, const FieldR
     }
     case ValueForm::kAddress: {
       const FieldRef is = NarrowAddressIn(ref, bytes);
-      return is.kind == narrow_->kind && is.Read(bytes) == value_;
+      return is.kind == narrow_->kind && (is.Read(bytes) & mask_) == value_;
     }
     default:
       break;

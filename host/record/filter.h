@@ -21,6 +21,8 @@ class Condition {
   Condition(const TableLayout &table, std::string_view words);
 
   bool Holds(const RecordBytes &record) const;
+  // Throws HostError when it asks for a reference to a key that no entry of the layout's table can have.
+  void CheckReference(const Layout &layout) const;
 
   // The field of the key whose one value this asks for, and that value; null for all other conditions.
   const Field *KeyField() const { return exact_ ? leaves_.front().field : nullptr; }

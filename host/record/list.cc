@@ -4,6 +4,7 @@
 #include <functional>
 
 #include "host/base/host_error.h"
+#include "host/layout/value_text.h"
 
 namespace qdt::host {
 namespace {
@@ -14,6 +15,15 @@ struct Sorted {
   std::string text;
   tbm::Place place;
 };
+
+// IPv4 addresses before MAC addresses before IPv6 addresses, each kind in its own order.
+std::string AddressInOrder(const FieldRef &field, const uint8_t *bytes) {
+  const FieldRef is = NarrowAddressIn(field, bytes);
+  const WideValue value = is.Read(bytes);
+  std::string text(1, static_cast<char>(is.size));
+  for (int shift = 120; shift >= 0; shift -= 8) text += static_cast<char>(value >> shift);
+  return text;
+}
 
 // The value by which the records are sorted.
 std::vector<Leaf> SortLeaf(const ListRequest &request) {
@@ -28,6 +38,7 @@ class List {
  public:
   List(const RecordSource &source, const ListRequest &request, RecordSink *sink, ListResult *result)
       : source_(source), request_(request), sink_(sink), reader_(source, *request.table), result_(*result) {
+    for (const Condition &condition : request.where) condition.CheckReference(source.layout());
     if (!request.sort.empty() && sink != nullptr) {
       leaf_ = SortLeaf(request);
       descending_ = request.sort.starts_with('-');
@@ -98,6 +109,10 @@ class List {
     const uint8_t *bytes = leaf.inKey ? reader_.entry().key : reader_.entry().record;
     if (leaf.ref.kind == FieldKind::kText) {
       sorted.text = leaf.ref.GetText(bytes);
+      return sorted;
+    }
+    if (leaf.ref.kind == FieldKind::kAddress) {
+      sorted.text = AddressInOrder(leaf.ref, bytes);
       return sorted;
     }
     sorted.number = leaf.ref.Read(bytes);

@@ -193,13 +193,17 @@ bool EntryReader::NextIn(Order *order) {
 
 // Nothing changes a saved arena any more, so that its order leads to as many entries as the table counts, but
 // for one that its engine was putting in or taking out when it died.
+void EntryReader::CheckWalked() const {
+  const uint64_t count = view_->EntryNum();
+  if (!isPart_ && !source_.IsLive() && (walked_ > count + 1 || walked_ + 1 < count)) FailRestless();
+}
+
 bool EntryReader::Next() {
   if (NextIn(&run_)) {
     ++walked_;
     return true;
   }
-  const uint64_t count = view_->EntryNum();
-  if (!isPart_ && !source_.IsLive() && (walked_ > count + 1 || walked_ + 1 < count)) FailRestless();
+  CheckWalked();
   return false;
 }
 
@@ -207,7 +211,12 @@ bool EntryReader::NextPlace(tbm::Place *place) {
   const tbm::Step step = tbm::TableOrder(*view_).Next(&place_);
   if (step == tbm::Step::kLost) FailRestless();
   *place = place_;
-  return step == tbm::Step::kEntry && place_.serial <= endSerial_;
+  if (step == tbm::Step::kEntry && place_.serial <= endSerial_) {
+    ++walked_;
+    return true;
+  }
+  CheckWalked();
+  return false;
 }
 
 bool EntryReader::NextOfKey(const uint8_t *key) {

@@ -156,6 +156,7 @@ class EntryReader {
  private:
   template <typename Order>
   bool NextIn(Order *order);
+  void CheckWalked() const;
   template <typename Search>
   bool TakeFound(const Search &search);
   bool Take(const tbm::Place &place);
@@ -167,7 +168,7 @@ class EntryReader {
   tbm::Place place_;  // of the walk
   tbm::TableRun run_;
   uint64_t endSerial_ = 0;
-  uint64_t walked_ = 0;          // entries that Next has given
+  uint64_t walked_ = 0;          // entries that Next and NextPlace have given
   bool isPart_ = false;          // not all that stand before are
   std::vector<uint64_t> words_;  // key, then record
   Entry entry_;

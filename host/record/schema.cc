@@ -102,7 +102,6 @@ class DocumentSchema : public RecordSchema {
     Key("dependentRequired");
     json_.StartObject();
     Names("records", std::vector<std::string_view>{"truncated"});
-    Names("truncated", std::vector<std::string_view>{"records"});
     json_.EndObject();
     No("additionalProperties");
   }

@@ -22,7 +22,7 @@ constexpr SchemaDocument kDocuments[] = {
 "usage":{"type":"array","items":{"$ref":"#/$defs/place","properties":{
 "table":true,"id":true,
 "entries":{"$ref":"#/$defs/count"},"capacity":{"$ref":"#/$defs/count"},
-"percent":{"type":"number","minimum":0,"maximum":100},
+"percent":{"type":"number","minimum":0},
 "bytes":{"type":"integer","minimum":0,"description":"storage of the table","x-unit":"bytes"}},
 "required":["table","entries","capacity","percent","bytes"],"additionalProperties":false}},
 "count":{"$ref":"#/$defs/count"}},

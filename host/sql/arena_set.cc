@@ -14,6 +14,9 @@ namespace {
 // Each view keeps a file open.
 constexpr size_t kKept = 512;
 
+// Where a file without a name is opened.
+constexpr char kDescriptors[] = "/proc/self/fd/";
+
 }  // namespace
 
 void ArenaSet::Add(Member member) {
@@ -57,7 +60,7 @@ ArenaSet::Member EngineAt(const std::string &arena, bool frozen) {
   if (!copy->ok()) throw SystemError("cannot make room for a frozen arena");
   CopySnapshot(*Arena::Look(arena, Arena::Access::kLive), copy->get(), "cannot copy the arena",
                [] { return false; });
-  const std::string path = "/proc/self/fd/" + std::to_string(copy->get());
+  const std::string path = kDescriptors + std::to_string(copy->get());
   return {arena, [copy, path, &layout] { return RecordSource::OfSnapshot(path, layout); }};
 }
 
@@ -66,6 +69,8 @@ ArenaSet::Member MemberAt(const std::string &path, bool frozen) {
   member.open();  // what is wrong with it is said now
   return member;
 }
+
+bool IsFrozenCopy(const RecordSource &source) { return source.arena().path().starts_with(kDescriptors); }
 
 void CheckAlive(const RecordSource &source) {
   if (source.IsLive() && !source.arena().EngineAlive())

@@ -60,6 +60,9 @@ ArenaSet::Member EngineAt(const std::string &arena, bool frozen);
 // Either of them, as the path is. Throws HostError when there is no arena.
 ArenaSet::Member MemberAt(const std::string &path, bool frozen);
 
+// Whether the file of a source is such a copy, which has no name that would mean anything to others.
+bool IsFrozenCopy(const RecordSource &source);
+
 // Throws HostError when the engine behind a live source has ended.
 void CheckAlive(const RecordSource &source);
 

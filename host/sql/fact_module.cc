@@ -117,8 +117,10 @@ int Column(sqlite3_vtab_cursor *base, sqlite3_context *context, int number) {
   return SQLITE_OK;
 }
 
-int Rowid(sqlite3_vtab_cursor *cursor, sqlite3_int64 *row) {
-  *row = static_cast<sqlite3_int64>(static_cast<Cursor *>(cursor)->at + 1);
+// Each row's own among those of all arenas, whichever of them are asked: see RecordCursor::number.
+int Rowid(sqlite3_vtab_cursor *base, sqlite3_int64 *row) {
+  const auto *cursor = static_cast<Cursor *>(base);
+  *row = static_cast<sqlite3_int64>(cursor->arena << 32 | (cursor->at + 1));
   return SQLITE_OK;
 }
 

@@ -101,7 +101,7 @@ FactTable StatisticsTable() {
 FactTable SnapshotsTable() {
   return {"snapshots",
           "the arenas that are asked: when they were saved, of which engine, by which version",
-          {{"path", "TEXT", "the file"},
+          {{"path", "TEXT", "the file; NULL for the copy that a frozen engine is read from"},
            {"saved", "TEXT", "when it was saved, UTC; NULL for an engine's own file"},
            {"version", "TEXT", "the program that wrote it"},
            {"pid", "INTEGER", "the engine's process"},
@@ -114,7 +114,9 @@ FactTable SnapshotsTable() {
             if (header.savedTime != 0) saved = UtcText(header.savedTime);
             FactTable::Value arena;
             if (header.arenaPath[0] != 0) arena = Escaped(header.arenaPath);
-            rows->push_back({Escaped(source.arena().path()), std::move(saved), Escaped(header.program),
+            FactTable::Value path;
+            if (!IsFrozenCopy(source)) path = Escaped(source.arena().path());
+            rows->push_back({std::move(path), std::move(saved), Escaped(header.program),
                              static_cast<int64_t>(header.enginePid), UtcText(header.startTime),
                              std::move(arena), Escaped(header.socketPath)});
           }};

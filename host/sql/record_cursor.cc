@@ -156,6 +156,7 @@ bool RecordCursor::NextArena() {
 bool RecordCursor::NextScanned() {
   while (place_ < scanned_.count) {
     const size_t i = place_++;
+    unreadRef_ = static_cast<uint32_t>(place_);
     if (unread_ || reader_->Again(scanned_.places[i])) return true;
   }
   return false;
@@ -166,8 +167,11 @@ bool RecordCursor::NextOfArena() {
   if (plan_ == Plan::kWalk) {
     if (++sinceCheck_ % kRowsBetweenLooks == 0) CheckAlive(*source_);
     if (IsParallel()) return NextScanned();
-    tbm::Place unused;
-    return unread_ ? reader_->NextPlace(&unused) : reader_->Next();
+    if (!unread_) return reader_->Next();
+    tbm::Place place;
+    const bool found = reader_->NextPlace(&place);
+    unreadRef_ = place.ref;
+    return found;
   }
   if (plan_ == Plan::kGroup) return reader_->NextOfGroup(key_.data());
   if (plan_ == Plan::kKey && table_.layout().spec.lookup == Lookup::kMany)
@@ -234,6 +238,15 @@ bool RecordCursor::Next() {
     if (FirstElement()) return true;
   }
   return false;
+}
+
+int64_t RecordCursor::number() const {
+  constexpr int kBitsOfSlot = 25;  // a table has at most 2^24 entries, counted from 1
+  const bool isUnread = plan_ == Plan::kWalk && unread_;
+  const uint32_t slot = isUnread ? unreadRef_ : reader_->entry().place.ref;
+  const uint64_t entry = uint64_t{arena_} << kBitsOfSlot | slot;
+  const uint32_t rows = table_.list() == nullptr ? 1 : std::max(table_.list()->node->field->count, 1u);
+  return static_cast<int64_t>(entry * rows + element_);
 }
 
 uint64_t RecordCursor::address() const {

@@ -52,6 +52,9 @@ class RecordCursor {
   // Where the entry lies, as references to it hold it.
   uint64_t address() const;
   const std::string &arena() const { return arenas_.Name(arena_); }
+  // The row's number, the same whichever way has led to it: of a row that two parts of an OR have found, each
+  // on its own way, SQLite keeps one by this number.
+  int64_t number() const;
   uint32_t element() const { return element_; }
   // Where the element begins that the columns of a list are counted from.
   uint32_t elementBase() const { return elementBase_; }
@@ -89,6 +92,7 @@ class RecordCursor {
   std::vector<uint8_t> key_;
   uint64_t wantedAddress_ = 0;
   bool unread_ = false;
+  uint32_t unreadRef_ = 0;  // of the current row, when records are not read
   std::optional<size_t> onlyArena_;
 
   size_t arena_ = 0;

@@ -45,7 +45,6 @@ struct Cursor : sqlite3_vtab_cursor {
   std::string plan;                    // that `indexed` were taken from
   IndexedColumns indexed;              // the columns whose index was used last
   std::optional<std::string> matched;  // what a route was looked up for
-  int64_t row = 0;
   bool end = true;
 };
 
@@ -222,7 +221,7 @@ class RowReader {
       case Kind::kAddress:
         return sqlite3_result_int64(context, static_cast<int64_t>(cursor_.rows.address()));
       case Kind::kMatch:
-        return cursor_.matched ? ResultText(context, *cursor_.matched) : sqlite3_result_null(context);
+        return ResultText(context, Matched());
       default:
         break;
     }
@@ -255,6 +254,14 @@ class RowReader {
 
  private:
   static constexpr FieldRef kAddressRef{0, 8, FieldKind::kUnsigned, 0, 0};
+
+  // What the row was looked up for. Who asks for it of rows that were found in another way compares it with
+  // something that SQLite has kept to itself, and would take NULL for an answer.
+  const std::string &Matched() const {
+    if (cursor_.matched) return *cursor_.matched;
+    throw HostError("match of " + cursor_.table.module.name +
+                    " has to be compared by = with a value that is known before (name its table first)");
+  }
 
   // Whether the record has the structure in which the column's value stands.
   bool HasValue(const SqlColumn &column) const {
@@ -428,7 +435,6 @@ int Next(sqlite3_vtab_cursor *base) {
   auto *cursor = static_cast<Cursor *>(base);
   return Guarded(base->pVtab, [&] {
     cursor->end = !cursor->rows.Next();
-    ++cursor->row;
     return SQLITE_OK;
   });
 }
@@ -437,7 +443,6 @@ int FilterRows(sqlite3_vtab_cursor *base, int way, const char *shown, int count,
   auto *cursor = static_cast<Cursor *>(base);
   const int started = Guarded(base->pVtab, [&] {
     Filter(cursor, way, shown, count, values).Start();
-    cursor->row = 0;
     return SQLITE_OK;
   });
   return started == SQLITE_OK ? Next(base) : started;
@@ -454,7 +459,7 @@ int Column(sqlite3_vtab_cursor *base, sqlite3_context *context, int number) {
 }
 
 int Rowid(sqlite3_vtab_cursor *cursor, sqlite3_int64 *row) {
-  *row = static_cast<Cursor *>(cursor)->row;
+  *row = static_cast<Cursor *>(cursor)->rows.number();
   return SQLITE_OK;
 }
 

@@ -178,6 +178,7 @@ trunk: [{repeat: 48, trunk_id: {from: 1, step: 1}}]
 global: [{}]
 nhp: [{repeat: 4096, index: {from: 1, step: 1}}]
 mirr_observe: [{repeat: 4, observe_id: {from: 1, step: 1}}]
+http_portal_port: [{repeat: 3, port: {from: 80, step: 1}}]
 """
 
 
@@ -189,19 +190,20 @@ def test_usage(place):
     lines = [line.split() for line in result.out.splitlines()]
     assert lines[0] == ["table", "entries", "capacity", "percent", "bytes"]
     # The fullest first, then by id; empty ones as well.
-    assert [line[:4] for line in lines[1:5]] == [
+    assert [line[:4] for line in lines[1:6]] == [
         ["global", "1", "1", "100.0"], ["mirr_observe", "4", "4", "100.0"], ["trunk", "48", "64", "75.0"],
-        ["nhp", "4096", "8192", "50.0"]], result
-    assert {line[1] for line in lines[5:]} == {"0"}, result
+        ["nhp", "4096", "8192", "50.0"], ["http_portal_port", "3", "16", "18.8"]], result
+    assert {line[1] for line in lines[6:]} == {"0"}, result
     answer = place.cli("usage", "--json")
     assert answer.code == 0, answer
     usage = valid(json.loads(answer.out))
     assert usage["count"] == len(usage["usage"]) == len(lines) - 1
+    assert [str(row["percent"]) for row in usage["usage"]] == [line[3] for line in lines[1:]]
     trunk = next(row for row in usage["usage"] if row["table"] == "trunk")
     assert trunk["bytes"] >= 48 * 1032
     del trunk["bytes"]
     assert trunk == {"table": "trunk", "id": 13, "entries": 48, "capacity": 64, "percent": 75.0}
-    assert sum(row["entries"] for row in usage["usage"]) == 1 + 4 + 48 + 4096
+    assert sum(row["entries"] for row in usage["usage"]) == 1 + 4 + 48 + 4096 + 3
     # Above, not at. A table of one entry is no news.
     for percent, code in ((1, 1), (50, 1), (74, 1), (75, 1), (99, 1), (100, 0)):
         assert place.cli("usage", "--warn", str(percent)).code == code, percent

@@ -123,6 +123,11 @@ def test_what_is_cut_says_so(macs):
     answer = macs.cli("list", "ssw_macinfo", "--limit", "1", "--fields", "mac")
     assert (answer.code, answer.out, answer.err) == (
         0, "mac\n02:00:5e:00:00:00\n", "more entries follow behind these 1; raise --limit\n"), answer
+    count = macs.cli("list", "ssw_macinfo", "--count", "--limit", "3")
+    assert (count.code, count.out, count.err) == (0, "3\n", "there are more than these 3; leave out --limit\n"), count
+    counted = {"table": "ssw_macinfo", "id": 26, "count": 3, "truncated": True}
+    assert document(macs.cli("list", "ssw_macinfo", "--count", "--limit", "3", "--json")) == counted
+    macs.cli("list", "ssw_macinfo", "--count", "--limit", "16384").answered("16384\n")
 
 
 @pytest.mark.parametrize("form", ["--json", "--ndjson", "--csv", "--yaml", "--fields=mac"])

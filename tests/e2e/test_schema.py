@@ -43,7 +43,8 @@ def test_each_tables_schema_is_one_and_fits_its_list(campus, whole, tables):
 def test_live_engine_limit_count_and_lines(campus, whole, tables):
     for name in ("fib", "session", "ssw_macinfo"):
         validator = schemas.of(f"list.{name}")
-        for words in (["--limit", "1"], ["--limit", "0"], ["--count"], ["--sort", "-" + first_value(whole, name)]):
+        for words in (["--limit", "1"], ["--limit", "0"], ["--count"], ["--count", "--limit", "1"],
+                      ["--sort", "-" + first_value(whole, name)]):
             check(validator, parsed(campus.engine.cli("list", name, "--json", *words)))
         lines = campus.engine.cli("list", name, "--ndjson").out.splitlines()
         assert lines
@@ -174,6 +175,21 @@ def test_documents(campus, random_arena, words):
     check(VALIDATOR(schemas.whole(), format_checker=FORMATS), document)
     for file in (campus.snapshot, random_arena):
         valid(answer("--snapshot", file, *words))
+
+
+def test_usage_of_a_table_that_counts_more_than_it_holds(campus, directory):
+    """A damaged arena is told as it is, and by the schema."""
+    data = campus.snapshot.read_bytes()
+    entries = next(row["entries"] for row in answer("--snapshot", campus.snapshot, "usage")["usage"] if row["table"] == "arp")
+    for at in range(0, 65536, 4):
+        if data[at:at + 4] != struct.pack("<I", entries):
+            continue
+        (directory / "odd").write_bytes(data[:at] + struct.pack("<I", 50000) + data[at + 4:])
+        result = nqecli("--snapshot", directory / "odd", "usage", "--json")
+        rows = valid(json.loads(result.out))["usage"] if result.code == 0 else []
+        if any(row["table"] == "arp" and (row["entries"], row["percent"]) == (50000, 305.2) for row in rows):
+            return
+    raise AssertionError("the number of entries stands nowhere")
 
 
 def test_documents_of_differences(campus, random_arena, directory):

@@ -165,6 +165,7 @@ def test_csv(campus):
     assert result.out == ('text,number,real,none,blob,bytes,controls,back\r\n'
                           '"a""b,c",5,1.5,,00ff,a\\xffb,a\\x00\\x0ab,x\\y\r\n'), result
     ask(campus, "SELECT 1 AS a WHERE 0", "--csv").answered("a\r\n")
+    ask(campus, "SELECT NULL AS a UNION ALL SELECT 'b' UNION ALL SELECT ''", "--csv").answered('a\r\n""\r\nb\r\n""\r\n')
 
 
 def test_columns(campus):
@@ -216,6 +217,8 @@ def test_statements_on_standard_input(campus):
     ("SELECT abs(-9223372036854775808)", "integer overflow"),
     ("SELECT load_extension('x')", "not authorized to use function: load_extension"),
     ("SELECT 1; \x01", 'unrecognized token: "\\x01"'),
+    ("SELECT * FROM fib WHERE match = '192.0.2.9' COLLATE NOCASE",
+     "no query solution; match has to be compared by = with a value that is known before (name its table first)"),
 ])
 def test_statements_that_fail(campus, statement, message):
     result = ask(campus, statement)
@@ -375,6 +378,13 @@ def test_many_arenas(fleet):
     run(BIN / "nqecli", "--snapshot", "*.none", "sql", "SELECT 1", cwd=fleet).failed('no file fits "*.none"')
 
 
+def test_a_file_whose_name_could_be_a_pattern(fleet):
+    with short_directory() as directory:
+        (directory / "a[1].snapshot").symlink_to(fleet / "a.snapshot")
+        run(BIN / "nqecli", "--snapshot", "a[1].snapshot", "sql", "--csv", "SELECT *, _arena FROM ipv6_portip_head LIMIT 1",
+            cwd=directory).answered("fwd_if_index,list_id,_arena\r\n201,601,a[1].snapshot\r\n")
+
+
 def test_a_damaged_one_among_many(fleet):
     with short_directory() as directory:
         for name in ("a", "c"):
@@ -488,5 +498,7 @@ def test_findings_statistics_and_snapshots(campus):
         {"n": 4 * 831, "counters": 831}]
     live = rows("SELECT saved, pid, arena_path FROM snapshots")
     assert live == [{"saved": None, "pid": campus.engine.process.pid, "arena_path": str(campus.engine.arena)}]
+    frozen = json.loads(campus.engine.cli("sql", "--frozen", "--json", "SELECT * FROM snapshots").out)["rows"]
+    assert [(row["path"], row["arena_path"]) for row in frozen] == [(None, str(campus.engine.arena))]
     saved = json.loads(nqecli("--snapshot", campus.snapshot, "sql", "--json", "SELECT saved, pid FROM snapshots").out)
     assert saved["rows"][0]["saved"] and saved["rows"][0]["pid"] == campus.engine.process.pid

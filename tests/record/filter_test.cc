@@ -128,6 +128,29 @@ TEST_F(FilterTest, References) {
   EXPECT_EQ(Which("peers!=0"), "");
 }
 
+TEST_F(FilterTest, ReferencesToWhatIsNoKey) {
+  const auto refused = [&](std::string_view condition) {
+    return ErrorOf([&] { RunList(*arena_.Source(), Request("things", {condition}), nullptr); });
+  };
+  EXPECT_EQ(
+      refused("peer=other/1/x"),
+      R"("peer=other/1/x": things.peer is a reference to other: "x" is not a number (decimal or 0x...))");
+  EXPECT_EQ(refused("peer=other/1"),
+            R"("peer=other/1": things.peer is a reference (write other/group/number))");
+  EXPECT_EQ(refused("peer=other/"),
+            R"("peer=other/": things.peer is a reference to other: "" is not a number (decimal or 0x...))");
+  EXPECT_EQ(refused("peer=other/1/2/3"),
+            R"("peer=other/1/2/3": things.peer is a reference (write other/group/number))");
+  EXPECT_EQ(refused("peer!=other/1/0x2"),
+            R"("peer!=other/1/0x2": things.peer is a reference that is shown as other/1/2 (write it so))");
+  EXPECT_EQ(
+      refused("next=things/99999999999"),
+      R"("next=things/99999999999": things.next is a reference to things: 99999999999 does not fit 32 bits (0 to 4294967295))");
+  for (const std::string_view right :
+       {"peer=other/1/7", "next=things/2", "next=things/*", "next=other/stale", "next=0x1"})
+    EXPECT_EQ(refused(right), "no error") << right;
+}
+
 TEST_F(FilterTest, PartsThatNotAllHave) {
   EXPECT_EQ(Which("part.a=9"), "1");
   EXPECT_EQ(Which("part.ip=10.0.0.0/8"), "1");
@@ -161,6 +184,13 @@ named:
   EXPECT_EQ(Values("named", {"where=02:00:5e:00:53:01"}, "value"), "3");
   EXPECT_EQ(Values("named", {"where!=02:00:5e:00:53:01"}, "value"), "1 2");
   EXPECT_EQ(Values("named", {"where=192.0.2.1", "name=a"}, "value"), "1");
+  EXPECT_EQ(Values("named", {"where=192.0.0.0/16"}, "value"), "1");
+  EXPECT_EQ(Values("named", {"where=192.0.2.1/32"}, "value"), "1");
+  EXPECT_EQ(Values("named", {"where!=192.0.0.0/16"}, "value"), "2 3");
+  EXPECT_EQ(Values("named", {"where=0.0.0.0/0"}, "value"), "1");
+  EXPECT_EQ(Values("named", {"where=2001:db8::/32"}, "value"), "2");
+  EXPECT_EQ(Values("named", {"where=2001:db8::1/128", "name=b"}, "value"), "2");
+  EXPECT_EQ(Values("named", {"where=::/0"}, "value"), "2");
   EXPECT_EQ(Values("named", {"where=192.0.2.1", "name=abcdefghijkl"}, "value"), "");
 }
 
@@ -201,8 +231,9 @@ TEST_F(FilterTest, EveryMistakeHasALine) {
             R"("peer=0xz": things.peer is a reference: "0xz" is not a number (decimal or 0x...))");
   EXPECT_EQ(Refusal("peer<none"), R"("peer<none": things.peer can be = or != only)");
   EXPECT_EQ(Refusal("where<10.0.0.1", "named"), R"("where<10.0.0.1": named.where can be = or != only)");
-  EXPECT_EQ(Refusal("where=10.0.0.0/8", "named"),
-            R"("where=10.0.0.0/8": named.where is no IPv4, IPv6 or MAC address: "10.0.0.0/8")");
+  EXPECT_EQ(
+      Refusal("where=10.0.0.0/33", "named"),
+      R"("where=10.0.0.0/33": named.where is not "10.0.0.0/33", which is no prefix (such as 192.0.2.0/24))");
   EXPECT_EQ(Refusal("part=5"), R"("part=5": name one field of the structure part)");
   EXPECT_EQ(Refusal("inner=5"), "no error");  // it has one value
 }

@@ -43,6 +43,12 @@ things:
             "5,\"\"\" \"\"\",[]\r\n");
 }
 
+TEST_F(FormsTest, CsvHasALineForEachRecord) {
+  Load("things: [{index: 1}, {index: 2, name: a}, {index: 3}]");
+  EXPECT_EQ(Csv("things", "name"), "name\r\n\"\"\r\na\r\n\"\"\r\n");
+  EXPECT_EQ(Csv("things", "name,ip"), "name,ip\r\n,0.0.0.0\r\na,0.0.0.0\r\n,0.0.0.0\r\n");
+}
+
 TEST_F(FormsTest, CsvHasAColumnForEachValue) {
   Load(R"(
 other: [{group: 1, number: 2}]

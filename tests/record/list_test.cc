@@ -182,6 +182,24 @@ TEST_F(ListTest, Sorting) {
   EXPECT_EQ(Sorted("part.a"), "2 9 1 4");  // what is not there counts as 0
 }
 
+TEST_F(ListTest, AddressesOfSeveralKindsAreSortedKindByKind) {
+  Load(R"(
+named:
+  - {name: a, where: "2001:db8::2", value: 1}
+  - {name: b, where: 192.0.2.1, value: 2}
+  - {name: c, where: 02:00:5e:00:53:01, value: 3}
+  - {name: d, where: 10.0.0.200, value: 4}
+  - {name: e, where: "2001:db8::1:1", value: 5}
+  - {name: f, where: 00:00:5e:00:53:02, value: 6}
+)");
+  ListRequest request = Request("named", {});
+  request.sort = "where";
+  EXPECT_EQ(List(RecordFormat::kCsv, request, "value"), "value\r\n4\r\n2\r\n6\r\n3\r\n1\r\n5\r\n");
+  request.sort = "-where";
+  request.limit = 2;
+  EXPECT_EQ(List(RecordFormat::kCsv, request, "value"), "value\r\n5\r\n1\r\n#truncated behind 2 records\r\n");
+}
+
 TEST_F(ListTest, SortingWithALimitKeepsTheFirst) {
   EXPECT_EQ(Sorted("index", 4), "1 2 4 9");
   EXPECT_EQ(Sorted("index", 2), "1 2 #truncated behind 2 records");

@@ -84,6 +84,23 @@ TEST_F(AccessTest, Match) {
             "32|4\n");
 }
 
+// Where the statement's order leaves nothing to look up, there is no answer that looks like one.
+TEST_F(AccessTest, MatchNeedsAValueThatIsKnownBefore) {
+  const std::string refused =
+      "error: match of fib has to be compared by = with a value that is known before (name its table first)";
+  for (const char *from : {"fib f CROSS JOIN session s WHERE f.match = s.positive_destination",
+                           "fib f RIGHT JOIN session s ON f.match = s.positive_destination",
+                           "fib f FULL JOIN session s ON f.match = s.positive_destination",
+                           "fib f WHERE f.match > '1'", "fib f WHERE f.match IS '192.0.2.9'",
+                           "fib f WHERE f.match LIKE '192.%'", "fib f WHERE f.match IS NULL"})
+    EXPECT_EQ(Ask(std::string("SELECT count(*) FROM ") + from), refused) << from;
+  EXPECT_EQ(Ask("SELECT match FROM fib"), refused);
+  EXPECT_EQ(Ask("SELECT count(*), count(f.prefix) FROM session s LEFT JOIN fib f ON f.match = "
+                "s.positive_destination"),
+            "36|33\n");
+  EXPECT_EQ(Ask("SELECT count(*) FROM fib WHERE match = '192.0.2.9' OR match = '192.0.2.150'"), "2\n");
+}
+
 TEST_F(AccessTest, MatchFindsTheLongestOfAllPrefixesThatHoldTheAddress) {
   EXPECT_EQ(
       Ask("SELECT count(*) FROM session s WHERE s.positive_source IS NOT NULL AND (SELECT prefix FROM fib "
@@ -117,6 +134,27 @@ TEST_F(AccessTest, IndexesOnColumns) {
                 "ALL SELECT "
                 "'x') t JOIN arp a ON a.vlan_id = t.v"),
             Ask("SELECT count(*) FROM arp WHERE +vlan_id IN (10, 20)"));
+}
+
+// A row that both sides of OR find, each on its own way, is one row; two rows stay two.
+TEST_F(AccessTest, EitherOfTwoWays) {
+  EXPECT_EQ(Ask("SELECT fwd_if_index, list_id FROM portip_head WHERE fwd_if_index = 206 OR list_id = 506"),
+            "206|506\n");
+  EXPECT_EQ(Ask("SELECT fwd_if_index FROM portip_head WHERE fwd_if_index = 202 OR list_id = 503 ORDER BY 1"),
+            "202\n203\n");
+  EXPECT_EQ(Ask("SELECT count(*) FROM vap_to_sta WHERE fwd_if_index = 101 OR vlan_id = 20"), "30\n");
+  EXPECT_EQ(
+      Ask("SELECT count(*) FROM fib f WHERE f.vpn = 0 AND f.destination = '192.0.2.128' AND f.prefix = 28 "
+          "OR f.nhp_index = 30 OR f.next_hop_address = (SELECT _address FROM nhp WHERE \"index\" = 30)"),
+      "1\n");
+  EXPECT_EQ(Ask("SELECT count(*) FROM acl_rule WHERE group_type = 0 AND group_id = 3002 OR priority = 0"),
+            Ask("SELECT count(*) FROM acl_rule WHERE +group_type = 0 AND +group_id = 3002 OR +priority = 0"));
+  EXPECT_EQ(Ask("SELECT count(*) FROM nhp_l1_services WHERE type = 2 OR element = 1 OR \"index\" = 1"),
+            Ask("SELECT count(*) FROM nhp_l1_services WHERE +type = 2 OR +element = 1 OR +\"index\" = 1"));
+  EXPECT_EQ(Ask("SELECT count(DISTINCT rowid) = count(*) AND count(*) > 10 FROM fwdif_counters"), "1\n");
+  EXPECT_EQ(
+      Ask("SELECT count(*) FROM (SELECT rowid FROM arp EXCEPT SELECT rowid FROM arp WHERE vlan_id >= 0)"),
+      "0\n");
 }
 
 TEST_F(AccessTest, AddressesOfNoEntryFindNothing) {

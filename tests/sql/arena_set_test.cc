@@ -52,6 +52,15 @@ TEST_F(ArenaSetTest, LookupsAskEach) {
             "02:00:00:00:00:01\n");
 }
 
+TEST_F(ArenaSetTest, EitherOfTwoWays) {
+  EXPECT_EQ(
+      Ask("SELECT arena, next_hop FROM arp WHERE arena = 'b' AND vlan_id = 0 OR arena = 'c' AND vlan_id = 0 "
+          "ORDER BY 1"),
+      "b|192.0.2.21\nc|192.0.2.31\n");
+  EXPECT_EQ(Ask("SELECT count(DISTINCT rowid) FROM arp"), "6\n");
+  EXPECT_EQ(Ask("SELECT count(DISTINCT rowid) = count(*) FROM usage"), "1\n");
+}
+
 TEST_F(ArenaSetTest, IndexesAreOfAllAndAskedForOne) {
   const std::string join =
       "SELECT x.arena, x.next_hop, y.next_hop FROM arp x JOIN arp y ON y.arena = x.arena AND y.dmac = x.dmac "
@@ -79,6 +88,29 @@ TEST_F(ArenaSetTest, ADamagedOneEndsOnlyWhatReadsIt) {
   EXPECT_TRUE(all.starts_with("error: ") && all.find(dir_.File("d")) != std::string::npos) << all;
   EXPECT_EQ(Ask("SELECT count(*) FROM arp WHERE arena = 'c'"), "2\n");
   EXPECT_EQ(Ask("SELECT entries FROM usage WHERE arena = 'c' AND name = 'arp'"), "2\n");
+}
+
+// A walk that reads no record sees it as well, alone and side by side.
+TEST_F(ArenaSetTest, ATableThatLeadsAstrayEndsWhatCountsIt) {
+  const std::string file = dir_.File("d");
+  SaveScenario(
+      Scenario::FromText("s.yaml", "arp: [{repeat: 9, vpn: {from: 0, step: 1}, next_hop: 192.0.2.1}]",
+                         Layout::BuiltIn()),
+      file, [](Arena *arena) {
+        tbm::TableView arp;
+        ASSERT_EQ(tbm::TableView::Open(arena, Layout::BuiltIn().FindTable("arp")->spec.id, &arp), 0);
+        arp.descriptor().entryNum = 7;
+      });
+  const std::string astray = "error: the table arp of " + file + " is damaged (its order leads astray)";
+  Database alone;
+  alone.arenas->Add(SnapshotAt(file));
+  EXPECT_EQ(alone.Ask("SELECT count(*) FROM arp"), astray);
+  EXPECT_EQ(alone.Ask("SELECT count(dmac) FROM arp"), astray);
+  database_.arenas->Add(SnapshotAt(file));
+  EXPECT_EQ(Ask("SELECT count(*) FROM arp"), astray);
+  EXPECT_EQ(Ask("SELECT count(dmac) FROM arp"), astray);
+  EXPECT_EQ(Ask("SELECT count(dmac) FROM arp WHERE arena <> '" + file + "'"), astray);
+  EXPECT_EQ(Ask("SELECT count(dmac) FROM arp WHERE arena = 'a'"), "2\n");
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -16,12 +17,15 @@
 
 namespace qdt::host {
 
-// The arena of a scenario, saved to `file`.
-inline void SaveScenario(const Scenario &scenario, const std::string &file) {
+// The arena of a scenario, saved to `file` after `spoil` has had it.
+inline void SaveScenario(
+    const Scenario &scenario, const std::string &file,
+    const std::function<void(Arena *)> &spoil = [](Arena *) {}) {
   const auto arena = Arena::Create(file + ".new", Layout::BuiltIn().Plan("/nowhere"));
   TableWriter writer(arena.get());
   scenario.Fill(arena.get(), &writer);
   arena->Publish();
+  spoil(arena.get());
   const UniqueFd fd(open(file.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, 0644));
   arena->CopyTo(fd.get());
 }

@@ -288,6 +288,8 @@ class Connection {
       const std::string nearest = host::NearestSqlTable(message.substr(name));
       message += nearest.empty() ? "; \"nqecli sql --schema\" lists them" : "; did you mean " + nearest + "?";
     }
+    if (message == "no query solution")
+      message += "; match has to be compared by = with a value that is known before (name its table first)";
     return message;
   }
   [[noreturn]] void Fail() const { throw HostError(Message()); }
@@ -295,8 +297,13 @@ class Connection {
   sqlite3 *handle_ = nullptr;
 };
 
+// Whether the words stand for many files; a file that is called just so is this one file.
+bool IsPattern(const std::string &words) {
+  return words.find_first_of("*?[") != words.npos && access(words.c_str(), F_OK) != 0;
+}
+
 std::vector<std::string> FilesOf(const std::string &pattern) {
-  if (pattern.find_first_of("*?[") == pattern.npos) return {pattern};
+  if (!IsPattern(pattern)) return {pattern};
   glob_t found = {};
   std::vector<std::string> files;
   if (glob(pattern.c_str(), 0, nullptr, &found) == 0)
@@ -379,7 +386,7 @@ ExitCode Sql(host::Arguments arguments) {
   if (words.help) return Print(kHelp + PlaceHelp() + kMoreHelp);
   TakeEnvironment(&words.place);
   if (words.plain.size() > 1) throw HostError("sql takes one text of statements; put it between quotes");
-  const bool many = words.place.snapshot.find_first_of("*?[") != std::string::npos;
+  const bool many = IsPattern(words.place.snapshot);
   if (words.schema) return Print(host::SqlSchema(words.plain.empty() ? "" : words.plain.front(), many));
   const std::vector<std::string> files =
       words.place.saved() ? FilesOf(words.place.snapshot) : std::vector<std::string>{};

@@ -14,10 +14,10 @@ using host::RecordFormat;
 using host::RecordShape;
 using host::TableLayout;
 
-void PrintCount(const TableLayout &table, uint64_t count, RecordFormat format) {
+void PrintCount(const TableLayout &table, const host::ListResult &result, RecordFormat format) {
   StandardOut out;
   if (format == RecordFormat::kColumns) {
-    out.Append(std::to_string(count) + "\n");
+    out.Append(std::to_string(result.count) + "\n");
   } else {
     host::JsonWriter json(out);
     json.StartObject();
@@ -26,11 +26,17 @@ void PrintCount(const TableLayout &table, uint64_t count, RecordFormat format) {
     host::JsonKey(&json, "id");
     json.Uint(table.spec.id);
     host::JsonKey(&json, "count");
-    json.Uint64(count);
+    json.Uint64(result.count);
+    if (result.truncated) {
+      host::JsonKey(&json, "truncated");
+      json.Bool(true);
+    }
     json.EndObject();
     out.Put('\n');
   }
   out.Spill();
+  if (format == RecordFormat::kColumns && result.truncated)
+    WriteAside("there are more than these " + std::to_string(result.count) + "; leave out --limit\n");
 }
 
 }  // namespace
@@ -46,7 +52,7 @@ ExitCode List(const DataWords &words) {
   const RecordShape shape = RecordShape::Chosen(table, words.fields);
   const auto source = OpenSource(words.place);
   if (words.count) {
-    PrintCount(table, RunList(*source, request, nullptr).count, words.format);
+    PrintCount(table, RunList(*source, request, nullptr), words.format);
     return kAnswered;
   }
   StandardOut out;
