@@ -98,3 +98,4 @@ def test_a_namespace_that_disappears_takes_what_is_captured_there_along(pair):
             f"nqed: --capture {link}: the network namespace is gone; the engine goes on without its packets"
             for link in ("v0", "v1")]
         assert place.cli("engine", "status").code == 0
+        assert place.end()[0] == 0

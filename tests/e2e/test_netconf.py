@@ -191,6 +191,7 @@ def test_errors_say_where(site):
         ("<kill-session><session-id>9</session-id><x/></kill-session>", "unknown-element", "/nc:rpc/op:kill-session"),
         ("<get><filter/><filter/></get>", "bad-element", "/nc:rpc/op:get/op:filter"),
         ('<get><filter type="xpath" select="["/></get>', "invalid-value", "/nc:rpc/op:get/op:filter"),
+        ('<get><filter type="xpath" xmlns:x="urn:x" select="/x:a"/></get>', "invalid-value", "/nc:rpc/op:get/op:filter"),
         ("<get-config/>", "missing-element", "/nc:rpc/op:get-config"),
         ("<get-config><source><startup/></source></get-config>", "invalid-value", "/nc:rpc/op:get-config/op:source"),
         ("<close-session><x/></close-session>", "unknown-element", "/nc:rpc/op:close-session"),
