@@ -254,6 +254,7 @@ def test_tables_are_not_changed(campus, statement, message):
 
 def test_options(campus):
     nqecli("sql", "--jsn", "SELECT 1").failed('unknown option "--jsn"')
+    nqecli("sql", "--json", "--csv", "SELECT 1").failed("--csv and another form exclude each other; name one")
     nqecli("sql", "SELECT 1", "SELECT 2").failed("sql takes one text of statements; put it between quotes")
     nqecli("sql", "--schema", "fibx").failed('unknown table "fibx" (did you mean fib?)')
     assert nqecli("sql", "--help").out.startswith("usage: nqecli [--arena PATH | --snapshot FILE] sql ")

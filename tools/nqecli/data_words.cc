@@ -51,22 +51,16 @@ double ReadSeconds(const std::string &text) {
   throw HostError("-i " + Quoted(text) + " is not a number of seconds from 0.1 to 86400");
 }
 
-void SetFormat(DataWords *words, std::string_view flag, RecordFormat format) {
-  if (words->format != RecordFormat::kColumns && words->format != format)
-    throw HostError(std::string(flag) + " and another form exclude each other; name one");
-  words->format = format;
-}
-
 void SetFlag(DataWords *words, const Flag &flag) {
   switch (flag.option) {
     case kOptionJson:
-      return SetFormat(words, flag.name, RecordFormat::kJson);
+      return SetFormat(&words->format, flag.name, RecordFormat::kJson);
     case kOptionLines:
-      return SetFormat(words, flag.name, RecordFormat::kJsonLines);
+      return SetFormat(&words->format, flag.name, RecordFormat::kJsonLines);
     case kOptionCsv:
-      return SetFormat(words, flag.name, RecordFormat::kCsv);
+      return SetFormat(&words->format, flag.name, RecordFormat::kCsv);
     case kOptionYaml:
-      return SetFormat(words, flag.name, RecordFormat::kYaml);
+      return SetFormat(&words->format, flag.name, RecordFormat::kYaml);
     case kOptionCount:
       words->count = true;
       return;
@@ -135,6 +129,12 @@ bool TakeFlag(host::Arguments *arguments, DataWords *words, uint32_t takes) {
 }
 
 }  // namespace
+
+void SetFormat(RecordFormat *format, std::string_view flag, RecordFormat chosen) {
+  if (*format != RecordFormat::kColumns && *format != chosen)
+    throw HostError(std::string(flag) + " and another form exclude each other; name one");
+  *format = chosen;
+}
 
 std::vector<std::string_view> OptionNames(uint32_t takes) {
   std::vector<std::string_view> names;

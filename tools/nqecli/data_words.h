@@ -17,6 +17,9 @@
 
 namespace qdt::nqecli {
 
+// Takes an option that names the answer's form. Throws HostError when another one has been named.
+void SetFormat(host::RecordFormat *format, std::string_view flag, host::RecordFormat chosen);
+
 // The options of the commands that show data, each a bit: a command says which of them it takes.
 enum DataOption : uint32_t {
   kOptionJson = 1 << 0,

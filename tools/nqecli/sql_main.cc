@@ -353,17 +353,22 @@ struct Words {
   std::vector<std::string> plain;
 };
 
+struct Form {
+  std::string_view flag;
+  RecordFormat format;
+};
+constexpr Form kForms[] = {{"--json", RecordFormat::kJson},
+                           {"--ndjson", RecordFormat::kJsonLines},
+                           {"--csv", RecordFormat::kCsv},
+                           {"--column", RecordFormat::kColumns}};
+
 Words ReadWords(host::Arguments arguments) {
   Words words;
   while (!arguments.empty()) {
-    if (arguments.Take("--json")) {
-      words.format = RecordFormat::kJson;
-    } else if (arguments.Take("--ndjson")) {
-      words.format = RecordFormat::kJsonLines;
-    } else if (arguments.Take("--csv")) {
-      words.format = RecordFormat::kCsv;
-    } else if (arguments.Take("--column")) {
-      words.format = RecordFormat::kColumns;
+    const auto form = std::ranges::find(kForms, arguments.front(), &Form::flag);
+    if (form != std::end(kForms)) {
+      arguments.Take(form->flag);
+      SetFormat(&words.format, form->flag, form->format);
     } else if (arguments.Take("--frozen")) {
       words.frozen = true;
     } else if (arguments.Take("--schema")) {
