@@ -259,7 +259,8 @@ TEST_P(StressRoomTest, ReaderIsOvertakenBetweenAnyTwoInstructions) {
   Writer writer(engine_.get(), kFew);
   Child reader(&engine_, [&] {
     return ReadOn(kFew, [] {
-      if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) == 0) raise(SIGSTOP);
+      if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) _exit(1);
+      raise(SIGSTOP);
     });
   });
   int status = 0;
