@@ -216,9 +216,22 @@ char *PutText(char *at, const char *limit, std::string_view text) {
 
 }  // namespace
 
+// Most literals without a value are one piece.
+bool Text::RunText(const Program &program) {
+  if (program.pieces != 1 || Room() <= program.bound) [[unlikely]]
+    return Run(program, nullptr);
+  const Piece &piece = *program.First();
+  CopyText(at_, program.Literals(), piece.length);
+  return End(piece, at_ + piece.length);
+}
+
 // Nothing is written to the value on the stack, which therefore wants no guard.
 __attribute__((noinline, no_stack_protector)) bool Text::RunOne(const Program &program, uint64_t value) {
-  return Run(program, &value);
+  const Piece &piece = *program.First();
+  if (program.pieces != 1 || Room() <= program.bound) return Run(program, &value);
+  if (piece.kind > Kind::kLastOfKnownLength) return RunRest(program, &piece, program.Literals(), &value, at_);
+  CopyText(at_, program.Literals(), piece.length);
+  return End(piece, PutKnown(at_ + piece.length, piece, value));
 }
 
 bool Text::RunLabelledLine(const Program &program, uint64_t value) {

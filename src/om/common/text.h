@@ -108,7 +108,7 @@ class Text {
     constexpr auto &kCompiled = format::kProgram<F, Slots::kTextKind...>;
     const format::Program &program = kCompiled.head;
     if constexpr (sizeof...(I) == 0) {
-      return Run(program, nullptr);
+      return RunText(program);
     } else if constexpr (kCompiled.kForm == format::Form::kLabelledLine) {
       return RunLabelledLine(program, slots.template Value<format::kParsed<F>.OfArgument(I)>()...);
     } else if constexpr (kCompiled.kForm == format::Form::kLine) {
@@ -123,6 +123,7 @@ class Text {
 
   // Adds what the program makes of its values, of which there are as many as it has arguments.
   bool Run(const format::Program &program, const uint64_t *values);
+  bool RunText(const format::Program &program);
   bool RunOne(const format::Program &program, uint64_t value);
   bool RunLine(const format::Program &program, uint64_t value);
   bool RunLabelledLine(const format::Program &program, uint64_t value);
