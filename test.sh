@@ -43,8 +43,9 @@ tests_of() {
       step pytest "end to end" end_to_end release
       ;;
     asan)
-      step googletest "unit tests under ASan and UBSan" programs asan
+      step googletest "unit tests under ASan and UBSan" programs asan &
       step pytest "end to end under ASan and UBSan" end_to_end asan
+      wait
       ;;
     aarch64)
       step googletest "unit tests as AArch64 binaries" programs aarch64
@@ -59,8 +60,11 @@ everything() {
     openssh-client openssh-server procps python3-ncclient python3-jsonschema abigail-tools graphviz sqlite3 postgresql spin strace \
     iproute2 iputils-ping nftables conntrack tcpdump mandoc make g++-aarch64-linux-gnu qemu-user || exit 1
   export ASAN_OPTIONS=detect_leaks=1:abort_on_error=0 UBSAN_OPTIONS=print_stacktrace=1
-  # One tree is tested while the next is built.
-  builds | while read -r ready; do tests_of "$ready"; done
+  # One tree is tested while the next is built, and none waits for the tests of another.
+  builds | {
+    while read -r ready; do tests_of "$ready" & done
+    wait
+  }
 }
 
 quick() {
