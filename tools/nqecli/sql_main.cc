@@ -353,22 +353,17 @@ struct Words {
   std::vector<std::string> plain;
 };
 
-struct Form {
-  std::string_view flag;
-  RecordFormat format;
-};
-constexpr Form kForms[] = {{"--json", RecordFormat::kJson},
-                           {"--ndjson", RecordFormat::kJsonLines},
-                           {"--csv", RecordFormat::kCsv},
-                           {"--column", RecordFormat::kColumns}};
-
 Words ReadWords(host::Arguments arguments) {
   Words words;
   while (!arguments.empty()) {
-    const auto form = std::ranges::find(kForms, arguments.front(), &Form::flag);
-    if (form != std::end(kForms)) {
-      arguments.Take(form->flag);
-      SetFormat(&words.format, form->flag, form->format);
+    if (arguments.Take("--json")) {
+      SetFormat(&words.format, "--json", RecordFormat::kJson);
+    } else if (arguments.Take("--ndjson")) {
+      SetFormat(&words.format, "--ndjson", RecordFormat::kJsonLines);
+    } else if (arguments.Take("--csv")) {
+      SetFormat(&words.format, "--csv", RecordFormat::kCsv);
+    } else if (arguments.Take("--column")) {
+      SetFormat(&words.format, "--column", RecordFormat::kColumns);
     } else if (arguments.Take("--frozen")) {
       words.frozen = true;
     } else if (arguments.Take("--schema")) {
