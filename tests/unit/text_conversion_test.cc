@@ -8,6 +8,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "src/om/common/digits.h"
 #include "src/om/common/text.h"
 
 // Every conversion against the C library's, over the values at which digit counts, signs and widths change,
@@ -177,6 +178,33 @@ TEST(TextConversionTest, Doubles) {
       ExpectAsTheCLibrary<"%.3f">(signedValue);
       ExpectAsTheCLibrary<"%.0f">(signedValue);
     }
+  }
+}
+
+// What `put` writes of a value, and that nothing behind it is touched.
+template <typename T>
+std::string Digits(char *(*put)(char *, T), T value) {
+  std::string area(40, '#');
+  const char *const end = put(area.data(), value);
+  const auto length = static_cast<size_t>(end - area.data());
+  EXPECT_EQ(area.substr(length), std::string(area.size() - length, '#')) << value;
+  return area.substr(0, length);
+}
+
+std::string ByPrintf(const char *format, unsigned long long value) {
+  char text[40];
+  std::snprintf(text, sizeof(text), format, value);
+  return text;
+}
+
+TEST(DigitsTest, AreThoseOfTheCLibrary) {
+  for (const uint64_t value : EdgeValues<uint64_t>()) {
+    EXPECT_EQ(Digits(PutUnsigned64, value), ByPrintf("%llu", value));
+    EXPECT_EQ(Digits(PutHexadecimal, value), ByPrintf("%llx", value));
+  }
+  for (const uint32_t value : EdgeValues<uint32_t>()) {
+    EXPECT_EQ(Digits(PutUnsigned, value), ByPrintf("%llu", value));
+    EXPECT_EQ(Digits(PutWord, value), ByPrintf("%08llx", value));
   }
 }
 
