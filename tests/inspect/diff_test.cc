@@ -101,10 +101,12 @@ TEST_F(DiffTest, CountersAndTimesOnlyWhenAsked) {
       "session: [{index: 1, valid: 1, aging_time: 600, created: 500000}]\n";
   EXPECT_EQ(Compare(before, after), "");
   const std::string lines = Compare(before, after, Volatile::kCompared);
+  // A second that has begun between the two shows in another of the session's times, before this one.
   EXPECT_TRUE(
       lines.starts_with("~ fwdif if_index=5: counters[2].in_packets 0 -> 9\n"
-                        "~ session index=1: created 10000"))
+                        "~ session index=1: "))
       << lines;
+  EXPECT_NE(lines.find("created 10000"), std::string::npos) << lines;
 }
 
 TEST_F(DiffTest, ReferencesAreWhatTheyLeadTo) {
