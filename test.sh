@@ -15,9 +15,10 @@ build() { configure "$1" && compile "$@"; }
 programs() { ctest --preset "$1" -R '_tests$' --verbose; }
 
 # Runs the end-to-end tests over a tree's programs, those of one file in one process where they share an engine. More
-# processes than processors: most of the time they wait.
+# processes than processors: most of the time they wait. Of two trees one has the machine's time after the other.
 end_to_end() {
   QDT_BIN=$(tree "$1")/bin \
+    flock "$logs/end-to-end.lock" \
     /usr/bin/python3 -m pytest -q -p no:cacheprovider -n $((2 * $(nproc))) --dist loadgroup tests/e2e
 }
 
