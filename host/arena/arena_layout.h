@@ -10,7 +10,7 @@
 namespace qdt::host {
 
 constexpr char kArenaMagic[8] = {'Q', 'D', 'T', 'A', 'R', 'E', 'N', 'A'};
-constexpr uint32_t kArenaVersion = 5;
+constexpr uint32_t kArenaVersion = 6;
 constexpr uint32_t kByteOrderMark = 0x01020304;
 constexpr uint32_t kByteOrderSwapped = 0x04030201;
 

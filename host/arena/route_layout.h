@@ -39,15 +39,28 @@ constexpr uint32_t kRouteClass = kNodeClasses;
 constexpr uint32_t kRouteClasses = kNodeClasses + 1;
 constexpr uint32_t kMaxNodeRefs = (2 << kRouteStride) - 1;
 constexpr uint32_t kRoutesOfLines = 8;
+constexpr uint32_t kMaxNodeBytes = kNodeClasses * kRouteLine;
 
-// What stands in a node before its references: {the writer's, children, routes, path}. Nodes that follow each
-// other where only one way leads on, with no route beside it, are one block, a stem: in the place of children
-// and routes it has the lengths of its routes, which lie all on its path.
+// What stands in a node before its references: {the writer's, children, routes, place}. Nodes that follow
+// each other on one way may be one block, a stem: in the place of children and routes it has the lengths of
+// the routes on that way, and its references are what is behind its end, then these routes. What turns off on
+// the way follows: for each node that has such a side {children, routes, the first one's number among the
+// block's references}, then the sides' references. A node with many of them stays a block of its own, which
+// finds them faster.
 constexpr uint32_t NodeHeadBytes(uint32_t addressSize) { return addressSize == 4 ? 32 : 48; }
-constexpr uint32_t NodeClass(uint32_t refs, uint32_t addressSize) {
-  return (NodeHeadBytes(addressSize) + refs * uint32_t{sizeof(RouteRef)} - 1) / kRouteLine;
+constexpr uint32_t NodeClass(uint32_t bytes) { return (bytes - 1) / kRouteLine; }
+constexpr uint32_t NodeBytes(uint32_t refs, uint32_t addressSize) {
+  return NodeHeadBytes(addressSize) + refs * uint32_t{sizeof(RouteRef)};
 }
-static_assert(NodeClass(kMaxNodeRefs, 16) < kNodeClasses);
+static_assert(NodeBytes(kMaxNodeRefs, 16) <= kMaxNodeBytes);
+
+constexpr uint32_t kSideWords = 3;
+constexpr uint32_t kMaxSideRefs = 12;  // of a node in a stem
+constexpr uint32_t StemBytes(uint32_t routes, uint32_t sides, uint32_t sideRefs, uint32_t addressSize) {
+  const uint32_t ahead = NodeBytes(1 + routes, addressSize) + kRouteWord - 1;
+  return ahead / kRouteWord * kRouteWord + sides * kSideWords * kRouteWord +
+         sideRefs * uint32_t{sizeof(RouteRef)};
+}
 
 constexpr uint32_t RouteBlockBytes(uint32_t blockClass, uint32_t addressSize) {
   return blockClass == kRouteClass ? (addressSize == 4 ? 32 : 40) : (blockClass + 1) * kRouteLine;
@@ -78,12 +91,20 @@ constexpr uint64_t kVpnGroupBytes = kVpnsOfGroup * sizeof(RouteRef);
 constexpr uint64_t kRouteBlocksOffset = kRouteHeadBytes + kVpnGroups * kVpnGroupBytes;
 static_assert(sizeof(RouteHead) <= kRouteHeadBytes);
 
-// Readers check the start of a block alone: there is always room for a block of any size before `backed`.
-constexpr uint64_t kMaxRouteBlockBytes = kNodeClasses * kRouteLine;
+// Readers check the start of a block alone: so much before `backed` no block begins. They reach no further in
+// a block, whatever its words are.
+constexpr uint64_t kRouteReach = 2048;
 
 // Storage kept for removals when the file system is full: as many nodes of each size as one change may copy.
 constexpr uint64_t RouteHeadroom(uint32_t addressSize) {
   return uint64_t{RouteDepth(addressSize)} * kRouteLine * kNodeClasses * (kNodeClasses + 1) / 2;
+}
+
+// The fewest references of a node or stem of a class: a stem with a side for each reference has the fewest.
+constexpr uint32_t LeastRefs(uint32_t blockClass, uint32_t addressSize) {
+  uint32_t refs = 2;
+  while (NodeClass(StemBytes(0, refs - 1, refs - 1, addressSize)) < blockClass) ++refs;
+  return refs;
 }
 
 // Bytes that an index takes at most, for each route of its capacity and beside them. A trie of n routes has
@@ -99,14 +120,13 @@ constexpr RouteBounds MakeRouteBounds(uint32_t addressSize) {
   const uint64_t resting = uint64_t{kRouteRest + 1} * (RouteDepth(addressSize) + 2);
   const uint64_t routeBytes = RouteBlockBytes(kRouteClass, addressSize);
   RouteBounds bounds = {routeBytes, (resting + kRoutesOfLines) * routeBytes};
-  uint32_t refs = 2;
   for (uint32_t c = 0; c < kNodeClasses; ++c) {
-    while (NodeClass(refs, addressSize) < c) ++refs;
     const uint64_t bytes = RouteBlockBytes(c, addressSize);
-    bounds.perRoute += (bytes + refs - 2) / (refs - 1);
+    const uint64_t others = LeastRefs(c, addressSize) - 1;
+    bounds.perRoute += (bytes + others - 1) / others;
     bounds.fixed += resting * bytes;
   }
-  bounds.fixed += kRouteBlocksOffset + RouteHeadroom(addressSize) + kMaxRouteBlockBytes;
+  bounds.fixed += kRouteBlocksOffset + RouteHeadroom(addressSize) + kRouteReach;
   return bounds;
 }
 inline constexpr RouteBounds kIpv4RouteBounds = MakeRouteBounds(4);

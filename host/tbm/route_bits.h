@@ -107,6 +107,7 @@ inline uint32_t CountLengths(Ipv6Bits lengths, uint32_t most) {
 constexpr uint64_t Below(uint32_t bit) { return (uint64_t{1} << bit) - 1; }
 
 constexpr bool IsRoute(RouteRef ref) { return (ref & 1) != 0; }
+constexpr bool IsNode(RouteRef ref) { return ref != 0 && !IsRoute(ref); }
 constexpr uint64_t RouteOffset(RouteRef ref) { return uint64_t{ref >> 1} * kRouteWord; }
 
 using RouteWord = std::atomic<uint64_t>;
@@ -134,8 +135,22 @@ class NodeBlock {
       return MakeIpv6Bits(Load(4), Load(5));
     }
   }
-  // Of a stem, a bit for each route's length.
+  // Of a stem, a bit for the length of each route on its path.
   Ipv6Bits lengths() const { return MakeIpv6Bits(Load(2), Load(1)); }
+  // What turns off at the node of a stem that is so many strides behind its start. Empty where nothing does.
+  struct Side {
+    uint64_t children;
+    uint64_t routes;
+    uint32_t first;  // of its references, children before routes
+  };
+  Side side(uint32_t strides) const {
+    const auto sides = static_cast<uint32_t>(Load(3) >> 16);
+    if ((sides >> strides & 1) == 0) return {};
+    const uint32_t word = SidesWord(CountLengths(lengths(), kWidth<Ipv6Bits> - 1)) +
+                          kSideWords * CountBits(sides & Below(strides));
+    return {Load(word), Load(word + 1), static_cast<uint8_t>(Load(word + 2))};
+  }
+  static constexpr uint32_t SidesWord(uint32_t routes) { return kHead + (routes + 2) / 2; }
   // References, those of the children, of a stem the one behind its end, then those of the routes: one, and
   // the two of a word.
   RouteRef ref(uint32_t index) const { return static_cast<RouteRef>(refs(index) >> (index % 2 * 32)); }

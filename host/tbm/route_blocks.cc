@@ -72,7 +72,7 @@ bool RouteBlocks::EnsureBacked(uint64_t end) {
 }
 
 uint64_t RouteBlocks::EndWithHeadroom(uint64_t used) const {
-  return used + RouteHeadroom(addressSize_) + kMaxRouteBlockBytes;
+  return used + RouteHeadroom(addressSize_) + kRouteReach;
 }
 
 RouteRef RouteBlocks::TakeNew(uint32_t blockClass) {
@@ -80,7 +80,7 @@ RouteRef RouteBlocks::TakeNew(uint32_t blockClass) {
   const uint64_t count = blockClass == kRouteClass ? kRoutesOfLines : 1;
   const uint64_t place = Used();
   const uint64_t end = place + count * size;
-  if (!EnsureBacked(urgent_ ? end + kMaxRouteBlockBytes : EndWithHeadroom(end))) return 0;
+  if (!EnsureBacked(urgent_ ? end + kRouteReach : EndWithHeadroom(end))) return 0;
   head().used = end;
   const auto name = [&](uint64_t i) { return static_cast<RouteRef>((place + i * size) / kRouteWord << 1); };
   for (uint64_t i = 0; i < count; ++i) {

@@ -60,8 +60,8 @@ class RouteBlocks {
   }
 
  private:
-  // Of one change: the way down, a node put in between, a route.
-  using Refs = std::array<RouteRef, RouteDepth(16) + 2>;
+  // Of one change: the way down, what is behind it, a node put in between and one put aside, a route.
+  using Refs = std::array<RouteRef, RouteDepth(16) + 4>;
 
   void Count(uint64_t changes);
   bool BackRoot(uint16_t vpn);

@@ -24,7 +24,7 @@ class TrieSearch {
  public:
   // `backed`: the end of the blocks' storage.
   TrieSearch(const char *area, uint64_t backed, Bits address)
-      : area_(area), last_(std::max(backed, kMaxRouteBlockBytes) - kMaxRouteBlockBytes), address_(address) {}
+      : area_(area), last_(std::max(backed, kRouteReach) - kRouteReach), address_(address) {}
 
   RouteIndex::Found Find(RouteRef root, Route *route) {
     RouteRef below = root;
@@ -44,7 +44,7 @@ class TrieSearch {
   // To the route below the last node on the address's way, or to 0. Each node has to lie deeper than the one
   // before, so that the way ends also where references run in a circle.
   bool Descend(RouteRef *ref) {
-    for (uint32_t least = 0; *ref != 0 && !IsRoute(*ref);) {
+    for (uint32_t least = 0; IsNode(*ref);) {
       const RouteWord *words = Open(*ref);
       if (words == nullptr) return false;
       const NodeBlock<Bits> node(words);
@@ -53,8 +53,8 @@ class TrieSearch {
       *ref = 0;
       if (const uint32_t end = node.end(); end != 0) {
         if (end <= depth || end >= kWidth<Bits>) return false;
-        Follow(node, end, ref);
-        least = end;
+        Follow(node, depth, end, ref);
+        least = depth + kRouteStride;
         continue;
       }
       if (!SameStart(address_, node.path(), depth)) return true;
@@ -72,24 +72,43 @@ class TrieSearch {
     return true;
   }
 
-  // A stem, as far as the address goes its way; to what is behind it when that is up to its end.
-  void Follow(const NodeBlock<Bits> &stem, uint32_t end, RouteRef *ref) {
+  // A stem, as far as the address goes its way; to what is behind it when that is up to its end, or to what
+  // turns off where the address does.
+  void Follow(const NodeBlock<Bits> &stem, uint32_t depth, uint32_t end, RouteRef *ref) {
     const uint32_t same = std::min(CommonStart(address_, stem.path()), end);
     const uint32_t matching = CountLengths(stem.lengths(), same);
-    if (matching != 0) {
-      matching_ = matching;
-      longest_ = stem;
-      isStem_ = true;
+    if (matching != 0) KeepOfStem(stem, matching);
+    if (same == end) {
+      *ref = stem.ref(0);
+    } else if (same >= depth) {
+      TurnOff(stem, depth, (same - depth) / kRouteStride, ref);
     }
-    if (same == end) *ref = stem.ref(0);
+  }
+
+  void TurnOff(const NodeBlock<Bits> &stem, uint32_t depth, uint32_t strides, RouteRef *ref) {
+    const typename NodeBlock<Bits>::Side side = stem.side(strides);
+    const uint32_t digit = Digit(address_, depth + strides * kRouteStride);
+    const uint64_t matching = side.routes & kMatching[digit];
+    if (matching != 0)
+      KeepOfStem(stem,
+                 side.first + CountBits(side.children) + CountBits(side.routes & Below(Highest(matching))));
+    if ((side.children >> digit & 1) != 0)
+      *ref = stem.ref(side.first + CountBits(side.children & Below(digit)));
+  }
+
+  void KeepOfStem(const NodeBlock<Bits> &stem, uint32_t index) {
+    matching_ = index;
+    longest_ = stem;
+    isStem_ = true;
   }
 
   // Of the longest route's reference.
   uint32_t LongestIndex() const {
     if (isStem_) return static_cast<uint32_t>(matching_);
-    const uint32_t bit = 63 - static_cast<uint32_t>(std::countl_zero(matching_));
-    return CountBits(longest_.children()) + CountBits(longest_.routes() & Below(bit));
+    return CountBits(longest_.children()) + CountBits(longest_.routes() & Below(Highest(matching_)));
   }
+
+  static uint32_t Highest(uint64_t bits) { return 63 - static_cast<uint32_t>(std::countl_zero(bits)); }
 
   const RouteWord *Open(RouteRef ref) const {
     if (RouteOffset(ref) > last_) return nullptr;
@@ -104,7 +123,7 @@ class TrieSearch {
   const char *area_;
   const uint64_t last_;  // no block begins behind it
   const Bits address_;
-  uint64_t matching_ = 0;             // of the routes in `longest_`; of a stem, how many
+  uint64_t matching_ = 0;             // of the routes in `longest_`; of a stem, the longest's reference
   NodeBlock<Bits> longest_{nullptr};  // the deepest node that has any that match
   bool isStem_ = false;
 };

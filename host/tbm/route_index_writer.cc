@@ -2,121 +2,14 @@
 
 #include <algorithm>
 #include <array>
+#include <span>
 
+#include "host/tbm/route_levels.h"
 #include "host/tbm/status.h"
 
 namespace qdt::host::tbm {
 
 namespace {
-
-template <typename Bits>
-struct Prefix {
-  Bits bits;
-  uint32_t length;
-};
-
-template <typename Bits>
-uint32_t CommonPrefix(const Prefix<Bits> &a, const Prefix<Bits> &b) {
-  return std::min({CommonStart(a.bits, b.bits), a.length, b.length});
-}
-
-// A node as the writer works on it, out of the readers' sight.
-template <typename Bits>
-struct Node {
-  Prefix<Bits> place;  // its depth and path
-  uint64_t children;
-  uint64_t routes;
-  uint32_t count;
-  std::array<RouteRef, kMaxNodeRefs + 1> refs;  // one more than fits, so that reading goes by words
-
-  void StartAt(const Prefix<Bits> &at) {
-    place = at;
-    children = routes = count = 0;
-  }
-  void Load(const RouteWord *words) {
-    const NodeBlock<Bits> block(words);
-    place = {block.path(), block.depth()};
-    children = block.children();
-    routes = block.routes();
-    count = CountBits(children) + CountBits(routes);
-    for (uint32_t i = 0; i < count; i += 2) {
-      const uint64_t two = block.refs(i);
-      refs[i] = static_cast<RouteRef>(two);
-      refs[i + 1] = static_cast<RouteRef>(two >> 32);
-    }
-  }
-
-  uint32_t DigitOf(const Prefix<Bits> &prefix) const { return Digit(prefix.bits, place.length); }
-  // Whether a prefix that lies below the node's path is one of its routes, and not in a child.
-  bool HoldsRoute(const Prefix<Bits> &prefix) const { return prefix.length < place.length + kRouteStride; }
-
-  // The place of a reference in `refs`, and the word and bit that say whether it is there.
-  struct Entry {
-    uint64_t *set;
-    uint64_t bit;
-    uint32_t index;
-    bool present() const { return (*set & bit) != 0; }
-  };
-  Entry ChildEntry(uint32_t digit) {
-    return {&children, uint64_t{1} << digit, CountBits(children & Below(digit))};
-  }
-  Entry EntryOf(const Prefix<Bits> &prefix) {
-    if (!HoldsRoute(prefix)) return ChildEntry(DigitOf(prefix));
-    const uint32_t bit = RouteBit(DigitOf(prefix), prefix.length - place.length);
-    return {&routes, uint64_t{1} << bit, CountBits(children) + CountBits(routes & Below(bit))};
-  }
-  void Add(const Entry &entry, RouteRef ref) {
-    *entry.set |= entry.bit;
-    std::copy_backward(refs.begin() + entry.index, refs.begin() + count, refs.begin() + count + 1);
-    refs[entry.index] = ref;
-    ++count;
-  }
-  void Take(const Entry &entry) {
-    *entry.set &= ~entry.bit;
-    std::copy(refs.begin() + entry.index + 1, refs.begin() + count, refs.begin() + entry.index);
-    --count;
-  }
-};
-
-void StoreAddress(RouteWord *words, Ipv4Bits bits) { words[0].store(bits, std::memory_order_release); }
-void StoreAddress(RouteWord *words, Ipv6Bits bits) {
-  words[0].store(static_cast<uint64_t>(bits >> 64), std::memory_order_release);
-  words[1].store(static_cast<uint64_t>(bits), std::memory_order_release);
-}
-
-void StorePlace(RouteWord *words, const Prefix<Ipv4Bits> &place, uint32_t end) {
-  words[0].store(uint64_t{place.bits} << 32 | end << 8 | place.length, std::memory_order_release);
-}
-void StorePlace(RouteWord *words, const Prefix<Ipv6Bits> &place, uint32_t end) {
-  words[0].store(end << 8 | place.length, std::memory_order_release);
-  StoreAddress(words + 1, place.bits);
-}
-
-void StoreRefs(RouteWord *words, const RouteRef *refs, uint32_t count) {
-  for (uint32_t i = 0; i < count; i += 2) {
-    const uint64_t second = i + 1 < count ? refs[i + 1] : 0;
-    words[i / 2].store(second << 32 | refs[i], std::memory_order_release);
-  }
-}
-
-// A node on the way from the root to what changes, also one that stands in a stem.
-template <typename Bits>
-struct Level {
-  Node<Bits> node;
-  bool leadsOn;     // to the level below, or to what is behind the last one
-  uint32_t digit;   // by which child; of a stem's end that has nothing behind it, where its routes are
-  RouteRef source;  // the block that it comes from; 0: it is new
-
-  // Whether this is a node of a stem, when another is above or below.
-  bool InStem() const {
-    return leadsOn && CountBits(node.children) == 1 && (node.routes & ~kMatching[digit]) == 0;
-  }
-  // Whether the prefix goes the way that the level leads on.
-  bool Passes(const Prefix<Bits> &prefix) const {
-    return leadsOn && prefix.length >= node.place.length + kRouteStride &&
-           SameStart(prefix.bits, node.place.bits, node.place.length) && node.DigitOf(prefix) == digit;
-  }
-};
 
 // One change of a trie: takes the blocks from the changed one up to the root apart into levels, changes a
 // level, makes new blocks of them, and publishes these by the root.
@@ -130,29 +23,38 @@ class RouteChange {
 
  private:
   Prefix<Bits> PrefixOf(RouteRef ref) const;
+  bool IsRouteTo(const Prefix<Bits> &prefix, RouteRef ref) const;
+  bool PassStem(const Prefix<Bits> &prefix, RouteRef *ref);
+  bool PassNode(const Prefix<Bits> &prefix, RouteRef *ref);
   RouteRef Descend(const Prefix<Bits> &prefix);
   Level<Bits> &Push(RouteRef source);
+  RouteRef PushWhole(RouteRef ref, uint32_t passed);
   RouteRef PushNode(RouteRef ref, uint32_t digit);
   RouteRef PushStem(RouteRef ref);
   RouteRef PushLast(RouteRef ref);
   RouteRef Absorb(RouteRef ref);
-  RouteRef LeadOn(Level<Bits> *level, RouteRef behind) const;
   uint32_t LevelOf(uint32_t first, const Prefix<Bits> &prefix) const;
   RouteRef MakeRoute(const Prefix<Bits> &prefix, uint32_t slot, uint64_t serial);
   RouteRef Fork(RouteRef there, const Prefix<Bits> &place, RouteRef route, const Prefix<Bits> &prefix);
   void ForkAbove(uint32_t level, RouteRef route, const Prefix<Bits> &prefix);
-  RouteRef InsertAt(RouteRef ref, const Prefix<Bits> &prefix, RouteRef route);
+  RouteRef ForkAside(RouteRef there, RouteRef route, const Prefix<Bits> &prefix);
+  bool Put(Node<Bits> *node, RouteRef route, const Prefix<Bits> &prefix);
+  bool InsertAt(RouteRef ref, const Prefix<Bits> &prefix, RouteRef route, RouteRef *behind);
   bool Find(RouteRef ref, const Prefix<Bits> &prefix, uint32_t *level, RouteRef *behind);
   RouteRef TakeOut(uint32_t level, const Prefix<Bits> &prefix, RouteRef behind);
-  bool Together(const Level<Bits> &above, const Level<Bits> &below) const;
-  RouteWord *TakeBlock(const Level<Bits> &level, uint32_t refs, RouteRef *ref);
+  RouteRef TakeChild(Level<Bits> *level);
+  uint32_t FirstOfBlock(uint32_t end) const;
+  RouteWord *TakeBlock(const Level<Bits> &level, uint32_t bytes, RouteRef *ref);
+  RouteRef WriteWhole(const Level<Bits> &level, RouteRef behind);
   RouteRef WriteNode(Level<Bits> *level, RouteRef behind);
   RouteRef WriteStem(uint32_t first, uint32_t end, RouteRef behind);
+  RouteRef Write(uint32_t first, uint32_t end, RouteRef behind);
   bool Publish(RouteRef behind);
 
   RouteBlocks &blocks_;
   const uint16_t vpn_;
-  std::array<Level<Bits>, RouteDepth(sizeof(Bits))> levels_;  // each at a depth of its own
+  // Each at a depth of its own, and one that is put aside.
+  std::array<Level<Bits>, RouteDepth(sizeof(Bits)) + 1> levels_;
   uint32_t count_ = 0;
 };
 
@@ -172,10 +74,27 @@ Level<Bits> &RouteChange<Bits>::Push(RouteRef source) {
   level.leadsOn = false;
   level.digit = 0;
   level.source = source;
+  level.passed = Level<Bits>::kTakenApart;
   return level;
 }
 
-// These take a block apart and say what is behind it.
+template <typename Bits>
+bool RouteChange<Bits>::IsRouteTo(const Prefix<Bits> &prefix, RouteRef ref) const {
+  if (!IsRoute(ref)) return false;
+  const Prefix<Bits> place = PrefixOf(ref);
+  return place.length == prefix.length && CommonPrefix(place, prefix) == place.length;
+}
+
+// These say what is behind a block, or where the way turns off from it.
+template <typename Bits>
+RouteRef RouteChange<Bits>::PushWhole(RouteRef ref, uint32_t passed) {
+  Level<Bits> &level = Push(ref);
+  level.leadsOn = true;
+  level.passed = passed;
+  blocks_.Leave(ref);
+  return NodeBlock<Bits>(blocks_.Words(ref)).ref(passed);
+}
+
 template <typename Bits>
 RouteRef RouteChange<Bits>::PushNode(RouteRef ref, uint32_t digit) {
   Level<Bits> &level = Push(ref);
@@ -189,56 +108,84 @@ RouteRef RouteChange<Bits>::PushNode(RouteRef ref, uint32_t digit) {
 template <typename Bits>
 RouteRef RouteChange<Bits>::PushStem(RouteRef ref) {
   const NodeBlock<Bits> stem(blocks_.Words(ref));
-  const Ipv6Bits lengths = stem.lengths();
   uint32_t index = 1;
   for (uint32_t depth = stem.depth(); depth < stem.end(); depth += kRouteStride) {
-    uint32_t here = static_cast<uint32_t>(lengths >> depth) & ((1 << kRouteStride) - 1);
-    if (here == 0) continue;
-    Level<Bits> &level = Push(ref);
-    level.node.StartAt({FirstBits(stem.path(), depth), depth});
-    level.leadsOn = stem.ref(0) != 0 || depth + kRouteStride < stem.end();
-    level.digit = Digit(stem.path(), depth);
-    if (level.leadsOn) level.node.Add(level.node.ChildEntry(level.digit), 0);
-    for (; here != 0; here &= here - 1) {
-      const uint32_t bit = RouteBit(level.digit, static_cast<uint32_t>(std::countr_zero(here)));
-      level.node.routes |= uint64_t{1} << bit;
-      level.node.refs[level.node.count++] = stem.ref(index++);
-    }
+    Push(ref).LoadOfStem(stem, depth, &index);
+    if (levels_[count_ - 1].Empty()) --count_;
   }
   blocks_.Leave(ref);
   return stem.ref(0);
 }
 
-// The block in which something changes. A node leads on when only one way does.
+// The block in which something changes.
 template <typename Bits>
 RouteRef RouteChange<Bits>::PushLast(RouteRef ref) {
   const NodeBlock<Bits> node(blocks_.Words(ref));
   if (node.end() != 0) return PushStem(ref);
-  if (CountBits(node.children()) == 1)
-    return PushNode(ref, static_cast<uint32_t>(std::countr_zero(node.children())));
-  Push(ref).node.Load(blocks_.Words(ref));
+  Level<Bits> &level = Push(ref);
+  level.node.Load(blocks_.Words(ref));
   blocks_.Leave(ref);
-  return 0;
+  return level.LeadOn();
 }
 
-// What is behind a stem that may go on there.
+// What is behind a stem that may go on there, when both fit into a block.
 template <typename Bits>
 RouteRef RouteChange<Bits>::Absorb(RouteRef ref) {
+  StemSize size;
+  size.Add(levels_[count_ - 1]);
+  const uint32_t other = RouteBlockBytes(blocks_.ClassOf(ref), sizeof(Bits)) - NodeHeadBytes(sizeof(Bits));
+  if (size.Bytes(sizeof(Bits)) + other > kMaxNodeBytes) return ref;
   const NodeBlock<Bits> node(blocks_.Words(ref));
   if (node.end() != 0) return PushStem(ref);
-  if (CountBits(node.children()) != 1) return ref;
-  const auto digit = static_cast<uint32_t>(std::countr_zero(node.children()));
-  return (node.routes() & ~kMatching[digit]) == 0 ? PushNode(ref, digit) : ref;
+  Level<Bits> &level = Push(ref);
+  level.node.Load(blocks_.Words(ref));
+  const RouteRef behind = level.LeadOn();
+  if (!level.InStem()) {
+    --count_;
+    return ref;
+  }
+  blocks_.Leave(ref);
+  return behind;
 }
 
-// Where a changed level is the last and now has a single child, it leads on to that. Says what is behind the
-// last level.
+// Behind a stem, when the prefix goes on behind its end or by a node that turns off from it.
 template <typename Bits>
-RouteRef RouteChange<Bits>::LeadOn(Level<Bits> *level, RouteRef behind) const {
-  if (level->leadsOn || CountBits(level->node.children) != 1) return behind;
-  level->leadsOn = true;
-  level->digit = static_cast<uint32_t>(std::countr_zero(level->node.children));
-  return level->node.refs[0];
+bool RouteChange<Bits>::PassStem(const Prefix<Bits> &prefix, RouteRef *ref) {
+  const NodeBlock<Bits> stem(blocks_.Words(*ref));
+  const uint32_t depth = stem.depth();
+  const uint32_t same = std::min({CommonStart(prefix.bits, stem.path()), stem.end(), prefix.length});
+  if (same < depth) return false;
+  if (same == stem.end()) {
+    if (stem.ref(0) == 0) return false;
+    // A stem that is nearly full has no room for what stands above or behind it.
+    const bool full = IsNode(stem.ref(0)) && blocks_.ClassOf(*ref) + 2 >= kNodeClasses;
+    *ref = full ? PushWhole(*ref, 0) : PushStem(*ref);
+    return true;
+  }
+  const uint32_t strides = (same - depth) / kRouteStride;
+  const uint32_t place = depth + strides * kRouteStride;
+  if (prefix.length < place + kRouteStride) return false;
+  const typename NodeBlock<Bits>::Side side = stem.side(strides);
+  const uint32_t digit = Digit(prefix.bits, place);
+  const uint32_t index = side.first + CountBits(side.children & Below(digit));
+  if ((side.children >> digit & 1) == 0 || !IsNode(stem.ref(index))) return false;
+  *ref = PushWhole(*ref, index);
+  return true;
+}
+
+// Behind a node, when it has a child that the prefix goes on by.
+template <typename Bits>
+bool RouteChange<Bits>::PassNode(const Prefix<Bits> &prefix, RouteRef *ref) {
+  const NodeBlock<Bits> node(blocks_.Words(*ref));
+  const uint32_t depth = node.depth();
+  if (prefix.length < depth + kRouteStride || !SameStart(prefix.bits, node.path(), depth)) return false;
+  const uint32_t digit = Digit(prefix.bits, depth);
+  const uint64_t children = node.children();
+  if ((children >> digit & 1) == 0) return false;
+  const uint32_t index = CountBits(children & Below(digit));
+  const uint32_t sideRefs = CountBits(children) - 1 + CountBits(node.routes() & ~kMatching[digit]);
+  *ref = sideRefs > kMaxSideRefs && IsNode(node.ref(index)) ? PushWhole(*ref, index) : PushNode(*ref, digit);
+  return true;
 }
 
 // To where the prefix has its place: 0 or a reference that stands in a level or the root, to the node that
@@ -247,18 +194,9 @@ template <typename Bits>
 RouteRef RouteChange<Bits>::Descend(const Prefix<Bits> &prefix) {
   count_ = 0;
   RouteRef ref = blocks_.Root(vpn_);
-  while (ref != 0 && !IsRoute(ref)) {
-    const NodeBlock<Bits> node(blocks_.Words(ref));
-    if (const uint32_t end = node.end(); end != 0) {
-      if (prefix.length < end || !SameStart(prefix.bits, node.path(), end) || node.ref(0) == 0) break;
-      ref = PushStem(ref);
-      continue;
-    }
-    const uint32_t depth = node.depth();
-    if (prefix.length < depth + kRouteStride || !SameStart(prefix.bits, node.path(), depth)) break;
-    const uint32_t digit = Digit(prefix.bits, depth);
-    if ((node.children() >> digit & 1) == 0) break;
-    ref = PushNode(ref, digit);
+  while (IsNode(ref)) {
+    const bool isStem = NodeBlock<Bits>(blocks_.Words(ref)).end() != 0;
+    if (!(isStem ? PassStem(prefix, &ref) : PassNode(prefix, &ref))) break;
   }
   return ref;
 }
@@ -292,7 +230,7 @@ RouteRef RouteChange<Bits>::Fork(RouteRef there, const Prefix<Bits> &place, Rout
   level.node.StartAt({FirstBits(prefix.bits, depth), depth});
   level.node.Add(level.node.EntryOf(prefix), route);
   level.node.Add(level.node.EntryOf(place), there);
-  if (IsRoute(there) && level.node.HoldsRoute(place)) return LeadOn(&level, 0);
+  if (IsRoute(there) && level.node.HoldsRoute(place)) return level.LeadOn();
   level.leadsOn = true;
   level.digit = level.node.DigitOf(place);
   return there;
@@ -306,42 +244,78 @@ void RouteChange<Bits>::ForkAbove(uint32_t level, RouteRef route, const Prefix<B
   std::rotate(levels_.begin() + level, levels_.begin() + count_ - 1, levels_.begin() + count_);
 }
 
-// Says what is behind the last level.
+// The same beside the levels' way: a node of its own, 0 when there is no block for it.
 template <typename Bits>
-RouteRef RouteChange<Bits>::InsertAt(RouteRef ref, const Prefix<Bits> &prefix, RouteRef route) {
-  if (ref == 0) return route;
-  const Prefix<Bits> place = PrefixOf(ref);
-  const uint32_t common = CommonPrefix(place, prefix);
-  if (IsRoute(ref) && common == place.length && common == prefix.length) {
-    blocks_.Leave(ref);
-    return route;
+RouteRef RouteChange<Bits>::ForkAside(RouteRef there, RouteRef route, const Prefix<Bits> &prefix) {
+  const RouteRef behind = Fork(there, PrefixOf(there), route, prefix);
+  return WriteNode(&levels_[--count_], behind);
+}
+
+// A route into a node, in the place of one with the same prefix, or together with one that turns off there.
+// False when a block was missing.
+template <typename Bits>
+bool RouteChange<Bits>::Put(Node<Bits> *node, RouteRef route, const Prefix<Bits> &prefix) {
+  const auto entry = node->EntryOf(prefix);
+  if (!entry.present()) {
+    node->Add(entry, route);
+    return true;
   }
-  if (IsRoute(ref) || common < place.length) return Fork(ref, place, route, prefix);
+  RouteRef *there = &node->refs[entry.index];
+  if (!IsRouteTo(prefix, *there)) {
+    *there = ForkAside(*there, route, prefix);
+    return *there != 0;
+  }
+  blocks_.Leave(*there);
+  *there = route;
+  return true;
+}
+
+// Says what is behind the last level. False when a block was missing.
+template <typename Bits>
+bool RouteChange<Bits>::InsertAt(RouteRef ref, const Prefix<Bits> &prefix, RouteRef route, RouteRef *behind) {
+  *behind = route;
+  if (ref == 0) return true;
+  const Prefix<Bits> place = PrefixOf(ref);
+  if (IsRouteTo(prefix, ref)) {
+    blocks_.Leave(ref);
+    return true;
+  }
+  if (IsRoute(ref) || CommonPrefix(place, prefix) < place.length) {
+    *behind = Fork(ref, place, route, prefix);
+    return true;
+  }
   const uint32_t first = count_;
-  const RouteRef behind = PushLast(ref);
+  *behind = PushLast(ref);
   const uint32_t level = LevelOf(first, prefix);
   Node<Bits> &node = levels_[level].node;
   if (CommonPrefix(node.place, prefix) < node.place.length) {
     ForkAbove(level, route, prefix);
-    return behind;
+    return true;
   }
-  const auto entry = node.EntryOf(prefix);
-  if (entry.present()) {
-    blocks_.Leave(node.refs[entry.index]);
-    node.refs[entry.index] = route;
-  } else {
-    node.Add(entry, route);
-  }
-  return LeadOn(&levels_[level], behind);
+  if (!Put(&node, route, prefix)) return false;
+  if (!levels_[level].leadsOn) *behind = levels_[level].LeadOn();
+  return true;
 }
 
 // A node's copy takes a block of the node's own size while storage is short.
 template <typename Bits>
-RouteWord *RouteChange<Bits>::TakeBlock(const Level<Bits> &level, uint32_t refs, RouteRef *ref) {
-  const uint32_t blockClass =
-      blocks_.keepSizes() ? blocks_.ClassOf(level.source) : NodeClass(refs, sizeof(Bits));
-  *ref = blocks_.Take(blockClass);
+RouteWord *RouteChange<Bits>::TakeBlock(const Level<Bits> &level, uint32_t bytes, RouteRef *ref) {
+  *ref =
+      blocks_.Take(blocks_.keepSizes() || level.whole() ? blocks_.ClassOf(level.source) : NodeClass(bytes));
   return *ref == 0 ? nullptr : blocks_.Words(*ref);
+}
+
+template <typename Bits>
+RouteRef RouteChange<Bits>::WriteWhole(const Level<Bits> &level, RouteRef behind) {
+  RouteRef ref;
+  RouteWord *words = TakeBlock(level, 0, &ref);
+  if (words == nullptr) return 0;
+  const RouteWord *source = blocks_.Words(level.source);
+  const uint32_t count = RouteBlockBytes(blocks_.ClassOf(level.source), sizeof(Bits)) / kRouteWord;
+  for (uint32_t i = 1; i < count; ++i)
+    words[i].store(source[i].load(std::memory_order_relaxed), std::memory_order_release);
+  StoreRef(words + NodeBlock<Bits>::kHead, level.passed, behind);
+  return ref;
 }
 
 template <typename Bits>
@@ -349,7 +323,7 @@ RouteRef RouteChange<Bits>::WriteNode(Level<Bits> *level, RouteRef behind) {
   Node<Bits> &node = level->node;
   if (level->leadsOn) node.refs[node.ChildEntry(level->digit).index] = behind;
   RouteRef ref;
-  RouteWord *words = TakeBlock(*level, node.count, &ref);
+  RouteWord *words = TakeBlock(*level, NodeBytes(node.count, sizeof(Bits)), &ref);
   if (words == nullptr) return 0;
   words[1].store(node.children, std::memory_order_release);
   words[2].store(node.routes, std::memory_order_release);
@@ -360,55 +334,50 @@ RouteRef RouteChange<Bits>::WriteNode(Level<Bits> *level, RouteRef behind) {
 
 template <typename Bits>
 RouteRef RouteChange<Bits>::WriteStem(uint32_t first, uint32_t end, RouteRef behind) {
-  // Behind the stem's end, then the routes: in each node behind its only child.
-  Ipv6Bits lengths = 0;
-  std::array<RouteRef, kMaxNodeRefs> refs;
-  refs[0] = behind;
-  uint32_t count = 1;
-  for (uint32_t i = first; i < end; ++i) {
-    const Node<Bits> &node = levels_[i].node;
-    const uint32_t children = levels_[i].leadsOn ? 1 : 0;
-    for (uint64_t routes = node.routes; routes != 0; routes &= routes - 1) {
-      const uint32_t length = LengthOfRouteBit(static_cast<uint32_t>(std::countr_zero(routes)));
-      lengths |= Ipv6Bits{1} << (node.place.length + length);
-    }
-    std::copy(node.refs.begin() + children, node.refs.begin() + node.count, refs.begin() + count);
-    count += node.count - children;
-  }
+  const Stem<Bits> stem({&levels_[first], end - first}, behind);
   RouteRef ref;
-  RouteWord *words = TakeBlock(levels_[first], count, &ref);
+  RouteWord *words = TakeBlock(levels_[first], stem.Bytes(), &ref);
   if (words == nullptr) return 0;
-  words[1].store(static_cast<uint64_t>(lengths), std::memory_order_release);
-  words[2].store(static_cast<uint64_t>(lengths >> 64), std::memory_order_release);
-  const Level<Bits> &last = levels_[end - 1];
-  const Prefix<Bits> &place = last.node.place;
-  const Bits path = place.bits | Bits{last.digit} << (kWidth<Bits> - kRouteStride - place.length);
-  StorePlace(words + 3, Prefix<Bits>{path, levels_[first].node.place.length}, place.length + kRouteStride);
-  StoreRefs(words + NodeBlock<Bits>::kHead, refs.data(), count);
+  stem.Store(words);
   return ref;
 }
 
-// Whether two levels are of one block. While storage is short a change takes blocks of the sizes that it
-// gives back: so, however many follow it, the headroom lasts. Then a stem may end with nothing behind it.
+// 0 when a block was missing.
 template <typename Bits>
-bool RouteChange<Bits>::Together(const Level<Bits> &above, const Level<Bits> &below) const {
-  return blocks_.keepSizes() ? above.source == below.source : above.InStem() && below.InStem();
+RouteRef RouteChange<Bits>::Write(uint32_t first, uint32_t end, RouteRef behind) {
+  if (end - first > 1) return WriteStem(first, end, behind);
+  return levels_[first].whole() ? WriteWhole(levels_[first], behind) : WriteNode(&levels_[first], behind);
 }
 
-// Makes blocks of the levels, with `behind` behind the last one. False when one was missing; the trie is as
-// before.
+// Of the levels that end there, the first one of the same block. While storage is short a change takes blocks
+// of the sizes that it gives back: so, however many follow it, the headroom lasts. Then a stem may end with
+// nothing behind it.
+template <typename Bits>
+uint32_t RouteChange<Bits>::FirstOfBlock(uint32_t end) const {
+  uint32_t first = end - 1;
+  if (blocks_.keepSizes()) {
+    while (first != 0 && levels_[first - 1].source == levels_[first].source) --first;
+    return first;
+  }
+  StemSize size;
+  if (!levels_[first].InStem()) return first;
+  size.Add(levels_[first]);
+  for (; first != 0 && levels_[first - 1].InStem(); --first) {
+    size.Add(levels_[first - 1]);
+    if (size.Bytes(sizeof(Bits)) > kMaxNodeBytes) break;
+  }
+  return first;
+}
+
+// Makes blocks of the levels, with `behind` behind the last one. False when one was missing.
 template <typename Bits>
 bool RouteChange<Bits>::Publish(RouteRef behind) {
-  if (count_ != 0 && levels_[count_ - 1].InStem() && !IsRoute(behind) && !blocks_.keepSizes())
+  if (count_ != 0 && levels_[count_ - 1].InStem() && IsNode(behind) && !blocks_.keepSizes())
     behind = Absorb(behind);
   for (uint32_t end = count_; end != 0;) {
-    uint32_t first = end - 1;
-    while (first != 0 && Together(levels_[first - 1], levels_[first])) --first;
-    behind = end - first == 1 ? WriteNode(&levels_[first], behind) : WriteStem(first, end, behind);
-    if (behind == 0) {
-      blocks_.Undo();
-      return false;
-    }
+    const uint32_t first = FirstOfBlock(end);
+    behind = Write(first, end, behind);
+    if (behind == 0) return false;
     end = first;
   }
   blocks_.SetRoot(vpn_, behind);
@@ -421,11 +390,9 @@ int32_t RouteChange<Bits>::Insert(const Prefix<Bits> &prefix, uint32_t slot, uin
   const RouteRef ref = Descend(prefix);
   blocks_.Begin();
   const RouteRef route = MakeRoute(prefix, slot, serial);
-  if (route == 0) {
-    blocks_.Undo();
-  } else if (Publish(InsertAt(ref, prefix, route))) {
-    return kTbmOk;
-  }
+  RouteRef behind;
+  if (route != 0 && InsertAt(ref, prefix, route, &behind) && Publish(behind)) return kTbmOk;
+  blocks_.Undo();
   return blocks_.full() ? kTbmFull : kTbmNoMemory;
 }
 
@@ -445,8 +412,17 @@ bool RouteChange<Bits>::Find(RouteRef ref, const Prefix<Bits> &prefix, uint32_t 
   *behind = PushLast(ref);
   *level = LevelOf(first, prefix);
   Node<Bits> &node = levels_[*level].node;
-  return CommonPrefix(node.place, prefix) == node.place.length && node.EntryOf(prefix).present() &&
-         node.HoldsRoute(prefix);
+  if (CommonPrefix(node.place, prefix) < node.place.length) return false;
+  const auto entry = node.EntryOf(prefix);
+  return entry.present() && (node.HoldsRoute(prefix) || IsRouteTo(prefix, node.refs[entry.index]));
+}
+
+// The child by which the last level leads on. It leads on by another one, if it has one.
+template <typename Bits>
+RouteRef RouteChange<Bits>::TakeChild(Level<Bits> *level) {
+  level->node.Take(level->node.ChildEntry(level->digit));
+  level->leadsOn = level->node.children != 0;
+  return level->leadsOn ? level->LeadOn() : 0;
 }
 
 // Takes the prefix's route out of its level. A level that keeps only one reference gives way to it. Says what
@@ -455,14 +431,14 @@ template <typename Bits>
 RouteRef RouteChange<Bits>::TakeOut(uint32_t at, const Prefix<Bits> &prefix, RouteRef behind) {
   Level<Bits> &level = levels_[at];
   Node<Bits> &node = level.node;
-  const auto entry = node.EntryOf(prefix);
-  blocks_.Leave(node.HoldsRoute(prefix) ? node.refs[entry.index] : behind);
-  node.Take(entry);
-  if (!node.HoldsRoute(prefix)) {
-    level.leadsOn = false;
-    behind = 0;
+  if (level.Passes(prefix)) {
+    blocks_.Leave(behind);
+    behind = TakeChild(&level);
+  } else {
+    const auto entry = node.EntryOf(prefix);
+    blocks_.Leave(node.refs[entry.index]);
+    node.Take(entry);
   }
-  behind = LeadOn(&level, behind);
   if (node.count == 1) {
     if (!level.leadsOn) behind = node.refs[0];
     std::rotate(levels_.begin() + at, levels_.begin() + at + 1, levels_.begin() + count_);
@@ -486,6 +462,7 @@ int32_t RouteChange<Bits>::Remove(const Prefix<Bits> &prefix) {
       behind = TakeOut(level, prefix, behind);
     }
     if (Publish(behind)) return kTbmOk;
+    blocks_.Undo();
   }
   return kTbmNoMemory;  // does not happen: the headroom is enough
 }

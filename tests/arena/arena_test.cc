@@ -307,7 +307,7 @@ TEST_F(ArenaTest, OtherVersionsAndByteOrdersAreNamed) {
   Poke(offsetof(ArenaHeader, version), &version, sizeof(version));
   EXPECT_EQ(Attach(),
             "error: the arena at " + path_ +
-                " was written by version 11, this program reads version 5 (use tools and engine of one "
+                " was written by version 12, this program reads version 6 (use tools and engine of one "
                 "version)");
   Poke(offsetof(ArenaHeader, byteOrder), &kByteOrderSwapped, sizeof(kByteOrderSwapped));
   EXPECT_EQ(Attach(), "error: the arena at " + path_ +

@@ -104,6 +104,65 @@ inline TestRoute MakeRoute(uint16_t vpn, uint32_t length, const Address &address
   return {vpn, length, address, static_cast<uint32_t>(serial * 3), serial};
 }
 
+inline constexpr uint16_t kVpns[] = {0, 1, 1023, 1024, 65535};
+
+// What the index holds, searched from end to end.
+class Model {
+ public:
+  // The route of the same prefix, or null.
+  TestRoute *Find(const TestRoute &route) {
+    for (TestRoute &other : routes_) {
+      if (other.SamePrefix(route)) return &other;
+    }
+    return nullptr;
+  }
+  void Insert(const TestRoute &route) {
+    TestRoute *there = Find(route);
+    there == nullptr ? routes_.push_back(route) : void(*there = route);
+  }
+  bool Remove(const TestRoute &route) {
+    TestRoute *there = Find(route);
+    if (there == nullptr) return false;
+    *there = routes_.back();
+    routes_.pop_back();
+    return true;
+  }
+  int64_t Match(uint16_t vpn, const Address &address) const {
+    const TestRoute *longest = nullptr;
+    for (const TestRoute &route : routes_) {
+      if (route.Matches(vpn, address) && (longest == nullptr || route.length > longest->length))
+        longest = &route;
+    }
+    return longest == nullptr ? 0 : static_cast<int64_t>(longest->serial);
+  }
+  std::vector<TestRoute> &routes() { return routes_; }
+
+ private:
+  std::vector<TestRoute> routes_;
+};
+
+// Addresses that share beginnings of every length: few of them, then a change of a few bits.
+class Addresses {
+ public:
+  Addresses(uint32_t bits, uint64_t seed) : bits_(bits), random_(seed) {
+    for (Address &base : bases_) base = RandomAddress(&random_);
+  }
+  Address Next() {
+    Address address = bases_[random_() % bases_.size()];
+    for (uint64_t flips = random_() % 3; flips != 0; --flips) FlipBit(&address, random_() % bits_);
+    return address;
+  }
+  TestRoute NextRoute(uint64_t serial) {
+    return MakeRoute(kVpns[random_() % std::size(kVpns)], random_() % (bits_ + 1), Next(), serial);
+  }
+  uint64_t Random() { return random_(); }
+
+ private:
+  uint32_t bits_;
+  std::mt19937_64 random_;
+  std::array<Address, 4> bases_;
+};
+
 // One destination and a route to it that moves between prefix lengths, the new one in before the old one
 // leaves, among other routes: at each moment the destination has an answer, and answers never go back.
 class MovingRoute {
