@@ -75,13 +75,13 @@ quick() {
 
 host_packages=(g++ cmake ninja-build pkg-config libyaml-cpp-dev rapidjson-dev libsqlite3-dev libnl-3-dev libpcap-dev libyang2-dev \
   libedit-dev prometheus-cpp-dev libboost-dev libssl-dev googletest python3)
-begin_steps
 case ${1-} in
-  '') everything ;;
-  quick) quick ;;
+  '' | quick) ;;
   *)
     echo "test.sh: cannot make sense of \"$1\"; it takes \"quick\" or nothing" >&2
     exit 2
     ;;
 esac
+begin_steps
+"${1:-everything}"
 end_steps

@@ -16,6 +16,16 @@ need_packages() {
     >/dev/null
 }
 
+# is_count TEXT: whether it is a number, 1 at least. Of checks that try nothing all would pass.
+is_count() { [[ $1 =~ ^[1-9][0-9]{0,17}$ ]]; }
+
+# need_built DIRECTORY FILE: the script ends when the release tree has no such file.
+need_built() {
+  [ ! -e "$1/$2" ] || return 0
+  echo "${0##*/}: there is no $2 in $1 (build it: cmake --preset release && cmake --build --preset release)" >&2
+  exit 2
+}
+
 # tree PRESET: the directory that it is built in.
 tree() { [ "$1" = release ] && echo build || echo "build-$1"; }
 

@@ -10,16 +10,23 @@ set -uo pipefail
 cd "$(dirname "$0")/.." || exit 1
 . scripts/common.sh
 
+targets() { sed -n 's/^qdt_fuzzer(\([a-z_]*\) .*/\1/p' fuzz/CMakeLists.txt; }
+
 usage() {
   sed -n '4,8s/^# \{0,1\}//p' "$0" >&2
   exit 2
 }
 [ $# -eq 2 ] || usage
 target=$1 seconds=$2
-[[ $seconds =~ ^[0-9]+$ || $seconds = merge ]] || usage
+is_count "$seconds" || [ "$seconds" = merge ] || usage
+[ "$target" = all ] || targets | grep -qxF -e "$target" || {
+  echo "scripts/fuzz.sh: there is no target \"$target\"; there are: $(targets | paste -sd' ')" >&2
+  exit 2
+}
 tree=build-fuzz
 
-targets() { for file in "$tree"/bin/fuzz_*; do basename "$file" | sed s/^fuzz_//; done; }
+# Those of them whose libraries are there.
+built() { for name in $(targets); do [ ! -x "$tree/bin/fuzz_$name" ] || echo "$name"; done; }
 
 build() { configure fuzz && compile fuzz; }
 log=$tree.log
@@ -28,10 +35,12 @@ build >"$log" 2>&1 || {
   exit 1
 }
 rm -f "$log"
-if [ "$target" != all ] && [ ! -x "$tree/bin/fuzz_$target" ]; then
-  echo "scripts/fuzz.sh: there is no target \"$target\"; there are: $(targets | paste -sd' ')" >&2
+names=$(built)
+[ "$target" = all ] || names=$(grep -xF -e "$target" <<<"$names")
+[ -n "$names" ] || {
+  echo "scripts/fuzz.sh: \"$target\" is not built, as libraries are missing (./test.sh quick installs them)" >&2
   exit 2
-fi
+}
 export ASAN_OPTIONS=detect_leaks=1:allocator_may_return_null=1 UBSAN_OPTIONS=print_stacktrace=1
 
 # Of libFuzzer's last status line the executions and edges.
@@ -55,9 +64,9 @@ merge() {
 }
 
 code=0 fuzzers=()
-for name in $(if [ "$target" = all ]; then targets; else echo "$target"; fi); do
+for name in $names; do
   if [ "$seconds" = merge ]; then
-    merge "$name"
+    merge "$name" || code=1
     continue
   fi
   while [ "$(jobs -rp | wc -l)" -ge "$(nproc)" ]; do wait -n; done

@@ -293,11 +293,17 @@ def report(judged, goal, seconds):
     return caught + survived > 0 and share >= goal and not unexplained
 
 
+def positive(text):
+    if not re.fullmatch("0*[1-9][0-9]{0,8}", text):
+        raise argparse.ArgumentTypeError(f"{text!r} is not a number, 1 at least")
+    return int(text)
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--count", type=int, default=400, help="how many are counted")
+    parser.add_argument("--count", type=positive, default=400, help="how many are counted")
     parser.add_argument("--seed", type=int, default=1)
-    parser.add_argument("--jobs", type=int, default=os.cpu_count())
+    parser.add_argument("--jobs", type=positive, default=os.cpu_count())
     parser.add_argument("--only", metavar="FILE", help="changes of one source alone")
     parser.add_argument("--goal", type=float, default=95, help="percent that must be caught")
     parser.add_argument("--list", action="store_true", help="only lists the changes, in the order of the draw")
@@ -307,6 +313,8 @@ def main():
         for mutation in drawn[:options.count]:
             print(f"{mutation.path}:{mutation.line}: {mutation.key()}")
         return 0
+    if shutil.which("ninja") is None or ((TREE / "CMakeCache.txt").exists() and not (TREE / "build.ninja").exists()):
+        sys.exit("mutants.py: it takes ninja, and a tree in build/ that was configured for it (cmake --preset release)")
     started = time.monotonic()
     judged = run(drawn, options.count, options.jobs, Tree())
     return 0 if report(judged, options.goal, time.monotonic() - started) else 1
