@@ -2,12 +2,12 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <cstdlib>
 #include <cstring>
 #include <random>
 
 #include "host/arena/arena_layout.h"
 #include "host/tbm/table_view.h"
+#include "tests/host/amount.h"
 #include "tests/host/shared_memory.h"
 #include "tests/tbm/contest.h"
 
@@ -15,11 +15,6 @@
 // much of it is done can be raised: QDT_PROOF_READS, QDT_PROOF_KILLS, QDT_PROOF_ROUNDS.
 namespace qdt::host {
 namespace {
-
-uint64_t Amount(const char *name, uint64_t otherwise) {
-  const char *value = std::getenv(name);
-  return value == nullptr ? otherwise : std::strtoull(value, nullptr, 10);
-}
 
 constexpr uint32_t kReaders = 4;
 

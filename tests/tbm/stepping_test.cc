@@ -6,8 +6,8 @@
 
 #include <atomic>
 #include <cctype>
-#include <cstdlib>
 
+#include "tests/host/amount.h"
 #include "tests/host/shared_memory.h"
 #include "tests/tbm/contest.h"
 
@@ -53,15 +53,10 @@ class SteppingTest : public HostTest {
   cpu_set_t before_;
 };
 
-uint32_t Times(const char *name, uint32_t otherwise) {
-  const char *value = std::getenv(name);
-  return value == nullptr ? otherwise : static_cast<uint32_t>(std::strtoul(value, nullptr, 10));
-}
-
 // The writer changes every table all the time, and a reader, who never waits for it, looks at all of them
 // after each of its instructions. It may as well have been killed there.
 TEST_F(SteppingTest, WriterStoppedAtEveryInstruction) {
-  const uint32_t steps = Times("QDT_PROOF_STEPS", 20000);
+  const uint64_t steps = Amount("QDT_PROOF_STEPS", 20000);
   Child writer(nullptr, [&]() -> std::string {
     Start(Contest::Plan());
     Contest contest;
@@ -76,7 +71,7 @@ TEST_F(SteppingTest, WriterStoppedAtEveryInstruction) {
   Arena::SetCurrent(client.get());
   const Contest contest;
   const std::vector<Contest::Look> &looks = Contest::Looks();
-  for (uint32_t step = 0; step < steps; ++step) {
+  for (uint64_t step = 0; step < steps; ++step) {
     ASSERT_TRUE(Step(writer.pid())) << "step " << step;
     for (const Contest::Look &look : looks) {
       ASSERT_EQ((contest.*look.look)(), "") << look.name << ", step " << step;
@@ -91,7 +86,7 @@ class ReaderSteppingTest : public SteppingTest, public ::testing::WithParamInter
 // The reader looks at a table once for each of its instructions: it is stopped there, all entries are
 // changed, and it goes on.
 TEST_P(ReaderSteppingTest, OvertakenAtEveryInstruction) {
-  const uint32_t most = Times("QDT_PROOF_INSTRUCTIONS", 600);
+  const uint64_t most = Amount("QDT_PROOF_INSTRUCTIONS", 600);
   Start(Contest::Plan());
   Contest contest;
   Child reader(&engine_, [&]() -> std::string {
@@ -110,7 +105,7 @@ TEST_P(ReaderSteppingTest, OvertakenAtEveryInstruction) {
   if (!Stopped(reader.pid())) GTEST_SKIP() << "no permission to trace a process";
   ShareOneProcessor(reader.pid());
   uint64_t number = 2;
-  for (uint32_t instruction = 1; instruction < most; ++instruction) {
+  for (uint64_t instruction = 1; instruction < most; ++instruction) {
     const uint32_t before = shared_->done;
     for (uint32_t step = 0; step < instruction && shared_->done == before; ++step) {
       ASSERT_TRUE(Step(reader.pid())) << reader.Wait();
