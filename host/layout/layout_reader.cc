@@ -5,6 +5,7 @@
 #include <charconv>
 #include <limits>
 #include <map>
+#include <optional>
 #include <sstream>
 #include <utility>
 
@@ -12,6 +13,7 @@
 #include "host/arena/table_layout.h"
 #include "host/base/host_error.h"
 #include "host/base/near_name.h"
+#include "host/base/numbers.h"
 #include "host/layout/field_line.h"
 #include "host/tbm/route_key.h"
 
@@ -447,9 +449,14 @@ LayoutReader::FieldValues LayoutReader::ReadValues(const YamlNode &node, const c
   FieldValues read;
   std::string name;
   words >> name;
-  for (uint32_t value; words >> value;) read.values.push_back(value);
-  if (read.values.empty() || !words.eof())
-    Fail(node, property, "not a choice (write " + std::string(form) + ")");
+  bool good = false;  // there is one at least
+  for (std::string word; words >> word;) {
+    const std::optional<uint64_t> value = host::ReadNumber(word);
+    good = value && *value <= std::numeric_limits<uint32_t>::max();
+    if (!good) break;
+    read.values.push_back(static_cast<uint32_t>(*value));
+  }
+  if (!good) Fail(node, property, "not a choice (write " + std::string(form) + ")");
   read.field = store_->Keep(std::move(name));
   return read;
 }

@@ -399,5 +399,24 @@ TEST(LayoutTest, ReadsMeanings) {
             "a.yaml:3: t.a: \"nowhere\" is not a table with one entry a key");
 }
 
+// Values that choose a structure are numbers of 32 bits, each of them.
+TEST(LayoutTest, ChoicesAreNumbers) {
+  const std::string filler = FillerTables(1);
+  const auto error = [&](const std::string &choice) {
+    const std::string text =
+        "tables:\n  t: {id: 0, name: CAP_TABLE_T, key_size: 4, record_size: 64, capacity: 4,\n"
+        "      key: {kind: 0 u32}, fields: {s: {at: 0, variant: \"" +
+        choice + "\", fields: {a: 0 u8}}}}\n";
+    return ErrorOf([&] { ReadLayouts({{"a.yaml", text}, {"filler.yaml", filler}}); });
+  };
+  EXPECT_EQ(error("kind 0 4294967295 "), "no error");
+  for (const char *wrong : {"", "kind", "kind -1", "kind 0 4294967296", "kind 0 -", "kind 0 +1", "kind 0x1",
+                            "kind 1 18446744073709551617"}) {
+    EXPECT_EQ(error(wrong),
+              "a.yaml:3: t.s.variant: not a choice (write KEYFIELD VALUE, with one value or several)")
+        << wrong;
+  }
+}
+
 }  // namespace
 }  // namespace qdt::host
