@@ -188,7 +188,12 @@ YamlTree::YamlTree(std::string file, std::string_view text, TakeMistake mistakes
 }
 
 std::string YamlTree::Located(uint32_t line, const std::string &what) const {
-  return file_ + (line > 0 ? ":" + std::to_string(line) : "") + ": " + what;
+  std::string told = file_ + (line > 0 ? ":" + std::to_string(line) : "") + ": " + what;
+  // Names of files may hold any byte: a terminal is to get none of them, and the line is to reach its end.
+  for (char &c : told) {
+    if (static_cast<unsigned char>(c) < ' ' || c == '\x7f') c = '?';
+  }
+  return told;
 }
 
 // Two things that the parser does not survive well: some control characters, which it takes for the end of

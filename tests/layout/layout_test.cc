@@ -269,6 +269,8 @@ INSTANTIATE_TEST_SUITE_P(
         Wrong{"tables:\n  t:\n    id: 0\n    name: CAP_TABLE_T\n    key_size: 4\n    record_size: 8\n"
               "    capacity: 1\n    key: {a: 0 u32}\n    fields:\n      b: 0 ref u",
               "a.yaml:10: t.b: \"u\" is not a table with one entry a key"},
+        Wrong{"regions:\n  \"R\\0\\e[2J\\n\": {size: 1}",
+              "a.yaml:2: R??[2J?: \"R??[2J?\" is not a name (1 to 63 letters, digits and underlines)"},
         Wrong{"tables: {t: {id: 0, name: CAP_TABLE_T}\nregions: {}",
               "a.yaml:2: YAML syntax: end of map flow not found (indent with blanks, close every bracket and "
               "quote)"}));
