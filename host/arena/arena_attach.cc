@@ -26,6 +26,9 @@ using Kind = ArenaError::Kind;
 
 bool IsLive(Arena::Access access) { return access == Arena::Access::kLive; }
 
+// How to come by a file that is whole. No engine writes a copy.
+std::string AgainHint(Arena::Access access) { return IsLive(access) ? kAgainHint : kOtherHint; }
+
 // `shared` becomes whether the file may be written, which it is to be where `writing`.
 ArenaFile Open(const std::string &path, Arena::Access access, bool writing, bool *shared) {
   ArenaFile file;
@@ -96,17 +99,19 @@ ArenaHeader ReadHeader(const ArenaFile &file, const std::string &path, Arena::Ac
   if (got < sizeof(header)) {
     throw ArenaError(Kind::kDamaged, "the arena at " + path +
                                          " is truncated: " + std::to_string(info.st_size) +
-                                         " bytes are less than its header" + kAgainHint);
+                                         " bytes are less than its header" + AgainHint(access));
   }
   if (header.byteOrder != kByteOrderMark || header.pointerSize != sizeof(void *) ||
       header.headerSize != sizeof(header) || header.headerSum != HeaderSum(header) || !SizesFit(header) ||
       !StateIsKnown(header.state)) {
-    throw ArenaError(Kind::kDamaged, "the arena at " + path + " has a damaged header" + kAgainHint);
+    throw ArenaError(Kind::kDamaged, "the arena at " + path + " has a damaged header" + AgainHint(access));
   }
-  if (static_cast<uint64_t>(info.st_size) != header.totalSize) {
-    throw ArenaError(Kind::kDamaged,
-                     "the arena at " + path + " is truncated: " + std::to_string(info.st_size) +
-                         " bytes instead of " + std::to_string(header.totalSize) + kAgainHint);
+  const auto size = static_cast<uint64_t>(info.st_size);
+  if (size != header.totalSize) {
+    throw ArenaError(Kind::kDamaged, "the arena at " + path +
+                                         (size < header.totalSize ? " is truncated: " : " is too long: ") +
+                                         std::to_string(size) + " bytes instead of " +
+                                         std::to_string(header.totalSize) + AgainHint(access));
   }
   return header;
 }
@@ -248,13 +253,16 @@ OpenedArena OpenArena(const std::string &path, Arena::Access access, bool writin
   return opened;
 }
 
-void CheckMapped(ArenaHeader *mapped, const ArenaHeader &header, const std::string &path) {
+void CheckMapped(ArenaHeader *mapped, const ArenaHeader &header, const std::string &path,
+                 Arena::Access access) {
   const DirectoryCheck check(mapped);
   if (std::memcmp(mapped, &header, offsetof(ArenaHeader, state)) != 0 || !check.TablesAreGood()) {
-    throw ArenaError(Kind::kDamaged, "the arena at " + path + " has a damaged table directory" + kAgainHint);
+    throw ArenaError(Kind::kDamaged,
+                     "the arena at " + path + " has a damaged table directory" + AgainHint(access));
   }
   if (!check.InfoIsGood()) {
-    throw ArenaError(Kind::kDamaged, "the arena at " + path + " has damaged table descriptors" + kAgainHint);
+    throw ArenaError(Kind::kDamaged,
+                     "the arena at " + path + " has damaged table descriptors" + AgainHint(access));
   }
 }
 
@@ -274,7 +282,7 @@ std::unique_ptr<Arena> Arena::Attach(const std::string &path, Access access) {
     throw HostError("cannot map the arena at " + path + " at its address " + address + ": " +
                     (errno == EEXIST ? "in use in this process (start the tool again)" : SystemText(errno)));
   }
-  CheckMapped(impl->header, header, path);
+  CheckMapped(impl->header, header, path, access);
   // What is private takes writes as well, so that nothing faults; they stay in this process.
   const bool ready = IsLive(access)
                          ? impl->SplitForClient(opened.shared)
@@ -300,7 +308,7 @@ std::unique_ptr<Arena> Arena::Look(const std::string &path, Access access) {
   if (!impl->MapAnywhere(opened.header.totalSize, IsLive(access) ? MAP_SHARED : MAP_PRIVATE)) {
     throw HostError("cannot map the arena at " + path + ": " + SystemText(errno));
   }
-  CheckMapped(impl->header, opened.header, path);
+  CheckMapped(impl->header, opened.header, path, access);
   return std::unique_ptr<Arena>(new Arena(std::move(impl)));
 }
 

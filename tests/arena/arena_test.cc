@@ -203,7 +203,7 @@ TEST_F(ArenaTest, TruncatedFilesAreRefused) {
   LeaveSnapshot();
   const uint64_t whole = ReadHeader().totalSize;
   ASSERT_EQ(Attach(), "attached");
-  const std::string instead = " bytes instead of " + std::to_string(whole) + " (let nqed write it again)";
+  const std::string instead = " bytes instead of " + std::to_string(whole) + " (name another file)";
   // The first part page by page, the rest, which reads alike, in larger steps; sizes around the header as
   // well.
   std::vector<uint64_t> sizes = {0, 1, 7, 8, 100, sizeof(ArenaHeader) - 1, sizeof(ArenaHeader), whole - 1};
@@ -221,6 +221,24 @@ TEST_F(ArenaTest, TruncatedFilesAreRefused) {
       ASSERT_EQ(said, place + " is truncated: " + std::to_string(size) + instead);
     }
   }
+}
+
+TEST_F(ArenaTest, FilesThatAreTooLongAreRefused) {
+  LeaveSnapshot();
+  const std::string whole = std::to_string(ReadHeader().totalSize);
+  const std::string longer = std::to_string(ReadHeader().totalSize + 1);
+  ASSERT_EQ(truncate(path_.c_str(), std::stol(longer)), 0);
+  EXPECT_EQ(Attach(), "error: the arena at " + path_ + " is too long: " + longer + " bytes instead of " +
+                          whole + " (name another file)");
+}
+
+// Who asks an engine can have it make another file.
+TEST_F(ArenaTest, AnEnginesFileThatIsDamagedIsForTheEngineToWrite) {
+  Start();
+  const uint64_t wild = 0x4141414141414141;
+  Poke(ReadHeader().infoOffset + sizeof(TbmGlobalInfo) + offsetof(TbmTableDesc, name), &wild, sizeof(wild));
+  EXPECT_EQ(ErrorOf([&] { Arena::Look(path_, Access::kLive); }),
+            "the arena at " + path_ + " has damaged table descriptors (let nqed write it again)");
 }
 
 TEST_F(ArenaTest, EveryFlippedHeaderByteIsRefused) {
@@ -249,7 +267,7 @@ TEST_F(ArenaTest, NoArenaStandsAtAddressZero) {
   header.headerSum = MixBytes(&header, sizeof(header));
   header.state = state;
   Poke(0, &header, sizeof(header));
-  EXPECT_EQ(Attach(), "error: the arena at " + path_ + " has a damaged header (let nqed write it again)");
+  EXPECT_EQ(Attach(), "error: the arena at " + path_ + " has a damaged header (name another file)");
 }
 
 TEST_F(ArenaTest, EveryFlippedDirectoryByteIsRefused) {
@@ -260,7 +278,7 @@ TEST_F(ArenaTest, EveryFlippedDirectoryByteIsRefused) {
     const uint8_t bad = good ^ 0x10;
     Poke(header.directoryOffset + i, &bad, 1);
     ASSERT_EQ(ErrorOf([&] { Arena::Attach(path_, Access::kSnapshot); }),
-              "the arena at " + path_ + " has a damaged table directory (let nqed write it again)");
+              "the arena at " + path_ + " has a damaged table directory (name another file)");
     Poke(header.directoryOffset + i, &good, 1);
   }
 }
@@ -270,8 +288,7 @@ TEST_F(ArenaTest, DamagedDescriptorsAreRefused) {
   const uint64_t name = ReadHeader().infoOffset + sizeof(TbmGlobalInfo) + offsetof(TbmTableDesc, name);
   const uint64_t wild = 0x4141414141414141;
   Poke(name, &wild, sizeof(wild));
-  EXPECT_EQ(Attach(),
-            "error: the arena at " + path_ + " has damaged table descriptors (let nqed write it again)");
+  EXPECT_EQ(Attach(), "error: the arena at " + path_ + " has damaged table descriptors (name another file)");
 }
 
 TEST_F(ArenaTest, DamagedTablesNeverCrashAReader) {

@@ -190,8 +190,7 @@ TEST_F(SessionTest, WrongPointersAreRefused) {
   AddFlow(1);
   TbmGlobalInfo *const info = g_tbmGlobalInfo;
   const auto refused = [&] {
-    return Attach() ==
-           "error: the arena at " + path_ + " has damaged table descriptors (let nqed write it again)";
+    return Attach() == "error: the arena at " + path_ + " has damaged table descriptors (name another file)";
   };
   const TbmGlobalInfo good = *info;
   const TbmFlowPartition partition = *good.flowPartition;
