@@ -78,7 +78,12 @@ def unknown(missing):
 
 
 def main():
-    counts, missing = read_report(sys.argv[1])
+    if len(sys.argv) < 3 or not GOALS.keys() >= set(sys.argv[2:]):
+        sys.exit(__doc__.split("\n\n")[1])
+    try:
+        counts, missing = read_report(sys.argv[1])
+    except (OSError, ValueError, KeyError) as error:
+        sys.exit(f"coverage_report.py: {sys.argv[1]} is no report of gcovr (scripts/coverage.sh makes one): {error!r}")
     complaints = []
     for room in sys.argv[2:]:
         figures = counts[room]

@@ -35,6 +35,19 @@ def test_usage(line):
     assert done.code == 2 and done.out == "" and done.err.startswith("usage: " + line.split()[0]), done
 
 
+@pytest.mark.parametrize("line", ["coverage_report.py", "coverage_report.py report.json tests", "first_objects.py"])
+def test_usage_of_what_other_scripts_call(line):
+    done = called(f"python3 -B scripts/{line}")
+    assert done.code == 1 and re.fullmatch(rf"usage: (scripts/)?{line.split()[0]} [^\n]*\n", done.err), done
+
+
+@pytest.mark.parametrize("report", ["/nowhere/report.json", "README.md"])
+def test_a_report_that_is_none(report):
+    done = called(f"python3 -B scripts/coverage_report.py {report} src")
+    assert done.code == 1 and done.err.startswith(f"coverage_report.py: {report} is no report of gcovr"), done
+    assert done.err.count("\n") == 1, done
+
+
 @pytest.mark.parametrize("words", ["--jobs 0", "--jobs -2", "--count 0", "--count some"])
 def test_mutants_try_at_least_one_change(words):
     done = called(f"scripts/mutants.py {words}")
