@@ -78,6 +78,20 @@ inline uint32_t RouteBit(uint32_t digit, uint32_t length) {
 
 inline uint32_t LengthOfRouteBit(uint32_t bit) { return 31 - static_cast<uint32_t>(std::countl_zero(bit)); }
 
+// Of a node's routes those on the way of a digit: a bit for each of their lengths, and back.
+inline uint32_t LengthsOnWay(uint64_t routes, uint32_t digit) {
+  uint32_t lengths = 0;
+  for (uint32_t length = 0; length < kRouteStride; ++length)
+    lengths |= static_cast<uint32_t>(routes >> RouteBit(digit, length) & 1) << length;
+  return lengths;
+}
+inline uint64_t RoutesOnWay(uint32_t lengths, uint32_t digit) {
+  uint64_t routes = 0;
+  for (uint32_t length = 0; length < kRouteStride; ++length)
+    routes |= uint64_t{lengths >> length & 1} << RouteBit(digit, length);
+  return routes;
+}
+
 // For each digit the bits of the routes that match it.
 constexpr std::array<uint64_t, 1 << kRouteStride> kMatching = [] {
   std::array<uint64_t, 1 << kRouteStride> matching{};

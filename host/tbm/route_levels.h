@@ -158,20 +158,17 @@ struct Level {
   // A node of a stem: the routes on its way, the first of them at `*index`, and what turns off there.
   void LoadOfStem(const NodeBlock<Bits> &stem, uint32_t depth, uint32_t *index) {
     const typename NodeBlock<Bits>::Side side = stem.side((depth - stem.depth()) / kRouteStride);
-    const uint64_t here = static_cast<uint64_t>(stem.lengths() >> depth) & Below(kRouteStride);
+    const auto here = static_cast<uint32_t>(stem.lengths() >> depth & Below(kRouteStride));
     node.StartAt({FirstBits(stem.path(), depth), depth});
     leadsOn = stem.ref(0) != 0 || depth + kRouteStride < stem.end();
     digit = Digit(stem.path(), depth);
     node.children = side.children | (leadsOn ? uint64_t{1} << digit : 0);
-    node.routes = side.routes;
-    for (uint64_t lengths = here; lengths != 0; lengths &= lengths - 1)
-      node.routes |= uint64_t{1} << RouteBit(digit, static_cast<uint32_t>(std::countr_zero(lengths)));
+    node.routes = side.routes | RoutesOnWay(here, digit);
     uint32_t aside = side.first;
     for (uint64_t children = node.children; children != 0; children &= children - 1)
       node.refs[node.count++] = (children & -children & side.children) != 0 ? stem.ref(aside++) : 0;
-    if (side.routes == 0) {
-      // Nearly always.
-      for (uint32_t count = CountBits(node.routes); count != 0; --count)
+    if (side.routes == 0) {  // nearly always
+      for (uint32_t count = CountBits(here); count != 0; --count)
         node.refs[node.count++] = stem.ref((*index)++);
       return;
     }
@@ -233,17 +230,16 @@ class Stem {
     const uint64_t sideRoutes = level.SideRoutes();
     const uint32_t first = asideCount_;
     const RouteRef *ref = node.refs.data();
+    lengths_ |= Ipv6Bits{LengthsOnWay(node.routes, level.digit)} << node.place.length;
     for (uint64_t children = node.children; children != 0; children &= children - 1, ++ref) {
       if ((children & -children & sideChildren) != 0) asideRefs_[asideCount_++] = *ref;
     }
-    for (uint64_t routes = node.routes; routes != 0; routes &= routes - 1, ++ref) {
-      if ((routes & -routes & sideRoutes) != 0) {
-        asideRefs_[asideCount_++] = *ref;
-        continue;
-      }
-      const uint32_t length = LengthOfRouteBit(static_cast<uint32_t>(std::countr_zero(routes)));
-      lengths_ |= Ipv6Bits{1} << (node.place.length + length);
-      refs_[count_++] = *ref;
+    if (sideRoutes == 0) {
+      std::copy(ref, node.refs.data() + node.count, refs_.data() + count_);
+      count_ += static_cast<uint32_t>(node.refs.data() + node.count - ref);
+    } else {
+      for (uint64_t routes = node.routes; routes != 0; routes &= routes - 1, ++ref)
+        (routes & -routes & sideRoutes) != 0 ? asideRefs_[asideCount_++] = *ref : refs_[count_++] = *ref;
     }
     if (asideCount_ != first) AddSide(level, first);
   }
