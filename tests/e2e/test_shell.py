@@ -241,6 +241,20 @@ def test_control_c_ends_an_answer_and_not_the_shell(shell):
     shell.leave()
 
 
+def test_watching_goes_on_until_control_c(engine, tmp_path):
+    with shell_of(tmp_path, "--arena", engine.arena, PAGER="cat") as shell:
+        # In place, as without the shell, and filtered, which is shown at once.
+        for words, shown in (("", "\x1b[Hevery 0.1 s: list ctrlif_map_fwdif --count"), (" | include 6", "60")):
+            shell.type(f"watch -i 0.1 list ctrlif_map_fwdif --count{words}\r")
+            shell.process.expect_exact("--count" + words + "\r\n")
+            shell.process.expect_exact(shown)
+            shell.type("\x03")
+            shell.until_prompt()
+        assert shell.ask("watch --times 1 show ctrlif_map_fwdif 1005 | include FwdIfIdx") == "  FwdIfIdx   :  5\n"
+        assert shell.ask("watch lst arp") == 'nqecli: unknown command "lst" (did you mean list?)\n'
+        shell.leave()
+
+
 def wait_for_child(process):
     deadline = time.monotonic() + PATIENCE
     while time.monotonic() < deadline:

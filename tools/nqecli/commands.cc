@@ -70,8 +70,7 @@ constexpr Command kCommands[] = {
      "-i SECONDS is the time between two answers, 2 unless told otherwise; --times N ends after so many; "
      "--json\n"
      "is a document each time.",
-     "nqecli watch usage\nnqecli watch -i 1 list fwdif if_index=101", kCommandFailed, Watch, nullptr, nullptr,
-     true},
+     "nqecli watch usage\nnqecli watch -i 1 list fwdif if_index=101", kCommandFailed, Watch},
     {"schema", "schema [TABLE]", "JSON Schema of what list, and all other commands, print with --json",
      kOptionJson | kOptionsNoPlace, WordKind::kFieldsOf, "It takes no engine.", "nqecli schema fib",
      kCommandFailed, Schema},

@@ -17,10 +17,6 @@
 namespace qdt::nqecli {
 namespace {
 
-std::string PathOf(const char *name) {
-  return std::filesystem::read_symlink("/proc/self/exe").replace_filename(name);
-}
-
 void Execute(std::vector<std::string> arguments) {
   std::vector<char *> pointers;
   for (std::string &argument : arguments) pointers.push_back(argument.data());
@@ -29,6 +25,10 @@ void Execute(std::vector<std::string> arguments) {
 }
 
 }  // namespace
+
+std::string PathOf(const char *name) {
+  return std::filesystem::read_symlink("/proc/self/exe").replace_filename(name);
+}
 
 void RunCompanion(const Place &place, const char *name, const char *needs, std::span<char *const> words) {
   std::vector<std::string> arguments{PathOf(name)};

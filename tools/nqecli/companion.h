@@ -11,6 +11,9 @@
 // companions speak of them.
 namespace qdt::nqecli {
 
+// Where the program of that name stands: the tool itself or one of its companions.
+std::string PathOf(const char *name);
+
 // Runs a companion in this program's place. `needs` names what it is built with.
 [[noreturn]] void RunCompanion(const Place &place, const char *name, const char *needs,
                                std::span<char *const> words);

@@ -146,7 +146,6 @@ void PutCommandFirst(std::vector<std::string> *words) {
 }
 
 void RunWords(const Place &place, std::vector<std::string> *words, Answer *answer) {
-  PutCommandFirst(words);
   if (words->front() == "help" && words->size() == 1) return (void)Print(Overview());
   if (words->front() == "help") *words = {(*words)[1], "--help"};
   if (TakesProcess(*words)) return RunInChild(place, words, answer);
@@ -226,7 +225,9 @@ void Shell::RunCommandLine(const std::string &line) {
   SetRaw(std::erase(read.words, "--raw") != 0);
   if (read.words.empty()) return;
   CheckKeptEngine();
-  Answer answer(read.filters, PagerCommand());
+  PutCommandFirst(&read.words);
+  // What is watched is shown when it happens, and not when there is a screenful of it.
+  Answer answer(read.filters, read.words.front() == "watch" ? "" : PagerCommand());
   const SinkScope scope(&answer);
   try {
     RunWords(place_, &read.words, &answer);

@@ -10,6 +10,7 @@
 #include <cmath>
 
 #include "host/base/fd.h"
+#include "tools/nqecli/companion.h"
 
 namespace qdt::nqecli {
 namespace {
@@ -18,15 +19,15 @@ using host::SystemError;
 
 constexpr int kCannotRun = 127;
 
-[[noreturn]] void BecomeCommand(char *const *words, const AnswerText &out, const AnswerText &err,
-                                const sigset_t &signals, pid_t parent) {
+[[noreturn]] void BecomeCommand(const char *tool, char *const *words, const AnswerText &out,
+                                const AnswerText &err, const sigset_t &signals, pid_t parent) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (getppid() != parent) _exit(kCannotRun);  // it ended before it could be said
   sigprocmask(SIG_SETMASK, &signals, nullptr);
   const int nothing = open("/dev/null", O_RDONLY);
   if (dup2(nothing, STDIN_FILENO) >= 0 && dup2(out.fd(), STDOUT_FILENO) >= 0 &&
       dup2(err.fd(), STDERR_FILENO) >= 0) {
-    execv("/proc/self/exe", words);
+    execv(tool, words);
   }
   _exit(kCannotRun);
 }
@@ -65,12 +66,14 @@ bool RunChild(const std::vector<std::string> &words, Interrupt *interrupt, Child
   std::vector<char *> pointers;
   for (const std::string &word : words) pointers.push_back(const_cast<char *>(word.c_str()));
   pointers.push_back(nullptr);
+  // By its name: the shell, which watches as well, is another program.
+  const std::string tool = PathOf("nqecli");
   const auto out = std::make_shared<AnswerText>();
   const AnswerText err;
   const pid_t parent = getpid();
   const pid_t child = fork();
   if (child < 0) throw SystemError("cannot run the command");
-  if (child == 0) BecomeCommand(pointers.data(), *out, err, interrupt->before(), parent);
+  if (child == 0) BecomeCommand(tool.c_str(), pointers.data(), *out, err, interrupt->before(), parent);
 
   bool interrupted = false;
   int status = 0;
@@ -86,7 +89,7 @@ bool RunChild(const std::vector<std::string> &words, Interrupt *interrupt, Child
   if (answer->code == kCannotRun && answer->err.empty())
     throw host::HostError(WIFSIGNALED(status)
                               ? "the command was ended by signal " + std::to_string(WTERMSIG(status))
-                              : "cannot run the command: /proc/self/exe does not start");
+                              : "cannot run the command: " + tool + " does not start");
   return true;
 }
 

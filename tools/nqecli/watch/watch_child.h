@@ -37,7 +37,7 @@ class Interrupt {
   sigset_t before_;
 };
 
-// Runs this very program with other words, in a process of its own: whatever a command maps and keeps goes
+// Runs the tool with these words, in a process of its own: whatever a command maps and keeps goes
 // with it. False when the user interrupted it. Throws HostError when no process can be made.
 bool RunChild(const std::vector<std::string> &words, Interrupt *interrupt, ChildAnswer *answer);
 

@@ -46,6 +46,11 @@ void CheckReader() {
   if (poll(&out, 1, 0) == 1 && (out.revents & (POLLERR | POLLNVAL)) != 0) throw OutputClosed();
 }
 
+// Whether the answers fill a screen. In the shell, filters take lines.
+bool IsForScreen() {
+  return isatty(STDOUT_FILENO) != 0 && (CurrentSink() == nullptr || CurrentSink()->IsTerminal());
+}
+
 // How many of the words are options that stand before the command.
 size_t CountOptions(std::span<char *const> words) {
   constexpr std::array<std::string_view, 4> kWithValue = {"-i", "--times", "--arena", "--snapshot"};
@@ -80,6 +85,7 @@ struct WatchRequest {
     std::vector<std::string> words = {"nqecli"};
     if (!place.arena.empty()) words.push_back("--arena=" + place.arena);
     if (place.saved()) words.push_back("--snapshot=" + place.snapshot);
+    for (const std::string &user : place.trusted) words.push_back("--trust=" + user);
     if (IsRaw()) words.emplace_back("--raw");
     words.insert(words.end(), command.begin(), command.end());
     if (asJson && HasJson(command.front())) words.emplace_back("--json");
@@ -104,7 +110,7 @@ class WatchLoop {
   explicit WatchLoop(const WatchRequest &request) : request_(request), words_(request.ChildWords()) {
     if (request.asJson) {
       view_ = MakeWatchJson(&out_);
-    } else if (isatty(STDOUT_FILENO) != 0) {
+    } else if (IsForScreen()) {
       view_ = MakeWatchScreen(&screen_, request.interval, TerminalSize);
     } else {
       view_ = MakeWatchLines(&out_);
