@@ -255,6 +255,16 @@ def test_full_standard_output(engine):
     assert (done.returncode, done.stderr) == (2, b"nqecli: cannot write the answer: No space left on device\n")
 
 
+@pytest.mark.parametrize("program", ["nqecli", "nqed", "nqeweb", "omad", "omad-session"])
+@pytest.mark.parametrize("option", ["--help", "--version"])
+def test_what_cannot_be_told_is_a_failure(program, option):
+    if not (BIN / program).exists():
+        pytest.skip(program + " is not built")
+    with open("/dev/full", "wb") as full:
+        done = subprocess.run([BIN / program, option], stdout=full, stderr=subprocess.PIPE, timeout=PATIENCE)
+    assert (done.returncode, done.stderr.decode()) == (2, f"{program}: cannot write the answer: No space left on device\n")
+
+
 def test_closed_pipe_is_quiet(engine):
     read, write = os.pipe()
     os.close(read)

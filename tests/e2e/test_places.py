@@ -85,7 +85,7 @@ def test_an_engine_of_another_user(nobody, directory):
         result.failed(f"the arena at {nobody.arena} {REFUSED}", tool=result.err.split(":")[0])
         assert result.err.startswith("nqecli"), result
     run(BIN / "nqed", "status", "--arena", nobody.arena).failed(f"the arena at {nobody.arena} {REFUSED}", tool="nqed")
-    for words in commands:
+    for words in (*commands, ["watch", "--times", "1", "list", "arp"]):
         assert run(BIN / tool[0], "--trust", "nobody", *tool[1:], *words).code == 0, words
     run(BIN / "nqed", "status", "--trust=65534", "--arena", nobody.arena).err == ""
     run(BIN / "nqecli", "--trust", "nosuchuser", "tables").failed('--trust: no user "nosuchuser" is in /etc/passwd')

@@ -14,6 +14,7 @@
 #include <optional>
 
 #include "host/base/arguments.h"
+#include "host/base/print_answer.h"
 #include "host/base/program.h"
 #include "host/base/trust.h"
 #include "host/base/words.h"
@@ -213,15 +214,6 @@ CommandLine Parse(Arguments arguments) {
   return line;
 }
 
-bool Write(const std::string &text) {
-  return std::fputs(text.c_str(), stdout) >= 0 && std::fflush(stdout) == 0;
-}
-
-// What was asked for.
-void Print(const std::string &text) {
-  if (!Write(text)) throw SystemError("cannot write the answer");
-}
-
 // The signals that stop the engine, as a file to wait for.
 class StopSignals {
  public:
@@ -244,7 +236,7 @@ int ShowStatus(const EngineOptions &options) {
   const auto arena = Arena::Attach(options.arena, Arena::Access::kLive);
   const EngineReply reply = EngineClient(arena->socketPath()).Run("status");
   if (reply.status != kReplyOk) throw HostError("the engine refuses to tell its status: " + reply.text);
-  Print(reply.text);
+  PrintAnswer(reply.text);
   return 0;
 }
 
@@ -274,7 +266,7 @@ int CheckScenarios(const CommandLine &line) {
   for (const std::string &mistake : mistakes.lines()) std::fprintf(stderr, "%s\n", mistake.c_str());
   if (mistakes.lines().size() == kMostMistakes)
     std::fprintf(stderr, "nqed: these are the first %zu mistakes; there may be more\n", kMostMistakes);
-  Print(good);
+  PrintAnswer(good);
   return mistakes.count() == 0 ? 0 : kFailure;
 }
 
@@ -404,9 +396,10 @@ int RunEngine(const CommandLine &line) {
     std::fprintf(stderr, "nqed: %s\n", missing.c_str());
   const TableUse use = CountEntries();
   // The engine runs on when nobody reads that.
-  Write("nqed: ready, pid " + std::to_string(getpid()) + ", arena " + options.arena + ", socket " +
-        options.socket + ", " + std::to_string(use.entries) + " entries in " + std::to_string(use.tables) +
-        " tables\n");
+  std::printf("nqed: ready, pid %d, arena %s, socket %s, %llu entries in %u tables\n", getpid(),
+              options.arena.c_str(), options.socket.c_str(), static_cast<unsigned long long>(use.entries),
+              use.tables);
+  std::fflush(stdout);
   syslog(LOG_INFO, "ready, arena %s", options.arena.c_str());
   server.Serve(stop.fd());
   syslog(LOG_INFO, "stopping, arena %s", options.arena.c_str());
@@ -424,11 +417,11 @@ int Main(int argc, char **argv) {
   try {
     const CommandLine line = Parse(Arguments(argc, argv));
     if (line.help) {
-      Print(kUsage);
+      PrintAnswer(kUsage);
       return 0;
     }
     if (line.version) {
-      Print("nqed " + BuildInfo(false) + "\n");
+      PrintAnswer("nqed " + BuildInfo(false) + "\n");
       return 0;
     }
     if (line.check) return CheckScenarios(line);

@@ -16,6 +16,7 @@
 #include "host/base/arguments.h"
 #include "host/base/fd.h"
 #include "host/base/host_error.h"
+#include "host/base/print_answer.h"
 #include "host/base/program.h"
 #include "host/base/trust.h"
 #include "host/console/console.h"
@@ -184,9 +185,8 @@ int Run(const CommandLine &line) {
 
 int Main(int argc, char **argv) {
   const CommandLine line = ReadCommandLine({argc, argv});
-  if (line.help) return std::fputs(kUsage, stdout) < 0 ? kFailure : 0;
-  if (line.version) {
-    std::printf("nqeweb %s\n", host::BuildInfo(false).c_str());
+  if (line.help || line.version) {
+    host::PrintAnswer(line.help ? kUsage : "nqeweb " + host::BuildInfo(false) + "\n");
     return 0;
   }
   CheckSafe(line);

@@ -19,6 +19,7 @@
 #include "host/base/arguments.h"
 #include "host/base/fd.h"
 #include "host/base/host_error.h"
+#include "host/base/print_answer.h"
 #include "host/base/program.h"
 #include "host/library/services.h"
 #include "host/omcc/agent_modules.h"
@@ -114,7 +115,7 @@ int Main(int argc, char **argv) {
   try {
     const Options options = ParseOptions(Arguments(argc, argv));
     if (options.help || options.version) {
-      std::fputs(options.help ? kUsage : ("omad " + host::BuildInfo(false) + "\n").c_str(), stdout);
+      host::PrintAnswer(options.help ? kUsage : "omad " + host::BuildInfo(false) + "\n");
       return 0;
     }
     return options.worker ? RunWorkerProcess(options) : RunAgent(options);

@@ -18,6 +18,7 @@
 #include "host/base/arguments.h"
 #include "host/base/fd.h"
 #include "host/base/host_error.h"
+#include "host/base/print_answer.h"
 #include "host/base/program.h"
 #include "host/base/trust.h"
 #include "host/session/dialogue.h"
@@ -203,7 +204,7 @@ int Main(int argc, char **argv) {
   try {
     const CommandLine line = Parse(Arguments(argc, argv));
     if (line.help || line.version) {
-      std::fputs(line.help ? kUsage : ("omad-session " + host::BuildInfo(false) + "\n").c_str(), stdout);
+      host::PrintAnswer(line.help ? kUsage : "omad-session " + host::BuildInfo(false) + "\n");
       return 0;
     }
     Session session(Connect(line.socket));
