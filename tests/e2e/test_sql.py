@@ -258,7 +258,13 @@ def test_options(campus):
     nqecli("sql", "SELECT 1", "SELECT 2").failed("sql takes one text of statements; put it between quotes")
     nqecli("sql", "--schema", "fibx").failed('unknown table "fibx" (did you mean fib?)')
     assert nqecli("sql", "--help").out.startswith("usage: nqecli [--arena PATH | --snapshot FILE] sql ")
-    ask(campus, "-- A remark, not an option\nSELECT 1 AS a").answered("a\n1\n")
+    for remark in (["-- A remark, not an option\nSELECT 1 AS a"], ["--remark\nSELECT(1)a"], ["--", "--csv\nSELECT 1 AS a"]):
+        ask(campus, *remark).answered("a\n1\n")
+    with short_directory() as directory:
+        spaced = directory / "saved on monday"
+        spaced.symlink_to(campus.snapshot)
+        for words in (["--snapshot", spaced, "sql"], ["sql", f"--snapshot={spaced}"]):
+            nqecli(*words, "SELECT count(*) AS n FROM global").answered("n\n1\n")
     # Before and behind the command.
     campus.engine.cli("sql", "SELECT 1 AS a").answered("a\n1\n")
     nqecli("sql", "--snapshot", campus.snapshot, "SELECT 1 AS a").answered("a\n1\n")

@@ -355,8 +355,14 @@ struct Words {
 
 Words ReadWords(host::Arguments arguments) {
   Words words;
+  const auto take = [&] {
+    words.plain.emplace_back(arguments.front());
+    arguments.Take(arguments.front());
+  };
   while (!arguments.empty()) {
-    if (arguments.Take("--json")) {
+    if (arguments.Take("--")) {
+      while (!arguments.empty()) take();
+    } else if (arguments.Take("--json")) {
       SetFormat(&words.format, "--json", RecordFormat::kJson);
     } else if (arguments.Take("--ndjson")) {
       SetFormat(&words.format, "--ndjson", RecordFormat::kJsonLines);
@@ -370,12 +376,12 @@ Words ReadWords(host::Arguments arguments) {
       words.schema = true;
     } else if (arguments.Take("--help")) {
       words.help = true;
-    } else if (arguments.front().starts_with("--") && arguments.front().find(' ') == std::string_view::npos) {
-      if (!TakePlace(&arguments, &words.place))
+    } else if (!TakePlace(&arguments, &words.place)) {
+      // A statement may begin with a comment.
+      if (arguments.front().starts_with("--") &&
+          arguments.front().find_first_of(" \t\n") == std::string_view::npos)
         throw HostError("unknown option " + Quoted(arguments.front()) + "; try --help");
-    } else {
-      words.plain.emplace_back(arguments.front());
-      arguments.Take(arguments.front());
+      take();
     }
   }
   return words;
