@@ -71,6 +71,11 @@ std::string CommandText(const WebEngine *engine, const std::vector<std::string> 
   return text;
 }
 
+void AddAskedWord(const std::string &word, std::vector<std::string> *words) {
+  if (word.starts_with('-')) words->emplace_back("--");
+  words->push_back(word);
+}
+
 WebAnswer DocumentAnswer(const std::function<void(TextOut *out)> &write, const std::string &command) {
   WebAnswer answer;
   try {

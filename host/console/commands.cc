@@ -198,8 +198,10 @@ WebAnswer AnswerSql(const ConsoleOptions &options, WebEngine &engine, const Rout
     const std::string line = FirstLine(answer.errors);
     throw WebProblem(400, line.empty() ? "the statement takes more memory than it may" : line, "sql");
   }
+  std::vector<std::string> words{"sql", "--json"};
+  AddAskedWord(statement, &words);
   return DocumentAnswer([&](TextOut *out) { rows.Write(out, answer.output, answer.cut); },
-                        CommandText(&engine, {"sql", "--json", statement}));
+                        CommandText(&engine, words));
 }
 
 }  // namespace

@@ -28,9 +28,7 @@ WebAnswer AnswerFind(WebEngine &engine, const RouteCall &call) {
   const WebEngine::Loan source = engine.Borrow();
   MatchCount count{call.Number("limit").value_or(kMatches)};
   std::vector<std::string> words{"find", "--limit", std::to_string(count.limit), "--json"};
-  // What follows the two dashes is never an option.
-  if (text.starts_with('-')) words.emplace_back("--");
-  words.push_back(text);
+  AddAskedWord(text, &words);
   return DocumentAnswer([&](TextOut *out) { WriteFindDocument(out, *source, text, value, &count); },
                         CommandText(&engine, words));
 }
@@ -66,7 +64,7 @@ WebAnswer AnswerStatistics(WebEngine &engine, const RouteCall &call) {
   const std::string pattern(call.Text("pattern"));
   const WebEngine::Loan source = engine.Borrow();
   std::vector<std::string> words{"statistics", "--json"};
-  if (!pattern.empty()) words.push_back(pattern);
+  if (!pattern.empty()) AddAskedWord(pattern, &words);
   return DocumentAnswer([&](TextOut *out) { WriteStatisticsDocument(out, ReadCounters(*source, pattern)); },
                         CommandText(&engine, words));
 }

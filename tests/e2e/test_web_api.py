@@ -350,9 +350,10 @@ def test_values_that_look_like_options_are_values(campus):
         for path, parameters, words in (
                 ("/find", {"value": "--help"}, ["find", "--limit", "1000", "--json", "--", "--help"]),
                 ("/find", {"value": "x"}, ["find", "--limit", "1000", "--json", "x"]),
+                ("/statistics", {"pattern": "--csv"}, ["statistics", "--json", "--", "--csv"]),
                 ("/text", {"view": "arp", "keys": "--arena=/none"}, ["show", "--", "arp", "--arena=/none"])):
             answer = server.get(API + path, parameters)
             command = shlex.split(answer.headers["Nqe-Command"])
             assert command[3:] == words, answer
             same = nqecli(*command[1:])
-            assert (same.out == answer.body.decode()) if path == "/find" else (same.out == answer.json["text"]), (same, answer)
+            assert same.out == (answer.json["text"] if path == "/text" else answer.body.decode()), (same, answer)
