@@ -219,4 +219,6 @@ def test_usage_warns_above_and_not_at(place):
     assert place.cli("usage", "--warn", "74").code == 1
     assert place.cli("usage", "--warn", "75").code == 0
     assert place.cli("usage", "--warn", "75", "--json").code == 0
+    told = place.cli("usage", "--help").out
+    assert "exit code 1 when a table is fuller than that" in told and "1 a table is fuller than --warn says" in told
     place.stop()

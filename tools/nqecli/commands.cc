@@ -42,7 +42,7 @@ constexpr Command kCommands[] = {
      kOptionJson | kOptionsNoPlace, WordKind::kFieldsOf, "It takes no engine.", "nqecli fields fib",
      kCommandFailed, Fields},
     {"usage", "usage", "how full the tables are, the fullest first", kOptionJson | kOptionWarn,
-     WordKind::kOther, "", "nqecli usage\nnqecli usage --warn 80", "a table is as full as --warn says",
+     WordKind::kOther, "", "nqecli usage\nnqecli usage --warn 80", "a table is fuller than --warn says",
      Usage},
     {"find", "find VALUE", "every field that holds an address, prefix, MAC address, interface index or text",
      kOptionJson | kOptionLimit, WordKind::kValue, "In texts, * stands for any characters.",

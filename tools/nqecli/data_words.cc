@@ -36,7 +36,7 @@ constexpr Flag kFlags[] = {
     {kOptionLimit, "--limit", "N", "no more than so many"},
     {kOptionCount, "--count", "", "only how many there are"},
     {kOptionCounters, "--counters", "", "compare counters and times as well"},
-    {kOptionWarn, "--warn", "PERCENT", "exit code 1 when a table is as full as that"},
+    {kOptionWarn, "--warn", "PERCENT", "exit code 1 when a table is fuller than that"},
     {kOptionInterval, "-i", "SECONDS", "again and again, with so many seconds between"},
     {kOptionTimes, "--times", "N", "so many times"},
     {kOptionKeys, "--keys", "", "what the diag command takes as keys, and its flag"},
