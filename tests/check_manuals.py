@@ -64,7 +64,7 @@ def help_of(program):
 def helps_of(program):
     """With those of its commands, which have options of their own."""
     text = help_of(program)
-    for command in re.findall(r"^  ([a-z]+) .*[a-z]", text, re.M) if program.name == "nqecli" else ():
+    for command in re.findall(r"^  ([a-z]+)(?= )", text, re.M) if program.name == "nqecli" else ():
         done = subprocess.run([program, command, "--help"], capture_output=True, text=True, check=False)
         if done.stdout.startswith(f"usage: nqecli {command}"):
             text += done.stdout

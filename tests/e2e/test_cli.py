@@ -255,6 +255,15 @@ def test_full_standard_output(engine):
     assert (done.returncode, done.stderr) == (2, b"nqecli: cannot write the answer: No space left on device\n")
 
 
+def test_help_stands_in_columns():
+    """What is too long for the first one has a line of its own."""
+    for words in ([], ["list"]):
+        lines = nqecli(*words, "--help").out.splitlines()
+        for line, following in zip(lines, lines[1:]):
+            if re.match("  (?!nqecli )[^ ]", line):
+                assert re.match("  .{20} [^ ]", line) or re.match(" {23}[^ ]", following), line
+
+
 @pytest.mark.parametrize("program", ["nqecli", "nqed", "nqeweb", "omad", "omad-session"])
 @pytest.mark.parametrize("option", ["--help", "--version"])
 def test_what_cannot_be_told_is_a_failure(program, option):

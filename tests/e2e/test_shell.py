@@ -98,6 +98,9 @@ def test_mistakes_are_said_and_the_shell_goes_on(shell):
     assert "ends inside" in shell.ask("show 'arp")
     assert shell.ask("show ctrlif_map_fwdif 1005") == map_answer(5)
     assert shell.ask("exi") == 'nqecli: unknown command "exi" (try --help)\n'
+    assert shell.ask("exit now") == "nqecli: exit takes no words\n"
+    assert shell.ask("help exit") == "exit: leave the shell; so do quit and Ctrl-D\n"
+    assert "  | include PATTERN    lines that the pattern fits\n" in shell.ask("help")
     shell.type("exit\r")
     shell.process.expect(pexpect.EOF)
 

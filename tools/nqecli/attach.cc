@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <memory>
+#include <utility>
 
 #include "host/base/host_error.h"
 #include "host/base/trust.h"
@@ -107,7 +108,9 @@ host::EngineReply EngineAnswer(const Arena &arena, std::string_view line) {
 }
 
 void AddHelpLine(std::string *text, std::string usage, const std::string &help) {
-  usage.resize(std::max<size_t>(usage.size(), 20), ' ');
+  constexpr size_t kWidth = 20;
+  if (usage.size() > kWidth) *text += "  " + std::exchange(usage, "") + '\n';
+  usage.resize(kWidth, ' ');
   *text += "  " + usage + ' ' + help + '\n';
 }
 

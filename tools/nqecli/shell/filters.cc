@@ -147,12 +147,12 @@ std::vector<std::string_view> SplitAtBars(std::string_view line) {
 }  // namespace
 
 const std::vector<FilterWord> kFilterWords = {
-    {"include", "lines that the pattern fits"},
-    {"exclude", "lines that the pattern does not fit"},
-    {"begin", "from the first line that the pattern fits"},
-    {"count", "how many lines there are"},
-    {"head", "the first 10 lines, or N"},
-    {"json", "the answer as JSON", true},
+    {"include", " PATTERN", "lines that the pattern fits"},
+    {"exclude", " PATTERN", "lines that the pattern does not fit"},
+    {"begin", " PATTERN", "from the first line that the pattern fits"},
+    {"count", "", "how many lines there are"},
+    {"head", " [N]", "the first 10 lines, or N"},
+    {"json", "", "the answer as JSON, before all other filters", true},
 };
 
 ShellLine ReadShellLine(std::string_view line) {

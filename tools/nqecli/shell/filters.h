@@ -36,6 +36,7 @@ std::unique_ptr<LineFilter> MakeFilter(const std::vector<std::string> &words);
 
 struct FilterWord {
   std::string_view name;
+  std::string_view takes;  // as the help shows it behind the name
   std::string_view about;
   bool onlyFirst = false;  // before other filters
 };

@@ -51,7 +51,7 @@ std::string Overview() {
   for (const OwnWord &word : kOwnWords) AddHelpLine(&text, std::string(word.name), std::string(word.about));
   text += "\nBehind any command:\n";
   for (const FilterWord &word : kFilterWords)
-    AddHelpLine(&text, "| " + std::string(word.name), std::string(word.about));
+    AddHelpLine(&text, "| " + std::string(word.name) + std::string(word.takes), std::string(word.about));
   text += "\nTab completes, ? shows what may follow, Ctrl-R searches the history, Ctrl-C ends an answer.\n";
   return text;
 }
@@ -146,8 +146,15 @@ void PutCommandFirst(std::vector<std::string> *words) {
 }
 
 void RunWords(const Place &place, std::vector<std::string> *words, Answer *answer) {
+  const auto own = [](std::string_view word) { return std::ranges::find(kOwnWords, word, &OwnWord::name); };
   if (words->front() == "help" && words->size() == 1) return (void)Print(Overview());
-  if (words->front() == "help") *words = {(*words)[1], "--help"};
+  if (words->front() == "help") {
+    if (const OwnWord *asked = own((*words)[1]); asked != std::end(kOwnWords))
+      return (void)Print(std::string(asked->name) + ": " + std::string(asked->about));
+    *words = {(*words)[1], "--help"};
+  } else if (own(words->front()) != std::end(kOwnWords)) {
+    throw HostError(words->front() + " takes no words");
+  }
   if (TakesProcess(*words)) return RunInChild(place, words, answer);
   std::vector<char *> pointers = Pointers(words);
   pointers.push_back(nullptr);
