@@ -20,11 +20,23 @@ constexpr char kPolicy[] =
     "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self' data:; connect-src 'self'; "
     "font-src 'self'; base-uri 'none'; form-action 'none'; frame-ancestors 'none'";
 
+char LowerOf(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c; }
+
 // In a time that does not tell how much of it was right.
 bool SameSecret(std::string_view a, std::string_view b) {
   uint8_t differs = a.size() == b.size() ? 0 : 1;
   for (size_t i = 0; i < a.size(); ++i) differs |= static_cast<uint8_t>(a[i] ^ b[i % b.size()]);
   return differs == 0;
+}
+
+// As the browser tells it. A page of this machine's other ports is of the same site, and another page all the
+// same.
+bool IsAskedByPageOfOthers(const WebRequest &request) {
+  const std::string_view site = request.Header("sec-fetch-site");
+  if (site != "cross-site" && site != "same-site") return false;
+  // A link that leads here is followed by who clicks on it; a frame is loaded by the page alone.
+  const std::string_view into = request.Header("sec-fetch-dest");
+  return request.Header("sec-fetch-mode") != "navigate" || (!into.empty() && into != "document");
 }
 
 void AddHeaders(bool tls, WebAnswer *answer) {
@@ -69,16 +81,17 @@ bool Guard::IsOwnHost(const std::string &host) const {
 }
 
 bool Guard::HasToken(const WebRequest &request) const {
-  constexpr std::string_view kScheme = "Bearer ";
+  constexpr std::string_view kScheme = "bearer ";  // names of schemes know no capitals
   const std::string_view given = request.Header("authorization");
-  return !options_.token.empty() && given.starts_with(kScheme) &&
+  return !options_.token.empty() &&
+         std::ranges::equal(given.substr(0, kScheme.size()), kScheme, {}, LowerOf) &&
          SameSecret(given.substr(kScheme.size()), options_.token);
 }
 
 void Guard::Check(const WebRequest &request) const {
   // Names of machines know no capitals.
   std::string host(request.Header("host"));
-  std::ranges::transform(host, host.begin(), [](char c) { return c >= 'A' && c <= 'Z' ? c | 0x20 : c; });
+  std::ranges::transform(host, host.begin(), LowerOf);
   if (!IsOwnHost(host))
     throw WebProblem(421,
                      "this server is not called " + Quoted(host) + " (add --name to allow another name)");
@@ -87,11 +100,7 @@ void Guard::Check(const WebRequest &request) const {
     if (origin != (options_.tls ? "https://" : "http://") + host)
       throw WebProblem(403, "a page of " + Quoted(origin) + " may not ask this server");
   }
-  const std::string_view site = request.Header("sec-fetch-site");
-  const std::string_view mode = request.Header("sec-fetch-mode");
-  // A link that leads here is followed by who clicks on it.
-  if (site == "cross-site" && mode != "navigate")
-    throw WebProblem(403, "a page of another site may not ask this server");
+  if (IsAskedByPageOfOthers(request)) throw WebProblem(403, "a page of another site may not ask this server");
   const bool changes = request.method != "GET" && request.method != "HEAD";
   if (changes && !options_.allowChanges)
     throw WebProblem(403, "this server only shows (start nqeweb with --allow-changes to let it change)");

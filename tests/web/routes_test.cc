@@ -169,10 +169,22 @@ TEST_F(GuardTest, RefusesPagesOfOthers) {
     request.headers.back().second = origin;
     EXPECT_EQ(StatusOf(open_, request), 403u) << origin;
   }
-  request.headers.back() = {"sec-fetch-site", "cross-site"};
-  EXPECT_EQ(StatusOf(open_, request), 403u);
-  request.headers.emplace_back("sec-fetch-mode", "navigate");
-  EXPECT_EQ(StatusOf(open_, request), 200u);
+  request.headers.pop_back();
+  struct {
+    const char *site, *mode, *into;
+    uint32_t status;
+  } const kFetches[] = {
+      {"cross-site", "no-cors", "image", 403},    {"cross-site", "navigate", "document", 200},
+      {"cross-site", "navigate", "iframe", 403},  {"same-site", "no-cors", "script", 403},
+      {"same-site", "navigate", "document", 200}, {"same-origin", "cors", "empty", 200},
+      {"same-origin", "no-cors", "script", 200},  {"none", "navigate", "document", 200}};
+  for (const auto &each : kFetches) {
+    WebRequest fetch = request;
+    fetch.headers.emplace_back("sec-fetch-site", each.site);
+    fetch.headers.emplace_back("sec-fetch-mode", each.mode);
+    fetch.headers.emplace_back("sec-fetch-dest", each.into);
+    EXPECT_EQ(StatusOf(open_, fetch), each.status) << each.site << ' ' << each.into;
+  }
 }
 
 TEST_F(GuardTest, TakesChangesOnlyWithTheToken) {
@@ -180,6 +192,8 @@ TEST_F(GuardTest, TakesChangesOnlyWithTheToken) {
   EXPECT_EQ(StatusOf(open_, request), 403u);
   EXPECT_EQ(StatusOf(closed_, request), 401u);
   request.headers.emplace_back("authorization", "Bearer 0123456789abcdef");
+  EXPECT_EQ(StatusOf(closed_, request), 200u);
+  request.headers.back().second = "bearer 0123456789abcdef";
   EXPECT_EQ(StatusOf(closed_, request), 200u);
   for (const char *wrong : {"Bearer 0123456789abcdeF", "Bearer 0123456789abcde", "Bearer ",
                             "0123456789abcdef", "Basic 0123456789abcdef", "Bearer 0123456789abcdef0"}) {
