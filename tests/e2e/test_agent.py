@@ -19,7 +19,7 @@ def test_lists_the_commands_of_the_data_model():
     assert shown.code == 0
     listed = shown.out[:shown.out.index("\nnqecli agent HANDLER --help")]
     assert re.findall(r"^  ([a-z0-9-]+)\s+[A-Z]", listed, re.M) == handlers()
-    assert "  tbl-usage            Shows how full the engine's tables are.\n" in listed
+    assert "  tbl-usage            Shows how full the engine's tables are\n" in listed
     assert shown.out == nqecli("agent", "--help").out
 
 

@@ -78,6 +78,16 @@ def test_options_are_those_of_the_help():
         told = set(re.findall(r"^  (-[-a-z]+)", nqecli(command, "--help").out, re.M)) | {"--help"}
         found = {line.split("\t")[0] for line in nqecli("complete", command, "--").out.splitlines()}
         assert found == told, command
+    companions = {"sql": ["sql"], "agent": ["agent"], "reset": ["agent", "reset-session"], "query": ["agent", "query-session"]}
+    for name, line in companions.items():
+        told = set(re.findall(r"(?:^  |, )(--[a-z-]+)", nqecli(*line, "--help").out, re.M)) | {"--help"}
+        assert set(words(*line, "--")) == told, name
+    assert words("sql", "--schema", "ssw_mac") == ["ssw_macinfo"]
+
+
+def test_words_that_are_longer_than_their_column_keep_their_meaning():
+    (line,) = nqecli("complete", "agent", "egn-detect").out.splitlines()
+    assert line == "egn-detect-threshold-set\tSets after how many packets identification gives up"
 
 
 def test_files(tmp_path):

@@ -35,7 +35,15 @@ constexpr char kDryRun[] = "--dry-run", kYes[] = "--yes";
 // The first statement of a description, in one line.
 std::string FirstStatement(std::string text) {
   std::ranges::replace(text, '\n', ' ');
+  if (text.ends_with('.')) text.pop_back();
   return text.substr(0, std::min(text.find(". "), text.find("; ")));
+}
+
+std::string ResetHelp(std::string_view of) {
+  std::string text;
+  AddHelpLine(&text, kDryRun, std::string(of) + "end nothing, and tell what would end");
+  AddHelpLine(&text, kYes, std::string(of) + "without a filter, do not ask");
+  return text;
 }
 
 std::string Help() {
@@ -50,8 +58,7 @@ std::string Help() {
   for (const Handler &handler : host::Handlers())
     AddHelpLine(&text, handler.rpc, FirstStatement(model.AboutOf(handler.rpc)));
   text += "\nnqecli agent HANDLER --help tells what one does and takes.\n\n" + PlaceHelp();
-  AddHelpLine(&text, kDryRun, "of a reset: end nothing, and tell what would end");
-  AddHelpLine(&text, kYes, "of a reset without a filter: do not ask");
+  text += ResetHelp("of a reset: ");
   text += "\nexamples:\n  nqecli agent tbl-usage\n  nqecli agent reset-session protocol=17 --dry-run\n";
   return text + kExitCodes;
 }
@@ -91,7 +98,9 @@ std::string HelpOf(const Handler &handler) {
       AppendIndented(word + ": " + about, "        ", &text);
     }
   }
-  text += "\noptions:\n" + PlaceHelp();
+  text += "\noptions:\n";
+  if (handler.ends != nullptr) text += ResetHelp("");
+  text += PlaceHelp();
   text += std::string("\nexamples:\n  nqecli agent ") + handler.rpc + ExampleOf(parameters) + '\n';
   return text + kExitCodes;
 }

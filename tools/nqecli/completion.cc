@@ -54,6 +54,20 @@ constexpr LiveKey kLiveKeys[] = {
     {"vlaninfo", "vlan_id", false},
 };
 
+struct CompanionOption {
+  std::string_view command, name, about;
+};
+constexpr CompanionOption kCompanionOptions[] = {
+    {"sql", "--json", "as one JSON document"},
+    {"sql", "--ndjson", "as JSON, a row a line"},
+    {"sql", "--csv", "as CSV"},
+    {"sql", "--column", "in columns"},
+    {"sql", "--frozen", "from one moment of a running engine"},
+    {"sql", "--schema", "the tables as SQL"},
+    {"agent", "--dry-run", "end nothing, and tell what would end"},
+    {"agent", "--yes", "without a filter, do not ask"},
+};
+
 std::vector<std::string_view> SplitAtBlanks(std::string_view text) {
   std::vector<std::string_view> words;
   while (!text.empty()) {
@@ -62,6 +76,12 @@ std::vector<std::string_view> SplitAtBlanks(std::string_view text) {
     text.remove_prefix(std::min(end + 1, text.size()));
   }
   return words;
+}
+
+std::string_view TakeLine(std::string_view *text) {
+  const std::string_view line = text->substr(0, text->find('\n'));
+  text->remove_prefix(std::min(line.size() + 1, text->size()));
+  return line;
 }
 
 // Collects what fits.
@@ -76,6 +96,7 @@ class Collector {
 
   void Commands(bool (*wanted)(std::string_view name));
   void Options(uint32_t takes);
+  void CompanionOptions(std::string_view command, std::span<const std::string> plain);
   void Tables(uint32_t uses);
   void Regions();
   void Files();
@@ -223,30 +244,28 @@ void Collector::PacketTraceSettings() {
     std::string_view usage = host::RunEntryPoint(*host::FindEntryPoint(word), std::span(words, 1)).text;
     constexpr std::string_view kSet = " pkt_trace set ";
     while (!usage.empty()) {
-      const size_t end = std::min(usage.find('\n'), usage.size());
-      const std::string_view line = usage.substr(0, end);
+      const std::string_view line = TakeLine(&usage);
       if (const size_t at = line.find(kSet); at != line.npos) {
         const std::string_view rest = line.substr(at + kSet.size());
         const size_t blank = std::min(rest.find(' '), rest.size());
         Add(std::string(rest.substr(0, blank)), rest.substr(std::min(blank + 1, rest.size())));
       }
-      usage.remove_prefix(std::min(end + 1, usage.size()));
     }
   } catch (const HostError &) {  // without an engine it lists nothing
   }
 }
 
-// The first words of the lines of a text that is laid out as a list.
+// The first words of the lines of a text that is laid out as a list, and what stands behind each: in the next
+// line where a word is as long as its column.
 template <typename Use>
 void ForEachRow(std::string_view text, std::string_view indent, Use use) {
   while (!text.empty()) {
-    const size_t end = std::min(text.find('\n'), text.size());
-    std::string_view line = text.substr(0, end);
-    text.remove_prefix(std::min(end + 1, text.size()));
+    std::string_view line = TakeLine(&text);
     if (!line.starts_with(indent) || line.size() == indent.size() || line[indent.size()] == ' ') continue;
     line.remove_prefix(indent.size());
     const size_t blank = std::min(line.find(' '), line.size());
     std::string_view about = line.substr(blank);
+    if (about.empty() && !indent.empty()) about = TakeLine(&text);
     about.remove_prefix(std::min(about.find_first_not_of(' '), about.size()));
     use(line.substr(0, blank), about);
   }
@@ -289,6 +308,15 @@ void Collector::AgentWords(std::span<const std::string> before) {
       if (value != "TEXT" && value.find("..") == value.npos) Add(name + std::string(value), "");
     }
   });
+}
+
+// Companions read options of their own.
+void Collector::CompanionOptions(std::string_view command, std::span<const std::string> plain) {
+  const bool isReset = plain.empty() || plain.front().starts_with("reset-");
+  for (const CompanionOption &option : kCompanionOptions) {
+    if (option.command == command && (isReset || command != "agent"))
+      Add(std::string(option.name), option.about);
+  }
 }
 
 // What the words before are to the command; options and their values are none.
@@ -364,7 +392,11 @@ void CollectFor(const Command &command, std::span<const std::string> before, Col
   }
   if (last == "--info") return found->Files();
   if (OptionHasValue(last)) return;
-  if (found->current().starts_with('-')) return found->Options(command.options);
+  if (found->current().starts_with('-')) {
+    found->CompanionOptions(command.name, plain);
+    return found->Options(command.options);
+  }
+  if (last == "--schema") return found->Tables(kUseList);
   CollectWord(command.first, plain, found);
 }
 
