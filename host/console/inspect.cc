@@ -51,13 +51,12 @@ WebAnswer AnswerUsage(WebEngine &engine, const RouteCall &call) {
   const WebEngine::Loan source = engine.Borrow();
   std::vector<TableUsage> tables = UsageOf(*source);
   const std::optional<uint64_t> warn = call.Number("warn");
-  std::vector<std::string> words{"usage", "--json"};
-  if (warn) {
+  // The tool tells all tables, and what is above by its exit code.
+  const std::string command = warn ? "" : CommandText(&engine, {"usage", "--json"});
+  if (warn)
     std::erase_if(tables,
                   [&](const TableUsage &table) { return !table.IsAbove(static_cast<uint32_t>(*warn)); });
-    words.insert(words.end(), {"--warn", std::to_string(*warn)});
-  }
-  return DocumentAnswer([&](TextOut *out) { WriteUsageDocument(out, tables); }, CommandText(&engine, words));
+  return DocumentAnswer([&](TextOut *out) { WriteUsageDocument(out, tables); }, command);
 }
 
 WebAnswer AnswerStatistics(WebEngine &engine, const RouteCall &call) {

@@ -102,6 +102,10 @@ def test_forms_agree(campus):
     assert count.out == f"{listed['count']}\n"
     assert document(campus.engine.cli("list", "fwdif", "--count", "--json")) == {
         "table": "fwdif", "id": listed["id"], "count": listed["count"]}
+    for form in ("--csv", "--yaml"):
+        refused = campus.engine.cli("list", "fwdif", "--count", form)
+        assert (refused.code, refused.out) == (2, "")
+        assert refused.err == f"nqecli: --count tells a number, with --json a document; leave out {form}\n"
 
 
 def test_numbers_stay_exact(place):

@@ -164,6 +164,9 @@ def test_answers_are_those_of_the_command_that_they_name(web, description):
                 assert here == there, command
                 compared.add(path)
     assert len(compared) >= 15, compared
+    # No command tells only the fuller tables.
+    assert web.get(API + "/usage", {"warn": "50"}).headers["Nqe-Command"] is None
+    assert web.get(API + "/usage").headers["Nqe-Command"].endswith(" usage --json")
 
 
 def test_pages_join_to_the_whole_list(web):

@@ -49,6 +49,9 @@ ExitCode List(const DataWords &words) {
   for (size_t i = 1; i < words.words.size(); ++i) request.where.emplace_back(table, words.words[i]);
   request.sort = words.sort;
   request.limit = words.limit;
+  if (words.count && (words.format == RecordFormat::kCsv || words.format == RecordFormat::kYaml))
+    throw HostError("--count tells a number, with --json a document; leave out " +
+                    std::string(words.format == RecordFormat::kCsv ? "--csv" : "--yaml"));
   const RecordShape shape = RecordShape::Chosen(table, words.fields);
   const auto source = OpenSource(words.place);
   if (words.count) {
