@@ -91,7 +91,7 @@ def test_chosen_fields(campus, whole, tables):
 def records_in(data):
     """(offset, size) of each record of an arena file, with what is attached to it; docs/arena.md has the map."""
     version, tables = (struct.unpack_from("<I", data, at)[0] for at in (8, 40))
-    assert version == 5, "the offsets below are those of another format"
+    assert version == 6, "the offsets below are those of another format"
     directory, = struct.unpack_from("<Q", data, 48)
     for shape in range(directory, directory + 112 * tables, 112):
         defined, record, capacity, slot, attached = (

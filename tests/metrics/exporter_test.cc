@@ -177,7 +177,7 @@ TEST_F(ExporterTest, Identity) {
   EXPECT_EQ(text.find("# HELP nqe_up "), 0u);
   EXPECT_EQ(Series(text, "nqe_up"), Lines{"nqe_up 1"});
   EXPECT_EQ(Series(text, "nqe_info"),
-            Lines{"nqe_info{version=\"1.0.0\",arena_version=\"5\",source=\"engine\"} 1"});
+            Lines{"nqe_info{version=\"1.0.0\",arena_version=\"6\",source=\"engine\"} 1"});
   const Lines start = Series(text, "nqe_start_time_seconds");
   ASSERT_EQ(start.size(), 1u);
   const double age = static_cast<double>(time(nullptr)) - std::stod(start[0].substr(start[0].find(' ')));
@@ -382,7 +382,7 @@ TEST_F(ExporterTest, Snapshots) {
   const std::string text = WithSurvey(exporter);
   unlink(file.c_str());
   EXPECT_EQ(Series(text, "nqe_info"),
-            Lines{"nqe_info{version=\"1.0.0\",arena_version=\"5\",source=\"snapshot\"} 1"});
+            Lines{"nqe_info{version=\"1.0.0\",arena_version=\"6\",source=\"snapshot\"} 1"});
   EXPECT_EQ(Series(text, "nqe_snapshot_time_seconds").size(), 1u);
   EXPECT_EQ(Series(text, "nqe_cause"), Lines{"nqe_cause_packets_total{cp_cause_id=\"17\"} 9"});
 }
