@@ -144,6 +144,12 @@ std::string Child::Wait() {
   return said;
 }
 
+bool Child::Ended() const {
+  siginfo_t info = {};
+  return waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG | WNOWAIT) != 0 ||
+         info.si_pid == pid_;
+}
+
 void Child::Kill() { kill(pid_, SIGKILL); }
 
 HostTest::HostTest() {

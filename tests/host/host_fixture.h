@@ -71,6 +71,8 @@ class Child {
   Child(std::unique_ptr<Arena> *engine, const std::function<std::string()> &work);
   // What `work` returned; "error: TEXT" when it threw HostError, "signal N" or "exit N" when it died.
   std::string Wait();
+  // Whether Wait would return at once.
+  bool Ended() const;
   void Kill();
   pid_t pid() const { return pid_; }
 
