@@ -39,7 +39,9 @@ bool IsAskedByPageOfOthers(const WebRequest &request) {
   return request.Header("sec-fetch-mode") != "navigate" || (!into.empty() && into != "document");
 }
 
-void AddHeaders(bool tls, WebAnswer *answer) {
+}  // namespace
+
+void AddSafeHeaders(WebAnswer *answer) {
   const auto add = [answer](const char *name, const char *value) {
     answer->headers.emplace_back(name, value);
   };
@@ -49,13 +51,10 @@ void AddHeaders(bool tls, WebAnswer *answer) {
   add("Referrer-Policy", "no-referrer");
   add("Cross-Origin-Resource-Policy", "same-origin");
   add("Cross-Origin-Opener-Policy", "same-origin");
-  if (tls) add("Strict-Transport-Security", "max-age=31536000");
   const auto isCache = [](const NamedText &header) { return header.first == "Cache-Control"; };
   // What an engine holds is nothing for a cache on the way.
   if (std::ranges::none_of(answer->headers, isCache)) add("Cache-Control", "no-store");
 }
-
-}  // namespace
 
 std::string ReadToken(const std::string &file) {
   struct stat info = {};
@@ -124,7 +123,8 @@ WebAnswer Guard::Answer(const Routes &routes, const WebRequest &request) const {
   } catch (const WebProblem &problem) {
     answer = problem.Answer();
   }
-  AddHeaders(options_.tls, &answer);
+  AddSafeHeaders(&answer);
+  if (options_.tls) answer.headers.emplace_back("Strict-Transport-Security", "max-age=31536000");
   return answer;
 }
 

@@ -16,6 +16,7 @@
 
 #include "host/base/c_callback.h"
 #include "host/base/host_error.h"
+#include "host/web/guard.h"
 
 namespace qdt::host {
 namespace {
@@ -69,6 +70,7 @@ UniqueFd Listen(WebAddress *address) {
 void TurnAway(int fd) {
   WebAnswer answer = ProblemAnswer(503, "all connections are in use; come again");
   answer.headers.emplace_back("Retry-After", "1");
+  AddSafeHeaders(&answer);
   const std::string text = AnswerHead(answer, static_cast<int64_t>(answer.body.size()), false) + answer.body;
   send(fd, text.data(), text.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
   shutdown(fd, SHUT_WR);
@@ -223,12 +225,12 @@ bool WebServer::ServeRequest(Channel *channel, std::string *bytes, Connection *c
   while ((result = reader.Read(bytes)) == HttpReader::Result::kMore) {
     if (channel->Read(bytes, deadline)) continue;
     if (WebClock::now() >= deadline)
-      Send(channel, ProblemAnswer(408, "the request did not come to its end in time"), false, false);
+      Refuse(channel, ProblemAnswer(408, "the request did not come to its end in time"));
     return false;
   }
   Begin(connection, Doing::kAnswering);
   if (result == HttpReader::Result::kRefused) {
-    Send(channel, reader.refusal(), false, false);
+    Refuse(channel, reader.refusal());
     channel->Close();
     return false;
   }
@@ -259,18 +261,26 @@ bool WebServer::Send(Channel *channel, const WebAnswer &answer, bool isHead, boo
   return channel->Write(text, deadline) && channel->Write(body, deadline);
 }
 
-bool WebServer::Stream(Channel *channel, const WebAnswer &answer) {
-  if (streams_.fetch_add(1) >= limits_.streams) {
-    --streams_;
-    return Send(channel, ProblemAnswer(503, "too many listeners already; close one"), false, false);
-  }
+// What nobody else has answered.
+void WebServer::Refuse(Channel *channel, WebAnswer answer) {
+  AddSafeHeaders(&answer);
+  Send(channel, answer, false, false);
+}
+
+void WebServer::Stream(Channel *channel, const WebAnswer &answer) {
+  struct Place {
+    explicit Place(std::atomic<uint32_t> *taken) : streams(*taken), before(streams.fetch_add(1)) {}
+    ~Place() { --streams; }
+    std::atomic<uint32_t> &streams;
+    const uint32_t before;
+  } place(&streams_);
+  if (place.before >= limits_.streams)
+    return Refuse(channel, ProblemAnswer(503, "too many listeners already; close one"));
   if (channel->Write(AnswerHead(answer, -1, false), WebClock::now() + limits_.taking)) {
     answer.stream([&](std::string_view part) {
       return !stopping_ && channel->IsOpen() && channel->Write(part, WebClock::now() + limits_.taking);
     });
   }
-  --streams_;
-  return false;
 }
 
 }  // namespace qdt::host

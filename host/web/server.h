@@ -69,7 +69,8 @@ class WebServer {
   void Serve(UniqueFd socket, Connection *connection);
   bool ServeRequest(Channel *channel, std::string *bytes, Connection *connection, bool isLast);
   bool Send(Channel *channel, const WebAnswer &answer, bool isHead, bool keepsAlive);
-  bool Stream(Channel *channel, const WebAnswer &answer);
+  void Refuse(Channel *channel, WebAnswer answer);
+  void Stream(Channel *channel, const WebAnswer &answer);
   static void Begin(Connection *connection, Doing doing);
 
   WebAddress address_;

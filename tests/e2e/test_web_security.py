@@ -137,6 +137,9 @@ def test_every_answer_carries_the_policy_and_no_cookie(web):
         assert headers["Access-Control-Allow-Origin"] is None
         if path.startswith("/api"):
             assert headers["Cache-Control"] == "no-store"
+    for refused in (request(b"/%gg"), b"GET\r\n\r\n", request(b"/", b"Content-Length: 1000000000", method=b"POST")):
+        answer = raw(web, refused)
+        assert b"Content-Security-Policy: default-src 'none';" in answer and b"X-Content-Type-Options: nosniff" in answer, answer
 
 
 def test_tricks_with_paths(web):
