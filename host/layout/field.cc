@@ -188,7 +188,7 @@ std::optional<WideValue> ParseMac(std::string_view text) {
     if (i > 0 && (at == end || (*at != ':' && *at != '-'))) return std::nullopt;
     if (i > 0) ++at;
     uint8_t byte = 0;
-    const auto [stop, error] = std::from_chars(at, std::min(at + 2, end), byte, 16);
+    const auto [stop, error] = std::from_chars(at, at + std::min<ptrdiff_t>(2, end - at), byte, 16);
     if (error != std::errc()) return std::nullopt;
     at = stop;
     value = value << 8 | byte;

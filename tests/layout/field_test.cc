@@ -130,6 +130,7 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"0 ipv6", "10.1.0.2", "\"10.1.0.2\" is not an IPv6 address (such as 2001:db8::1)"},
         Mistake{"0 ipv6_words", "2001:db8:::1",
                 "\"2001:db8:::1\" is not an IPv6 address (such as 2001:db8::1)"},
+        Mistake{"0 mac", "", "\"\" is not a MAC address (such as 02:00:5e:00:53:01)"},
         Mistake{"0 mac", "02:00:5e:10:00",
                 "\"02:00:5e:10:00\" is not a MAC address (such as 02:00:5e:00:53:01)"},
         Mistake{"0 mac", "02:00:5e:10:00:123",
@@ -156,6 +157,7 @@ TEST(FieldLineTest, RejectsWhatItCannotRead) {
       {"0 u32 x 0", "an array of no elements (write x COUNT)"},
       {"0 u32 x 4 every 2", "elements that overlap (every at least their size)"},
       {"0 u16 = 65536", "65536 does not fit 16 bits (0 to 65535)"},
+      {"0 mac =", "\"\" is not a MAC address (such as 02:00:5e:00:53:01)"},
       {"0 u16 host",
        "\"host\" is out of place (OFFSET TYPE, then bit, bits, x COUNT, every STRIDE, cleared_by, counter, "
        "clock, "
