@@ -78,17 +78,21 @@ inline uint32_t RouteBit(uint32_t digit, uint32_t length) {
 
 inline uint32_t LengthOfRouteBit(uint32_t bit) { return 31 - static_cast<uint32_t>(std::countl_zero(bit)); }
 
-// Of a node's routes those on the way of a digit: a bit for each of their lengths, and back.
+// Of a node's routes those on the way of a digit: a bit for each of their lengths, and back. The bit of a
+// route is half that of the next longer one.
 inline uint32_t LengthsOnWay(uint64_t routes, uint32_t digit) {
   uint32_t lengths = 0;
-  for (uint32_t length = 0; length < kRouteStride; ++length)
-    lengths |= static_cast<uint32_t>(routes >> RouteBit(digit, length) & 1) << length;
+  for (uint32_t bit = (1u << kRouteStride | digit) >> 1; bit != 0; bit >>= 1)
+    lengths = lengths << 1 | static_cast<uint32_t>(routes >> bit & 1);
   return lengths;
 }
 inline uint64_t RoutesOnWay(uint32_t lengths, uint32_t digit) {
   uint64_t routes = 0;
-  for (uint32_t length = 0; length < kRouteStride; ++length)
-    routes |= uint64_t{lengths >> length & 1} << RouteBit(digit, length);
+  uint32_t bit = 1u << kRouteStride | digit;
+  for (uint32_t length = kRouteStride; length-- > 0;) {
+    bit >>= 1;
+    routes |= uint64_t{lengths >> length & 1} << bit;
+  }
   return routes;
 }
 

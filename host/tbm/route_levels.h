@@ -125,7 +125,11 @@ struct Level {
   // What does not lie on the way that the level leads on.
   uint64_t SideChildren() const { return leadsOn ? node.children & ~(uint64_t{1} << digit) : node.children; }
   uint64_t SideRoutes() const { return node.routes & ~kMatching[digit]; }
-  uint32_t SideRefs() const { return CountBits(SideChildren()) + CountBits(SideRoutes()); }
+  uint32_t SideRefs() const {
+    const uint64_t children = SideChildren();
+    const uint64_t routes = SideRoutes();
+    return (children | routes) == 0 ? 0 : CountBits(children) + CountBits(routes);  // mostly none
+  }
 
   // Whether this may be a node of a stem, when another is above or below. The last one need not lead on.
   bool InStem() const {
@@ -165,15 +169,18 @@ struct Level {
     node.children = side.children | (leadsOn ? uint64_t{1} << digit : 0);
     node.routes = side.routes | RoutesOnWay(here, digit);
     uint32_t aside = side.first;
+    RouteRef *to = node.refs.data();
     for (uint64_t children = node.children; children != 0; children &= children - 1)
-      node.refs[node.count++] = (children & -children & side.children) != 0 ? stem.ref(aside++) : 0;
+      *to++ = (children & -children & side.children) != 0 ? stem.ref(aside++) : 0;
+    uint32_t next = *index;
     if (side.routes == 0) {  // nearly always
-      for (uint32_t count = CountBits(here); count != 0; --count)
-        node.refs[node.count++] = stem.ref((*index)++);
-      return;
+      for (uint32_t lengths = here; lengths != 0; lengths &= lengths - 1) *to++ = stem.ref(next++);
+    } else {
+      for (uint64_t routes = node.routes; routes != 0; routes &= routes - 1)
+        *to++ = stem.ref((routes & -routes & side.routes) != 0 ? aside++ : next++);
     }
-    for (uint64_t routes = node.routes; routes != 0; routes &= routes - 1)
-      node.refs[node.count++] = stem.ref((routes & -routes & side.routes) != 0 ? aside++ : (*index)++);
+    *index = next;
+    node.count = static_cast<uint32_t>(to - node.refs.data());
   }
   bool Empty() const { return node.routes == 0 && SideChildren() == 0; }
 };
@@ -229,18 +236,22 @@ class Stem {
     const uint64_t sideChildren = level.SideChildren();
     const uint64_t sideRoutes = level.SideRoutes();
     const uint32_t first = asideCount_;
-    const RouteRef *ref = node.refs.data();
+    const RouteRef *from = node.refs.data();
+    const RouteRef *end = from + node.count;
+    RouteRef *aside = &asideRefs_[first];
+    RouteRef *to = &refs_[count_];
     lengths_ |= Ipv6Bits{LengthsOnWay(node.routes, level.digit)} << node.place.length;
-    for (uint64_t children = node.children; children != 0; children &= children - 1, ++ref) {
-      if ((children & -children & sideChildren) != 0) asideRefs_[asideCount_++] = *ref;
+    for (uint64_t children = node.children; children != 0; children &= children - 1, ++from) {
+      if ((children & -children & sideChildren) != 0) *aside++ = *from;
     }
-    if (sideRoutes == 0) {
-      std::copy(ref, node.refs.data() + node.count, refs_.data() + count_);
-      count_ += static_cast<uint32_t>(node.refs.data() + node.count - ref);
+    if (sideRoutes == 0) {  // nearly always
+      while (from != end) *to++ = *from++;
     } else {
-      for (uint64_t routes = node.routes; routes != 0; routes &= routes - 1, ++ref)
-        (routes & -routes & sideRoutes) != 0 ? asideRefs_[asideCount_++] = *ref : refs_[count_++] = *ref;
+      for (uint64_t routes = node.routes; routes != 0; routes &= routes - 1, ++from)
+        ((routes & -routes & sideRoutes) != 0 ? *aside++ : *to++) = *from;
     }
+    asideCount_ = static_cast<uint32_t>(aside - asideRefs_.data());
+    count_ = static_cast<uint32_t>(to - refs_.data());
     if (asideCount_ != first) AddSide(level, first);
   }
 
