@@ -27,19 +27,21 @@ using Clock = std::chrono::steady_clock;
 constexpr double kSmall = 150;  // nanoseconds a match may take at 1,000 routes
 constexpr double kLarge = 500;  // and at 1,000,000
 constexpr RouteSet kSets[] = {
-    {"IPv4, lengths 8 to 32", 4, 1000, 8, 32, false, 1, kSmall},
-    {"IPv4, every length of one address", 4, 33, 0, 32, true, 1, kSmall},
-    {"IPv6, lengths 16 to 128", 16, 1000, 16, 128, false, 1, kSmall},
-    {"IPv6, every length of one address", 16, 129, 0, 128, true, 1, kSmall},
-    {"IPv6, every length of 8 addresses", 16, 1000, 0, 128, true, 1, kSmall},
-    {"IPv4, length 24", 4, 1000000, 24, 24, false, 1, kLarge},
-    {"IPv4, lengths 8 to 32", 4, 1000000, 8, 32, false, 1, kLarge},
-    {"IPv4, lengths 8 to 32, 1,000 VPNs", 4, 1000000, 8, 32, false, 1000, kLarge},
-    {"IPv4, every length of 40,000 addresses", 4, 1000000, 0, 32, true, 1, kLarge},
-    {"IPv6, length 48", 16, 1000000, 48, 48, false, 1, kLarge},
-    {"IPv6, lengths 16 to 128", 16, 1000000, 16, 128, false, 1, kLarge},
-    {"IPv6, every length of 8,000 addresses", 16, 1000000, 0, 128, true, 1, kLarge},
-    {"IPv6, every length of 6,600 addresses, forks", 16, 1000000, 0, 128, true, 1, kLarge, true},
+    {"IPv4, lengths 8 to 32", 4, 1000, 8, 32, RouteShape::kRandom, 1, kSmall},
+    {"IPv4, every length of one address", 4, 33, 0, 32, RouteShape::kNested, 1, kSmall},
+    {"IPv6, lengths 16 to 128", 16, 1000, 16, 128, RouteShape::kRandom, 1, kSmall},
+    {"IPv6, every length of one address", 16, 129, 0, 128, RouteShape::kNested, 1, kSmall},
+    {"IPv6, every length of 8 addresses", 16, 1000, 0, 128, RouteShape::kNested, 1, kSmall},
+    {"IPv4, length 24", 4, 1000000, 24, 24, RouteShape::kRandom, 1, kLarge},
+    {"IPv4, lengths 8 to 32", 4, 1000000, 8, 32, RouteShape::kRandom, 1, kLarge},
+    {"IPv4, lengths 8 to 32, 1,000 VPNs", 4, 1000000, 8, 32, RouteShape::kRandom, 1000, kLarge},
+    {"IPv4, every length of 40,000 addresses", 4, 1000000, 0, 32, RouteShape::kNested, 1, kLarge},
+    {"IPv6, length 48", 16, 1000000, 48, 48, RouteShape::kRandom, 1, kLarge},
+    {"IPv6, lengths 16 to 128", 16, 1000000, 16, 128, RouteShape::kRandom, 1, kLarge},
+    {"IPv6, every length of 8,000 addresses", 16, 1000000, 0, 128, RouteShape::kNested, 1, kLarge},
+    {"IPv6, every length of 6,600 addresses, forks", 16, 1000000, 0, 128, RouteShape::kForked, 1, kLarge},
+    {"IPv4, each behind another", 4, 1000000, 8, 32, RouteShape::kGrown, 1, kLarge},
+    {"IPv6, each behind another", 16, 1000000, 16, 128, RouteShape::kGrown, 1, kLarge},
 };
 
 constexpr size_t kBatch = 2048;

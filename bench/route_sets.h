@@ -24,18 +24,22 @@ struct RouteKey {
   bool operator==(const RouteKey &) const = default;
 };
 
-// A kind of routes: random ones with lengths from `least` to `most`, or every length of random addresses,
-// with one that turns off every six bits.
+enum class RouteShape {
+  kRandom,  // lengths from `least` to `most`
+  kNested,  // every length of random addresses
+  kForked,  // so, and every six bits one that turns off
+  kGrown,   // from one of length `least`, each goes on from a random other one by one to eight random bits
+};
+
 struct RouteSet {
   const char *name;
   uint32_t addressSize;
   uint32_t count;
   uint32_t least;
   uint32_t most;
-  bool nested;
+  RouteShape shape;
   uint32_t vpns;
   double goal;  // nanoseconds; 0: none
-  bool forked = false;
 };
 
 class Routes {
@@ -43,14 +47,8 @@ class Routes {
   explicit Routes(const RouteSet &set) : set_(set), random_(set.count + set.most) {
     std::unordered_map<uint64_t, std::vector<RouteKey>> known;
     while (keys_.size() < set.count) {
-      RouteKey key = RandomKey();
-      for (uint32_t length = set.least; set.nested && length < set.most; ++length) {
-        Add(key, length, &known);
-        if (!set.forked || length % 6 != 5) continue;
-        RouteKey beside = key;
-        Flip(&beside, length - 1);
-        Add(beside, length, &known);
-      }
+      const RouteKey key = set.shape == RouteShape::kGrown && !keys_.empty() ? GrownKey() : RandomKey();
+      if (Nested()) AddShorter(key, &known);
       Add(key, key.length, &known);
     }
     std::shuffle(keys_.begin(), keys_.end(), random_);
@@ -77,11 +75,38 @@ class Routes {
 
   static void Flip(RouteKey *key, uint32_t bit) { key->address[bit / 8] ^= 0x80 >> bit % 8; }
 
+  bool Nested() const { return set_.shape == RouteShape::kNested || set_.shape == RouteShape::kForked; }
+
+  void AddShorter(const RouteKey &key, Known *known) {
+    for (uint32_t length = set_.least; length < set_.most; ++length) {
+      Add(key, length, known);
+      if (set_.shape != RouteShape::kForked || length % 6 != 5) continue;
+      RouteKey beside = key;
+      Flip(&beside, length - 1);
+      Add(beside, length, known);
+    }
+  }
+
+  RouteKey GrownKey() {
+    RouteKey key = keys_[random_() % keys_.size()];
+    const uint32_t length = std::min<uint32_t>(key.length + 1 + random_() % 8, set_.most);
+    for (uint32_t bit = key.length; bit < length; ++bit) {
+      if (random_() % 2 != 0) Flip(&key, bit);
+    }
+    key.length = static_cast<uint16_t>(length);
+    return key;
+  }
+
+  uint32_t RandomLength() {
+    if (Nested()) return set_.most;
+    return set_.shape == RouteShape::kGrown ? set_.least
+                                            : set_.least + random_() % (set_.most - set_.least + 1);
+  }
+
   RouteKey RandomKey() {
     RouteKey key;
     for (uint32_t i = 0; i < set_.addressSize; ++i) key.address[i] = static_cast<uint8_t>(random_());
-    key.length = static_cast<uint16_t>(set_.nested ? set_.most
-                                                   : set_.least + random_() % (set_.most - set_.least + 1));
+    key.length = static_cast<uint16_t>(RandomLength());
     key.vpn = static_cast<uint16_t>(random_() % set_.vpns);
     return key;
   }
