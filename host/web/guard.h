@@ -35,8 +35,8 @@ class Guard {
   const GuardOptions options_;
 };
 
-// Adds what each answer tells a browser: to load nothing from elsewhere for it, to stand in no other page, and
-// to keep no copy, but where the answer says otherwise.
+// Adds what each answer tells a browser: to load nothing from elsewhere for it, to stand in no other page,
+// and to keep no copy, but where the answer says otherwise.
 void AddSafeHeaders(WebAnswer *answer);
 
 // A token out of a file: its first line, at least 16 characters. Throws HostError, also when others can read
